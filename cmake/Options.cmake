@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: MIT
+# What every target of ours is compiled with. Link tv_options for the warnings, tv_core for the parts that must not
+# throw (util, rpc, registry, servd).
+add_library(tv_options INTERFACE)
+target_include_directories(tv_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+target_compile_options(tv_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  -fno-strict-aliasing)
+
+add_library(tv_core INTERFACE)
+target_link_libraries(tv_core INTERFACE tv_options)
+target_compile_options(tv_core INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions>)
+
+if(TV_SANITIZE)
+  add_compile_options(-fsanitize=${TV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TV_SANITIZE})
+endif()

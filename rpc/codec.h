@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+// codec: how each kind of field of our protocols travels in XDR (RFC 4506), one overload a kind.
+//
+// A record's routine is one line over CodeFields or CodeWhole, its fields in wire order. All overloads work in all
+// three directions of an XDR stream:
+//   encode   a null string or an empty counted field travels with length 0; nothing is allocated;
+//   decode   pointers must be null on entry; memory comes from malloc and is taken as bytes arrive, in steps, never on
+//            the strength of a length that the peer only declared; count and pointer are set together;
+//   free     pointers are released with free() and set to null, counts to 0.
+// Thread: reentrant.
+#pragma once
+
+#include <rpc/rpc.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+// Characters as an XDR array of char: a count, then one 4-byte XDR integer for each character (sign-extended).
+struct CharArray {
+    std::uint32_t count;
+    char *chars; // count characters, no terminator added; null when count is 0
+};
+
+// Bytes as XDR variable-length opaque: a count, the bytes, padding to a multiple of 4.
+struct CountedBytes {
+    std::uint32_t count;
+    char *bytes; // null when count is 0
+};
+
+// A 4-byte XDR integer in either sense of the sign. Never through xdr_u_long or xdr_long: those touch eight bytes of
+// memory where long is 64 bits.
+inline bool_t CodeField(XDR *xdrs, std::uint32_t &value) {
+    long word = static_cast<long>(value);
+    if (xdrs->x_op == XDR_ENCODE) return XDR_PUTLONG(xdrs, &word);
+    if (xdrs->x_op == XDR_FREE) return TRUE;
+    if (!XDR_GETLONG(xdrs, &word)) return FALSE;
+    value = static_cast<std::uint32_t>(word);
+    return TRUE;
+}
+
+inline bool_t CodeField(XDR *xdrs, std::int32_t &value) {
+    std::uint32_t word = static_cast<std::uint32_t>(value);
+    const bool_t coded = CodeField(xdrs, word);
+    value = static_cast<std::int32_t>(word);
+    return coded;
+}
+
+// A 16-bit value in one 4-byte XDR unit; the upper half is dropped on decoding.
+inline bool_t CodeField(XDR *xdrs, std::uint16_t &value) {
+    std::uint32_t word = value;
+    const bool_t coded = CodeField(xdrs, word);
+    value = static_cast<std::uint16_t>(word);
+    return coded;
+}
+
+bool_t CodeField(XDR *xdrs, char *&text); // an unbounded XDR string
+bool_t CodeField(XDR *xdrs, CharArray &array);
+bool_t CodeField(XDR *xdrs, CountedBytes &bytes);
+
+// Codes fields in the order given and stops at the first that fails. After a failed decode the fields before it hold
+// what was decoded; freeing the record releases them.
+template <typename... Fields>
+bool_t CodeFields(XDR *xdrs, Fields &...fields) {
+    return (CodeField(xdrs, fields) && ...) ? TRUE : FALSE;
+}
+
+// The same, except that a failed decode leaves nothing behind: what was decoded is released before FALSE is returned.
+template <typename... Fields>
+bool_t CodeWhole(XDR *xdrs, Fields &...fields) {
+    if (CodeFields(xdrs, fields...)) return TRUE;
+    if (xdrs->x_op == XDR_DECODE) {
+        xdrs->x_op = XDR_FREE;
+        (void)CodeFields(xdrs, fields...);
+        xdrs->x_op = XDR_DECODE;
+    }
+    return FALSE;
+}
+
+// A chain of optional records (a boolean before each link, FALSE after the last), the bytes of xdr_pointer applied
+// recursively, coded in a loop: the length of a list is never the depth of the stack. A Link has a member `next` and
+// bool_t CodeLink(XDR *, Link &) that codes all the others. After a failed decode the head holds the links decoded so
+// far; freeing releases them.
+template <typename Link>
+bool_t CodeField(XDR *xdrs, Link *&head) {
+    if (xdrs->x_op == XDR_FREE) {
+        while (head != nullptr) {
+            Link *link = head;
+            head = link->next;
+            (void)CodeLink(xdrs, *link);
+            std::free(link);
+        }
+        return TRUE;
+    }
+    for (Link **next = &head;; next = &(*next)->next) {
+        std::uint32_t more = *next != nullptr ? 1 : 0;
+        if (!CodeField(xdrs, more)) return FALSE;
+        if (more == 0) return TRUE;
+        if (xdrs->x_op == XDR_DECODE) {
+            *next = static_cast<Link *>(std::calloc(1, sizeof(Link)));
+            if (*next == nullptr) return FALSE;
+        }
+        if (!CodeLink(xdrs, **next)) return FALSE;
+    }
+}
+
+// The routine of a link itself: its fields, then the rest of the chain.
+template <typename Link>
+bool_t CodeLinkAndRest(XDR *xdrs, Link &link) {
+    bool_t coded = CodeLink(xdrs, link) && CodeField(xdrs, link.next);
+    if (!coded && xdrs->x_op == XDR_DECODE) {
+        xdrs->x_op = XDR_FREE;
+        (void)(CodeLink(xdrs, link) && CodeField(xdrs, link.next));
+        xdrs->x_op = XDR_DECODE;
+    }
+    return coded;
+}

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// dial: reaching a program on a host, every wait bounded.
+//
+// What clnt_create(host, program, version, "tcp") asks on the wire, without its cache, its unbounded waits and its
+// inheritable sockets: the host's address, the port mapper for the program's port (GETPORT, RFC 1833 section 3), then
+// the program itself. The client handles made here are used with clnt_call, clnt_control (CLGET_FD, CLGET_SERVER_ADDR)
+// and clnt_destroy like any other; descriptors are close-on-exec, and no call raises SIGPIPE.
+//
+// A call's time-out holds for the whole call. A peer that has sent nothing by then is a time-out (RPC_TIMEDOUT) and
+// keeps its connection, so that the call can be repeated; a peer that has sent bytes but no whole answer counts as lost
+// (RPC_CANTRECV): its connection is shut down and every later call on it fails at once.
+// Thread: reentrant; one handle serves one call at a time.
+#pragma once
+
+#include "util/guard.h"
+
+#include <netinet/in.h>
+#include <rpc/rpc.h>
+
+#include <cstdint>
+
+// Finds the IPv4 address of a host. Returns false when the name is unknown. May block for the resolver's time-outs.
+[[nodiscard]] bool ResolveHost(const char *host, in_addr *address);
+
+// Connects to a port of a host. Returns a client handle for program and version, null when nothing accepts within 5 s.
+[[nodiscard]] CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version);
+
+// Connects to the port mapper of a host: PortOfProgram asks over the handle. Null when it cannot be reached.
+[[nodiscard]] CLIENT *DialPortMapper(in_addr address);
+
+// Asks a port mapper for the TCP port of a program. Returns 0 when the program is not registered or no answer came
+// within 10 s.
+[[nodiscard]] std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version);
+
+// All of it: port mapper, then the program. Null when any step fails.
+[[nodiscard]] CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t version);
+[[nodiscard]] CLIENT *DialHost(const char *host, std::uint32_t program, std::uint32_t version);
+
+// clnt_destroy is a macro; a handle held by RpcClient is destroyed at the end of its scope.
+inline void DestroyClient(CLIENT *client) { clnt_destroy(client); }
+template <auto Fn>
+using Calls = std::integral_constant<decltype(Fn), Fn>;
+using RpcClient = std::unique_ptr<CLIENT, Calls<&DestroyClient>>;

@@ -1,0 +1,2 @@
+# SPDX-License-Identifier: MIT
+# One line a test program, in alphabetical order.
