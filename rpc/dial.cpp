@@ -1,0 +1,329 @@
+// SPDX-License-Identifier: MIT
+// dial: client handles over TCP whose every wait is bounded.
+//
+// A handle is one record: the CLIENT that libtirpc's macros know, the connection, and what has been received on it.
+// Its sockets are non-blocking and close-on-exec; sends raise no SIGPIPE. A connection on which something went wrong in
+// the middle of a message is lost: it is shut down, and later calls fail at once.
+// Thread: a handle serves one call at a time; nothing is shared between handles.
+#include "rpc/dial.h"
+
+#include "rpc/codec.h"
+#include "rpc/message.h"
+
+#include <netdb.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <rpc/pmap_prot.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+namespace {
+
+constexpr int connectTimeoutMs = 5000;
+constexpr timeval portMapperTimeout = {10, 0};
+constexpr std::size_t maxReplyBytes = std::size_t{64} << 20;
+
+using Milliseconds = std::int64_t; // on the monotonic clock
+
+struct Connection {
+    CLIENT client;
+    int descriptor;
+    sockaddr_in server;
+    std::uint32_t program;
+    std::uint32_t version;
+    std::uint32_t xid; // of the last call
+    bool lost;
+    bool hasTimeout; // CLSET_TIMEOUT overrides the time-out of each call
+    timeval timeout;
+    rpc_err error; // of the last call
+    MessageInput input;
+    MessageOutput output;
+};
+
+Connection *ConnectionOf(CLIENT *client) { return static_cast<Connection *>(client->cl_private); }
+
+Milliseconds Now() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return Milliseconds{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+Milliseconds After(const timeval &wait) { return Now() + Milliseconds{wait.tv_sec} * 1000 + wait.tv_usec / 1000; }
+
+// Waits until the descriptor is ready for `events` or the deadline has passed.
+bool WaitFor(int descriptor, short events, Milliseconds deadline) {
+    for (;;) {
+        const Milliseconds left = deadline - Now();
+        pollfd waiting = {descriptor, events, 0};
+        const int ready = poll(&waiting, 1, left > 0 ? static_cast<int>(left) : 0);
+        if (ready > 0) return true;
+        if (ready == 0 && left <= 0) return false;
+        if (ready < 0 && errno != EINTR) return false;
+    }
+}
+
+clnt_stat Fail(Connection *connection, clnt_stat status, int systemError) {
+    connection->error.re_status = status;
+    connection->error.re_errno = systemError;
+    return status;
+}
+
+clnt_stat Lose(Connection *connection, clnt_stat status, int systemError) {
+    connection->lost = true;
+    (void)shutdown(connection->descriptor, SHUT_RDWR);
+    return Fail(connection, status, systemError);
+}
+
+// --- one call ---
+
+bool EncodeCall(Connection *connection, rpcproc_t procedure, xdrproc_t codeArguments, void *arguments) {
+    XDR xdrs;
+    if (!BeginMessage(&connection->output, &xdrs)) return false;
+    rpc_msg call = {};
+    call.rm_xid = ++connection->xid;
+    call.rm_direction = CALL;
+    call.rm_call.cb_rpcvers = RPC_MSG_VERSION;
+    call.rm_call.cb_prog = connection->program;
+    call.rm_call.cb_vers = connection->version;
+    u_int32_t number = procedure;
+    AUTH *auth = connection->client.cl_auth;
+    return xdr_callhdr(&xdrs, &call) && xdr_u_int32_t(&xdrs, &number) && AUTH_MARSHALL(auth, &xdrs) &&
+           AUTH_WRAP(auth, &xdrs, codeArguments, static_cast<caddr_t>(arguments)) && FinishMessage(&connection->output);
+}
+
+// Sends the whole message. Returns 0 or the system error.
+int SendMessage(Connection *connection, Milliseconds deadline) {
+    const MessageOutput &output = connection->output;
+    for (std::size_t sent = 0; sent < output.size;) {
+        const ssize_t now = send(connection->descriptor, output.bytes + sent, output.size - sent, MSG_NOSIGNAL);
+        if (now >= 0) {
+            sent += static_cast<std::size_t>(now);
+        } else if (errno == EAGAIN) {
+            if (!WaitFor(connection->descriptor, POLLOUT, deadline)) return ETIMEDOUT;
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+// Receives until a whole message is there. *heard tells whether any byte came. Returns 0 or the system error.
+int ReceiveMessage(Connection *connection, Milliseconds deadline, bool *heard) {
+    MessageInput *input = &connection->input;
+    for (;;) {
+        const MessageState state = AssembleMessage(input, maxReplyBytes);
+        if (state == MessageState::Whole) return 0;
+        if (state == MessageState::TooLong) return EMSGSIZE;
+        const std::size_t room = MakeRoom(input);
+        if (room == 0) return ENOMEM;
+        if (!WaitFor(connection->descriptor, POLLIN, deadline)) return ETIMEDOUT;
+        const ssize_t now = recv(connection->descriptor, input->bytes + input->received, room, 0);
+        if (now == 0) return ECONNRESET;
+        if (now > 0) {
+            input->received += static_cast<std::size_t>(now);
+            *heard = true;
+        } else if (errno != EINTR && errno != EAGAIN) {
+            return errno;
+        }
+    }
+}
+
+bool IsAnswerTo(const MessageInput &input, std::uint32_t xid) {
+    std::uint32_t word = 0;
+    if (input.end - input.begin < sizeof word) return false;
+    std::memcpy(&word, input.bytes + input.begin, sizeof word);
+    return ntohl(word) == xid;
+}
+
+clnt_stat DecodeReply(Connection *connection, xdrproc_t codeResults, void *results) {
+    const MessageInput &input = connection->input;
+    XDR xdrs;
+    xdrmem_create(&xdrs, input.bytes + input.begin, static_cast<u_int>(input.end - input.begin), XDR_DECODE);
+    rpc_msg reply = {};
+    reply.acpted_rply.ar_verf = _null_auth;
+    reply.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(xdr_nothing);
+    if (!xdr_replymsg(&xdrs, &reply)) return Fail(connection, RPC_CANTDECODERES, EIO);
+    _seterr_reply(&reply, &connection->error);
+    if (connection->error.re_status == RPC_SUCCESS) {
+        AUTH *auth = connection->client.cl_auth;
+        if (!AUTH_VALIDATE(auth, &reply.acpted_rply.ar_verf)) {
+            connection->error.re_status = RPC_AUTHERROR;
+            connection->error.re_why = AUTH_INVALIDRESP;
+        } else if (!AUTH_UNWRAP(auth, &xdrs, codeResults, static_cast<caddr_t>(results))) {
+            connection->error.re_status = RPC_CANTDECODERES;
+        }
+    }
+    if (reply.rm_reply.rp_stat == MSG_ACCEPTED && reply.acpted_rply.ar_verf.oa_base != nullptr) {
+        xdrs.x_op = XDR_FREE;
+        (void)xdr_opaque_auth(&xdrs, &reply.acpted_rply.ar_verf);
+    }
+    return connection->error.re_status;
+}
+
+clnt_stat Call(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, void *arguments, xdrproc_t codeResults,
+               void *results, timeval timeout) {
+    Connection *connection = ConnectionOf(client);
+    connection->error = {};
+    if (connection->lost) return Fail(connection, RPC_CANTSEND, EPIPE);
+    const Milliseconds deadline = After(connection->hasTimeout ? connection->timeout : timeout);
+    if (!EncodeCall(connection, procedure, codeArguments, arguments)) {
+        return Fail(connection, RPC_CANTENCODEARGS, 0);
+    }
+    const int sendError = SendMessage(connection, deadline);
+    if (sendError != 0) return Lose(connection, RPC_CANTSEND, sendError);
+    for (bool heard = false;;) {
+        const int receiveError = ReceiveMessage(connection, deadline, &heard);
+        if (receiveError == ETIMEDOUT && !heard) return Fail(connection, RPC_TIMEDOUT, 0);
+        if (receiveError != 0) return Lose(connection, RPC_CANTRECV, receiveError);
+        if (IsAnswerTo(connection->input, connection->xid)) break;
+        DropMessage(&connection->input);
+        // A peer that keeps sending the wrong answers is not waited for any longer than one that drips.
+        if (Now() >= deadline) return Lose(connection, RPC_CANTRECV, ETIMEDOUT);
+    }
+    const clnt_stat status = DecodeReply(connection, codeResults, results);
+    DropMessage(&connection->input);
+    return status;
+}
+
+// --- the other operations of a handle ---
+
+void Abort(CLIENT * /*client*/) {}
+
+void GetError(CLIENT *client, rpc_err *error) { *error = ConnectionOf(client)->error; }
+
+bool_t FreeResults(CLIENT * /*client*/, xdrproc_t codeResults, void *results) {
+    XDR xdrs = {};
+    xdrs.x_op = XDR_FREE;
+    return codeResults(&xdrs, results);
+}
+
+void Destroy(CLIENT *client) {
+    Connection *connection = ConnectionOf(client);
+    (void)close(connection->descriptor);
+    ReleaseInput(&connection->input);
+    ReleaseOutput(&connection->output);
+    AUTH_DESTROY(client->cl_auth);
+    std::free(connection);
+}
+
+bool_t Control(CLIENT *client, u_int request, void *info) {
+    Connection *connection = ConnectionOf(client);
+    switch (request) {
+    case CLSET_TIMEOUT:
+        connection->hasTimeout = true;
+        connection->timeout = *static_cast<timeval *>(info);
+        return TRUE;
+    case CLGET_TIMEOUT: *static_cast<timeval *>(info) = connection->timeout; return TRUE;
+    case CLGET_FD: *static_cast<int *>(info) = connection->descriptor; return TRUE;
+    case CLGET_SERVER_ADDR: std::memcpy(info, &connection->server, sizeof connection->server); return TRUE;
+    default: return FALSE;
+    }
+}
+
+CLIENT::clnt_ops connectionOps = {
+    .cl_call = Call,
+    .cl_abort = Abort,
+    .cl_geterr = GetError,
+    .cl_freeres = FreeResults,
+    .cl_destroy = Destroy,
+    .cl_control = Control,
+};
+
+char netid[] = "tcp";
+char device[] = "-";
+
+// Transaction ids begin anywhere, so that two processes with one connection each do not answer each other's calls.
+std::uint32_t FirstXid() {
+    std::uint32_t xid = 0;
+    if (getrandom(&xid, sizeof xid, GRND_NONBLOCK) != sizeof xid) xid = static_cast<std::uint32_t>(Now());
+    return xid;
+}
+
+CLIENT *NewHandle(int descriptor, const sockaddr_in &server, std::uint32_t program, std::uint32_t version) {
+    Connection *connection = static_cast<Connection *>(std::calloc(1, sizeof(Connection)));
+    if (connection == nullptr) return nullptr;
+    connection->client.cl_auth = authnone_create();
+    connection->client.cl_ops = &connectionOps;
+    connection->client.cl_private = connection;
+    connection->client.cl_netid = netid;
+    connection->client.cl_tp = device;
+    connection->descriptor = descriptor;
+    connection->server = server;
+    connection->program = program;
+    connection->version = version;
+    connection->xid = FirstXid();
+    return &connection->client;
+}
+
+// --- connecting ---
+
+bool Connect(int descriptor, const sockaddr_in &server) {
+    if (connect(descriptor, reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0) return true;
+    if (errno != EINPROGRESS && errno != EINTR) return false;
+    int error = 0;
+    socklen_t length = sizeof error;
+    return WaitFor(descriptor, POLLOUT, Now() + connectTimeoutMs) &&
+           getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0;
+}
+
+void SendWithoutDelay(int descriptor) {
+    const int on = 1;
+    (void)setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // slower without it, but not wrong
+}
+
+} // namespace
+
+bool ResolveHost(const char *host, in_addr *address) {
+    addrinfo hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    if (getaddrinfo(host, nullptr, &hints, &found) != 0) return false;
+    *address = reinterpret_cast<const sockaddr_in *>(found->ai_addr)->sin_addr;
+    freeaddrinfo(found);
+    return true;
+}
+
+CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version) {
+    int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (descriptor < 0) return nullptr;
+    DescriptorGuard guard(&descriptor);
+    sockaddr_in server = {};
+    server.sin_family = AF_INET;
+    server.sin_port = htons(port);
+    server.sin_addr = address;
+    if (!Connect(descriptor, server)) return nullptr;
+    SendWithoutDelay(descriptor);
+    CLIENT *client = NewHandle(descriptor, server, program, version);
+    if (client != nullptr) (void)guard.release();
+    return client;
+}
+
+CLIENT *DialPortMapper(in_addr address) { return DialPort(address, PMAPPORT, PMAPPROG, PMAPVERS); }
+
+std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version) {
+    pmap wanted = {};
+    wanted.pm_prog = program;
+    wanted.pm_vers = version;
+    wanted.pm_prot = IPPROTO_TCP;
+    u_short port = 0;
+    const clnt_stat status = clnt_call(portMapper, PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap), &wanted,
+                                       reinterpret_cast<xdrproc_t>(xdr_u_short), &port, portMapperTimeout);
+    return status == RPC_SUCCESS ? port : std::uint16_t{0};
+}
+
+CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t version) {
+    const RpcClient portMapper(DialPortMapper(address));
+    if (portMapper == nullptr) return nullptr;
+    const std::uint16_t port = PortOfProgram(portMapper.get(), program, version);
+    return port != 0 ? DialPort(address, port, program, version) : nullptr;
+}
+
+CLIENT *DialHost(const char *host, std::uint32_t program, std::uint32_t version) {
+    in_addr address = {};
+    return ResolveHost(host, &address) ? DialProgram(address, program, version) : nullptr;
+}
