@@ -95,12 +95,29 @@ extern std::int32_t firstunorderedgroupindex; // number of groups named in the o
 void ResizeServiceDatabase();
 // Returns the index of the first free record, growing the array when there is none. The caller fills `name` at once.
 [[nodiscard]] std::int32_t GetNextServiceDatabaseEntry();
+// Gives a record its name, a heap copy; null frees the record. Names change here and nowhere else.
+void SetServiceName(std::int32_t index, const char *name);
 // Returns the index of the first record of this name (case-sensitive), -1 when there is none.
 [[nodiscard]] std::int32_t GetServiceIndexFromName(const char *name);
 // Clears the marks of the dependency walk in every record.
 void ClearVisitingFlags();
 // Whether a client's handle names a used record.
 [[nodiscard]] bool IsServiceHandle(std::int32_t handle);
+
+// --- values ---
+
+// Zero bytes that stand behind every value read here: each string ends, and so does each multi-string.
+inline constexpr DWORD valueTerminatorBytes = 2;
+
+// Asks for the length of a value, 0 when the call fails. Returns the registry's code; 2 when there is no such value.
+[[nodiscard]] std::uint32_t QueryValueSize(HKEY key, const char *name, DWORD *bytes);
+// Reads a value of at most *bytes bytes.
+//   value  the data, followed by the terminating bytes; set also when the registry refuses
+//   bytes  in: room for the data; out: how much of it came
+// Returns the registry's code; 8 when the room asked for is beyond reason (16 MiB).
+[[nodiscard]] std::uint32_t ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes);
+// Both in turn.
+[[nodiscard]] std::uint32_t ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes);
 
 // --- load ---
 

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// database: the array of service records, its growth and its search by name.
+//
+// Owns:    svcdb and the names in it (malloc), and the other state that the whole module shares.
+// Thread:  main thread only; nothing here is locked.
+// Deliberate: the loader fills records from index 1, but the search for a free record begins at 0, so that the first
+// service created after start-up takes record 0.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+
+#include "servd/checked_memory.h"
+
+#include <cstring>
+
+ServiceDatabaseEntry *svcdb;
+std::int32_t svcdbsize;
+ServiceDatabaseLock svcdblock;
+GroupListEntry *grouplist;
+std::int32_t grouplistsize;
+ImagePathEntry *imagepathlist;
+std::int32_t imagepathlistsize;
+
+std::int32_t binitializing;
+std::uint32_t initstatus;
+char scmhostname[256];
+std::int32_t firstunorderedgroupindex;
+
+static constexpr std::int32_t growthRecords = 50;
+
+void ResizeServiceDatabase() {
+    const auto records = static_cast<std::size_t>(svcdbsize);
+    svcdb = static_cast<ServiceDatabaseEntry *>(CheckedRealloc(svcdb, (records + growthRecords) * sizeof *svcdb));
+    std::memset(svcdb + records, 0, growthRecords * sizeof *svcdb);
+    svcdbsize += growthRecords;
+}
+
+std::int32_t GetNextServiceDatabaseEntry() {
+    for (std::int32_t index = 0; index < svcdbsize; index++)
+        if (svcdb[index].name == nullptr) return index;
+    const std::int32_t firstNew = svcdbsize;
+    ResizeServiceDatabase();
+    return firstNew;
+}
+
+void SetServiceName(std::int32_t index, const char *name) {
+    std::free(svcdb[index].name);
+    svcdb[index].name = CheckedCopy(name);
+}
+
+// Deliberate: letter case counts, although Win32 service names have none.
+std::int32_t GetServiceIndexFromName(const char *name) {
+    for (std::int32_t index = 0; index < svcdbsize; index++)
+        if (svcdb[index].name != nullptr && std::strcmp(svcdb[index].name, name) == 0) return index;
+    return -1;
+}
+
+void ClearVisitingFlags() {
+    for (std::int32_t index = 0; index < svcdbsize; index++)
+        svcdb[index].visited = svcdb[index].visiting = 0;
+}
+
+bool IsServiceHandle(std::int32_t handle) { return handle >= 0 && handle < svcdbsize && svcdb[handle].name != nullptr; }

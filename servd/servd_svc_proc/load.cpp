@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+// load: builds the service database from the registry at start-up.
+//
+// Owns:    nothing; fills svcdb, grouplist and imagepathlist.
+// Reads:   one subkey a service under the services key; deletes those that carry "DeleteFlag".
+// Thread:  main thread only.
+// Deliberate: the first service takes record 1; "Type" and "DisplayName" have no defaults, so that one service without
+// them keeps the whole database from loading; a service without "Tag" takes over the tag of the one loaded before it;
+// a load that fails leaves its keys open.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+
+#include "servd/checked_memory.h"
+
+namespace {
+
+constexpr DWORD textBytes = 1024; // longest name or text that is loaded, without the terminator that is always added
+using TextBuffer = char[textBytes + 1];
+
+std::uint32_t QueryNumber(HKEY key, const char *name, std::int32_t *number) {
+    DWORD bytes = sizeof *number;
+    return static_cast<std::uint32_t>(
+        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(number), &bytes));
+}
+
+std::uint32_t QueryText(HKEY key, const char *name, TextBuffer &text) {
+    DWORD bytes = textBytes;
+    return static_cast<std::uint32_t>(
+        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &bytes));
+}
+
+// Enters the service into the list under the name that one of its values holds, when it has that value.
+std::uint32_t FileService(HKEY key, const char *valueName, GroupListEntry **list, std::int32_t *size,
+                          std::int32_t index) {
+    TextBuffer name = {};
+    const std::uint32_t rc = QueryText(key, valueName, name);
+    if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
+    if (rc == ERROR_SUCCESS) AddServiceToGroupList(list, size, name, index);
+    return rc;
+}
+
+// Reads the values of one service into its record and files it under its group and its image path. *tag holds the tag
+// of the service before, and is left for the next.
+std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, std::int32_t *tag) {
+    SetServiceName(index, name);
+    ServiceDatabaseEntry &entry = svcdb[index];
+    entry.reserved = 0;
+
+    std::int32_t type = 0;
+    std::uint32_t rc = QueryNumber(key, "Type", &type);
+    if (rc != ERROR_SUCCESS) return rc;
+    rc = QueryNumber(key, "Tag", tag);
+    if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
+    TextBuffer displayName = {};
+    rc = QueryText(key, "DisplayName", displayName);
+    if (rc != ERROR_SUCCESS) return rc;
+
+    entry.displayName = CheckedCopy(displayName);
+    entry.type = type;
+    entry.tag = *tag;
+    entry.status.dwCurrentState = SERVICE_STOPPED;
+
+    rc = FileService(key, "Group", &grouplist, &grouplistsize, index);
+    if (rc != ERROR_SUCCESS) return rc;
+    return FileService(key, "ImagePath", &imagepathlist, &imagepathlistsize, index);
+}
+
+// Whether the service was deleted while in use by an earlier daemon. Returns the registry's code.
+std::uint32_t QueryDeleteFlag(HKEY key, bool *deleted) {
+    std::int32_t flag = 0;
+    const std::uint32_t rc = QueryNumber(key, "DeleteFlag", &flag);
+    *deleted = rc == ERROR_SUCCESS;
+    return rc == ERROR_FILE_NOT_FOUND ? std::uint32_t{ERROR_SUCCESS} : rc;
+}
+
+} // namespace
+
+std::uint32_t ReadServiceDatabase() {
+    HKEY servicesKey = 0;
+    DWORD disposition = 0;
+    std::uint32_t rc = static_cast<std::uint32_t>(RegCreateKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, nullptr, 0,
+                                                                  KEY_ALL_ACCESS, nullptr, &servicesKey, &disposition));
+    if (rc != ERROR_SUCCESS) return rc;
+    ResizeServiceDatabase();
+
+    std::int32_t tag = 0;
+    for (std::int32_t index = 0;;) {
+        TextBuffer name = {};
+        DWORD nameBytes = textBytes;
+        rc = static_cast<std::uint32_t>(RegEnumKeyExA(servicesKey, static_cast<DWORD>(index), name, &nameBytes, nullptr,
+                                                      nullptr, nullptr, nullptr));
+        if (rc != ERROR_SUCCESS) break;
+
+        HKEY key = 0;
+        rc = static_cast<std::uint32_t>(RegOpenKeyExA(servicesKey, name, 0, KEY_ALL_ACCESS, &key));
+        if (rc != ERROR_SUCCESS) return rc;
+        bool deleted = false;
+        rc = QueryDeleteFlag(key, &deleted);
+        if (rc != ERROR_SUCCESS) return rc;
+        if (deleted) {
+            (void)RegCloseKey(key);
+            rc = static_cast<std::uint32_t>(RegDeleteKeyA(servicesKey, name));
+            if (rc != ERROR_SUCCESS) return rc; // the same subkey would come again for ever
+            continue;                           // the next subkey has moved to this index
+        }
+
+        index++;
+        if (index >= svcdbsize) ResizeServiceDatabase();
+        rc = LoadService(key, name, index, &tag);
+        if (rc != ERROR_SUCCESS) return rc;
+        (void)RegCloseKey(key);
+    }
+    (void)RegCloseKey(servicesKey);
+    return rc == ERROR_NO_MORE_ITEMS ? std::uint32_t{ERROR_SUCCESS} : rc;
+}

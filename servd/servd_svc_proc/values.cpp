@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// values: registry values of any length, read in two steps: the size, then the data.
+//
+// Thread:  main thread only.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+
+#include "servd/checked_memory.h"
+
+#include <algorithm>
+
+// No value of a service configuration comes near it; a larger size is a broken registry's word.
+static constexpr DWORD longestValueBytes = 16 * 1024 * 1024;
+
+std::uint32_t QueryValueSize(HKEY key, const char *name, DWORD *bytes) {
+    *bytes = 0;
+    return static_cast<std::uint32_t>(RegQueryValueExA(key, name, nullptr, nullptr, nullptr, bytes));
+}
+
+std::uint32_t ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes) {
+    const DWORD room = *bytes;
+    if (room > longestValueBytes) return ERROR_NOT_ENOUGH_MEMORY;
+    value->reset(static_cast<char *>(CheckedCalloc(room + valueTerminatorBytes, 1)));
+    const LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(value->get()), bytes);
+    *bytes = std::min(*bytes, room); // a value that has grown since is cut
+    return static_cast<std::uint32_t>(rc);
+}
+
+std::uint32_t ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes) {
+    const std::uint32_t rc = QueryValueSize(key, name, bytes);
+    return rc != ERROR_SUCCESS ? rc : ReadValue(key, name, value, bytes);
+}
