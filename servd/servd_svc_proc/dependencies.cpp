@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// dependencies: the walk over what a service depends on, directly and through further services and groups.
+//
+// Owns:    nothing beyond a walk; the collected records belong to the caller.
+// Reads:   "DependOnGroup" of each service walked; it names services, and with a leading "+" load-order groups.
+// Thread:  main thread only.
+//
+// The walk keeps its own stack on the heap, since the depth of a dependency chain is the registry's to choose.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+
+#include "servd/checked_memory.h"
+
+#include <cstring>
+
+namespace {
+
+// The fixed part of a Win32 ENUM_SERVICE_STATUS: two pointers and seven words, 4 bytes each.
+constexpr std::int32_t fixedRecordBytes = 36;
+
+// A service whose dependencies are being walked.
+struct Visit {
+    std::int32_t index;
+    char *names;                // its dependencies, ended by an empty string; owned
+    const char *nextName;       // the first one not yet walked
+    const GroupMember *members; // what is left of the group being walked
+    Visit *outer;               // the service that depends on this one
+};
+
+// One walk: what the caller asked for, and where it has got to.
+struct Walk {
+    std::int32_t rootIndex;
+    HKEY servicesKey;
+    std::int32_t stateMask;
+    std::int32_t *bytesLeft;
+    svd_enum_status_list_t **list;
+    std::int32_t *bytesNeeded;
+    std::int32_t *count;
+    char *passedOver; // per record: walked, but in none of the wanted states
+    Visit *innermost;
+};
+
+std::size_t TextLength(const char *text) { return text == nullptr ? 0 : std::strlen(text); }
+
+bool IsWantedState(std::int32_t state, std::int32_t stateMask) {
+    if ((stateMask & SERVICE_STATE_ALL) == SERVICE_STATE_ALL) return true;
+    if ((stateMask & SERVICE_ACTIVE) != 0) return state >= SERVICE_START_PENDING && state <= SERVICE_PAUSED;
+    if ((stateMask & SERVICE_INACTIVE) != 0) return state == SERVICE_STOPPED;
+    return false;
+}
+
+void PushVisit(Walk &walk, std::int32_t index, HeapText names) {
+    auto *visit = static_cast<Visit *>(CheckedCalloc(1, sizeof(Visit)));
+    char *text = names.release();
+    *visit = {.index = index, .names = text, .nextName = text, .members = nullptr, .outer = walk.innermost};
+    walk.innermost = visit;
+}
+
+void PopVisit(Walk &walk) {
+    Visit *visit = walk.innermost;
+    walk.innermost = visit->outer;
+    std::free(visit->names);
+    std::free(visit);
+}
+
+// Returns the index of the next service that this one depends on, -1 after the last. Names that nobody bears and groups
+// without members are passed over.
+std::int32_t NextDependency(Visit &visit) {
+    for (;;) {
+        if (visit.members != nullptr) {
+            const std::int32_t index = visit.members->serviceIndex;
+            visit.members = visit.members->next;
+            return index;
+        }
+        const char *name = visit.nextName;
+        if (*name == '\0') return -1;
+        visit.nextName += std::strlen(name) + 1;
+        if (*name == '+') {
+            const std::int32_t group = GetGroupIndexFromName(grouplist, &grouplistsize, name + 1);
+            if (group >= 0) visit.members = grouplist[group].members;
+            continue;
+        }
+        const std::int32_t index = GetServiceIndexFromName(name);
+        if (index >= 0) return index;
+    }
+}
+
+// Collects a service whose own dependencies have been walked. Returns 0, or 234 when there is no room for it.
+std::uint32_t Collect(Walk &walk, std::int32_t index) {
+    ServiceDatabaseEntry &entry = svcdb[index];
+    if (index == walk.rootIndex) return ERROR_SUCCESS;
+    entry.visiting = 0;
+    if (!IsWantedState(entry.status.dwCurrentState, walk.stateMask)) {
+        walk.passedOver[index] = 1;
+        return ERROR_SUCCESS;
+    }
+    entry.visited = 1;
+
+    const std::int32_t bytes = EnumRecordBytes(entry);
+    *walk.bytesNeeded =
+        static_cast<std::int32_t>(static_cast<std::uint32_t>(*walk.bytesNeeded) + static_cast<std::uint32_t>(bytes));
+    if (bytes > *walk.bytesLeft) {
+        *walk.bytesLeft = -1; // no later record fits either
+        return ERROR_MORE_DATA;
+    }
+    svd_enum_status_list_t *record = NewEnumRecord(entry);
+    record->next = *walk.list;
+    *walk.list = record;
+    *walk.bytesLeft -= bytes;
+    ++*walk.count;
+    return ERROR_SUCCESS;
+}
+
+// Begins a service: reads its dependencies and leaves them to be walked, or collects it at once when it has none.
+std::uint32_t Enter(Walk &walk, std::int32_t index) {
+    ServiceDatabaseEntry &entry = svcdb[index];
+    if (entry.name == nullptr || entry.deletePending != 0) return ERROR_SUCCESS;
+    if (entry.visiting != 0) return ERROR_CIRCULAR_DEPENDENCY;
+    // A service passed over before would be passed over again, and so would all below it: walking it again at every
+    // road that leads to it takes exponential time.
+    if (entry.visited != 0 || walk.passedOver[index] != 0) return ERROR_SUCCESS;
+
+    HKEY key = 0;
+    std::uint32_t rc = static_cast<std::uint32_t>(RegOpenKeyExA(walk.servicesKey, entry.name, 0, KEY_ALL_ACCESS, &key));
+    if (rc != ERROR_SUCCESS) return rc;
+    const KeyGuard closeKey(&key);
+    DWORD bytes = 0;
+    rc = QueryValueSize(key, "DependOnGroup", &bytes);
+    if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
+    if (rc == ERROR_FILE_NOT_FOUND || bytes == 0) return Collect(walk, index);
+
+    entry.visiting = 1;
+    HeapText names;
+    rc = ReadValue(key, "DependOnGroup", &names, &bytes);
+    if (rc == ERROR_SUCCESS) PushVisit(walk, index, std::move(names));
+    return rc;
+}
+
+bool EndsWalk(std::uint32_t rc) { return rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA; }
+
+} // namespace
+
+std::int32_t EnumRecordBytes(const ServiceDatabaseEntry &entry) {
+    return static_cast<std::int32_t>(TextLength(entry.name) + 1 + TextLength(entry.displayName) + 1) + fixedRecordBytes;
+}
+
+svd_enum_status_list_t *NewEnumRecord(const ServiceDatabaseEntry &entry) {
+    auto *record = static_cast<svd_enum_status_list_t *>(CheckedCalloc(1, sizeof(svd_enum_status_list_t)));
+    record->name = CheckedCopy(entry.name);
+    record->displayName = CheckedCopy(entry.displayName);
+    record->status = entry.status;
+    return record;
+}
+
+std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft, svd_enum_status_list_t **list,
+                                    std::int32_t *bytesNeeded, std::int32_t *count, std::int32_t rootIndex,
+                                    HKEY servicesKey, std::int32_t stateMask) {
+    const HeapText passedOver(static_cast<char *>(CheckedCalloc(static_cast<std::size_t>(svcdbsize), 1)));
+    Walk walk = {.rootIndex = rootIndex,
+                 .servicesKey = servicesKey,
+                 .stateMask = stateMask,
+                 .bytesLeft = bytesLeft,
+                 .list = list,
+                 .bytesNeeded = bytesNeeded,
+                 .count = count,
+                 .passedOver = passedOver.get(),
+                 .innermost = nullptr};
+
+    // The result of a service that did not fit is overtaken by that of the service that depends on it.
+    std::uint32_t rc = Enter(walk, index);
+    while (walk.innermost != nullptr && !EndsWalk(rc)) {
+        const std::int32_t dependency = NextDependency(*walk.innermost);
+        if (dependency >= 0) {
+            rc = Enter(walk, dependency);
+        } else {
+            rc = Collect(walk, walk.innermost->index);
+            PopVisit(walk);
+        }
+    }
+    while (walk.innermost != nullptr)
+        PopVisit(walk);
+    return rc;
+}
