@@ -1,0 +1,389 @@
+// SPDX-License-Identifier: MIT
+// config: the procedures that install a service and read or change its configuration.
+//
+// They keep three things in step: the service's key in the registry, its record in svcdb, and its place in grouplist
+// and imagepathlist. What can be refused is refused before anything is filled; what was written by then is undone.
+// Afterwards no write is checked: one that fails leaves the registry behind the database, and nobody is told.
+// The lock that clients take on the database is not looked at here.
+//
+// Owns:    the strings in the static result of the configuration query.
+// Thread:  main thread only.
+// Deliberate: "DependOnService" holds the Unix account and "DependOnGroup" every dependency; create files a service in
+//             imagepathlist under its group; a tag that was handed out is not entered into the record, nor into the
+//             group's list of tags, of which only the count goes up.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+
+#include "servd/checked_memory.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint32_t unknownUser = 0xFFFFFFFF; // what GetUserIDFromName answers
+
+// A value as the registry holds it.
+struct RegistryValue {
+    DWORD type;
+    DWORD bytes;
+    HeapText data; // the bytes and a terminator that does not count; null when the value could not be read
+};
+
+// Reads a value of any size. Returns 0, 2 when there is none, or the code of the call that failed.
+LONG ReadValue(HKEY key, const char *name, RegistryValue *value) {
+    *value = {};
+    DWORD bytes = 0;
+    LONG rc = RegQueryValueExA(key, name, nullptr, &value->type, nullptr, &bytes);
+    if (rc != ERROR_SUCCESS) return rc;
+    HeapText data(static_cast<char *>(CheckedCalloc(std::size_t{bytes} + 1, 1)));
+    DWORD read = bytes;
+    rc = RegQueryValueExA(key, name, nullptr, &value->type, reinterpret_cast<LPBYTE>(data.get()), &read);
+    if (rc != ERROR_SUCCESS) return rc;
+    value->bytes = std::min(read, bytes); // it may have grown since its size was asked for
+    value->data = std::move(data);
+    return ERROR_SUCCESS;
+}
+
+DWORD ReadNumber(HKEY key, const char *name) {
+    DWORD number = 0;
+    DWORD bytes = sizeof number;
+    const LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(&number), &bytes);
+    return rc == ERROR_SUCCESS ? number : 0;
+}
+
+// The text of a value up to its first zero byte, an empty one where there is no such value. Never null.
+HeapText ReadText(HKEY key, const char *name) {
+    RegistryValue value{};
+    (void)ReadValue(key, name, &value);
+    return value.data != nullptr ? std::move(value.data) : HeapText(CheckedCopy(""));
+}
+
+void WriteBytes(HKEY key, const char *name, DWORD type, const char *data, DWORD bytes) {
+    (void)RegSetValueExA(key, name, 0, type, reinterpret_cast<const BYTE *>(data), bytes);
+}
+
+void WriteNumber(HKEY key, const char *name, DWORD number) {
+    (void)RegSetValueExA(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE *>(&number), sizeof number);
+}
+
+void WriteText(HKEY key, const char *name, const char *text) {
+    WriteBytes(key, name, REG_SZ, text, static_cast<DWORD>(std::strlen(text)) + 1);
+}
+
+void OpenServiceKeys(const char *name, HKEY *services, HKEY *service) {
+    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, services);
+    (void)RegOpenKeyExA(*services, name, 0, KEY_ALL_ACCESS, service);
+}
+
+// Opens the key of the tag counters, and creates it where there is none.
+HKEY OpenTagOrder() {
+    HKEY tagOrder = 0;
+    DWORD disposition = 0;
+    (void)RegCreateKeyExA(HKEY_LOCAL_MACHINE, tagOrderKeyPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &tagOrder,
+                          &disposition);
+    return tagOrder;
+}
+
+// Hands out the next tag of a group: counts its counter up, or starts one at 1. A counter that cannot be read leaves
+// *tag as it is.
+void CountUpGroup(HKEY tagOrder, const char *group, std::uint32_t *tag) {
+    RegistryValue counter{};
+    const LONG rc = ReadValue(tagOrder, group, &counter);
+    if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return;
+    std::uint32_t count = 0;
+    if (rc == ERROR_SUCCESS)
+        std::memcpy(&count, counter.data.get(), std::min<std::size_t>(counter.bytes, sizeof count));
+    count += 1;
+    *tag = count;
+    if (rc == ERROR_FILE_NOT_FOUND) {
+        WriteBytes(tagOrder, group, REG_BINARY, reinterpret_cast<const char *>(&count), sizeof count);
+        return;
+    }
+    std::memcpy(counter.data.get(), &count, std::min<std::size_t>(counter.bytes, sizeof count));
+    WriteBytes(tagOrder, group, counter.type, counter.data.get(), counter.bytes);
+}
+
+// Whether the dependencies of svcdb[index] can be walked: 0, 1059 when they lead back to themselves, or a registry
+// error.
+std::uint32_t CheckDependencies(std::int32_t index, HKEY services) {
+    std::int32_t room = 0;
+    svd_enum_status_list_t *none = nullptr; // no record fits into no room
+    std::int32_t bytes = 0;
+    std::int32_t count = 0;
+    const std::uint32_t rc =
+        CalculateDependencies(index, &room, &none, &bytes, &count, index, services, SERVICE_STATE_ALL);
+    ClearVisitingFlags();
+    return rc == ERROR_MORE_DATA ? ERROR_SUCCESS : rc;
+}
+
+bool IsEmpty(const char *text) { return text[0] == '\0'; }
+
+// --- create ---
+
+// Takes a record for the service, enters it into its group and checks its dependencies. Returns 0 and *index; or a
+// code, with the record and the group as they were.
+std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY services, HKEY service, std::int32_t *index) {
+    *index = GetNextServiceDatabaseEntry();
+    svcdb[*index].name = CheckedCopy(wanted.name);
+    if (wanted.dependencies.count != 1) {
+        // Deliberate: no bytes at all are not "none"; that write is refused for want of data.
+        WriteBytes(service, "DependOnGroup", REG_MULTI_SZ, wanted.dependencies.chars, wanted.dependencies.count);
+    }
+    if (!IsEmpty(wanted.group)) AddServiceToGroupList(&grouplist, &grouplistsize, wanted.group, *index);
+    const std::uint32_t rc = CheckDependencies(*index, services);
+    if (rc == ERROR_SUCCESS) return ERROR_SUCCESS;
+    if (!IsEmpty(wanted.group)) RemoveServiceFromGroupList(grouplist, &grouplistsize, wanted.group, *index);
+    std::free(svcdb[*index].name);
+    svcdb[*index].name = nullptr;
+    return rc;
+}
+
+// Deliberate: what is not named here keeps the value that the record's last service left.
+void FillRecord(const servd_SERV_CREATE_SERVICE &wanted, ServiceDatabaseEntry *entry) {
+    entry->openCount += 1; // the creating client holds a handle
+    entry->reserved = 0;
+    entry->displayName = CheckedCopy(wanted.displayName);
+    entry->type = static_cast<std::int32_t>(wanted.serviceType);
+    entry->status.dwCurrentState = SERVICE_STOPPED;
+}
+
+void WriteTag(const char *group, HKEY service, std::uint32_t *tag) {
+    HKEY tagOrder = OpenTagOrder();
+    const KeyGuard closeTagOrder(&tagOrder);
+    CountUpGroup(tagOrder, group, tag);
+    WriteNumber(service, "Tag", *tag);
+}
+
+void WriteConfiguration(const servd_SERV_CREATE_SERVICE &wanted, HKEY service, std::int32_t index, std::uint32_t *tag) {
+    WriteText(service, "DisplayName", wanted.displayName);
+    WriteNumber(service, "Type", wanted.serviceType);
+    WriteNumber(service, "Start", wanted.startType);
+    WriteNumber(service, "ErrorControl", wanted.errorControl);
+    // Deliberate: under the name of the group, so that the image path is found here only after the next load.
+    if (!IsEmpty(wanted.imagePath)) AddServiceToGroupList(&imagepathlist, &imagepathlistsize, wanted.group, index);
+    WriteText(service, "ImagePath", wanted.imagePath);
+    if (!IsEmpty(wanted.group)) WriteText(service, "Group", wanted.group);
+    if (wanted.tagWanted != 0) WriteTag(wanted.group, service, tag);
+    if (!IsEmpty(wanted.account)) WriteText(service, "DependOnService", wanted.account);
+}
+
+std::uint32_t CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_t *handle, std::uint32_t *tag) {
+    HKEY services = 0;
+    LONG rc = RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services);
+    if (rc != ERROR_SUCCESS) return ERROR_DATABASE_DOES_NOT_EXIST; // 1065
+    const KeyGuard closeServices(&services);
+    HKEY service = 0;
+    DWORD disposition = 0;
+    rc = RegCreateKeyExA(services, wanted.name, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &service, &disposition);
+    if (rc != ERROR_SUCCESS) return ERROR_INVALID_NAME; // 123
+    KeyGuard closeService(&service);
+    if (disposition == REG_OPENED_EXISTING_KEY) return ERROR_SERVICE_EXISTS; // 1073; the registry decides, not svcdb
+
+    std::uint32_t refusal = ERROR_INVALID_SERVICE_ACCOUNT; // 1057
+    std::int32_t index = 0;
+    if (GetUserIDFromName(wanted.account) != unknownUser) refusal = EnterService(wanted, services, service, &index);
+    if (refusal != ERROR_SUCCESS) {
+        closeService.reset();
+        (void)RegDeleteKeyA(services, wanted.name); // the refusal is the answer, whatever becomes of the key
+        return refusal;
+    }
+    FillRecord(wanted, &svcdb[index]);
+    *handle = index;
+    WriteConfiguration(wanted, service, index, tag);
+    return ERROR_SUCCESS;
+}
+
+// --- query ---
+
+// The count is what the reply carries: a value that is missing has none, and text that is never null.
+CharArray ReadDependencies(HKEY service) {
+    RegistryValue value{};
+    (void)ReadValue(service, "DependOnGroup", &value);
+    return {.count = value.bytes, .chars = value.data != nullptr ? value.data.release() : CheckedCopy("")};
+}
+
+void FillConfiguration(const ServiceDatabaseEntry &entry, servd_SERV_QUERY_CONFIG_SERVICE_RETURN *reply) {
+    HKEY services = 0;
+    HKEY service = 0;
+    OpenServiceKeys(entry.name, &services, &service);
+    const KeyGuard closeServices(&services);
+    const KeyGuard closeService(&service);
+    reply->serviceType = static_cast<std::uint32_t>(entry.type);
+    reply->startType = ReadNumber(service, "Start");
+    reply->errorControl = ReadNumber(service, "ErrorControl");
+    reply->imagePath = ReadText(service, "ImagePath").release();
+    reply->group = ReadText(service, "Group").release();
+    reply->tag = entry.tag;
+    reply->dependencies = ReadDependencies(service);
+    reply->account = ReadText(service, "DependOnService").release();
+    reply->displayName = CheckedCopy(entry.displayName);
+}
+
+// --- change ---
+
+// Each of the request's strings as text: a copy up to its first zero byte, terminated or not; null where none is given.
+struct ChangedTexts {
+    HeapText imagePath;
+    HeapText group;
+    HeapText account;
+    HeapText displayName;
+};
+
+HeapText TextOf(const CharArray &array) {
+    if (array.count == 0) return nullptr;
+    HeapText text(static_cast<char *>(CheckedCalloc(std::size_t{array.count} + 1, 1)));
+    std::memcpy(text.get(), array.chars, array.count);
+    return text;
+}
+
+ChangedTexts TextsOf(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted) {
+    return {.imagePath = TextOf(wanted.imagePath),
+            .group = TextOf(wanted.group),
+            .account = TextOf(wanted.account),
+            .displayName = TextOf(wanted.displayName)};
+}
+
+void WriteArray(HKEY key, const char *name, DWORD type, const CharArray &array) {
+    WriteBytes(key, name, type, array.chars, array.count);
+}
+
+bool HasOtherService(const char *displayName, std::int32_t handle) {
+    for (std::int32_t index = 0; index < svcdbsize; ++index) {
+        const char *other = svcdb[index].displayName;
+        if (index != handle && other != nullptr && std::strcmp(other, displayName) == 0) return true;
+    }
+    return false;
+}
+
+// Moves a service between two groups; null stands for no group.
+void MoveToGroup(const char *from, const char *to, std::int32_t index) {
+    if (from != nullptr) RemoveServiceFromGroupList(grouplist, &grouplistsize, from, index);
+    if (to != nullptr) AddServiceToGroupList(&grouplist, &grouplistsize, to, index);
+}
+
+// Sets new dependencies and a new group, as far as they are given, and checks where they lead. Returns 0; or a code,
+// with both as they were.
+std::uint32_t ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const char *newGroup, HKEY services,
+                                 HKEY service) {
+    RegistryValue oldDependencies{};
+    RegistryValue oldGroup{};
+    if (wanted.dependencies.count != 0) {
+        (void)ReadValue(service, "DependOnGroup", &oldDependencies);
+        WriteArray(service, "DependOnGroup", REG_MULTI_SZ, wanted.dependencies);
+    }
+    if (newGroup != nullptr) {
+        (void)ReadValue(service, "Group", &oldGroup);
+        MoveToGroup(oldGroup.data.get(), newGroup, wanted.handle);
+    }
+    const std::uint32_t rc = CheckDependencies(wanted.handle, services);
+    if (rc == ERROR_SUCCESS) return ERROR_SUCCESS;
+
+    if (newGroup != nullptr) MoveToGroup(newGroup, oldGroup.data.get(), wanted.handle);
+    if (wanted.dependencies.count != 0 && oldDependencies.data != nullptr) {
+        WriteBytes(service, "DependOnGroup", REG_MULTI_SZ, oldDependencies.data.get(), oldDependencies.bytes);
+    } else if (wanted.dependencies.count != 0) {
+        (void)RegDeleteValueA(service, "DependOnGroup"); // there was none before
+    }
+    return rc;
+}
+
+void ChangeNumbers(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, HKEY service) {
+    if (wanted.serviceType != SERVICE_NO_CHANGE) {
+        svcdb[wanted.handle].type = static_cast<std::int32_t>(wanted.serviceType);
+        WriteNumber(service, "Type", wanted.serviceType);
+    }
+    if (wanted.startType != SERVICE_NO_CHANGE) WriteNumber(service, "Start", wanted.startType);
+    WriteNumber(service, "ErrorControl", wanted.errorControl); // deliberate: SERVICE_NO_CHANGE too is written
+}
+
+void ChangeTexts(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const ChangedTexts &texts, HKEY service) {
+    ServiceDatabaseEntry &entry = svcdb[wanted.handle];
+    if (texts.imagePath != nullptr) {
+        RegistryValue old{};
+        (void)ReadValue(service, "ImagePath", &old);
+        if (old.data != nullptr) {
+            RemoveServiceFromGroupList(imagepathlist, &imagepathlistsize, old.data.get(), wanted.handle);
+        }
+        AddServiceToGroupList(&imagepathlist, &imagepathlistsize, texts.imagePath.get(), wanted.handle);
+        WriteArray(service, "ImagePath", REG_SZ, wanted.imagePath);
+    }
+    if (texts.account != nullptr) WriteArray(service, "DependOnService", REG_SZ, wanted.account);
+    if (texts.displayName != nullptr) {
+        WriteArray(service, "DisplayName", REG_SZ, wanted.displayName);
+        std::free(entry.displayName);
+        entry.displayName = CheckedCopy(texts.displayName.get());
+    }
+    if (texts.group != nullptr) WriteArray(service, "Group", REG_SZ, wanted.group);
+}
+
+// Deliberate: a record that was loaded with a tag keeps it, while one that only got its tag written gets a new one at
+// every request.
+void ChangeTag(const ServiceDatabaseEntry &entry, HKEY service, std::int32_t *tag) {
+    HKEY tagOrder = 0;
+    if (entry.tag != 0) {
+        *tag = entry.tag;
+    } else {
+        tagOrder = OpenTagOrder();
+        std::uint32_t next = static_cast<std::uint32_t>(*tag);
+        CountUpGroup(tagOrder, ReadText(service, "Group").get(), &next);
+        *tag = static_cast<std::int32_t>(next);
+    }
+    WriteNumber(service, "Tag", static_cast<DWORD>(*tag));
+    (void)RegCloseKey(tagOrder); // deliberate: also when it was not opened
+}
+
+std::uint32_t ChangeService(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, std::int32_t *tag) {
+    if (!IsServiceHandle(wanted.handle)) return ERROR_INVALID_HANDLE;                    // 6
+    if (svcdb[wanted.handle].deletePending != 0) return ERROR_SERVICE_MARKED_FOR_DELETE; // 1072
+    const ChangedTexts texts = TextsOf(wanted);
+    if (texts.displayName != nullptr && HasOtherService(texts.displayName.get(), wanted.handle)) {
+        return ERROR_DUP_NAME; // 52
+    }
+    if (texts.account != nullptr && GetUserIDFromName(texts.account.get()) == unknownUser) {
+        return ERROR_INVALID_SERVICE_ACCOUNT; // 1057
+    }
+    HKEY services = 0;
+    HKEY service = 0;
+    OpenServiceKeys(svcdb[wanted.handle].name, &services, &service);
+    const KeyGuard closeServices(&services);
+    const KeyGuard closeService(&service);
+    if (texts.group != nullptr || wanted.dependencies.count != 0) {
+        const std::uint32_t rc = ChangeDependencies(wanted, texts.group.get(), services, service);
+        if (rc != ERROR_SUCCESS) return rc;
+    }
+    ChangeNumbers(wanted, service);
+    ChangeTexts(wanted, texts, service);
+    if (wanted.tagWanted != 0) ChangeTag(svcdb[wanted.handle], service, tag);
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+servd_SERV_CREATE_SERVICE_RETURN *serv_create_service_1(servd_SERV_CREATE_SERVICE *argument, svc_req *) {
+    // Owns nothing. Deliberate: the tag stays that of the last create that was given one.
+    static servd_SERV_CREATE_SERVICE_RETURN reply;
+    reply.handle = 0;
+    reply.status = static_cast<std::int32_t>(CreateService(*argument, &reply.handle, &reply.tag));
+    return &reply;
+}
+
+servd_SERV_QUERY_CONFIG_SERVICE_RETURN *serv_query_config_service_1(servd_SERV_QUERY_CONFIG_SERVICE *argument,
+                                                                    svc_req *) {
+    // Owns the strings and bytes of the last query with a good handle; xdr_free below releases them.
+    static servd_SERV_QUERY_CONFIG_SERVICE_RETURN reply;
+    if (!IsServiceHandle(argument->handle)) {
+        reply.status = ERROR_INVALID_HANDLE; // 6; deliberate: the rest is that of the last call
+        return &reply;
+    }
+    xdr_free(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_QUERY_CONFIG_SERVICE_RETURN), &reply);
+    FillConfiguration(svcdb[argument->handle], &reply); // deliberate: the code stays 6 once a query has failed
+    return &reply;
+}
+
+servd_SERV_CHANGE_CONFIG_SERVICE_RETURN *serv_change_config_service_1(servd_SERV_CHANGE_CONFIG_SERVICE *argument,
+                                                                      svc_req *) {
+    // Owns nothing. Deliberate: the tag stays that of the last change that wanted one.
+    static servd_SERV_CHANGE_CONFIG_SERVICE_RETURN reply;
+    reply.status = static_cast<std::int32_t>(ChangeService(*argument, &reply.tag));
+    return &reply;
+}

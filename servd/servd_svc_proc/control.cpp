@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: MIT
+// control: the procedures that move a service between its states, and the deadline by which a silent one is found dead.
+//
+//   state                   event                                              next
+//   SERVICE_STOPPED         start, its process reached                         SERVICE_START_PENDING (start)
+//   any                     report of the service, or its answer to a control  whatever it says, unchecked
+//   any but STOPPED         start, control or query after the deadline         SERVICE_STOPPED with 1067
+//   any but STOPPED         control without an answer, process gone            SERVICE_STOPPED with 1067
+//
+// Nothing here runs by itself: a dead service is found at the next request about it.
+//
+// Owns:    nothing.
+// Thread:  main thread only; a start or a control request holds every other client up until its service has answered.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+
+#include "rpc/dial.h"
+#include "servd/service_clnt.h"
+
+#include <csignal>
+
+namespace {
+
+bool DeadlinePassedNow(const ServiceDatabaseEntry &entry) {
+    timeval now{};
+    (void)gettimeofday(&now, nullptr);
+    return HasDeadlinePassed(entry, now);
+}
+
+// Sums in *bytes what the stopped services that this one depends on would take in an enumeration: more than 0 when
+// there is one. Returns 0, 234, 1059 or a registry error.
+std::uint32_t SizeOfStoppedDependencies(std::int32_t index, std::int32_t *bytes) {
+    HKEY services = 0;
+    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services); // the walk finds out
+    const KeyGuard closeServices(&services);
+    std::int32_t room = 0;
+    svd_enum_status_list_t *none = nullptr; // no record fits into no room
+    std::int32_t count = 0;
+    const std::uint32_t rc =
+        CalculateDependencies(index, &room, &none, bytes, &count, index, services, SERVICE_INACTIVE);
+    ClearVisitingFlags();
+    return rc;
+}
+
+std::uint32_t StartService(std::int32_t handle, svd_arglist_t *arglist, std::int32_t argc) {
+    if (svcdblock.lockId != 0) return ERROR_SERVICE_DATABASE_LOCKED; // 1055, to the holder of the lock too
+    if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE;       // 6
+    const ServiceDatabaseEntry &entry = svcdb[handle];
+    if (entry.deletePending != 0) return ERROR_SERVICE_MARKED_FOR_DELETE; // 1072
+    if (entry.status.dwCurrentState != SERVICE_STOPPED) {
+        if (!DeadlinePassedNow(entry)) return ERROR_SERVICE_ALREADY_RUNNING; // 1056
+        ServiceFailed(handle);
+    }
+    std::int32_t stoppedBytes = 0;
+    const std::uint32_t rc = SizeOfStoppedDependencies(handle, &stoppedBytes);
+    if (rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA) return ERROR_INVALID_HANDLE; // 6, for a cycle too
+    if (stoppedBytes > 0) return ERROR_SERVICE_DEPENDENCY_FAIL;                    // 1068; they are not started here
+    return QuickStartService(handle, arglist, argc);
+}
+
+bool IsControlCode(std::int32_t control) {
+    return (control >= SERVICE_CONTROL_STOP && control <= SERVICE_CONTROL_INTERROGATE) ||
+           (control >= 128 && control <= 255);
+}
+
+// What stands against sending this control to a service in this state; 0 when nothing does. The first rule decides.
+std::int32_t RefusalOfControl(const svd_status_t &status, std::int32_t control) {
+    const std::int32_t state = status.dwCurrentState;
+    const std::int32_t accepted = status.dwControlsAccepted;
+    if (state == SERVICE_STOPPED) return ERROR_SERVICE_NOT_ACTIVE;              // 1062
+    if (!IsControlCode(control)) return ERROR_INVALID_SERVICE_CONTROL;          // 1052
+    if (state == SERVICE_STOP_PENDING) return ERROR_SERVICE_CANNOT_ACCEPT_CTRL; // 1061
+    if (state == SERVICE_START_PENDING && control != SERVICE_CONTROL_STOP) return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
+    if (control == SERVICE_CONTROL_STOP && (accepted & SERVICE_ACCEPT_STOP) == 0) return ERROR_INVALID_SERVICE_CONTROL;
+    const bool pauses = control == SERVICE_CONTROL_PAUSE || control == SERVICE_CONTROL_CONTINUE;
+    if (pauses && (accepted & SERVICE_ACCEPT_PAUSE_CONTINUE) == 0) return ERROR_INVALID_SERVICE_CONTROL;
+    return ERROR_SUCCESS;
+}
+
+// Sends a control to the service's process. Returns null when no answer came; an answer is static, and the caller
+// releases it with xdr_free.
+service_CONTROL_SERVICE_OUT *SendControl(const ServiceDatabaseEntry &entry, std::int32_t control) {
+    // Without a process there is nobody to ask: the program of process 0 would be this daemon itself, which could only
+    // wait for its own answer.
+    if (entry.processId == 0) return nullptr;
+    const std::uint32_t program = SERVDAEMONPROG + static_cast<std::uint32_t>(entry.processId);
+    const RpcClient client(DialHost(scmhostname, program, 1));
+    if (client == nullptr) return nullptr;
+    service_CONTROL_SERVICE_IN request{.servicecontext = entry.serviceContext, .control = control};
+    return service_control_service_1(&request, client.get());
+}
+
+std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_status_t *serviceStatus) {
+    if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
+    ServiceDatabaseEntry &entry = svcdb[handle];
+    // Deliberate: the other five fields are those of the previous answer until a line below fills them.
+    serviceStatus->dwCurrentState = entry.status.dwCurrentState;
+    serviceStatus->dwControlsAccepted = entry.status.dwControlsAccepted;
+
+    const std::int32_t refusal = RefusalOfControl(entry.status, control);
+    if (refusal != ERROR_SUCCESS) return refusal;
+    if (DeadlinePassedNow(entry)) {
+        ServiceFailed(handle);
+        *serviceStatus = entry.status;
+        return ERROR_SERVICE_CANNOT_ACCEPT_CTRL; // 1061
+    }
+    service_CONTROL_SERVICE_OUT *answer = SendControl(entry, control);
+    if (answer != nullptr) {
+        const std::int32_t code = answer->status;
+        entry.status = answer->svcstatus; // whatever the code; the deadline stays
+        *serviceStatus = entry.status;
+        xdr_free(reinterpret_cast<xdrproc_t>(xdr_service_CONTROL_SERVICE_OUT), answer);
+        return code;
+    }
+    if (kill(entry.processId, 0) == 0) return ERROR_SERVICE_REQUEST_TIMEOUT; // 1053
+    ServiceFailed(handle);
+    return ERROR_SERVICE_NOT_ACTIVE; // 1062
+}
+
+std::int32_t SetStatus(std::int32_t handle, const svd_status_t &status) {
+    if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
+    ServiceDatabaseEntry &entry = svcdb[handle];
+    // Deliberate: taken as it stands, whoever sent it; a service that reports itself stopped keeps its process id.
+    entry.status = status;
+    timeval now{};
+    (void)gettimeofday(&now, nullptr);
+    entry.statusDeadline = DeadlineAfter(now, status.dwWaitHint);
+    return ERROR_SUCCESS;
+}
+
+std::int32_t QueryStatus(std::int32_t handle, svd_status_t *serviceStatus) {
+    if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
+    if (DeadlinePassedNow(svcdb[handle])) ServiceFailed(handle);
+    *serviceStatus = svcdb[handle].status;
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const timeval &now) {
+    if (entry.status.dwWaitHint == 0) return false;
+    const StatusDeadline &deadline = entry.statusDeadline;
+    if (now.tv_sec != deadline.seconds) return now.tv_sec > deadline.seconds;
+    return now.tv_usec > deadline.microseconds;
+}
+
+StatusDeadline DeadlineAfter(const timeval &now, std::int32_t waitHintMs) {
+    // Unsigned, so that a hint of any size wraps instead of overflowing.
+    const auto sum = [](long a, std::int32_t b) {
+        return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+    };
+    return {.seconds = sum(now.tv_sec, waitHintMs / 1000), .microseconds = sum(now.tv_usec, waitHintMs % 1000)};
+}
+
+servd_SERV_START_SERVICE_RETURN *serv_start_service_1(servd_SERV_START_SERVICE *argument, svc_req *) {
+    static servd_SERV_START_SERVICE_RETURN reply; // owns nothing
+    reply.status = static_cast<std::int32_t>(StartService(argument->handle, argument->arglist, argument->argc));
+    return &reply;
+}
+
+servd_SERV_CONTROL_SERVICE_RETURN *serv_control_service_1(servd_SERV_CONTROL_SERVICE *argument, svc_req *) {
+    static servd_SERV_CONTROL_SERVICE_RETURN reply; // owns nothing
+    reply.status = ControlService(argument->handle, argument->control, &reply.serviceStatus);
+    return &reply;
+}
+
+servd_SERV_SET_STATUS_SERVICE_RETURN *serv_set_status_service_1(servd_SERV_SET_STATUS_SERVICE *argument, svc_req *) {
+    static servd_SERV_SET_STATUS_SERVICE_RETURN reply; // owns nothing
+    reply.status = SetStatus(argument->handle, argument->serviceStatus);
+    return &reply;
+}
+
+servd_SERV_QUERY_STATUS_SERVICE_RETURN *serv_query_status_service_1(servd_SERV_QUERY_STATUS_SERVICE *argument,
+                                                                    svc_req *) {
+    static servd_SERV_QUERY_STATUS_SERVICE_RETURN reply; // owns nothing
+    reply.status = QueryStatus(argument->handle, &reply.serviceStatus);
+    return &reply;
+}

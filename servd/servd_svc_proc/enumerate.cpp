@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+// enumerate: the procedures that list services and translate between key names and display names.
+//
+// Sizes are counted as a Win32 caller's buffer would fill: both names with their terminators and a fixed part, each
+// service (EnumRecordBytes).
+// Owns:    the lists and names in the static results, each until the next call of its handler.
+// Thread:  main thread only.
+// Deliberate: the status enumeration never lists record 0, and the name look-ups find services marked for deletion.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+
+#include "servd/checked_memory.h"
+
+#include <cstring>
+
+namespace {
+
+bool PassesTypeFilter(std::int32_t type, std::int32_t filter) {
+    if ((filter & SERVICE_WIN32) != 0) return (type & SERVICE_WIN32) != 0;
+    if ((filter & SERVICE_DRIVER) == 0) return false;
+    // Deliberate: a recogniser driver (8) alone is asked for like any driver, but never found.
+    return (type & (SERVICE_KERNEL_DRIVER | SERVICE_FILE_SYSTEM_DRIVER)) != 0;
+}
+
+bool PassesStateFilter(std::int32_t state, std::int32_t filter) {
+    if (state == SERVICE_STOPPED) return (filter & SERVICE_INACTIVE) != 0;
+    return state >= SERVICE_START_PENDING && state <= SERVICE_PAUSED && (filter & SERVICE_ACTIVE) != 0;
+}
+
+bool IsListed(const ServiceDatabaseEntry &entry, const servd_SERV_ENUM_STATUS_SERVICE &wanted) {
+    return entry.name != nullptr && entry.deletePending == 0 && PassesTypeFilter(entry.type, wanted.typeFilter) &&
+           PassesStateFilter(entry.status.dwCurrentState, wanted.stateFilter);
+}
+
+// Fills the reply with the services that the client wants, from the one after the first `resumeIndex` of them on, as
+// far as they fit; bytesNeeded is the size of those that do not. Deliberate: the code is 0 even then. The resume index
+// counts matching services; it is 0 when all fitted, and also when not even the first one did.
+void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, servd_SERV_ENUM_STATUS_SERVICE_RETURN *reply) {
+    std::int32_t remaining = wanted.bufferBytes;
+    std::int32_t matched = 0;
+    bool overflowed = false;
+    svd_enum_status_list_t **tail = &reply->services;
+    for (std::int32_t index = 1; index < svcdbsize; ++index) {
+        if (!IsListed(svcdb[index], wanted)) continue;
+        matched += 1;
+        if (matched <= wanted.resumeIndex) continue;
+        const std::int32_t recordBytes = EnumRecordBytes(svcdb[index]);
+        if (recordBytes > remaining) {
+            if (!overflowed) reply->resumeIndex = matched - 1;
+            overflowed = true;
+            reply->bytesNeeded += recordBytes;
+            remaining = 0; // nothing after it is listed either
+            continue;
+        }
+        remaining -= recordBytes;
+        reply->servicesReturned += 1;
+        *tail = NewEnumRecord(svcdb[index]);
+        tail = &(*tail)->next;
+    }
+}
+
+// Whether the service names dependencies at all. Returns 0 and *named; or the code of the registry call that failed.
+LONG NamesDependencies(HKEY service, bool *named) {
+    DWORD bytes = 0;
+    const LONG rc = RegQueryValueExA(service, "DependOnGroup", nullptr, nullptr, nullptr, &bytes);
+    *named = rc == ERROR_SUCCESS && bytes != 0;
+    return rc == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : rc;
+}
+
+// Lists the services that svcdb[handle] depends on, directly or through others: deliberate, Win32 names the opposite
+// direction so.
+std::uint32_t ListDependencies(const servd_SERV_ENUM_DEPEND_SERVICE &wanted,
+                               servd_SERV_ENUM_DEPEND_SERVICE_RETURN *reply) {
+    if (wanted.handle < 0 || wanted.handle >= svcdbsize) return ERROR_INVALID_HANDLE; // 6
+    const char *name = svcdb[wanted.handle].name;
+    if (name == nullptr) return ERROR_SUCCESS; // deliberate: a free record depends on nothing
+    HKEY services = 0;
+    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services);
+    const KeyGuard closeServices(&services);
+    HKEY service = 0;
+    (void)RegOpenKeyExA(services, name, 0, KEY_ALL_ACCESS, &service); // the query tells when there is no key
+    const KeyGuard closeService(&service);
+
+    bool named = false;
+    const LONG asked = NamesDependencies(service, &named);
+    if (asked != ERROR_SUCCESS || !named) return static_cast<std::uint32_t>(asked);
+    std::int32_t room = wanted.bufferBytes;
+    const std::uint32_t rc =
+        CalculateDependencies(wanted.handle, &room, &reply->services, &reply->bytesNeeded, &reply->servicesReturned,
+                              wanted.handle, services, wanted.stateFilter);
+    ClearVisitingFlags();
+    // The walk answers for its root alone; that a service below it did not fit shows in the room that it leaves.
+    const bool overrun = room == -1 && reply->bytesNeeded > 0;
+    return rc == ERROR_SUCCESS && overrun ? ERROR_MORE_DATA : rc;
+}
+
+// The first used record whose name of the given kind equals `text` (case-sensitive); null when there is none.
+const ServiceDatabaseEntry *FindByName(char *ServiceDatabaseEntry::*kind, const char *text) {
+    if (text == nullptr) return nullptr;
+    for (std::int32_t index = 0; index < svcdbsize; ++index) {
+        const ServiceDatabaseEntry &entry = svcdb[index];
+        if (entry.name != nullptr && entry.*kind != nullptr && std::strcmp(entry.*kind, text) == 0) return &entry;
+    }
+    return nullptr;
+}
+
+// Frees the answer of the last call, and sets *answer to a new copy of the wanted name. Returns 0 or 1060.
+std::int32_t TranslateName(char *ServiceDatabaseEntry::*from, const char *text, char *ServiceDatabaseEntry::*to,
+                           char **answer) {
+    std::free(*answer);
+    *answer = nullptr; // travels as the empty string
+    const ServiceDatabaseEntry *entry = FindByName(from, text);
+    if (entry == nullptr) return ERROR_SERVICE_DOES_NOT_EXIST; // 1060
+    *answer = CheckedCopy(entry->*to);
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+servd_SERV_ENUM_STATUS_SERVICE_RETURN *serv_enum_status_service_1(servd_SERV_ENUM_STATUS_SERVICE *argument, svc_req *) {
+    // Owns the list of the last call that was not refused; xdr_free below releases it.
+    static servd_SERV_ENUM_STATUS_SERVICE_RETURN reply;
+    if (argument->resumeIndex < 0 || argument->resumeIndex >= svcdbsize) {
+        reply.status = ERROR_INVALID_PARAMETER; // 87; deliberate: the rest of the reply is that of the last call
+        return &reply;
+    }
+    xdr_free(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_ENUM_STATUS_SERVICE_RETURN), &reply);
+    reply = {};
+    ListServices(*argument, &reply);
+    return &reply;
+}
+
+servd_SERV_ENUM_DEPEND_SERVICE_RETURN *serv_enum_depend_service_1(servd_SERV_ENUM_DEPEND_SERVICE *argument, svc_req *) {
+    // Owns the list of the last call; xdr_free below releases it.
+    static servd_SERV_ENUM_DEPEND_SERVICE_RETURN reply;
+    xdr_free(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN), &reply);
+    reply = {};
+    reply.status = static_cast<std::int32_t>(ListDependencies(*argument, &reply));
+    return &reply;
+}
+
+servd_SERV_GET_DISPLAY_SERVICE_RETURN *serv_get_display_service_1(servd_SERV_GET_DISPLAY_SERVICE *argument, svc_req *) {
+    // Owns the display name of the last call; TranslateName frees it.
+    static servd_SERV_GET_DISPLAY_SERVICE_RETURN reply;
+    reply.status = TranslateName(&ServiceDatabaseEntry::name, argument->name, &ServiceDatabaseEntry::displayName,
+                                 &reply.displayName);
+    return &reply;
+}
+
+servd_SERV_GET_KEY_SERVICE_RETURN *serv_get_key_service_1(servd_SERV_GET_KEY_SERVICE *argument, svc_req *) {
+    // Owns the key name of the last call; TranslateName frees it.
+    static servd_SERV_GET_KEY_SERVICE_RETURN reply;
+    reply.status = TranslateName(&ServiceDatabaseEntry::displayName, argument->displayName, &ServiceDatabaseEntry::name,
+                                 &reply.name);
+    return &reply;
+}
