@@ -124,7 +124,7 @@ bool IsEmpty(const char *text) { return text[0] == '\0'; }
 // code, with the record and the group as they were.
 std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY services, HKEY service, std::int32_t *index) {
     *index = GetNextServiceDatabaseEntry();
-    svcdb[*index].name = CheckedCopy(wanted.name);
+    SetServiceName(*index, wanted.name);
     if (wanted.dependencies.count != 1) {
         // Deliberate: no bytes at all are not "none"; that write is refused for want of data.
         WriteBytes(service, "DependOnGroup", REG_MULTI_SZ, wanted.dependencies.chars, wanted.dependencies.count);
@@ -133,8 +133,7 @@ std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY service
     const std::uint32_t rc = CheckDependencies(*index, services);
     if (rc == ERROR_SUCCESS) return ERROR_SUCCESS;
     if (!IsEmpty(wanted.group)) RemoveServiceFromGroupList(grouplist, &grouplistsize, wanted.group, *index);
-    std::free(svcdb[*index].name);
-    svcdb[*index].name = nullptr;
+    SetServiceName(*index, nullptr);
     return rc;
 }
 

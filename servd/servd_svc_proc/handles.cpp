@@ -29,14 +29,14 @@ std::int32_t SecondsNow() {
 
 // Removes the service's registry key and returns its record to the free state. Deliberate: the nodes of the record in
 // grouplist and imagepathlist stay, and so does every field but the names and the mark.
-void FreeServiceRecord(ServiceDatabaseEntry &entry) {
+void FreeServiceRecord(std::int32_t index) {
+    ServiceDatabaseEntry &entry = svcdb[index];
     HKEY services = 0;
     (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services);
     const KeyGuard closeServices(&services);
     (void)RegDeleteKeyA(services, entry.name); // a key that stays carries DeleteFlag and goes at the next start
-    std::free(entry.name);
+    SetServiceName(index, nullptr);
     std::free(entry.displayName);
-    entry.name = nullptr;
     entry.displayName = nullptr;
     entry.deletePending = 0;
 }
@@ -64,7 +64,7 @@ std::int32_t CloseService(std::int32_t handle) {
     if (entry.openCount == 0) return ERROR_INVALID_HANDLE;
     entry.openCount -= 1;
     if (entry.deletePending != 0 && entry.openCount == 0 && entry.status.dwCurrentState == SERVICE_STOPPED) {
-        FreeServiceRecord(entry);
+        FreeServiceRecord(handle);
     }
     return ERROR_SUCCESS;
 }
