@@ -1,0 +1,502 @@
+// SPDX-License-Identifier: MIT
+// door: accepted connections that never block the server loop.
+//
+// Why: one thread serves everybody. A plain libtirpc connection that sends half a request, or does not read its reply,
+// holds that thread for up to 35 seconds or for ever; and svc_run polls every descriptor that it knows, so that a
+// thousand idle connections make each call ten times as long.
+//
+// How: the listener's descriptor number is given to an epoll set that watches the real listening socket and every
+// accepted connection. svc_run thus knows one descriptor; when it is ready the library asks the listener's transport
+// for a request (DoorReceive), and gets the next whole one of any connection. Arguments and reply of the request in
+// hand belong to `present`.
+//
+//   bytes arrive     read at most once a turn; a request goes on only when whole (message.h)
+//   a reply          is sent at once as far as the peer takes it; the rest waits in the connection and goes out as the
+//                    peer reads; a peer with much unread gets no further request read
+//   peer closes      its requests are answered first, then its connection is closed
+//
+// Bounds: maxRequestBytes for one request, maxHeldBytes for all unfinished requests and unread replies together, and
+// the descriptor limit less a reserve for the number of connections. Past a bound the connection that has been silent
+// longest makes room, and of those that never sent a byte the oldest goes first. Credentials: AUTH_NONE and AUTH_SYS
+// are let through; anything else is refused here, before the library looks at it. Thread: the thread of svc_run only.
+#include "rpc/door.h"
+
+#include "rpc/codec.h"
+#include "rpc/message.h"
+
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <type_traits>
+
+namespace {
+
+constexpr std::size_t maxRequestBytes = std::size_t{16} << 20;
+constexpr std::size_t maxHeldBytes = std::size_t{256} << 20;
+constexpr std::size_t maxUnreadReplyBytes = std::size_t{1} << 20; // beyond it a connection's requests wait
+constexpr std::size_t keptReplyBytes = std::size_t{1} << 20;      // of the shared reply buffer between replies
+constexpr rlim_t reservedDescriptors = 48; // for the listener, service processes, the registry, pipes, the C library
+constexpr int eventsPerTurn = 64;
+constexpr int acceptsPerTurn = 64;
+
+struct Connection {
+    int descriptor;
+    sockaddr_in peer;
+    MessageInput input;
+    char *unread; // malloc memory: the part of the replies that the peer has not taken yet
+    std::size_t unreadBytes;
+    std::size_t unreadSent;
+    std::uint32_t watched; // events asked of epoll
+    bool hasSpoken;
+    bool inputEnded;
+    bool broken;       // to be closed as soon as nobody uses it
+    bool isReady;      // stands in the queue of connections that may hold a whole request
+    Connection *older; // in the order of silence
+    Connection *newer;
+    Connection *nextReady;
+};
+
+// Connections in the order in which they were last heard of.
+struct SilenceList {
+    Connection *oldest;
+    Connection *newest;
+};
+
+struct Door {
+    SVCXPRT *transport;
+    DoorAdmits admits;
+    int epoll;
+    int listener;
+    int spare; // given up to accept, and refuse, a connection when no descriptor is left
+    std::size_t connections;
+    std::size_t maxConnections;
+    std::size_t heldBytes;
+    SilenceList mute;   // never sent a byte
+    SilenceList spoken; // the others
+    Connection *firstReady;
+    Connection *lastReady;
+    epoll_event events[eventsPerTurn];
+    int eventCount;
+    int nextEvent;
+    Connection *present; // whose request is in hand
+    std::uint32_t presentXid;
+    XDR arguments; // over the request in hand
+    MessageOutput reply;
+};
+
+Door door;
+
+// --- the order of silence ---
+
+SilenceList *ListOf(const Connection *connection) { return connection->hasSpoken ? &door.spoken : &door.mute; }
+
+void Unlink(Connection *connection) {
+    SilenceList *list = ListOf(connection);
+    (connection->older != nullptr ? connection->older->newer : list->oldest) = connection->newer;
+    (connection->newer != nullptr ? connection->newer->older : list->newest) = connection->older;
+}
+
+void LinkAsNewest(Connection *connection) {
+    SilenceList *list = ListOf(connection);
+    connection->older = list->newest;
+    connection->newer = nullptr;
+    (list->newest != nullptr ? list->newest->newer : list->oldest) = connection;
+    list->newest = connection;
+}
+
+void NoteHeard(Connection *connection) {
+    Unlink(connection);
+    connection->hasSpoken = true;
+    LinkAsNewest(connection);
+}
+
+// --- the queue of connections that may hold a whole request ---
+
+void QueueReady(Connection *connection) {
+    if (connection->isReady) return;
+    connection->isReady = true;
+    connection->nextReady = nullptr;
+    (door.lastReady != nullptr ? door.lastReady->nextReady : door.firstReady) = connection;
+    door.lastReady = connection;
+}
+
+Connection *TakeReady() {
+    Connection *connection = door.firstReady;
+    if (connection == nullptr) return nullptr;
+    door.firstReady = connection->nextReady;
+    if (door.firstReady == nullptr) door.lastReady = nullptr;
+    connection->isReady = false;
+    return connection;
+}
+
+void RemoveReady(Connection *connection) {
+    if (!connection->isReady) return;
+    Connection *before = nullptr;
+    for (Connection *at = door.firstReady; at != connection; at = at->nextReady) {
+        before = at;
+    }
+    (before != nullptr ? before->nextReady : door.firstReady) = connection->nextReady;
+    if (door.lastReady == connection) door.lastReady = before;
+    connection->isReady = false;
+}
+
+// --- closing ---
+
+// Events of this turn that name a connection which is no more.
+void ForgetEvents(const Connection *connection) {
+    for (int i = door.nextEvent; i < door.eventCount; ++i) {
+        if (door.events[i].data.ptr == connection) door.events[i].data.ptr = nullptr;
+    }
+}
+
+std::size_t HeldBytes(const Connection *connection) { return connection->input.capacity + connection->unreadBytes; }
+
+void CloseConnection(Connection *connection) {
+    Unlink(connection);
+    RemoveReady(connection);
+    ForgetEvents(connection);
+    door.heldBytes -= HeldBytes(connection);
+    --door.connections;
+    (void)close(connection->descriptor);
+    ReleaseInput(&connection->input);
+    std::free(connection->unread);
+    std::free(connection);
+}
+
+// Closes the longest-silent connection that holds at least so many bytes, but never `spared` or the one in hand.
+// False when there is none.
+bool CloseSilentConnection(const Connection *spared, std::size_t holding) {
+    for (const SilenceList *list : {&door.mute, &door.spoken}) {
+        for (Connection *connection = list->oldest; connection != nullptr; connection = connection->newer) {
+            if (connection == spared || connection == door.present || HeldBytes(connection) < holding) continue;
+            CloseConnection(connection);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Accounts for a change of what the connection holds. False when the connection itself has to go, since it alone holds
+// what is too much.
+bool AccountFor(Connection *connection, std::size_t heldBefore) {
+    door.heldBytes += HeldBytes(connection) - heldBefore;
+    while (door.heldBytes > maxHeldBytes) {
+        if (!CloseSilentConnection(connection, 1)) return false;
+    }
+    return true;
+}
+
+// --- what epoll watches ---
+
+bool MayAskMore(const Connection *connection) {
+    return connection->unreadBytes - connection->unreadSent <= maxUnreadReplyBytes;
+}
+
+void Watch(Connection *connection) {
+    std::uint32_t wanted = 0;
+    if (!connection->inputEnded && MayAskMore(connection)) wanted |= EPOLLIN;
+    if (connection->unread != nullptr) wanted |= EPOLLOUT;
+    if (wanted == connection->watched) return;
+    epoll_event event = {};
+    event.events = wanted;
+    event.data.ptr = connection;
+    if (epoll_ctl(door.epoll, EPOLL_CTL_MOD, connection->descriptor, &event) != 0) connection->broken = true;
+    connection->watched = wanted;
+}
+
+// --- accepting ---
+
+bool Register(int descriptor, const sockaddr_in &peer) {
+    Connection *connection = static_cast<Connection *>(std::calloc(1, sizeof(Connection)));
+    if (connection == nullptr) return false;
+    connection->descriptor = descriptor;
+    connection->peer = peer;
+    connection->watched = EPOLLIN;
+    epoll_event event = {};
+    event.events = connection->watched;
+    event.data.ptr = connection;
+    if (epoll_ctl(door.epoll, EPOLL_CTL_ADD, descriptor, &event) != 0) {
+        std::free(connection);
+        return false;
+    }
+    const int on = 1;
+    (void)setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // slower without it, but not wrong
+    LinkAsNewest(connection);
+    ++door.connections;
+    return true;
+}
+
+bool IsAdmitted(int descriptor, const sockaddr_in &peer) {
+    if (door.admits == nullptr) return true;
+    sockaddr_in local = {};
+    socklen_t length = sizeof local;
+    return getsockname(descriptor, reinterpret_cast<sockaddr *>(&local), &length) == 0 && door.admits(peer, local);
+}
+
+// No descriptor is left: a silent connection makes room; without any, the waiting peer is refused with the spare
+// descriptor, so that it does not wait for ever while the loop turns idly.
+void MakeRoomToAccept() {
+    if (CloseSilentConnection(nullptr, 0)) return;
+    (void)close(door.spare);
+    const int refused = accept4(door.listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (refused >= 0) (void)close(refused);
+    door.spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+void AcceptConnections() {
+    for (int i = 0; i < acceptsPerTurn; ++i) {
+        sockaddr_in peer = {};
+        socklen_t length = sizeof peer;
+        const int descriptor =
+            accept4(door.listener, reinterpret_cast<sockaddr *>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (descriptor < 0) {
+            if (errno == EMFILE || errno == ENFILE) MakeRoomToAccept();
+            return;
+        }
+        if (!IsAdmitted(descriptor, peer) || !Register(descriptor, peer)) {
+            (void)close(descriptor);
+            continue;
+        }
+        if (door.connections > door.maxConnections) (void)CloseSilentConnection(nullptr, 0);
+    }
+}
+
+// --- bytes in and out ---
+
+void SendUnread(Connection *connection) {
+    while (connection->unreadSent < connection->unreadBytes) {
+        const ssize_t sent = send(connection->descriptor, connection->unread + connection->unreadSent,
+                                  connection->unreadBytes - connection->unreadSent, MSG_NOSIGNAL);
+        if (sent < 0) {
+            if (errno == EINTR) continue;
+            if (errno != EAGAIN) connection->broken = true;
+            return;
+        }
+        connection->unreadSent += static_cast<std::size_t>(sent);
+    }
+    door.heldBytes -= connection->unreadBytes;
+    std::free(connection->unread);
+    connection->unread = nullptr;
+    connection->unreadBytes = connection->unreadSent = 0;
+    if (connection->input.bytes != nullptr) QueueReady(connection); // requests may have waited for this
+}
+
+// Keeps what the peer did not take.
+bool KeepUnread(Connection *connection, const char *bytes, std::size_t count) {
+    const std::size_t held = HeldBytes(connection);
+    char *unread = static_cast<char *>(std::realloc(connection->unread, connection->unreadBytes + count));
+    if (unread == nullptr) return false;
+    std::memcpy(unread + connection->unreadBytes, bytes, count);
+    connection->unread = unread;
+    connection->unreadBytes += count;
+    return AccountFor(connection, held);
+}
+
+void SendReply(Connection *connection, const char *bytes, std::size_t count) {
+    std::size_t sent = 0;
+    while (sent < count && connection->unread == nullptr) {
+        const ssize_t now = send(connection->descriptor, bytes + sent, count - sent, MSG_NOSIGNAL);
+        if (now < 0 && errno == EINTR) continue;
+        if (now < 0 && errno != EAGAIN) {
+            connection->broken = true;
+            return;
+        }
+        if (now < 0) break;
+        sent += static_cast<std::size_t>(now);
+    }
+    if (sent < count && !KeepUnread(connection, bytes + sent, count - sent)) connection->broken = true;
+}
+
+// Reads once: a connection that sends much has its turn again after the others.
+void ReadBytes(Connection *connection) {
+    const std::size_t held = HeldBytes(connection);
+    const std::size_t room = MakeRoom(&connection->input);
+    ssize_t got = -1;
+    if (room != 0) {
+        got = recv(connection->descriptor, connection->input.bytes + connection->input.received, room, 0);
+        if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    }
+    if (got > 0) {
+        connection->input.received += static_cast<std::size_t>(got);
+        NoteHeard(connection);
+        QueueReady(connection);
+    } else {
+        connection->inputEnded = true;
+        connection->broken = got < 0;
+    }
+    if (!AccountFor(connection, held)) connection->broken = true;
+}
+
+// Closes the connection when it is of no further use, else has epoll watch what it waits for now.
+void Settle(Connection *connection) {
+    if (!connection->broken) Watch(connection);
+    const bool done = connection->inputEnded && !connection->isReady && connection->unread == nullptr;
+    if (connection->broken || done) CloseConnection(connection);
+}
+
+void HandleEvent(const epoll_event &event) {
+    Connection *connection = static_cast<Connection *>(event.data.ptr);
+    if (connection == nullptr) return;
+    if ((event.events & EPOLLOUT) != 0) SendUnread(connection);
+    const bool reads = (connection->watched & EPOLLIN) != 0;
+    if (reads && (event.events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) ReadBytes(connection);
+    if (!reads && (event.events & (EPOLLERR | EPOLLHUP)) != 0) connection->broken = true;
+    Settle(connection);
+}
+
+// --- requests ---
+
+bool IsCredentialKnown(const rpc_msg &message) {
+    const enum_t flavor = message.rm_call.cb_cred.oa_flavor;
+    return flavor == AUTH_NONE || flavor == AUTH_SYS;
+}
+
+// Takes the request that the connection holds in hand. False when it holds no whole one, or one that is no request.
+bool TakeRequest(Connection *connection, rpc_msg *message) {
+    MessageInput *input = &connection->input;
+    const MessageState state = AssembleMessage(input, maxRequestBytes);
+    if (state == MessageState::Incomplete) return false;
+    if (state == MessageState::Whole) {
+        xdrmem_create(&door.arguments, input->bytes + input->begin, static_cast<u_int>(input->end - input->begin),
+                      XDR_DECODE);
+        if (xdr_callmsg(&door.arguments, message)) {
+            door.present = connection;
+            door.presentXid = message->rm_xid;
+            return true;
+        }
+    }
+    connection->broken = true;
+    return false;
+}
+
+// Ends the request in hand. What its connection received behind it waits for its next turn.
+void EndRequest() {
+    Connection *connection = door.present;
+    if (connection == nullptr) return;
+    door.present = nullptr;
+    door.heldBytes -= connection->input.capacity;
+    DropMessage(&connection->input);
+    door.heldBytes += connection->input.capacity;
+    if (connection->input.bytes != nullptr && MayAskMore(connection)) QueueReady(connection);
+    Settle(connection);
+}
+
+bool TakeNextRequest(rpc_msg *message) {
+    while (Connection *connection = TakeReady()) {
+        if (TakeRequest(connection, message)) return true;
+        Settle(connection);
+    }
+    return false;
+}
+
+// --- the operations of the transport, as the library calls them ---
+
+// Gives the next whole request of any connection. One look at the epoll set for each time that svc_run finds it ready.
+bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
+    EndRequest();
+    while (!TakeNextRequest(message)) {
+        if (door.nextEvent == door.eventCount) {
+            door.nextEvent = 0;
+            door.eventCount = std::max(epoll_wait(door.epoll, door.events, eventsPerTurn, 0), 0);
+            if (door.eventCount == 0) return FALSE;
+        }
+        const epoll_event event = door.events[door.nextEvent++];
+        if (event.data.ptr == &door) {
+            AcceptConnections();
+        } else {
+            HandleEvent(event);
+        }
+    }
+    transport->xp_rtaddr.buf = &door.present->peer;
+    transport->xp_rtaddr.len = transport->xp_rtaddr.maxlen = sizeof door.present->peer;
+    if (IsCredentialKnown(*message)) return TRUE;
+    svcerr_auth(transport, AUTH_REJECTEDCRED);
+    return FALSE;
+}
+
+xprt_stat DoorState(SVCXPRT * /*transport*/) {
+    const bool more = door.present != nullptr || door.firstReady != nullptr || door.nextEvent < door.eventCount;
+    return more ? XPRT_MOREREQS : XPRT_IDLE;
+}
+
+bool_t DoorGetArguments(SVCXPRT * /*transport*/, xdrproc_t codeArguments, void *arguments) {
+    return codeArguments(&door.arguments, arguments);
+}
+
+bool_t DoorFreeArguments(SVCXPRT * /*transport*/, xdrproc_t codeArguments, void *arguments) {
+    XDR xdrs = {};
+    xdrs.x_op = XDR_FREE;
+    return codeArguments(&xdrs, arguments);
+}
+
+// False only when the reply cannot be encoded, so that the dispatcher can answer with an error instead: nothing of it
+// has been sent then. A peer that is gone is no failure of the reply.
+bool_t DoorReply(SVCXPRT * /*transport*/, rpc_msg *message) {
+    message->rm_xid = door.presentXid;
+    XDR xdrs;
+    const bool encoded = BeginMessage(&door.reply, &xdrs) && xdr_replymsg(&xdrs, message) && FinishMessage(&door.reply);
+    if (encoded && !door.present->broken) SendReply(door.present, door.reply.bytes, door.reply.size);
+    if (door.reply.capacity > keptReplyBytes) ReleaseOutput(&door.reply);
+    return encoded ? TRUE : FALSE;
+}
+
+void DoorDestroy(SVCXPRT * /*transport*/) {} // it lives as long as the process
+
+std::remove_pointer_t<decltype(SVCXPRT::xp_ops)> doorOps = {
+    .xp_recv = DoorReceive,
+    .xp_stat = DoorState,
+    .xp_getargs = DoorGetArguments,
+    .xp_reply = DoorReply,
+    .xp_freeargs = DoorFreeArguments,
+    .xp_destroy = DoorDestroy,
+};
+
+// --- opening ---
+
+std::size_t ConnectionLimit() {
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur <= 2 * reservedDescriptors) return reservedDescriptors;
+    return static_cast<std::size_t>(limit.rlim_cur - reservedDescriptors);
+}
+
+bool PrepareDescriptors(int listenerNumber) {
+    door.listener = fcntl(listenerNumber, F_DUPFD_CLOEXEC, 3);
+    door.epoll = epoll_create1(EPOLL_CLOEXEC);
+    door.spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (door.listener < 0 || door.epoll < 0 || door.spare < 0) return false;
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.ptr = &door;
+    if (fcntl(door.listener, F_SETFL, O_NONBLOCK) != 0 ||
+        epoll_ctl(door.epoll, EPOLL_CTL_ADD, door.listener, &event) != 0 ||
+        dup3(door.epoll, listenerNumber, O_CLOEXEC) < 0) {
+        return false;
+    }
+    (void)close(door.epoll);
+    door.epoll = listenerNumber;
+    return true;
+}
+
+} // namespace
+
+bool OpenDoor(SVCXPRT *listener, DoorAdmits admits) {
+    door.transport = listener;
+    door.admits = admits;
+    door.maxConnections = ConnectionLimit();
+    if (!PrepareDescriptors(listener->xp_fd)) {
+        for (const int descriptor : {door.listener, door.epoll, door.spare}) {
+            if (descriptor >= 0) (void)close(descriptor);
+        }
+        return false;
+    }
+    listener->xp_ops = &doorOps;
+    return true;
+}

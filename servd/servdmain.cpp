@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+// servdmain: the daemon's process: the stop command, detaching, registration, initialisation, signals.
+//
+// Thread: main thread; sigHandler runs whenever a signal comes and only leaves the port mapper and ends the process.
+// Deliberate: the launching process always ends with status 1, a stopped one with 0; any argument but "stop" is
+// ignored.
+#include "rpc/dial.h"
+#include "rpc/door.h"
+#include "servd/child_signals.h"
+#include "servd/ending.h"
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servdsvc.h"
+
+#include <fcntl.h>
+#include <rpc/pmap_clnt.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr int stopAttempts = 6;
+constexpr char stopWord[] = "stop";
+
+[[noreturn]] void Fail(const char *message) {
+    (void)std::fwrite(message, 1, std::strlen(message), stderr);
+    std::exit(1);
+}
+
+// A descriptor that is closed at launch would be taken by a socket, and a message on stderr would go to a client.
+void OpenStandardDescriptors() {
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+        descriptor = open("/dev/null", O_RDWR);
+    }
+    if (descriptor >= 0) (void)close(descriptor);
+}
+
+// --- the stop command ---
+
+CLIENT *DialDaemon(const char *host) {
+    for (int attempt = 1;; ++attempt) {
+        CLIENT *client = DialHost(host, SERVDAEMONPROG, SERVDAEMONVERS);
+        if (client != nullptr || attempt == stopAttempts) return client;
+        (void)sleep(1);
+    }
+}
+
+// Asks the daemon that runs on this host to stop, and ends this process with status 0 whatever came of it.
+[[noreturn]] void StopServiceDaemon() {
+    static char thishost[256];
+    static const timeval TIMEOUT = {25, 0};
+    (void)gethostname(thishost, sizeof thishost);
+    CLIENT *client = DialDaemon(thishost);
+    if (client != nullptr) {
+        servd_STOP_DAEMON_SERVICE argument = {};
+        servd_STOP_DAEMON_SERVICE_RETURN result = {};
+        // The daemon ends while it handles the call: no answer is expected.
+        (void)clnt_call(client, STOP_DAEMON_SERVICE, reinterpret_cast<xdrproc_t>(xdr_servd_STOP_DAEMON_SERVICE),
+                        &argument, reinterpret_cast<xdrproc_t>(xdr_servd_STOP_DAEMON_SERVICE_RETURN), &result, TIMEOUT);
+    }
+    std::exit(0);
+}
+
+// --- the daemon ---
+
+void sigHandler(int /*signalNumber*/) { EndOnSignal(); }
+
+void InstallSignalHandlers() {
+    PrepareEnding();
+    for (const int caught : {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT}) {
+        CatchSignal(caught, sigHandler);
+    }
+}
+
+std::uint32_t BuildDatabase() {
+    std::uint32_t rc = ReadGroupOrderList(&firstunorderedgroupindex);
+    if (rc == 0) rc = ReadServiceDatabase();
+    if (rc == 0) rc = SortServicesInGroups();
+    if (rc == 0) rc = RunAutoStartServices();
+    return rc;
+}
+
+// Builds the in-memory service state, once. Returns 0 or the failing step's code; clients learn of a failure from
+// initstatus, which is 1065 whatever the code was.
+std::uint32_t InitializeSCM() {
+    binitializing = 1;
+    InstallSignalHandlers();
+    svcdblock = {};
+    (void)gethostname(scmhostname, sizeof scmhostname);
+    const std::uint32_t rc = BuildDatabase();
+    initstatus = rc == 0 ? ERROR_SUCCESS : ERROR_DATABASE_DOES_NOT_EXIST; // 1065
+    binitializing = 0;
+    return rc;
+}
+
+SVCXPRT *RegisterOverTcp() {
+    SVCXPRT *transport = svctcp_create(RPC_ANYSOCK, 0, 0);
+    if (transport == nullptr) Fail("cannot create tcp service.");
+    if (!svc_register(transport, SERVDAEMONPROG, SERVDAEMONVERS, servdaemonprog_1, IPPROTO_TCP)) {
+        Fail("unable to register (SERVDAEMONPROG, SERVDAEMONVERS, tcp).");
+    }
+    return transport;
+}
+
+[[noreturn]] void Serve() {
+    svc_run();
+    Fail("svc_run returned");
+}
+
+[[noreturn]] void RunDaemon() {
+    (void)setpgid(0, 0);
+    BlockBrokenPipeSignal();
+    (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS);
+    SVCXPRT *transport = RegisterOverTcp();
+    if (!OpenDoor(transport)) Fail("cannot create tcp service.");
+    (void)InitializeSCM(); // the daemon serves even when it failed
+    Serve();
+}
+
+// Serves over UDP as well. Deliberate: kept by this name, and called by nobody; the daemon is reached over TCP only.
+[[noreturn, maybe_unused]] void tarvo_nevercallthisfunction() {
+    (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS);
+    SVCXPRT *transport = svcudp_create(RPC_ANYSOCK);
+    if (transport == nullptr) Fail("cannot create udp service.");
+    if (!svc_register(transport, SERVDAEMONPROG, SERVDAEMONVERS, servdaemonprog_1, IPPROTO_UDP)) {
+        Fail("unable to register (SERVDAEMONPROG, SERVDAEMONVERS, udp).");
+    }
+    (void)RegisterOverTcp();
+    Serve();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    OpenStandardDescriptors();
+    for (int i = 1; i < argc; ++i) {
+        if (std::strncmp(argv[i], stopWord, sizeof stopWord) == 0) StopServiceDaemon();
+    }
+    if (fork() != 0) std::exit(1);
+    RunDaemon();
+}
