@@ -1,3 +1,4 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
+tv_host_test(system host tv_test_host)
 tv_bats_test(private_host)

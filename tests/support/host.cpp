@@ -1,0 +1,500 @@
+// SPDX-License-Identifier: MIT
+// host: what tests on a private host share.
+//
+// Processes are found by their parent in /proc: this process is their "child subreaper", so that whatever loses its
+// parent below it becomes its child. The registry is written with the protocol's own records; no code of the registry
+// client runs here.
+#include "tests/support/host.h"
+
+#include "tv/winreg.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint32_t tarvoVersion = 6; // the protocol level in the identity
+
+[[noreturn]] void Fail(const std::string &what) { throw std::runtime_error(what); }
+
+[[noreturn]] void FailSystem(const std::string &what) { Fail(what + ": " + std::strerror(errno)); }
+
+// --- processes
+
+struct ProcessLine { // from /proc/PID/stat
+    pid_t process;
+    std::string name;
+    char state;
+    pid_t parent;
+};
+
+std::optional<ProcessLine> ReadProcess(const std::string &directory) {
+    std::ifstream file(directory + "/stat");
+    const std::string line((std::istreambuf_iterator<char>(file)), {});
+    const std::size_t open = line.find('(');
+    const std::size_t close = line.rfind(')');
+    if (open == std::string::npos || close == std::string::npos) return {};
+    ProcessLine read = {std::stoi(line), line.substr(open + 1, close - open - 1), 0, 0};
+    std::istringstream(line.substr(close + 1)) >> read.state >> read.parent;
+    return read;
+}
+
+std::vector<ProcessLine> ReadChildren(pid_t parent) {
+    std::vector<ProcessLine> children;
+    for (const fs::directory_entry &entry : fs::directory_iterator("/proc")) {
+        const std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        std::optional<ProcessLine> read = ReadProcess(entry.path());
+        if (read && read->parent == parent) children.push_back(*read);
+    }
+    return children;
+}
+
+std::vector<std::string> EnvironmentWith(const std::vector<std::string> &changes) {
+    std::vector<std::string> result;
+    const auto nameOf = [](const std::string &entry) { return entry.substr(0, entry.find('=')); };
+    for (char **entry = environ; *entry != nullptr; ++entry) {
+        const bool changed = std::any_of(changes.begin(), changes.end(),
+                                         [&](const std::string &change) { return nameOf(change) == nameOf(*entry); });
+        if (!changed) result.emplace_back(*entry);
+    }
+    std::copy_if(changes.begin(), changes.end(), std::back_inserter(result),
+                 [](const std::string &change) { return change.find('=') != std::string::npos; });
+    return result;
+}
+
+std::vector<char *> PointersTo(const std::vector<std::string> &texts) {
+    std::vector<char *> pointers;
+    for (const std::string &text : texts)
+        pointers.push_back(const_cast<char *>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+void RedirectTo(const std::string &file, int descriptor) {
+    if (file.empty()) return;
+    const int opened = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (opened < 0 || dup2(opened, descriptor) < 0) _exit(126);
+}
+
+// --- what is left at the end
+
+std::vector<std::string> &ScratchFolders() {
+    static std::vector<std::string> folders;
+    return folders;
+}
+
+pid_t owner = 0; // the process whose exit cleans up; a child that exits leaves everything alone
+
+void CleanUp() {
+    if (getpid() != owner) return;
+    EndAllProcesses();
+    for (const std::string &folder : ScratchFolders()) {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+}
+
+void CleanUpAtExit() {
+    if (owner != 0) return;
+    (void)ScratchFolders(); // made before the exit handler, so that it is destroyed after it has run
+    owner = getpid();
+    (void)std::atexit(CleanUp);
+}
+
+// --- registry
+
+regd_USER_DATA Identity() { return {tarvoVersion, getuid(), Text("test"), 0}; }
+
+// Calls a procedure of the registry daemon and hands out the body; the discriminant must be 1.
+template <typename Result, typename Argument>
+Decoded<Result> CallRegistry(CLIENT *client, std::uint32_t procedure, Argument argument) {
+    argument.user = Identity();
+    Decoded<Result> result;
+    const clnt_stat status = CallProcedure(client, procedure, argument, *result, patienceMs);
+    if (status != RPC_SUCCESS) FailCall(procedure, status);
+    if (result->discriminant != 1) Fail("registry daemon: a reply without body");
+    return result;
+}
+
+void Require(std::uint32_t status, const std::string &what) {
+    if (status != ERROR_SUCCESS) Fail(what + ": registry daemon answers " + std::to_string(status));
+}
+
+// A key opened on a connection of its own; both are given back at the end of the scope.
+struct OpenedKey {
+    RpcClient client;
+    std::uint32_t status = 0;
+    std::uint32_t key = 0;
+
+    OpenedKey() = default;
+    OpenedKey(OpenedKey &&) = default;
+    ~OpenedKey() {
+        regd_REG_CLOSE_KEY argument = {Identity(), key};
+        Decoded<regd_BASIC_RES> result;
+        if (client && status == 0) (void)CallProcedure(client.get(), REG_CLOSE_KEY, argument, *result, patienceMs);
+    }
+};
+
+OpenedKey OpenKey(const std::string &path) {
+    OpenedKey opened;
+    opened.client = DialRegistryDaemon();
+    regd_REG_OPEN_KEY_EX argument = {};
+    argument.key = HKEY_LOCAL_MACHINE;
+    argument.subKey = Text(path.c_str());
+    const auto result = CallRegistry<regd_REG_OPEN_KEY_RES>(opened.client.get(), REG_OPEN_KEY_EX, argument);
+    opened.status = result.record.body.status;
+    opened.key = result.record.body.key;
+    return opened;
+}
+
+OpenedKey OpenExistingKey(const std::string &path) {
+    OpenedKey opened = OpenKey(path);
+    Require(opened.status, path);
+    return opened;
+}
+
+OpenedKey CreateKey(const std::string &path) {
+    OpenedKey opened;
+    opened.client = DialRegistryDaemon();
+    regd_REG_CREATE_KEY_EX argument = {};
+    argument.key = HKEY_LOCAL_MACHINE;
+    argument.subKey = Text(path.c_str());
+    argument.keyClass = Text("classIsNull");
+    argument.classIsNull = 1;
+    const auto result = CallRegistry<regd_REG_CREATE_KEY_RES>(opened.client.get(), REG_CREATE_KEY_EX, argument);
+    opened.status = result.record.body.status;
+    opened.key = result.record.body.key;
+    Require(opened.status, path);
+    return opened;
+}
+
+constexpr std::uint32_t roomBytes = 1 << 20; // offered for names and data
+
+} // namespace
+
+// --- programs ------------------------------------------------------------------------------------------------------
+
+std::string ProgramPath(std::string_view name) {
+    const char *folder = std::getenv("TV_BIN");
+    if (folder == nullptr) Fail("TV_BIN is not set");
+    return std::string(folder) + "/" + std::string(name);
+}
+
+pid_t StartProgram(const Launch &launch) {
+    CleanUpAtExit();
+    if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) FailSystem("prctl");
+    const std::vector<std::string> environment = EnvironmentWith(launch.environment);
+    const std::vector<char *> arguments = PointersTo(launch.command);
+    const std::vector<char *> variables = PointersTo(environment);
+    const pid_t child = fork();
+    if (child < 0) FailSystem("fork");
+    if (child > 0) return child;
+    RedirectTo(launch.outputFile, STDOUT_FILENO);
+    RedirectTo(launch.errorFile, STDERR_FILENO);
+    for (const int descriptor : launch.closed)
+        (void)close(descriptor);
+    (void)execve(arguments[0], arguments.data(), variables.data());
+    _exit(127);
+}
+
+bool HasEnded(pid_t process) {
+    siginfo_t info = {};
+    if (waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) != 0) FailSystem("waitid");
+    return info.si_pid == process;
+}
+
+int WaitForEnd(pid_t process, int timeoutMs) {
+    if (!WaitUntil([process] { return HasEnded(process); }, timeoutMs)) {
+        Fail("process " + std::to_string(process) + " still runs after " + std::to_string(timeoutMs) + " ms");
+    }
+    int status = 0;
+    (void)waitpid(process, &status, 0);
+    return status;
+}
+
+int RunProgram(const Launch &launch, int timeoutMs) { return WaitForEnd(StartProgram(launch), timeoutMs); }
+
+Ended RunAndRead(const Launch &launch, int timeoutMs) {
+    const std::string folder = MakeScratchFolder();
+    Launch redirected = launch;
+    redirected.outputFile = folder + "/output";
+    redirected.errorFile = folder + "/error";
+    const int status = RunProgram(redirected, timeoutMs);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), ReadFile(redirected.outputFile),
+            ReadFile(redirected.errorFile)};
+}
+
+std::vector<pid_t> ChildrenOf(pid_t parent, std::string_view name) {
+    std::vector<pid_t> living;
+    for (const ProcessLine &child : ReadChildren(parent)) {
+        if (child.state != 'Z' && (name.empty() || child.name == name)) living.push_back(child.process);
+    }
+    return living;
+}
+
+void EndAllProcesses() {
+    for (;;) {
+        for (const ProcessLine &child : ReadChildren(getpid()))
+            (void)kill(child.process, SIGKILL);
+        pid_t ended;
+        while ((ended = waitpid(-1, nullptr, WNOHANG)) > 0) {
+        }
+        if (ended < 0 && errno == ECHILD) return;
+        SleepMs(1);
+    }
+}
+
+// --- daemons -------------------------------------------------------------------------------------------------------
+
+pid_t StartRegistryDaemon(const std::string &databaseFile) {
+    const pid_t process = StartProgram({.command = {ProgramPath("tvregd"), "--database", databaseFile}});
+    const auto answers = [process] { return HasEnded(process) || WaitForProgram(REGDAEMONPROG, REGDAEMONVERS, 0); };
+    if (!WaitUntil(answers) || HasEnded(process)) Fail("tvregd does not answer");
+    return process;
+}
+
+DetachedDaemon StartDetached(const Launch &launch) {
+    // As the kernel keeps it: at most 15 characters.
+    const std::string name = fs::path(launch.command.at(0)).filename().string().substr(0, 15);
+    const auto namedChildren = [&name] {
+        std::vector<pid_t> found;
+        for (const ProcessLine &child : ReadChildren(getpid())) {
+            if (child.name == name) found.push_back(child.process);
+        }
+        return found;
+    };
+    const std::vector<pid_t> before = namedChildren();
+    DetachedDaemon daemon = {RunProgram(launch), 0};
+    for (const pid_t process : namedChildren()) {
+        if (std::find(before.begin(), before.end(), process) == before.end()) daemon.process = process;
+    }
+    return daemon;
+}
+
+pid_t StartServiceDaemon(Launch launch, int timeoutMs) {
+    launch.command.insert(launch.command.begin(), ProgramPath("servd"));
+    const pid_t process = StartDetached(launch).process;
+    if (process == 0) Fail("servd left no daemon behind");
+    const auto answers = [process] { return HasEnded(process) || WaitForProgram(SERVDAEMONPROG, SERVDAEMONVERS, 0); };
+    if (!WaitUntil(answers, timeoutMs) || HasEnded(process)) Fail("servd does not answer");
+    return process;
+}
+
+int StopDaemon(pid_t process, int signal, int timeoutMs) {
+    if (kill(process, signal) != 0) FailSystem("kill");
+    return WaitForEnd(process, timeoutMs);
+}
+
+bool IsRegistered(std::uint32_t program, std::uint32_t version) {
+    const RpcClient portMapper(DialPortMapper({htonl(INADDR_LOOPBACK)}));
+    if (!portMapper) Fail("the port mapper of this host does not answer");
+    return PortOfProgram(portMapper.get(), program, version) != 0;
+}
+
+bool WaitForProgram(std::uint32_t program, std::uint32_t version, int timeoutMs) {
+    const std::int64_t end = MonotonicMs() + timeoutMs;
+    const auto answers = [&] {
+        const RpcClient client(DialProgram({htonl(INADDR_LOOPBACK)}, program, version));
+        if (!client) return false;
+        // A daemon that is still starting accepts the connection long before it answers.
+        const std::int64_t left = std::max<std::int64_t>(end - MonotonicMs(), 100);
+        const timeval wait = {left / 1000, left % 1000 * 1000};
+        const auto nothing = reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void));
+        return clnt_call(client.get(), NULLPROC, nothing, nullptr, nothing, nullptr, wait) == RPC_SUCCESS;
+    };
+    return WaitUntil(answers, timeoutMs);
+}
+
+std::string HostName() {
+    char name[256] = {};
+    (void)gethostname(name, sizeof name - 1);
+    return name;
+}
+
+// --- clients -------------------------------------------------------------------------------------------------------
+
+static RpcClient Dial(std::uint32_t program, std::uint32_t version, const char *who) {
+    RpcClient client(DialHost(HostName().c_str(), program, version));
+    if (!client) Fail(std::string(who) + " cannot be reached");
+    return client;
+}
+
+RpcClient DialServiceDaemon() { return Dial(SERVDAEMONPROG, SERVDAEMONVERS, "servd"); }
+RpcClient DialRegistryDaemon() { return Dial(REGDAEMONPROG, REGDAEMONVERS, "the registry daemon"); }
+
+std::string StringOf(const CharArray &array) { return {array.chars, array.count}; }
+std::string StringOf(const CountedBytes &bytes) { return {bytes.bytes, bytes.count}; }
+
+void FailCall(std::uint32_t procedure, clnt_stat status) {
+    Fail("procedure " + std::to_string(procedure) + ": " + clnt_sperrno(status));
+}
+
+// --- registry ------------------------------------------------------------------------------------------------------
+
+const std::string servicesKey = "SYSTEM\\CurrentControlSet\\Services";
+const std::string groupOrderKey = "SYSTEM\\CurrentControlSet\\Control\\ServiceGroupOrder";
+const std::string groupTagsKey = "SYSTEM\\CurrentControlSet\\Control\\GroupOrderList";
+
+std::string Sz(std::string_view text) { return std::string(text) + '\0'; }
+
+std::string MultiSz(const std::vector<std::string> &texts) {
+    std::string result;
+    for (const std::string &text : texts)
+        result += Sz(text);
+    return result + '\0';
+}
+
+std::string Dword(std::uint32_t number) {
+    std::string result(sizeof number, '\0');
+    std::memcpy(result.data(), &number, sizeof number);
+    return result;
+}
+
+void WriteKey(const std::string &key, const std::vector<RegistryValue> &values) {
+    const OpenedKey opened = CreateKey(key);
+    for (const RegistryValue &value : values) {
+        regd_REG_SET_VALUE_EX argument = {};
+        argument.key = opened.key;
+        argument.valueName = Text(value.name.c_str());
+        argument.type = value.type;
+        argument.data = {static_cast<std::uint32_t>(value.data.size()), Text(value.data.data())};
+        argument.dataBytes = argument.data.count;
+        argument.nameIsNull = value.name.empty() ? 1 : 0;
+        const auto result = CallRegistry<regd_BASIC_RES>(opened.client.get(), REG_SET_VALUE_EX, argument);
+        Require(result.record.body.status, key + "\\" + value.name);
+    }
+}
+
+std::optional<RegistryValue> ReadValue(const std::string &key, const std::string &name) {
+    const OpenedKey opened = OpenKey(key);
+    if (opened.status == ERROR_FILE_NOT_FOUND) return {};
+    Require(opened.status, key);
+    regd_REG_QUERY_VALUE_EX argument = {};
+    argument.key = opened.key;
+    argument.valueName = Text(name.c_str());
+    argument.dataBytes = roomBytes;
+    argument.nameIsNull = name.empty() ? 1 : 0;
+    const auto result = CallRegistry<regd_REG_QUERY_VALUE_RES>(opened.client.get(), REG_QUERY_VALUE_EX, argument);
+    if (result.record.body.status == ERROR_FILE_NOT_FOUND) return {};
+    Require(result.record.body.status, key + "\\" + name);
+    return RegistryValue{name, result.record.body.type, StringOf(result.record.body.data)};
+}
+
+std::vector<RegistryValue> ReadValues(const std::string &key) {
+    const OpenedKey opened = OpenExistingKey(key);
+    std::vector<RegistryValue> values;
+    for (;;) {
+        regd_REG_ENUM_VALUE argument = {};
+        argument.key = opened.key;
+        argument.index = static_cast<std::uint32_t>(values.size());
+        argument.nameBytes = roomBytes;
+        argument.dataBytes = roomBytes;
+        const auto result = CallRegistry<regd_REG_ENUM_VALUE_RES>(opened.client.get(), REG_ENUM_VALUE, argument);
+        if (result.record.body.status == ERROR_NO_MORE_ITEMS) return values;
+        Require(result.record.body.status, key);
+        values.push_back({result.record.body.name, result.record.body.type, StringOf(result.record.body.data)});
+    }
+}
+
+std::vector<std::string> ReadSubKeys(const std::string &key) {
+    const OpenedKey opened = OpenExistingKey(key);
+    std::vector<std::string> names;
+    for (;;) {
+        regd_REG_ENUM_KEY argument = {};
+        argument.key = opened.key;
+        argument.index = static_cast<std::uint32_t>(names.size());
+        argument.nameBytes = roomBytes;
+        const auto result = CallRegistry<regd_REG_ENUM_KEY_RES>(opened.client.get(), REG_ENUM_KEY, argument);
+        if (result.record.body.status == ERROR_NO_MORE_ITEMS) return names;
+        Require(result.record.body.status, key);
+        names.emplace_back(result.record.body.name);
+    }
+}
+
+bool KeyExists(const std::string &key) {
+    const OpenedKey opened = OpenKey(key);
+    if (opened.status != ERROR_FILE_NOT_FOUND) Require(opened.status, key);
+    return opened.status == ERROR_SUCCESS;
+}
+
+void DeleteKey(const std::string &key) {
+    const RpcClient client = DialRegistryDaemon();
+    regd_REG_DELETE_KEY argument = {};
+    argument.key = HKEY_LOCAL_MACHINE;
+    argument.subKey = Text(key.c_str());
+    Require(CallRegistry<regd_BASIC_RES>(client.get(), REG_DELETE_KEY, argument).record.body.status, key);
+}
+
+void DeleteValue(const std::string &key, const std::string &name) {
+    const OpenedKey opened = OpenExistingKey(key);
+    regd_REG_DELETE_VALUE argument = {};
+    argument.key = opened.key;
+    argument.valueName = Text(name.c_str());
+    argument.nameIsNull = name.empty() ? 1 : 0;
+    const auto result = CallRegistry<regd_BASIC_RES>(opened.client.get(), REG_DELETE_VALUE, argument);
+    Require(result.record.body.status, key + "\\" + name);
+}
+
+void WriteService(const std::string &name, std::uint32_t startType, const std::string &imagePath,
+                  const std::vector<RegistryValue> &further) {
+    std::vector<RegistryValue> values = {
+        {"Type", REG_DWORD, Dword(0x10)},      {"Start", REG_DWORD, Dword(startType)},
+        {"ErrorControl", REG_DWORD, Dword(1)}, {"ImagePath", REG_SZ, Sz(imagePath)},
+        {"DisplayName", REG_SZ, Sz(name)},
+    };
+    values.insert(values.end(), further.begin(), further.end());
+    WriteKey(servicesKey + "\\" + name, values);
+}
+
+// --- files ---------------------------------------------------------------------------------------------------------
+
+std::string MakeScratchFolder() {
+    CleanUpAtExit();
+    std::string folder = fs::temp_directory_path() / "servd-test.XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) FailSystem(folder);
+    ScratchFolders().push_back(folder);
+    return folder;
+}
+
+void WriteFile(const std::string &path, std::string_view content, mode_t mode) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+    if (!file || chmod(path.c_str(), mode) != 0) FailSystem(path);
+}
+
+std::string ReadFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) FailSystem(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// --- time ----------------------------------------------------------------------------------------------------------
+
+void SleepMs(int milliseconds) {
+    const timespec time = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    (void)nanosleep(&time, nullptr);
+}
+
+std::int64_t MonotonicMs() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}

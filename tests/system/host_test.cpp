@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+// The test support itself: processes that detach themselves are found, waited for and ended.
+#include "tests/support/host.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr std::uint32_t portMapperProgram = 100000;
+
+Launch Shell(const std::string &script) { return {.command = {"/bin/bash", "-c", script}}; }
+
+TEST(RunAndRead, gives_status_output_and_error) {
+    const Ended run = RunAndRead(Shell("echo out; echo err >&2; exit 3"));
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.output, "out\n");
+    EXPECT_EQ(run.error, "err\n");
+}
+
+TEST(RunAndRead, a_signal_gives_128_and_its_number) { EXPECT_EQ(RunAndRead(Shell("kill -KILL $$")).status, 137); }
+
+TEST(StartProgram, environment_is_added_replaced_and_unset) {
+    setenv("TV_TEST_GONE", "1", 1);
+    setenv("TV_TEST_KEPT", "kept", 1);
+    Launch launch = Shell("echo $TV_TEST_GONE,$TV_TEST_KEPT,$TV_TEST_NEW");
+    launch.environment = {"TV_TEST_GONE", "TV_TEST_NEW=new"};
+    EXPECT_EQ(RunAndRead(launch).output, ",kept,new\n");
+}
+
+TEST(StartProgram, standard_descriptors_can_be_closed) {
+    Launch launch = Shell("[ -e /proc/$$/fd/0 ]");
+    launch.closed = {0};
+    EXPECT_NE(RunProgram(launch), 0);
+}
+
+TEST(StartProgram, a_missing_program_ends_with_127) { EXPECT_EQ(RunAndRead({.command = {"/no/such"}}).status, 127); }
+
+TEST(WaitForEnd, throws_when_the_process_outlives_the_time) {
+    const pid_t process = StartProgram(Shell("sleep 60"));
+    EXPECT_THROW(WaitForEnd(process, 50), std::runtime_error);
+    EXPECT_EQ(WTERMSIG(StopDaemon(process, SIGKILL)), SIGKILL);
+}
+
+TEST(StartDetached, finds_what_the_launcher_left_behind) {
+    const DetachedDaemon daemon = StartDetached(Shell("(trap 'exit 7' TERM; while :; do sleep 0.01; done) & exit 1"));
+    EXPECT_EQ(WEXITSTATUS(daemon.launcherStatus), 1);
+    ASSERT_NE(daemon.process, 0);
+    EXPECT_FALSE(HasEnded(daemon.process));
+    SleepMs(50); // until the shell has set its trap
+    EXPECT_EQ(WEXITSTATUS(StopDaemon(daemon.process)), 7);
+}
+
+TEST(StartDetached, the_end_of_a_process_that_ended_meanwhile_can_still_be_taken) {
+    const DetachedDaemon daemon = StartDetached(Shell("(sleep 0.1; exit 5) & kill -KILL $$"));
+    EXPECT_EQ(WTERMSIG(daemon.launcherStatus), SIGKILL);
+    SleepMs(200);
+    ASSERT_NE(daemon.process, 0);
+    EXPECT_EQ(WEXITSTATUS(WaitForEnd(daemon.process)), 5);
+}
+
+TEST(StartDetached, a_launcher_alone_gives_no_process) { EXPECT_EQ(StartDetached(Shell("exit 1")).process, 0); }
+
+TEST(EndAllProcesses, ends_what_has_lost_its_parent_too) {
+    (void)RunProgram(Shell("(sleep 60 & sleep 60) & exit 0"));
+    EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid()).size() == 1; }));
+    EndAllProcesses();
+    EXPECT_THAT(ChildrenOf(getpid()), IsEmpty());
+}
+
+TEST(WaitForProgram, the_port_mapper_of_the_host_answers) { EXPECT_TRUE(WaitForProgram(portMapperProgram, 2)); }
+
+TEST(WaitForProgram, a_program_that_is_not_there_takes_the_time_given) {
+    EXPECT_FALSE(WaitForProgram(SERVDAEMONPROG, SERVDAEMONVERS, 50));
+}
+
+TEST(IsRegistered, only_what_is_registered) {
+    EXPECT_TRUE(IsRegistered(portMapperProgram, 2));
+    EXPECT_FALSE(IsRegistered(SERVDAEMONPROG, SERVDAEMONVERS));
+}
+
+TEST(MakeScratchFolder, folders_are_new_and_empty) {
+    const std::string first = MakeScratchFolder();
+    const std::string second = MakeScratchFolder();
+    EXPECT_NE(first, second);
+    EXPECT_TRUE(std::filesystem::is_empty(first));
+}
+
+TEST(RegistryBytes, terminators_are_counted) {
+    EXPECT_THAT(Sz("ab"), ElementsAre('a', 'b', '\0'));
+    EXPECT_THAT(MultiSz({"a", "b"}), ElementsAre('a', '\0', 'b', '\0', '\0'));
+    EXPECT_THAT(MultiSz({}), SizeIs(1));
+    EXPECT_THAT(Dword(0x01020304), ElementsAre(4, 3, 2, 1));
+}
+
+} // namespace
