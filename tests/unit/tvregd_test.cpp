@@ -1,0 +1,354 @@
+// SPDX-License-Identifier: MIT
+// The registry daemon's operations on a database in a temporary folder.
+#include "tvregd/operations.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include <unistd.h>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+std::string Folder() {
+    const std::string folder = testing::TempDir() + "tvregd_test." + std::to_string(getpid());
+    std::filesystem::create_directories(folder);
+    return folder;
+}
+
+// A registry in a file of its own, which can be closed and opened again as a restart does.
+struct Tvregd : testing::Test {
+    std::string file = Folder() + "/" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".db";
+    StoreGuard store;
+    Registry registry{};
+
+    void Open() {
+        store = OpenStore(file);
+        registry = {MakeTree(), store.get()};
+        LoadTree(*store, registry.tree);
+    }
+    void Restart() {
+        store.reset();
+        Open();
+    }
+    void SetUp() override { Open(); }
+    void TearDown() override {
+        store.reset();
+        std::filesystem::remove_all(Folder());
+    }
+
+    std::uint32_t Make(std::uint32_t handle, std::string_view path, std::uint32_t options = 0) {
+        Key *key = nullptr;
+        std::uint32_t disposition = 0;
+        EXPECT_EQ(CreateKey(registry, handle, path, std::nullopt, options, &key, &disposition), 0u) << path;
+        return key != nullptr ? HandleOf(*key) : 0;
+    }
+    std::uint32_t CodeOfMake(std::uint32_t handle, std::string_view path, std::uint32_t options = 0) {
+        Key *key = nullptr;
+        std::uint32_t disposition = 0;
+        return CreateKey(registry, handle, path, std::nullopt, options, &key, &disposition);
+    }
+    std::uint32_t Open(std::uint32_t handle, std::string_view path) {
+        Key *key = nullptr;
+        return OpenKey(registry, handle, path, &key) == 0 ? HandleOf(*key) : 0;
+    }
+    std::uint32_t CodeOfOpen(std::uint32_t handle, std::string_view path) {
+        Key *key = nullptr;
+        return OpenKey(registry, handle, path, &key);
+    }
+    std::vector<std::string> SubKeys(std::uint32_t handle) {
+        std::vector<std::string> names;
+        const Key *subKey = nullptr;
+        while (SubKeyAt(registry, handle, static_cast<std::uint32_t>(names.size()), &subKey) == 0)
+            names.push_back(subKey->name);
+        return names;
+    }
+    std::vector<std::string> Values(std::uint32_t handle) {
+        std::vector<std::string> names;
+        const Value *value = nullptr;
+        while (ValueAt(registry, handle, static_cast<std::uint32_t>(names.size()), &value) == 0)
+            names.push_back(value->name);
+        return names;
+    }
+    const Value *Get(std::uint32_t handle, std::string_view name) {
+        const Value *value = nullptr;
+        return QueryValue(registry, handle, name, &value) == 0 ? value : nullptr;
+    }
+    std::uint32_t Set(std::uint32_t handle, std::string_view name, std::string_view data, std::uint32_t type = REG_SZ) {
+        return SetValue(registry, handle, name, type, data);
+    }
+};
+
+} // namespace
+
+TEST_F(Tvregd, all_seven_roots_open_by_their_predefined_handles) {
+    for (std::uint32_t root = HKEY_CLASSES_ROOT; root <= HKEY_DYN_DATA; ++root)
+        EXPECT_EQ(Open(root, ""), root);
+    EXPECT_EQ(CodeOfOpen(HKEY_DYN_DATA + 1, ""), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+}
+
+TEST_F(Tvregd, handle_that_was_never_given_out_answers_6) {
+    const std::uint32_t handle = Make(HKEY_LOCAL_MACHINE, "a");
+    for (const std::uint32_t wrong :
+         {0u, 1u, 7u, handle + 1, 0x00100000u | handle, 0x0FF00000u, 0xFFFFFFFFu, 0x7FFFFFFFu})
+        EXPECT_EQ(CodeOfOpen(wrong, ""), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE)) << wrong;
+}
+
+TEST_F(Tvregd, create_makes_the_whole_path_and_tells_new_from_old) {
+    Key *key = nullptr;
+    std::uint32_t disposition = 0;
+    EXPECT_EQ(CreateKey(registry, HKEY_LOCAL_MACHINE, "a\\b\\c", "kind", 0, &key, &disposition), 0u);
+    EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
+    EXPECT_EQ(key->name, "c");
+    EXPECT_EQ(key->keyClass, "kind");
+    const std::uint32_t handle = HandleOf(*key);
+    EXPECT_EQ(CreateKey(registry, HKEY_LOCAL_MACHINE, "a\\b\\c", "other", 0, &key, &disposition), 0u);
+    EXPECT_EQ(disposition, REG_OPENED_EXISTING_KEY);
+    EXPECT_EQ(HandleOf(*key), handle);
+    EXPECT_EQ(key->keyClass, "kind");
+    EXPECT_EQ(CreateKey(registry, HKEY_LOCAL_MACHINE, "a\\b\\d", std::nullopt, 0, &key, &disposition), 0u);
+    EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
+}
+
+TEST_F(Tvregd, names_keep_their_case_and_are_found_in_any_ascii_case) {
+    const std::uint32_t handle = Make(HKEY_LOCAL_MACHINE, "SYSTEM\\Services");
+    EXPECT_EQ(Make(HKEY_LOCAL_MACHINE, "system\\sERVICES"), handle);
+    EXPECT_THAT(SubKeys(HKEY_LOCAL_MACHINE), ElementsAre("SYSTEM"));
+    EXPECT_EQ(Set(handle, "Start", "1"), 0u);
+    EXPECT_EQ(Set(handle, "START", "2"), 0u);
+    EXPECT_THAT(Values(handle), ElementsAre("Start"));
+    ASSERT_NE(Get(handle, "start"), nullptr);
+    EXPECT_EQ(Get(handle, "start")->data, "2");
+    EXPECT_NE(Make(handle, "\xC3\xA4"), Make(handle, "\xC3\x84"));
+}
+
+TEST_F(Tvregd, malformed_paths_answer_161_and_one_backslash_at_the_end_is_allowed) {
+    const std::uint32_t handle = Make(HKEY_LOCAL_MACHINE, "a\\b");
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, "a\\b\\"), handle);
+    for (const char *path : {"\\a", "a\\\\b", "\\"}) {
+        EXPECT_EQ(CodeOfOpen(HKEY_LOCAL_MACHINE, path), static_cast<std::uint32_t>(ERROR_BAD_PATHNAME)) << path;
+        EXPECT_EQ(CodeOfMake(HKEY_LOCAL_MACHINE, path), static_cast<std::uint32_t>(ERROR_BAD_PATHNAME)) << path;
+    }
+    EXPECT_EQ(CodeOfMake(HKEY_LOCAL_MACHINE, "x\\\\y"), static_cast<std::uint32_t>(ERROR_BAD_PATHNAME));
+    EXPECT_EQ(CodeOfOpen(HKEY_LOCAL_MACHINE, "x"), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+}
+
+TEST_F(Tvregd, too_long_names_and_too_deep_keys_answer_87_and_make_nothing) {
+    EXPECT_EQ(CodeOfMake(HKEY_LOCAL_MACHINE, std::string(MAX_KEY_NAME, 'n')), 0u);
+    EXPECT_EQ(CodeOfMake(HKEY_USERS, "a\\" + std::string(MAX_KEY_NAME + 1, 'n')),
+              static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
+    std::string deep = "d";
+    for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth)
+        deep += "\\d";
+    EXPECT_EQ(CodeOfMake(HKEY_CLASSES_ROOT, deep), 0u);
+    EXPECT_EQ(CodeOfMake(HKEY_USERS, deep + "\\d"), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre());
+    EXPECT_EQ(Set(HKEY_USERS, std::string(MAX_VALUE_NAME, 'v'), ""), 0u);
+    EXPECT_EQ(Set(HKEY_USERS, std::string(MAX_VALUE_NAME + 1, 'v'), ""),
+              static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
+    Restart();
+    EXPECT_EQ(CodeOfOpen(HKEY_CLASSES_ROOT, deep), 0u);
+    EXPECT_EQ(DeleteKey(registry, HKEY_CLASSES_ROOT, "d"), 0u);
+    EXPECT_THAT(SubKeys(HKEY_CLASSES_ROOT), ElementsAre());
+}
+
+TEST_F(Tvregd, keys_and_values_are_listed_in_the_order_in_which_they_came) {
+    for (const char *name : {"zeta", "Alpha", "mid"}) {
+        (void)Make(HKEY_USERS, name);
+        EXPECT_EQ(Set(HKEY_USERS, name, name), 0u);
+    }
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("zeta", "Alpha", "mid"));
+    EXPECT_EQ(Set(HKEY_USERS, "ZETA", "again"), 0u);
+    EXPECT_THAT(Values(HKEY_USERS), ElementsAre("zeta", "Alpha", "mid"));
+    Restart();
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("zeta", "Alpha", "mid"));
+    EXPECT_THAT(Values(HKEY_USERS), ElementsAre("zeta", "Alpha", "mid"));
+}
+
+TEST_F(Tvregd, deleting_moves_the_following_down_by_one_index) {
+    for (const char *name : {"a", "b", "c"}) {
+        (void)Make(HKEY_USERS, name);
+        EXPECT_EQ(Set(HKEY_USERS, name, name), 0u);
+    }
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "B"), 0u);
+    EXPECT_EQ(DeleteValue(registry, HKEY_USERS, "A"), 0u);
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("a", "c"));
+    EXPECT_THAT(Values(HKEY_USERS), ElementsAre("b", "c"));
+    (void)Make(HKEY_USERS, "b");
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("a", "c", "b"));
+    Restart();
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("a", "c", "b"));
+    EXPECT_THAT(Values(HKEY_USERS), ElementsAre("b", "c"));
+}
+
+TEST_F(Tvregd, deleting_a_key_deletes_what_is_below_it) {
+    const std::uint32_t key = Make(HKEY_USERS, "top");
+    const std::uint32_t below = Make(key, "in\\deeper");
+    EXPECT_EQ(Set(below, "v", "1"), 0u);
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "top"), 0u);
+    EXPECT_EQ(CodeOfOpen(HKEY_USERS, "top"), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM key_values").getInt(), 0);
+    EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM keys").getInt(), static_cast<int>(ROOT_COUNT));
+}
+
+TEST_F(Tvregd, handle_of_a_deleted_key_answers_1018_and_still_closes) {
+    const std::uint32_t key = Make(HKEY_USERS, "top");
+    const std::uint32_t below = Make(key, "in");
+    EXPECT_EQ(DeleteKey(registry, key, ""), 0u);
+    for (const std::uint32_t handle : {key, below}) {
+        EXPECT_EQ(CodeOfOpen(handle, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+        EXPECT_EQ(Set(handle, "v", ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+        EXPECT_EQ(CloseKey(registry, handle), 0u);
+    }
+    const std::uint32_t again = Make(HKEY_USERS, "top");
+    EXPECT_NE(again, key);
+    EXPECT_NE(again, below);
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "top"), 0u);
+    Restart();
+    EXPECT_EQ(CodeOfOpen(again, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+    EXPECT_NE(Make(HKEY_USERS, "top"), again);
+}
+
+TEST_F(Tvregd, a_root_cannot_be_deleted) {
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, ""), static_cast<std::uint32_t>(ERROR_ACCESS_DENIED));
+}
+
+TEST_F(Tvregd, handles_hold_over_a_restart_and_leave_the_clients_bits_clear) {
+    std::vector<std::uint32_t> handles;
+    for (int i = 0; i < 50; ++i)
+        handles.push_back(Make(HKEY_LOCAL_MACHINE, "k" + std::to_string(i)));
+    Restart();
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(handles[static_cast<std::size_t>(i)] & 0x8FF00000, 0u);
+        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, "k" + std::to_string(i)), handles[static_cast<std::size_t>(i)]);
+    }
+}
+
+TEST_F(Tvregd, the_highest_numbers_use_the_bits_beside_the_clients) {
+    registry.tree.lastNumber = 0xFFFFF;
+    const std::uint32_t first = Make(HKEY_USERS, "first");
+    EXPECT_EQ(first, 0x10000000u);
+    registry.tree.lastNumber = MAX_KEY_NUMBER - 1;
+    const std::uint32_t last = Make(HKEY_USERS, "last");
+    EXPECT_EQ(last, 0x700FFFFFu);
+    EXPECT_EQ(Open(first, ""), first);
+    EXPECT_EQ(Open(last, ""), last);
+}
+
+TEST_F(Tvregd, numbers_begin_again_when_all_were_used_and_pass_over_living_keys) {
+    const std::uint32_t old = Make(HKEY_USERS, "old");
+    registry.tree.lastNumber = MAX_KEY_NUMBER;
+    const std::uint32_t next = Make(HKEY_USERS, "next");
+    EXPECT_EQ(old, ROOT_COUNT + 1);
+    EXPECT_EQ(next, ROOT_COUNT + 2);
+    (void)Make(HKEY_USERS, "third");
+    Restart();
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("old", "next", "third"));
+}
+
+TEST_F(Tvregd, values_keep_their_exact_bytes_and_types) {
+    const std::string all("\0\x01\xFF\n\0", 5);
+    const std::string big(300'000, 'x');
+    EXPECT_EQ(Set(HKEY_USERS, "bytes", all, 77), 0u);
+    EXPECT_EQ(Set(HKEY_USERS, "empty", "", REG_BINARY), 0u);
+    EXPECT_EQ(Set(HKEY_USERS, "", "unnamed", REG_SZ), 0u);
+    EXPECT_EQ(Set(HKEY_USERS, "big", big, 0xFFFFFFFF), 0u);
+    Restart();
+    ASSERT_THAT(Values(HKEY_USERS), ElementsAre("bytes", "empty", "", "big"));
+    EXPECT_EQ(Get(HKEY_USERS, "bytes")->data, all);
+    EXPECT_EQ(Get(HKEY_USERS, "bytes")->type, 77u);
+    EXPECT_EQ(Get(HKEY_USERS, "empty")->data, "");
+    EXPECT_EQ(Get(HKEY_USERS, "empty")->type, REG_BINARY);
+    EXPECT_EQ(Get(HKEY_USERS, "")->data, "unnamed");
+    EXPECT_EQ(Get(HKEY_USERS, "big")->data, big);
+    EXPECT_EQ(Get(HKEY_USERS, "big")->type, 0xFFFFFFFFu);
+}
+
+TEST_F(Tvregd, missing_values_answer_2) {
+    const Value *value = nullptr;
+    EXPECT_EQ(QueryValue(registry, HKEY_USERS, "none", &value), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(DeleteValue(registry, HKEY_USERS, "none"), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(ValueAt(registry, HKEY_USERS, 0, &value), static_cast<std::uint32_t>(ERROR_NO_MORE_ITEMS));
+}
+
+TEST_F(Tvregd, changes_move_the_write_time_of_the_key_that_they_happen_in) {
+    const std::uint32_t handle = Make(HKEY_USERS, "k");
+    Key *key = nullptr;
+    ASSERT_EQ(OpenKey(registry, handle, "", &key), 0u);
+    const std::uint64_t made = key->written;
+    EXPECT_EQ(key->parent->written, made);
+    EXPECT_GT(made, 132'000'000'000'000'000u); // some day of 2019
+    EXPECT_EQ(Set(handle, "v", "1"), 0u);
+    const std::uint64_t set = key->written;
+    EXPECT_GT(set, made);
+    EXPECT_EQ(key->parent->written, made);
+    (void)Make(handle, "sub");
+    const std::uint64_t below = key->written;
+    EXPECT_GT(below, set);
+    EXPECT_EQ(DeleteKey(registry, handle, "sub"), 0u);
+    const std::uint64_t deleted = key->written;
+    EXPECT_GT(deleted, below);
+    Restart();
+    ASSERT_EQ(OpenKey(registry, handle, "", &key), 0u);
+    EXPECT_EQ(key->written, deleted);
+    EXPECT_EQ(key->parent->written, made);
+}
+
+TEST_F(Tvregd, volatile_keys_are_gone_after_a_restart_and_have_no_lasting_children) {
+    const std::uint32_t handle = Make(HKEY_USERS, "passing", REG_OPTION_VOLATILE);
+    EXPECT_EQ(Set(handle, "v", "1"), 0u);
+    EXPECT_EQ(CodeOfMake(handle, "lasting"), static_cast<std::uint32_t>(ERROR_CHILD_MUST_BE_VOLATILE));
+    EXPECT_EQ(CodeOfMake(handle, "more", REG_OPTION_VOLATILE), 0u);
+    EXPECT_EQ(CodeOfMake(handle, "odd", 2), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
+    Restart();
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre());
+    EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM key_values").getInt(), 0);
+}
+
+TEST_F(Tvregd, write_that_the_database_refuses_answers_1016_and_changes_nothing) {
+    const std::uint32_t handle = Make(HKEY_USERS, "k");
+    EXPECT_EQ(Set(handle, "v", "old"), 0u);
+    store->database.exec("PRAGMA query_only = ON");
+    EXPECT_EQ(Set(handle, "v", "new"), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
+    EXPECT_EQ(CodeOfMake(handle, "sub"), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "k"), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
+    EXPECT_EQ(DeleteValue(registry, handle, "v"), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
+    EXPECT_EQ(Get(handle, "v")->data, "old");
+    EXPECT_THAT(SubKeys(handle), ElementsAre());
+    store->database.exec("PRAGMA query_only = OFF");
+    EXPECT_EQ(Set(handle, "v", "new"), 0u);
+    EXPECT_EQ(Get(handle, "v")->data, "new");
+}
+
+TEST_F(Tvregd, second_daemon_on_the_same_file_is_refused) {
+    try {
+        (void)OpenStore(file);
+        FAIL() << "the lock did not hold";
+    } catch (const std::exception &failure) {
+        EXPECT_THAT(failure.what(), HasSubstr("another registry daemon"));
+    }
+}
+
+TEST_F(Tvregd, file_that_is_no_registry_is_refused_and_left_as_it_is) {
+    const std::string other = Folder() + "/other.db";
+    std::ofstream(other) << std::string(5000, 'x');
+    EXPECT_THROW((void)OpenStore(other), std::exception);
+    EXPECT_EQ(std::filesystem::file_size(other), 5000u);
+    const std::string foreign = Folder() + "/foreign.db";
+    {
+        SQLite::Database database(foreign, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        database.exec("CREATE TABLE something (x)");
+    }
+    EXPECT_THROW((void)OpenStore(foreign), std::exception);
+}
+
+TEST_F(Tvregd, database_with_a_key_without_parent_is_refused) {
+    store->database.exec("PRAGMA foreign_keys = OFF");
+    store->database.exec("INSERT INTO keys VALUES (100, 99, 100, 'orphan', NULL, 0, 0)");
+    EXPECT_THROW(Restart(), std::exception);
+}

@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: MIT
+// regd_svc: the dispatcher and the handlers of the registry service.
+//
+// A handler fills the body of its result, in which names and data are borrowed from the tree: they are encoded before
+// anything can change. Every result goes out with the discriminant 1.
+//
+// Sizes. Buffer sizes for names and classes count the terminator, lengths that are answered do not. What does not fit
+// its buffer answers 234 with the length needed and without the name; a class of size 0 was not asked for. Data that
+// does not fit answers 234 with the size needed; the data query leaves the data out then, the enumeration sends as many
+// bytes as the buffer holds, since its caller copies that many.
+#include "tvregd/regd_svc.h"
+
+#include "registry/regd_xdr.h"
+#include "rpc/door.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <rpc/pmap_clnt.h>
+
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+constexpr std::uint32_t VERSION_MAJOR = 2, VERSION_MINOR = 3, VERSION_PATCH = 0;
+
+// What a ping says.
+enum PingMode : std::uint32_t { CONNECTED = 0, LEAVING = 1, STILL_THERE = 2 };
+
+Registry *served = nullptr;
+
+std::string_view Text(const char *text) { return text != nullptr ? text : ""; }
+
+// The name of an argument whose flag says whether it was given.
+std::string_view Name(const char *text, std::uint16_t isNull) { return isNull != 0 ? std::string_view() : Text(text); }
+
+// The encoders do not write into strings and bytes.
+char *Wire(const std::string &text) { return const_cast<char *>(text.c_str()); }
+
+std::uint32_t Length(const std::string &text) { return static_cast<std::uint32_t>(text.size()); }
+
+CountedBytes Bytes(const std::string &data, std::uint32_t count) { return {count, Wire(data)}; }
+
+regd_FILETIME FileTime(std::uint64_t time) {
+    return {static_cast<std::uint32_t>(time), static_cast<std::uint32_t>(time >> 32)};
+}
+
+void ServeCloseKey(Registry &registry, const regd_REG_CLOSE_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status = CloseKey(registry, call.key);
+}
+
+void ServeOpenKey(Registry &registry, const regd_REG_OPEN_KEY &call, regd_REG_OPEN_KEY_RETURN *answer) {
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, Text(call.subKey), &key);
+    if (answer->status == 0) answer->key = HandleOf(*key);
+}
+
+void ServeOpenKeyEx(Registry &registry, const regd_REG_OPEN_KEY_EX &call, regd_REG_OPEN_KEY_RETURN *answer) {
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, Name(call.subKey, call.subKeyIsNull), &key);
+    if (answer->status == 0) answer->key = HandleOf(*key);
+}
+
+void Create(Registry &registry, std::uint32_t handle, std::string_view path, const std::optional<std::string> &keyClass,
+            std::uint32_t options, regd_REG_CREATE_KEY_RETURN *answer) {
+    Key *key = nullptr;
+    answer->status = CreateKey(registry, handle, path, keyClass, options, &key, &answer->disposition);
+    if (answer->status == 0) answer->key = HandleOf(*key);
+}
+
+void ServeCreateKey(Registry &registry, const regd_REG_CREATE_KEY &call, regd_REG_CREATE_KEY_RETURN *answer) {
+    Create(registry, call.key, Name(call.subKey, call.subKeyIsNull), std::nullopt, REG_OPTION_NON_VOLATILE, answer);
+}
+
+void ServeCreateKeyEx(Registry &registry, const regd_REG_CREATE_KEY_EX &call, regd_REG_CREATE_KEY_RETURN *answer) {
+    std::optional<std::string> keyClass;
+    if (call.classIsNull == 0) keyClass = Text(call.keyClass);
+    Create(registry, call.key, Name(call.subKey, call.subKeyIsNull), keyClass, call.options, answer);
+}
+
+void ServeDeleteKey(Registry &registry, const regd_REG_DELETE_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status = DeleteKey(registry, call.key, Text(call.subKey));
+}
+
+void ServeDeleteValue(Registry &registry, const regd_REG_DELETE_VALUE &call, regd_BASIC_RETURN *answer) {
+    answer->status = DeleteValue(registry, call.key, Name(call.valueName, call.nameIsNull));
+}
+
+void Enumerate(Registry &registry, std::uint32_t handle, std::uint32_t index, std::uint32_t nameBytes,
+               std::uint32_t classBytes, regd_REG_ENUM_KEY_RETURN *answer) {
+    const Key *subKey = nullptr;
+    answer->status = SubKeyAt(registry, handle, index, &subKey);
+    if (answer->status != 0) return;
+    answer->lastWriteTime = FileTime(subKey->written);
+    answer->nameLength = Length(subKey->name);
+    if (answer->nameLength < nameBytes)
+        answer->name = Wire(subKey->name);
+    else
+        answer->status = ERROR_MORE_DATA; // 234
+    if (!subKey->keyClass) return;
+    answer->classLength = Length(*subKey->keyClass);
+    if (answer->classLength < classBytes)
+        answer->keyClass = Wire(*subKey->keyClass);
+    else if (classBytes != 0)
+        answer->status = ERROR_MORE_DATA;
+}
+
+void ServeEnumKey(Registry &registry, const regd_REG_ENUM_KEY &call, regd_REG_ENUM_KEY_RETURN *answer) {
+    Enumerate(registry, call.key, call.index, call.nameBytes, 0, answer);
+}
+
+void ServeEnumKeyEx(Registry &registry, const regd_REG_ENUM_KEY_EX &call, regd_REG_ENUM_KEY_RETURN *answer) {
+    Enumerate(registry, call.key, call.index, call.nameBytes, call.classBytes, answer);
+}
+
+void ServeEnumValue(Registry &registry, const regd_REG_ENUM_VALUE &call, regd_REG_ENUM_VALUE_RETURN *answer) {
+    const Value *value = nullptr;
+    answer->status = ValueAt(registry, call.key, call.index, &value);
+    if (answer->status != 0) return;
+    answer->type = value->type;
+    answer->nameLength = Length(value->name);
+    answer->dataBytes = Length(value->data);
+    answer->data = Bytes(value->data, std::min(answer->dataBytes, call.dataBytes));
+    if (answer->nameLength < call.nameBytes)
+        answer->name = Wire(value->name);
+    else
+        answer->status = ERROR_MORE_DATA;
+    if (call.dataBytes != 0 && answer->dataBytes > call.dataBytes) answer->status = ERROR_MORE_DATA;
+}
+
+// The caller of the class wants all of it and cuts it to its buffer itself.
+void ServeQueryInfoKey(Registry &registry, const regd_REG_QUERY_INFO_KEY &call,
+                       regd_REG_QUERY_INFO_KEY_RETURN *answer) {
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, {}, &key);
+    answer->classIsNull = 1;
+    if (answer->status != 0) return;
+    if (key->keyClass) {
+        answer->keyClass = Wire(*key->keyClass);
+        answer->classLength = Length(*key->keyClass);
+        answer->classIsNull = 0;
+    }
+    answer->subKeys = static_cast<std::uint32_t>(key->subKeys.inOrder.size());
+    for (const auto &subKey : key->subKeys.inOrder) {
+        answer->maxSubKeyLength = std::max(answer->maxSubKeyLength, Length(subKey->name));
+        if (subKey->keyClass) answer->maxClassLength = std::max(answer->maxClassLength, Length(*subKey->keyClass));
+    }
+    answer->values = static_cast<std::uint32_t>(key->values.inOrder.size());
+    for (const auto &value : key->values.inOrder) {
+        answer->maxValueNameLength = std::max(answer->maxValueNameLength, Length(value->name));
+        answer->maxValueBytes = std::max(answer->maxValueBytes, Length(value->data));
+    }
+    answer->lastWriteTime = FileTime(key->written);
+}
+
+void AnswerData(const Value &value, std::uint32_t dataBytes, bool dataIsNull, regd_REG_QUERY_VALUE_RETURN *answer) {
+    answer->type = value.type;
+    answer->dataBytes = Length(value.data);
+    if (dataIsNull) return;
+    if (answer->dataBytes > dataBytes)
+        answer->status = ERROR_MORE_DATA;
+    else
+        answer->data = Bytes(value.data, answer->dataBytes);
+}
+
+// The unnamed value of a subkey, which must be a string.
+void ServeQueryValue(Registry &registry, const regd_REG_QUERY_VALUE &call, regd_REG_QUERY_VALUE_RETURN *answer) {
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, Name(call.subKey, call.subKeyIsNull), &key);
+    if (answer->status != 0) return;
+    const Value *value = FindValue(*key, {});
+    if (value == nullptr)
+        answer->status = ERROR_FILE_NOT_FOUND; // 2
+    else if (value->type != REG_SZ && value->type != REG_EXPAND_SZ)
+        answer->status = ERROR_INVALID_DATA; // 13
+    else
+        AnswerData(*value, call.dataBytes, call.dataIsNull != 0, answer);
+}
+
+void ServeQueryValueEx(Registry &registry, const regd_REG_QUERY_VALUE_EX &call, regd_REG_QUERY_VALUE_RETURN *answer) {
+    const Value *value = nullptr;
+    answer->status = QueryValue(registry, call.key, Name(call.valueName, call.nameIsNull), &value);
+    if (answer->status == 0) AnswerData(*value, call.dataBytes, call.dataIsNull != 0, answer);
+}
+
+// The unnamed value of a subkey, which is made when it is not there. Stored with its terminator; the length beside the
+// string is ignored, as Win32 does.
+void ServeSetValue(Registry &registry, const regd_REG_SET_VALUE &call, regd_BASIC_RETURN *answer) {
+    answer->status = ERROR_INVALID_PARAMETER; // 87
+    if (call.type != REG_SZ) return;
+    Key *key = nullptr;
+    std::uint32_t disposition = 0;
+    answer->status = CreateKey(registry, call.key, Name(call.subKey, call.subKeyIsNull), std::nullopt,
+                               REG_OPTION_NON_VOLATILE, &key, &disposition);
+    if (answer->status != 0) return;
+    std::string data(Text(call.data));
+    data.push_back('\0');
+    answer->status = SetValue(registry, HandleOf(*key), {}, REG_SZ, data);
+}
+
+// With the size 0 the bytes are a placeholder for no data.
+void ServeSetValueEx(Registry &registry, const regd_REG_SET_VALUE_EX &call, regd_BASIC_RETURN *answer) {
+    answer->status = ERROR_INVALID_PARAMETER;
+    if (call.dataBytes > call.data.count) return;
+    const std::string_view data(call.dataBytes != 0 ? call.data.bytes : "", call.dataBytes);
+    answer->status = SetValue(registry, call.key, Name(call.valueName, call.nameIsNull), call.type, data);
+}
+
+// Whatever was acknowledged is on the disk already.
+void ServeFlushKey(Registry &registry, const regd_REG_FLUSH_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status = CloseKey(registry, call.key);
+}
+
+void ServeQueryVersion(Registry &, const regd_REG_QUERY_VERSION &, regd_REG_QUERY_VERSION_RETURN *answer) {
+    *answer = {0, VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH};
+}
+
+// Nothing is kept for a client, so nothing is done when it comes or goes.
+void ServePing(Registry &, const regd_REG_PING_DAEMON &call, regd_BASIC_RETURN *answer) {
+    answer->status = call.mode <= STILL_THERE ? 0 : ERROR_INVALID_PARAMETER;
+}
+
+// Hives, security descriptors and notification: there are none here.
+template <typename Arguments, typename Body>
+void ServeNotImplemented(Registry &, const Arguments &, Body *answer) {
+    answer->status = ERROR_CALL_NOT_IMPLEMENTED; // 120
+}
+
+// A filter as the library wants it.
+template <typename Filter>
+xdrproc_t Untyped(Filter *filter) {
+    return reinterpret_cast<xdrproc_t>(reinterpret_cast<void *>(filter));
+}
+
+template <typename Arguments, typename Body, typename Result>
+void Answer(SVCXPRT *transport, bool_t (*decode)(XDR *, Arguments *),
+            void (*serve)(Registry &, const Arguments &, Body *), bool_t (*encode)(XDR *, Result *)) {
+    Arguments arguments{};
+    if (svc_getargs(transport, Untyped(decode), reinterpret_cast<char *>(&arguments))) {
+        Result result{};
+        result.discriminant = 1;
+        try {
+            serve(*served, arguments, &result.body);
+        } catch (const std::exception &failure) {
+            (void)std::fprintf(stderr, "tvregd: %s\n", failure.what());
+            result.body = {};
+            result.body.status = ERROR_NOT_ENOUGH_MEMORY; // 8
+        }
+        (void)svc_sendreply(transport, Untyped(encode), reinterpret_cast<char *>(&result));
+    } else {
+        svcerr_decode(transport);
+    }
+    (void)svc_freeargs(transport, Untyped(decode), reinterpret_cast<char *>(&arguments));
+}
+
+// A peer is on this machine when it comes from a loopback address or from the address that it reached us at: no other
+// machine can send from an address of ours.
+bool IsLocalPeer(const sockaddr_in &peer, const sockaddr_in &local) {
+    return (ntohl(peer.sin_addr.s_addr) >> 24) == IN_LOOPBACKNET || peer.sin_addr.s_addr == local.sin_addr.s_addr;
+}
+
+void Dispatch(svc_req *request, SVCXPRT *transport) {
+    switch (request->rq_proc) {
+    case NULLPROC: (void)svc_sendreply(transport, Untyped(xdr_void), nullptr); return;
+    case REG_CLOSE_KEY: return Answer(transport, xdr_regd_REG_CLOSE_KEY, ServeCloseKey, xdr_regd_BASIC_RES);
+    case REG_CREATE_KEY: return Answer(transport, xdr_regd_REG_CREATE_KEY, ServeCreateKey, xdr_regd_REG_CREATE_KEY_RES);
+    case REG_CREATE_KEY_EX:
+        return Answer(transport, xdr_regd_REG_CREATE_KEY_EX, ServeCreateKeyEx, xdr_regd_REG_CREATE_KEY_RES);
+    case REG_DELETE_KEY: return Answer(transport, xdr_regd_REG_DELETE_KEY, ServeDeleteKey, xdr_regd_BASIC_RES);
+    case REG_DELETE_VALUE: return Answer(transport, xdr_regd_REG_DELETE_VALUE, ServeDeleteValue, xdr_regd_BASIC_RES);
+    case REG_ENUM_KEY: return Answer(transport, xdr_regd_REG_ENUM_KEY, ServeEnumKey, xdr_regd_REG_ENUM_KEY_RES);
+    case REG_ENUM_KEY_EX: return Answer(transport, xdr_regd_REG_ENUM_KEY_EX, ServeEnumKeyEx, xdr_regd_REG_ENUM_KEY_RES);
+    case REG_ENUM_VALUE: return Answer(transport, xdr_regd_REG_ENUM_VALUE, ServeEnumValue, xdr_regd_REG_ENUM_VALUE_RES);
+    case REG_FLUSH_KEY: return Answer(transport, xdr_regd_REG_FLUSH_KEY, ServeFlushKey, xdr_regd_BASIC_RES);
+    case REG_GET_KEY_SECURITY:
+        return Answer(transport, xdr_regd_REG_GET_KEY_SEC,
+                      ServeNotImplemented<regd_REG_GET_KEY_SEC, regd_REG_GET_KEY_SEC_RETURN>,
+                      xdr_regd_REG_GET_KEY_SEC_RES);
+    case REG_LOAD_KEY:
+        return Answer(transport, xdr_regd_REG_LOAD_KEY, ServeNotImplemented<regd_REG_LOAD_KEY, regd_BASIC_RETURN>,
+                      xdr_regd_BASIC_RES);
+    case REG_NOTIFY_CHANGE_KEY_VALUE:
+        return Answer(transport, xdr_regd_REG_NOTIFY_CHANGE_KEY_VALUE,
+                      ServeNotImplemented<regd_REG_NOTIFY_CHANGE_KEY_VALUE, regd_BASIC_RETURN>, xdr_regd_BASIC_RES);
+    case REG_OPEN_KEY: return Answer(transport, xdr_regd_REG_OPEN_KEY, ServeOpenKey, xdr_regd_REG_OPEN_KEY_RES);
+    case REG_OPEN_KEY_EX: return Answer(transport, xdr_regd_REG_OPEN_KEY_EX, ServeOpenKeyEx, xdr_regd_REG_OPEN_KEY_RES);
+    case REG_QUERY_INFO_KEY:
+        return Answer(transport, xdr_regd_REG_QUERY_INFO_KEY, ServeQueryInfoKey, xdr_regd_REG_QUERY_INFO_KEY_RES);
+    case REG_QUERY_VALUE:
+        return Answer(transport, xdr_regd_REG_QUERY_VALUE, ServeQueryValue, xdr_regd_REG_QUERY_VALUE_RES);
+    case REG_QUERY_VALUE_EX:
+        return Answer(transport, xdr_regd_REG_QUERY_VALUE_EX, ServeQueryValueEx, xdr_regd_REG_QUERY_VALUE_RES);
+    case REG_REPLACE_KEY:
+        return Answer(transport, xdr_regd_REG_REPLACE_KEY, ServeNotImplemented<regd_REG_REPLACE_KEY, regd_BASIC_RETURN>,
+                      xdr_regd_BASIC_RES);
+    case REG_RESTORE_KEY:
+        return Answer(transport, xdr_regd_REG_RESTORE_KEY, ServeNotImplemented<regd_REG_RESTORE_KEY, regd_BASIC_RETURN>,
+                      xdr_regd_BASIC_RES);
+    case REG_SAVE_KEY:
+        return Answer(transport, xdr_regd_REG_SAVE_KEY, ServeNotImplemented<regd_REG_SAVE_KEY, regd_BASIC_RETURN>,
+                      xdr_regd_BASIC_RES);
+    case REG_SET_KEY_SECURITY:
+        return Answer(transport, xdr_regd_REG_SET_KEY_SEC, ServeNotImplemented<regd_REG_SET_KEY_SEC, regd_BASIC_RETURN>,
+                      xdr_regd_BASIC_RES);
+    case REG_SET_VALUE: return Answer(transport, xdr_regd_REG_SET_VALUE, ServeSetValue, xdr_regd_BASIC_RES);
+    case REG_SET_VALUE_EX: return Answer(transport, xdr_regd_REG_SET_VALUE_EX, ServeSetValueEx, xdr_regd_BASIC_RES);
+    case REG_UNLOAD_KEY:
+        return Answer(transport, xdr_regd_REG_UNLOAD_KEY, ServeNotImplemented<regd_REG_UNLOAD_KEY, regd_BASIC_RETURN>,
+                      xdr_regd_BASIC_RES);
+    case REG_QUERY_VERSION:
+        return Answer(transport, xdr_regd_REG_QUERY_VERSION, ServeQueryVersion, xdr_regd_REG_QUERY_VERSION_RES);
+    case REG_PING_DAEMON: return Answer(transport, xdr_regd_REG_PING_DAEMON, ServePing, xdr_regd_BASIC_RES);
+    default: svcerr_noproc(transport);
+    }
+}
+
+} // namespace
+
+bool StartService(Registry &registry, bool allowRemote) {
+    served = &registry;
+    (void)pmap_unset(REGDAEMONPROG, REGDAEMONVERS);
+    SVCXPRT *listener = svctcp_create(RPC_ANYSOCK, 0, 0);
+    if (listener == nullptr || !OpenDoor(listener, allowRemote ? nullptr : IsLocalPeer)) {
+        (void)std::fprintf(stderr, "tvregd: cannot listen\n");
+        return false;
+    }
+    if (!svc_register(listener, REGDAEMONPROG, REGDAEMONVERS, Dispatch, IPPROTO_TCP)) {
+        (void)std::fprintf(stderr,
+                           "tvregd: cannot register program 0x%08X version %u with the port mapper: it does not "
+                           "run, or another user holds the entry\n",
+                           REGDAEMONPROG, REGDAEMONVERS);
+        return false;
+    }
+    return true;
+}
+
+void StopService() { svc_unregister(REGDAEMONPROG, REGDAEMONVERS); }

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+// regd_svc: the registry as an ONC RPC service: program 0x3003003C version 2 over TCP, records of registry/regd_xdr.h.
+#pragma once
+
+#include "tvregd/operations.h"
+
+#include <rpc/rpc.h>
+
+// Makes the listening transport and registers it with the port mapper; requests are then served out of the registry by
+// whatever loop the caller runs over svc_pollfd.
+//   allowRemote  false: connections from other machines are closed at once
+// Returns false after a text on stderr. One service for each process.
+[[nodiscard]] bool StartService(Registry &registry, bool allowRemote);
+
+// Takes the program out of the port mapper.
+void StopService();

@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+#include "tvregd/store.h"
+
+#include <SQLiteCpp/Exception.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace {
+
+constexpr int SCHEMA_VERSION = 1;
+
+// AUTOINCREMENT remembers the highest number ever used, so that the handle of a deleted key does not come to name a new
+// one. The subkeys and values of a key go with it.
+constexpr const char *SCHEMA = R"(
+    CREATE TABLE keys (
+        number   INTEGER PRIMARY KEY AUTOINCREMENT,
+        parent   INTEGER REFERENCES keys ON DELETE CASCADE,
+        position INTEGER NOT NULL,
+        name     TEXT NOT NULL COLLATE NOCASE,
+        class    TEXT,
+        volatile INTEGER NOT NULL,
+        written  INTEGER NOT NULL,
+        UNIQUE (parent, name)
+    ) STRICT;
+    CREATE TABLE key_values (
+        id       INTEGER PRIMARY KEY,
+        key      INTEGER NOT NULL REFERENCES keys ON DELETE CASCADE,
+        name     TEXT NOT NULL COLLATE NOCASE,
+        type     INTEGER NOT NULL,
+        data     BLOB NOT NULL,
+        UNIQUE (key, name)
+    ) STRICT;
+)";
+
+void Bind(SQLite::Statement &statement, int column, std::int64_t value) { statement.bind(column, value); }
+void Bind(SQLite::Statement &statement, int column, std::uint32_t value) { statement.bind(column, value); }
+void Bind(SQLite::Statement &statement, int column, const std::string &text) { statement.bindNoCopy(column, text); }
+void Bind(SQLite::Statement &statement, int column, const std::optional<std::string> &text) {
+    if (text)
+        statement.bindNoCopy(column, *text);
+    else
+        statement.bind(column);
+}
+struct Blob {
+    const std::string &bytes;
+};
+void Bind(SQLite::Statement &statement, int column, Blob blob) {
+    statement.bindNoCopy(column, blob.bytes.data(), static_cast<int>(blob.bytes.size()));
+}
+
+// Executes a statement without result rows; the arguments are borrowed for the call.
+template <typename... Arguments>
+void Run(SQLite::Statement &statement, const Arguments &...arguments) {
+    (void)statement.tryReset();
+    int column = 0;
+    (Bind(statement, ++column, arguments), ...);
+    (void)statement.exec();
+}
+
+template <typename Writes>
+void Atomically(Store &store, Writes writes) {
+    Run(store.begin);
+    try {
+        writes();
+        Run(store.commit);
+    } catch (...) {
+        try {
+            Run(store.rollback);
+        } catch (const SQLite::Exception &) {
+            // SQLite has rolled back by itself.
+        }
+        throw;
+    }
+}
+
+// A time has 64 bits and SQLite's integers are signed; the times of the next 27,000 years fit.
+std::int64_t Stored(std::uint64_t time) { return static_cast<std::int64_t>(time); }
+
+void MakeTables(SQLite::Database &database) {
+    database.exec("BEGIN IMMEDIATE");
+    database.exec(SCHEMA);
+    for (const auto &root : MakeTree().roots) {
+        SQLite::Statement insert(database, "INSERT INTO keys VALUES (?, NULL, ?, ?, NULL, 0, 0)");
+        Run(insert, root->number, root->number, root->name);
+    }
+    database.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
+    database.exec("COMMIT");
+}
+
+// Everything that the statements of the store need: they are prepared right after it.
+SQLite::Database OpenDatabase(const std::string &file) {
+    SQLite::Database database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+    database.setBusyTimeout(10'000);
+    const int version = database.execAndGet("PRAGMA user_version").getInt();
+    const int tables = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt();
+    const bool fresh = version == 0 && tables == 0;
+    if (!fresh && version != SCHEMA_VERSION) throw std::runtime_error("not a registry that this version can read");
+    (void)database.execAndGet("PRAGMA journal_mode = WAL");
+    if (fresh) MakeTables(database);
+    database.exec("PRAGMA synchronous = FULL");
+    database.exec("PRAGMA foreign_keys = ON");
+    database.exec("DELETE FROM keys WHERE volatile");
+    return database;
+}
+
+int LockFile(const std::string &file) {
+    int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (descriptor < 0) throw std::runtime_error(std::strerror(errno));
+    DescriptorGuard guard(&descriptor);
+    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0)
+        throw std::runtime_error(errno == EWOULDBLOCK ? "in use by another registry daemon" : std::strerror(errno));
+    (void)guard.release();
+    return descriptor;
+}
+
+Key *KeyOfRow(const Tree &tree, std::int64_t number) {
+    const auto found = tree.byNumber.find(static_cast<std::uint32_t>(number));
+    if (found == tree.byNumber.end())
+        throw std::runtime_error("the database is damaged: there is no key " + std::to_string(number));
+    return found->second;
+}
+
+void LoadKeys(Store &store, Tree &tree) {
+    SQLite::Statement rows(store.database, "SELECT number, parent, name, class, volatile, written, position FROM keys "
+                                           "ORDER BY position");
+    while (rows.executeStep()) {
+        const std::int64_t number = rows.getColumn(0).getInt64();
+        const auto written = static_cast<std::uint64_t>(rows.getColumn(5).getInt64());
+        store.lastPosition = rows.getColumn(6).getInt64();
+        if (rows.getColumn(1).isNull()) {
+            KeyOfRow(tree, number)->written = written;
+            continue;
+        }
+        Key *parent = KeyOfRow(tree, rows.getColumn(1).getInt64());
+        if (number <= ROOT_COUNT || number > MAX_KEY_NUMBER || parent->depth == MAX_DEPTH)
+            throw std::runtime_error("the database is damaged: key " + std::to_string(number) + " cannot be");
+        auto key = std::make_unique<Key>();
+        key->number = static_cast<std::uint32_t>(number);
+        key->name = rows.getColumn(2).getString();
+        if (!rows.getColumn(3).isNull()) key->keyClass = rows.getColumn(3).getString();
+        key->isVolatile = rows.getColumn(4).getInt() != 0;
+        key->written = written;
+        (void)AddKey(tree, *parent, std::move(key));
+    }
+    tree.lastNumber = store.database.execAndGet("SELECT seq FROM sqlite_sequence WHERE name = 'keys'").getUInt();
+}
+
+void LoadValues(Store &store, const Tree &tree) {
+    SQLite::Statement rows(store.database, "SELECT key, name, type, data FROM key_values ORDER BY id");
+    while (rows.executeStep()) {
+        Value value;
+        value.name = rows.getColumn(1).getString();
+        value.type = rows.getColumn(2).getUInt();
+        value.data = rows.getColumn(3).getString();
+        (void)AddValue(*KeyOfRow(tree, rows.getColumn(0).getInt64()), std::move(value));
+    }
+}
+
+} // namespace
+
+Store::Store(int lock, const std::string &file)
+    : lockDescriptor(lock), database(OpenDatabase(file)), begin(database, "BEGIN IMMEDIATE"),
+      commit(database, "COMMIT"), rollback(database, "ROLLBACK"),
+      insertKey(database, "INSERT INTO keys (number, parent, position, name, class, volatile, written) "
+                          "VALUES (?, ?, ?, ?, ?, ?, ?)"),
+      touchKey(database, "UPDATE keys SET written = ? WHERE number = ?"),
+      deleteKey(database, "DELETE FROM keys WHERE number = ?"),
+      putValue(database, "INSERT INTO key_values (key, name, type, data) VALUES (?, ?, ?, ?) "
+                         "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data"),
+      deleteValue(database, "DELETE FROM key_values WHERE key = ? AND name = ?") {}
+
+StoreGuard OpenStore(const std::string &file) {
+    int lock = LockFile(file);
+    DescriptorGuard guard(&lock);
+    StoreGuard store(new Store(lock, file));
+    (void)guard.release();
+    return store;
+}
+
+// Closing any descriptor of the file drops SQLite's own locks on it, so the lock goes last.
+void CloseStore(Store *store) {
+    int lock = store->lockDescriptor;
+    delete store;
+    CloseDescriptorAt(&lock);
+}
+
+void LoadTree(Store &store, Tree &tree) {
+    LoadKeys(store, tree);
+    LoadValues(store, tree);
+}
+
+void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys) {
+    Atomically(store, [&] {
+        for (const auto &key : keys)
+            Run(store.insertKey, key->number, key->parent->number, ++store.lastPosition, key->name, key->keyClass,
+                static_cast<std::uint32_t>(key->isVolatile), Stored(key->written));
+        Run(store.touchKey, Stored(keys.front()->written), keys.front()->parent->number);
+    });
+}
+
+void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written) {
+    Atomically(store, [&] {
+        Run(store.deleteKey, key.number);
+        Run(store.touchKey, Stored(written), key.parent->number);
+    });
+}
+
+void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written) {
+    Atomically(store, [&] {
+        Run(store.putValue, key.number, value.name, value.type, Blob{value.data});
+        Run(store.touchKey, Stored(written), key.number);
+    });
+}
+
+void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written) {
+    Atomically(store, [&] {
+        Run(store.deleteValue, key.number, value.name);
+        Run(store.touchKey, Stored(written), key.number);
+    });
+}

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+// store: the registry in its file, a SQLite database in WAL mode.
+//
+// The daemon alone writes the file, and holds a lock on it that keeps a second daemon out; other programs may read it
+// meanwhile. Every Store... function is one transaction and returns when it is on the disk (synchronous = FULL): what
+// has been acknowledged survives the end of the daemon and of the machine. They throw SQLite::Exception when SQLite
+// fails; nothing has been written then.
+// Thread: the only one.
+#pragma once
+
+#include "tvregd/tree.h"
+#include "util/guard.h"
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct Store {
+    Store(int lock, const std::string &file);
+
+    int lockDescriptor; // the lock lasts as long as it is open
+    SQLite::Database database;
+    SQLite::Statement begin, commit, rollback;
+    SQLite::Statement insertKey, touchKey, deleteKey;
+    SQLite::Statement putValue, deleteValue;
+    std::int64_t lastPosition = 0; // of the youngest key; keys are listed in the order of their positions
+};
+
+void CloseStore(Store *store);
+using StoreGuard = std::unique_ptr<Store, Calls<&CloseStore>>;
+
+// Opens the file, making it and its tables when they are not there, and drops the volatile keys of an earlier daemon.
+// Throws std::runtime_error with a text for people when another daemon has the file or it is no registry of ours.
+StoreGuard OpenStore(const std::string &file);
+
+// Reads everything into a fresh tree (MakeTree).
+void LoadTree(Store &store, Tree &tree);
+
+// Stores new keys, which are not in the tree yet but know their parents, each behind its own. The parent of the first
+// gets its `written` time.
+void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys);
+// Removes a key with everything below it; `written` is for its parent.
+void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written);
+// Sets a value, new or not, of a key that gets the time `written`.
+void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written);
+void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written);

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+// tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
+#include "tvregd/regd_svc.h"
+
+#include <CLI/CLI.hpp>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+namespace {
+
+struct Options {
+    std::string database;
+    bool user = false;
+    bool allowRemote = false;
+    bool background = false;
+};
+
+volatile std::sig_atomic_t endRequested = 0;
+
+void RequestEnd(int) { endRequested = 1; }
+
+// The end is asked for with SIGTERM or SIGINT, which are blocked except while the loop waits. A client that has left
+// shows as a failed send. Returns the mask to wait with.
+sigset_t PrepareSignals() {
+    struct sigaction end {};
+    end.sa_handler = RequestEnd;
+    (void)sigaction(SIGTERM, &end, nullptr);
+    (void)sigaction(SIGINT, &end, nullptr);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    sigset_t blocked, waiting;
+    (void)sigemptyset(&blocked);
+    (void)sigaddset(&blocked, SIGTERM);
+    (void)sigaddset(&blocked, SIGINT);
+    (void)sigprocmask(SIG_BLOCK, &blocked, &waiting);
+    (void)sigdelset(&waiting, SIGTERM);
+    (void)sigdelset(&waiting, SIGINT);
+    return waiting;
+}
+
+// svc_run with an end.
+void ServeUntilSignalled(const sigset_t &waitingMask) {
+    std::vector<pollfd> descriptors;
+    while (endRequested == 0) {
+        descriptors.assign(svc_pollfd, svc_pollfd + svc_max_pollfd);
+        const int ready = ppoll(descriptors.data(), descriptors.size(), nullptr, &waitingMask);
+        if (ready > 0) svc_getreq_poll(descriptors.data(), ready);
+    }
+}
+
+std::string UserDatabase() {
+    const char *state = std::getenv("XDG_STATE_HOME");
+    const char *home = std::getenv("HOME");
+    std::filesystem::path folder;
+    if (state != nullptr && *state == '/')
+        folder = state;
+    else if (home != nullptr && *home == '/')
+        folder = std::filesystem::path(home) / ".local/state";
+    else
+        throw std::runtime_error("--user needs HOME or XDG_STATE_HOME");
+    folder /= "tvregd";
+    std::filesystem::create_directories(folder);
+    return folder / "registry.db";
+}
+
+// Goes on in a child process. The calling process stays until the child serves or fails: it then exits with 0 or 1.
+//   returns  the descriptor that the child writes a byte to once it serves
+int GoToBackground() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    const pid_t child = fork();
+    if (child < 0) throw std::runtime_error("no process");
+    if (child > 0) {
+        char byte = 0;
+        (void)close(ends[1]);
+        _exit(read(ends[0], &byte, 1) == 1 ? 0 : 1);
+    }
+    (void)close(ends[0]);
+    (void)setsid();
+    return ends[1];
+}
+
+void TellServing(int descriptor) {
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int standard = 0; standard <= 2; ++standard)
+        (void)dup2(null, standard);
+    (void)close(null);
+    (void)write(descriptor, "", 1);
+    (void)close(descriptor);
+}
+
+int Run(const Options &options) {
+    const int serving = options.background ? GoToBackground() : -1;
+    const sigset_t waitingMask = PrepareSignals();
+    const std::string file = options.user ? UserDatabase() : options.database;
+    StoreGuard store;
+    Registry registry{MakeTree(), nullptr};
+    try {
+        store = OpenStore(file);
+        LoadTree(*store, registry.tree);
+    } catch (const std::exception &failure) {
+        throw std::runtime_error(file + ": " + failure.what());
+    }
+    registry.store = store.get();
+    if (!StartService(registry, options.allowRemote)) return 1;
+    if (serving >= 0) TellServing(serving);
+    ServeUntilSignalled(waitingMask);
+    StopService();
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Options options{.database = "/var/lib/tvregd/registry.db"};
+    CLI::App app("Registry daemon: keeps the Win32 registry of this machine in a SQLite database and serves it as ONC "
+                 "RPC program 0x3003003C version 2 over TCP.",
+                 "tvregd");
+    app.set_version_flag("--version", std::string("tvregd ") + TV_VERSION);
+    auto *database = app.add_option("--database", options.database, "the database file, made when it is not there")
+                         ->type_name("FILE")
+                         ->capture_default_str();
+    app.add_flag("--user", options.user, "use the registry.db of this user, under XDG_STATE_HOME")->excludes(database);
+    app.add_flag("--allow-remote", options.allowRemote, "serve other machines too");
+    app.add_flag("--background", options.background, "return as soon as requests are served");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    try {
+        return Run(options);
+    } catch (const std::exception &failure) {
+        (void)std::fprintf(stderr, "tvregd: %s\n", failure.what());
+        return 1;
+    }
+}
