@@ -324,7 +324,7 @@ struct regd_REG_ENUM_VALUE_RES {
 
 struct regd_REG_GET_KEY_SEC_RETURN {
     std::uint32_t status;
-    char *descriptor;
+    CountedBytes descriptor; // on the wire a string is no different
     std::uint32_t descriptorBytes;
 };
 

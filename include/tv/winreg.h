@@ -22,6 +22,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 typedef uint32_t HKEY;
 typedef HKEY *PHKEY;
@@ -140,6 +141,7 @@ LONG RegPingDaemon(int mode);
  * *result: a new handle that the caller closes with RegCloseKey. */
 LONG tvGetBaseRegistryKey(PHKEY result);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// operation: what every operation on a key has in common: find the connection, send one request, read one reply.
+//
+// An operation checks its caller's pointers, fills in its own fields of the argument record, and says what to store
+// from the reply. Encoding only reads a record, so its strings are borrowed from the caller.
+#pragma once
+
+#include "registry/regd_clnt.h"
+#include "registry/registry.h"
+
+#include <algorithm>
+#include <cstring>
+
+// A string of the caller's, or a placeholder, as a field of an argument record.
+inline char *Borrowed(const char *text) { return const_cast<char *>(text); }
+
+inline bool IsGiven(const char *name) { return name != nullptr && name[0] != '\0'; }
+
+// A name that the daemon cannot do without. Beside it travels a flag that tells a placeholder from a name.
+inline char *NameOrPlaceholder(const char *name) { return Borrowed(IsGiven(name) ? name : "SubKeyIsNull"); }
+inline std::uint16_t IsNullFlag(const char *name) { return IsGiven(name) ? 0 : 1; }
+
+inline std::uint16_t NullPointerFlag(const void *pointer) { return pointer != nullptr ? 0 : 1; }
+
+// A size that the caller may have left out.
+inline DWORD SizeOrZero(const DWORD *size) { return size != nullptr ? *size : 0; }
+
+inline void StoreIfGiven(DWORD *to, DWORD value) {
+    if (to != nullptr) *to = value;
+}
+
+inline void StoreIfGiven(FILETIME *to, const regd_FILETIME &time) {
+    if (to != nullptr) *to = {time.low, time.high};
+}
+
+// Copies as many of a reply's bytes as there is room for.
+inline void CopyBytes(void *to, DWORD room, const CountedBytes &data) {
+    if (data.count != 0) std::memcpy(to, data.bytes, std::min(room, data.count));
+}
+
+// Sends an argument record to the daemon that a key belongs to, after filling in identity and key.
+//   stub, codeResult   the client stub, and the routine of its result
+//   argument           the operation's own fields
+//   store              takes the reply's body and the number of the connection, stores the outputs and returns the
+//                      status; the reply is released afterwards
+// Returns 1016 without connection or reply; store is not called then.
+template <typename Argument, typename Result, typename Store>
+LONG AskDaemon(Result *(*stub)(Argument *, CLIENT *), bool_t (*codeResult)(XDR *, Result *), HKEY key,
+               Argument argument, Store store) {
+    int clientNum = 0;
+    CLIENT *client = tvConnectRegistryDaemon(nullptr, &key, &clientNum);
+    if (client == nullptr) return ERROR_REGISTRY_IO_FAILED;
+    argument.user = g_userData;
+    argument.key = key;
+    Result *reply = stub(&argument, client);
+    if (reply == nullptr) {
+        DropConnectionIfBroken(clientNum);
+        return ERROR_REGISTRY_IO_FAILED;
+    }
+    const DWORD status = store(reply->body, clientNum);
+    xdr_free(reinterpret_cast<xdrproc_t>(codeResult), reply);
+    return static_cast<LONG>(status);
+}
+
+// The same for a request whose reply is a status and nothing more.
+template <typename Argument>
+LONG AskForStatus(regd_BASIC_RES *(*stub)(Argument *, CLIENT *), HKEY key, Argument argument) {
+    return AskDaemon(stub, xdr_regd_BASIC_RES, key, argument,
+                     [](const regd_BASIC_RETURN &reply, int) { return reply.status; });
+}
