@@ -1,6 +1,9 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
+tv_unit_test(database tv_test_registry)
+tv_unit_test(groups tv_test_registry)
 tv_unit_test(ktl tv_util)
+tv_unit_test(load tv_test_registry)
 tv_unit_test(path_util tv_util)
 tv_unit_test(tvregd tvregd_core)
 tv_unit_test(win32_names tv_util)
