@@ -19,17 +19,17 @@ Result *CallService(CLIENT *client, ServiceProcedure procedure, bool_t (*codeArg
 
 service_START_SERVICE_OUT *service_start_service_1(service_START_SERVICE_IN *argument, CLIENT *client) {
     static service_START_SERVICE_OUT res;
-    return CallService(client, SERVICE_START, xdr_service_START_SERVICE_IN, argument, xdr_service_START_SERVICE_OUT,
+    return CallService(client, SERVICE_PROC_START, xdr_service_START_SERVICE_IN, argument, xdr_service_START_SERVICE_OUT,
                        &res);
 }
 
 service_CONTROL_SERVICE_OUT *service_control_service_1(service_CONTROL_SERVICE_IN *argument, CLIENT *client) {
     static service_CONTROL_SERVICE_OUT res;
-    return CallService(client, SERVICE_CONTROL, xdr_service_CONTROL_SERVICE_IN, argument,
+    return CallService(client, SERVICE_PROC_CONTROL, xdr_service_CONTROL_SERVICE_IN, argument,
                        xdr_service_CONTROL_SERVICE_OUT, &res);
 }
 
 service_DUMMY_OUT *service_dummy_service_1(service_DUMMY_IN *argument, CLIENT *client) {
     static service_DUMMY_OUT res;
-    return CallService(client, SERVICE_DUMMY, xdr_service_DUMMY_IN, argument, xdr_service_DUMMY_OUT, &res);
+    return CallService(client, SERVICE_PROC_DUMMY, xdr_service_DUMMY_IN, argument, xdr_service_DUMMY_OUT, &res);
 }

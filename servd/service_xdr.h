@@ -9,9 +9,9 @@
 
 // Procedure numbers of a service process's program.
 enum ServiceProcedure : std::uint32_t {
-    SERVICE_START = 1,
-    SERVICE_CONTROL = 2,
-    SERVICE_DUMMY = 3,
+    SERVICE_PROC_START = 1,
+    SERVICE_PROC_CONTROL = 2,
+    SERVICE_PROC_DUMMY = 3,
 };
 
 // The same links and the same status as in the daemon's own protocol: a list received from a client of the daemon is
