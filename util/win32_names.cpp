@@ -73,6 +73,8 @@ constexpr ErrorWords ERRORS[] = {
           "a service that this one depends on does not exist or is marked for deletion"),
     WORDS(ERROR_SERVICE_NEVER_STARTED, "the service was never started"),
     WORDS(ERROR_DUPLICATE_SERVICE_NAME, "the display name is in use already"),
+    WORDS(ERROR_SERVICE_NOT_IN_EXE, "the program does not hold the service that it was started for"),
+    WORDS(ERROR_TIMEOUT, "no answer came in time"),
     WORDS(RPC_S_SERVER_UNAVAILABLE, "the server cannot be reached"),
     WORDS(RPC_S_CALL_FAILED, "the remote call failed"),
 };

@@ -1,7 +1,23 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * winsvc: the Win32 service API of this runtime, for C and C++: the client side (OpenSCManagerA ...) and the side of
- * a service program (StartServiceCtrlDispatcherA ...).
+ * winsvc: the Win32 service API of this runtime, for C and C++. Library: tvsvc.
+ *
+ * Two sides in one header. Clients open the service daemon (OpenSCManagerA) and work on its services; a service program
+ * hands its services to StartServiceCtrlDispatcherA and reports their states with SetServiceStatus.
+ *
+ * What all functions share:
+ *   - A BOOL function returns FALSE, a handle function NULL, when it failed; GetLastError then tells the code. A success
+ *     leaves GetLastError as it was.
+ *   - 6 ERROR_INVALID_HANDLE for a handle that is not open or of the wrong kind, 87 ERROR_INVALID_PARAMETER for a null
+ *     pointer where one is required, 1722 RPC_S_SERVER_UNAVAILABLE when the daemon cannot be reached, 1726
+ *     RPC_S_CALL_FAILED when the connection broke during the call (the daemon may or may not have done what was asked),
+ *     1460 ERROR_TIMEOUT when no answer came within the call's time-out (75 s, see tvSetCallTimeout): the daemon serves
+ *     one request at a time and a start may hold it for 45 s.
+ *   - Buffers that receive records are counted in bytes and hold the records first, the strings that they point at
+ *     behind them. Too small a buffer gives 122 ERROR_INSUFFICIENT_BUFFER, or 234 ERROR_MORE_DATA from an enumeration,
+ *     and *pcbBytesNeeded tells the bytes wanted.
+ *   - Names are bytes, compared exactly, letter case included. Access masks are not checked by anybody.
+ *   - Every function may be called from any thread.
  */
 #ifndef TV_WINSVC_H
 #define TV_WINSVC_H
@@ -75,6 +91,251 @@ typedef struct SERVICE_STATUS {
     DWORD dwCheckPoint;
     DWORD dwWaitHint; /* milliseconds */
 } SERVICE_STATUS, *LPSERVICE_STATUS;
+
+
+/* --- last error ----------------------------------------------------------------------------------------------------- */
+
+/* The code of the calling thread's last failure; each thread has its own, 0 at first. */
+DWORD GetLastError(void);
+void SetLastError(DWORD dwErrCode);
+
+/* --- the client side ------------------------------------------------------------------------------------------------ */
+
+/* An open daemon connection or an open service. Never dereference. */
+typedef struct tvServiceHandle *SC_HANDLE;
+/* A database lock that this process holds. */
+typedef void *SC_LOCK;
+
+#define SERVICES_ACTIVE_DATABASEA "ServicesActive"
+#define SC_GROUP_IDENTIFIERA '+'
+
+/* Access rights, accepted for source compatibility. */
+#define SC_MANAGER_CONNECT 0x0001
+#define SC_MANAGER_CREATE_SERVICE 0x0002
+#define SC_MANAGER_ENUMERATE_SERVICE 0x0004
+#define SC_MANAGER_LOCK 0x0008
+#define SC_MANAGER_QUERY_LOCK_STATUS 0x0010
+#define SC_MANAGER_ALL_ACCESS 0xF003F
+#define SERVICE_QUERY_CONFIG 0x0001
+#define SERVICE_CHANGE_CONFIG 0x0002
+#define SERVICE_QUERY_STATUS 0x0004
+#define SERVICE_ENUMERATE_DEPENDENTS 0x0008
+#define SERVICE_START 0x0010
+#define SERVICE_STOP 0x0020
+#define SERVICE_PAUSE_CONTINUE 0x0040
+#define SERVICE_INTERROGATE 0x0080
+#define SERVICE_USER_DEFINED_CONTROL 0x0100
+#define SERVICE_ALL_ACCESS 0xF01FF
+
+typedef struct ENUM_SERVICE_STATUSA {
+    LPSTR lpServiceName;
+    LPSTR lpDisplayName;
+    SERVICE_STATUS ServiceStatus;
+} ENUM_SERVICE_STATUSA, *LPENUM_SERVICE_STATUSA;
+
+typedef struct QUERY_SERVICE_CONFIGA {
+    DWORD dwServiceType;
+    DWORD dwStartType;
+    DWORD dwErrorControl;
+    LPSTR lpBinaryPathName;
+    LPSTR lpLoadOrderGroup; /* "" when none */
+    DWORD dwTagId;          /* 0 when none */
+    LPSTR lpDependencies;   /* multi-string; groups begin with SC_GROUP_IDENTIFIERA */
+    LPSTR lpServiceStartName; /* the Unix user; "" for the daemon's own */
+    LPSTR lpDisplayName;
+} QUERY_SERVICE_CONFIGA, *LPQUERY_SERVICE_CONFIGA;
+
+typedef struct QUERY_SERVICE_LOCK_STATUSA {
+    DWORD fIsLocked;
+    LPSTR lpLockOwner;    /* "" when not locked */
+    DWORD dwLockDuration; /* seconds; 0 when not locked */
+} QUERY_SERVICE_LOCK_STATUSA, *LPQUERY_SERVICE_LOCK_STATUSA;
+
+/* Connects to the service daemon.
+ *   lpMachineName   host, null for this one
+ *   lpDatabaseName  null or "ServicesActive", else 123 ERROR_INVALID_NAME
+ * 1065 ERROR_DATABASE_DOES_NOT_EXIST when the daemon runs but could not load its database (tvOpenDaemon connects all the
+ * same). One handle is one TCP connection; it is made anew when the daemon was restarted, and service handles are then
+ * opened again by name. Close with CloseServiceHandle. */
+SC_HANDLE OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDatabaseName, DWORD dwDesiredAccess);
+
+/* Opens a service. 1060 ERROR_SERVICE_DOES_NOT_EXIST when there is none of this name or it is marked for deletion.
+ * The daemon counts open handles for ever: a handle that is never closed (a client killed with SIGKILL) keeps a deleted
+ * service alive until the daemon restarts. Handles left open are closed when the process exits. */
+SC_HANDLE OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD dwDesiredAccess);
+
+/* Closes either kind of handle. A manager handle may be closed before the services opened through it. */
+BOOL CloseServiceHandle(SC_HANDLE hSCObject);
+
+/* Creates a service and opens it.
+ *   lpDisplayName       null for the service name
+ *   lpBinaryPathName    a csh script that ends in `exec PROGRAM`; the daemon hands it to /bin/csh as its one argument
+ *   lpLoadOrderGroup    null or "" for none
+ *   lpdwTagId           null for no tag; else receives the tag, and a group is required (87)
+ *   lpDependencies      multi-string of service names and "+group" names; null for none
+ *   lpServiceStartName  the Unix user to run as; null or "" for the daemon's own
+ *   lpPassword          not used
+ * 123 ERROR_INVALID_NAME, 1057 ERROR_INVALID_SERVICE_ACCOUNT, 1059 ERROR_CIRCULAR_DEPENDENCY, 1065
+ * ERROR_DATABASE_DOES_NOT_EXIST (registry), 1073 ERROR_SERVICE_EXISTS. Differs from Win32: type, start type and error
+ * control are stored unchecked, and a held database lock does not matter. */
+SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDisplayName, DWORD dwDesiredAccess,
+                         DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl, LPCSTR lpBinaryPathName,
+                         LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies, LPCSTR lpServiceStartName,
+                         LPCSTR lpPassword);
+
+/* Marks a service for deletion: it goes when it is stopped and its last handle is closed. 1072
+ * ERROR_SERVICE_MARKED_FOR_DELETE when it is marked already. */
+BOOL DeleteService(SC_HANDLE hService);
+
+/* Starts a service; argument 0 of its ServiceMain is its name, the given arguments follow. Returns when its process has
+ * taken the start request: the state is SERVICE_START_PENDING then.
+ * 3 ERROR_PATH_NOT_FOUND (the program or the user switch failed), 6 also for a circular dependency, 1053
+ * ERROR_SERVICE_REQUEST_TIMEOUT (the process did not register or answer), 1055 ERROR_SERVICE_DATABASE_LOCKED (whoever
+ * holds the lock), 1056 ERROR_SERVICE_ALREADY_RUNNING, 1068 ERROR_SERVICE_DEPENDENCY_FAIL (a dependency is stopped: this
+ * daemon does not start it), 1072, or the service's own code. */
+BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors);
+
+/* Sends a control (1 to 4, 128 to 255) and waits for the service's handler.
+ *   lpServiceStatus  the status after it. On failure only state and accepted controls are known, the other words are 0;
+ *                    all words are known after a 1061 that found the service dead (state SERVICE_STOPPED).
+ * 1052 ERROR_INVALID_SERVICE_CONTROL (not accepted), 1053 (no answer within 25 s, the process lives), 1061
+ * ERROR_SERVICE_CANNOT_ACCEPT_CTRL (pending state, or found dead), 1062 ERROR_SERVICE_NOT_ACTIVE (stopped, or its
+ * process is gone). Differs from Win32: dependents that run do not stop a stop (EnumDependentServicesA tells them). */
+BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus);
+
+/* Reads the status. Differs from Win32: it is not only a look. A service whose last announced wait has passed is declared
+ * dead (SERVICE_STOPPED, 1067 ERROR_PROCESS_ABORTED) by this call, and a service that was just started and has not
+ * reported yet as well. tvQueryServiceStatusPassive looks without touching. */
+BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
+
+/* Lists services, ENUM_SERVICE_STATUSA records in the daemon's order.
+ *   dwServiceType   SERVICE_WIN32, SERVICE_DRIVER or both; single bits select the whole class
+ *   dwServiceState  SERVICE_ACTIVE, SERVICE_INACTIVE or SERVICE_STATE_ALL
+ *   lpServices      may be null when cbBufSize is 0
+ *   lpResumeHandle  0 to begin; on 234 the place to go on from, 0 at the end. May be null.
+ * 234 ERROR_MORE_DATA when not all fitted; *pcbBytesNeeded is then the room for the rest. Services marked for deletion
+ * and the service in the daemon's record 0 (the first one created after it started) are not listed. */
+BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
+                         LPENUM_SERVICE_STATUSA lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
+                         LPDWORD lpServicesReturned, LPDWORD lpResumeHandle);
+
+/* Lists the services that depend on this one, directly or through others or through a load-order group, in the order in
+ * which they have to be stopped. 234 when not all fitted. Worked out from all configurations: three calls a service.
+ * tvEnumServiceDependencies lists the other direction. */
+BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
+                            DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned);
+
+/* Reads the configuration. lpServiceConfig may be null when cbBufSize is 0. */
+BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceConfig, DWORD cbBufSize,
+                         LPDWORD pcbBytesNeeded);
+
+/* Changes the configuration: SERVICE_NO_CHANGE and null leave a field as it is. lpdwTagId asks for a tag. 52
+ * ERROR_DUP_NAME (display name taken), 1057, 1059, 1072. The password is not used. A load-order group cannot be taken
+ * away again: "" names no group but is stored. */
+BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
+                          LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies,
+                          LPCSTR lpServiceStartName, LPCSTR lpPassword, LPCSTR lpDisplayName);
+
+/* Takes the database lock; while it is held every start answers 1055, the holder's too. Null and 1055 when it is held
+ * already. Nothing times it out; it is given back when the process exits. The owner's name carries user, host, process
+ * and the lock's identifier, "root@host pid=7 id=42". */
+SC_LOCK LockServiceDatabase(SC_HANDLE hSCManager);
+/* 1071 ERROR_INVALID_SERVICE_LOCK when it is no longer held under this lock. */
+BOOL UnlockServiceDatabase(SC_LOCK ScLock);
+/* lpLockStatus may be null when cbBufSize is 0. */
+BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA lpLockStatus, DWORD cbBufSize,
+                             LPDWORD pcbBytesNeeded);
+
+/* Translate between the two names of a service, also of one that is marked for deletion.
+ *   buffer, *lpcchBuffer  room in characters, terminator included; receives the length without it
+ * 122 when the room is too small, 1060 when no service has the name. */
+BOOL GetServiceDisplayNameA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPSTR lpDisplayName, LPDWORD lpcchBuffer);
+BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServiceName, LPDWORD lpcchBuffer);
+
+/* --- client calls of this system only ------------------------------------------------------------------------------- */
+
+/* OpenSCManagerA, but also when the daemon could not load its database. *initCode: 0 or 1065; may be null. */
+SC_HANDLE tvOpenDaemon(LPCSTR host, LPDWORD initCode);
+
+/* Limits every later call through this handle, and through services opened with it, to so many milliseconds. */
+BOOL tvSetCallTimeout(SC_HANDLE hSCObject, DWORD milliseconds);
+
+/* The null procedure: TRUE once the daemon has answered. */
+BOOL tvPingDaemon(SC_HANDLE hSCManager);
+
+/* Ends the daemon; services are left running. TRUE when the request was sent: the daemon gives no answer. */
+BOOL tvStopDaemon(SC_HANDLE hSCManager);
+
+/* Reads a service's status without touching it, from the enumeration.
+ *   *complete  TRUE: all words are true. FALSE: the service is not enumerated (record 0, marked for deletion); state and
+ *              accepted controls are true, the rest is 0. May be null. */
+BOOL tvQueryServiceStatusPassive(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus, BOOL *complete);
+
+/* Lists the services that this one depends on, directly or not, the nearest first. 234 when not all fitted. */
+BOOL tvEnumServiceDependencies(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
+                               DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned);
+
+/* Frees the database lock whoever holds it: id is the number in the owner's name. 1071 when another one is held. */
+BOOL tvUnlockServiceDatabaseById(SC_HANDLE hSCManager, DWORD id);
+
+/* --- the side of a service program ---------------------------------------------------------------------------------- */
+
+typedef struct tvServiceStatusHandle *SERVICE_STATUS_HANDLE;
+
+typedef void (*LPSERVICE_MAIN_FUNCTIONA)(DWORD dwNumServicesArgs, LPSTR *lpServiceArgVectors);
+typedef void (*LPHANDLER_FUNCTION)(DWORD dwControl);
+
+typedef struct SERVICE_TABLE_ENTRYA {
+    LPCSTR lpServiceName; /* with a single entry any name is taken */
+    LPSERVICE_MAIN_FUNCTIONA lpServiceProc;
+} SERVICE_TABLE_ENTRYA, *LPSERVICE_TABLE_ENTRYA;
+
+/* Serves the program's services until all that were started have reported SERVICE_STOPPED; call it first thing in main,
+ * before anything slow: the daemon waits 15 seconds for a new process.
+ *   lpServiceStartTable  entries, the last one all null; must stay valid
+ * Each ServiceMain runs in a thread of its own, control handlers on one other thread, all with the caller's signal mask.
+ * Reports SERVICE_START_PENDING with a wait of 30 seconds for a service as soon as it is started. Writes /run/tv/services/NAME.pid, or the same under
+ * $XDG_RUNTIME_DIR, where such a folder can be made, and takes it and its port mapper entry away when the process exits.
+ * 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request came within 60 seconds (the program was not started
+ * by the daemon, or the daemon gave up) or the port mapper refused; 1056 when called twice. */
+BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable);
+
+/* Names the handler of the controls of a service that was started; its ServiceMain calls it first. Null and 1060 when no
+ * such service was started. The handler should return at once: the daemon serves nobody else meanwhile. */
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc);
+
+/* Reports a service's state. Returns at once, also in a handler: a thread of the library sends the report, and repeats it
+ * after a restart of the daemon; of reports made in quick succession only the latest may reach it.
+ * Wait hints count only while a state is pending and are rounded up to whole seconds (the daemon's clock ignores parts of
+ * one); when a wait has passed without a report, the next question finds the service dead.
+ * 13 ERROR_INVALID_DATA for a state that is not one of the seven. */
+BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus);
+
+/* Source compatibility: without a suffix the names mean the forms for bytes. */
+#define ENUM_SERVICE_STATUS ENUM_SERVICE_STATUSA
+#define LPENUM_SERVICE_STATUS LPENUM_SERVICE_STATUSA
+#define QUERY_SERVICE_CONFIG QUERY_SERVICE_CONFIGA
+#define LPQUERY_SERVICE_CONFIG LPQUERY_SERVICE_CONFIGA
+#define QUERY_SERVICE_LOCK_STATUS QUERY_SERVICE_LOCK_STATUSA
+#define LPQUERY_SERVICE_LOCK_STATUS LPQUERY_SERVICE_LOCK_STATUSA
+#define SERVICE_TABLE_ENTRY SERVICE_TABLE_ENTRYA
+#define LPSERVICE_TABLE_ENTRY LPSERVICE_TABLE_ENTRYA
+#define LPSERVICE_MAIN_FUNCTION LPSERVICE_MAIN_FUNCTIONA
+#define SERVICES_ACTIVE_DATABASE SERVICES_ACTIVE_DATABASEA
+#define SC_GROUP_IDENTIFIER SC_GROUP_IDENTIFIERA
+#define OpenSCManager OpenSCManagerA
+#define OpenService OpenServiceA
+#define CreateService CreateServiceA
+#define StartService StartServiceA
+#define EnumServicesStatus EnumServicesStatusA
+#define EnumDependentServices EnumDependentServicesA
+#define QueryServiceConfig QueryServiceConfigA
+#define ChangeServiceConfig ChangeServiceConfigA
+#define QueryServiceLockStatus QueryServiceLockStatusA
+#define GetServiceDisplayName GetServiceDisplayNameA
+#define GetServiceKeyName GetServiceKeyNameA
+#define StartServiceCtrlDispatcher StartServiceCtrlDispatcherA
+#define RegisterServiceCtrlHandler RegisterServiceCtrlHandlerA
 
 #ifdef __cplusplus
 }

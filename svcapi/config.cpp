@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+// config: reading and changing a service's configuration.
+#include "svcapi/handles.h"
+#include "svcapi/last_error.h"
+#include "svcapi/listing.h"
+
+#include <cstring>
+
+namespace {
+
+// A string as a counted field: null is "no change", a count of 0.
+CharArray Field(const char *text) {
+    return text != nullptr ? CharArray{static_cast<std::uint32_t>(std::strlen(text)) + 1, Borrowed(text)} : CharArray{};
+}
+
+DWORD ChangeConfig(DaemonLink &link, servd_SERV_CHANGE_CONFIG_SERVICE *argument, LPDWORD tag) {
+    servd_SERV_CHANGE_CONFIG_SERVICE_RETURN answer = {};
+    const DWORD rc = CallDaemon(link, CHANGE_CONFIG_SERVICE, xdr_servd_SERV_CHANGE_CONFIG_SERVICE, argument,
+                                xdr_servd_SERV_CHANGE_CONFIG_SERVICE_RETURN, &answer);
+    if (rc != ERROR_SUCCESS) return rc;
+    if (answer.status == ERROR_SUCCESS && tag != nullptr) *tag = static_cast<DWORD>(answer.tag);
+    return AsCode(answer.status);
+}
+
+} // namespace
+
+DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config) {
+    servd_SERV_QUERY_CONFIG_SERVICE argument = {index};
+    servd_SERV_QUERY_CONFIG_SERVICE_RETURN answer = {};
+    const AnswerGuard<servd_SERV_QUERY_CONFIG_SERVICE_RETURN, xdr_servd_SERV_QUERY_CONFIG_SERVICE_RETURN> release(
+        &answer);
+    DWORD rc = CallDaemon(link, QUERY_CONFIG_SERVICE, xdr_servd_SERV_QUERY_CONFIG_SERVICE, &argument,
+                          xdr_servd_SERV_QUERY_CONFIG_SERVICE_RETURN, &answer);
+    if (rc != ERROR_SUCCESS) return rc;
+    if (answer.status != ERROR_SUCCESS) {
+        // After anybody's query with a bad handle the daemon says 6 with every good answer too. A bad handle answers
+        // with the configuration asked for last, so the display name tells the two apart.
+        std::string displayName;
+        rc = DisplayNameOf(link, name.c_str(), &displayName);
+        if (rc != ERROR_SUCCESS) return rc;
+        if (answer.status != ERROR_INVALID_HANDLE || displayName != answer.displayName) return AsCode(answer.status);
+    }
+    *config = {answer.serviceType,
+               answer.startType,
+               answer.errorControl,
+               answer.imagePath,
+               answer.group,
+               static_cast<DWORD>(answer.tag),
+               SplitMultiString(answer.dependencies.chars, answer.dependencies.count),
+               answer.account,
+               answer.displayName};
+    return ERROR_SUCCESS;
+}
+
+BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceConfig, DWORD cbBufSize,
+                         LPDWORD pcbBytesNeeded) {
+    if (pcbBytesNeeded == nullptr || (lpServiceConfig == nullptr && cbBufSize != 0)) {
+        return Succeeded(ERROR_INVALID_PARAMETER);
+    }
+    HandleCall call;
+    ServiceConfig config;
+    DWORD rc = BeginServiceCall(hService, &call);
+    if (rc == ERROR_SUCCESS) rc = ReadConfig(*call.handle->link, call.handle->index, call.handle->name, &config);
+    return Succeeded(rc != ERROR_SUCCESS ? rc : PackConfig(config, lpServiceConfig, cbBufSize, pcbBytesNeeded));
+}
+
+BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
+                          LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies,
+                          LPCSTR lpServiceStartName, LPCSTR, LPCSTR lpDisplayName) {
+    HandleCall call;
+    DWORD rc = BeginServiceCall(hService, &call);
+    if (rc == ERROR_SUCCESS && dwErrorControl == SERVICE_NO_CHANGE) {
+        // The daemon would write the number for "no change" like any other.
+        ServiceConfig present;
+        rc = ReadConfig(*call.handle->link, call.handle->index, call.handle->name, &present);
+        dwErrorControl = present.errorControl;
+    }
+    if (rc != ERROR_SUCCESS) return Succeeded(rc);
+    CharArray dependencies = {};
+    if (lpDependencies != nullptr) {
+        dependencies = {static_cast<std::uint32_t>(MultiStringBytes(lpDependencies)), Borrowed(lpDependencies)};
+    }
+    servd_SERV_CHANGE_CONFIG_SERVICE argument = {call.handle->index,
+                                                 dwServiceType,
+                                                 dwStartType,
+                                                 dwErrorControl,
+                                                 Field(lpBinaryPathName),
+                                                 Field(lpLoadOrderGroup),
+                                                 dependencies,
+                                                 Field(lpServiceStartName),
+                                                 {},
+                                                 Field(lpDisplayName),
+                                                 lpdwTagId != nullptr ? 1 : 0};
+    return Succeeded(ChangeConfig(*call.handle->link, &argument, lpdwTagId));
+}

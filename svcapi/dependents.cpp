@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+// dependents: the Win32 direction of the dependency question, which the daemon does not answer.
+#include "svcapi/dependents.h"
+
+#include "svcapi/handles.h"
+#include "svcapi/last_error.h"
+#include "svcapi/listing.h"
+
+#include <algorithm>
+
+namespace {
+
+bool DependsDirectly(const ServiceNode &node, const ServiceNode &on) {
+    return std::any_of(node.dependencies.begin(), node.dependencies.end(), [&](const std::string &dependency) {
+        if (dependency.front() != SC_GROUP_IDENTIFIERA) return dependency == on.name;
+        return !on.group.empty() && dependency.compare(1, std::string::npos, on.group) == 0;
+    });
+}
+
+void Visit(const std::vector<ServiceNode> &nodes, std::size_t at, std::vector<bool> *seen,
+           std::vector<std::size_t> *order) {
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if ((*seen)[i] || !DependsDirectly(nodes[i], nodes[at])) continue;
+        (*seen)[i] = true;
+        Visit(nodes, i, seen, order);
+        order->push_back(i);
+    }
+}
+
+DWORD ReadNode(DaemonLink &link, const ListedService &service, ServiceNode *node) {
+    std::int32_t index = 0;
+    DWORD rc = OpenRecord(link, service.name.c_str(), &index);
+    if (rc != ERROR_SUCCESS) return rc;
+    ServiceConfig config;
+    rc = ReadConfig(link, index, service.name, &config);
+    if (rc != RPC_S_CALL_FAILED && rc != ERROR_TIMEOUT) (void)CloseRecord(link, index); // it cannot be helped
+    if (rc == ERROR_SUCCESS) *node = {service.name, config.group, config.dependencies};
+    return rc;
+}
+
+DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std::vector<ListedService> *dependents) {
+    std::vector<ListedService> services;
+    std::optional<ListedService> recordZero;
+    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, &services);
+    if (rc == ERROR_SUCCESS) rc = ListRecordZero(link, &recordZero);
+    if (rc != ERROR_SUCCESS) return rc;
+    if (recordZero) services.push_back(*recordZero);
+
+    std::vector<ServiceNode> nodes(services.size());
+    for (std::size_t i = 0; i < services.size(); ++i) {
+        nodes[i].name = services[i].name;
+        rc = ReadNode(link, services[i], &nodes[i]);
+        // One that was deleted meanwhile depends on nobody any more.
+        if (rc != ERROR_SUCCESS && rc != ERROR_SERVICE_DOES_NOT_EXIST && rc != ERROR_INVALID_HANDLE) return rc;
+    }
+    for (const std::size_t i : DependentsInStopOrder(nodes, name)) {
+        const DWORD wanted = services[i].status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
+        if ((state & wanted) != 0) dependents->push_back(services[i]);
+    }
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &nodes, const std::string &name) {
+    std::vector<std::size_t> order;
+    const auto root =
+        std::find_if(nodes.begin(), nodes.end(), [&](const ServiceNode &node) { return node.name == name; });
+    if (root == nodes.end()) return order;
+    std::vector<bool> seen(nodes.size());
+    const auto rootIndex = static_cast<std::size_t>(root - nodes.begin());
+    seen[rootIndex] = true;
+    Visit(nodes, rootIndex, &seen, &order);
+    return order;
+}
+
+BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
+                            DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
+    if (pcbBytesNeeded == nullptr || lpServicesReturned == nullptr || (lpServices == nullptr && cbBufSize != 0)) {
+        return Succeeded(ERROR_INVALID_PARAMETER);
+    }
+    HandleCall call;
+    std::vector<ListedService> dependents;
+    DWORD rc = BeginServiceCall(hService, &call);
+    if (rc == ERROR_SUCCESS) rc = ListDependents(*call.handle->link, call.handle->name, dwServiceState, &dependents);
+    if (rc == ERROR_SUCCESS) {
+        rc = PackServices(dependents, 0, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned);
+    }
+    return Succeeded(rc);
+}

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// dependents: who depends on a service, worked out from configurations.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// What the walk has to know of a service.
+struct ServiceNode {
+    std::string name;
+    std::string group;                     // "" for none
+    std::vector<std::string> dependencies; // groups with their leading "+"
+};
+
+// The positions in `nodes` of all services that depend on `name`, directly or through others or through its group, each
+// once and before the services that it depends on itself: the order in which they have to be stopped. A ring is walked
+// once.
+[[nodiscard]] std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &nodes,
+                                                             const std::string &name);

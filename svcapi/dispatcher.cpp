@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: MIT
+// dispatcher: a service program's answers to the daemon, and the functions that its services call.
+//
+// Thread: StartServiceCtrlDispatcherA makes the serving thread and the reporting thread (runtime.h) and waits for both.
+#include "rpc/door.h"
+#include "servd/service_xdr.h"
+#include "svcapi/last_error.h"
+#include "svcapi/pid_file.h"
+#include "svcapi/port_entry.h"
+#include "svcapi/runtime.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <system_error>
+#include <thread>
+
+namespace {
+
+constexpr DWORD firstWaitHintMs = 30'000; // within it ServiceMain must have reported something itself
+constexpr auto firstStartTimeout = std::chrono::seconds(60); // longer than the daemon goes on trying
+constexpr auto lastReportTimeout = std::chrono::seconds(30); // a start of another service may hold the daemon
+constexpr auto exitReportTimeout = std::chrono::seconds(5);
+
+const SERVICE_TABLE_ENTRYA *serviceTable; // the caller's; set once, before any thread starts
+sigset_t callerMask;                      // likewise
+pid_t ownerPid;                           // a forked child must not take its parent's entries away
+std::thread::id servingThread;
+
+DWORD TableSize() {
+    DWORD size = 0;
+    while (serviceTable[size].lpServiceName != nullptr || serviceTable[size].lpServiceProc != nullptr) {
+        ++size;
+    }
+    return size;
+}
+
+// The program's entry for a service; a lone entry serves any name.
+const SERVICE_TABLE_ENTRYA *FindTableEntry(const char *name) {
+    const DWORD size = TableSize();
+    for (DWORD i = 0; i < size; ++i) {
+        if (size == 1 || std::strcmp(serviceTable[i].lpServiceName, name) == 0) return &serviceTable[i];
+    }
+    return nullptr;
+}
+
+StartedService *FindStarted(ServiceRuntime &runtime, const std::string &name) {
+    const auto found = std::find_if(runtime.services.begin(), runtime.services.end(),
+                                    [&](const StartedService &service) { return service.name == name; });
+    return found != runtime.services.end() ? &*found : nullptr;
+}
+
+bool IsStopped(const StartedService &service) { return service.status.dwCurrentState == SERVICE_STOPPED; }
+
+bool AllStopped(const ServiceRuntime &runtime) {
+    return std::all_of(runtime.services.begin(), runtime.services.end(), IsStopped);
+}
+
+SERVICE_STATUS InitialStatus() {
+    SERVICE_STATUS status = {};
+    status.dwServiceType = TableSize() == 1 ? SERVICE_WIN32_OWN_PROCESS : SERVICE_WIN32_SHARE_PROCESS;
+    status.dwCurrentState = SERVICE_START_PENDING;
+    status.dwWaitHint = firstWaitHintMs;
+    return status;
+}
+
+// Thread body of one service.
+void RunServiceMain(LPSERVICE_MAIN_FUNCTIONA serviceMain, std::vector<std::string> arguments) {
+    pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
+    std::vector<char *> argv;
+    for (std::string &argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    serviceMain(static_cast<DWORD>(arguments.size()), argv.data());
+}
+
+DWORD LaunchServiceMain(StartedService &service) {
+    try {
+        std::thread(RunServiceMain, service.main, service.arguments).detach();
+        return ERROR_SUCCESS;
+    } catch (const std::system_error &) {
+        service.status.dwCurrentState = SERVICE_STOPPED;
+        service.status.dwWin32ExitCode = ERROR_SERVICE_NO_THREAD;
+        return ERROR_SERVICE_NO_THREAD;
+    }
+}
+
+service_START_SERVICE_OUT StartNamedService(const service_START_SERVICE_IN &request) {
+    const SERVICE_TABLE_ENTRYA *entry = FindTableEntry(request.servicename);
+    if (entry == nullptr) return {ERROR_SERVICE_NOT_IN_EXE, 0};
+    ServiceRuntime &runtime = Runtime();
+    const std::lock_guard<std::mutex> locked(runtime.guard);
+    StartedService *service = FindStarted(runtime, request.servicename);
+    if (service != nullptr && !IsStopped(*service)) return {ERROR_SERVICE_ALREADY_RUNNING, 0};
+    if (service == nullptr) {
+        service = &runtime.services.emplace_back();
+        service->name = request.servicename;
+    }
+    service->arguments = {service->name};
+    for (const svc_arglist_t *link = request.arglist; link != nullptr; link = link->next) {
+        service->arguments.emplace_back(link->arg);
+    }
+    service->main = entry->lpServiceProc;
+    service->handler = nullptr;
+    service->index = request.serviceindex;
+    // Reported before ServiceMain has said anything: until the first report a mere question would find it dead.
+    ChangeStatus(runtime, *service, InitialStatus());
+    const std::string pidFile = WritePidFile(service->name);
+    if (!pidFile.empty()) runtime.pidFiles.push_back(pidFile);
+    const auto context = std::find_if(runtime.services.begin(), runtime.services.end(),
+                                      [&](const StartedService &one) { return &one == service; }) -
+                         runtime.services.begin();
+    return {static_cast<std::int32_t>(LaunchServiceMain(*service)), static_cast<std::int32_t>(context)};
+}
+
+void CallHandler(LPHANDLER_FUNCTION handler, std::int32_t control) {
+    sigset_t servingMask;
+    pthread_sigmask(SIG_SETMASK, &callerMask, &servingMask);
+    handler(static_cast<DWORD>(control));
+    pthread_sigmask(SIG_SETMASK, &servingMask, nullptr);
+}
+
+// The status that answers a control. The daemon takes it over without a new deadline, so that a wait hint in it would
+// be measured by an old one: the hint goes with a report of its own.
+svc_status_t StatusForReply(ServiceRuntime &runtime, StartedService &service) {
+    SERVICE_STATUS status = service.status;
+    if (status.dwWaitHint != 0) ChangeStatus(runtime, service, status);
+    status.dwWaitHint = 0;
+    return ToWire(status);
+}
+
+service_CONTROL_SERVICE_OUT ControlStartedService(const service_CONTROL_SERVICE_IN &request) {
+    ServiceRuntime &runtime = Runtime();
+    std::unique_lock<std::mutex> locked(runtime.guard);
+    if (request.servicecontext < 0 || static_cast<std::size_t>(request.servicecontext) >= runtime.services.size()) {
+        return {ERROR_INVALID_HANDLE, {}};
+    }
+    StartedService &service = runtime.services[static_cast<std::size_t>(request.servicecontext)];
+    if (IsStopped(service)) return {ERROR_SERVICE_NOT_ACTIVE, StatusForReply(runtime, service)};
+    if (service.handler == nullptr) return {ERROR_SERVICE_CANNOT_ACCEPT_CTRL, StatusForReply(runtime, service)};
+    const LPHANDLER_FUNCTION handler = service.handler;
+    locked.unlock();
+    CallHandler(handler, request.control);
+    locked.lock();
+    return {ERROR_SUCCESS, StatusForReply(runtime, service)};
+}
+
+service_DUMMY_OUT AnswerDummy(const service_DUMMY_IN &request) {
+    return {static_cast<std::int32_t>(static_cast<std::uint32_t>(request.dummy) + 1u)};
+}
+
+void SetServing(bool serving) {
+    ServiceRuntime &runtime = Runtime();
+    const std::lock_guard<std::mutex> locked(runtime.guard);
+    runtime.serving = serving;
+    runtime.changed.notify_all();
+}
+
+template <typename Argument, typename Result>
+void Answer(SVCXPRT *transport, bool_t (*codeArgument)(XDR *, Argument *), bool_t (*codeResult)(XDR *, Result *),
+            Result (*operation)(const Argument &)) {
+    Argument argument = {};
+    if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(codeArgument), reinterpret_cast<caddr_t>(&argument))) {
+        svcerr_decode(transport);
+        return;
+    }
+    SetServing(true);
+    Result result = operation(argument);
+    if (!svc_sendreply(transport, reinterpret_cast<xdrproc_t>(codeResult), &result)) svcerr_systemerr(transport);
+    SetServing(false);
+    xdr_free(reinterpret_cast<xdrproc_t>(codeArgument), &argument);
+}
+
+void AnswerCall(svc_req *request, SVCXPRT *transport) {
+    switch (request->rq_proc) {
+    case NULLPROC: (void)svc_sendreply(transport, reinterpret_cast<xdrproc_t>(CodeNothing), nullptr); break;
+    case SERVICE_PROC_START:
+        Answer(transport, xdr_service_START_SERVICE_IN, xdr_service_START_SERVICE_OUT, StartNamedService);
+        break;
+    case SERVICE_PROC_CONTROL:
+        Answer(transport, xdr_service_CONTROL_SERVICE_IN, xdr_service_CONTROL_SERVICE_OUT, ControlStartedService);
+        break;
+    case SERVICE_PROC_DUMMY: Answer(transport, xdr_service_DUMMY_IN, xdr_service_DUMMY_OUT, AnswerDummy); break;
+    default: svcerr_noproc(transport); break;
+    }
+}
+
+// Thread body: serves calls until `wake` can be read.
+void ServeCalls(int wake) {
+    std::vector<pollfd> polled;
+    for (;;) {
+        polled.assign(svc_pollfd, svc_pollfd + svc_max_pollfd);
+        polled.push_back({wake, POLLIN, 0});
+        int ready = poll(polled.data(), polled.size(), -1);
+        if (polled.back().revents != 0) return;
+        polled.pop_back();
+        if (ready > 0) svc_getreq_poll(polled.data(), ready);
+    }
+}
+
+// Only this machine's daemon has anything to say to a service. A connection to one's own machine comes from the address
+// that it goes to, or from one of the loopback network.
+bool IsOwnMachine(const sockaddr_in &peer, const sockaddr_in &local) {
+    return peer.sin_addr.s_addr == local.sin_addr.s_addr || ntohl(peer.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
+}
+
+// A listening socket of our own making, because it has to be close-on-exec.
+SVCXPRT *Listen() {
+    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in any = {AF_INET, 0, {htonl(INADDR_ANY)}, {}};
+    if (listener < 0 || bind(listener, reinterpret_cast<const sockaddr *>(&any), sizeof any) != 0 ||
+        listen(listener, SOMAXCONN) != 0) {
+        return nullptr;
+    }
+    SVCXPRT *transport = svctcp_create(listener, 0, 0);
+    const bool registered =
+        transport != nullptr && svc_register(transport, ServiceProgramNumber(), 1, AnswerCall, 0); // 0: no port mapper
+    return registered && OpenDoor(transport, IsOwnMachine) ? transport : nullptr;
+}
+
+void RemovePidFiles(ServiceRuntime &runtime) {
+    const std::lock_guard<std::mutex> locked(runtime.guard);
+    for (const std::string &path : runtime.pidFiles) {
+        (void)unlink(path.c_str()); // a hint only
+    }
+    runtime.pidFiles.clear();
+}
+
+// Lets the last reports out before the process is gone. A handler that exits holds the daemon in its call: waiting
+// would be in vain.
+void FlushReports(ServiceRuntime &runtime, std::chrono::seconds limit) {
+    if (std::this_thread::get_id() == servingThread) return;
+    std::unique_lock<std::mutex> locked(runtime.guard);
+    runtime.changed.wait_for(locked, limit,
+                             [&] { return (AllReported(runtime) && !runtime.serving) || runtime.daemonGone; });
+    runtime.ending = true;
+    runtime.changed.notify_all();
+}
+
+void LeaveAtExit() {
+    if (ownerPid != getpid()) return;
+    FlushReports(Runtime(), exitReportTimeout);
+    RemovePort();
+    RemovePidFiles(Runtime());
+}
+
+// Returns whether a start request came, once all services are stopped and the last answer is out.
+bool WaitForServices(ServiceRuntime &runtime) {
+    std::unique_lock<std::mutex> locked(runtime.guard);
+    if (!runtime.changed.wait_for(locked, firstStartTimeout, [&] { return !runtime.services.empty(); })) return false;
+    runtime.changed.wait(locked, [&] { return AllStopped(runtime) && !runtime.serving; });
+    return true;
+}
+
+DWORD RunDispatcher() {
+    ServiceRuntime &runtime = Runtime();
+    SVCXPRT *const transport = Listen();
+    int wake = eventfd(0, EFD_CLOEXEC);
+    if (transport == nullptr || wake < 0 || !EnterPort(transport->xp_port)) {
+        return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+    }
+    const DescriptorGuard closed(&wake);
+    ownerPid = getpid();
+    (void)std::atexit(LeaveAtExit); // without it the port mapper keeps an entry that nobody asks for
+
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &callerMask);
+    std::thread server(ServeCalls, wake);
+    servingThread = server.get_id();
+    std::thread reporter(ReportStates, std::ref(runtime));
+    pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
+
+    const bool started = WaitForServices(runtime);
+    FlushReports(runtime, lastReportTimeout);
+    RemovePort();
+    (void)eventfd_write(wake, 1); // an eventfd of ours always takes it
+    server.join();
+    reporter.join();
+    RemovePidFiles(runtime);
+    return started ? ERROR_SUCCESS : ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+}
+
+} // namespace
+
+BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable) {
+    static std::atomic_flag called = ATOMIC_FLAG_INIT;
+    if (lpServiceStartTable == nullptr || lpServiceStartTable->lpServiceName == nullptr) {
+        return Succeeded(ERROR_INVALID_PARAMETER);
+    }
+    if (called.test_and_set()) return Succeeded(ERROR_SERVICE_ALREADY_RUNNING);
+    serviceTable = lpServiceStartTable;
+    return Succeeded(RunDispatcher());
+}
+
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc) {
+    if (lpServiceName == nullptr || lpHandlerProc == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    ServiceRuntime &runtime = Runtime();
+    const std::lock_guard<std::mutex> locked(runtime.guard);
+    StartedService *service = FindStarted(runtime, lpServiceName);
+    // As with the table, the name does not matter in a program of one service.
+    if (service == nullptr && runtime.services.size() == 1 && TableSize() == 1) service = &runtime.services.front();
+    if (service == nullptr) {
+        SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
+        return nullptr;
+    }
+    service->handler = lpHandlerProc;
+    return reinterpret_cast<SERVICE_STATUS_HANDLE>(service);
+}
+
+BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus) {
+    if (lpServiceStatus == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
+    if (lpServiceStatus->dwCurrentState < SERVICE_STOPPED || lpServiceStatus->dwCurrentState > SERVICE_PAUSED) {
+        return Succeeded(ERROR_INVALID_DATA);
+    }
+    ServiceRuntime &runtime = Runtime();
+    const std::lock_guard<std::mutex> locked(runtime.guard);
+    const auto service = std::find_if(runtime.services.begin(), runtime.services.end(), [&](const StartedService &one) {
+        return reinterpret_cast<SERVICE_STATUS_HANDLE>(const_cast<StartedService *>(&one)) == hServiceStatus;
+    });
+    if (service == runtime.services.end()) return Succeeded(ERROR_INVALID_HANDLE);
+    ChangeStatus(runtime, *service, *lpServiceStatus);
+    return TRUE;
+}

@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: MIT
+// handles: the table of open handles.
+#include "svcapi/handles.h"
+
+#include <unistd.h>
+
+#include <unordered_map>
+
+namespace {
+
+constexpr std::uintptr_t firstHandleValue = 0x1000;
+constexpr auto closingTimeout = std::chrono::seconds(2); // of one call made while the process exits
+
+struct HandleTable {
+    std::mutex guard;
+    std::unordered_map<std::uintptr_t, std::shared_ptr<OpenHandle>> open;
+    std::uintptr_t next = firstHandleValue;
+    pid_t owner = 0; // a forked child must not close what its parent has open
+};
+
+HandleTable &Table() {
+    // Never destroyed: threads may still make calls while the process exits.
+    static HandleTable &table = *new HandleTable;
+    return table;
+}
+
+void GiveBack(OpenHandle &handle) {
+    DaemonLink &link = *handle.link;
+    // A thread that is inside a call keeps its link: nothing can be given back over it.
+    const std::unique_lock<std::mutex> busy(link.busy, std::try_to_lock);
+    if (!busy.owns_lock() || link.client == nullptr || handle.restarts != link.restarts) return;
+    link.timeout = std::min<std::chrono::milliseconds>(link.timeout, closingTimeout);
+    if (handle.kind == HandleKind::service) (void)CloseRecord(link, handle.index);
+    if (handle.kind == HandleKind::lock) (void)UnlockDatabase(link, handle.lockId);
+}
+
+void GiveBackAllHandles() {
+    HandleTable &table = Table();
+    if (table.owner != getpid()) return;
+    const std::lock_guard<std::mutex> locked(table.guard);
+    for (auto &[value, handle] : table.open) {
+        GiveBack(*handle);
+    }
+    table.open.clear();
+}
+
+std::uintptr_t AsNumber(const void *value) { return reinterpret_cast<std::uintptr_t>(value); }
+
+DWORD BeginCall(const void *value, HandleKind kind, HandleCall *call) {
+    call->handle = FindHandle(value, kind);
+    if (call->handle == nullptr) return ERROR_INVALID_HANDLE;
+    call->busy = std::unique_lock<std::mutex>(call->handle->link->busy);
+    return Connect(*call->handle->link);
+}
+
+} // namespace
+
+void *AddHandle(OpenHandle handle) {
+    HandleTable &table = Table();
+    const std::lock_guard<std::mutex> locked(table.guard);
+    if (table.owner == 0) {
+        table.owner = getpid();
+        (void)std::atexit(GiveBackAllHandles); // without it the handles are merely not given back
+    }
+    const std::uintptr_t value = table.next++;
+    table.open.emplace(value, std::make_shared<OpenHandle>(std::move(handle)));
+    return reinterpret_cast<void *>(value);
+}
+
+std::shared_ptr<OpenHandle> FindHandle(const void *value, HandleKind kind) {
+    HandleTable &table = Table();
+    const std::lock_guard<std::mutex> locked(table.guard);
+    const auto found = table.open.find(AsNumber(value));
+    return found != table.open.end() && found->second->kind == kind ? found->second : nullptr;
+}
+
+std::shared_ptr<OpenHandle> TakeHandle(const void *value, HandleKind kind) {
+    HandleTable &table = Table();
+    const std::lock_guard<std::mutex> locked(table.guard);
+    const auto found = table.open.find(AsNumber(value));
+    if (found == table.open.end() || found->second->kind != kind) return nullptr;
+    const std::shared_ptr<OpenHandle> taken = found->second;
+    table.open.erase(found);
+    return taken;
+}
+
+DWORD BeginManagerCall(const void *value, HandleCall *call) { return BeginCall(value, HandleKind::manager, call); }
+
+DWORD BeginServiceCall(const void *value, HandleCall *call) {
+    DWORD rc = BeginCall(value, HandleKind::service, call);
+    if (rc != ERROR_SUCCESS) return rc;
+    OpenHandle &handle = *call->handle;
+    if (handle.restarts == handle.link->restarts) return ERROR_SUCCESS;
+    rc = OpenRecord(*handle.link, handle.name.c_str(), &handle.index);
+    if (rc == ERROR_SUCCESS) handle.restarts = handle.link->restarts;
+    return rc;
+}
+
+DWORD OpenRecord(DaemonLink &link, const char *name, std::int32_t *index) {
+    servd_SERV_OPEN_SERVICE argument = {Borrowed(name), SERVICE_ALL_ACCESS};
+    servd_SERV_OPEN_SERVICE_RETURN answer = {};
+    const DWORD rc = CallDaemon(link, OPEN_SERVICE, xdr_servd_SERV_OPEN_SERVICE, &argument,
+                                xdr_servd_SERV_OPEN_SERVICE_RETURN, &answer);
+    if (rc != ERROR_SUCCESS) return rc;
+    if (answer.status == ERROR_SUCCESS) *index = answer.handle;
+    return AsCode(answer.status);
+}
+
+DWORD CloseRecord(DaemonLink &link, std::int32_t index) {
+    servd_SERV_CLOSE_SERVICE argument = {index};
+    servd_SERV_CLOSE_SERVICE_RETURN answer = {};
+    const DWORD rc = CallDaemon(link, CLOSE_SERVICE, xdr_servd_SERV_CLOSE_SERVICE, &argument,
+                                xdr_servd_SERV_CLOSE_SERVICE_RETURN, &answer);
+    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
+}
+
+DWORD UnlockDatabase(DaemonLink &link, std::int32_t lockId) {
+    servd_SERV_UNLOCK_SERVICE argument = {lockId};
+    servd_SERV_UNLOCK_SERVICE_RETURN answer = {};
+    const DWORD rc = CallDaemon(link, UNLOCK_SERVICE, xdr_servd_SERV_UNLOCK_SERVICE, &argument,
+                                xdr_servd_SERV_UNLOCK_SERVICE_RETURN, &answer);
+    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
+}

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+// link: connecting to the daemon and calling it.
+#include "svcapi/link.h"
+
+#include <poll.h>
+
+namespace {
+
+// Between two calls nothing is to be read from a connection: what can be read is its end.
+bool IsAlive(CLIENT *client) {
+    pollfd waiting = {-1, POLLIN | POLLRDHUP, 0};
+    return clnt_control(client, CLGET_FD, &waiting.fd) && poll(&waiting, 1, 0) == 0;
+}
+
+timeval ToTimeval(std::chrono::milliseconds span) {
+    return {static_cast<time_t>(span.count() / 1000), static_cast<suseconds_t>(span.count() % 1000 * 1000)};
+}
+
+} // namespace
+
+DWORD Connect(DaemonLink &link) {
+    if (link.client != nullptr && IsAlive(link.client.get())) return ERROR_SUCCESS;
+    link.client.reset(DialHost(link.host.c_str(), SERVDAEMONPROG, SERVDAEMONVERS));
+    sockaddr_in address = {};
+    if (link.client == nullptr ||
+        !clnt_control(link.client.get(), CLGET_SERVER_ADDR, reinterpret_cast<char *>(&address))) {
+        return RPC_S_SERVER_UNAVAILABLE;
+    }
+    const std::uint16_t port = ntohs(address.sin_port);
+    if (link.port != 0 && link.port != port) ++link.restarts;
+    link.port = port;
+    return ERROR_SUCCESS;
+}
+
+DWORD CallDaemonRaw(DaemonLink &link, std::uint32_t procedure, xdrproc_t codeArgument, void *argument,
+                    xdrproc_t codeResult, void *result) {
+    if (link.client == nullptr) return RPC_S_CALL_FAILED;
+    const clnt_stat status =
+        clnt_call(link.client.get(), procedure, codeArgument, argument, codeResult, result, ToTimeval(link.timeout));
+    if (status == RPC_SUCCESS) return ERROR_SUCCESS;
+    link.client.reset();
+    return status == RPC_TIMEDOUT ? ERROR_TIMEOUT : RPC_S_CALL_FAILED;
+}
+
+SERVICE_STATUS ToWin32(const svd_status_t &status) {
+    return {static_cast<DWORD>(status.dwServiceType),
+            static_cast<DWORD>(status.dwCurrentState),
+            static_cast<DWORD>(status.dwControlsAccepted),
+            static_cast<DWORD>(status.dwWin32ExitCode),
+            static_cast<DWORD>(status.dwServiceSpecificExitCode),
+            static_cast<DWORD>(status.dwCheckPoint),
+            static_cast<DWORD>(status.dwWaitHint)};
+}
+
+svd_status_t ToWire(const SERVICE_STATUS &status) {
+    return {static_cast<std::int32_t>(status.dwServiceType),
+            static_cast<std::int32_t>(status.dwCurrentState),
+            static_cast<std::int32_t>(status.dwControlsAccepted),
+            static_cast<std::int32_t>(status.dwWin32ExitCode),
+            static_cast<std::int32_t>(status.dwServiceSpecificExitCode),
+            static_cast<std::int32_t>(status.dwCheckPoint),
+            static_cast<std::int32_t>(status.dwWaitHint)};
+}

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// listing: what the daemon tells about services without being touched. All on a connected, locked link.
+#pragma once
+
+#include "svcapi/link.h"
+#include "svcapi/packing.h"
+
+#include <optional>
+
+// Appends every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
+// state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database.
+[[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services);
+
+// The state and the accepted controls of the service in a record; the other words are 0. Sends the control 0, which no
+// service ever sees. Returns 0; 6 when the record is free or the number out of range.
+[[nodiscard]] DWORD PeekRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status);
+
+// The configuration of the service `name` in the record `index`; the two must belong together.
+[[nodiscard]] DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config);
+
+// Translate names. 1060 when there is none.
+[[nodiscard]] DWORD DisplayNameOf(DaemonLink &link, const char *name, std::string *displayName);
+[[nodiscard]] DWORD KeyNameOf(DaemonLink &link, const char *displayName, std::string *name);
+
+// The service in record 0, which the enumeration leaves out; nothing when the record is free. Only state and accepted
+// controls of its status are known.
+[[nodiscard]] DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service);

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+// manager: opening the daemon, closing handles, and what is asked of the daemon itself.
+#include "svcapi/handles.h"
+#include "svcapi/last_error.h"
+
+#include <cstring>
+
+namespace {
+
+DWORD AskInitCode(DaemonLink &link, DWORD *initCode) {
+    servd_SERV_CONNECT_SERVICE argument = {Borrowed(link.host.c_str())};
+    servd_SERV_CONNECT_SERVICE_RETURN answer = {};
+    const DWORD rc = CallDaemon(link, CONNECT_SERVICE, xdr_servd_SERV_CONNECT_SERVICE, &argument,
+                                xdr_servd_SERV_CONNECT_SERVICE_RETURN, &answer);
+    if (rc == ERROR_SUCCESS) *initCode = AsCode(answer.status);
+    return rc;
+}
+
+DWORD OpenDaemon(LPCSTR host, std::shared_ptr<DaemonLink> *link, DWORD *initCode) {
+    *link = std::make_shared<DaemonLink>();
+    (*link)->host = host != nullptr && *host != '\0' ? host : "localhost";
+    const std::lock_guard<std::mutex> busy((*link)->busy);
+    const DWORD rc = Connect(**link);
+    return rc != ERROR_SUCCESS ? rc : AskInitCode(**link, initCode);
+}
+
+SC_HANDLE AddManager(std::shared_ptr<DaemonLink> link) {
+    OpenHandle manager;
+    manager.link = std::move(link);
+    return static_cast<SC_HANDLE>(AddHandle(std::move(manager)));
+}
+
+DWORD CloseService(OpenHandle &service) {
+    const std::lock_guard<std::mutex> busy(service.link->busy);
+    const DWORD rc = Connect(*service.link);
+    if (rc != ERROR_SUCCESS) return rc;
+    // A daemon that was restarted knows nothing of the handle.
+    return service.restarts == service.link->restarts ? CloseRecord(*service.link, service.index) : ERROR_SUCCESS;
+}
+
+} // namespace
+
+SC_HANDLE tvOpenDaemon(LPCSTR host, LPDWORD initCode) {
+    std::shared_ptr<DaemonLink> link;
+    DWORD code = ERROR_SUCCESS;
+    if (!Succeeded(OpenDaemon(host, &link, &code))) return nullptr;
+    if (initCode != nullptr) *initCode = code;
+    return AddManager(std::move(link));
+}
+
+SC_HANDLE OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDatabaseName, DWORD) {
+    if (lpDatabaseName != nullptr && std::strcmp(lpDatabaseName, SERVICES_ACTIVE_DATABASEA) != 0) {
+        SetLastError(ERROR_INVALID_NAME);
+        return nullptr;
+    }
+    std::shared_ptr<DaemonLink> link;
+    DWORD code = ERROR_SUCCESS;
+    if (!Succeeded(OpenDaemon(lpMachineName, &link, &code)) || !Succeeded(code)) return nullptr;
+    return AddManager(std::move(link));
+}
+
+BOOL CloseServiceHandle(SC_HANDLE hSCObject) {
+    if (TakeHandle(hSCObject, HandleKind::manager) != nullptr) return TRUE;
+    const std::shared_ptr<OpenHandle> service = TakeHandle(hSCObject, HandleKind::service);
+    return Succeeded(service != nullptr ? CloseService(*service) : ERROR_INVALID_HANDLE);
+}
+
+BOOL tvSetCallTimeout(SC_HANDLE hSCObject, DWORD milliseconds) {
+    std::shared_ptr<OpenHandle> handle = FindHandle(hSCObject, HandleKind::manager);
+    if (handle == nullptr) handle = FindHandle(hSCObject, HandleKind::service);
+    if (handle == nullptr) return Succeeded(ERROR_INVALID_HANDLE);
+    const std::lock_guard<std::mutex> busy(handle->link->busy);
+    handle->link->timeout = std::chrono::milliseconds(milliseconds);
+    return TRUE;
+}
+
+BOOL tvPingDaemon(SC_HANDLE hSCManager) {
+    HandleCall call;
+    DWORD rc = BeginManagerCall(hSCManager, &call);
+    if (rc == ERROR_SUCCESS) {
+        rc = CallDaemonRaw(*call.handle->link, NULLPROC, reinterpret_cast<xdrproc_t>(CodeNothing), nullptr,
+                           reinterpret_cast<xdrproc_t>(CodeNothing), nullptr);
+    }
+    return Succeeded(rc);
+}
+
+BOOL tvStopDaemon(SC_HANDLE hSCManager) {
+    HandleCall call;
+    DWORD rc = BeginManagerCall(hSCManager, &call);
+    if (rc == ERROR_SUCCESS) {
+        servd_STOP_DAEMON_SERVICE argument = {};
+        servd_STOP_DAEMON_SERVICE_RETURN answer = {};
+        rc = CallDaemon(*call.handle->link, STOP_DAEMON_SERVICE, xdr_servd_STOP_DAEMON_SERVICE, &argument,
+                        xdr_servd_STOP_DAEMON_SERVICE_RETURN, &answer);
+        // The daemon ends inside the call: the broken connection is the answer.
+        if (rc == RPC_S_CALL_FAILED) rc = ERROR_SUCCESS;
+    }
+    return Succeeded(rc);
+}

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+// The service side of the service API: the sample service against a scripted daemon, over the wire.
+#include "svcapi/pid_file.h"
+#include "tests/support/host.h"
+#include "tests/support/scripted_daemon.h"
+#include "tv/winsvc.h"
+
+#include <gmock/gmock.h>
+
+#include <mutex>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr std::int32_t givenIndex = 3;
+
+struct Reports {
+    std::mutex guard;
+    std::vector<servd_SERV_SET_STATUS_SERVICE> seen;
+};
+Reports reports;
+
+std::vector<servd_SERV_SET_STATUS_SERVICE> ReportsSeen() {
+    const std::lock_guard<std::mutex> locked(reports.guard);
+    return reports.seen;
+}
+
+bool SawState(std::int32_t state) {
+    for (const auto &report : ReportsSeen()) {
+        if (report.serviceStatus.dwCurrentState == state) return true;
+    }
+    return false;
+}
+
+class ServiceRuntime : public testing::Test {
+protected:
+    void SetUp() override {
+        reports.seen.clear();
+        ForgetScripts();
+        OnCall<servd_SERV_SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE_RETURN>(
+            SET_STATUS_SERVICE, [](servd_SERV_SET_STATUS_SERVICE &argument) {
+                const std::lock_guard<std::mutex> locked(reports.guard);
+                reports.seen.push_back(argument);
+                return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
+            });
+        StartScriptedDaemon();
+    }
+    void TearDown() override {
+        EndAllProcesses();
+        StopScriptedDaemon();
+    }
+
+    void Launch(std::vector<std::string> options) {
+        log = MakeScratchFolder() + "/log";
+        WriteFile(log, "");
+        std::vector<std::string> command = {ProgramPath("tvsample"), "--log", log};
+        command.insert(command.end(), options.begin(), options.end());
+        process = StartProgram({.command = command});
+        program = SERVDAEMONPROG + static_cast<std::uint32_t>(process);
+        if (!WaitForProgram(program, 1)) throw std::runtime_error("the sample service does not answer");
+        client.reset(DialHost("localhost", program, 1));
+    }
+
+    service_START_SERVICE_OUT Start(svc_arglist_t *arguments = nullptr, std::int32_t argc = 0) {
+        return *CallServd<service_START_SERVICE_OUT>(
+            client.get(), SERVICE_PROC_START, service_START_SERVICE_IN{Text("sample"), arguments, argc, givenIndex});
+    }
+
+    service_CONTROL_SERVICE_OUT Control(std::int32_t control) {
+        return *CallServd<service_CONTROL_SERVICE_OUT>(client.get(), SERVICE_PROC_CONTROL,
+                                                       service_CONTROL_SERVICE_IN{context, control});
+    }
+
+    void StartAndWaitUntilRunning() {
+        const service_START_SERVICE_OUT answer = Start();
+        ASSERT_EQ(answer.status, 0);
+        context = answer.servicecontext;
+        ASSERT_TRUE(WaitUntil([] { return SawState(SERVICE_RUNNING); }));
+    }
+
+    std::string log;
+    pid_t process = 0;
+    std::uint32_t program = 0;
+    std::int32_t context = 0;
+    RpcClient client;
+};
+
+TEST_F(ServiceRuntime, a_start_hands_over_its_arguments_behind_the_name) {
+    Launch({});
+    svc_arglist_t second = {Text("two words"), nullptr};
+    svc_arglist_t first = {Text("one"), &second};
+    EXPECT_EQ(Start(&first, 2).status, 0);
+    ASSERT_TRUE(WaitUntil([] { return SawState(SERVICE_RUNNING); }));
+    EXPECT_THAT(ReadFile(log), HasSubstr("start sample uid="));
+    EXPECT_THAT(ReadFile(log), HasSubstr("args=one,two words\n"));
+}
+
+TEST_F(ServiceRuntime, reports_carry_the_index_that_the_daemon_gave) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    for (const auto &report : ReportsSeen()) {
+        EXPECT_EQ(report.handle, givenIndex);
+    }
+}
+
+TEST_F(ServiceRuntime, a_service_that_never_reports_is_reported_as_starting) {
+    Launch({"--silent"});
+    ASSERT_EQ(Start().status, 0);
+    ASSERT_TRUE(WaitUntil([] { return !ReportsSeen().empty(); }));
+    const svd_status_t status = ReportsSeen().front().serviceStatus;
+    EXPECT_EQ(status.dwCurrentState, SERVICE_START_PENDING);
+    EXPECT_EQ(status.dwWaitHint, 30000);
+}
+
+TEST_F(ServiceRuntime, a_second_start_of_a_running_service_is_refused) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    EXPECT_EQ(Start().status, ERROR_SERVICE_ALREADY_RUNNING);
+}
+
+TEST_F(ServiceRuntime, pausing_is_answered_with_the_state_after_it) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_PAUSE);
+    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_PAUSED);
+    EXPECT_EQ(answer.svcstatus.dwControlsAccepted, SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE);
+    EXPECT_TRUE(WaitUntil([] { return SawState(SERVICE_PAUSED); }));
+}
+
+TEST_F(ServiceRuntime, a_control_answer_holds_no_wait_and_a_report_brings_it) {
+    Launch({"--hint-ms", "4200", "--stop-ms", "60000"});
+    StartAndWaitUntilRunning();
+    const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_STOP);
+    EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
+    EXPECT_EQ(answer.svcstatus.dwWaitHint, 0);
+    ASSERT_TRUE(WaitUntil([] { return SawState(SERVICE_STOP_PENDING); }));
+    EXPECT_EQ(ReportsSeen().back().serviceStatus.dwWaitHint, 5000);
+}
+
+TEST_F(ServiceRuntime, a_stopped_service_ends_its_process_and_leaves_no_traces) {
+    Launch({"--exit-code", "1066", "--specific", "42"});
+    StartAndWaitUntilRunning();
+    EXPECT_EQ(ReadPidFile("sample"), process);
+    EXPECT_EQ(Control(SERVICE_CONTROL_STOP).status, 0);
+    EXPECT_EQ(WaitForEnd(process), 0);
+    const svd_status_t last = ReportsSeen().back().serviceStatus;
+    EXPECT_EQ(last.dwCurrentState, SERVICE_STOPPED);
+    EXPECT_EQ(last.dwWin32ExitCode, ERROR_SERVICE_SPECIFIC_ERROR);
+    EXPECT_EQ(last.dwServiceSpecificExitCode, 42);
+    EXPECT_FALSE(IsRegistered(program, 1));
+    EXPECT_EQ(ReadPidFile("sample"), 0);
+}
+
+TEST_F(ServiceRuntime, a_control_with_an_unknown_context_is_refused) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    context = 77;
+    EXPECT_EQ(Control(SERVICE_CONTROL_INTERROGATE).status, ERROR_INVALID_HANDLE);
+}
+
+TEST_F(ServiceRuntime, the_dummy_procedure_adds_one) {
+    Launch({});
+    EXPECT_EQ(CallServd<service_DUMMY_OUT>(client.get(), SERVICE_PROC_DUMMY, service_DUMMY_IN{41})->dummy, 42);
+}
+
+TEST_F(ServiceRuntime, an_answer_never_waits_for_a_report) {
+    // The daemon is silent as long as it waits for an answer itself: here it does not answer reports at all.
+    StopScriptedDaemon();
+    Launch({});
+    const std::int64_t before = MonotonicMs();
+    const service_START_SERVICE_OUT answer = Start();
+    ASSERT_EQ(answer.status, 0);
+    context = answer.servicecontext;
+    ASSERT_TRUE(WaitUntil([this] { return ReadFile(log).find("state 4") != std::string::npos; }));
+    EXPECT_EQ(Control(SERVICE_CONTROL_PAUSE).svcstatus.dwCurrentState, SERVICE_PAUSED);
+    EXPECT_LT(MonotonicMs() - before, 5000);
+}
+
+TEST_F(ServiceRuntime, after_a_restart_of_the_daemon_the_index_is_looked_up_by_name) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    StopScriptedDaemon();
+    std::string opened;
+    OnCall<servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN>(OPEN_SERVICE,
+                                                                    [&](servd_SERV_OPEN_SERVICE &argument) {
+                                                                        opened = argument.name;
+                                                                        return servd_SERV_OPEN_SERVICE_RETURN{0, 9};
+                                                                    });
+    OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(
+        CLOSE_SERVICE, [](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
+    StartScriptedDaemon();
+    EXPECT_EQ(Control(SERVICE_CONTROL_PAUSE).status, 0);
+    ASSERT_TRUE(WaitUntil([] { return SawState(SERVICE_PAUSED); }));
+    EXPECT_EQ(opened, "sample");
+    EXPECT_EQ(ReportsSeen().back().handle, 9);
+}
+
+TEST_F(ServiceRuntime, a_report_that_could_not_be_sent_is_sent_once_the_daemon_is_back) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    StopScriptedDaemon();
+    OnCall<servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN>(OPEN_SERVICE, [](servd_SERV_OPEN_SERVICE &) {
+        return servd_SERV_OPEN_SERVICE_RETURN{0, 9};
+    });
+    OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(
+        CLOSE_SERVICE, [](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
+    EXPECT_EQ(Control(SERVICE_CONTROL_PAUSE).status, 0);
+    SleepMs(300);
+    StartScriptedDaemon();
+    EXPECT_TRUE(WaitUntil([] { return SawState(SERVICE_PAUSED); }));
+}
+
+TEST_F(ServiceRuntime, its_sockets_are_closed_on_exec) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    const std::string script = "cd /proc/" + std::to_string(process) +
+                               "/fdinfo && for fd in $(grep -L '^flags:.*2......$' *); do readlink ../fd/$fd; done";
+    EXPECT_THAT(RunAndRead({.command = {"/bin/sh", "-c", script}}).output, testing::Not(HasSubstr("socket")));
+}
+
+} // namespace
