@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
+tv_unit_test(autostart tv_test_registry)
 tv_unit_test(database tv_test_registry)
+tv_unit_test(dependencies tv_test_registry)
 tv_unit_test(groups tv_test_registry)
 tv_unit_test(ktl tv_util)
 tv_unit_test(load tv_test_registry)
