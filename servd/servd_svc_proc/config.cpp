@@ -26,22 +26,16 @@ constexpr std::uint32_t unknownUser = 0xFFFFFFFF; // what GetUserIDFromName answ
 struct RegistryValue {
     DWORD type;
     DWORD bytes;
-    HeapText data; // the bytes and a terminator that does not count; null when the value could not be read
+    HeapText data; // the bytes and terminators that do not count; null when the value could not be read
 };
 
-// Reads a value of any size. Returns 0, 2 when there is none, or the code of the call that failed.
-LONG ReadValue(HKEY key, const char *name, RegistryValue *value) {
+// Returns 0, 2 when there is no such value, or the code of the registry call that failed.
+std::uint32_t ReadRegistryValue(HKEY key, const char *name, RegistryValue *value) {
     *value = {};
-    DWORD bytes = 0;
-    LONG rc = RegQueryValueExA(key, name, nullptr, &value->type, nullptr, &bytes);
-    if (rc != ERROR_SUCCESS) return rc;
-    HeapText data(static_cast<char *>(CheckedCalloc(std::size_t{bytes} + 1, 1)));
-    DWORD read = bytes;
-    rc = RegQueryValueExA(key, name, nullptr, &value->type, reinterpret_cast<LPBYTE>(data.get()), &read);
-    if (rc != ERROR_SUCCESS) return rc;
-    value->bytes = std::min(read, bytes); // it may have grown since its size was asked for
-    value->data = std::move(data);
-    return ERROR_SUCCESS;
+    RegistryValue read{};
+    const std::uint32_t rc = ReadWholeValue(key, name, &read.data, &read.bytes, &read.type);
+    if (rc == ERROR_SUCCESS) *value = std::move(read);
+    return rc;
 }
 
 DWORD ReadNumber(HKEY key, const char *name) {
@@ -54,7 +48,7 @@ DWORD ReadNumber(HKEY key, const char *name) {
 // The text of a value up to its first zero byte, an empty one where there is no such value. Never null.
 HeapText ReadText(HKEY key, const char *name) {
     RegistryValue value{};
-    (void)ReadValue(key, name, &value);
+    (void)ReadRegistryValue(key, name, &value);
     return value.data != nullptr ? std::move(value.data) : HeapText(CheckedCopy(""));
 }
 
@@ -88,7 +82,7 @@ HKEY OpenTagOrder() {
 // *tag as it is.
 void CountUpGroup(HKEY tagOrder, const char *group, std::uint32_t *tag) {
     RegistryValue counter{};
-    const LONG rc = ReadValue(tagOrder, group, &counter);
+    const std::uint32_t rc = ReadRegistryValue(tagOrder, group, &counter);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return;
     std::uint32_t count = 0;
     if (rc == ERROR_SUCCESS)
@@ -197,7 +191,7 @@ std::uint32_t CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_
 // The count is what the reply carries: a value that is missing has none, and text that is never null.
 CharArray ReadDependencies(HKEY service) {
     RegistryValue value{};
-    (void)ReadValue(service, "DependOnGroup", &value);
+    (void)ReadRegistryValue(service, "DependOnGroup", &value);
     return {.count = value.bytes, .chars = value.data != nullptr ? value.data.release() : CheckedCopy("")};
 }
 
@@ -267,11 +261,11 @@ std::uint32_t ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted,
     RegistryValue oldDependencies{};
     RegistryValue oldGroup{};
     if (wanted.dependencies.count != 0) {
-        (void)ReadValue(service, "DependOnGroup", &oldDependencies);
+        (void)ReadRegistryValue(service, "DependOnGroup", &oldDependencies);
         WriteArray(service, "DependOnGroup", REG_MULTI_SZ, wanted.dependencies);
     }
     if (newGroup != nullptr) {
-        (void)ReadValue(service, "Group", &oldGroup);
+        (void)ReadRegistryValue(service, "Group", &oldGroup);
         MoveToGroup(oldGroup.data.get(), newGroup, wanted.handle);
     }
     const std::uint32_t rc = CheckDependencies(wanted.handle, services);
@@ -299,7 +293,7 @@ void ChangeTexts(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const ChangedTe
     ServiceDatabaseEntry &entry = svcdb[wanted.handle];
     if (texts.imagePath != nullptr) {
         RegistryValue old{};
-        (void)ReadValue(service, "ImagePath", &old);
+        (void)ReadRegistryValue(service, "ImagePath", &old);
         if (old.data != nullptr) {
             RemoveServiceFromGroupList(imagepathlist, &imagepathlistsize, old.data.get(), wanted.handle);
         }

@@ -114,10 +114,12 @@ inline constexpr DWORD valueTerminatorBytes = 2;
 // Reads a value of at most *bytes bytes.
 //   value  the data, followed by the terminating bytes; set also when the registry refuses
 //   bytes  in: room for the data; out: how much of it came
+//   type   its registry type; may be null
 // Returns the registry's code; 8 when the room asked for is beyond reason (16 MiB).
-[[nodiscard]] std::uint32_t ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes);
+[[nodiscard]] std::uint32_t ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes, DWORD *type = nullptr);
 // Both in turn.
-[[nodiscard]] std::uint32_t ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes);
+[[nodiscard]] std::uint32_t ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes,
+                                           DWORD *type = nullptr);
 
 // --- load ---
 

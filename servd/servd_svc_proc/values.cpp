@@ -16,16 +16,16 @@ std::uint32_t QueryValueSize(HKEY key, const char *name, DWORD *bytes) {
     return static_cast<std::uint32_t>(RegQueryValueExA(key, name, nullptr, nullptr, nullptr, bytes));
 }
 
-std::uint32_t ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes) {
+std::uint32_t ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes, DWORD *type) {
     const DWORD room = *bytes;
     if (room > longestValueBytes) return ERROR_NOT_ENOUGH_MEMORY;
     value->reset(static_cast<char *>(CheckedCalloc(room + valueTerminatorBytes, 1)));
-    const LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(value->get()), bytes);
+    const LONG rc = RegQueryValueExA(key, name, nullptr, type, reinterpret_cast<LPBYTE>(value->get()), bytes);
     *bytes = std::min(*bytes, room); // a value that has grown since is cut
     return static_cast<std::uint32_t>(rc);
 }
 
-std::uint32_t ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes) {
+std::uint32_t ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes, DWORD *type) {
     const std::uint32_t rc = QueryValueSize(key, name, bytes);
-    return rc != ERROR_SUCCESS ? rc : ReadValue(key, name, value, bytes);
+    return rc != ERROR_SUCCESS ? rc : ReadValue(key, name, value, bytes, type);
 }
