@@ -159,6 +159,23 @@ LONG EnumKeyEx(HKEY hKey, DWORD index, LPSTR name, LPDWORD nameBytes, LPDWORD, L
     return ERROR_SUCCESS;
 }
 
+// For tests that look at a whole key.
+LONG EnumValue(HKEY hKey, DWORD index, LPSTR name, LPDWORD nameBytes, LPDWORD, LPDWORD type, LPBYTE data,
+               LPDWORD bytes) {
+    if (const LONG code = Note("enum values " + PathOf(hKey) + " " + std::to_string(index)); code != 0) return code;
+    const std::shared_ptr<Key> key = KeyOf(hKey);
+    if (key == nullptr) return ERROR_INVALID_HANDLE;
+    if (index >= key->values.size()) return ERROR_NO_MORE_ITEMS;
+    const auto &[found, value] = key->values[index];
+    if (found.size() >= *nameBytes || value.data.size() > *bytes) return ERROR_MORE_DATA;
+    std::strcpy(name, found.c_str());
+    *nameBytes = static_cast<DWORD>(found.size());
+    *type = value.type;
+    std::memcpy(data, value.data.data(), value.data.size());
+    *bytes = static_cast<DWORD>(value.data.size());
+    return ERROR_SUCCESS;
+}
+
 LONG QueryValueEx(HKEY hKey, LPCSTR name, LPDWORD, LPDWORD type, LPBYTE data, LPDWORD bytes) {
     const std::string call = data == nullptr ? "size " : "query ";
     if (const LONG code = Note(call + PathOf(hKey) + " " + Text(name)); code != 0) return code;
@@ -219,6 +236,7 @@ void InstallMemoryRegistry() {
     row.reg_delete_key_a = DeleteKey;
     row.reg_delete_value_a = DeleteValue;
     row.reg_enum_key_ex_a = EnumKeyEx;
+    row.reg_enum_value_a = EnumValue;
     row.reg_open_key_ex_a = OpenKeyEx;
     row.reg_query_value_ex_a = QueryValueEx;
     row.reg_set_value_ex_a = SetValueEx;

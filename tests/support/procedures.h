@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: MIT
+// procedures: the daemon's procedures as a test calls them, whichever way leads to the daemon.
+//
+// A test program brings the way (Exchange) and the daemon (StartDaemon): either the handlers in the test's own process
+// over a registry in memory, or the real programs over TCP. Both use the Reg* functions to look at the registry.
+#pragma once
+
+#include "servd/servd_xdr.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+// --- brought by the test program ---
+
+// Calls one procedure. *reply is zeroed before; the caller releases what was decoded into it. False when no reply came.
+bool Exchange(std::uint32_t procedure, xdrproc_t codeArgument, void *argument, xdrproc_t codeReply, void *reply);
+// Empties the registry.
+void ClearRegistry();
+// A daemon that has just loaded what the registry holds, in place of the one before.
+void StartDaemon();
+// Whether no procedure of this daemon has been called yet: what a static result holds before the first call of its
+// handler shows only once in the life of a process.
+bool IsFreshProcess();
+
+// --- typed calls ---
+
+template <typename Argument>
+struct Procedure;
+
+#define TV_PROCEDURE(number_, argument_, reply_)                                                                       \
+    template <>                                                                                                        \
+    struct Procedure<argument_> {                                                                                      \
+        using Reply = reply_;                                                                                          \
+        static constexpr std::uint32_t number = number_;                                                               \
+        static constexpr auto codeArgument = xdr_##argument_;                                                          \
+        static constexpr auto codeReply = xdr_##reply_;                                                                \
+    }
+
+TV_PROCEDURE(CONNECT_SERVICE, servd_SERV_CONNECT_SERVICE, servd_SERV_CONNECT_SERVICE_RETURN);
+TV_PROCEDURE(CREATE_SERVICE, servd_SERV_CREATE_SERVICE, servd_SERV_CREATE_SERVICE_RETURN);
+TV_PROCEDURE(OPEN_SERVICE, servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN);
+TV_PROCEDURE(DELETE_SERVICE, servd_SERV_DELETE_SERVICE, servd_SERV_DELETE_SERVICE_RETURN);
+TV_PROCEDURE(CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN);
+TV_PROCEDURE(LOCK_SERVICE, servd_SERV_LOCK_SERVICE, servd_SERV_LOCK_SERVICE_RETURN);
+TV_PROCEDURE(UNLOCK_SERVICE, servd_SERV_UNLOCK_SERVICE, servd_SERV_UNLOCK_SERVICE_RETURN);
+TV_PROCEDURE(QUERY_LOCK_SERVICE, servd_SERV_QUERY_LOCK_SERVICE, servd_SERV_QUERY_LOCK_SERVICE_RETURN);
+TV_PROCEDURE(START_SERVICE, servd_SERV_START_SERVICE, servd_SERV_START_SERVICE_RETURN);
+TV_PROCEDURE(CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN);
+TV_PROCEDURE(SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE_RETURN);
+TV_PROCEDURE(DUMMY_SERVICE, servd_SERV_DUMMY, servd_SERV_DUMMY_RETURN);
+TV_PROCEDURE(QUERY_STATUS_SERVICE, servd_SERV_QUERY_STATUS_SERVICE, servd_SERV_QUERY_STATUS_SERVICE_RETURN);
+TV_PROCEDURE(ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN);
+TV_PROCEDURE(GET_DISPLAY_SERVICE, servd_SERV_GET_DISPLAY_SERVICE, servd_SERV_GET_DISPLAY_SERVICE_RETURN);
+TV_PROCEDURE(GET_KEY_SERVICE, servd_SERV_GET_KEY_SERVICE, servd_SERV_GET_KEY_SERVICE_RETURN);
+TV_PROCEDURE(ENUM_DEPEND_SERVICE, servd_SERV_ENUM_DEPEND_SERVICE, servd_SERV_ENUM_DEPEND_SERVICE_RETURN);
+TV_PROCEDURE(QUERY_CONFIG_SERVICE, servd_SERV_QUERY_CONFIG_SERVICE, servd_SERV_QUERY_CONFIG_SERVICE_RETURN);
+TV_PROCEDURE(CHANGE_CONFIG_SERVICE, servd_SERV_CHANGE_CONFIG_SERVICE, servd_SERV_CHANGE_CONFIG_SERVICE_RETURN);
+TV_PROCEDURE(STOP_DAEMON_SERVICE, servd_STOP_DAEMON_SERVICE, servd_STOP_DAEMON_SERVICE_RETURN);
+#undef TV_PROCEDURE
+
+// The reply, released with its last owner; null when none came.
+template <typename Argument>
+std::shared_ptr<const typename Procedure<Argument>::Reply> Call(Argument argument) {
+    using Row = Procedure<Argument>;
+    std::shared_ptr<typename Row::Reply> reply(new typename Row::Reply{}, [](typename Row::Reply *record) {
+        xdr_free(reinterpret_cast<xdrproc_t>(Row::codeReply), record);
+        delete record;
+    });
+    const bool answered = Exchange(Row::number, reinterpret_cast<xdrproc_t>(Row::codeArgument), &argument,
+                                   reinterpret_cast<xdrproc_t>(Row::codeReply), reply.get());
+    return answered ? reply : nullptr;
+}
+
+// --- the procedures with arguments that are easy to write down ---
+
+// The bytes of a multi-string, both terminators included; one zero byte for no strings.
+std::string Strings(const std::vector<std::string> &strings);
+
+struct NewService {
+    std::string name = {};
+    std::string displayName = {};
+    std::uint32_t serviceType = 0x10;
+    std::uint32_t startType = 3;
+    std::uint32_t errorControl = 1;
+    std::string imagePath = {};
+    std::string group = {};
+    std::string dependencies = Strings({}); // raw bytes
+    std::string account = {};
+    std::int32_t tagWanted = 0;
+};
+
+struct Change {
+    std::int32_t handle = 0;
+    std::uint32_t serviceType = 0xFFFFFFFF;
+    std::uint32_t startType = 0xFFFFFFFF;
+    std::uint32_t errorControl = 1;
+    // Raw bytes, terminators included; empty for no change.
+    std::string imagePath = {};
+    std::string group = {};
+    std::string dependencies = {};
+    std::string account = {};
+    std::string password = {};
+    std::string displayName = {};
+    std::int32_t tagWanted = 0;
+};
+
+// A string as Change carries it: with its terminator.
+std::string Terminated(const std::string &text);
+
+struct Listed {
+    std::string name;
+    std::string displayName;
+    svd_status_t status;
+};
+
+bool operator==(const svd_status_t &a, const svd_status_t &b);
+bool operator==(const Listed &a, const Listed &b);
+std::ostream &operator<<(std::ostream &out, const svd_status_t &status);
+std::ostream &operator<<(std::ostream &out, const Listed &listed);
+
+std::int32_t Connect(const std::string &machineName);
+std::shared_ptr<const servd_SERV_CREATE_SERVICE_RETURN> Create(const NewService &service);
+std::shared_ptr<const servd_SERV_OPEN_SERVICE_RETURN> Open(const std::string &name, std::uint32_t access = 0);
+std::int32_t Delete(std::int32_t handle);
+std::int32_t Close(std::int32_t handle);
+std::int32_t Lock(std::int32_t lockId, const std::string &owner);
+std::int32_t Unlock(std::int32_t lockId);
+std::shared_ptr<const servd_SERV_QUERY_LOCK_SERVICE_RETURN> QueryLock();
+std::int32_t Start(std::int32_t handle, const std::vector<std::string> &arguments = {});
+std::shared_ptr<const servd_SERV_CONTROL_SERVICE_RETURN> Control(std::int32_t handle, std::int32_t control);
+std::int32_t SetStatus(std::int32_t handle, const svd_status_t &status);
+std::shared_ptr<const servd_SERV_QUERY_STATUS_SERVICE_RETURN> QueryStatus(std::int32_t handle);
+std::shared_ptr<const servd_SERV_ENUM_STATUS_SERVICE_RETURN>
+EnumStatus(std::int32_t resumeIndex, std::int32_t typeFilter, std::int32_t stateFilter, std::int32_t bufferBytes);
+std::shared_ptr<const servd_SERV_ENUM_DEPEND_SERVICE_RETURN> EnumDepend(std::int32_t handle, std::int32_t stateFilter,
+                                                                        std::int32_t bufferBytes);
+std::shared_ptr<const servd_SERV_GET_DISPLAY_SERVICE_RETURN> GetDisplay(const std::string &name);
+std::shared_ptr<const servd_SERV_GET_KEY_SERVICE_RETURN> GetKey(const std::string &displayName);
+std::shared_ptr<const servd_SERV_QUERY_CONFIG_SERVICE_RETURN> QueryConfig(std::int32_t handle);
+std::shared_ptr<const servd_SERV_CHANGE_CONFIG_SERVICE_RETURN> ChangeConfig(const Change &change);
+
+// The bytes of a counted array, and the entries of a list, of a reply.
+std::string BytesOf(const CharArray &array);
+std::vector<Listed> EntriesOf(const svd_enum_status_list_t *list);
+std::vector<std::string> NamesOf(const svd_enum_status_list_t *list);
