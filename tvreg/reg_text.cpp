@@ -1,0 +1,335 @@
+// SPDX-License-Identifier: MIT
+#include "tvreg/reg_text.h"
+
+#include "tvreg/utf16.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+
+namespace {
+
+constexpr std::string_view HEADER4 = "REGEDIT4";
+constexpr std::string_view HEADER5 = "Windows Registry Editor Version 5.00";
+
+// Where hexadecimal data of this type is Unicode in version 5.
+bool IsStringType(std::uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
+
+// --- reading -------------------------------------------------------------------------------------------------------
+
+struct Reader {
+    std::string_view rest = {};
+    int line = 1;
+    RegDialect dialect = RegDialect::REGEDIT4;
+    std::string error = {}; // not empty: reading has failed
+};
+
+bool Fail(Reader &reader, std::string_view text) {
+    if (reader.error.empty()) reader.error = text;
+    return false;
+}
+
+bool Take(Reader &reader, std::string_view text) {
+    if (!reader.rest.starts_with(text)) return false;
+    reader.rest.remove_prefix(text.size());
+    return true;
+}
+
+bool TakeLineEnd(Reader &reader) {
+    if (!Take(reader, "\r\n") && !Take(reader, "\n")) return false;
+    ++reader.line;
+    return true;
+}
+
+void SkipBlanks(Reader &reader) {
+    reader.rest.remove_prefix(std::min(reader.rest.find_first_not_of(" \t"), reader.rest.size()));
+}
+
+bool AtLineEnd(const Reader &reader) {
+    return reader.rest.empty() || reader.rest.starts_with("\n") || reader.rest.starts_with("\r\n");
+}
+
+// The rest of the line, its end left to be counted.
+std::string_view TakeLine(Reader &reader) {
+    std::size_t length = std::min(reader.rest.find('\n'), reader.rest.size());
+    if (length < reader.rest.size() && length > 0 && reader.rest[length - 1] == '\r') --length;
+    const std::string_view line = reader.rest.substr(0, length);
+    reader.rest.remove_prefix(length);
+    return line;
+}
+
+// The end of a line behind what was read from it: blanks and a comment at most.
+bool TakeRestOfLine(Reader &reader) {
+    SkipBlanks(reader);
+    if (reader.rest.starts_with(';')) (void)TakeLine(reader);
+    if (reader.rest.empty() || TakeLineEnd(reader)) return true;
+    return Fail(reader, "unexpected text at the end of the line");
+}
+
+// A quoted text, in which a backslash stands before a quote or a backslash. It may go on over line ends, which belong
+// to it.
+bool TakeQuoted(Reader &reader, std::string *text) {
+    text->clear();
+    int line = reader.line;
+    for (std::size_t i = 1; i < reader.rest.size(); ++i) {
+        const char c = reader.rest[i];
+        if (c == '"') {
+            reader.rest.remove_prefix(i + 1);
+            reader.line = line;
+            return true;
+        }
+        if (c == '\n') ++line;
+        if (c == '\\') {
+            if (++i == reader.rest.size()) break;
+            if (reader.rest[i] != '\\' && reader.rest[i] != '"')
+                return Fail(reader, "only \\\\ and \\\" may follow a backslash in a quoted text");
+        }
+        text->push_back(reader.rest[i]);
+    }
+    return Fail(reader, "closing quote missing");
+}
+
+// Up to eight hexadecimal digits.
+bool TakeHexNumber(Reader &reader, std::uint32_t *number) {
+    const char *begin = reader.rest.data();
+    const char *end = begin + std::min<std::size_t>(reader.rest.size(), 8);
+    const auto [stop, code] = std::from_chars(begin, end, *number, 16);
+    if (code != std::errc()) return false;
+    reader.rest.remove_prefix(static_cast<std::size_t>(stop - begin));
+    return true;
+}
+
+// Pairs of digits with commas between them; a backslash at the end of a line continues them on the next.
+bool TakeHexBytes(Reader &reader, std::string *bytes) {
+    bool byteMayFollow = true;
+    for (;;) {
+        SkipBlanks(reader);
+        if (Take(reader, "\\")) {
+            SkipBlanks(reader);
+            if (!TakeLineEnd(reader)) return Fail(reader, "a backslash in hexadecimal data must end its line");
+            continue;
+        }
+        if (AtLineEnd(reader) || reader.rest.starts_with(';')) return true;
+        if (!byteMayFollow) return Fail(reader, "a comma is missing in hexadecimal data");
+        const std::string_view digits = reader.rest.substr(0, 2);
+        std::uint32_t byte = 0;
+        const auto [stop, code] = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
+        if (code != std::errc()) return Fail(reader, "hexadecimal data must be pairs of digits");
+        const auto taken = static_cast<std::size_t>(stop - digits.data());
+        reader.rest.remove_prefix(taken);
+        if (taken != 2 || (!reader.rest.empty() && std::isxdigit(static_cast<unsigned char>(reader.rest.front())) != 0))
+            return Fail(reader, "hexadecimal data must be pairs of digits");
+        bytes->push_back(static_cast<char>(byte));
+        SkipBlanks(reader);
+        byteMayFollow = Take(reader, ",");
+    }
+}
+
+bool TakeHexValue(Reader &reader, RegValue *value) {
+    value->type = REG_BINARY;
+    if (Take(reader, "(") && (!TakeHexNumber(reader, &value->type) || !Take(reader, ")")))
+        return Fail(reader, "the type in hex(...) must be a hexadecimal number");
+    if (!Take(reader, ":")) return Fail(reader, "a colon must follow hex");
+    if (!TakeHexBytes(reader, &value->data)) return false;
+    if (reader.dialect == RegDialect::VERSION5 && IsStringType(value->type)) {
+        std::string text;
+        if (!Utf8FromUtf16(value->data, &text))
+            return Fail(reader, "the data of this type must be UTF-16LE in a file of version 5.00");
+        value->data = std::move(text);
+    }
+    return true;
+}
+
+bool TakeDwordValue(Reader &reader, RegValue *value) {
+    value->type = REG_DWORD;
+    std::uint32_t number = 0;
+    if (!TakeHexNumber(reader, &number)) return Fail(reader, "dword needs one to eight hexadecimal digits");
+    for (int byte = 0; byte < 4; ++byte)
+        value->data.push_back(static_cast<char>(number >> 8 * byte & 0xFF));
+    return true;
+}
+
+bool TakeStringValue(Reader &reader, RegValue *value) {
+    value->type = REG_SZ;
+    if (!TakeQuoted(reader, &value->data)) return false;
+    value->data.push_back('\0');
+    return true;
+}
+
+// "name"=..., the reader at its beginning.
+bool TakeValue(Reader &reader, RegValue *value) {
+    value->line = reader.line;
+    if (!Take(reader, "@") && !TakeQuoted(reader, &value->name)) return false;
+    SkipBlanks(reader);
+    if (!Take(reader, "=")) return Fail(reader, "an equals sign must follow the name of a value");
+    SkipBlanks(reader);
+    if (reader.rest.starts_with('"')) return TakeStringValue(reader, value);
+    if (Take(reader, "dword:")) return TakeDwordValue(reader, value);
+    if (Take(reader, "hex")) return TakeHexValue(reader, value);
+    value->isDeleted = Take(reader, "-");
+    return value->isDeleted || Fail(reader, "a value must be a quoted text, dword:, hex:, hex(n): or -");
+}
+
+// [KEY] or [-KEY]. The name of a key may hold brackets, so the last one of the line closes.
+bool TakeKey(Reader &reader, RegKey *key) {
+    key->line = reader.line;
+    (void)Take(reader, "[");
+    key->isDeleted = Take(reader, "-");
+    const std::string_view line = reader.rest.substr(0, reader.rest.find('\n'));
+    const std::size_t close = line.rfind(']');
+    if (close == std::string_view::npos) return Fail(reader, "closing bracket missing");
+    const std::string_view path = line.substr(0, close);
+    reader.rest.remove_prefix(close + 1);
+    // Other than on a command line, a slash is a letter like any other here.
+    if (path.find('\\') == std::string_view::npos && path.find('/') != std::string_view::npos)
+        return Fail(reader, "unknown root key");
+    if (!ParseKeyPath(path, &key->key)) return Fail(reader, "unknown root key, or an empty name in the path");
+    if (key->isDeleted && key->key.path.empty()) return Fail(reader, "a root key cannot be deleted");
+    return true;
+}
+
+bool TakeHeader(Reader &reader) {
+    while (SkipBlanks(reader), TakeLineEnd(reader)) {
+    }
+    std::string_view header = TakeLine(reader);
+    header = header.substr(0, header.find_last_not_of(" \t") + 1);
+    reader.dialect = header == HEADER5 ? RegDialect::VERSION5 : RegDialect::REGEDIT4;
+    if (header != HEADER4 && header != HEADER5)
+        return Fail(reader, fmt::format("the first line must be \"{}\" or \"{}\"", HEADER4, HEADER5));
+    return true;
+}
+
+bool TakeKeys(Reader &reader, std::vector<RegKey> *keys) {
+    for (;;) {
+        if (!TakeRestOfLine(reader)) return false;
+        SkipBlanks(reader);
+        if (reader.rest.empty()) return true;
+        if (AtLineEnd(reader) || reader.rest.starts_with(';')) continue;
+        if (reader.rest.starts_with('[')) {
+            if (!TakeKey(reader, &keys->emplace_back())) return false;
+        } else if (reader.rest.starts_with('"') || reader.rest.starts_with('@')) {
+            if (keys->empty()) return Fail(reader, "a value before the first key");
+            if (keys->back().isDeleted) return Fail(reader, "a value below a key that is deleted");
+            if (!TakeValue(reader, &keys->back().values.emplace_back())) return false;
+        } else {
+            return Fail(reader, "neither a key, a value nor a comment");
+        }
+    }
+}
+
+// --- writing -------------------------------------------------------------------------------------------------------
+
+std::string Quoted(std::string_view text) {
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c == '\\' || c == '"') quoted.push_back('\\');
+        quoted.push_back(c);
+    }
+    return quoted + '"';
+}
+
+// Whether a string can stand in quotes: with its terminator, and nothing in it that would not survive an editor.
+bool IsPlainText(std::string_view data) {
+    if (!data.ends_with('\0')) return false;
+    data.remove_suffix(1);
+    return std::none_of(data.begin(), data.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+}
+
+// Pairs of digits behind `text`; lines end before column 80.
+std::string HexText(std::string text, std::string_view bytes, std::string_view lineEnd) {
+    std::size_t column = text.size();
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (column > 75) {
+            text += fmt::format("\\{}  ", lineEnd);
+            column = 2;
+        }
+        text += fmt::format("{:02x}{}", static_cast<unsigned char>(bytes[i]), i + 1 < bytes.size() ? "," : "");
+        column += 3;
+    }
+    return text;
+}
+
+std::uint32_t DwordOf(std::string_view data) {
+    std::uint32_t number = 0;
+    for (std::size_t byte = 4; byte-- > 0;)
+        number = number << 8 | static_cast<unsigned char>(data[byte]);
+    return number;
+}
+
+std::string_view LineEnd(RegDialect dialect) { return dialect == RegDialect::VERSION5 ? "\r\n" : "\n"; }
+
+// The text of one value without its line end; false when version 5 cannot hold the data.
+bool ValueText(const RegValue &value, RegDialect dialect, std::string *text) {
+    *text = (value.name.empty() ? "@" : Quoted(value.name)) + "=";
+    std::string data = value.data;
+    if (dialect == RegDialect::VERSION5 && IsStringType(value.type) && !Utf16FromUtf8(value.data, &data)) return false;
+    if (value.isDeleted)
+        *text += "-";
+    else if (value.type == REG_SZ && IsPlainText(value.data))
+        *text += Quoted(std::string_view(value.data).substr(0, value.data.size() - 1));
+    else if (value.type == REG_DWORD && value.data.size() == 4)
+        *text += fmt::format("dword:{:08x}", DwordOf(value.data));
+    else if (value.type == REG_BINARY)
+        *text = HexText(*text + "hex:", data, LineEnd(dialect));
+    else
+        *text = HexText(*text + fmt::format("hex({:x}):", value.type), data, LineEnd(dialect));
+    return true;
+}
+
+// Adds text of our own; false when version 5 cannot hold it.
+bool Append(std::string_view text, RegDialect dialect, std::string *bytes) {
+    if (dialect == RegDialect::REGEDIT4) {
+        *bytes += text;
+        return true;
+    }
+    std::string converted;
+    if (!Utf16FromUtf8(text, &converted)) return false;
+    *bytes += converted;
+    return true;
+}
+
+} // namespace
+
+bool RegValue::operator==(const RegValue &other) const {
+    return name == other.name && isDeleted == other.isDeleted && type == other.type && data == other.data;
+}
+
+std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegKey> *keys) {
+    keys->clear();
+    std::string converted;
+    if (bytes.starts_with("\xFF\xFE")) {
+        if (!Utf8FromUtf16(bytes.substr(2), &converted)) return RegTextError{1, "the text is not proper UTF-16"};
+        bytes = converted;
+    } else if (bytes.starts_with("\xEF\xBB\xBF")) {
+        bytes.remove_prefix(3);
+    }
+    if (const std::size_t nul = bytes.find('\0'); nul != std::string_view::npos)
+        return RegTextError{1 + static_cast<int>(std::count(bytes.begin(), bytes.begin() + nul, '\n')),
+                            "a zero byte: this is no text, or UTF-16 without its byte-order mark"};
+    Reader reader{bytes};
+    if (TakeHeader(reader) && TakeKeys(reader, keys)) return std::nullopt;
+    keys->clear();
+    return RegTextError{reader.line, reader.error};
+}
+
+bool WriteRegText(const std::vector<RegKey> &keys, RegDialect dialect, std::string *bytes, std::string *culprit) {
+    const std::string_view lineEnd = LineEnd(dialect);
+    *bytes = dialect == RegDialect::VERSION5 ? "\xFF\xFE" : "";
+    (void)Append(fmt::format("{}{}", dialect == RegDialect::VERSION5 ? HEADER5 : HEADER4, lineEnd), dialect, bytes);
+    for (const RegKey &key : keys) {
+        *culprit = KeyPathText(key.key);
+        if (culprit->find_first_of("\r\n") != std::string::npos) return false;
+        if (!Append(fmt::format("{0}[{1}{2}]{0}", lineEnd, key.isDeleted ? "-" : "", *culprit), dialect, bytes))
+            return false;
+        for (const RegValue &value : key.values) {
+            std::string text;
+            if (ValueText(value, dialect, &text) && Append(fmt::format("{}{}", text, lineEnd), dialect, bytes))
+                continue;
+            *culprit += fmt::format(", value {}", Quoted(value.name));
+            return false;
+        }
+    }
+    culprit->clear();
+    return true;
+}

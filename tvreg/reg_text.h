@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// reg_text: the registry as .reg text, read and written.
+//
+// Two dialects, told apart by the first line. REGEDIT4 holds bytes. "Windows Registry Editor Version 5.00" holds
+// Unicode: its text is UTF-16LE with a byte-order mark or UTF-8 with or without one, and the hexadecimal data of the
+// string types (hex(1), hex(2), hex(7)) is UTF-16LE whatever the text is. The registry holds bytes, Unicode text as
+// UTF-8. Line ends may be LF or CRLF.
+#pragma once
+
+#include "tvreg/key_path.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct RegValue {
+    std::string name; // empty: the unnamed value, "@"
+    bool isDeleted = false;
+    std::uint32_t type = REG_NONE;
+    std::string data; // the registry's bytes, terminators included
+    int line = 0;     // where it was read
+
+    bool operator==(const RegValue &other) const;
+};
+
+struct RegKey {
+    KeyPath key;
+    bool isDeleted = false;
+    std::vector<RegValue> values; // none when the key is deleted
+    int line = 0;
+};
+
+enum class RegDialect { REGEDIT4, VERSION5 };
+
+struct RegTextError {
+    int line;
+    std::string text; // for people, without the line
+};
+
+// Reads .reg text: keys to make and delete, with their values, in the order of the file. Returns what is wrong with the
+// first line that is wrong.
+std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegKey> *keys);
+
+// Writes keys in the order given. VERSION5 is UTF-16LE with byte-order mark and CRLF; REGEDIT4 is the registry's own
+// bytes with LF. Reading the text gives the same keys, types and bytes.
+// Returns false, with `culprit` saying where, when a key's name has a line end in it or when VERSION5 cannot hold a
+// name or a string because it is not UTF-8.
+[[nodiscard]] bool WriteRegText(const std::vector<RegKey> &keys, RegDialect dialect, std::string *bytes,
+                                std::string *culprit);

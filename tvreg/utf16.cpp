@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+#include "tvreg/utf16.h"
+
+#include <cstdint>
+
+namespace {
+
+bool IsSurrogate(std::uint32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
+
+void AppendUtf8(std::uint32_t c, std::string *text) {
+    const auto put = [&](std::uint32_t byte) { text->push_back(static_cast<char>(byte)); };
+    if (c < 0x80) return put(c);
+    if (c < 0x800) {
+        put(0xC0 | c >> 6);
+    } else if (c < 0x10000) {
+        put(0xE0 | c >> 12);
+        put(0x80 | (c >> 6 & 0x3F));
+    } else {
+        put(0xF0 | c >> 18);
+        put(0x80 | (c >> 12 & 0x3F));
+        put(0x80 | (c >> 6 & 0x3F));
+    }
+    put(0x80 | (c & 0x3F));
+}
+
+void AppendUnit(std::uint32_t unit, std::string *bytes) {
+    bytes->push_back(static_cast<char>(unit & 0xFF));
+    bytes->push_back(static_cast<char>(unit >> 8));
+}
+
+// Takes one character off the front of the text.
+bool TakeUtf8(std::string_view *text, std::uint32_t *c) {
+    static constexpr std::uint32_t SMALLEST[] = {0, 0x80, 0x800, 0x10000}; // by the number of bytes that follow
+    const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>((*text)[i])); };
+    const std::uint32_t first = byte(0);
+    const std::size_t following = first < 0x80 ? 0 : first < 0xE0 ? 1 : first < 0xF0 ? 2 : 3;
+    if ((first >= 0x80 && first < 0xC2) || first > 0xF4 || text->size() <= following) return false;
+    *c = following == 0 ? first : first & (0x3Fu >> following);
+    for (std::size_t i = 1; i <= following; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) return false;
+        *c = *c << 6 | (byte(i) & 0x3F);
+    }
+    if (*c < SMALLEST[following] || *c > 0x10FFFF || IsSurrogate(*c)) return false;
+    text->remove_prefix(following + 1);
+    return true;
+}
+
+} // namespace
+
+bool Utf8FromUtf16(std::string_view bytes, std::string *converted) {
+    converted->clear();
+    if (bytes.size() % 2 != 0) return false;
+    const auto unit = [&](std::size_t i) {
+        return static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i])) |
+               static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i + 1])) << 8;
+    };
+    for (std::size_t i = 0; i < bytes.size(); i += 2) {
+        std::uint32_t c = unit(i);
+        if (IsSurrogate(c)) {
+            i += 2;
+            if (c >= 0xDC00 || i >= bytes.size() || unit(i) < 0xDC00 || unit(i) > 0xDFFF) return false;
+            c = 0x10000 + ((c & 0x3FF) << 10 | (unit(i) & 0x3FF));
+        }
+        AppendUtf8(c, converted);
+    }
+    return true;
+}
+
+bool Utf16FromUtf8(std::string_view text, std::string *converted) {
+    converted->clear();
+    while (!text.empty()) {
+        std::uint32_t c = 0;
+        if (!TakeUtf8(&text, &c)) return false;
+        if (c >= 0x10000) {
+            AppendUnit(0xD800 | (c - 0x10000) >> 10, converted);
+            c = 0xDC00 | (c & 0x3FF);
+        }
+        AppendUnit(c, converted);
+    }
+    return true;
+}

@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: MIT
+#include "tvreg/value_text.h"
+
+#include "tvreg/utf16.h"
+#include "util/ktl_strings.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <charconv>
+#include <iterator>
+
+namespace {
+
+constexpr const char *TYPES[] = {"REG_NONE",   "REG_SZ",      "REG_EXPAND_SZ",
+                                 "REG_BINARY", "REG_DWORD",   "REG_DWORD_BIG_ENDIAN",
+                                 "REG_LINK",   "REG_MULTI_SZ"};
+
+constexpr std::string_view PREFIX = "REG_";
+
+// A whole text as a number: decimal, or hexadecimal behind 0x.
+std::optional<std::uint32_t> ParseNumber(std::string_view text) {
+    const bool isHex = text.starts_with("0x") || text.starts_with("0X");
+    if (isHex) text.remove_prefix(2);
+    std::uint32_t number = 0;
+    const auto [stop, code] = std::from_chars(text.data(), text.data() + text.size(), number, isHex ? 16 : 10);
+    if (code != std::errc() || stop != text.data() + text.size()) return std::nullopt;
+    return number;
+}
+
+std::optional<std::string> ParseHex(const std::vector<std::string> &words) {
+    std::string digits, bytes;
+    for (const std::string &word : words)
+        for (const char c : word)
+            if (c != ',') digits.push_back(c);
+    if (digits.size() % 2 != 0) return std::nullopt;
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        const auto byte = ParseNumber("0x" + digits.substr(i, 2));
+        if (!byte) return std::nullopt;
+        bytes.push_back(static_cast<char>(*byte));
+    }
+    return bytes;
+}
+
+std::string WithoutTerminator(const std::string &data) {
+    return data.ends_with('\0') ? data.substr(0, data.size() - 1) : data;
+}
+
+// The strings of a multi-string, whether it ends as it should or not.
+std::vector<std::string> Strings(std::string_view data) {
+    std::vector<std::string> strings;
+    while (!data.empty() && data.front() != '\0') {
+        const std::size_t length = std::min(data.find('\0'), data.size());
+        strings.emplace_back(data.substr(0, length));
+        data.remove_prefix(std::min(length + 1, data.size()));
+    }
+    return strings;
+}
+
+std::uint32_t DwordOf(std::string_view data) {
+    std::uint32_t number = 0;
+    for (std::size_t byte = 4; byte-- > 0;)
+        number = number << 8 | static_cast<unsigned char>(data[byte]);
+    return number;
+}
+
+std::string HexOf(std::string_view data) {
+    std::string text;
+    for (const unsigned char byte : data)
+        text += fmt::format("{:02x}", byte);
+    return text;
+}
+
+std::string Base64(std::string_view bytes) {
+    static constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        std::uint32_t group = 0;
+        for (std::size_t j = 0; j < 3; ++j)
+            group = group << 8 | (i + j < bytes.size() ? static_cast<unsigned char>(bytes[i + j]) : 0u);
+        for (std::size_t j = 0; j < 4; ++j)
+            text.push_back(i + j <= bytes.size() ? DIGITS[group >> (18 - 6 * j) & 0x3F] : '=');
+    }
+    return text;
+}
+
+bool IsUtf8(const std::string &text) {
+    std::string ignored;
+    return Utf16FromUtf8(text, &ignored);
+}
+
+} // namespace
+
+std::string TypeText(std::uint32_t type) { return type < std::size(TYPES) ? TYPES[type] : fmt::format("{}", type); }
+
+std::optional<std::uint32_t> ParseType(const std::string &text) {
+    for (std::uint32_t type = 0; type < std::size(TYPES); ++type) {
+        const char *shortName = TYPES[type] + PREFIX.size();
+        if (_ktl_strcasecmp(text.c_str(), TYPES[type]) == 0 || _ktl_strcasecmp(text.c_str(), shortName) == 0)
+            return type;
+    }
+    if (_ktl_strcasecmp(text.c_str(), "multi") == 0) return REG_MULTI_SZ;
+    if (_ktl_strcasecmp(text.c_str(), "expand") == 0) return REG_EXPAND_SZ;
+    return ParseNumber(text);
+}
+
+std::string Printable(std::string_view text) {
+    std::string printable;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F)
+            printable += fmt::format("\\x{:02x}", byte);
+        else
+            printable.push_back(c);
+    }
+    return printable;
+}
+
+std::string DataText(const RegValue &value) {
+    if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) return Printable(WithoutTerminator(value.data));
+    if (value.type == REG_DWORD && value.data.size() == 4) return fmt::format("{:#x}", DwordOf(value.data));
+    if (value.type != REG_MULTI_SZ) return HexOf(value.data);
+    std::string text;
+    for (const std::string &string : Strings(value.data))
+        text += (text.empty() ? "" : "\\0") + Printable(string);
+    return text;
+}
+
+std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words) {
+    std::string data;
+    switch (type) {
+    case REG_SZ:
+    case REG_EXPAND_SZ:
+        if (words.size() > 1) return std::nullopt;
+        if (!words.empty()) data = words.front();
+        data.push_back('\0');
+        return data;
+    case REG_MULTI_SZ:
+        for (const std::string &word : words) {
+            if (word.empty()) return std::nullopt; // would end the list
+            data += word + '\0';
+        }
+        data.push_back('\0');
+        return data;
+    case REG_DWORD: {
+        const auto number = words.size() == 1 ? ParseNumber(words.front()) : std::nullopt;
+        if (!number) return std::nullopt;
+        for (int byte = 0; byte < 4; ++byte)
+            data.push_back(static_cast<char>(*number >> 8 * byte & 0xFF));
+        return data;
+    }
+    default: return ParseHex(words);
+    }
+}
+
+void SetText(nlohmann::ordered_json &object, const std::string &member, const std::string &text) {
+    object[member] = text;
+    if (!IsUtf8(text)) object[member + "_bytes"] = Base64(text);
+}
+
+nlohmann::ordered_json ValueJson(const RegValue &value) {
+    nlohmann::ordered_json object;
+    SetText(object, "name", value.name);
+    object["type"] = TypeText(value.type);
+    object["type_code"] = value.type;
+    if (value.type == REG_SZ || value.type == REG_EXPAND_SZ)
+        SetText(object, "data", WithoutTerminator(value.data));
+    else if (value.type == REG_DWORD && value.data.size() == 4)
+        object["data"] = DwordOf(value.data);
+    else if (value.type == REG_MULTI_SZ && IsUtf8(value.data))
+        object["data"] = Strings(value.data);
+    else
+        object["data"] = HexOf(value.data);
+    return object;
+}

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// value_text: the types and data of values, for people and in JSON.
+#pragma once
+
+#include "tvreg/reg_text.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// "REG_SZ" ...; the number for a type without a name.
+std::string TypeText(std::uint32_t type);
+
+// Reads "REG_DWORD" or "dword", in any letter case, or a number.
+std::optional<std::uint32_t> ParseType(const std::string &text);
+
+// Data as one line: strings as they are, the strings of a REG_MULTI_SZ with \0 between them, numbers as 0x..., the rest
+// as hexadecimal digits. Bytes that a terminal would act on appear as \xNN.
+std::string DataText(const RegValue &value);
+
+// Text with control characters as \xNN.
+std::string Printable(std::string_view text);
+
+// Makes data of a type out of words: one string for REG_SZ and REG_EXPAND_SZ, any number for REG_MULTI_SZ, a decimal or
+// 0x... number for REG_DWORD, hexadecimal digits for the rest. Nothing when the words are not of that kind.
+std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words);
+
+// Members name, type, type_code, data; name_bytes and data_bytes (base 64) for what is not UTF-8.
+nlohmann::ordered_json ValueJson(const RegValue &value);
+
+// Sets a member to a text; when that is not UTF-8, also MEMBER_bytes to its base 64.
+void SetText(nlohmann::ordered_json &object, const std::string &member, const std::string &text);
