@@ -8,7 +8,9 @@
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 
 namespace {

@@ -242,7 +242,7 @@ TEST(servd_procedure_numbers, are_those_of_the_protocol_file) {
 }
 
 TEST(service_procedure_numbers, are_those_of_the_protocol_file) {
-    const std::uint32_t ours[] = {SERVICE_START, SERVICE_CONTROL, SERVICE_DUMMY};
+    const std::uint32_t ours[] = {SERVICE_PROC_START, SERVICE_PROC_CONTROL, SERVICE_PROC_DUMMY};
     const std::uint32_t theirs[] = {SERVICE_START_SERVICE, SERVICE_CONTROL_SERVICE, SERVICE_DUMMY_SERVICE};
     EXPECT_THAT(ours, ElementsAreArray(theirs));
 }
