@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// The cases of the handlers as a client meets them: a real daemon over a real registry, called over TCP; and what
+// shows only there.
+#include "tests/handlers/suite.h"
+#include "tests/support/host.h"
+#include "tests/support/real_daemon.h"
+
+namespace {
+
+TEST_F(Handlers, the_age_of_a_lock_is_told_in_seconds) {
+    Load({});
+    ASSERT_EQ(Lock(7, "setup"), ERROR_SUCCESS);
+    SleepMs(2100);
+    const std::int32_t age = QueryLock()->lockDurationSec;
+    EXPECT_GE(age, 2);
+    EXPECT_LE(age, 6);
+    ASSERT_EQ(Unlock(7), ERROR_SUCCESS);
+    EXPECT_EQ(QueryLock()->lockDurationSec, age);
+}
+
+TEST_F(Handlers, a_lock_outlives_the_connection_that_took_it) {
+    Load({});
+    ASSERT_EQ(Lock(7, "setup"), ERROR_SUCCESS);
+    const RpcClient another = DialServiceDaemon();
+    const auto reply = CallServd<servd_SERV_LOCK_SERVICE_RETURN>(
+        another.get(), LOCK_SERVICE, servd_SERV_LOCK_SERVICE{.lockId = 8, .owner = Text("other")});
+    EXPECT_EQ(reply.record.status, ERROR_SERVICE_DATABASE_LOCKED);
+    const auto unlocked = CallServd<servd_SERV_UNLOCK_SERVICE_RETURN>(another.get(), UNLOCK_SERVICE,
+                                                                      servd_SERV_UNLOCK_SERVICE{.lockId = 7});
+    EXPECT_EQ(unlocked.record.status, ERROR_SUCCESS);
+}
+
+TEST_F(Handlers, stop_ends_the_daemon_with_status_0_and_without_a_reply) {
+    Load({"alerter"});
+    EXPECT_EQ(Call(servd_STOP_DAEMON_SERVICE{.unused = 0}), nullptr);
+    const int status = WaitForDaemonEnd();
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_TRUE(IsRegistered(SERVDAEMONPROG, SERVDAEMONVERS)); // its entry stays in the port mapper
+}
+
+} // namespace
