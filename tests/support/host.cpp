@@ -339,9 +339,6 @@ static RpcClient Dial(std::uint32_t program, std::uint32_t version, const char *
 RpcClient DialServiceDaemon() { return Dial(SERVDAEMONPROG, SERVDAEMONVERS, "servd"); }
 RpcClient DialRegistryDaemon() { return Dial(REGDAEMONPROG, REGDAEMONVERS, "the registry daemon"); }
 
-std::string StringOf(const CharArray &array) { return {array.chars, array.count}; }
-std::string StringOf(const CountedBytes &bytes) { return {bytes.bytes, bytes.count}; }
-
 void FailCall(std::uint32_t procedure, clnt_stat status) {
     Fail("procedure " + std::to_string(procedure) + ": " + clnt_sperrno(status));
 }

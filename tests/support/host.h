@@ -93,12 +93,6 @@ std::string HostName();
 RpcClient DialServiceDaemon();
 RpcClient DialRegistryDaemon();
 
-// Text in a record: borrowed, never released by the record's routine.
-inline char *Text(const char *text) { return const_cast<char *>(text); }
-inline CharArray Chars(std::string &chars) { return {static_cast<std::uint32_t>(chars.size()), chars.data()}; }
-std::string StringOf(const CharArray &array);
-std::string StringOf(const CountedBytes &bytes);
-
 // Calls a procedure. Returns how the call went; the result is filled when that is RPC_SUCCESS.
 template <typename Argument, typename Result>
 clnt_stat CallProcedure(CLIENT *client, std::uint32_t procedure, Argument &argument, Result &result,

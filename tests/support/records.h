@@ -11,6 +11,7 @@
 #include "servd/servd_xdr.h"
 #include "servd/service_xdr.h"
 
+#include <string>
 #include <utility>
 
 // clang-format off
@@ -150,3 +151,10 @@ struct Decoded {
     Record *operator->() { return &record; }
     Record &operator*() { return record; }
 };
+
+// Text in a record: borrowed, not to be released by the record's routine.
+inline char *Text(const char *text) { return const_cast<char *>(text); }
+inline CharArray Chars(std::string &chars) { return {static_cast<std::uint32_t>(chars.size()), chars.data()}; }
+
+inline std::string StringOf(const CharArray &array) { return {array.chars, array.count}; }
+inline std::string StringOf(const CountedBytes &bytes) { return {bytes.bytes, bytes.count}; }

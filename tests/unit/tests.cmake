@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
 tv_unit_test(autostart tv_test_registry)
+tv_unit_test(codec servd_wire tv_registry tv_test_allocations)
 tv_unit_test(database tv_test_registry)
 tv_unit_test(dependencies tv_test_registry)
 tv_unit_test(groups tv_test_registry)
@@ -10,6 +11,7 @@ tv_unit_test(load tv_test_registry)
 tv_unit_test(load_order_property tv_test_registry)
 tv_unit_test(path_util tv_util)
 tv_unit_test(reg_text tvreg_text)
+tv_unit_test(servd_xdr servd_wire tv_registry tv_test_allocations)
 tv_unit_test(tvregd tvregd_core)
 tv_unit_test(value_text tvreg_text)
 tv_unit_test(win32_names tv_util)

@@ -1,0 +1,43 @@
+# SPDX-License-Identifier: MIT
+# Libraries that test programs share.
+
+# What tests on a private host share: link it to tests of the kinds wire and system.
+add_library(tv_test_host STATIC support/host.cpp)
+target_link_libraries(tv_test_host PRIVATE tv_options PUBLIC servd_wire tv_registry)
+
+# What unit tests of the daemon share: a registry in memory beneath its logic.
+add_library(tv_test_registry STATIC support/memory_registry.cpp)
+target_link_libraries(tv_test_registry PRIVATE tv_options PUBLIC servd_core GTest::gtest)
+
+# The cases of the handlers, for each test program that brings a way to the daemon.
+add_library(tv_handler_cases OBJECT support/procedures.cpp support/service_registry.cpp handlers/handles_cases.cpp
+  handlers/control_cases.cpp handlers/config_cases.cpp handlers/enumerate_cases.cpp)
+target_link_libraries(tv_handler_cases PRIVATE tv_options PUBLIC servd_wire tv_registry GTest::gmock)
+
+# One of these ways: the real programs on a private host.
+add_library(tv_real_daemon STATIC support/real_daemon.cpp)
+target_link_libraries(tv_real_daemon PRIVATE tv_options PUBLIC tv_test_host)
+
+# Counts what the linked program and its static libraries take from malloc: support/allocations.h
+add_library(tv_test_allocations STATIC support/allocations.cpp)
+target_link_libraries(tv_test_allocations PRIVATE tv_options)
+target_link_options(tv_test_allocations INTERFACE -Wl,--wrap=malloc,--wrap=calloc,--wrap=realloc,--wrap=free)
+
+# tv_oracle: the codecs that rpcgen makes from protocol/. Every name gets the prefix oracle_, apart from ours.
+find_program(RPCGEN rpcgen REQUIRED)
+set(oracleFolder ${CMAKE_CURRENT_BINARY_DIR}/oracle)
+file(MAKE_DIRECTORY ${oracleFolder})
+foreach(protocol servd service regd)
+  set(stem ${oracleFolder}/oracle_${protocol})
+  add_custom_command(OUTPUT ${stem}.h ${stem}.c
+    COMMAND sed -E "s/\\b(servd_|svd_|svc_|service_|regd_)/oracle_\\1/g" ${PROJECT_SOURCE_DIR}/protocol/${protocol}.x > ${stem}.x
+    COMMAND rm -f ${stem}.h ${stem}.c
+    COMMAND ${RPCGEN} -C -h -o oracle_${protocol}.h oracle_${protocol}.x
+    COMMAND ${RPCGEN} -C -c -o oracle_${protocol}.c oracle_${protocol}.x
+    DEPENDS ${PROJECT_SOURCE_DIR}/protocol/${protocol}.x WORKING_DIRECTORY ${oracleFolder} VERBATIM)
+  list(APPEND oracleSources ${stem}.c ${stem}.h)
+endforeach()
+add_library(tv_oracle STATIC ${oracleSources})
+target_include_directories(tv_oracle SYSTEM PUBLIC ${oracleFolder})
+target_compile_options(tv_oracle PRIVATE -w)
+target_link_libraries(tv_oracle PUBLIC PkgConfig::TIRPC)
