@@ -2,6 +2,8 @@
 // The test support itself: processes that detach themselves are found, waited for and ended.
 #include "tests/support/host.h"
 
+#include "tv/winreg.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -98,6 +100,53 @@ TEST(RegistryBytes, terminators_are_counted) {
     EXPECT_THAT(MultiSz({"a", "b"}), ElementsAre('a', '\0', 'b', '\0', '\0'));
     EXPECT_THAT(MultiSz({}), SizeIs(1));
     EXPECT_THAT(Dword(0x01020304), ElementsAre(4, 3, 2, 1));
+}
+
+// --- with the daemons
+
+TEST(StartRegistryDaemon, content_is_written_and_read_back) {
+    const pid_t daemon = StartRegistryDaemon(MakeScratchFolder() + "/registry.db");
+    const std::string key = servicesKey + "\\Spooler";
+    EXPECT_FALSE(KeyExists(key));
+    WriteService("Spooler", 3, "/opt/spooler", {{"DisplayName", REG_SZ, Sz("Print")}});
+    EXPECT_TRUE(KeyExists(key));
+    EXPECT_THAT(ReadSubKeys(servicesKey), ElementsAre("Spooler"));
+    const RegistryValue type = {"Type", REG_DWORD, Dword(0x10)};
+    const RegistryValue start = {"Start", REG_DWORD, Dword(3)};
+    const RegistryValue errorControl = {"ErrorControl", REG_DWORD, Dword(1)};
+    const RegistryValue imagePath = {"ImagePath", REG_SZ, Sz("/opt/spooler")};
+    const RegistryValue displayName = {"DisplayName", REG_SZ, Sz("Print")};
+    EXPECT_THAT(ReadValues(key), ElementsAre(type, start, errorControl, imagePath, displayName));
+    EXPECT_EQ(ReadValue(key, "start"), (RegistryValue{"start", REG_DWORD, Dword(3)}));
+    EXPECT_EQ(ReadValue(key, "Group"), std::nullopt);
+    EXPECT_EQ(ReadValue(key + "\\Parameters", "Group"), std::nullopt);
+    DeleteValue(key, "Start");
+    EXPECT_EQ(ReadValue(key, "Start"), std::nullopt);
+    DeleteKey(key);
+    EXPECT_FALSE(KeyExists(key));
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    EXPECT_FALSE(IsRegistered(REGDAEMONPROG, REGDAEMONVERS));
+}
+
+TEST(StartRegistryDaemon, content_outlives_the_daemon) {
+    const std::string file = MakeScratchFolder() + "/registry.db";
+    const pid_t first = StartRegistryDaemon(file);
+    WriteKey("Software\\Test", {{"", REG_BINARY, std::string("\0\1\xff", 3)}});
+    EXPECT_EQ(WTERMSIG(StopDaemon(first, SIGKILL)), SIGKILL);
+    const pid_t second = StartRegistryDaemon(file);
+    EXPECT_EQ(ReadValue("Software\\Test", ""), (RegistryValue{"", REG_BINARY, std::string("\0\1\xff", 3)}));
+    EXPECT_EQ(StopDaemon(second), 0);
+}
+
+TEST(StartServiceDaemon, the_detached_process_is_found_and_stopped) {
+    const pid_t registry = StartRegistryDaemon(MakeScratchFolder() + "/registry.db");
+    const pid_t daemon = StartServiceDaemon();
+    const RpcClient client = DialServiceDaemon();
+    const auto answer = CallServd<servd_SERV_DUMMY_RETURN>(client.get(), DUMMY_SERVICE, servd_SERV_DUMMY{41});
+    EXPECT_EQ(answer.record.dummy, 42);
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    EXPECT_FALSE(IsRegistered(SERVDAEMONPROG, SERVDAEMONVERS));
+    EXPECT_EQ(StopDaemon(registry), 0);
 }
 
 } // namespace
