@@ -59,10 +59,11 @@ void Compact(MessageInput *input) {
 } // namespace
 
 std::size_t MakeRoom(MessageInput *input) {
-    if (input->bytes != nullptr && input->capacity - input->received < firstCapacity) {
-        Compact(input);
-    }
-    if (input->capacity - input->received < firstCapacity) {
+    if (input->capacity - input->received >= firstCapacity) return input->capacity - input->received;
+    if (input->bytes != nullptr) Compact(input);
+    // Compacting moves the whole payload: it must gain enough room not to be needed again for the next few bytes.
+    const std::size_t enough = std::max(firstCapacity, input->capacity / 4);
+    if (input->capacity - input->received < enough) {
         const std::size_t grown = std::max(firstCapacity, input->capacity * 2);
         char *bytes = static_cast<char *>(std::realloc(input->bytes, grown));
         if (bytes == nullptr) return 0;
