@@ -35,7 +35,8 @@ struct Connection {
     sockaddr_in server;
     std::uint32_t program;
     std::uint32_t version;
-    std::uint32_t xid; // of the last call
+    std::uint32_t xid;           // of the last call
+    std::uint32_t callsTimedOut; // in a row: their answers may still come
     bool lost;
     bool hasTimeout; // CLSET_TIMEOUT overrides the time-out of each call
     timeval timeout;
@@ -54,16 +55,16 @@ Milliseconds Now() {
 
 Milliseconds After(const timeval &wait) { return Now() + Milliseconds{wait.tv_sec} * 1000 + wait.tv_usec / 1000; }
 
-// Waits until the descriptor is ready for `events` or the deadline has passed.
+// Waits until the descriptor is ready for `events`. False once the deadline has passed, ready or not: a peer that is
+// always ready, with a byte at a time, must not outlast it.
 bool WaitFor(int descriptor, short events, Milliseconds deadline) {
-    for (;;) {
-        const Milliseconds left = deadline - Now();
+    for (Milliseconds left = deadline - Now(); left > 0; left = deadline - Now()) {
         pollfd waiting = {descriptor, events, 0};
-        const int ready = poll(&waiting, 1, left > 0 ? static_cast<int>(left) : 0);
+        const int ready = poll(&waiting, 1, static_cast<int>(left));
         if (ready > 0) return true;
-        if (ready == 0 && left <= 0) return false;
         if (ready < 0 && errno != EINTR) return false;
     }
+    return false;
 }
 
 clnt_stat Fail(Connection *connection, clnt_stat status, int systemError) {
@@ -132,11 +133,13 @@ int ReceiveMessage(Connection *connection, Milliseconds deadline, bool *heard) {
     }
 }
 
-bool IsAnswerTo(const MessageInput &input, std::uint32_t xid) {
+// How many calls ago the message's call was made: 0 for the present one.
+std::uint32_t CallsAgo(const Connection *connection) {
+    const MessageInput &input = connection->input;
     std::uint32_t word = 0;
-    if (input.end - input.begin < sizeof word) return false;
+    if (input.end - input.begin < sizeof word) return UINT32_MAX;
     std::memcpy(&word, input.bytes + input.begin, sizeof word);
-    return ntohl(word) == xid;
+    return connection->xid - ntohl(word);
 }
 
 clnt_stat DecodeReply(Connection *connection, xdrproc_t codeResults, void *results) {
@@ -144,7 +147,8 @@ clnt_stat DecodeReply(Connection *connection, xdrproc_t codeResults, void *resul
     XDR xdrs;
     xdrmem_create(&xdrs, input.bytes + input.begin, static_cast<u_int>(input.end - input.begin), XDR_DECODE);
     rpc_msg reply = {};
-    reply.acpted_rply.ar_verf = _null_auth;
+    char verifier[MAX_AUTH_BYTES];
+    reply.acpted_rply.ar_verf.oa_base = verifier; // else the library allocates it, and loses it when decoding fails
     reply.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(xdr_nothing);
     if (!xdr_replymsg(&xdrs, &reply)) return Fail(connection, RPC_CANTDECODERES, EIO);
     _seterr_reply(&reply, &connection->error);
@@ -156,10 +160,6 @@ clnt_stat DecodeReply(Connection *connection, xdrproc_t codeResults, void *resul
         } else if (!AUTH_UNWRAP(auth, &xdrs, codeResults, static_cast<caddr_t>(results))) {
             connection->error.re_status = RPC_CANTDECODERES;
         }
-    }
-    if (reply.rm_reply.rp_stat == MSG_ACCEPTED && reply.acpted_rply.ar_verf.oa_base != nullptr) {
-        xdrs.x_op = XDR_FREE;
-        (void)xdr_opaque_auth(&xdrs, &reply.acpted_rply.ar_verf);
     }
     return connection->error.re_status;
 }
@@ -177,13 +177,18 @@ clnt_stat Call(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, voi
     if (sendError != 0) return Lose(connection, RPC_CANTSEND, sendError);
     for (bool heard = false;;) {
         const int receiveError = ReceiveMessage(connection, deadline, &heard);
-        if (receiveError == ETIMEDOUT && !heard) return Fail(connection, RPC_TIMEDOUT, 0);
+        if (receiveError == ETIMEDOUT && !heard) {
+            ++connection->callsTimedOut;
+            return Fail(connection, RPC_TIMEDOUT, 0);
+        }
         if (receiveError != 0) return Lose(connection, RPC_CANTRECV, receiveError);
-        if (IsAnswerTo(connection->input, connection->xid)) break;
+        const std::uint32_t callsAgo = CallsAgo(connection);
+        if (callsAgo == 0) break;
+        // An answer to a call that timed out earlier is the mark of a slow peer, not of a broken one.
+        if (callsAgo <= connection->callsTimedOut) heard = false;
         DropMessage(&connection->input);
-        // A peer that keeps sending the wrong answers is not waited for any longer than one that drips.
-        if (Now() >= deadline) return Lose(connection, RPC_CANTRECV, ETIMEDOUT);
     }
+    connection->callsTimedOut = 0;
     const clnt_stat status = DecodeReply(connection, codeResults, results);
     DropMessage(&connection->input);
     return status;

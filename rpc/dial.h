@@ -38,6 +38,4 @@
 
 // clnt_destroy is a macro; a handle held by RpcClient is destroyed at the end of its scope.
 inline void DestroyClient(CLIENT *client) { clnt_destroy(client); }
-template <auto Fn>
-using Calls = std::integral_constant<decltype(Fn), Fn>;
 using RpcClient = std::unique_ptr<CLIENT, Calls<&DestroyClient>>;
