@@ -2,3 +2,4 @@
 # One line a test program, in alphabetical order.
 tv_host_test(system host tv_test_host)
 tv_bats_test(private_host)
+tv_host_test(system registry tv_test_host)
