@@ -317,8 +317,11 @@ void ChangeTag(const ServiceDatabaseEntry &entry, HKEY service, std::int32_t *ta
         *tag = entry.tag;
     } else {
         tagOrder = OpenTagOrder();
+        RegistryValue group{};
+        const std::uint32_t rc = ReadRegistryValue(service, "Group", &group);
         std::uint32_t next = static_cast<std::uint32_t>(*tag);
-        CountUpGroup(tagOrder, ReadText(service, "Group").get(), &next);
+        if (rc == ERROR_SUCCESS) CountUpGroup(tagOrder, group.data.get(), &next);
+        if (rc == ERROR_FILE_NOT_FOUND) CountUpGroup(tagOrder, "", &next);
         *tag = static_cast<std::int32_t>(next);
     }
     WriteNumber(service, "Tag", static_cast<DWORD>(*tag));

@@ -14,7 +14,9 @@ add_library(tv_handler_cases OBJECT support/procedures.cpp support/service_regis
   handlers/control_cases.cpp handlers/config_cases.cpp handlers/enumerate_cases.cpp)
 target_link_libraries(tv_handler_cases PRIVATE tv_options PUBLIC servd_wire tv_registry GTest::gmock)
 
-# One of these ways: the real programs on a private host.
+# The two ways: the handlers themselves over a registry in memory, and the real programs on a private host.
+add_library(tv_direct_daemon STATIC support/direct_daemon.cpp)
+target_link_libraries(tv_direct_daemon PRIVATE tv_options PUBLIC tv_test_registry)
 add_library(tv_real_daemon STATIC support/real_daemon.cpp)
 target_link_libraries(tv_real_daemon PRIVATE tv_options PUBLIC tv_test_host)
 

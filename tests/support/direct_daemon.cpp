@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// direct_daemon: the handlers in the test's own process, over a registry in memory; it brings what procedures.h asks for.
+//
+// Arguments are handed over as a client's record; a reply is copied through its wire form, as the dispatcher sends it.
+#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "tests/support/memory_registry.h"
+#include "tests/support/procedures.h"
+
+#include <iterator>
+
+namespace {
+
+bool calledBefore = false;
+
+template <auto Handler>
+struct Signature;
+template <typename Reply, typename Argument, Reply *(*Handler)(Argument *, svc_req *)>
+struct Signature<Handler> {
+    static void *Run(void *argument) { return Handler(static_cast<Argument *>(argument), nullptr); }
+};
+
+// By procedure number.
+void *(*const handlers[])(void *) = {
+    nullptr,
+    Signature<serv_connect_service_1>::Run,
+    Signature<serv_create_service_1>::Run,
+    Signature<serv_open_service_1>::Run,
+    Signature<serv_delete_service_1>::Run,
+    Signature<serv_close_service_1>::Run,
+    Signature<serv_lock_service_1>::Run,
+    Signature<serv_unlock_service_1>::Run,
+    Signature<serv_query_lock_service_1>::Run,
+    Signature<serv_start_service_1>::Run,
+    Signature<serv_control_service_1>::Run,
+    Signature<serv_set_status_service_1>::Run,
+    Signature<serv_dummy_service_1>::Run,
+    Signature<serv_query_status_service_1>::Run,
+    Signature<serv_enum_status_service_1>::Run,
+    Signature<serv_get_display_service_1>::Run,
+    Signature<serv_get_key_service_1>::Run,
+    Signature<serv_enum_depend_service_1>::Run,
+    Signature<serv_query_config_service_1>::Run,
+    Signature<serv_change_config_service_1>::Run,
+    Signature<serv_stop_daemon_service_1>::Run,
+};
+
+} // namespace
+
+bool Exchange(std::uint32_t procedure, xdrproc_t, void *argument, xdrproc_t codeReply, void *reply) {
+    calledBefore = true;
+    void *result = handlers[procedure](argument);
+    std::string bytes(xdr_sizeof(codeReply, result), '\0');
+    XDR stream;
+    xdrmem_create(&stream, bytes.data(), static_cast<u_int>(bytes.size()), XDR_ENCODE);
+    EXPECT_TRUE(codeReply(&stream, result));
+    xdrmem_create(&stream, bytes.data(), static_cast<u_int>(bytes.size()), XDR_DECODE);
+    EXPECT_TRUE(codeReply(&stream, reply));
+    return true;
+}
+
+void ClearRegistry() { InstallMemoryRegistry(); }
+
+void StartDaemon() {
+    EmptyServiceDatabase();
+    std::uint32_t rc = ReadGroupOrderList(&firstunorderedgroupindex);
+    if (rc == ERROR_SUCCESS) rc = ReadServiceDatabase();
+    if (rc == ERROR_SUCCESS) rc = SortServicesInGroups();
+    initstatus = rc == ERROR_SUCCESS ? ERROR_SUCCESS : ERROR_DATABASE_DOES_NOT_EXIST;
+}
+
+bool IsFreshProcess() { return !calledBefore; }
