@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+// drive: what bench/profile needs on its private host.
+//
+// usage: drive write FILE                           writes a registry of 1,000 services
+//        drive await servd|tvregd                   waits until the daemon answers
+//        drive status|enumeration|registry COUNT    sends so many equal requests
+#include "bench/measure/servers.h"
+#include "tv/winreg.h"
+#include "tv/winsvc.h"
+
+#include <cstdio>
+#include <limits>
+
+namespace {
+
+constexpr int services = 1000;
+
+void QueryStatus(CLIENT *client) {
+    (void)CallServd<servd_SERV_QUERY_STATUS_SERVICE_RETURN>(client, QUERY_STATUS_SERVICE,
+                                                            servd_SERV_QUERY_STATUS_SERVICE{1});
+}
+
+void Enumerate(CLIENT *client) {
+    const servd_SERV_ENUM_STATUS_SERVICE everything = {0, SERVICE_WIN32, SERVICE_STATE_ALL,
+                                                       std::numeric_limits<std::int32_t>::max()};
+    (void)CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(client, ENUM_STATUS_SERVICE, everything);
+}
+
+void ReadImagePath() {
+    HKEY key = 0;
+    char data[1024];
+    DWORD bytes = sizeof data;
+    const std::string path = servicesKey + "\\" + ServiceName(500);
+    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_ALL_ACCESS, &key);
+    (void)RegQueryValueExA(key, "ImagePath", nullptr, nullptr, reinterpret_cast<LPBYTE>(data), &bytes);
+    (void)RegCloseKey(key);
+}
+
+void Drive(const std::string &what, int count) {
+    const RpcClient client = what == "registry" ? nullptr : DialServiceDaemon();
+    for (int i = 0; i < count; ++i) {
+        if (what == "registry")
+            ReadImagePath();
+        else
+            (what == "status" ? QueryStatus : Enumerate)(client.get());
+    }
+}
+
+int Run(const std::string &what, const std::string &argument) {
+    if (what == "write")
+        WriteRegistry(argument, services);
+    else if (what == "await")
+        return WaitForProgram(argument == "servd" ? SERVDAEMONPROG : REGDAEMONPROG,
+                              argument == "servd" ? SERVDAEMONVERS : REGDAEMONVERS, 60000)
+                   ? 0
+                   : 1;
+    else
+        Drive(what, std::stoi(argument));
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 3) return 2;
+    try {
+        return Run(argv[1], argv[2]);
+    } catch (const std::exception &failure) {
+        std::fprintf(stderr, "drive: %s\n", failure.what());
+        return 1;
+    }
+}

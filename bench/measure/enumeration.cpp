@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+// enumeration: all services in one reply (procedure 14), decoded by the client; and the memory that they take.
+#include "bench/floor/floor_rpc.h"
+#include "bench/measure/rows.h"
+#include "bench/measure/servers.h"
+#include "tv/winsvc.h"
+
+#include <fmt/core.h>
+
+#include <limits>
+
+namespace {
+
+constexpr std::size_t requestBytes = 60; // fragment header, call header, four words
+constexpr std::size_t headerBytes = 28;  // of the reply
+
+servd_SERV_ENUM_STATUS_SERVICE Everything() {
+    return {0, SERVICE_WIN32, SERVICE_STATE_ALL, std::numeric_limits<std::int32_t>::max()};
+}
+
+void Enumerate(CLIENT *client) {
+    Call(client, ENUM_STATUS_SERVICE, xdr_servd_SERV_ENUM_STATUS_SERVICE, Everything(),
+         xdr_servd_SERV_ENUM_STATUS_SERVICE_RETURN);
+}
+
+void EnumerateFloor(CLIENT *client, int services) { Call(client, FLOOR_LIST, xdr_int, services, xdr_FloorList); }
+
+std::size_t ReplyBytes(CLIENT *client, int services) {
+    auto reply = CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(client, ENUM_STATUS_SERVICE, Everything());
+    if (reply->servicesReturned != services) throw std::runtime_error("not all services are listed");
+    return headerBytes + xdr_sizeof(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_ENUM_STATUS_SERVICE_RETURN), &*reply);
+}
+
+// Returns the time of one enumeration of this size.
+double MeasureSize(Bench &bench, int services, bool pinned) {
+    const Daemons daemons = StartDaemons(MakeRegistry(services));
+    const pid_t rpcFloor = StartRpcFloor();
+    const RpcClient client = DialWithLibtirpc(SERVDAEMONPROG, SERVDAEMONVERS);
+    const RpcClient own = DialServiceDaemon();
+    const RpcClient list = DialWithLibtirpc(FLOORPROG, FLOORVERS);
+    TcpFloor tcp = StartTcpFloor(requestBytes, ReplyBytes(client.get(), services));
+    Pin(pinned, {daemons.servd, tcp.server, rpcFloor});
+
+    const int samples = Samples(bench, 500 * 1000 / services);
+    const std::string setting = fmt::format("{}, {}", Thousands(services), pinned ? "pinned" : "unpinned");
+    const Side floor = {[&] { CallTcpFloor(tcp); }, tcp.server};
+    const Comparison result =
+        CompareInRounds({[&] { Enumerate(client.get()); }, daemons.servd}, floor, bench.rounds, samples);
+    AddRow(bench, {"enumeration",
+                   setting,
+                   result.measured,
+                   result.floor,
+                   {"time / floor", result.ratio, services == 1000 ? std::optional(9.0) : std::nullopt}});
+    const auto addForComparison = [&](const std::string &what, const Side &side) {
+        const Comparison other = CompareInRounds(side, floor, bench.rounds, samples);
+        AddRow(bench, {what, setting, other.measured, other.floor, {"time / floor", other.ratio}});
+    };
+    addForComparison("enumeration, this system's client", {[&] { Enumerate(own.get()); }, daemons.servd});
+    addForComparison("enumeration, bare libtirpc", {[&] { EnumerateFloor(list.get(), services); }, rpcFloor});
+    Pin(false, {});
+    StopProcess(tcp.server);
+    StopProcess(rpcFloor);
+    StopDaemons(daemons);
+    return result.measured.median;
+}
+
+} // namespace
+
+void MeasureEnumeration(Bench &bench) {
+    if (!bench.isWanted("enumeration")) return;
+    for (const bool pinned : {true, false}) {
+        const double small = MeasureSize(bench, 1000, pinned);
+        const double large = MeasureSize(bench, 10000, pinned);
+        AddRow(
+            bench,
+            {"enumeration, growth", pinned ? "pinned" : "unpinned", {}, {}, {"10,000 / 1,000", large / small, 11.0}});
+    }
+}
+
+void MeasureMemory(Bench &bench) {
+    if (!bench.isWanted("memory of servd")) return;
+    for (const int services : {1000, 10000}) {
+        const Daemons daemons = StartDaemons(MakeRegistry(services));
+        const double megabytes = static_cast<double>(ResidentBytes(daemons.servd)) / (1 << 20);
+        AddRow(bench,
+               {"memory of servd", Thousands(services), {}, {}, {"MB", megabytes, services == 1000 ? 5.0 : 9.0}});
+        StopDaemons(daemons);
+    }
+}
