@@ -125,6 +125,12 @@ std::uint32_t CloseKey(const Registry &registry, std::uint32_t handle) {
     return rc == ERROR_KEY_DELETED ? 0 : rc; // 1018
 }
 
+std::uint32_t FlushKey(Registry &registry, std::uint32_t handle) {
+    Key *key = nullptr;
+    if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;
+    return Commit([&] { FlushStore(*registry.store); }, [] {});
+}
+
 std::uint32_t SubKeyAt(const Registry &registry, std::uint32_t handle, std::uint32_t index, const Key **subKey) {
     Key *key = nullptr;
     if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;

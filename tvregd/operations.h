@@ -36,6 +36,9 @@ constexpr std::size_t MAX_VALUE_NAME = 16383 * 4;
 // A handle holds nothing. Returns 0 also for a deleted key.
 [[nodiscard]] std::uint32_t CloseKey(const Registry &registry, std::uint32_t handle);
 
+// Brings all that was acknowledged onto the disk, not only this key.
+[[nodiscard]] std::uint32_t FlushKey(Registry &registry, std::uint32_t handle);
+
 // Also 259 for an index behind the last one.
 [[nodiscard]] std::uint32_t SubKeyAt(const Registry &registry, std::uint32_t handle, std::uint32_t index,
                                      const Key **subKey);

@@ -206,9 +206,8 @@ void ServeSetValueEx(Registry &registry, const regd_REG_SET_VALUE_EX &call, regd
     answer->status = SetValue(registry, call.key, Name(call.valueName, call.nameIsNull), call.type, data);
 }
 
-// Whatever was acknowledged is on the disk already.
 void ServeFlushKey(Registry &registry, const regd_REG_FLUSH_KEY &call, regd_BASIC_RETURN *answer) {
-    answer->status = CloseKey(registry, call.key);
+    answer->status = FlushKey(registry, call.key);
 }
 
 void ServeQueryVersion(Registry &, const regd_REG_QUERY_VERSION &, regd_REG_QUERY_VERSION_RETURN *answer) {

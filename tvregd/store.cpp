@@ -93,7 +93,7 @@ void MakeTables(SQLite::Database &database) {
 }
 
 // Everything that the statements of the store need: they are prepared right after it.
-SQLite::Database OpenDatabase(const std::string &file) {
+SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
     SQLite::Database database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
     database.setBusyTimeout(10'000);
     const int version = database.execAndGet("PRAGMA user_version").getInt();
@@ -102,7 +102,7 @@ SQLite::Database OpenDatabase(const std::string &file) {
     if (!fresh && version != SCHEMA_VERSION) throw std::runtime_error("not a registry that this version can read");
     (void)database.execAndGet("PRAGMA journal_mode = WAL");
     if (fresh) MakeTables(database);
-    database.exec("PRAGMA synchronous = FULL");
+    database.exec(durability == Durability::FULL ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
     database.exec("PRAGMA foreign_keys = ON");
     database.exec("DELETE FROM keys WHERE volatile");
     return database;
@@ -163,8 +163,8 @@ void LoadValues(Store &store, const Tree &tree) {
 
 } // namespace
 
-Store::Store(int lock, const std::string &file)
-    : lockDescriptor(lock), database(OpenDatabase(file)), begin(database, "BEGIN IMMEDIATE"),
+Store::Store(int lock, const std::string &file, Durability durability)
+    : lockDescriptor(lock), database(OpenDatabase(file, durability)), begin(database, "BEGIN IMMEDIATE"),
       commit(database, "COMMIT"), rollback(database, "ROLLBACK"),
       insertKey(database, "INSERT INTO keys (number, parent, position, name, class, volatile, written) "
                           "VALUES (?, ?, ?, ?, ?, ?, ?)"),
@@ -172,12 +172,13 @@ Store::Store(int lock, const std::string &file)
       deleteKey(database, "DELETE FROM keys WHERE number = ?"),
       putValue(database, "INSERT INTO key_values (key, name, type, data) VALUES (?, ?, ?, ?) "
                          "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data"),
-      deleteValue(database, "DELETE FROM key_values WHERE key = ? AND name = ?") {}
+      deleteValue(database, "DELETE FROM key_values WHERE key = ? AND name = ?"),
+      checkpoint(database, "PRAGMA wal_checkpoint(FULL)") {}
 
-StoreGuard OpenStore(const std::string &file) {
+StoreGuard OpenStore(const std::string &file, Durability durability) {
     int lock = LockFile(file);
     DescriptorGuard guard(&lock);
-    StoreGuard store(new Store(lock, file));
+    StoreGuard store(new Store(lock, file, durability));
     (void)guard.release();
     return store;
 }
@@ -222,4 +223,11 @@ void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::ui
         Run(store.deleteValue, key.number, value.name);
         Run(store.touchKey, Stored(written), key.number);
     });
+}
+
+// The pragma answers with a row.
+void FlushStore(Store &store) {
+    (void)store.checkpoint.tryReset();
+    (void)store.checkpoint.executeStep();
+    (void)store.checkpoint.tryReset();
 }

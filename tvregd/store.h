@@ -2,10 +2,9 @@
 // store: the registry in its file, a SQLite database in WAL mode.
 //
 // The daemon alone writes the file, and holds a lock on it that keeps a second daemon out; other programs may read it
-// meanwhile. Every Store... function is one transaction and returns when it is on the disk (synchronous = FULL): what
-// has been acknowledged survives the end of the daemon and of the machine. They throw SQLite::Exception when SQLite
-// fails; nothing has been written then.
-// Thread: the only one.
+// meanwhile. Every Store... function is one transaction, which survives the end of the daemon when the function
+// returns, and with Durability::FULL also the end of the machine. They throw SQLite::Exception when SQLite fails;
+// nothing has been written then. Thread: the only one.
 #pragma once
 
 #include "tvregd/tree.h"
@@ -18,14 +17,20 @@
 #include <string>
 #include <vector>
 
+enum class Durability {
+    FULL,  // each transaction is on the disk before it is acknowledged
+    NORMAL // a power failure may take the youngest transactions, never a part of one
+};
+
 struct Store {
-    Store(int lock, const std::string &file);
+    Store(int lock, const std::string &file, Durability durability);
 
     int lockDescriptor; // the lock lasts as long as it is open
     SQLite::Database database;
     SQLite::Statement begin, commit, rollback;
     SQLite::Statement insertKey, touchKey, deleteKey;
     SQLite::Statement putValue, deleteValue;
+    SQLite::Statement checkpoint;
     std::int64_t lastPosition = 0; // of the youngest key; keys are listed in the order of their positions
 };
 
@@ -34,7 +39,7 @@ using StoreGuard = std::unique_ptr<Store, Calls<&CloseStore>>;
 
 // Opens the file, making it and its tables when they are not there, and drops the volatile keys of an earlier daemon.
 // Throws std::runtime_error with a text for people when another daemon has the file or it is no registry of ours.
-StoreGuard OpenStore(const std::string &file);
+StoreGuard OpenStore(const std::string &file, Durability durability = Durability::FULL);
 
 // Reads everything into a fresh tree (MakeTree).
 void LoadTree(Store &store, Tree &tree);
@@ -47,3 +52,5 @@ void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written);
 // Sets a value, new or not, of a key that gets the time `written`.
 void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written);
 void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written);
+// Brings everything onto the disk.
+void FlushStore(Store &store);

@@ -21,6 +21,7 @@ struct Options {
     bool user = false;
     bool allowRemote = false;
     bool background = false;
+    bool lazy = false;
 };
 
 volatile std::sig_atomic_t endRequested = 0;
@@ -103,7 +104,7 @@ int Run(const Options &options) {
     StoreGuard store;
     Registry registry{MakeTree(), nullptr};
     try {
-        store = OpenStore(file);
+        store = OpenStore(file, options.lazy ? Durability::NORMAL : Durability::FULL);
         LoadTree(*store, registry.tree);
     } catch (const std::exception &failure) {
         throw std::runtime_error(file + ": " + failure.what());
@@ -130,6 +131,8 @@ int main(int argc, char **argv) {
     app.add_flag("--user", options.user, "use the registry.db of this user, under XDG_STATE_HOME")->excludes(database);
     app.add_flag("--allow-remote", options.allowRemote, "serve other machines too");
     app.add_flag("--background", options.background, "return as soon as requests are served");
+    app.add_flag("--lazy", options.lazy,
+                 "acknowledge writes before they are on the disk: faster, but a power failure may take the last ones");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

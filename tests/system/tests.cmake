@@ -3,3 +3,4 @@
 tv_host_test(system host tv_test_host)
 tv_bats_test(private_host)
 tv_host_test(system registry tv_test_host)
+tv_host_test(system tvreg tv_test_host)

@@ -325,6 +325,16 @@ TEST_F(Tvregd, write_that_the_database_refuses_answers_1016_and_changes_nothing)
     EXPECT_EQ(Get(handle, "v")->data, "new");
 }
 
+TEST_F(Tvregd, flush_brings_the_log_into_the_database) {
+    const std::uint32_t handle = Make(HKEY_USERS, "k");
+    const auto before = std::filesystem::file_size(file);
+    EXPECT_EQ(Set(handle, "v", std::string(100'000, 'x')), 0u);
+    EXPECT_EQ(std::filesystem::file_size(file), before);
+    EXPECT_EQ(FlushKey(registry, handle), 0u);
+    EXPECT_GT(std::filesystem::file_size(file), before + 100'000);
+    EXPECT_EQ(FlushKey(registry, handle + 1), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+}
+
 TEST_F(Tvregd, second_daemon_on_the_same_file_is_refused) {
     try {
         (void)OpenStore(file);

@@ -556,6 +556,17 @@ TEST_F(RegistryOverTcp, no_acknowledged_write_is_lost_when_the_daemon_is_killed_
     }
 }
 
+TEST_F(RegistryOverTcp, lazy_daemon_loses_nothing_when_it_is_killed) {
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    daemon = StartProgram({.command = {ProgramPath("tvregd"), "--lazy", "--database", database}});
+    ASSERT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS));
+    client = DialRegistryDaemon();
+    for (int i = 0; i < 200; ++i)
+        EXPECT_EQ(Set(top, ("v" + std::to_string(i)).c_str(), Dword(7)), 0u);
+    KillAndRestart();
+    EXPECT_EQ(Info(top)->body.values, 200u);
+}
+
 TEST_F(RegistryOverTcp, second_daemon_on_the_same_file_says_so_and_disturbs_nothing) {
     const Ended second = RunAndRead({.command = {ProgramPath("tvregd"), "--database", database}});
     EXPECT_EQ(second.status, 1);

@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: MIT
+// The command line of the registry against a real registry daemon: what it prints, what it leaves in the registry, and
+// its exit statuses.
+#include "tests/support/host.h"
+#include "tv/winreg.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+// One daemon for the whole program; each test works below HKEY_LOCAL_MACHINE\TESTNAME.
+struct Tvreg : testing::Test {
+    static inline std::string folder;
+    static inline pid_t daemon = 0;
+
+    static void SetUpTestSuite() {
+        folder = MakeScratchFolder();
+        daemon = StartRegistryDaemon(folder + "/registry.db");
+    }
+    static void TearDownTestSuite() { EXPECT_EQ(StopDaemon(daemon), 0); }
+
+    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    const std::string key = "HKLM\\" + name;
+    const std::string longKey = "HKEY_LOCAL_MACHINE\\" + name;
+
+    Ended Run(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), ProgramPath("tvreg"));
+        return RunAndRead({.command = std::move(arguments)});
+    }
+    // Runs a command that must work. Returns what it prints.
+    std::string Do(std::vector<std::string> arguments) {
+        const Ended ended = Run(std::move(arguments));
+        EXPECT_EQ(ended.status, 0) << ended.error;
+        EXPECT_EQ(ended.error, "");
+        return ended.output;
+    }
+    std::string File(const std::string &content) {
+        const std::string path = folder + "/" + name + ".reg";
+        WriteFile(path, content);
+        return path;
+    }
+};
+
+const std::vector<RegistryValue> everyKind = {
+    {"", REG_SZ, Sz("unnamed")},
+    {"text \"q\" \\", REG_SZ, Sz("a \\ \"b\" \xE2\x82\xAC")},
+    {"no terminator", REG_SZ, "text"},
+    {"empty", REG_SZ, ""},
+    {"number", REG_DWORD, Dword(0xFFFF0010)},
+    {"expand", REG_EXPAND_SZ, Sz("%HOME%")},
+    {"multi", REG_MULTI_SZ, MultiSz({"one", "two"})},
+    {"bytes", REG_BINARY, std::string("\0\x80\xFF", 3)},
+    {"none", REG_NONE, ""},
+    {"odd", 0xABCD, "\x01"},
+    {"long", REG_BINARY, std::string(3000, '\x5A')},
+};
+
+} // namespace
+
+TEST_F(Tvreg, import_writes_keys_values_types_and_bytes_in_the_order_of_the_file) {
+    EXPECT_EQ(Do({"import", File("REGEDIT4\n\n[" + longKey +
+                                 "\\z]\n\"Type\"=dword:00000010\n@=\"un\\\\named\"\n"
+                                 "[" +
+                                 key + "\\a]\n\"m\"=hex(7):61,00,\\\n  62,00,00\n")}),
+              "");
+    EXPECT_THAT(ReadSubKeys(name), ElementsAre("z", "a"));
+    EXPECT_THAT(ReadValues(name + "\\z"),
+                ElementsAre(RegistryValue{"Type", REG_DWORD, Dword(0x10)}, RegistryValue{"", REG_SZ, Sz("un\\named")}));
+    EXPECT_THAT(ReadValues(name + "\\a"), ElementsAre(RegistryValue{"m", REG_MULTI_SZ, MultiSz({"a", "b"})}));
+}
+
+TEST_F(Tvreg, import_deletes_keys_and_values_that_may_be_missing) {
+    WriteKey(name + "\\goes\\too", {{"v", REG_SZ, Sz("x")}});
+    WriteKey(name, {{"old", REG_SZ, Sz("x")}, {"stays", REG_SZ, Sz("x")}, {"", REG_SZ, Sz("x")}});
+    (void)Do({"import", File("REGEDIT4\n[-" + key + "\\goes]\n[-" + key + "\\never]\n[" + key +
+                             "]\n\"OLD\"=-\n\"never\"=-\n@=-\n")});
+    EXPECT_THAT(ReadSubKeys(name), ElementsAre());
+    EXPECT_THAT(ReadValues(name), ElementsAre(RegistryValue{"stays", REG_SZ, Sz("x")}));
+}
+
+TEST_F(Tvreg, import_of_a_wrong_line_names_it_ends_with_6_and_writes_nothing) {
+    const std::string good = folder + "/good.reg";
+    WriteFile(good, "REGEDIT4\n[" + key + "\\first]\n");
+    const std::string bad = File("REGEDIT4\n[" + key + "\\second]\n\"v\"=hex:0\n");
+    const Ended ended = Run({"import", good, bad});
+    EXPECT_EQ(ended.status, 6);
+    EXPECT_EQ(ended.error, "tvreg: " + bad + ":3: hexadecimal data must be pairs of digits\n");
+    EXPECT_FALSE(KeyExists(name));
+}
+
+TEST_F(Tvreg, import_of_a_missing_file_ends_with_1_and_names_it) {
+    const Ended ended = Run({"import", folder + "/none.reg"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.error, "tvreg: " + folder + "/none.reg: No such file or directory\n");
+}
+
+TEST_F(Tvreg, import_dry_run_shows_and_writes_nothing) {
+    const std::string shown =
+        Do({"import", "-n", File("REGEDIT4\n[" + key + "]\n\"v\"=\"x\"\n\"w\"=-\n[-" + key + "\\y]\n")});
+    EXPECT_EQ(shown, longKey + "\n    v    REG_SZ    x\n  - w\n- " + longKey + "\\y\n");
+    EXPECT_FALSE(KeyExists(name));
+}
+
+TEST_F(Tvreg, export_and_import_give_back_everything_in_both_dialects) {
+    for (const bool isReg4 : {true, false}) {
+        WriteKey(name + "\\k\\b", everyKind);
+        WriteKey(name + "\\k\\a", {});
+        const std::string file = folder + "/export.reg";
+        EXPECT_EQ(isReg4 ? Do({"export", key + "\\k", file, "--reg4"}) : Do({"export", key + "\\k", file}), "");
+        EXPECT_THAT(ReadFile(file), StartsWith(isReg4 ? "REGEDIT4\n" : "\xFF\xFEW"));
+        DeleteKey(name);
+        EXPECT_EQ(Do({"import", file}), "");
+        EXPECT_THAT(ReadSubKeys(name + "\\k"), ElementsAre("b", "a"));
+        EXPECT_EQ(ReadValues(name + "\\k\\b"), everyKind);
+        EXPECT_THAT(ReadValues(name + "\\k\\a"), ElementsAre());
+        DeleteKey(name);
+    }
+}
+
+TEST_F(Tvreg, export_of_what_is_no_utf8_fails_with_6_unless_reg4) {
+    WriteKey(name, {{"v", REG_SZ, Sz("\xFF")}});
+    const Ended ended = Run({"export", key});
+    EXPECT_EQ(ended.status, 6);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, AllOf(HasSubstr("\"v\""), HasSubstr("--reg4")));
+    EXPECT_EQ(Do({"export", key, "--reg4"}), "REGEDIT4\n\n[" + longKey + "]\n\"v\"=\"\xFF\"\n");
+}
+
+TEST_F(Tvreg, query_shows_values_and_subkeys) {
+    WriteKey(name, {{"Start", REG_DWORD, Dword(3)}, {"", REG_SZ, Sz("un")}, {"m", REG_MULTI_SZ, MultiSz({"a", "b"})}});
+    WriteKey(name + "\\sub", {{"v", REG_BINARY, "\x01"}});
+    EXPECT_EQ(Do({"query", key}), longKey +
+                                      "\n    Start    REG_DWORD    0x3\n    (Default)    REG_SZ    un\n"
+                                      "    m    REG_MULTI_SZ    a\\0b\n\n" +
+                                      longKey + "\\sub\n");
+    EXPECT_EQ(Do({"query", "HKLM/" + name + "/sub"}), longKey + "\\sub\n    v    REG_BINARY    01\n\n");
+    EXPECT_EQ(Do({"query", key, "-v", "start"}), longKey + "\n    start    REG_DWORD    0x3\n\n");
+    EXPECT_EQ(Do({"query", key, "--ve"}), longKey + "\n    (Default)    REG_SZ    un\n\n");
+    EXPECT_THAT(Do({"query", key, "-s"}), HasSubstr(longKey + "\\sub\n    v    REG_BINARY    01\n"));
+    EXPECT_THAT(Do({"query", key, "--json"}),
+                AllOf(HasSubstr("\"schema\": \"tvreg.query/1\""), HasSubstr("\"data\": 3"), HasSubstr("\"sub\"")));
+}
+
+TEST_F(Tvreg, missing_keys_and_values_end_with_5_and_name_the_code) {
+    const Ended noKey = Run({"query", key});
+    EXPECT_EQ(noKey.status, 5);
+    EXPECT_EQ(noKey.error, "tvreg: " + longKey + ": 2 ERROR_FILE_NOT_FOUND: no such key, value or file\n");
+    WriteKey(name, {});
+    EXPECT_EQ(Run({"get", key, "v"}).status, 5);
+    EXPECT_EQ(Run({"delete", key, "-v", "v"}).status, 5);
+    EXPECT_EQ(Run({"delete", key + "\\no"}).status, 5);
+    EXPECT_EQ(Run({"export", key + "\\no"}).status, 5);
+}
+
+TEST_F(Tvreg, wrong_arguments_end_with_2) {
+    EXPECT_EQ(Run({}).status, 2);
+    EXPECT_EQ(Run({"nonsense"}).status, 2);
+    EXPECT_EQ(Run({"query"}).status, 2);
+    EXPECT_EQ(Run({"query", "HKXX\\a"}).status, 2);
+    EXPECT_EQ(Run({"query", "HKLM\\\\a"}).status, 2);
+    EXPECT_EQ(Run({"set", key, "v", "x", "-t", "word"}).status, 2);
+    EXPECT_EQ(Run({"set", key, "v", "x", "-t", "dword"}).status, 2);
+    EXPECT_EQ(Run({"query", key, "-v", "x", "--ve"}).status, 2);
+    EXPECT_FALSE(KeyExists(name));
+    EXPECT_THAT(Do({"--help"}), HasSubstr("import"));
+    EXPECT_THAT(Do({"--version"}), StartsWith("tvreg "));
+}
+
+TEST_F(Tvreg, add_and_set_write_every_type) {
+    (void)Do({"add", key});
+    EXPECT_THAT(ReadValues(name), ElementsAre());
+    (void)Do({"add", key, "-v", "s", "-d", "one two", "-f"});
+    (void)Do({"add", key, "-v", "m", "-t", "REG_MULTI_SZ", "-d", "a", "b"});
+    (void)Do({"add", key, "--ve", "-t", "expand", "-d", "%X%"});
+    (void)Do({"set", key, "d", "0x10", "-t", "dword"});
+    (void)Do({"set", key, "b", "00ff", "-t", "binary"});
+    (void)Do({"set", key, "n", "-t", "none"});
+    (void)Do({"set", key, "path", "/usr/bin"});
+    EXPECT_THAT(ReadValues(name),
+                ElementsAre(RegistryValue{"s", REG_SZ, Sz("one two")},
+                            RegistryValue{"m", REG_MULTI_SZ, MultiSz({"a", "b"})},
+                            RegistryValue{"", REG_EXPAND_SZ, Sz("%X%")}, RegistryValue{"d", REG_DWORD, Dword(0x10)},
+                            RegistryValue{"b", REG_BINARY, std::string("\0\xFF", 2)}, RegistryValue{"n", REG_NONE, ""},
+                            RegistryValue{"path", REG_SZ, Sz("/usr/bin")}));
+    EXPECT_EQ(Do({"get", key, "s"}), "one two\n");
+    EXPECT_EQ(Do({"get", key, "b", "--raw"}), std::string("\0\xFF", 2));
+    EXPECT_EQ(Do({"get", key}), "%X%\n");
+    EXPECT_THAT(Do({"get", key, "d", "--json"}), HasSubstr("\"data\": 16"));
+}
+
+TEST_F(Tvreg, delete_takes_values_or_the_key_with_all_below) {
+    WriteKey(name + "\\k\\sub", {});
+    WriteKey(name + "\\k", {{"a", REG_SZ, ""}, {"b", REG_SZ, ""}, {"", REG_SZ, ""}});
+    (void)Do({"delete", key + "\\k", "-v", "a"});
+    EXPECT_EQ(ReadValues(name + "\\k").size(), 2u);
+    (void)Do({"delete", key + "\\k", "--ve"});
+    EXPECT_EQ(ReadValues(name + "\\k").size(), 1u);
+    (void)Do({"delete", key + "\\k", "--va"});
+    EXPECT_EQ(ReadValues(name + "\\k").size(), 0u);
+    (void)Do({"delete", key + "\\k"});
+    EXPECT_FALSE(KeyExists(name + "\\k"));
+}
+
+TEST_F(Tvreg, rm_leaves_a_key_with_subkeys_alone_unless_told) {
+    WriteKey(name + "\\k\\sub", {});
+    WriteKey(name + "\\k", {{"a", REG_SZ, ""}});
+    (void)Do({"rm", key + "\\k", "a"});
+    EXPECT_THAT(ReadValues(name + "\\k"), ElementsAre());
+    const Ended refused = Run({"rm", key + "\\k"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.error, HasSubstr("1020 ERROR_KEY_HAS_CHILDREN"));
+    (void)Do({"rm", key + "\\k", "-r"});
+    EXPECT_FALSE(KeyExists(name + "\\k"));
+}
+
+TEST_F(Tvreg, ls_lists_subkeys_in_their_order) {
+    WriteKey(name + "\\z\\deep", {});
+    WriteKey(name + "\\a", {});
+    EXPECT_EQ(Do({"ls", key}), "z\na\n");
+    EXPECT_EQ(Do({"ls", "-r", key}), "z\nz\\deep\na\n");
+}
+
+TEST_F(Tvreg, version_is_the_daemons) {
+    EXPECT_EQ(Do({"version"}), "registry daemon 2.3.0\n");
+    EXPECT_THAT(Do({"version", "--json"}), HasSubstr("\"minor\": 3"));
+}
+
+TEST_F(Tvreg, full_output_ends_with_1) {
+    WriteKey(name, {});
+    const Ended ended =
+        RunAndRead({.command = {"/bin/sh", "-c", ProgramPath("tvreg") + " query '" + key + "' > /dev/full"}});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, HasSubstr("No space left"));
+}
+
+TEST_F(Tvreg, no_daemon_ends_with_150_and_names_the_code) {
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    const Ended ended = Run({"query", "HKLM"});
+    EXPECT_EQ(ended.status, 150);
+    EXPECT_THAT(ended.error, HasSubstr("1016 ERROR_REGISTRY_IO_FAILED"));
+    daemon = StartRegistryDaemon(folder + "/registry.db");
+}
