@@ -48,7 +48,7 @@ FreshRegistryTest::FreshRegistryTest() {
 
 FreshRegistryTest::~FreshRegistryTest() { EmptyTable(); }
 
-RegistryTest::RegistryTest() {
+RegistryTest::RegistryTest() : daemon(NewScript()) {
     g_userData = {tarvoVersion, 1000, _ktl_strdup("ann"), 0x0A0B0C0D};
     userDataSet = 1;
     Connect(0, &daemon);

@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,12 +32,16 @@ struct FreshRegistryTest : testing::Test {
     ~FreshRegistryTest() override;
     FreshRegistryTest(const FreshRegistryTest &) = delete;
     FreshRegistryTest &operator=(const FreshRegistryTest &) = delete;
+
+    // A script that outlives the connections.
+    Script &NewScript() { return scripts.emplace_back(); }
+    std::deque<Script> scripts;
 };
 
 // A process that is known by the identity above and connected with the local daemon.
 struct RegistryTest : FreshRegistryTest {
     RegistryTest();
-    Script daemon;
+    Script &daemon;
 
     // The one call that was made: its procedure and the hexadecimal digits of its argument.
     void ExpectOneCall(std::uint32_t procedure, const std::string &hexArgument) const;

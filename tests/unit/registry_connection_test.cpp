@@ -70,7 +70,7 @@ std::string OwnIdentity() { return Word(6) + Word(getuid()) + Text(g_userData.na
 // --- connecting ----------------------------------------------------------------------------------------------------
 
 TEST_F(RegistryConnections, the_first_operation_connects_shakes_hands_and_pings_the_next_finds_the_connection) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     daemon.Answer(ok);
     daemon.Answer(ok);
@@ -85,7 +85,7 @@ TEST_F(RegistryConnections, the_first_operation_connects_shakes_hands_and_pings_
 }
 
 TEST_F(RegistryConnections, handshake_and_ping_carry_level_user_host_process_and_mode) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     daemon.Answer(ok);
     EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
@@ -96,7 +96,7 @@ TEST_F(RegistryConnections, handshake_and_ping_carry_level_user_host_process_and
 }
 
 TEST_F(RegistryConnections, a_host_name_is_dialled_short_first_and_then_whole) {
-    Script daemon;
+    Script &daemon = NewScript();
     setenv("TARVO_REGISTRY_HOST", "regd.example.net", 1);
     dialPlan.hosts["regd.example.net"] = &daemon;
     daemon.Answer(version230);
@@ -114,7 +114,7 @@ TEST_F(RegistryConnections, without_a_registry_host_this_host_is_dialled) {
 }
 
 TEST_F(RegistryConnections, go_to_the_system_program_whatever_base_and_options_say_deliberate) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     daemon.Answer(ok);
     setenv("TARVO_REGISTRY_BASE", "1000", 1);
@@ -133,7 +133,7 @@ TEST_F(RegistryConnections, read_the_daemon_options_from_the_environment) {
 }
 
 TEST_F(RegistryConnections, no_daemon_is_1016_and_leaves_no_entry_so_that_the_next_operation_tries_again) {
-    Script daemon;
+    Script &daemon = NewScript();
     EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
     EXPECT_EQ(connectFailMsg, 1);
     EXPECT_EQ(wrongVersionMsg, 0);
@@ -146,7 +146,7 @@ TEST_F(RegistryConnections, no_daemon_is_1016_and_leaves_no_entry_so_that_the_ne
 }
 
 TEST_F(RegistryConnections, forbidden_by_the_process_nothing_is_dialled) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     EXPECT_EQ(tvIsSystemRegistryConnectDisabled(), 0);
     tvDisableSystemRegistryConnect();
@@ -157,7 +157,7 @@ TEST_F(RegistryConnections, forbidden_by_the_process_nothing_is_dialled) {
 }
 
 TEST_F(RegistryConnections, a_lost_handshake_closes_the_connection) {
-    Script daemon;
+    Script &daemon = NewScript();
     setenv("TARVO_REGISTRY_HOST", "regd", 1);
     dialPlan.hosts["regd"] = &daemon;
     daemon.Fail(RPC_CANTRECV);
@@ -186,7 +186,7 @@ TEST_F(RegistryConnections, versions_from_2_3_0_on_are_accepted_and_older_ones_r
     for (const auto &c : cases) {
         tvRegistryCleanConnections(1);
         tvRegistryInitData();
-        Script daemon;
+        Script &daemon = NewScript();
         setenv("TARVO_REGISTRY_HOST", "regd", 1);
         dialPlan.hosts["regd"] = &daemon;
         daemon.Answer(c.answer);
@@ -200,7 +200,7 @@ TEST_F(RegistryConnections, versions_from_2_3_0_on_are_accepted_and_older_ones_r
 }
 
 TEST_F(RegistryConnections, a_ping_without_an_answer_does_no_harm) {
-    Script daemon;
+    Script &daemon = NewScript();
     setenv("TARVO_REGISTRY_HOST", "regd", 1);
     dialPlan.hosts["regd"] = &daemon;
     daemon.Answer(version230);
@@ -258,8 +258,8 @@ TEST_F(RegistryConnections, the_process_id_is_the_first_one_asked_for_even_after
 // --- keys and slots ------------------------------------------------------------------------------------------------
 
 TEST_F(RegistryConnections, a_key_with_number_3_goes_over_slot_3_without_the_number) {
-    Script local;
-    Script third;
+    Script &local = NewScript();
+    Script &third = NewScript();
     Connect(0, &local);
     Connect(3, &third, "three");
     HKEY key = 0x80300002;
@@ -276,8 +276,8 @@ TEST_F(RegistryConnections, a_key_with_number_3_goes_over_slot_3_without_the_num
 }
 
 TEST_F(RegistryConnections, a_key_of_no_connection_goes_to_the_local_daemon_over_a_new_connection) {
-    Script before;
-    Script after;
+    Script &before = NewScript();
+    Script &after = NewScript();
     Connect(0, &before);
     PlayLocalDaemon(after);
     after.Answer(ok);
@@ -288,14 +288,13 @@ TEST_F(RegistryConnections, a_key_of_no_connection_goes_to_the_local_daemon_over
 }
 
 TEST_F(RegistryConnections, the_table_grows_by_two_slots) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     daemon.Answer(ok);
     (void)RegFlushKey(1);
     EXPECT_EQ(connectionSlots, 2);
-    std::vector<Script> machines(3);
-    for (std::size_t i = 0; i < machines.size(); ++i) {
-        PlayMachine(("m" + std::to_string(i)).c_str(), machines[i], &daemon);
+    for (std::size_t i = 0; i < 3; ++i) {
+        PlayMachine(("m" + std::to_string(i)).c_str(), NewScript(), &daemon);
         HKEY key = 0;
         EXPECT_EQ(RegConnectRegistryA(("m" + std::to_string(i)).c_str(), HKEY_LOCAL_MACHINE, &key), ERROR_SUCCESS);
         EXPECT_EQ(key, 0x80000002u + (static_cast<HKEY>(i + 1) << 20));
@@ -303,14 +302,13 @@ TEST_F(RegistryConnections, the_table_grows_by_two_slots) {
     EXPECT_EQ(connectionSlots, 4);
     EXPECT_EQ(numConnections, 4);
     EXPECT_EQ(nextClientNum, 4);
-    tvRegistryCleanConnections(1);
 }
 
 // --- remote machines -----------------------------------------------------------------------------------------------
 
 TEST_F(RegistryConnections, a_machine_is_connected_once_and_its_keys_carry_its_number) {
-    Script local;
-    Script machine;
+    Script &local = NewScript();
+    Script &machine = NewScript();
     PlayLocalDaemon(local);
     local.Answer(ok);
     (void)RegFlushKey(1);
@@ -332,13 +330,12 @@ TEST_F(RegistryConnections, a_machine_is_connected_once_and_its_keys_carry_its_n
     EXPECT_EQ(RegOpenKeyExA(key, "a", 0, 0, &below), ERROR_SUCCESS);
     EXPECT_EQ(below, 0x00100042u);
     EXPECT_EQ(Procedures(machine), (ProcedureList{26, 14}));
-    tvRegistryCleanConnections(1);
 }
 
 TEST_F(RegistryConnections, machines_connected_before_the_local_daemon_keep_their_numbers) {
-    Script one;
-    Script two;
-    Script local;
+    Script &one = NewScript();
+    Script &two = NewScript();
+    Script &local = NewScript();
     PlayMachine("one", one);
     PlayMachine("two", two);
     HKEY first = 0;
@@ -358,16 +355,15 @@ TEST_F(RegistryConnections, machines_connected_before_the_local_daemon_keep_thei
     EXPECT_EQ(Procedures(two), (ProcedureList{26, 9}));
     EXPECT_EQ(Procedures(local), (ProcedureList{26, 27, 9}));
 
-    Script three;
+    Script &three = NewScript();
     PlayMachine("three", three, &local);
     HKEY third = 0;
     EXPECT_EQ(RegConnectRegistryA("three", HKEY_USERS, &third), ERROR_SUCCESS);
     EXPECT_EQ(third, 0x80300003u);
-    tvRegistryCleanConnections(1);
 }
 
 TEST_F(RegistryConnections, an_empty_machine_name_is_1016_and_no_name_or_the_hosts_own_is_the_local_daemon) {
-    Script local;
+    Script &local = NewScript();
     PlayLocalDaemon(local);
     HKEY key = 7;
     EXPECT_EQ(RegConnectRegistryA("", HKEY_USERS, &key), ERROR_REGISTRY_IO_FAILED);
@@ -393,12 +389,11 @@ TEST_F(RegistryConnections, an_unreachable_machine_or_local_daemon_is_1016) {
 }
 
 TEST_F(RegistryConnections, a_machine_name_is_taken_as_given) {
-    Script machine;
+    Script &machine = NewScript();
     PlayMachine("\\\\far", machine);
     HKEY key = 0;
     EXPECT_EQ(RegConnectRegistryA("\\\\far", HKEY_USERS, &key), ERROR_SUCCESS);
     EXPECT_EQ(RegConnectRegistryA("far", HKEY_USERS, &key), ERROR_REGISTRY_IO_FAILED);
-    tvRegistryCleanConnections(1);
 }
 
 TEST_F(RegistryConnections, the_wide_form_answers_2_and_connects_nothing_deliberate) {
@@ -412,7 +407,7 @@ TEST_F(RegistryConnections, the_wide_form_answers_2_and_connects_nothing_deliber
 // --- ping and version ----------------------------------------------------------------------------------------------
 
 TEST_F(RegistryConnections, ping_sends_process_and_mode_and_returns_the_status) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     daemon.Answer(ok);
     (void)RegFlushKey(1);
@@ -425,7 +420,7 @@ TEST_F(RegistryConnections, ping_sends_process_and_mode_and_returns_the_status) 
 }
 
 TEST_F(RegistryConnections, ping_without_an_answer_is_1016_and_minus_1_for_mode_2) {
-    Script daemon;
+    Script &daemon = NewScript();
     Connect(0, &daemon);
     EXPECT_EQ(RegPingDaemon(0), ERROR_REGISTRY_IO_FAILED);
     EXPECT_EQ(RegPingDaemon(1), ERROR_REGISTRY_IO_FAILED);
@@ -434,7 +429,7 @@ TEST_F(RegistryConnections, ping_without_an_answer_is_1016_and_minus_1_for_mode_
 }
 
 TEST_F(RegistryConnections, ping_without_a_connection_is_1016_in_every_mode_and_makes_none) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     EXPECT_EQ(RegPingDaemon(0), ERROR_REGISTRY_IO_FAILED);
     EXPECT_EQ(RegPingDaemon(2), ERROR_REGISTRY_IO_FAILED);
@@ -442,7 +437,7 @@ TEST_F(RegistryConnections, ping_without_a_connection_is_1016_in_every_mode_and_
 }
 
 TEST_F(RegistryConnections, the_version_is_handed_back_to_the_pointers_given) {
-    Script daemon;
+    Script &daemon = NewScript();
     PlayLocalDaemon(daemon);
     daemon.Answer(ok);
     (void)RegFlushKey(1);
@@ -472,8 +467,8 @@ TEST_F(RegistryConnections, the_version_without_a_connection_is_1016_and_makes_n
 TEST_F(RegistryConnections, a_broken_connection_is_1016_once_and_then_made_anew_in_its_slot) {
     for (const clnt_stat how : {RPC_CANTSEND, RPC_CANTRECV}) {
         tvRegistryInitData();
-        Script before;
-        Script after;
+        Script &before = NewScript();
+        Script &after = NewScript();
         PlayLocalDaemon(before);
         before.Answer(ok);
         (void)RegFlushKey(1);
@@ -494,9 +489,9 @@ TEST_F(RegistryConnections, a_broken_connection_is_1016_once_and_then_made_anew_
 }
 
 TEST_F(RegistryConnections, a_broken_machine_is_dialled_by_its_own_name_and_moves_no_other) {
-    Script local;
-    Script one;
-    Script two;
+    Script &local = NewScript();
+    Script &one = NewScript();
+    Script &two = NewScript();
     Connect(0, &local);
     Connect(1, &one, "one");
     Connect(2, &two, "two");
@@ -505,7 +500,7 @@ TEST_F(RegistryConnections, a_broken_machine_is_dialled_by_its_own_name_and_move
     EXPECT_EQ(RegFlushKey(0x00100007), ERROR_REGISTRY_IO_FAILED); // still away
     EXPECT_EQ(dialPlan.dialled.back(), std::string("one") + systemProgram);
 
-    Script oneAgain;
+    Script &oneAgain = NewScript();
     PlayMachine("one", oneAgain, &local);
     oneAgain.Answer(ok);
     EXPECT_EQ(RegFlushKey(0x00100007), ERROR_SUCCESS);
@@ -517,36 +512,36 @@ TEST_F(RegistryConnections, a_broken_machine_is_dialled_by_its_own_name_and_move
 }
 
 TEST_F(RegistryConnections, connecting_a_broken_machine_again_makes_its_connection_anew) {
-    Script local;
-    Script one;
+    Script &local = NewScript();
+    Script &one = NewScript();
     Connect(0, &local);
     Connect(1, &one, "one");
     one.Fail(RPC_CANTSEND);
     EXPECT_EQ(RegFlushKey(0x00100007), ERROR_REGISTRY_IO_FAILED);
     HKEY key = 0;
     EXPECT_EQ(RegConnectRegistryA("one", HKEY_USERS, &key), ERROR_REGISTRY_IO_FAILED);
-    Script oneAgain;
+    Script &oneAgain = NewScript();
     PlayMachine("one", oneAgain, &local);
     EXPECT_EQ(RegConnectRegistryA("one", HKEY_USERS, &key), ERROR_SUCCESS);
     EXPECT_EQ(key, 0x80100003u);
 }
 
 TEST_F(RegistryConnections, a_connection_that_breaks_at_its_first_ping_is_1016_and_tried_again) {
-    Script first;
+    Script &first = NewScript();
     setenv("TARVO_REGISTRY_HOST", "regd", 1);
     dialPlan.hosts["regd"] = &first;
     first.Answer(version230);
     first.Fail(RPC_CANTRECV);
     EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
     EXPECT_EQ(first.clientsAlive, 0);
-    Script second;
+    Script &second = NewScript();
     PlayLocalDaemon(second);
     second.Answer(ok);
     EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
 }
 
 TEST_F(RegistryConnections, ping_and_version_notice_a_broken_connection_but_make_no_new_one) {
-    Script daemon;
+    Script &daemon = NewScript();
     Connect(0, &daemon);
     daemon.Fail(RPC_CANTRECV);
     EXPECT_EQ(RegPingDaemon(2), -1);
@@ -557,7 +552,7 @@ TEST_F(RegistryConnections, ping_and_version_notice_a_broken_connection_but_make
 }
 
 TEST_F(RegistryConnections, an_answer_that_makes_no_sense_keeps_the_connection) {
-    Script daemon;
+    Script &daemon = NewScript();
     Connect(0, &daemon);
     daemon.Answer("0000");
     EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
@@ -568,8 +563,8 @@ TEST_F(RegistryConnections, an_answer_that_makes_no_sense_keeps_the_connection) 
 // --- tear-down -----------------------------------------------------------------------------------------------------
 
 TEST_F(RegistryConnections, tear_down_says_farewell_closes_everything_and_blocks_reconnection) {
-    Script local;
-    Script machine;
+    Script &local = NewScript();
+    Script &machine = NewScript();
     PlayLocalDaemon(local);
     local.Answer(ok);
     (void)RegFlushKey(1);
@@ -604,7 +599,7 @@ TEST_F(RegistryConnections, tear_down_says_farewell_closes_everything_and_blocks
 }
 
 TEST_F(RegistryConnections, init_data_makes_connecting_possible_again) {
-    Script daemon;
+    Script &daemon = NewScript();
     tvRegistryCleanConnections(1);
     EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
     pingXtIntervalId = 5;
@@ -619,7 +614,7 @@ TEST_F(RegistryConnections, init_data_makes_connecting_possible_again) {
 }
 
 TEST_F(RegistryConnections, init_data_forgets_connections_without_closing_them_or_saying_farewell) {
-    Script daemon;
+    Script &daemon = NewScript();
     Connect(0, &daemon);
     CLIENT *client = clntArray[0]->client;
     tvRegistryInitData();
