@@ -15,3 +15,7 @@ if(TV_SANITIZE)
   add_compile_options(-fsanitize=${TV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${TV_SANITIZE})
 endif()
+
+if(TV_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,3 @@
+# SPDX-License-Identifier: MIT
+# One line a fuzz target, in alphabetical order.
+tv_fuzz_target(path_util tv_util)
