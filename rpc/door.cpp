@@ -11,20 +11,24 @@
 // hand belong to `present`.
 //
 //   bytes arrive     read at most once a turn; a request goes on only when whole (message.h)
+//   one request a turn: between any two, every connection that is ready is read from, written to and accepted, so that
+//                    a connection with many requests waiting does not keep the others waiting
 //   a reply          is sent at once as far as the peer takes it; the rest waits in the connection and goes out as the
 //                    peer reads; a peer with much unread gets no further request read
 //   peer closes      its requests are answered first, then its connection is closed
 //
 // Bounds: maxRequestBytes for one request, maxHeldBytes for all unfinished requests and unread replies together, and
 // the descriptor limit less a reserve for the number of connections. Past a bound the connection that has been silent
-// longest makes room, and of those that never sent a byte the oldest goes first. Credentials: AUTH_NONE and AUTH_SYS
-// are let through; anything else is refused here, before the library looks at it. Thread: the thread of svc_run only.
+// longest makes room; those that never sent a byte go first, but for an eighth of the places, in which newcomers have
+// the time to speak. Credentials: AUTH_NONE and AUTH_SYS are let through; anything else is refused here, before the
+// library looks at it. Thread: the thread of svc_run only.
 #include "rpc/door.h"
 
 #include "rpc/codec.h"
 #include "rpc/message.h"
 
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -44,6 +48,8 @@ constexpr std::size_t maxHeldBytes = std::size_t{256} << 20;
 constexpr std::size_t maxUnreadReplyBytes = std::size_t{1} << 20; // beyond it a connection's requests wait
 constexpr std::size_t keptReplyBytes = std::size_t{1} << 20;      // of the shared reply buffer between replies
 constexpr rlim_t reservedDescriptors = 48; // for the listener, service processes, the registry, pipes, the C library
+constexpr std::size_t readBytes = std::size_t{64} << 10; // at most, a turn
+constexpr std::size_t newcomersShare = 8; // one in so many places is for connections that have not spoken yet
 constexpr int eventsPerTurn = 64;
 constexpr int acceptsPerTurn = 64;
 
@@ -78,9 +84,10 @@ struct Door {
     int spare; // given up to accept, and refuse, a connection when no descriptor is left
     std::size_t connections;
     std::size_t maxConnections;
+    std::size_t muteConnections; // never sent a byte
     std::size_t heldBytes;
-    SilenceList mute;   // never sent a byte
-    SilenceList spoken; // the others
+    SilenceList mute;
+    SilenceList spoken;
     Connection *firstReady;
     Connection *lastReady;
     epoll_event events[eventsPerTurn];
@@ -100,12 +107,14 @@ SilenceList *ListOf(const Connection *connection) { return connection->hasSpoken
 
 void Unlink(Connection *connection) {
     SilenceList *list = ListOf(connection);
+    if (!connection->hasSpoken) --door.muteConnections;
     (connection->older != nullptr ? connection->older->newer : list->oldest) = connection->newer;
     (connection->newer != nullptr ? connection->newer->older : list->newest) = connection->older;
 }
 
 void LinkAsNewest(Connection *connection) {
     SilenceList *list = ListOf(connection);
+    if (!connection->hasSpoken) ++door.muteConnections;
     connection->older = list->newest;
     connection->newer = nullptr;
     (list->newest != nullptr ? list->newest->newer : list->oldest) = connection;
@@ -165,23 +174,30 @@ void CloseConnection(Connection *connection) {
     ForgetEvents(connection);
     door.heldBytes -= HeldBytes(connection);
     --door.connections;
+    // A child that has not come to its exec yet may hold the descriptor too: closing it would leave it in the set.
+    (void)epoll_ctl(door.epoll, EPOLL_CTL_DEL, connection->descriptor, nullptr);
     (void)close(connection->descriptor);
     ReleaseInput(&connection->input);
     std::free(connection->unread);
     std::free(connection);
 }
 
-// Closes the longest-silent connection that holds at least so many bytes, but never `spared` or the one in hand.
-// False when there is none.
-bool CloseSilentConnection(const Connection *spared, std::size_t holding) {
-    for (const SilenceList *list : {&door.mute, &door.spoken}) {
-        for (Connection *connection = list->oldest; connection != nullptr; connection = connection->newer) {
-            if (connection == spared || connection == door.present || HeldBytes(connection) < holding) continue;
-            CloseConnection(connection);
-            return true;
-        }
+// The longest-silent connection of a list that holds at least so many bytes, but never `spared` or the one in hand.
+Connection *FindSilent(const SilenceList &list, const Connection *spared, std::size_t holding) {
+    for (Connection *connection = list.oldest; connection != nullptr; connection = connection->newer) {
+        if (connection != spared && connection != door.present && HeldBytes(connection) >= holding) return connection;
     }
-    return false;
+    return nullptr;
+}
+
+// Makes room at the expense of the longest-silent connection, as FindSilent has it. False when there is none.
+bool CloseSilentConnection(const Connection *spared, std::size_t holding) {
+    const bool muteFirst = door.muteConnections > door.maxConnections / newcomersShare;
+    Connection *mute = FindSilent(door.mute, spared, holding);
+    Connection *spoken = FindSilent(door.spoken, spared, holding);
+    Connection *found = mute != nullptr && (muteFirst || spoken == nullptr) ? mute : spoken;
+    if (found != nullptr) CloseConnection(found);
+    return found != nullptr;
 }
 
 // Accounts for a change of what the connection holds. False when the connection itself has to go, since it alone holds
@@ -241,14 +257,20 @@ bool IsAdmitted(int descriptor, const sockaddr_in &peer) {
     return getsockname(descriptor, reinterpret_cast<sockaddr *>(&local), &length) == 0 && door.admits(peer, local);
 }
 
-// No descriptor is left: a silent connection makes room; without any, the waiting peer is refused with the spare
-// descriptor, so that it does not wait for ever while the loop turns idly.
+// No descriptor, or no memory for one, is left: a silent connection makes room; without any, the waiting peer is
+// refused with the spare descriptor, so that it does not wait for ever while the loop turns idly.
 void MakeRoomToAccept() {
     if (CloseSilentConnection(nullptr, 0)) return;
     (void)close(door.spare);
     const int refused = accept4(door.listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (refused >= 0) (void)close(refused);
     door.spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+// A full descriptor table fails accept even when nobody waits.
+bool IsPeerWaiting() {
+    pollfd waiting = {door.listener, POLLIN, 0};
+    return poll(&waiting, 1, 0) > 0;
 }
 
 void AcceptConnections() {
@@ -258,7 +280,8 @@ void AcceptConnections() {
         const int descriptor =
             accept4(door.listener, reinterpret_cast<sockaddr *>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (descriptor < 0) {
-            if (errno == EMFILE || errno == ENFILE) MakeRoomToAccept();
+            const bool passes = errno == EAGAIN || errno == ECONNABORTED || errno == EINTR;
+            if (!passes && IsPeerWaiting()) MakeRoomToAccept();
             return;
         }
         if (!IsAdmitted(descriptor, peer) || !Register(descriptor, peer)) {
@@ -289,8 +312,17 @@ void SendUnread(Connection *connection) {
     if (connection->input.bytes != nullptr) QueueReady(connection); // requests may have waited for this
 }
 
+// Forgets what the peer has taken: a peer that reads all the time, but never all there is, would let it pile up.
+void DropTaken(Connection *connection) {
+    door.heldBytes -= connection->unreadSent;
+    connection->unreadBytes -= connection->unreadSent;
+    std::memmove(connection->unread, connection->unread + connection->unreadSent, connection->unreadBytes);
+    connection->unreadSent = 0;
+}
+
 // Keeps what the peer did not take.
 bool KeepUnread(Connection *connection, const char *bytes, std::size_t count) {
+    if (connection->unreadSent != 0) DropTaken(connection);
     const std::size_t held = HeldBytes(connection);
     char *unread = static_cast<char *>(std::realloc(connection->unread, connection->unreadBytes + count));
     if (unread == nullptr) return false;
@@ -315,24 +347,26 @@ void SendReply(Connection *connection, const char *bytes, std::size_t count) {
     if (sent < count && !KeepUnread(connection, bytes + sent, count - sent)) connection->broken = true;
 }
 
+// Takes bytes. Returns their number, 0 at the end of the input, -1 when there are none now or the connection is broken.
+ssize_t Receive(Connection *connection) {
+    const std::size_t held = HeldBytes(connection);
+    MessageInput *input = &connection->input;
+    const std::size_t room = std::min(MakeRoom(input), readBytes);
+    ssize_t got = -1;
+    if (room != 0) got = recv(connection->descriptor, input->bytes + input->received, room, 0);
+    if (got < 0 && (room == 0 || (errno != EAGAIN && errno != EINTR))) connection->broken = true;
+    if (got > 0) input->received += static_cast<std::size_t>(got);
+    if (!AccountFor(connection, held)) connection->broken = true;
+    return got;
+}
+
 // Reads once: a connection that sends much has its turn again after the others.
 void ReadBytes(Connection *connection) {
-    const std::size_t held = HeldBytes(connection);
-    const std::size_t room = MakeRoom(&connection->input);
-    ssize_t got = -1;
-    if (room != 0) {
-        got = recv(connection->descriptor, connection->input.bytes + connection->input.received, room, 0);
-        if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    }
-    if (got > 0) {
-        connection->input.received += static_cast<std::size_t>(got);
-        NoteHeard(connection);
-        QueueReady(connection);
-    } else {
-        connection->inputEnded = true;
-        connection->broken = got < 0;
-    }
-    if (!AccountFor(connection, held)) connection->broken = true;
+    const ssize_t got = Receive(connection);
+    if (got == 0) connection->inputEnded = true;
+    if (got <= 0) return;
+    NoteHeard(connection);
+    QueueReady(connection);
 }
 
 // Closes the connection when it is of no further use, else has epoll watch what it waits for now.
@@ -346,10 +380,24 @@ void HandleEvent(const epoll_event &event) {
     Connection *connection = static_cast<Connection *>(event.data.ptr);
     if (connection == nullptr) return;
     if ((event.events & EPOLLOUT) != 0) SendUnread(connection);
+    if (connection->isReady) return; // no more is read, and no end seen, before what has come is answered
     const bool reads = (connection->watched & EPOLLIN) != 0;
     if (reads && (event.events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) ReadBytes(connection);
     if (!reads && (event.events & (EPOLLERR | EPOLLHUP)) != 0) connection->broken = true;
     Settle(connection);
+}
+
+// Everything that is ready, once.
+void HandleEvents() {
+    door.eventCount = std::max(epoll_wait(door.epoll, door.events, eventsPerTurn, 0), 0);
+    for (door.nextEvent = 0; door.nextEvent < door.eventCount;) {
+        const epoll_event event = door.events[door.nextEvent++];
+        if (event.data.ptr == &door) {
+            AcceptConnections();
+        } else {
+            HandleEvent(event);
+        }
+    }
 }
 
 // --- requests ---
@@ -399,22 +447,11 @@ bool TakeNextRequest(rpc_msg *message) {
 
 // --- the operations of the transport, as the library calls them ---
 
-// Gives the next whole request of any connection. One look at the epoll set for each time that svc_run finds it ready.
+// Gives the next whole request of any connection, each in its turn.
 bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
     EndRequest();
-    while (!TakeNextRequest(message)) {
-        if (door.nextEvent == door.eventCount) {
-            door.nextEvent = 0;
-            door.eventCount = std::max(epoll_wait(door.epoll, door.events, eventsPerTurn, 0), 0);
-            if (door.eventCount == 0) return FALSE;
-        }
-        const epoll_event event = door.events[door.nextEvent++];
-        if (event.data.ptr == &door) {
-            AcceptConnections();
-        } else {
-            HandleEvent(event);
-        }
-    }
+    HandleEvents();
+    if (!TakeNextRequest(message)) return FALSE;
     transport->xp_rtaddr.buf = &door.present->peer;
     transport->xp_rtaddr.len = transport->xp_rtaddr.maxlen = sizeof door.present->peer;
     if (IsCredentialKnown(*message)) return TRUE;
@@ -422,10 +459,8 @@ bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
     return FALSE;
 }
 
-xprt_stat DoorState(SVCXPRT * /*transport*/) {
-    const bool more = door.present != nullptr || door.firstReady != nullptr || door.nextEvent < door.eventCount;
-    return more ? XPRT_MOREREQS : XPRT_IDLE;
-}
+// After a request the library asks again at once, which ends the request and gives the next.
+xprt_stat DoorState(SVCXPRT * /*transport*/) { return door.present != nullptr ? XPRT_MOREREQS : XPRT_IDLE; }
 
 bool_t DoorGetArguments(SVCXPRT * /*transport*/, xdrproc_t codeArguments, void *arguments) {
     return codeArguments(&door.arguments, arguments);

@@ -43,3 +43,7 @@ add_library(tv_oracle STATIC ${oracleSources})
 target_include_directories(tv_oracle SYSTEM PUBLIC ${oracleFolder})
 target_compile_options(tv_oracle PRIVATE -w)
 target_link_libraries(tv_oracle PUBLIC PkgConfig::TIRPC)
+
+# Messages by hand, on plain sockets.
+add_library(tv_raw_rpc STATIC support/raw_rpc.cpp)
+target_link_libraries(tv_raw_rpc PRIVATE tv_options PUBLIC tv_rpc tv_util)

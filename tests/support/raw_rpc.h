@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// raw_rpc: RPC messages made and read by hand, on plain sockets, for tests that misbehave.
+//
+// Words are 32-bit and travel in network order. A text of type std::string holds bytes.
+#pragma once
+
+#include "util/guard.h"
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+
+namespace raw {
+
+// A descriptor that is closed with its owner; -1: none.
+struct Socket {
+    int descriptor = -1;
+
+    Socket() = default;
+    explicit Socket(int number) : descriptor(number) {}
+    Socket(Socket &&other) noexcept : descriptor(other.descriptor) { other.descriptor = -1; }
+    Socket &operator=(Socket &&other) noexcept;
+    ~Socket();
+};
+
+// --- messages ---
+
+std::string Words(std::initializer_list<std::uint32_t> words);
+std::uint32_t WordOf(const std::string &bytes, std::size_t index); // 0 beyond the end
+std::string XdrString(const std::string &text);                    // length, bytes, padding
+
+std::string Fragment(const std::string &payload, bool last);
+std::string AsMessage(const std::string &payload);                              // one fragment
+std::string InFragments(const std::string &payload, std::size_t fragmentBytes); // of so many bytes each
+
+// A call with null credentials, without its fragment header.
+std::string Call(std::uint32_t xid, std::uint32_t program, std::uint32_t version, std::uint32_t procedure,
+                 const std::string &argument = {});
+
+// --- sockets ---
+
+// Connects to a port of the loopback interface; reads and writes time out after 30 seconds. receiveBytes: size of the
+// receive buffer, 0 the system's own.
+Socket ConnectTo(std::uint16_t port, int receiveBytes = 0);
+bool Send(const Socket &socket, const std::string &bytes);      // all of them; raises no signal
+std::string ReadBytes(const Socket &socket, std::size_t bytes); // fewer at the end of the stream or after a time-out
+std::string ReadMessage(const Socket &socket);                  // whole, without its fragment headers; empty at the end
+bool IsAtEnd(const Socket &socket, int timeoutMs);              // whether the peer has closed, within the time
+void Reset(Socket socket);                                      // closes with a reset
+
+// The port of a program over TCP as the port mapper of this host tells it, 0 for none.
+std::uint16_t PortOf(std::uint32_t program, std::uint32_t version);
+
+// --- what a process uses ---
+
+std::size_t DescriptorsOf(pid_t process);
+std::size_t ResidentBytesOf(pid_t process);
+std::size_t VirtualBytesOf(pid_t process);
+std::size_t MappingsOf(pid_t process);
+double CpuSecondsOf(pid_t process);
+
+// --- time ---
+
+using Clock = std::chrono::steady_clock;
+double MsSince(Clock::time_point start);
+void PauseMs(int milliseconds);
+
+} // namespace raw
