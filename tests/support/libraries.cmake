@@ -9,16 +9,20 @@ target_link_libraries(tv_test_host PRIVATE tv_options PUBLIC servd_wire tv_regis
 add_library(tv_test_registry STATIC support/memory_registry.cpp)
 target_link_libraries(tv_test_registry PRIVATE tv_options PUBLIC servd_core GTest::gtest)
 
-# The cases of the handlers, for each test program that brings a way to the daemon.
-add_library(tv_handler_cases OBJECT support/procedures.cpp support/service_registry.cpp handlers/handles_cases.cpp
-  handlers/control_cases.cpp handlers/config_cases.cpp handlers/enumerate_cases.cpp)
-target_link_libraries(tv_handler_cases PRIVATE tv_options PUBLIC servd_wire tv_registry GTest::gmock)
+# Calls of the daemon's procedures; a program that uses them brings one of the ways below.
+add_library(tv_procedures STATIC support/procedures.cpp support/service_registry.cpp)
+target_link_libraries(tv_procedures PRIVATE tv_options PUBLIC servd_wire tv_registry)
+
+# The cases of the handlers, which run whichever way.
+add_library(tv_handler_cases OBJECT handlers/handles_cases.cpp handlers/control_cases.cpp handlers/config_cases.cpp
+  handlers/enumerate_cases.cpp)
+target_link_libraries(tv_handler_cases PRIVATE tv_options PUBLIC tv_procedures GTest::gmock)
 
 # The two ways: the handlers themselves over a registry in memory, and the real programs on a private host.
 add_library(tv_direct_daemon STATIC support/direct_daemon.cpp)
-target_link_libraries(tv_direct_daemon PRIVATE tv_options PUBLIC tv_test_registry)
+target_link_libraries(tv_direct_daemon PRIVATE tv_options PUBLIC tv_procedures tv_test_registry)
 add_library(tv_real_daemon STATIC support/real_daemon.cpp)
-target_link_libraries(tv_real_daemon PRIVATE tv_options PUBLIC tv_test_host)
+target_link_libraries(tv_real_daemon PRIVATE tv_options PUBLIC tv_procedures tv_test_host)
 
 # Counts what the linked program and its static libraries take from malloc: support/allocations.h
 add_library(tv_test_allocations STATIC support/allocations.cpp)

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
 tv_case_test(wire codecs tv_oracle servd_wire tv_registry)
+tv_host_test(wire control tv_direct_daemon tv_test_host)
 tv_host_test(wire handlers tv_handler_cases tv_real_daemon)
 add_library(tv_scripted_regd STATIC support/scripted_regd.cpp support/scripted_client.cpp)
 target_link_libraries(tv_scripted_regd PRIVATE tv_options PUBLIC tv_test_host)
