@@ -3,4 +3,8 @@
 tv_host_test(system host tv_test_host)
 tv_bats_test(private_host)
 tv_host_test(system registry tv_test_host)
+tv_bats_test(registry_library)
+if(TV_SANITIZE)
+  set_property(TEST system.registry_library APPEND PROPERTY ENVIRONMENT "TV_SANITIZE_FLAGS=-fsanitize=${TV_SANITIZE}")
+endif()
 tv_host_test(system tvreg tv_test_host)
