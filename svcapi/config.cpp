@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // config: reading and changing a service's configuration.
+#include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
 #include "svcapi/listing.h"
@@ -52,15 +53,19 @@ DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, 
     return ERROR_SUCCESS;
 }
 
+DWORD QueryConfig(SC_HANDLE service, ServiceConfig *config) {
+    HandleCall call;
+    const DWORD rc = BeginServiceCall(service, &call);
+    return rc != ERROR_SUCCESS ? rc : ReadConfig(*call.handle->link, call.handle->index, call.handle->name, config);
+}
+
 BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceConfig, DWORD cbBufSize,
                          LPDWORD pcbBytesNeeded) {
     if (pcbBytesNeeded == nullptr || (lpServiceConfig == nullptr && cbBufSize != 0)) {
         return Succeeded(ERROR_INVALID_PARAMETER);
     }
-    HandleCall call;
     ServiceConfig config;
-    DWORD rc = BeginServiceCall(hService, &call);
-    if (rc == ERROR_SUCCESS) rc = ReadConfig(*call.handle->link, call.handle->index, call.handle->name, &config);
+    const DWORD rc = QueryConfig(hService, &config);
     return Succeeded(rc != ERROR_SUCCESS ? rc : PackConfig(config, lpServiceConfig, cbBufSize, pcbBytesNeeded));
 }
 

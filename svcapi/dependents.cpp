@@ -2,6 +2,7 @@
 // dependents: the Win32 direction of the dependency question, which the daemon does not answer.
 #include "svcapi/dependents.h"
 
+#include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
 #include "svcapi/listing.h"
@@ -40,12 +41,8 @@ DWORD ReadNode(DaemonLink &link, const ListedService &service, ServiceNode *node
 
 DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std::vector<ListedService> *dependents) {
     std::vector<ListedService> services;
-    std::optional<ListedService> recordZero;
-    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, &services);
-    if (rc == ERROR_SUCCESS) rc = ListRecordZero(link, &recordZero);
+    DWORD rc = ListAllServices(link, &services);
     if (rc != ERROR_SUCCESS) return rc;
-    if (recordZero) services.push_back(*recordZero);
-
     std::vector<ServiceNode> nodes(services.size());
     for (std::size_t i = 0; i < services.size(); ++i) {
         nodes[i].name = services[i].name;
@@ -74,17 +71,20 @@ std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &n
     return order;
 }
 
+DWORD EnumerateDependents(SC_HANDLE service, DWORD state, std::vector<ListedService> *services) {
+    HandleCall call;
+    const DWORD rc = BeginServiceCall(service, &call);
+    return rc != ERROR_SUCCESS ? rc : ListDependents(*call.handle->link, call.handle->name, state, services);
+}
+
 BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
                             DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
     if (pcbBytesNeeded == nullptr || lpServicesReturned == nullptr || (lpServices == nullptr && cbBufSize != 0)) {
         return Succeeded(ERROR_INVALID_PARAMETER);
     }
-    HandleCall call;
-    std::vector<ListedService> dependents;
-    DWORD rc = BeginServiceCall(hService, &call);
-    if (rc == ERROR_SUCCESS) rc = ListDependents(*call.handle->link, call.handle->name, dwServiceState, &dependents);
-    if (rc == ERROR_SUCCESS) {
-        rc = PackServices(dependents, 0, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned);
-    }
-    return Succeeded(rc);
+    std::vector<ListedService> services;
+    const DWORD rc = EnumerateDependents(hService, dwServiceState, &services);
+    return Succeeded(rc != ERROR_SUCCESS
+                         ? rc
+                         : PackServices(services, 0, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned));
 }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // enumerate: listing services, in pieces small enough that a reply stays one fragment.
+#include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
 #include "svcapi/listing.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -12,7 +14,7 @@ constexpr std::int32_t pieceBytes = 32 * 1024; // as the daemon counts: two name
 
 void Append(const svd_enum_status_list_t *records, std::vector<ListedService> *services) {
     for (; records != nullptr; records = records->next) {
-        services->push_back({records->name, records->displayName, ToWin32(records->status)});
+        services->push_back({records->name, records->displayName, ToWin32(records->status), true});
     }
 }
 
@@ -68,22 +70,11 @@ DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state,
     }
 }
 
-} // namespace
-
-DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services) {
-    const auto stateFilter = static_cast<std::int32_t>(state);
-    // Two questions: a filter with bits of both classes means the first class only.
-    for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
-        if ((type & serviceClass) == 0) continue;
-        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, services);
-        if (rc != ERROR_SUCCESS) return rc;
-    }
-    return ERROR_SUCCESS;
-}
-
+// The service in record 0, which the enumeration leaves out; nothing when the record is free.
 DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
     service->reset();
     ListedService found;
+    found.complete = false;
     DWORD rc = PeekRecord(link, 0, &found.status);
     if (rc == ERROR_INVALID_HANDLE) return ERROR_SUCCESS;
     if (rc != ERROR_SUCCESS) return rc;
@@ -101,6 +92,47 @@ DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
     return rc == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SUCCESS : rc;
 }
 
+} // namespace
+
+DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services) {
+    const auto stateFilter = static_cast<std::int32_t>(state);
+    // Two questions: a filter with bits of both classes means the first class only.
+    for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
+        if ((type & serviceClass) == 0) continue;
+        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, services);
+        if (rc != ERROR_SUCCESS) return rc;
+    }
+    return ERROR_SUCCESS;
+}
+
+DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services) {
+    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, services);
+    if (rc != ERROR_SUCCESS) return rc;
+    std::optional<ListedService> recordZero;
+    rc = ListRecordZero(link, &recordZero);
+    if (recordZero) services->push_back(*std::move(recordZero));
+    return rc;
+}
+
+DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services) {
+    HandleCall call;
+    const DWORD rc = BeginManagerCall(manager, &call);
+    return rc != ERROR_SUCCESS ? rc : ListServices(*call.handle->link, type, state, services);
+}
+
+DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *services) {
+    HandleCall call;
+    const DWORD rc = BeginManagerCall(manager, &call);
+    return rc != ERROR_SUCCESS ? rc : ListAllServices(*call.handle->link, services);
+}
+
+DWORD EnumerateDependencies(SC_HANDLE service, DWORD state, std::vector<ListedService> *services) {
+    HandleCall call;
+    const DWORD rc = BeginServiceCall(service, &call);
+    if (rc != ERROR_SUCCESS) return rc;
+    return ListDependencies(*call.handle->link, call.handle->index, static_cast<std::int32_t>(state), services);
+}
+
 BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
                          LPENUM_SERVICE_STATUSA lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
                          LPDWORD lpServicesReturned, LPDWORD lpResumeHandle) {
@@ -108,10 +140,8 @@ BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServ
         (dwServiceType & (SERVICE_WIN32 | SERVICE_DRIVER)) == 0 || (dwServiceState & SERVICE_STATE_ALL) == 0) {
         return Succeeded(ERROR_INVALID_PARAMETER);
     }
-    HandleCall call;
     std::vector<ListedService> services;
-    DWORD rc = BeginManagerCall(hSCManager, &call);
-    if (rc == ERROR_SUCCESS) rc = ListServices(*call.handle->link, dwServiceType, dwServiceState, &services);
+    DWORD rc = EnumerateServices(hSCManager, dwServiceType, dwServiceState, &services);
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
     const std::size_t first = std::min<std::size_t>(lpResumeHandle != nullptr ? *lpResumeHandle : 0, services.size());
     rc = PackServices(services, first, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned);
@@ -126,15 +156,9 @@ BOOL tvEnumServiceDependencies(SC_HANDLE hService, DWORD dwServiceState, LPENUM_
     if (pcbBytesNeeded == nullptr || lpServicesReturned == nullptr || (lpServices == nullptr && cbBufSize != 0)) {
         return Succeeded(ERROR_INVALID_PARAMETER);
     }
-    HandleCall call;
     std::vector<ListedService> services;
-    DWORD rc = BeginServiceCall(hService, &call);
-    if (rc == ERROR_SUCCESS) {
-        rc = ListDependencies(*call.handle->link, call.handle->index, static_cast<std::int32_t>(dwServiceState),
-                              &services);
-    }
-    if (rc == ERROR_SUCCESS) {
-        rc = PackServices(services, 0, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned);
-    }
-    return Succeeded(rc);
+    const DWORD rc = EnumerateDependencies(hService, dwServiceState, &services);
+    return Succeeded(rc != ERROR_SUCCESS
+                         ? rc
+                         : PackServices(services, 0, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned));
 }

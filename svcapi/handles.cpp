@@ -26,8 +26,8 @@ HandleTable &Table() {
 
 void GiveBack(OpenHandle &handle) {
     DaemonLink &link = *handle.link;
-    // A thread that is inside a call keeps its link: nothing can be given back over it.
-    const std::unique_lock<std::mutex> busy(link.busy, std::try_to_lock);
+    // Another thread may be inside a call; most end soon.
+    const std::unique_lock<std::timed_mutex> busy(link.busy, closingTimeout);
     if (!busy.owns_lock() || link.client == nullptr || handle.restarts != link.restarts) return;
     link.timeout = std::min<std::chrono::milliseconds>(link.timeout, closingTimeout);
     if (handle.kind == HandleKind::service) (void)CloseRecord(link, handle.index);
@@ -49,7 +49,7 @@ std::uintptr_t AsNumber(const void *value) { return reinterpret_cast<std::uintpt
 DWORD BeginCall(const void *value, HandleKind kind, HandleCall *call) {
     call->handle = FindHandle(value, kind);
     if (call->handle == nullptr) return ERROR_INVALID_HANDLE;
-    call->busy = std::unique_lock<std::mutex>(call->handle->link->busy);
+    call->busy = std::unique_lock<std::timed_mutex>(call->handle->link->busy);
     return Connect(*call->handle->link);
 }
 
@@ -119,5 +119,13 @@ DWORD UnlockDatabase(DaemonLink &link, std::int32_t lockId) {
     servd_SERV_UNLOCK_SERVICE_RETURN answer = {};
     const DWORD rc = CallDaemon(link, UNLOCK_SERVICE, xdr_servd_SERV_UNLOCK_SERVICE, &argument,
                                 xdr_servd_SERV_UNLOCK_SERVICE_RETURN, &answer);
+    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
+}
+
+DWORD SetRecordStatus(DaemonLink &link, std::int32_t index, const SERVICE_STATUS &status) {
+    servd_SERV_SET_STATUS_SERVICE argument = {index, ToWire(status)};
+    servd_SERV_SET_STATUS_SERVICE_RETURN answer = {};
+    const DWORD rc = CallDaemon(link, SET_STATUS_SERVICE, xdr_servd_SERV_SET_STATUS_SERVICE, &argument,
+                                xdr_servd_SERV_SET_STATUS_SERVICE_RETURN, &answer);
     return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
 }

@@ -24,7 +24,7 @@ struct OpenHandle {
 // A call under way: the handle, its link locked and connected.
 struct HandleCall {
     std::shared_ptr<OpenHandle> handle;
-    std::unique_lock<std::mutex> busy;
+    std::unique_lock<std::timed_mutex> busy;
 };
 
 // Returns the new handle's value.
@@ -42,4 +42,5 @@ struct HandleCall {
 // Plain calls on a connected link.
 [[nodiscard]] DWORD OpenRecord(DaemonLink &link, const char *name, std::int32_t *index);
 DWORD CloseRecord(DaemonLink &link, std::int32_t index);
+[[nodiscard]] DWORD SetRecordStatus(DaemonLink &link, std::int32_t index, const SERVICE_STATUS &status);
 [[nodiscard]] DWORD UnlockDatabase(DaemonLink &link, std::int32_t lockId);

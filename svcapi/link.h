@@ -15,7 +15,7 @@
 #include <string>
 
 struct DaemonLink {
-    std::mutex busy; // held for the length of one public call; guards all other members
+    std::timed_mutex busy; // held for the length of one public call; guards all other members
     std::string host;
     RpcClient client;                                             // null while not connected
     std::uint16_t port = 0;                                       // where the daemon was reached last, 0 before

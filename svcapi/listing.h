@@ -5,8 +5,6 @@
 #include "svcapi/link.h"
 #include "svcapi/packing.h"
 
-#include <optional>
-
 // Appends every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
 // state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database.
 [[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services);
@@ -22,6 +20,6 @@
 [[nodiscard]] DWORD DisplayNameOf(DaemonLink &link, const char *name, std::string *displayName);
 [[nodiscard]] DWORD KeyNameOf(DaemonLink &link, const char *displayName, std::string *name);
 
-// The service in record 0, which the enumeration leaves out; nothing when the record is free. Only state and accepted
-// controls of its status are known.
-[[nodiscard]] DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service);
+// Everything that can be listed: both classes in every state, then the service in record 0, which the enumeration
+// leaves out and of which only state and accepted controls are known.
+[[nodiscard]] DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services);

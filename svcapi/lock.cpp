@@ -3,9 +3,9 @@
 //
 // The daemon never tells a lock's identifier, so it is written into the owner's name: whoever finds a lock left behind
 // can free it with tvUnlockServiceDatabaseById.
+#include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
-#include "svcapi/packing.h"
 
 #include <pwd.h>
 #include <unistd.h>
@@ -42,7 +42,7 @@ DWORD TakeLock(DaemonLink &link, std::int32_t lockId) {
     return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
 }
 
-DWORD QueryLock(DaemonLink &link, QUERY_SERVICE_LOCK_STATUSA *status, DWORD bytes, DWORD *bytesNeeded) {
+DWORD ReadLock(DaemonLink &link, LockStatus *status) {
     servd_SERV_QUERY_LOCK_SERVICE argument = {};
     servd_SERV_QUERY_LOCK_SERVICE_RETURN answer = {};
     const AnswerGuard<servd_SERV_QUERY_LOCK_SERVICE_RETURN, xdr_servd_SERV_QUERY_LOCK_SERVICE_RETURN> release(&answer);
@@ -52,9 +52,8 @@ DWORD QueryLock(DaemonLink &link, QUERY_SERVICE_LOCK_STATUSA *status, DWORD byte
     if (answer.status != ERROR_SUCCESS) return AsCode(answer.status);
     // Owner and seconds of a free database are left over from the lock before.
     const bool locked = answer.isLocked != 0;
-    const LockStatus found = {locked, locked ? answer.owner : "",
-                              locked ? static_cast<DWORD>(answer.lockDurationSec) : 0};
-    return PackLockStatus(found, status, bytes, bytesNeeded);
+    *status = {locked, locked ? answer.owner : "", locked ? static_cast<DWORD>(answer.lockDurationSec) : 0};
+    return ERROR_SUCCESS;
 }
 
 } // namespace
@@ -74,7 +73,7 @@ SC_LOCK LockServiceDatabase(SC_HANDLE hSCManager) {
 BOOL UnlockServiceDatabase(SC_LOCK ScLock) {
     const std::shared_ptr<OpenHandle> lock = TakeHandle(ScLock, HandleKind::lock);
     if (lock == nullptr) return Succeeded(ERROR_INVALID_SERVICE_LOCK);
-    const std::lock_guard<std::mutex> busy(lock->link->busy);
+    const std::lock_guard<std::timed_mutex> busy(lock->link->busy);
     const DWORD rc = Connect(*lock->link);
     return Succeeded(rc != ERROR_SUCCESS ? rc : UnlockDatabase(*lock->link, lock->lockId));
 }
@@ -87,12 +86,18 @@ BOOL tvUnlockServiceDatabaseById(SC_HANDLE hSCManager, DWORD id) {
     return Succeeded(rc != ERROR_SUCCESS ? rc : UnlockDatabase(*call.handle->link, static_cast<std::int32_t>(id)));
 }
 
+DWORD QueryLock(SC_HANDLE manager, LockStatus *status) {
+    HandleCall call;
+    const DWORD rc = BeginManagerCall(manager, &call);
+    return rc != ERROR_SUCCESS ? rc : ReadLock(*call.handle->link, status);
+}
+
 BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA lpLockStatus, DWORD cbBufSize,
                              LPDWORD pcbBytesNeeded) {
     if (pcbBytesNeeded == nullptr || (lpLockStatus == nullptr && cbBufSize != 0)) {
         return Succeeded(ERROR_INVALID_PARAMETER);
     }
-    HandleCall call;
-    const DWORD rc = BeginManagerCall(hSCManager, &call);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : QueryLock(*call.handle->link, lpLockStatus, cbBufSize, pcbBytesNeeded));
+    LockStatus status;
+    const DWORD rc = QueryLock(hSCManager, &status);
+    return Succeeded(rc != ERROR_SUCCESS ? rc : PackLockStatus(status, lpLockStatus, cbBufSize, pcbBytesNeeded));
 }

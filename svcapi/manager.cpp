@@ -19,7 +19,7 @@ DWORD AskInitCode(DaemonLink &link, DWORD *initCode) {
 DWORD OpenDaemon(LPCSTR host, std::shared_ptr<DaemonLink> *link, DWORD *initCode) {
     *link = std::make_shared<DaemonLink>();
     (*link)->host = host != nullptr && *host != '\0' ? host : "localhost";
-    const std::lock_guard<std::mutex> busy((*link)->busy);
+    const std::lock_guard<std::timed_mutex> busy((*link)->busy);
     const DWORD rc = Connect(**link);
     return rc != ERROR_SUCCESS ? rc : AskInitCode(**link, initCode);
 }
@@ -31,7 +31,7 @@ SC_HANDLE AddManager(std::shared_ptr<DaemonLink> link) {
 }
 
 DWORD CloseService(OpenHandle &service) {
-    const std::lock_guard<std::mutex> busy(service.link->busy);
+    const std::lock_guard<std::timed_mutex> busy(service.link->busy);
     const DWORD rc = Connect(*service.link);
     if (rc != ERROR_SUCCESS) return rc;
     // A daemon that was restarted knows nothing of the handle.
@@ -69,7 +69,7 @@ BOOL tvSetCallTimeout(SC_HANDLE hSCObject, DWORD milliseconds) {
     std::shared_ptr<OpenHandle> handle = FindHandle(hSCObject, HandleKind::manager);
     if (handle == nullptr) handle = FindHandle(hSCObject, HandleKind::service);
     if (handle == nullptr) return Succeeded(ERROR_INVALID_HANDLE);
-    const std::lock_guard<std::mutex> busy(handle->link->busy);
+    const std::lock_guard<std::timed_mutex> busy(handle->link->busy);
     handle->link->timeout = std::chrono::milliseconds(milliseconds);
     return TRUE;
 }

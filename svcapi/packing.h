@@ -14,6 +14,7 @@ struct ListedService {
     std::string name;
     std::string displayName;
     SERVICE_STATUS status = {};
+    bool complete = true; // false: only state and accepted controls are known, the other words are 0
 };
 
 struct ServiceConfig {

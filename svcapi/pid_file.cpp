@@ -44,13 +44,18 @@ bool WriteText(const std::string &path, const std::string &text) {
     return write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-pid_t ReadPid(const std::string &path) {
+PidHint ReadHint(const std::string &path) {
     int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return 0;
+    if (file < 0) return {};
     const DescriptorGuard closed(&file);
     char text[textBytes] = {};
-    if (read(file, text, sizeof text - 1) <= 0) return 0;
-    return static_cast<pid_t>(std::strtol(text, nullptr, 10));
+    struct stat found = {};
+    if (fstat(file, &found) != 0 || read(file, text, sizeof text - 1) <= 0) return {};
+    PidHint hint;
+    hint.pid = static_cast<pid_t>(std::strtol(text, nullptr, 10));
+    hint.alive = hint.pid > 0 && (kill(hint.pid, 0) == 0 || errno == EPERM);
+    hint.writtenAt = found.st_mtime;
+    return hint;
 }
 
 } // namespace
@@ -64,11 +69,18 @@ std::string WritePidFile(const std::string &serviceName) {
     return "";
 }
 
-pid_t ReadPidFile(const std::string &serviceName) {
-    if (!IsFileName(serviceName)) return 0;
+PidHint ReadPidHint(const std::string &serviceName) {
+    PidHint hint;
+    if (!IsFileName(serviceName)) return hint;
     for (const std::string &base : BaseFolders()) {
-        const pid_t pid = ReadPid(PathUnder(base, serviceName));
-        if (pid > 0 && (kill(pid, 0) == 0 || errno == EPERM)) return pid;
+        const PidHint found = ReadHint(PathUnder(base, serviceName));
+        if (found.alive) return found;
+        if (found.pid > 0) hint = found;
     }
-    return 0;
+    return hint;
+}
+
+pid_t ReadPidFile(const std::string &serviceName) {
+    const PidHint hint = ReadPidHint(serviceName);
+    return hint.alive ? hint.pid : 0;
 }

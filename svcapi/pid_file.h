@@ -12,5 +12,14 @@
 // Writes the hint for this process. Returns the file's path; empty when it could not be written.
 [[nodiscard]] std::string WritePidFile(const std::string &serviceName);
 
+struct PidHint {
+    pid_t pid = 0; // 0 when there is no hint
+    bool alive = false;
+    time_t writtenAt = 0; // seconds since the epoch
+};
+
+// The hint of a service.
+[[nodiscard]] PidHint ReadPidHint(const std::string &serviceName);
+
 // The process id in the hint of a service, if that process lives; 0 otherwise.
 [[nodiscard]] pid_t ReadPidFile(const std::string &serviceName);

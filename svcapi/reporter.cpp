@@ -19,14 +19,6 @@ StartedService *FindUnreported(ServiceRuntime &runtime) {
     return found != runtime.services.end() ? &*found : nullptr;
 }
 
-DWORD SetRecordStatus(DaemonLink &link, std::int32_t index, const SERVICE_STATUS &status) {
-    servd_SERV_SET_STATUS_SERVICE argument = {index, ToWire(status)};
-    servd_SERV_SET_STATUS_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, SET_STATUS_SERVICE, xdr_servd_SERV_SET_STATUS_SERVICE, &argument,
-                                xdr_servd_SERV_SET_STATUS_SERVICE_RETURN, &answer);
-    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
-}
-
 DWORD LookUpIndex(DaemonLink &link, const std::string &name, std::int32_t *index) {
     const DWORD rc = OpenRecord(link, name.c_str(), index);
     if (rc == ERROR_SUCCESS) (void)CloseRecord(link, *index); // only the number was wanted
@@ -36,7 +28,7 @@ DWORD LookUpIndex(DaemonLink &link, const std::string &name, std::int32_t *index
 // Sends one report. *index and *restarts: the service's number and the daemon that gave it, renewed after a restart.
 DWORD Report(DaemonLink &link, const std::string &name, const SERVICE_STATUS &status, std::int32_t *index,
              std::uint32_t *restarts) {
-    const std::lock_guard<std::mutex> busy(link.busy);
+    const std::lock_guard<std::timed_mutex> busy(link.busy);
     DWORD rc = Connect(link);
     if (rc == ERROR_SUCCESS && link.restarts != *restarts) rc = LookUpIndex(link, name, index);
     if (rc != ERROR_SUCCESS) return rc;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // service: opening, creating, deleting, starting and controlling one service; its status and its names.
+#include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
 #include "svcapi/listing.h"
@@ -201,6 +202,16 @@ BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServ
     return Succeeded(AsCode(answer.status));
 }
 
+BOOL tvDeclareServiceDead(SC_HANDLE hService) {
+    HandleCall call;
+    const DWORD rc = BeginServiceCall(hService, &call);
+    if (rc != ERROR_SUCCESS) return Succeeded(rc);
+    SERVICE_STATUS dead = {};
+    dead.dwCurrentState = SERVICE_STOPPED;
+    dead.dwWin32ExitCode = ERROR_PROCESS_ABORTED;
+    return Succeeded(SetRecordStatus(*call.handle->link, call.handle->index, dead));
+}
+
 BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus) {
     if (lpServiceStatus == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
     HandleCall call;
@@ -218,20 +229,28 @@ BOOL tvQueryServiceStatusPassive(SC_HANDLE hService, LPSERVICE_STATUS lpServiceS
     return Succeeded(rc);
 }
 
+DWORD QueryDisplayName(SC_HANDLE manager, const char *name, std::string *displayName) {
+    HandleCall call;
+    const DWORD rc = BeginManagerCall(manager, &call);
+    return rc != ERROR_SUCCESS ? rc : DisplayNameOf(*call.handle->link, name, displayName);
+}
+
+DWORD QueryKeyName(SC_HANDLE manager, const char *displayName, std::string *name) {
+    HandleCall call;
+    const DWORD rc = BeginManagerCall(manager, &call);
+    return rc != ERROR_SUCCESS ? rc : KeyNameOf(*call.handle->link, displayName, name);
+}
+
 BOOL GetServiceDisplayNameA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPSTR lpDisplayName, LPDWORD lpcchBuffer) {
     if (lpServiceName == nullptr || lpcchBuffer == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
-    HandleCall call;
     std::string displayName;
-    DWORD rc = BeginManagerCall(hSCManager, &call);
-    if (rc == ERROR_SUCCESS) rc = DisplayNameOf(*call.handle->link, lpServiceName, &displayName);
+    const DWORD rc = QueryDisplayName(hSCManager, lpServiceName, &displayName);
     return Succeeded(rc != ERROR_SUCCESS ? rc : CopyName(displayName, lpDisplayName, lpcchBuffer));
 }
 
 BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServiceName, LPDWORD lpcchBuffer) {
     if (lpDisplayName == nullptr || lpcchBuffer == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
-    HandleCall call;
     std::string name;
-    DWORD rc = BeginManagerCall(hSCManager, &call);
-    if (rc == ERROR_SUCCESS) rc = KeyNameOf(*call.handle->link, lpDisplayName, &name);
+    const DWORD rc = QueryKeyName(hSCManager, lpDisplayName, &name);
     return Succeeded(rc != ERROR_SUCCESS ? rc : CopyName(name, lpServiceName, lpcchBuffer));
 }

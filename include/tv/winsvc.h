@@ -278,6 +278,10 @@ BOOL tvEnumServiceDependencies(SC_HANDLE hService, DWORD dwServiceState, LPENUM_
 /* Frees the database lock whoever holds it: id is the number in the owner's name. 1071 when another one is held. */
 BOOL tvUnlockServiceDatabaseById(SC_HANDLE hSCManager, DWORD id);
 
+/* Has the daemon forget a service that is not there any more: reports SERVICE_STOPPED with 1067 ERROR_PROCESS_ABORTED in
+ * its place. A process that it may still have is left alone. */
+BOOL tvDeclareServiceDead(SC_HANDLE hService);
+
 /* --- the side of a service program ---------------------------------------------------------------------------------- */
 
 typedef struct tvServiceStatusHandle *SERVICE_STATUS_HANDLE;

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+// client: the client side for C++, with strings and vectors where the Win32 functions fill buffers.
+//
+// Each answers a Win32 code: 0, 6 for a bad handle, those of winsvc.h that concern every call, or those named here.
+#pragma once
+
+#include "svcapi/packing.h"
+
+// SERVICE_WIN32, SERVICE_DRIVER or both; a state filter. What the daemon enumerates, classes in that order. 1065 while
+// the daemon has no database.
+[[nodiscard]] DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services);
+
+// Everything that can be seen without touching anything: all that is enumerated, then the service in record 0.
+[[nodiscard]] DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *services);
+
+// The services that this one depends on, nearest first; 1059 on a ring.
+[[nodiscard]] DWORD EnumerateDependencies(SC_HANDLE service, DWORD state, std::vector<ListedService> *services);
+
+// The services that depend on this one, in the order in which they have to be stopped.
+[[nodiscard]] DWORD EnumerateDependents(SC_HANDLE service, DWORD state, std::vector<ListedService> *services);
+
+[[nodiscard]] DWORD QueryConfig(SC_HANDLE service, ServiceConfig *config);
+[[nodiscard]] DWORD QueryLock(SC_HANDLE manager, LockStatus *status);
+[[nodiscard]] DWORD QueryDisplayName(SC_HANDLE manager, const char *name, std::string *displayName);
+[[nodiscard]] DWORD QueryKeyName(SC_HANDLE manager, const char *displayName, std::string *name);
