@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: MIT
+// main: a service that runs any Unix program.
+//
+// Which program is told by the "Parameters" subkey of the service (parameters.h). States:
+//   starting       START_PENDING   until the program was started; a program that cannot be is reported as STOPPED
+//   running        RUNNING         pause -> SIGSTOP to its group, PAUSED; continue -> SIGCONT, RUNNING
+//   stopping       STOP_PENDING    SIGTERM to its group; after the stop time-out SIGKILL
+//   ended          STOPPED         0, or 1066 with the program's own status, whoever ended it
+// SIGTERM or SIGINT to tvhost itself is a stop as well. User controls 129, 138 and 140 hand SIGHUP, SIGUSR1 and SIGUSR2
+// on (128 plus the signal's number).
+//
+// Threads: the one of the dispatcher's caller sleeps; ServiceMain's starts the program and waits for its end; controls
+// come on a third. What they share is below `guard`.
+#include "tv/winsvc.h"
+#include "tvhost/program.h"
+#include "util/guard.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr DWORD startWaitMs = 60'000; // reading the registry
+constexpr DWORD afterKillMs = 10'000; // a killed program may still hang in the kernel
+constexpr DWORD firstSignalControl = 128;
+
+SERVICE_STATUS_HANDLE statusHandle;
+int stopAsked = -1; // an eventfd, readable once the program has to end; also written by the signal handler
+std::mutex guard;   // what follows
+SERVICE_STATUS status;
+pid_t program; // 0 when there is none
+DWORD stopTimeoutMs = defaultStopTimeoutMs;
+
+// Reports a state; the guard is held.
+void Report(DWORD state, DWORD waitMs = 0, ExitCodes codes = {}) {
+    status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    status.dwCurrentState = state;
+    status.dwControlsAccepted =
+        state == SERVICE_RUNNING || state == SERVICE_PAUSED ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE : 0;
+    status.dwWin32ExitCode = codes.win32;
+    status.dwServiceSpecificExitCode = codes.specific;
+    status.dwWaitHint = waitMs;
+    (void)SetServiceStatus(statusHandle, &status); // nobody could be told
+}
+
+void ReportLocked(DWORD state, DWORD waitMs = 0, ExitCodes codes = {}) {
+    const std::lock_guard<std::mutex> locked(guard);
+    Report(state, waitMs, codes);
+}
+
+void AskToStop() { (void)eventfd_write(stopAsked, 1); } // fails only where it was asked 2^64 times
+
+void HandleControl(DWORD control) {
+    const std::lock_guard<std::mutex> locked(guard);
+    if (program == 0) return;
+    switch (control) {
+    case SERVICE_CONTROL_STOP:
+        Report(SERVICE_STOP_PENDING, stopTimeoutMs + afterKillMs);
+        AskToStop();
+        break;
+    case SERVICE_CONTROL_PAUSE:
+        SignalProgram(program, SIGSTOP);
+        Report(SERVICE_PAUSED);
+        break;
+    case SERVICE_CONTROL_CONTINUE:
+        SignalProgram(program, SIGCONT);
+        Report(SERVICE_RUNNING);
+        break;
+    case firstSignalControl + SIGHUP:
+    case firstSignalControl + SIGUSR1:
+    case firstSignalControl + SIGUSR2: SignalProgram(program, static_cast<int>(control - firstSignalControl)); break;
+    default: break;
+    }
+}
+
+void StopOnSignal(int) {
+    const std::uint64_t one = 1;
+    (void)!write(stopAsked, &one, sizeof one); // async-signal-safe, unlike eventfd_write's promise
+}
+
+int MillisecondsUntil(Clock::time_point deadline) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    return left > 0 ? static_cast<int>(left) + 1 : 0;
+}
+
+// Waits for the program's end and brings it about when asked to. Returns whether it was asked to.
+bool AwaitEnd(pid_t child, int childDescriptor) {
+    bool stopping = false;
+    bool killed = false;
+    Clock::time_point deadline;
+    for (;;) {
+        pollfd polled[] = {{childDescriptor, POLLIN, 0}, {stopping ? -1 : stopAsked, POLLIN, 0}};
+        const int ready = poll(polled, 2, stopping && !killed ? MillisecondsUntil(deadline) : -1);
+        if (polled[0].revents != 0) return stopping;
+        if (ready > 0) {
+            stopping = true;
+            deadline = Clock::now() + std::chrono::milliseconds(stopTimeoutMs);
+            ReportLocked(SERVICE_STOP_PENDING, stopTimeoutMs + afterKillMs);
+            SignalProgram(child, SIGTERM);
+            SignalProgram(child, SIGCONT); // a paused program cannot hear of it otherwise
+        } else if (ready == 0) {
+            killed = true;
+            SignalProgram(child, SIGKILL);
+        }
+    }
+}
+
+// Runs the program to its end. Returns the codes to stop with.
+ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::string> &startArguments) {
+    HostParameters parameters;
+    const DWORD rc = ReadHostParameters(serviceName, &parameters);
+    if (rc != ERROR_SUCCESS) {
+        std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: error %u\n", serviceName.c_str(), rc);
+        return {rc, 0};
+    }
+    ExitCodes failure;
+    const pid_t child = StartProgram(parameters, startArguments, &failure);
+    if (child == 0) {
+        std::fprintf(stderr, "tvhost: %s: %s cannot be started: error %u\n", serviceName.c_str(),
+                     parameters.application.c_str(), failure.win32);
+        return failure;
+    }
+    int childDescriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0)); // the C library declares it for C only
+    const DescriptorGuard closed(&childDescriptor);
+    {
+        const std::lock_guard<std::mutex> locked(guard);
+        program = child;
+        stopTimeoutMs = parameters.stopTimeoutMs;
+        Report(SERVICE_RUNNING);
+    }
+    const bool asked = AwaitEnd(child, childDescriptor);
+    const std::lock_guard<std::mutex> locked(guard);
+    program = 0;
+    return CodesOfEnd(TakeEnd(child), asked);
+}
+
+void ServiceMain(DWORD argc, LPSTR *argv) {
+    statusHandle = RegisterServiceCtrlHandlerA(argv[0], HandleControl);
+    ReportLocked(SERVICE_START_PENDING, startWaitMs);
+    const ExitCodes codes = RunProgram(argv[0], std::vector<std::string>(argv + 1, argv + argc));
+    ReportLocked(SERVICE_STOPPED, 0, codes);
+}
+
+void StopOnSignals() {
+    struct sigaction action = {};
+    action.sa_handler = StopOnSignal;
+    action.sa_flags = SA_RESTART;
+    (void)sigaction(SIGTERM, &action, nullptr);
+    (void)sigaction(SIGINT, &action, nullptr);
+}
+
+int PrintHelp() {
+    std::puts("usage: tvhost\n\n"
+              "Runs the program of a service. Started by the service daemon through a launcher; see tvhost(8).");
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (argc > 1) return std::strcmp(argv[1], "--help") == 0 ? PrintHelp() : 2;
+    stopAsked = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    StopOnSignals();
+    const SERVICE_TABLE_ENTRYA table[] = {{"tvhost", ServiceMain}, {nullptr, nullptr}};
+    if (stopAsked >= 0 && StartServiceCtrlDispatcherA(table)) return 0;
+    std::fprintf(stderr, "tvhost: error %u\n", GetLastError());
+    return 1;
+}

@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: MIT
+// program: starting and ending the hosted program.
+//
+// tvhost has threads, so between fork and exec there are only system calls on what was prepared before.
+#include "tvhost/program.h"
+
+#include "tv/winerror.h"
+#include "util/guard.h"
+
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+
+extern char **environ;
+
+namespace {
+
+constexpr mode_t outputMode = 0644;
+
+// All that the child needs, in the form in which the system calls take it.
+struct ChildPlan {
+    const char *program;
+    char **argv;
+    char **envp;
+    const char *directory; // the following are null where nothing is wanted
+    const char *standardOutput;
+    const char *standardError;
+    pid_t parent;
+    int failurePipe;
+};
+
+std::vector<char *> Pointers(std::vector<std::string> &strings) {
+    std::vector<char *> pointers;
+    for (std::string &string : strings) {
+        pointers.push_back(string.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+const char *OrNull(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }
+
+std::vector<std::string> OwnEnvironment() {
+    std::vector<std::string> own;
+    for (char **entry = environ; *entry != nullptr; ++entry) {
+        own.emplace_back(*entry);
+    }
+    return own;
+}
+
+// --- in the child ---
+
+bool Redirect(int descriptor, const char *path, int flags) {
+    const int file = open(path, flags | O_CLOEXEC, outputMode);
+    return file >= 0 && dup2(file, descriptor) >= 0;
+}
+
+void RestoreSignals() {
+    for (int signal = 1; signal < NSIG; ++signal) {
+        (void)::signal(signal, SIG_DFL); // refused for a few, which have no other
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    (void)sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+bool BecomeProgram(const ChildPlan &plan) {
+    if (setpgid(0, 0) != 0 || prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) return false;
+    if (getppid() != plan.parent) _exit(1); // tvhost has died already
+    if (plan.directory != nullptr && chdir(plan.directory) != 0) {
+        if (errno == ENOENT) errno = ENOTDIR; // told apart from a missing program
+        return false;
+    }
+    if (!Redirect(STDIN_FILENO, "/dev/null", O_RDONLY)) return false;
+    const int append = O_WRONLY | O_CREAT | O_APPEND;
+    if (plan.standardOutput != nullptr && !Redirect(STDOUT_FILENO, plan.standardOutput, append)) return false;
+    if (plan.standardError != nullptr && !Redirect(STDERR_FILENO, plan.standardError, append)) return false;
+    (void)close_range(STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC); // older kernels: ours are close-on-exec anyway
+    RestoreSignals();
+    execve(plan.program, plan.argv, plan.envp);
+    return false;
+}
+
+[[noreturn]] void RunChild(const ChildPlan &plan) {
+    (void)BecomeProgram(plan); // returns only when it failed
+    const int error = errno;
+    (void)!write(plan.failurePipe, &error, sizeof error); // nobody else could be told
+    _exit(1);
+}
+
+// --- in the parent ---
+
+// The errno that the child sent, 0 when it became the program.
+int ReadFailure(int pipe) {
+    int error = 0;
+    ssize_t bytes = 0;
+    do {
+        bytes = read(pipe, &error, sizeof error);
+    } while (bytes < 0 && errno == EINTR);
+    return bytes == sizeof error ? error : 0;
+}
+
+} // namespace
+
+pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
+                   ExitCodes *failure) {
+    auto words = SplitCommandLine(parameters.arguments);
+    if (!words) {
+        *failure = {ERROR_INVALID_DATA, 0};
+        return 0;
+    }
+    words->insert(words->begin(), parameters.application);
+    words->insert(words->end(), startArguments.begin(), startArguments.end());
+    std::vector<std::string> environment = MergedEnvironment(OwnEnvironment(), parameters.environment);
+    std::vector<char *> argv = Pointers(*words);
+    std::vector<char *> envp = Pointers(environment);
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        *failure = CodesOfErrno(errno);
+        return 0;
+    }
+    const DescriptorGuard readEnd(&ends[0]);
+    DescriptorGuard writeEnd(&ends[1]);
+    const ChildPlan plan = {parameters.application.c_str(),
+                            argv.data(),
+                            envp.data(),
+                            OrNull(parameters.directory),
+                            OrNull(parameters.standardOutput),
+                            OrNull(parameters.standardError),
+                            getpid(),
+                            ends[1]};
+    const pid_t child = fork();
+    if (child == 0) RunChild(plan);
+    const int forkError = errno;
+    writeEnd.reset();
+    const int error = child < 0 ? forkError : ReadFailure(ends[0]);
+    if (error == 0) return child;
+    if (child > 0) (void)waitpid(child, nullptr, 0); // it has said all that it could
+    *failure = CodesOfErrno(error);
+    return 0;
+}
+
+void SignalProgram(pid_t program, int signal) { (void)kill(-program, signal); } // it may just have ended
+
+int TakeEnd(pid_t program) {
+    // As long as the dead leader is not taken, nobody else can get its number: the signal meets its own group only.
+    siginfo_t info;
+    (void)waitid(P_PID, static_cast<id_t>(program), &info, WEXITED | WNOWAIT);
+    SignalProgram(program, SIGKILL);
+    int status = 0;
+    while (waitpid(program, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+ExitCodes CodesOfErrno(int error) {
+    switch (error) {
+    case ENOENT: return {ERROR_FILE_NOT_FOUND, 0};
+    case ENOTDIR: return {ERROR_PATH_NOT_FOUND, 0};
+    case EACCES:
+    case EPERM: return {ERROR_ACCESS_DENIED, 0};
+    case ENOMEM:
+    case EAGAIN: return {ERROR_NOT_ENOUGH_MEMORY, 0};
+    case ENOEXEC: return {ERROR_BAD_EXE_FORMAT, 0};
+    default: return {ERROR_SERVICE_SPECIFIC_ERROR, static_cast<DWORD>(error)};
+    }
+}
+
+ExitCodes CodesOfEnd(int waitStatus, bool stopAsked) {
+    if (WIFSIGNALED(waitStatus)) {
+        const int signal = WTERMSIG(waitStatus);
+        if (stopAsked && (signal == SIGTERM || signal == SIGKILL)) return {};
+        return {ERROR_SERVICE_SPECIFIC_ERROR, 128u + static_cast<DWORD>(signal)};
+    }
+    const auto status = static_cast<DWORD>(WEXITSTATUS(waitStatus));
+    return status == 0 ? ExitCodes{} : ExitCodes{ERROR_SERVICE_SPECIFIC_ERROR, status};
+}
+
+std::vector<std::string> MergedEnvironment(const std::vector<std::string> &own,
+                                           const std::vector<std::string> &changes) {
+    std::vector<std::string> merged = own;
+    for (const std::string &change : changes) {
+        const std::size_t equals = change.find('=');
+        if (equals == std::string::npos || equals == 0) continue; // names nothing
+        const std::string prefix = change.substr(0, equals + 1);
+        merged.erase(std::remove_if(merged.begin(), merged.end(),
+                                    [&](const std::string &entry) { return entry.rfind(prefix, 0) == 0; }),
+                     merged.end());
+        if (change.size() > prefix.size()) merged.push_back(change);
+    }
+    return merged;
+}
