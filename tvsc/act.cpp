@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: MIT
+// act: the commands that move services between states.
+//
+// The daemon starts no dependencies and stops no dependents: this program does. It looks before it asks for a start,
+// because a start of a service whose announced wait has passed starts a second process.
+#include "tvsc/tvsc.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr const char *actionNames[] = {"", "stop", "pause", "continue", "interrogate"};
+
+std::string ActionName(DWORD control) {
+    return control <= SERVICE_CONTROL_INTERROGATE ? actionNames[control] : fmt::format("control {}", control);
+}
+
+// Opens a service for an action, or notes why not.
+ServiceHandle OpenFor(Session &session, const std::string &name, const std::string &action) {
+    ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
+    if (service == nullptr) Failed(session, name, action, GetLastError());
+    return service;
+}
+
+std::string EndText(const SERVICE_STATUS &status) {
+    if (status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR) {
+        return fmt::format("stopped with its own code {}", status.dwServiceSpecificExitCode);
+    }
+    return "stopped";
+}
+
+// Waits and notes what came of it. Returns whether the wanted state was reached.
+bool WaitAndTell(Session &session, SC_HANDLE service, const std::string &name, const std::string &action, DWORD wanted,
+                 bool stoppedIsEnd = true) {
+    SERVICE_STATUS last = {};
+    switch (WaitForState(session, service, name, wanted, stoppedIsEnd, &last)) {
+    case WaitEnd::reached: Done(session, name, action, StateWord(wanted)); return true;
+    case WaitEnd::stopped: {
+        const DWORD code = last.dwWin32ExitCode != 0 ? last.dwWin32ExitCode : ERROR_SERVICE_NOT_ACTIVE;
+        Failed(session, name, action, code, EndText(last));
+        session.results.back().exitStatus = EXIT_FAILED;
+        return false;
+    }
+    case WaitEnd::died:
+        Failed(session, name, action, ERROR_PROCESS_ABORTED, fmt::format("died while {}", StateSummary(last)));
+        return false;
+    case WaitEnd::timedOut:
+        Failed(session, name, action, ERROR_TIMEOUT, fmt::format("still {}", StateSummary(last)));
+        return false;
+    case WaitEnd::unreachable: Failed(session, name, action, GetLastError()); return false;
+    }
+    return false;
+}
+
+void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string &name, DWORD code) {
+    if (code == ERROR_SERVICE_DEPENDENCY_FAIL) {
+        std::vector<ListedService> stopped;
+        (void)EnumerateDependencies(service, SERVICE_INACTIVE, &stopped); // else there is less to say
+        for (const ListedService &dependency : stopped) {
+            Note(session, fmt::format("  {} is {}", dependency.name, StateSummary(dependency.status)));
+        }
+        Note(session, fmt::format("  try: tvsc start {} --with-deps", name));
+    } else if (code == ERROR_SERVICE_DATABASE_LOCKED) {
+        LockStatus lock;
+        if (QueryLock(session.manager.get(), &lock) == ERROR_SUCCESS && lock.locked) {
+            Note(session, fmt::format("  locked by {} for {} s", lock.owner, lock.durationSec));
+        }
+    } else if (code == ERROR_SERVICE_REQUEST_TIMEOUT) {
+        Note(session, "  its process did not register or did not answer; is its image a csh script that ends in exec?");
+    } else if (code == ERROR_PATH_NOT_FOUND) {
+        Note(session, "  /bin/csh could not be executed, or the service's user does not exist");
+    }
+}
+
+bool StartOpened(Session &session, SC_HANDLE service, const std::string &name, const StartOptions &start) {
+    std::vector<const char *> arguments;
+    for (const std::string &argument : start.arguments) {
+        arguments.push_back(argument.c_str());
+    }
+    if (!StartServiceA(service, static_cast<DWORD>(arguments.size()), arguments.data())) {
+        const DWORD code = GetLastError();
+        Failed(session, name, "start", code, "not started");
+        ExplainStartFailure(session, service, name, code);
+        return false;
+    }
+    if (start.wait) return WaitAndTell(session, service, name, "start", SERVICE_RUNNING);
+    Done(session, name, "start", "starting");
+    return true;
+}
+
+// A service that is neither stopped nor running: it may be on its way, or have died on it.
+bool StartPending(Session &session, SC_HANDLE service, const std::string &name, const StartOptions &start,
+                  SERVICE_STATUS status) {
+    if (status.dwCurrentState == SERVICE_PAUSED) {
+        Failed(session, name, "start", ERROR_SERVICE_ALREADY_RUNNING, "paused; try: tvsc continue " + name);
+        return false;
+    }
+    if (status.dwWaitHint != 0 && IsFreshQuerySafe(status) && !QueryServiceStatus(service, &status)) {
+        Failed(session, name, "start", GetLastError());
+        return false;
+    }
+    if (status.dwCurrentState == SERVICE_STOPPED) return StartOpened(session, service, name, start);
+    if (status.dwCurrentState == SERVICE_START_PENDING && start.wait) {
+        return WaitAndTell(session, service, name, "start", SERVICE_RUNNING);
+    }
+    Failed(session, name, "start", ERROR_SERVICE_ALREADY_RUNNING, StateSummary(status));
+    return false;
+}
+
+bool StartOne(Session &session, const std::string &name, const StartOptions &start) {
+    const ServiceHandle service = OpenFor(session, name, "start");
+    if (service == nullptr) return false;
+    SERVICE_STATUS status = {};
+    if (!tvQueryServiceStatusPassive(service.get(), &status, nullptr)) {
+        Failed(session, name, "start", GetLastError());
+        return false;
+    }
+    switch (status.dwCurrentState) {
+    case SERVICE_STOPPED: return StartOpened(session, service.get(), name, start);
+    case SERVICE_RUNNING: Done(session, name, "start", "already running"); return true;
+    default: return StartPending(session, service.get(), name, start, status);
+    }
+}
+
+// Starts what the service depends on, the farthest first. Arguments are for the service itself only.
+bool StartDependencies(Session &session, const std::string &name) {
+    const ServiceHandle service = OpenFor(session, name, "start");
+    if (service == nullptr) return false;
+    std::vector<ListedService> dependencies;
+    const DWORD rc = EnumerateDependencies(service.get(), SERVICE_STATE_ALL, &dependencies);
+    if (rc != ERROR_SUCCESS) {
+        Failed(session, name, "start", rc, "its dependencies cannot be listed");
+        return false;
+    }
+    const StartOptions waiting;
+    return std::all_of(dependencies.rbegin(), dependencies.rend(), [&](const ListedService &dependency) {
+        return dependency.status.dwCurrentState == SERVICE_RUNNING || StartOne(session, dependency.name, waiting);
+    });
+}
+
+DWORD StateAfter(DWORD control) {
+    switch (control) {
+    case SERVICE_CONTROL_STOP: return SERVICE_STOPPED;
+    case SERVICE_CONTROL_PAUSE: return SERVICE_PAUSED;
+    case SERVICE_CONTROL_CONTINUE: return SERVICE_RUNNING;
+    default: return 0;
+    }
+}
+
+bool SendControl(Session &session, SC_HANDLE service, const std::string &name, DWORD control, bool wait) {
+    const std::string action = ActionName(control);
+    SERVICE_STATUS status = {};
+    if (!ControlService(service, control, &status)) {
+        Failed(session, name, action, GetLastError());
+        return false;
+    }
+    const DWORD wanted = StateAfter(control);
+    if (wait && wanted != 0 && status.dwCurrentState != wanted) {
+        return WaitAndTell(session, service, name, action, wanted);
+    }
+    Done(session, name, action, StateSummary(status));
+    return true;
+}
+
+bool StopOne(Session &session, const std::string &name, bool wait) {
+    const ServiceHandle service = OpenFor(session, name, "stop");
+    if (service == nullptr) return false;
+    SERVICE_STATUS status = {};
+    if (!tvQueryServiceStatusPassive(service.get(), &status, nullptr)) {
+        Failed(session, name, "stop", GetLastError());
+        return false;
+    }
+    if (status.dwCurrentState == SERVICE_STOPPED) {
+        Done(session, name, "stop", "already stopped");
+        return true;
+    }
+    if (status.dwCurrentState == SERVICE_STOP_PENDING) {
+        if (wait) return WaitAndTell(session, service.get(), name, "stop", SERVICE_STOPPED);
+        Done(session, name, "stop", "already stopping");
+        return true;
+    }
+    return SendControl(session, service.get(), name, SERVICE_CONTROL_STOP, wait);
+}
+
+// Stops the services that depend on this one, or refuses because they run.
+bool ClearDependents(Session &session, const std::string &name, const StopOptions &stop) {
+    const ServiceHandle service = OpenFor(session, name, "stop");
+    if (service == nullptr) return false;
+    std::vector<ListedService> dependents;
+    const DWORD rc = EnumerateDependents(service.get(), SERVICE_ACTIVE, &dependents);
+    if (rc != ERROR_SUCCESS) {
+        Failed(session, name, "stop", rc, "its dependents cannot be listed");
+        return false;
+    }
+    if (dependents.empty() || stop.force) return true;
+    if (!stop.withDependents) {
+        Failed(session, name, "stop", ERROR_DEPENDENT_SERVICES_RUNNING,
+               fmt::format("{} runs and depends on it; use --with-dependents or --force", dependents.front().name));
+        return false;
+    }
+    return std::all_of(dependents.begin(), dependents.end(),
+                       [&](const ListedService &dependent) { return StopOne(session, dependent.name, true); });
+}
+
+std::vector<std::string> ActiveServices(Session &session) {
+    std::vector<ListedService> services;
+    std::vector<std::string> names;
+    const DWORD rc = EnumerateAllServices(session.manager.get(), &services);
+    if (rc != ERROR_SUCCESS) Failed(session, session.options.host, "stop", rc);
+    for (const ListedService &service : services) {
+        if (service.status.dwCurrentState != SERVICE_STOPPED) names.push_back(service.name);
+    }
+    return names;
+}
+
+} // namespace
+
+int RunStart(Session &session, const StartOptions &start) {
+    for (const std::string &name : ResolveNames(session, start.names, "start").names) {
+        if (start.withDependencies && !StartDependencies(session, name)) continue;
+        (void)StartOne(session, name, start); // noted
+    }
+    return Finish(session);
+}
+
+int RunStop(Session &session, const StopOptions &stop) {
+    StopOptions each = stop;
+    if (stop.all) {
+        each.names = ActiveServices(session);
+        each.withDependents = true;
+    } else {
+        each.names = ResolveNames(session, stop.names, "stop").names;
+    }
+    for (const std::string &name : each.names) {
+        if (ClearDependents(session, name, each)) (void)StopOne(session, name, each.wait); // noted
+    }
+    return Finish(session);
+}
+
+int RunRestart(Session &session, const std::vector<std::string> &names) {
+    for (const std::string &name : ResolveNames(session, names, "restart").names) {
+        if (ClearDependents(session, name, {}) && StopOne(session, name, true)) {
+            (void)StartOne(session, name, {}); // noted
+        }
+    }
+    return Finish(session);
+}
+
+int RunControl(Session &session, const std::vector<std::string> &names, DWORD control, bool wait) {
+    for (const std::string &name : ResolveNames(session, names, ActionName(control)).names) {
+        const ServiceHandle service = OpenFor(session, name, ActionName(control));
+        if (service != nullptr) (void)SendControl(session, service.get(), name, control, wait); // noted
+    }
+    return Finish(session);
+}
+
+int RunWait(Session &session, const std::vector<std::string> &names, DWORD state) {
+    for (const std::string &name : ResolveNames(session, names, "wait").names) {
+        const ServiceHandle service = OpenFor(session, name, "wait");
+        if (service != nullptr) (void)WaitAndTell(session, service.get(), name, "wait", state, false); // noted
+    }
+    return Finish(session);
+}
+
+int RunReset(Session &session, const std::vector<std::string> &names) {
+    for (const std::string &name : ResolveNames(session, names, "reset").names) {
+        const ServiceHandle service = OpenFor(session, name, "reset");
+        if (service == nullptr) continue;
+        if (tvDeclareServiceDead(service.get())) {
+            Done(session, name, "reset", "stopped, 1067; a process that it may still have was left alone");
+        } else {
+            Failed(session, name, "reset", GetLastError());
+        }
+    }
+    return Finish(session);
+}

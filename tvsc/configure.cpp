@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+// configure: creating, changing and deleting services.
+//
+// An image is a csh script. For an ordinary program it is the launcher of tvhost, the same for all of them; for a
+// program that is a service itself a launcher of its own is written.
+#include "tvhost/parameters.h"
+#include "tvsc/launcher.h"
+#include "tvsc/tvsc.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <thread>
+
+namespace {
+
+constexpr auto deletionPause = std::chrono::milliseconds(50);
+
+// What a mistake of the caller's looks like; the code says which kind.
+int Refuse(Session &session, const std::string &name, const std::string &action, DWORD code, const std::string &text) {
+    Failed(session, name, action, code, text);
+    return Finish(session);
+}
+
+// The image of a service that is being made. Returns 0, or the code of what went wrong and a text in *problem.
+DWORD PrepareImage(const CreateOptions &create, HostParameters *parameters, std::string *image, std::string *problem) {
+    *image = create.image;
+    std::string rest;
+    if (!create.exec.empty()) {
+        const std::optional<std::string> program = FirstWord(create.exec, &rest);
+        *problem = "the command line cannot be split into words";
+        if (!program || program->empty() || !SplitCommandLine(rest)) return ERROR_INVALID_PARAMETER;
+        *problem = fmt::format("{} is not an absolute path of a program", *program);
+        if (!IsProgram(*program)) return ERROR_PATH_NOT_FOUND;
+        *problem = "the launcher of tvhost is not installed";
+        *image = HostLauncherPath();
+        *parameters = {*program,
+                       rest,
+                       create.directory,
+                       create.environment,
+                       create.standardOutput,
+                       create.standardError,
+                       create.stopTimeoutMs.value_or(defaultStopTimeoutMs)};
+        return image->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
+    }
+    if (!create.program.empty()) return WriteLauncher(create.name, create.program, image, problem);
+    *problem = fmt::format("{}: {}", create.image, WhyNoLauncher(create.image));
+    return WhyNoLauncher(create.image).empty() ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+}
+
+// An image that the daemon could not run shows only as 1053 after 15 seconds, so it is looked at here.
+bool CanBeImage(const std::string &image) { return image.size() < 1024; }
+
+const char *OrNull(const std::optional<std::string> &text) { return text ? text->c_str() : nullptr; }
+
+// Stops a service that is to go. Returns whether it is stopped.
+bool StopFirst(Session &session, SC_HANDLE service, const std::string &name) {
+    SERVICE_STATUS status = {};
+    if (!tvQueryServiceStatusPassive(service, &status, nullptr)) return false;
+    if (status.dwCurrentState == SERVICE_STOPPED) return true;
+    if (status.dwCurrentState != SERVICE_STOP_PENDING && !ControlService(service, SERVICE_CONTROL_STOP, &status)) {
+        Failed(session, name, "delete", GetLastError(), "not stopped");
+        return false;
+    }
+    if (WaitForState(session, service, name, SERVICE_STOPPED, true, &status) == WaitEnd::reached) return true;
+    Failed(session, name, "delete", ERROR_TIMEOUT, fmt::format("still {}", StateSummary(status)));
+    return false;
+}
+
+// Whether the service is gone from the daemon, waiting for it if asked to.
+bool IsGone(Session &session, const std::string &name, bool wait) {
+    using Clock = std::chrono::steady_clock;
+    const auto limit = Clock::now() + std::chrono::duration<double>(wait ? session.options.waitTimeoutSec : 0);
+    for (;;) {
+        std::string displayName;
+        if (QueryDisplayName(session.manager.get(), name.c_str(), &displayName) == ERROR_SERVICE_DOES_NOT_EXIST) {
+            return true;
+        }
+        if (Clock::now() >= limit) return false;
+        std::this_thread::sleep_for(deletionPause);
+    }
+}
+
+void DeleteOne(Session &session, const std::string &name, const DeleteOptions &options) {
+    ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
+    if (service == nullptr) {
+        Failed(session, name, "delete", GetLastError());
+        return;
+    }
+    if (options.stop && !StopFirst(session, service.get(), name)) return;
+    if (!DeleteService(service.get())) {
+        Failed(session, name, "delete", GetLastError());
+        return;
+    }
+    service.reset();
+    if (IsGone(session, name, options.wait)) {
+        (void)RemoveLauncher(name); // there is one only for some services
+        Done(session, name, "delete", "deleted");
+    } else if (options.wait) {
+        Failed(session, name, "delete", ERROR_SERVICE_MARKED_FOR_DELETE, "still there");
+    } else {
+        Done(session, name, "delete",
+             "marked for deletion; goes when it is stopped and closed by all, at the latest with the daemon");
+    }
+}
+
+} // namespace
+
+int RunCreate(Session &session, const CreateOptions &create) {
+    HostParameters parameters;
+    std::string image, problem;
+    const DWORD prepared = PrepareImage(create, &parameters, &image, &problem);
+    if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
+    if (!CanBeImage(image)) {
+        return Refuse(session, create.name, "create", ERROR_INVALID_PARAMETER, "the image path is too long");
+    }
+    DWORD tag = 0;
+    const std::string dependencies = JoinMultiString(create.dependencies);
+    const ServiceHandle service(CreateServiceA(
+        session.manager.get(), create.name.c_str(), create.display.empty() ? nullptr : create.display.c_str(),
+        SERVICE_ALL_ACCESS, create.type, create.startType, create.errorControl, image.c_str(), create.group.c_str(),
+        create.tag ? &tag : nullptr, create.dependencies.empty() ? nullptr : dependencies.c_str(), create.user.c_str(),
+        nullptr));
+    if (service == nullptr) return Refuse(session, create.name, "create", GetLastError(), "not created");
+    if (!create.exec.empty()) {
+        const DWORD rc = WriteHostParameters(create.name, parameters);
+        if (rc != ERROR_SUCCESS) {
+            (void)DeleteService(service.get()); // half a service is none
+            return Refuse(session, create.name, "create", rc, "its parameters cannot be written");
+        }
+    }
+    Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");
+    return Finish(session);
+}
+
+int RunConfig(Session &session, const ConfigOptions &config) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), config.name.c_str(), SERVICE_ALL_ACCESS));
+    if (service == nullptr) return Refuse(session, config.name, "config", GetLastError(), "");
+    if (config.image && !WhyNoLauncher(*config.image).empty()) {
+        return Refuse(session, config.name, "config", ERROR_PATH_NOT_FOUND,
+                      fmt::format("{}: {}", *config.image, WhyNoLauncher(*config.image)));
+    }
+    DWORD tag = 0;
+    const std::string dependencies = JoinMultiString(config.dependencies.value_or(std::vector<std::string>{}));
+    const BOOL changed = ChangeServiceConfigA(
+        service.get(), config.type.value_or(SERVICE_NO_CHANGE), config.startType.value_or(SERVICE_NO_CHANGE),
+        config.errorControl.value_or(SERVICE_NO_CHANGE), OrNull(config.image), OrNull(config.group),
+        config.tag ? &tag : nullptr, config.dependencies ? dependencies.c_str() : nullptr, OrNull(config.user), nullptr,
+        OrNull(config.display));
+    if (!changed) return Refuse(session, config.name, "config", GetLastError(), "not changed");
+    Done(session, config.name, "config", config.tag ? fmt::format("changed, tag {}", tag) : "changed");
+    return Finish(session);
+}
+
+int RunDelete(Session &session, const DeleteOptions &options) {
+    for (const std::string &name : ResolveNames(session, options.names, "delete").names) {
+        DeleteOne(session, name, options);
+    }
+    return Finish(session);
+}

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+// json_output: the JSON side of the output.
+//
+// Names are bytes. One that is not UTF-8 is written with replacement characters, and its bytes in base64 beside it.
+#include "tvsc/json_output.h"
+#include "util/win32_names.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr char base64Digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+struct BitWord {
+    DWORD bit;
+    const char *word;
+};
+
+constexpr BitWord controlWords[] = {{SERVICE_ACCEPT_STOP, "stop"},
+                                    {SERVICE_ACCEPT_PAUSE_CONTINUE, "pause_continue"},
+                                    {SERVICE_ACCEPT_SHUTDOWN, "shutdown"}};
+
+constexpr BitWord typeWords[] = {{SERVICE_KERNEL_DRIVER, "kernel_driver"},
+                                 {SERVICE_FILE_SYSTEM_DRIVER, "file_system_driver"},
+                                 {SERVICE_ADAPTER, "adapter"},
+                                 {SERVICE_RECOGNIZER_DRIVER, "recognizer_driver"},
+                                 {SERVICE_WIN32_OWN_PROCESS, "win32_own_process"},
+                                 {SERVICE_WIN32_SHARE_PROCESS, "win32_share_process"},
+                                 {SERVICE_INTERACTIVE_PROCESS, "interactive_process"}};
+
+constexpr const char *startWords[] = {"boot", "system", "auto", "demand", "disabled"};
+
+template <std::size_t N>
+Json WordsOf(DWORD mask, const BitWord (&words)[N]) {
+    Json list = Json::array();
+    for (const BitWord &entry : words) {
+        if ((mask & entry.bit) != 0) list.push_back(entry.word);
+    }
+    return list;
+}
+
+std::string Base64(const std::string &bytes) {
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        std::uint32_t group = 0;
+        for (std::size_t j = 0; j < 3; ++j) {
+            group = group << 8 | (i + j < bytes.size() ? static_cast<unsigned char>(bytes[i + j]) : 0u);
+        }
+        for (std::size_t j = 0; j < 4; ++j) {
+            text.push_back(i + j <= bytes.size() ? base64Digits[group >> (18 - 6 * j) & 63] : '=');
+        }
+    }
+    return text;
+}
+
+bool IsUtf8(const std::string &bytes) {
+    try {
+        (void)Json(bytes).dump();
+        return true;
+    } catch (const Json::type_error &) {
+        return false;
+    }
+}
+
+void AddName(Json &object, const std::string &name) {
+    object["name"] = name;
+    if (!IsUtf8(name)) object["name_bytes"] = Base64(name);
+}
+
+void Print(const Json &object) { std::puts(object.dump(2, ' ', false, Json::error_handler_t::replace).c_str()); }
+
+Json ConfigJson(const ServiceConfig &config) {
+    Json services = Json::array();
+    Json groups = Json::array();
+    for (const std::string &dependency : config.dependencies) {
+        const bool isGroup = dependency.front() == SC_GROUP_IDENTIFIERA;
+        (isGroup ? groups : services).push_back(isGroup ? dependency.substr(1) : dependency);
+    }
+    Json object;
+    object["start"] = config.startType <= SERVICE_DISABLED ? startWords[config.startType] : "unknown";
+    object["start_code"] = config.startType;
+    object["error_control"] = config.errorControl;
+    object["image_path"] = config.imagePath;
+    object["group"] = config.group;
+    object["tag"] = config.tag;
+    object["depends_on"] = services;
+    object["depends_on_groups"] = groups;
+    object["account"] = config.account;
+    return object;
+}
+
+Json StatusJson(const ListedService &service) {
+    const SERVICE_STATUS &status = service.status;
+    Json object;
+    AddName(object, service.name);
+    object["display_name"] = service.displayName;
+    object["state"] = StateWord(status.dwCurrentState, true);
+    object["state_code"] = status.dwCurrentState;
+    object["accepts"] = WordsOf(status.dwControlsAccepted, controlWords);
+    object["accepts_mask"] = status.dwControlsAccepted;
+    object["complete"] = service.complete;
+    if (!service.complete) return object;
+    object["exit"]["win32"] = status.dwWin32ExitCode;
+    object["exit"]["service_specific"] = status.dwServiceSpecificExitCode;
+    object["check_point"] = status.dwCheckPoint;
+    object["wait_hint_ms"] = status.dwWaitHint;
+    return object;
+}
+
+Json Header(const char *schema, const std::string &host) {
+    Json object;
+    object["schema"] = schema;
+    object["host"] = host;
+    return object;
+}
+
+Json ErrorsOf(const Session &session) {
+    Json errors = Json::array();
+    for (const ActionResult &result : session.results) {
+        if (result.code == ERROR_SUCCESS) continue;
+        const char *symbol = Win32ErrorName(result.code);
+        const char *message = Win32ErrorText(result.code);
+        Json error;
+        AddName(error, result.name);
+        error["win32"] = result.code;
+        error["symbol"] = symbol != nullptr ? symbol : "";
+        error["message"] = message != nullptr ? message : "";
+        errors.push_back(std::move(error));
+    }
+    return errors;
+}
+
+} // namespace
+
+void PrintServicesJson(const Session &session, const std::vector<ServiceView> &views) {
+    Json object = Header("tvsc.status/1", session.options.host);
+    object["daemon"]["reachable"] = session.manager != nullptr;
+    object["daemon"]["initialized"] = session.initCode == ERROR_SUCCESS;
+    object["daemon"]["init_code"] = session.initCode;
+    object["services"] = Json::array();
+    for (const ServiceView &view : views) {
+        Json service = StatusJson(view.service);
+        service["source"] = view.source;
+        if (view.pidHint != 0) {
+            service["pid_hint"] = view.pidHint;
+            service["pid_hint_source"] = "runtime_file";
+        }
+        if (view.config) {
+            service["type"] = WordsOf(view.config->type, typeWords);
+            service["type_mask"] = view.config->type;
+            service["config"] = ConfigJson(*view.config);
+        }
+        object["services"].push_back(std::move(service));
+    }
+    object["errors"] = ErrorsOf(session);
+    Print(object);
+}
+
+void PrintResultsJson(const Session &session) {
+    Json object = Header("tvsc.action/1", session.options.host);
+    object["results"] = Json::array();
+    for (const ActionResult &result : session.results) {
+        Json entry;
+        AddName(entry, result.name);
+        entry["action"] = result.action;
+        entry["win32"] = result.code;
+        entry["exit_status"] = result.exitStatus;
+        entry["text"] = result.text;
+        object["results"].push_back(std::move(entry));
+    }
+    object["errors"] = ErrorsOf(session);
+    Print(object);
+}
+
+void PrintRelationJson(const Session &session, const std::string &name, const std::string &relation,
+                       const std::vector<ListedService> &services) {
+    Json object = Header("tvsc.relation/1", session.options.host);
+    AddName(object, name);
+    object["relation"] = relation;
+    object["services"] = Json::array();
+    for (const ListedService &service : services) {
+        object["services"].push_back(StatusJson(service));
+    }
+    Print(object);
+}
+
+void PrintLockJson(const Session &session, const LockStatus &status) {
+    Json object = Header("tvsc.lock/1", session.options.host);
+    object["locked"] = status.locked;
+    object["owner"] = status.owner;
+    object["duration_s"] = status.durationSec;
+    Print(object);
+}
+
+void PrintNamesJson(const Session &session, const std::string &name, const std::string &displayName) {
+    Json object = Header("tvsc.name/1", session.options.host);
+    AddName(object, name);
+    object["display_name"] = displayName;
+    Print(object);
+}
+
+void PrintExplanationJson(DWORD code) {
+    const char *symbol = Win32ErrorName(code);
+    const char *message = Win32ErrorText(code);
+    Json object;
+    object["schema"] = "tvsc.explanation/1";
+    object["win32"] = code;
+    object["symbol"] = symbol != nullptr ? symbol : "";
+    object["message"] = message != nullptr ? message : "";
+    Print(object);
+}
+
+void PrintPingJson(const Options &options, const PingReport &report) {
+    Json object = Header("tvsc.ping/1", options.host);
+    object["daemon"]["reachable"] = report.reachable;
+    object["daemon"]["initialized"] = report.reachable && report.initCode == ERROR_SUCCESS;
+    object["daemon"]["init_code"] = report.initCode;
+    object["round_trips_ms"] = report.roundTripsMs;
+    Print(object);
+}

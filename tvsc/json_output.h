@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// json_output: everything that tvsc writes as JSON. One object on stdout; stable snake_case keys.
+#pragma once
+
+#include "tvsc/tvsc.h"
+
+// A service as list, status and show print it.
+struct ServiceView {
+    ListedService service;
+    std::string source; // "enumeration", "query", "interrogate"
+    pid_t pidHint = 0;
+    std::optional<ServiceConfig> config;
+};
+
+void PrintServicesJson(const Session &session, const std::vector<ServiceView> &views);
+void PrintResultsJson(const Session &session);
+void PrintRelationJson(const Session &session, const std::string &name, const std::string &relation,
+                       const std::vector<ListedService> &services);
+void PrintLockJson(const Session &session, const LockStatus &status);
+void PrintNamesJson(const Session &session, const std::string &name, const std::string &displayName);
+void PrintExplanationJson(DWORD code);
+
+struct PingReport {
+    bool reachable = false;
+    DWORD initCode = 0;
+    std::vector<double> roundTripsMs;
+};
+void PrintPingJson(const Options &options, const PingReport &report);

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+// launcher: writing and checking launchers.
+#include "tvsc/launcher.h"
+
+#include "tv/winerror.h"
+#include "tvhost/parameters.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char launcherFolder[] = "/etc/tv/services";
+constexpr char hostLauncherName[] = "tvhost.csh";
+
+fs::path PathOf(const std::string &name) { return fs::path(launcherFolder) / (name + ".csh"); }
+
+// A word as csh reads it back: in single quotes, with the exclamation mark kept from the history, and a quote outside.
+std::string QuotedForCsh(const std::string &word) {
+    std::string quoted = "'";
+    for (const char c : word) {
+        if (c == '\'') {
+            quoted += "'\\''";
+        } else if (c == '!') {
+            quoted += "\\!";
+        } else {
+            quoted.push_back(c);
+        }
+    }
+    return quoted + "'";
+}
+
+std::string LauncherText(const std::string &name, const std::vector<std::string> &words) {
+    std::string text = fmt::format("#!/bin/csh -f\n# starts the service {}; written by tvsc\nexec", name);
+    for (const std::string &word : words) {
+        text += " " + QuotedForCsh(word);
+    }
+    return text + "\n";
+}
+
+} // namespace
+
+std::string HostLauncherPath() {
+    std::error_code failed;
+    const fs::path own = fs::read_symlink("/proc/self/exe", failed);
+    for (const fs::path &candidate : {own.parent_path() / hostLauncherName, fs::path(TV_LIBEXEC) / hostLauncherName}) {
+        if (fs::is_regular_file(candidate, failed)) return candidate;
+    }
+    return "";
+}
+
+bool IsProgram(const std::string &path) {
+    struct stat found = {};
+    return !path.empty() && path.front() == '/' && stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
+           access(path.c_str(), X_OK) == 0;
+}
+
+DWORD WriteLauncher(const std::string &name, const std::string &commandLine, std::string *path, std::string *problem) {
+    const auto words = SplitCommandLine(commandLine);
+    *problem = "the command line cannot be split into words, or does not begin with the path of a program";
+    if (!words || words->empty() || !IsProgram(words->front())) return ERROR_INVALID_PARAMETER;
+    *problem = "the name cannot be a file name";
+    if (name.empty() || name.front() == '.' || name.find('/') != std::string::npos) return ERROR_INVALID_NAME;
+    *problem = fmt::format("{} cannot be written", PathOf(name).string());
+    std::error_code failed;
+    fs::create_directories(launcherFolder, failed);
+    std::ofstream file(PathOf(name));
+    file << LauncherText(name, *words);
+    file.close();
+    if (!file) return ERROR_ACCESS_DENIED;
+    *path = PathOf(name);
+    return ERROR_SUCCESS;
+}
+
+bool RemoveLauncher(const std::string &name) {
+    std::error_code failed;
+    return name.find('/') == std::string::npos && fs::remove(PathOf(name), failed);
+}
+
+std::string WhyNoLauncher(const std::string &path) {
+    if (path.empty() || path.front() != '/') return "not an absolute path";
+    std::ifstream file(path);
+    std::string line;
+    if (!file || !std::getline(file, line)) return "cannot be read";
+    if (line.rfind("\x7f"
+                   "ELF",
+                   0) == 0)
+        return "a program; the daemon runs csh scripts (use --exec or --program)";
+    if (line.rfind("#!", 0) == 0 && line.find("csh") == std::string::npos) return "a script, but not for csh";
+    return "";
+}

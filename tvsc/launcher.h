@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+// launcher: the csh scripts that services are started with.
+//
+// The daemon hands an image to /bin/csh as its one argument. A script whose last act is exec keeps the process id,
+// which the daemon needs; anything else shows only as 1053 a quarter of a minute later.
+#pragma once
+
+#include "tv/wintypes.h"
+
+#include <string>
+
+// The launcher of tvhost: beside tvsc itself in a build tree, else where it is installed. Empty when there is none.
+[[nodiscard]] std::string HostLauncherPath();
+
+// Writes /etc/tv/services/NAME.csh, which runs a command line. Returns 0 and the path, or a code and a text.
+[[nodiscard]] DWORD WriteLauncher(const std::string &name, const std::string &commandLine, std::string *path,
+                                  std::string *problem);
+// Removes it. False when there was none.
+bool RemoveLauncher(const std::string &name);
+
+// Why a file cannot be an image; empty when it can.
+[[nodiscard]] std::string WhyNoLauncher(const std::string &path);
+
+// Whether a path is absolute and names an executable file.
+[[nodiscard]] bool IsProgram(const std::string &path);

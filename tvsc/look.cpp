@@ -1,0 +1,394 @@
+// SPDX-License-Identifier: MIT
+// look: the commands that only look.
+//
+// Enumeration and the peek control touch nothing; a status query applies the daemon's deadline, an interrogation calls
+// the service. Only the first two are used unless the user asks for more.
+#include "svcapi/pid_file.h"
+#include "tvsc/json_output.h"
+#include "tvsc/tvsc.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <fnmatch.h>
+#include <langinfo.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstring>
+
+namespace {
+
+constexpr const char *startWords[] = {"boot", "system", "auto", "demand", "disabled"};
+
+std::string StartWord(DWORD startType) {
+    return startType <= SERVICE_DISABLED ? startWords[startType] : fmt::format("unknown {}", startType);
+}
+
+bool HasFailed(const SERVICE_STATUS &status) {
+    return status.dwCurrentState == SERVICE_STOPPED && status.dwWin32ExitCode != 0;
+}
+
+// A mark before each line of a listing, where the terminal can show it.
+const char *MarkOf(const SERVICE_STATUS &status) {
+    static const bool utf8 = setlocale(LC_CTYPE, "") != nullptr && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    if (HasFailed(status)) return utf8 ? "✗" : "x";
+    switch (status.dwCurrentState) {
+    case SERVICE_RUNNING: return utf8 ? "●" : "*";
+    case SERVICE_STOPPED: return utf8 ? "○" : "-";
+    default: return utf8 ? "◐" : "~";
+    }
+}
+
+std::string RemarkOn(const ListedService &service) {
+    const SERVICE_STATUS &status = service.status;
+    if (!service.complete) return "(record 0: not in the daemon's enumeration)";
+    if (HasFailed(status) && status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR) {
+        return fmt::format("service-specific code {}", status.dwServiceSpecificExitCode);
+    }
+    if (HasFailed(status)) return CodeText(status.dwWin32ExitCode);
+    if (status.dwWaitHint != 0 || status.dwCheckPoint != 0) {
+        return fmt::format("(check point {}, hint {} ms)", status.dwCheckPoint, status.dwWaitHint);
+    }
+    return "";
+}
+
+bool PassesFilter(const ListedService &service, const ListFilter &filter) {
+    const bool stateFits = filter.state.empty() || StateWord(service.status.dwCurrentState, true) == filter.state ||
+                           (filter.state == "failed" && HasFailed(service.status));
+    const bool nameFits = filter.patterns.empty() ||
+                          std::any_of(filter.patterns.begin(), filter.patterns.end(), [&](const std::string &pattern) {
+                              return fnmatch(pattern.c_str(), service.name.c_str(), 0) == 0;
+                          });
+    return stateFits && nameFits;
+}
+
+std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::string &name) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
+    ServiceConfig config;
+    if (service == nullptr || QueryConfig(service.get(), &config) != ERROR_SUCCESS) return std::nullopt;
+    return config;
+}
+
+std::string Padded(const std::string &text, std::size_t width) {
+    return text + std::string(width - std::min(width, text.size()), ' ');
+}
+
+// Columns as wide as their widest cell; the last column is not padded.
+void PrintTable(const std::vector<std::vector<std::string>> &rows, const std::vector<std::string> &marks) {
+    std::vector<std::size_t> widths;
+    for (const auto &row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        std::string line = marks[r];
+        for (std::size_t i = 0; i < rows[r].size(); ++i) {
+            line += (i == 0 ? " " : "  ") + Padded(rows[r][i], widths[i]);
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        fmt::print("{}\n", line);
+    }
+}
+
+void PrintSummary(const std::vector<ServiceView> &views) {
+    std::size_t running = 0, stopped = 0, failed = 0;
+    for (const ServiceView &view : views) {
+        const SERVICE_STATUS &status = view.service.status;
+        running += status.dwCurrentState == SERVICE_RUNNING ? 1u : 0u;
+        failed += HasFailed(status) ? 1u : 0u;
+        stopped += status.dwCurrentState == SERVICE_STOPPED && !HasFailed(status) ? 1u : 0u;
+    }
+    fmt::print("{} service{}: {} running, {} stopped, {} failed, {} else.\n", views.size(),
+               views.size() == 1 ? "" : "s", running, stopped, failed, views.size() - running - stopped - failed);
+}
+
+void PrintList(const std::vector<ServiceView> &views, const ListFilter &filter) {
+    std::vector<std::vector<std::string>> rows = {{"NAME", "STATE", "START", "GROUP", "DISPLAY NAME", ""}};
+    std::vector<std::string> marks = {" "};
+    for (const ServiceView &view : views) {
+        const std::string start = view.config ? StartWord(view.config->startType) : "-";
+        const std::string group = view.config && !view.config->group.empty() ? view.config->group : "-";
+        rows.push_back({view.service.name, StateSummary(view.service.status), start, group, view.service.displayName,
+                        RemarkOn(view.service)});
+        marks.emplace_back(MarkOf(view.service.status));
+    }
+    if (filter.namesOnly) {
+        for (const ServiceView &view : views) {
+            fmt::print("{}\n", view.service.name);
+        }
+        return;
+    }
+    PrintTable(rows, marks);
+    PrintSummary(views);
+}
+
+std::string AcceptedControls(DWORD mask) {
+    std::vector<std::string> words;
+    if ((mask & SERVICE_ACCEPT_STOP) != 0) words.emplace_back("stop");
+    if ((mask & SERVICE_ACCEPT_PAUSE_CONTINUE) != 0) words.emplace_back("pause, continue");
+    if ((mask & SERVICE_ACCEPT_SHUTDOWN) != 0) words.emplace_back("shutdown");
+    return words.empty() ? "none" : fmt::format("{}", fmt::join(words, ", "));
+}
+
+void PrintStatusBlock(const ServiceView &view) {
+    const SERVICE_STATUS &status = view.service.status;
+    fmt::print("{} {} - {}\n", MarkOf(status), view.service.name, view.service.displayName);
+    fmt::print("    state: {}\n", StateSummary(status));
+    fmt::print(" controls: {}\n", AcceptedControls(status.dwControlsAccepted));
+    if (!RemarkOn(view.service).empty()) fmt::print("   remark: {}\n", RemarkOn(view.service));
+    if (view.pidHint != 0) fmt::print("  process: {} (hint)\n", view.pidHint);
+    if (view.source != "enumeration") fmt::print("   source: {}\n", view.source);
+}
+
+std::string DependenciesText(const ServiceConfig &config) {
+    return fmt::format("{}", fmt::join(config.dependencies, ", "));
+}
+
+void PrintConfig(const ServiceConfig &config) {
+    fmt::print("     type: {:#x}\n", config.type);
+    fmt::print("    start: {}\n", StartWord(config.startType));
+    fmt::print("    error: {}\n", config.errorControl);
+    fmt::print("    image: {}\n", config.imagePath);
+    fmt::print("    group: {}\n", config.group);
+    fmt::print("      tag: {}\n", config.tag);
+    fmt::print("  depends: {}\n", DependenciesText(config));
+    fmt::print("  account: {}\n", config.account);
+}
+
+int StatusExitOf(const SERVICE_STATUS &status) {
+    if (HasFailed(status)) return STATUS_DEAD;
+    const bool down = status.dwCurrentState == SERVICE_STOPPED || status.dwCurrentState == SERVICE_STOP_PENDING;
+    return down ? STATUS_STOPPED : STATUS_RUNNING;
+}
+
+// Looks harder at one service, as asked. A refused interrogation tells something as well: the service is stopped, or
+// its process is gone, or it is in a pending state.
+void LookCloser(Session &session, StatusLook look, ServiceView *view) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), view->service.name.c_str(), SERVICE_QUERY_STATUS));
+    if (service == nullptr) return;
+    SERVICE_STATUS *status = &view->service.status;
+    if (look == StatusLook::fresh) {
+        if (!IsFreshQuerySafe(*status)) {
+            Note(session, fmt::format("tvsc: {}: just started and silent so far: asking now would declare it dead",
+                                      view->service.name));
+            return;
+        }
+        if (QueryServiceStatus(service.get(), status)) view->source = "query";
+        return;
+    }
+    SERVICE_STATUS answered = {};
+    if (ControlService(service.get(), SERVICE_CONTROL_INTERROGATE, &answered)) {
+        *status = answered;
+    } else {
+        Note(session, fmt::format("tvsc: {}: interrogate: {}", view->service.name, CodeText(GetLastError())));
+        BOOL complete = FALSE;
+        (void)tvQueryServiceStatusPassive(service.get(), status, &complete); // else the status is what it was
+    }
+    view->source = "interrogate";
+}
+
+// The services of these names as they stand, or a note of a failure.
+std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string> &patterns,
+                                 const std::string &action) {
+    const ResolvedNames resolved = ResolveNames(session, patterns, action);
+    std::vector<ListedService> services;
+    std::vector<ServiceView> views;
+    if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return views;
+    for (const std::string &name : resolved.names) {
+        for (const ListedService &service : services) {
+            if (service.name == name) views.push_back({service, "enumeration", ReadPidFile(name), std::nullopt});
+        }
+    }
+    return views;
+}
+
+int WorstStatus(const Session &session, const std::vector<ServiceView> &views) {
+    if (!session.results.empty()) return STATUS_UNKNOWN;
+    int worst = STATUS_RUNNING;
+    for (const ServiceView &view : views) {
+        const int exitStatus = StatusExitOf(view.service.status);
+        if (worst == STATUS_RUNNING) worst = exitStatus;
+    }
+    return worst;
+}
+
+} // namespace
+
+int RunList(Session &session, const ListFilter &filter) {
+    std::vector<ListedService> services;
+    const DWORD rc = EnumerateAllServices(session.manager.get(), &services);
+    if (rc != ERROR_SUCCESS) {
+        Failed(session, session.options.host, "list", rc);
+        return Finish(session);
+    }
+    std::vector<ServiceView> views;
+    for (const ListedService &service : services) {
+        if (!PassesFilter(service, filter)) continue;
+        views.push_back({service, service.complete ? "enumeration" : "peek", ReadPidFile(service.name), std::nullopt});
+        if (!filter.brief && !filter.namesOnly) views.back().config = ReadConfigByName(session, service.name);
+    }
+    if (session.options.json) {
+        PrintServicesJson(session, views);
+    } else {
+        PrintList(views, filter);
+    }
+    return EXIT_DONE;
+}
+
+int RunStatus(Session &session, const std::vector<std::string> &names, StatusLook look) {
+    std::vector<ServiceView> views = ViewsOf(session, names, "status");
+    for (ServiceView &view : views) {
+        if (look != StatusLook::passive) LookCloser(session, look, &view);
+        if (!session.options.json) PrintStatusBlock(view);
+    }
+    if (session.options.json) PrintServicesJson(session, views);
+    return WorstStatus(session, views);
+}
+
+int RunIsActive(Session &session, const std::vector<std::string> &names) {
+    return WorstStatus(session, ViewsOf(session, names, "is-active"));
+}
+
+int RunIsFailed(Session &session, const std::vector<std::string> &names) {
+    const std::vector<ServiceView> views = ViewsOf(session, names, "is-failed");
+    if (!session.results.empty()) return STATUS_UNKNOWN;
+    const bool failed =
+        std::any_of(views.begin(), views.end(), [](const ServiceView &view) { return HasFailed(view.service.status); });
+    return failed ? EXIT_DONE : EXIT_FAILED;
+}
+
+int RunShow(Session &session, const std::vector<std::string> &names) {
+    std::vector<ServiceView> views = ViewsOf(session, names, "show");
+    for (ServiceView &view : views) {
+        view.config = ReadConfigByName(session, view.service.name);
+        if (session.options.json) continue;
+        PrintStatusBlock(view);
+        if (view.config) PrintConfig(*view.config);
+    }
+    if (session.options.json) {
+        PrintServicesJson(session, views);
+        return session.results.empty() ? EXIT_DONE : session.results.front().exitStatus;
+    }
+    return Finish(session);
+}
+
+int RunDeps(Session &session, const std::string &name, bool dependents) {
+    const std::string relation = dependents ? "dependents" : "dependencies";
+    const ResolvedNames resolved = ResolveNames(session, {name}, relation);
+    for (const std::string &one : resolved.names) {
+        const ServiceHandle service(OpenServiceA(session.manager.get(), one.c_str(), SERVICE_ENUMERATE_DEPENDENTS));
+        std::vector<ListedService> found;
+        DWORD rc = service != nullptr ? ERROR_SUCCESS : GetLastError();
+        if (rc == ERROR_SUCCESS) {
+            rc = dependents ? EnumerateDependents(service.get(), SERVICE_STATE_ALL, &found)
+                            : EnumerateDependencies(service.get(), SERVICE_STATE_ALL, &found);
+        }
+        if (rc != ERROR_SUCCESS) {
+            Failed(session, one, relation, rc);
+        } else if (session.options.json) {
+            PrintRelationJson(session, one, relation, found);
+        } else {
+            for (const ListedService &related : found) {
+                fmt::print("{} {}  {}\n", MarkOf(related.status), related.name, StateSummary(related.status));
+            }
+        }
+    }
+    return session.results.empty() ? EXIT_DONE : session.results.front().exitStatus;
+}
+
+int RunName(Session &session, const std::string &name) {
+    std::string key = name;
+    std::string display;
+    DWORD rc = QueryDisplayName(session.manager.get(), name.c_str(), &display);
+    if (rc == ERROR_SERVICE_DOES_NOT_EXIST) {
+        display = name;
+        rc = QueryKeyName(session.manager.get(), name.c_str(), &key);
+    }
+    if (rc != ERROR_SUCCESS) {
+        Failed(session, name, "name", rc);
+        return Finish(session);
+    }
+    if (session.options.json) {
+        PrintNamesJson(session, key, display);
+    } else {
+        fmt::print("{}\t{}\n", key, display);
+    }
+    return EXIT_DONE;
+}
+
+int RunExplain(const Options &options, DWORD code) {
+    if (options.json) {
+        PrintExplanationJson(code);
+    } else {
+        fmt::print("{}\n", CodeText(code));
+    }
+    return EXIT_DONE;
+}
+
+int RunLockStatus(Session &session) {
+    LockStatus status;
+    const DWORD rc = QueryLock(session.manager.get(), &status);
+    if (rc != ERROR_SUCCESS) {
+        Failed(session, session.options.host, "lock status", rc);
+        return Finish(session);
+    }
+    if (session.options.json) {
+        PrintLockJson(session, status);
+    } else if (status.locked) {
+        fmt::print("locked by {} for {} s\n", status.owner, status.durationSec);
+    } else {
+        fmt::print("not locked\n");
+    }
+    return EXIT_DONE;
+}
+
+int RunLockRelease(Session &session, std::optional<DWORD> id) {
+    LockStatus status;
+    DWORD rc = QueryLock(session.manager.get(), &status);
+    if (rc == ERROR_SUCCESS && !id && status.locked) {
+        // Our library writes the identifier into the owner's name.
+        const std::size_t at = status.owner.rfind(" id=");
+        if (at != std::string::npos) id = static_cast<DWORD>(std::strtoul(status.owner.c_str() + at + 4, nullptr, 10));
+    }
+    if (rc == ERROR_SUCCESS) {
+        rc = tvUnlockServiceDatabaseById(session.manager.get(), id.value_or(0)) ? ERROR_SUCCESS : GetLastError();
+    }
+    if (rc == ERROR_SUCCESS) {
+        Done(session, session.options.host, "lock release", fmt::format("freed the lock of {}", status.owner));
+    } else {
+        Failed(session, session.options.host, "lock release", rc);
+    }
+    return Finish(session);
+}
+
+int RunWithLock(Session &session, const std::vector<std::string> &command) {
+    const SC_LOCK lock = LockServiceDatabase(session.manager.get());
+    if (lock == nullptr) {
+        Failed(session, session.options.host, "with-lock", GetLastError());
+        return Finish(session);
+    }
+    std::vector<char *> argv;
+    for (const std::string &word : command) {
+        argv.push_back(const_cast<char *>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        sigset_t none;
+        sigemptyset(&none);
+        (void)sigprocmask(SIG_SETMASK, &none, nullptr); // interrupts are blocked here, for a thread that waits for them
+        execvp(argv[0], argv.data());
+        fmt::print(stderr, "tvsc: {}: {}\n", command.front(), std::strerror(errno));
+        _exit(127);
+    }
+    int status = 0;
+    const bool ended = child > 0 && waitpid(child, &status, 0) == child;
+    (void)UnlockServiceDatabase(lock); // somebody may have freed it by force
+    if (!ended) return EXIT_FAILED;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}

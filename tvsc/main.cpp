@@ -1,0 +1,343 @@
+// SPDX-License-Identifier: MIT
+// main: the command line of tvsc.
+//
+// Every subcommand stores what is to be run; it runs after the whole line was understood. What stands behind "--" is
+// taken off before: it belongs to the service (start) or is a command (with-lock).
+//
+// An interrupt ends the program through exit, so that open handles go back to the daemon, which would keep them for
+// ever.
+#include "tvsc/tvsc.h"
+
+#include <CLI/CLI.hpp>
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <functional>
+#include <thread>
+
+namespace {
+
+const std::map<std::string, DWORD> startTypes = {{"boot", SERVICE_BOOT_START},
+                                                 {"system", SERVICE_SYSTEM_START},
+                                                 {"auto", SERVICE_AUTO_START},
+                                                 {"demand", SERVICE_DEMAND_START},
+                                                 {"disabled", SERVICE_DISABLED}};
+const std::map<std::string, DWORD> serviceTypes = {{"own", SERVICE_WIN32_OWN_PROCESS},
+                                                   {"share", SERVICE_WIN32_SHARE_PROCESS},
+                                                   {"kernel", SERVICE_KERNEL_DRIVER},
+                                                   {"filesys", SERVICE_FILE_SYSTEM_DRIVER}};
+const std::map<std::string, DWORD> errorControls = {{"ignore", SERVICE_ERROR_IGNORE},
+                                                    {"normal", SERVICE_ERROR_NORMAL},
+                                                    {"severe", SERVICE_ERROR_SEVERE},
+                                                    {"critical", SERVICE_ERROR_CRITICAL}};
+const std::map<std::string, DWORD> waitStates = {
+    {"running", SERVICE_RUNNING}, {"stopped", SERVICE_STOPPED}, {"paused", SERVICE_PAUSED}};
+const std::map<std::string, double> timeUnits = {{"ms", 0.001}, {"s", 1}, {"min", 60}, {"h", 3600}};
+
+// All that the command line can say.
+struct CommandLine {
+    Options options;
+    std::vector<std::string> names;
+    std::string name;
+    std::vector<std::string> behindDashes;
+    ListFilter list;
+    bool fresh = false;
+    bool probe = false;
+    bool asksStatus = false;
+    bool noWait = false;
+    bool wait = false;
+    StartOptions start;
+    StopOptions stop;
+    CreateOptions create;
+    ConfigOptions config;
+    DeleteOptions deletion;
+    DWORD control = 0;
+    DWORD code = 0;
+    DWORD waitState = SERVICE_RUNNING;
+    std::optional<DWORD> lockId;
+    int pings = 1;
+    std::function<int()> run;
+};
+
+using SessionCommand = std::function<int(Session &)>;
+
+// A subcommand that needs a session with a loaded database.
+CLI::App *AddCommand(CLI::App &parent, CommandLine &line, const std::string &name, const std::string &help,
+                     SessionCommand command) {
+    CLI::App *added = parent.add_subcommand(name, help);
+    added->callback([&line, command = std::move(command)] {
+        line.run = [&line, command] {
+            Session session;
+            session.options = line.options;
+            const int opened = OpenSession(session, true);
+            if (opened == EXIT_DONE) return command(session);
+            (void)Finish(session); // for the JSON; the status is that of the connection
+            return line.asksStatus ? static_cast<int>(STATUS_UNKNOWN) : opened;
+        };
+    });
+    return added;
+}
+
+// The same for a command whose exit status tells a state: without a daemon that is "unknown".
+CLI::App *AddStatusCommand(CLI::App &parent, CommandLine &line, const std::string &name, const std::string &help,
+                           SessionCommand command) {
+    CLI::App *added = AddCommand(parent, line, name, help, std::move(command));
+    added->parse_complete_callback([&line] { line.asksStatus = true; });
+    return added;
+}
+
+void AddNames(CLI::App *command, CommandLine &line, bool required = true) {
+    command->add_option("name", line.names, "Service names, display names or patterns (* ? [])")->required(required);
+}
+
+void AddWaitOptions(CLI::App *command, CommandLine &line) {
+    command->add_flag("--no-wait", line.noWait, "Return as soon as the request was accepted");
+    command->add_flag("--wait", line.wait, "Wait until the state is reached (the default)");
+    command->add_option("--timeout", line.options.waitTimeoutSec, "Longest wait, such as 90s or 2min")
+        ->transform(CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL))
+        ->capture_default_str();
+}
+
+void AddLookCommands(CLI::App &app, CommandLine &line) {
+    CLI::App *list = AddCommand(app, line, "list", "List services",
+                                [&line](Session &session) { return RunList(session, line.list); });
+    list->add_option("pattern", line.list.patterns, "Only names that match (* ? [])");
+    list->add_option("--state", line.list.state, "Only services in this state: running, stopped, failed, ...");
+    list->add_flag("--names-only", line.list.namesOnly, "Names, one a line");
+    list->add_flag("--brief", line.list.brief, "Leave out what configurations tell: fewer calls");
+
+    CLI::App *status = AddStatusCommand(app, line, "status", "Show the state of services", [&line](Session &session) {
+        const StatusLook look = line.probe ? StatusLook::probe : line.fresh ? StatusLook::fresh : StatusLook::passive;
+        return RunStatus(session, line.names, look);
+    });
+    status->alias("query");
+    AddNames(status, line);
+    status->add_flag("--fresh", line.fresh, "Let the daemon apply its deadline: may find a service dead");
+    status->add_flag("--probe", line.probe, "Ask the service itself");
+
+    AddNames(AddStatusCommand(app, line, "is-active", "Exit with 0 when all run",
+                              [&line](Session &session) { return RunIsActive(session, line.names); }),
+             line);
+    AddNames(AddStatusCommand(app, line, "is-failed", "Exit with 0 when one has failed",
+                              [&line](Session &session) { return RunIsFailed(session, line.names); }),
+             line);
+    CLI::App *show = AddCommand(app, line, "show", "Show state and configuration",
+                                [&line](Session &session) { return RunShow(session, line.names); });
+    show->alias("qc");
+    AddNames(show, line);
+    AddCommand(app, line, "deps", "List what a service depends on",
+               [&line](Session &session) { return RunDeps(session, line.name, false); })
+        ->add_option("name", line.name)
+        ->required();
+    AddCommand(app, line, "dependents", "List what depends on a service",
+               [&line](Session &session) { return RunDeps(session, line.name, true); })
+        ->add_option("name", line.name)
+        ->required();
+    AddCommand(app, line, "name", "Translate between name and display name",
+               [&line](Session &session) { return RunName(session, line.name); })
+        ->add_option("name", line.name)
+        ->required();
+    CLI::App *explain = app.add_subcommand("explain", "Say what a Win32 code means");
+    explain->add_option("code", line.code)->required();
+    explain->callback([&line] { line.run = [&line] { return RunExplain(line.options, line.code); }; });
+}
+
+void AddActCommands(CLI::App &app, CommandLine &line) {
+    CLI::App *start =
+        AddCommand(app, line, "start", "Start services; arguments for them follow --", [&line](Session &session) {
+            line.start.names = line.names;
+            line.start.arguments = line.behindDashes;
+            line.start.wait = !line.noWait;
+            return RunStart(session, line.start);
+        });
+    AddNames(start, line);
+    AddWaitOptions(start, line);
+    start->add_flag("--with-deps", line.start.withDependencies, "Start what they depend on first");
+
+    CLI::App *stop = AddCommand(app, line, "stop", "Stop services", [&line](Session &session) {
+        line.stop.names = line.names;
+        line.stop.wait = !line.noWait;
+        if (line.names.empty() && !line.stop.all) {
+            throw CLI::RequiredError("name or --all");
+        }
+        return RunStop(session, line.stop);
+    });
+    AddNames(stop, line, false);
+    AddWaitOptions(stop, line);
+    stop->add_flag("--all", line.stop.all, "All that run, dependents first");
+    stop->add_flag("--with-dependents", line.stop.withDependents, "Stop what depends on them first");
+    stop->add_flag("--force", line.stop.force, "Although others depend on them");
+
+    CLI::App *restart = AddCommand(app, line, "restart", "Stop, then start",
+                                   [&line](Session &session) { return RunRestart(session, line.names); });
+    AddNames(restart, line);
+
+    const std::pair<const char *, DWORD> controls[] = {{"pause", SERVICE_CONTROL_PAUSE},
+                                                       {"continue", SERVICE_CONTROL_CONTINUE},
+                                                       {"interrogate", SERVICE_CONTROL_INTERROGATE}};
+    for (const auto &[word, control] : controls) {
+        CLI::App *command = AddCommand(
+            app, line, word, std::string("Send the control ") + word,
+            [&line, code = control](Session &session) { return RunControl(session, line.names, code, !line.noWait); });
+        AddNames(command, line);
+        AddWaitOptions(command, line);
+    }
+    CLI::App *control =
+        AddCommand(app, line, "control", "Send a control by its number (1 to 4, 128 to 255)",
+                   [&line](Session &session) { return RunControl(session, {line.name}, line.control, false); });
+    control->add_option("name", line.name)->required();
+    control->add_option("code", line.control)->required();
+
+    CLI::App *wait = AddCommand(app, line, "wait", "Wait until services are in a state",
+                                [&line](Session &session) { return RunWait(session, line.names, line.waitState); });
+    AddNames(wait, line);
+    AddWaitOptions(wait, line);
+    wait->add_option("--for", line.waitState, "running, stopped or paused")
+        ->transform(CLI::CheckedTransformer(waitStates));
+    AddNames(AddCommand(app, line, "reset", "Have the daemon forget a service that is not there any more",
+                        [&line](Session &session) { return RunReset(session, line.names); }),
+             line);
+}
+
+void AddCreateCommand(CLI::App &app, CommandLine &line) {
+    CreateOptions &create = line.create;
+    CLI::App *command = AddCommand(app, line, "create", "Create a service",
+                                   [&line](Session &session) { return RunCreate(session, line.create); });
+    command->add_option("name", create.name)->required();
+    auto *image = command->add_option_group("image", "What is run: exactly one of");
+    image->add_option("--exec", create.exec, "Any program and its arguments, run by tvhost");
+    image->add_option("--program", create.program, "A service program and its arguments; writes a launcher");
+    image->add_option("--image", create.image, "A csh script that ends in exec");
+    image->require_option(1);
+    command->add_option("--display", create.display, "Display name (default: the name)");
+    command->add_option("--start", create.startType, "auto, demand, disabled, boot or system")
+        ->transform(CLI::CheckedTransformer(startTypes));
+    command->add_option("--type", create.type, "own, share, kernel or filesys")
+        ->transform(CLI::CheckedTransformer(serviceTypes));
+    command->add_option("--error", create.errorControl, "ignore, normal, severe or critical")
+        ->transform(CLI::CheckedTransformer(errorControls));
+    command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")->delimiter(',');
+    command->add_option("--group", create.group, "Load-order group");
+    command->add_flag("--tag", create.tag, "Ask for a tag inside the group");
+    command->add_option("--user", create.user, "Unix user to run as (default: the daemon's)");
+    command->add_option("--env", create.environment, "NAME=VALUE for the program, with --exec");
+    command->add_option("--cwd", create.directory, "Working directory, with --exec");
+    command->add_option("--stdout", create.standardOutput, "File for its standard output, with --exec");
+    command->add_option("--stderr", create.standardError, "File for its standard error, with --exec");
+    command->add_option("--stop-timeout-ms", create.stopTimeoutMs, "Time before it is killed, with --exec");
+}
+
+void AddConfigureCommands(CLI::App &app, CommandLine &line) {
+    AddCreateCommand(app, line);
+    ConfigOptions &config = line.config;
+    CLI::App *change = AddCommand(app, line, "config", "Change a service's configuration",
+                                  [&line](Session &session) { return RunConfig(session, line.config); });
+    change->add_option("name", config.name)->required();
+    change->add_option("--display", config.display, "Display name");
+    change->add_option("--image", config.image, "A csh script that ends in exec");
+    change->add_option("--group", config.group, "Load-order group");
+    change->add_option("--user", config.user, "Unix user to run as");
+    change->add_option("--start", config.startType, "auto, demand, disabled, boot or system")
+        ->transform(CLI::CheckedTransformer(startTypes));
+    change->add_option("--type", config.type, "own, share, kernel or filesys")
+        ->transform(CLI::CheckedTransformer(serviceTypes));
+    change->add_option("--error", config.errorControl, "ignore, normal, severe or critical")
+        ->transform(CLI::CheckedTransformer(errorControls));
+    change->add_option("--depends", config.dependencies, "Services, and groups with a leading +")->delimiter(',');
+    change->add_flag("--tag", config.tag, "Ask for a tag inside the group");
+
+    CLI::App *deletion = AddCommand(app, line, "delete", "Delete services", [&line](Session &session) {
+        line.deletion.names = line.names;
+        return RunDelete(session, line.deletion);
+    });
+    AddNames(deletion, line);
+    deletion->add_flag("--stop", line.deletion.stop, "Stop them first");
+    deletion->add_flag("--wait", line.deletion.wait, "Wait until they are gone");
+}
+
+void AddDaemonCommands(CLI::App &app, CommandLine &line) {
+    CLI::App *lock = app.add_subcommand("lock", "The database lock");
+    lock->require_subcommand(1);
+    AddCommand(*lock, line, "status", "Who holds it", [](Session &session) { return RunLockStatus(session); });
+    AddCommand(*lock, line, "release", "Free it, whoever holds it", [&line](Session &session) {
+        return RunLockRelease(session, line.lockId);
+    })->add_option("--id", line.lockId, "Its identifier, where the owner's name does not tell it");
+    AddCommand(app, line, "with-lock", "Run the command behind -- while holding the lock", [&line](Session &session) {
+        if (line.behindDashes.empty()) throw CLI::RequiredError("a command behind --");
+        return RunWithLock(session, line.behindDashes);
+    });
+
+    CLI::App *ping = app.add_subcommand("ping", "Ask the daemon whether it answers");
+    ping->add_option("-c,--count", line.pings, "How often")->capture_default_str();
+    ping->callback([&line] { line.run = [&line] { return RunPing(line.options, line.pings); }; });
+    CLI::App *online = app.add_subcommand("wait-online", "Wait until the daemon answers");
+    online->callback([&line] { line.run = [&line] { return RunWaitOnline(line.options); }; });
+    online->add_option("--timeout", line.options.waitTimeoutSec, "Longest wait, such as 90s or 15min")
+        ->transform(CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL));
+    CLI::App *daemon = app.add_subcommand("daemon", "The daemon itself");
+    daemon->require_subcommand(1);
+    daemon->add_subcommand("status", "Whether it runs, with its services")->callback([&line] {
+        line.run = [&line] { return RunDaemonStatus(line.options); };
+    });
+    daemon->add_subcommand("stop", "End it; services are left running")->callback([&line] {
+        line.run = [&line] { return RunDaemonStop(line.options); };
+    });
+}
+
+void AddGlobalOptions(CLI::App &app, CommandLine &line) {
+    app.add_option("--host", line.options.host, "Host of the daemon")->envname("TVSC_HOST")->capture_default_str();
+    app.add_option("--call-timeout", line.options.callTimeoutSec, "Longest single call to the daemon")
+        ->envname("TVSC_TIMEOUT")
+        ->transform(CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL))
+        ->capture_default_str();
+    app.add_flag("--json", line.options.json, "Write JSON to standard output");
+    app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
+    app.set_version_flag("--version", "tvsc " TV_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.get_formatter()->column_width(28);
+}
+
+// Ends the program through exit on an interrupt, in a thread of its own: handles are given back there.
+void ExitOnInterrupt() {
+    sigset_t interrupts;
+    sigemptyset(&interrupts);
+    sigaddset(&interrupts, SIGINT);
+    sigaddset(&interrupts, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
+    std::thread([interrupts] {
+        int signal = 0;
+        while (sigwait(&interrupts, &signal) != 0) {
+        }
+        std::fputs("tvsc: interrupted; what was asked for may still be carried out\n", stderr);
+        std::exit(signal == SIGINT ? EXIT_INTERRUPTED : 128 + signal);
+    }).detach();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    CommandLine line;
+    int words = argc;
+    for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) != "--") continue;
+        line.behindDashes.assign(argv + i + 1, argv + argc);
+        words = i;
+        break;
+    }
+    CLI::App app("Works on the services of the service daemon.", "tvsc");
+    AddGlobalOptions(app, line);
+    AddLookCommands(app, line);
+    AddActCommands(app, line);
+    AddConfigureCommands(app, line);
+    AddDaemonCommands(app, line);
+    try {
+        app.parse(words, argv);
+        ExitOnInterrupt();
+        return line.run();
+    } catch (const CLI::ParseError &error) {
+        const int status = app.exit(error);
+        return status == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+}

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+// names: from what was typed to the services that are meant.
+#include "tvsc/tvsc.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <fnmatch.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <numeric>
+
+namespace {
+
+constexpr std::size_t maxSuggestions = 3;
+
+std::size_t EditDistance(const std::string &a, const std::string &b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t replaced = diagonal + (std::tolower(a[i]) == std::tolower(b[j]) ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+bool IsPattern(const std::string &text) { return text.find_first_of("*?[") != std::string::npos; }
+
+// The services that one argument means; empty for none.
+std::vector<std::string> Resolve(const std::string &wanted, const std::vector<ListedService> &services) {
+    std::vector<std::string> exact, otherCase, display, matching;
+    for (const ListedService &service : services) {
+        if (service.name == wanted) exact.push_back(service.name);
+        if (strcasecmp(service.name.c_str(), wanted.c_str()) == 0) otherCase.push_back(service.name);
+        if (service.displayName == wanted) display.push_back(service.name);
+        if (fnmatch(wanted.c_str(), service.name.c_str(), 0) == 0) matching.push_back(service.name);
+    }
+    if (!exact.empty()) return exact;
+    if (IsPattern(wanted)) return matching;
+    if (otherCase.size() == 1) return otherCase;
+    return display.size() == 1 ? display : std::vector<std::string>{};
+}
+
+// Nothing that can be listed has the name: it may be marked for deletion, which hides a service everywhere else.
+DWORD WhyUnknown(Session &session, const std::string &name) {
+    std::string displayName;
+    const DWORD rc = QueryDisplayName(session.manager.get(), name.c_str(), &displayName);
+    return rc == ERROR_SUCCESS ? ERROR_SERVICE_MARKED_FOR_DELETE : rc;
+}
+
+} // namespace
+
+std::vector<std::string> SimilarNames(const std::string &name, const std::vector<std::string> &known) {
+    std::vector<std::pair<std::size_t, std::string>> ranked;
+    for (const std::string &candidate : known) {
+        const std::size_t distance = EditDistance(name, candidate);
+        if (distance <= std::max<std::size_t>(1, name.size() / 3)) ranked.emplace_back(distance, candidate);
+    }
+    std::sort(ranked.begin(), ranked.end());
+    if (ranked.size() > maxSuggestions) ranked.resize(maxSuggestions);
+    std::vector<std::string> similar;
+    for (auto &[distance, candidate] : ranked) {
+        similar.push_back(candidate);
+    }
+    return similar;
+}
+
+ResolvedNames ResolveNames(Session &session, const std::vector<std::string> &patterns, const std::string &action) {
+    ResolvedNames resolved;
+    std::vector<ListedService> services;
+    DWORD rc = EnumerateAllServices(session.manager.get(), &services);
+    if (rc != ERROR_SUCCESS) {
+        Failed(session, session.options.host, action, rc, "the services cannot be listed");
+        resolved.failed = true;
+        return resolved;
+    }
+    std::vector<std::string> known;
+    for (const ListedService &service : services) {
+        known.push_back(service.name);
+    }
+    for (const std::string &pattern : patterns) {
+        const std::vector<std::string> meant = Resolve(pattern, services);
+        if (meant.empty()) {
+            rc = WhyUnknown(session, pattern);
+            Failed(session, pattern, action, rc, fmt::format("{} failed", action));
+            const std::vector<std::string> similar = SimilarNames(pattern, known);
+            if (rc == ERROR_SERVICE_DOES_NOT_EXIST && !similar.empty()) {
+                Note(session, fmt::format("  did you mean {}?", fmt::join(similar, ", ")));
+            }
+            resolved.failed = true;
+        }
+        for (const std::string &name : meant) {
+            const bool isNew = std::find(resolved.names.begin(), resolved.names.end(), name) == resolved.names.end();
+            if (isNew) resolved.names.push_back(name);
+        }
+    }
+    return resolved;
+}
