@@ -12,6 +12,7 @@
 #include "util/ktl_host.h"
 #include "util/ktl_strings.h"
 
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -59,6 +60,12 @@ void FillUserData() {
     userDataSet = 1;
 }
 
+bool IsAddress(const char *host) {
+    in_addr address;
+    return inet_pton(AF_INET, host, &address) == 1;
+}
+
+// Dials the short name, then the whole one. An address has no short form: its first number would be another address.
 // Deliberate: program number and local permission are not consulted; every connection goes to the system's number.
 CLIENT *DialDaemon(const char *host) {
     char fullName[registryHostBytes] = "";
@@ -66,7 +73,7 @@ CLIENT *DialDaemon(const char *host) {
     tvGenRegistryONCAddr(fullName, nullptr, nullptr, nullptr);
     char shortName[registryHostBytes];
     CopyHostName(shortName, fullName);
-    tvGetPartialName(shortName);
+    if (!IsAddress(shortName)) tvGetPartialName(shortName);
     tvSetRegistryDaemonParamsEx(nullptr);
 
     if (bAllowSystemDaemonConnect == 0) return nullptr;
@@ -98,8 +105,9 @@ CLIENT *OpenConnection(const char *host) {
 }
 
 void GrowTable() {
-    clntArray = static_cast<RegistryConnectionEntry **>(
-        std::realloc(clntArray, sizeof *clntArray * static_cast<std::size_t>(connectionSlots + slotsPerGrowth)));
+    using Slot = RegistryConnectionEntry *;
+    const std::size_t slots = static_cast<std::size_t>(connectionSlots) + slotsPerGrowth;
+    clntArray = static_cast<Slot *>(std::realloc(clntArray, slots * sizeof(Slot)));
     for (int i = 0; i < slotsPerGrowth; ++i) {
         clntArray[connectionSlots++] = nullptr;
     }
@@ -237,11 +245,13 @@ void tvRegistryCleanConnections(int destroy) {
         clntArray[number] = nullptr;
         UnlockRegistryMutex();
     }
+    LockRegistryMutex(); // a ping of another thread looks at the table even now
     std::free(clntArray);
     clntArray = nullptr;
     connectionSlots = 0;
     nextClientNum = 1;
     numConnections = 0;
+    UnlockRegistryMutex();
 }
 
 void tvRegistryInitData(void) {

@@ -107,6 +107,12 @@ TEST_F(RegistryConnections, a_host_name_is_dialled_short_first_and_then_whole) {
                                                           std::string("regd.example.net") + systemProgram}));
 }
 
+TEST_F(RegistryConnections, an_address_is_never_shortened) {
+    setenv("TARVO_REGISTRY_HOST", "127.0.0.9", 1);
+    EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(dialPlan.dialled, (std::vector<std::string>(2, std::string("127.0.0.9") + systemProgram)));
+}
+
 TEST_F(RegistryConnections, without_a_registry_host_this_host_is_dialled) {
     EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
     ASSERT_EQ(dialPlan.dialled.size(), 2u);
