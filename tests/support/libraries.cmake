@@ -2,7 +2,7 @@
 # Libraries that test programs share.
 
 # What tests on a private host share: link it to tests of the kinds wire and system.
-add_library(tv_test_host STATIC support/host.cpp)
+add_library(tv_test_host STATIC support/host.cpp support/service_image.cpp)
 target_link_libraries(tv_test_host PRIVATE tv_options PUBLIC servd_wire tv_registry)
 
 # What unit tests of the daemon share: a registry in memory beneath its logic.
@@ -51,3 +51,7 @@ target_link_libraries(tv_oracle PUBLIC PkgConfig::TIRPC)
 # Messages by hand, on plain sockets.
 add_library(tv_raw_rpc STATIC support/raw_rpc.cpp)
 target_link_libraries(tv_raw_rpc PRIVATE tv_options PUBLIC tv_rpc tv_util)
+# A service process that does as it is told, for the images of service_image.h.
+add_executable(test_service support/test_service.cpp)
+target_link_libraries(test_service PRIVATE tv_options servd_wire)
+add_dependencies(tv_test_host test_service)
