@@ -8,6 +8,7 @@
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 
 #include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/name_index.h"
 
 #include <cstring>
 
@@ -25,6 +26,8 @@ char scmhostname[256];
 std::int32_t firstunorderedgroupindex;
 
 static constexpr std::int32_t growthRecords = 50;
+
+static NameIndex nameIndex; // over the names in svcdb; SetServiceName keeps it
 
 void ResizeServiceDatabase() {
     const auto records = static_cast<std::size_t>(svcdbsize);
@@ -44,13 +47,17 @@ std::int32_t GetNextServiceDatabaseEntry() {
 void SetServiceName(std::int32_t index, const char *name) {
     std::free(svcdb[index].name);
     svcdb[index].name = CheckedCopy(name);
+    if (name != nullptr)
+        AddName(&nameIndex, index, name);
+    else
+        RemoveName(&nameIndex, index);
 }
 
 // Deliberate: letter case counts, although Win32 service names have none.
 std::int32_t GetServiceIndexFromName(const char *name) {
-    for (std::int32_t index = 0; index < svcdbsize; index++)
-        if (svcdb[index].name != nullptr && std::strcmp(svcdb[index].name, name) == 0) return index;
-    return -1;
+    return FindName(nameIndex, name, [name](std::int32_t index) {
+        return IsServiceHandle(index) && std::strcmp(svcdb[index].name, name) == 0;
+    });
 }
 
 void ClearVisitingFlags() {

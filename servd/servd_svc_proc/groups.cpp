@@ -10,7 +10,9 @@
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 
 #include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/name_index.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -24,17 +26,31 @@ GroupMember *NewMember(std::int32_t serviceIndex, GroupMember *next) {
     return member;
 }
 
+// The used entries stand in front.
 std::int32_t FirstFreeEntry(const GroupListEntry *list, std::int32_t size) {
-    std::int32_t index = 0;
-    while (index < size && list[index].name != nullptr)
-        index++;
-    return index;
+    const GroupListEntry *end =
+        std::partition_point(list, list + size, [](const GroupListEntry &entry) { return entry.name != nullptr; });
+    return static_cast<std::int32_t>(end - list);
+}
+
+// The index over the names of a list, which is known by its size; null for lists other than the two globals.
+NameIndex *IndexOf(const std::int32_t *size) {
+    static NameIndex groups;
+    static NameIndex imagePaths;
+    if (size == &grouplistsize) return &groups;
+    return size == &imagepathlistsize ? &imagePaths : nullptr;
+}
+
+void FillEntry(GroupListEntry *list, const std::int32_t *size, std::int32_t place, const char *name,
+               GroupMember *members) {
+    list[place] = {.name = CheckedCopy(name), .members = members};
+    if (NameIndex *names = IndexOf(size)) AddName(names, place, name);
 }
 
 void AppendOrderedGroup(std::int32_t *count, const char *name) {
     const std::int32_t index = (*count)++;
     if (index >= grouplistsize) ResizeGroupList(&grouplist, &grouplistsize);
-    grouplist[index] = {.name = CheckedCopy(name), .members = nullptr};
+    FillEntry(grouplist, &grouplistsize, index, name, nullptr);
 }
 
 std::uint32_t TagAt(const char *vector, DWORD offset) {
@@ -79,8 +95,12 @@ void ResizeGroupList(GroupListEntry **list, std::int32_t *size) {
 }
 
 std::int32_t GetGroupIndexFromName(const GroupListEntry *list, const std::int32_t *size, const char *name) {
-    for (std::int32_t index = 0; index < *size; index++)
-        if (list[index].name != nullptr && std::strcmp(list[index].name, name) == 0) return index;
+    const auto bearsName = [list, size, name](std::int32_t place) {
+        return place < *size && list[place].name != nullptr && std::strcmp(list[place].name, name) == 0;
+    };
+    if (const NameIndex *names = IndexOf(size)) return FindName(*names, name, bearsName);
+    for (std::int32_t place = 0; place < *size; place++)
+        if (bearsName(place)) return place;
     return -1;
 }
 
@@ -93,7 +113,7 @@ void AddServiceToGroupList(GroupListEntry **list, std::int32_t *size, const char
     }
     const std::int32_t added = FirstFreeEntry(*list, *size);
     if (added == *size) ResizeGroupList(list, size);
-    (*list)[added] = {.name = CheckedCopy(name), .members = NewMember(serviceIndex, nullptr)};
+    FillEntry(*list, size, added, name, NewMember(serviceIndex, nullptr));
 }
 
 void RemoveServiceFromGroupList(GroupListEntry *list, const std::int32_t *size, const char *name,
