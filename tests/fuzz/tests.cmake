@@ -1,3 +1,4 @@
 # SPDX-License-Identifier: MIT
 # One line a fuzz target, in alphabetical order.
 tv_fuzz_target(path_util tv_util)
+tv_fuzz_target(reg_text tvreg_text)
