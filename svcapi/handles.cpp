@@ -15,7 +15,7 @@ struct HandleTable {
     std::mutex guard;
     std::unordered_map<std::uintptr_t, std::shared_ptr<OpenHandle>> open;
     std::uintptr_t next = firstHandleValue;
-    pid_t owner = 0; // a forked child must not close what its parent has open
+    bool closesAtExit = false;
 };
 
 HandleTable &Table() {
@@ -36,10 +36,9 @@ void GiveBack(OpenHandle &handle) {
 
 void GiveBackAllHandles() {
     HandleTable &table = Table();
-    if (table.owner != getpid()) return;
     const std::lock_guard<std::mutex> locked(table.guard);
     for (auto &[value, handle] : table.open) {
-        GiveBack(*handle);
+        if (handle->owner == getpid()) GiveBack(*handle);
     }
     table.open.clear();
 }
@@ -58,10 +57,9 @@ DWORD BeginCall(const void *value, HandleKind kind, HandleCall *call) {
 void *AddHandle(OpenHandle handle) {
     HandleTable &table = Table();
     const std::lock_guard<std::mutex> locked(table.guard);
-    if (table.owner == 0) {
-        table.owner = getpid();
-        (void)std::atexit(GiveBackAllHandles); // without it the handles are merely not given back
-    }
+    // Should that fail, the handles are merely not given back.
+    if (!table.closesAtExit) table.closesAtExit = std::atexit(GiveBackAllHandles) == 0;
+    handle.owner = getpid();
     const std::uintptr_t value = table.next++;
     table.open.emplace(value, std::make_shared<OpenHandle>(std::move(handle)));
     return reinterpret_cast<void *>(value);

@@ -14,6 +14,7 @@ enum class HandleKind { manager, service, lock };
 struct OpenHandle {
     HandleKind kind = HandleKind::manager;
     std::shared_ptr<DaemonLink> link;
+    pid_t owner = 0; // a forked child must not give back what its parent has open
     // What follows is guarded by link->busy.
     std::string name;           // service: key name
     std::int32_t index = 0;     // service: its number at the daemon
