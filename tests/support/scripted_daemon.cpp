@@ -17,7 +17,7 @@ namespace {
 std::mutex guard; // scripts and called
 std::map<std::uint32_t, ScriptedAnswer> scripts;
 std::vector<std::uint32_t> called;
-std::thread server;
+std::thread &server = *new std::thread; // never destroyed: forked children of tests exit while it runs
 int wake = -1;
 
 void Dispatch(svc_req *request, SVCXPRT *transport) {

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+// How answers are laid out in the buffers of Win32 callers, and what is worked out from them.
+#include "svcapi/dependents.h"
+#include "svcapi/packing.h"
+#include "svcapi/runtime.h"
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr DWORD recordBytes = sizeof(ENUM_SERVICE_STATUSA);
+
+std::vector<ListedService> ThreeServices() {
+    return {{"one", "First", {0x10, SERVICE_RUNNING, 3, 0, 0, 0, 0}, true},
+            {"two", "Second", {0x10, SERVICE_STOPPED, 0, 1067, 0, 0, 0}, true},
+            {"three", "Third", {}, true}};
+}
+
+// Bytes that the first `count` of the services above take.
+DWORD BytesOf(std::size_t count) {
+    DWORD bytes = 0;
+    for (const ListedService &service : ThreeServices()) {
+        if (count-- == 0) break;
+        bytes += recordBytes + static_cast<DWORD>(service.name.size() + service.displayName.size() + 2);
+    }
+    return bytes;
+}
+
+struct Packed {
+    DWORD code;
+    DWORD bytesNeeded = 0;
+    DWORD returned = 0;
+    std::vector<ENUM_SERVICE_STATUSA> buffer;
+};
+
+Packed Pack(std::size_t first, DWORD bytes) {
+    Packed packed = {};
+    packed.buffer.resize(bytes / recordBytes + 1);
+    std::memset(packed.buffer.data(), 0x55, packed.buffer.size() * recordBytes);
+    packed.code =
+        PackServices(ThreeServices(), first, packed.buffer.data(), bytes, &packed.bytesNeeded, &packed.returned);
+    return packed;
+}
+
+} // namespace
+
+TEST(PackServices, exactly_enough_room_holds_all) {
+    const Packed packed = Pack(0, BytesOf(3));
+    EXPECT_EQ(packed.code, ERROR_SUCCESS);
+    EXPECT_EQ(packed.returned, 3u);
+    EXPECT_EQ(packed.bytesNeeded, 0u);
+    EXPECT_STREQ(packed.buffer[1].lpServiceName, "two");
+    EXPECT_STREQ(packed.buffer[2].lpDisplayName, "Third");
+    EXPECT_EQ(packed.buffer[1].ServiceStatus.dwWin32ExitCode, 1067u);
+}
+
+TEST(PackServices, one_byte_too_little_leaves_the_last_out) {
+    const Packed packed = Pack(0, BytesOf(3) - 1);
+    EXPECT_EQ(packed.code, ERROR_MORE_DATA);
+    EXPECT_EQ(packed.returned, 2u);
+    EXPECT_EQ(packed.bytesNeeded, BytesOf(3));
+}
+
+TEST(PackServices, no_room_tells_the_bytes_needed) {
+    const Packed packed = Pack(0, 0);
+    EXPECT_EQ(packed.code, ERROR_MORE_DATA);
+    EXPECT_EQ(packed.returned, 0u);
+    EXPECT_EQ(packed.bytesNeeded, BytesOf(3));
+}
+
+TEST(PackServices, going_on_needs_room_for_the_rest_only) {
+    const Packed packed = Pack(2, BytesOf(3) - BytesOf(2));
+    EXPECT_EQ(packed.code, ERROR_SUCCESS);
+    EXPECT_EQ(packed.returned, 1u);
+    EXPECT_STREQ(packed.buffer[0].lpServiceName, "three");
+}
+
+TEST(PackServices, nothing_to_list_needs_nothing) {
+    DWORD bytesNeeded = 9;
+    DWORD returned = 9;
+    EXPECT_EQ(PackServices({}, 0, nullptr, 0, &bytesNeeded, &returned), ERROR_SUCCESS);
+    EXPECT_EQ(bytesNeeded, 0u);
+    EXPECT_EQ(returned, 0u);
+}
+
+TEST(PackConfig, room_for_all_strings_is_needed_and_used) {
+    const ServiceConfig config = {0x10, 2, 1, "/image", "group", 7, {"one", "+two"}, "user", "Display"};
+    DWORD bytesNeeded = 0;
+    EXPECT_EQ(PackConfig(config, nullptr, 0, &bytesNeeded), ERROR_INSUFFICIENT_BUFFER);
+    std::vector<QUERY_SERVICE_CONFIGA> buffer(bytesNeeded / sizeof(QUERY_SERVICE_CONFIGA) + 1);
+    EXPECT_EQ(PackConfig(config, buffer.data(), bytesNeeded - 1, &bytesNeeded), ERROR_INSUFFICIENT_BUFFER);
+    ASSERT_EQ(PackConfig(config, buffer.data(), bytesNeeded, &bytesNeeded), ERROR_SUCCESS);
+    EXPECT_STREQ(buffer[0].lpBinaryPathName, "/image");
+    EXPECT_EQ(std::string(buffer[0].lpDependencies, 10), std::string("one\0+two\0\0", 10));
+    EXPECT_STREQ(buffer[0].lpServiceStartName, "user");
+    EXPECT_EQ(buffer[0].dwTagId, 7u);
+}
+
+TEST(PackLockStatus, a_free_database_has_an_empty_owner) {
+    QUERY_SERVICE_LOCK_STATUSA buffer[2];
+    DWORD bytesNeeded = 0;
+    ASSERT_EQ(PackLockStatus({}, buffer, sizeof buffer, &bytesNeeded), ERROR_SUCCESS);
+    EXPECT_EQ(buffer[0].fIsLocked, 0u);
+    EXPECT_STREQ(buffer[0].lpLockOwner, "");
+}
+
+TEST(SplitMultiString, stops_at_the_end_of_the_buffer_without_a_terminator) {
+    EXPECT_THAT(SplitMultiString("one\0two", 7), ElementsAre("one", "two"));
+    EXPECT_THAT(SplitMultiString("one\0\0two\0\0", 10), ElementsAre("one"));
+    EXPECT_THAT(SplitMultiString(nullptr, 0), IsEmpty());
+}
+
+TEST(JoinMultiString, no_strings_are_one_terminator) {
+    EXPECT_EQ(JoinMultiString({}), std::string("\0", 1));
+    EXPECT_EQ(JoinMultiString({"a", "bc"}), std::string("a\0bc\0\0", 6));
+}
+
+TEST(MultiStringBytes, counts_both_terminators) {
+    EXPECT_EQ(MultiStringBytes("a\0bc\0"), 6u);
+    EXPECT_EQ(MultiStringBytes(""), 1u);
+}
+
+namespace {
+
+std::vector<std::string> Dependents(const std::vector<ServiceNode> &nodes, const std::string &name) {
+    std::vector<std::string> names;
+    for (const std::size_t i : DependentsInStopOrder(nodes, name)) {
+        names.push_back(nodes[i].name);
+    }
+    return names;
+}
+
+} // namespace
+
+TEST(DependentsInStopOrder, the_farthest_comes_first) {
+    const std::vector<ServiceNode> nodes = {{"base", "", {}}, {"middle", "", {"base"}}, {"top", "", {"middle"}}};
+    EXPECT_THAT(Dependents(nodes, "base"), ElementsAre("top", "middle"));
+    EXPECT_THAT(Dependents(nodes, "top"), IsEmpty());
+}
+
+TEST(DependentsInStopOrder, one_that_is_met_twice_comes_once_and_before_both) {
+    const std::vector<ServiceNode> nodes = {
+        {"base", "", {}}, {"left", "", {"base"}}, {"right", "", {"base"}}, {"top", "", {"left", "right"}}};
+    EXPECT_THAT(Dependents(nodes, "base"), ElementsAre("top", "left", "right"));
+}
+
+TEST(DependentsInStopOrder, a_dependency_on_its_group_counts) {
+    const std::vector<ServiceNode> nodes = {{"base", "net", {}}, {"user", "", {"+net"}}, {"other", "", {"+disk"}}};
+    EXPECT_THAT(Dependents(nodes, "base"), ElementsAre("user"));
+}
+
+TEST(DependentsInStopOrder, a_ring_ends) {
+    const std::vector<ServiceNode> nodes = {{"a", "", {"b"}}, {"b", "", {"a"}}};
+    EXPECT_THAT(Dependents(nodes, "a"), ElementsAre("b"));
+}
+
+TEST(DependentsInStopOrder, an_unknown_service_has_none) { EXPECT_THAT(Dependents({}, "a"), IsEmpty()); }
+
+namespace {
+
+DWORD SafeHint(DWORD state, DWORD hintMs) {
+    SERVICE_STATUS status = {};
+    status.dwCurrentState = state;
+    status.dwWaitHint = hintMs;
+    return WithSafeWaitHint(status).dwWaitHint;
+}
+
+} // namespace
+
+TEST(WithSafeWaitHint, a_pending_hint_is_rounded_up_to_whole_seconds) {
+    EXPECT_EQ(SafeHint(SERVICE_START_PENDING, 0), 0u);
+    EXPECT_EQ(SafeHint(SERVICE_START_PENDING, 1), 1000u);
+    EXPECT_EQ(SafeHint(SERVICE_STOP_PENDING, 2000), 2000u);
+    EXPECT_EQ(SafeHint(SERVICE_CONTINUE_PENDING, 2001), 3000u);
+}
+
+TEST(WithSafeWaitHint, a_state_that_lasts_announces_no_wait) {
+    EXPECT_EQ(SafeHint(SERVICE_RUNNING, 5000), 0u);
+    EXPECT_EQ(SafeHint(SERVICE_PAUSED, 5000), 0u);
+    EXPECT_EQ(SafeHint(SERVICE_STOPPED, 5000), 0u);
+}
+
+TEST(WithSafeWaitHint, the_longest_hint_stays_positive_on_the_wire) {
+    EXPECT_EQ(SafeHint(SERVICE_PAUSE_PENDING, 0xFFFFFFFF), 2147483000u);
+}

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#include "tv/winerror.h"
+#include "tvhost/program.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <csignal>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// Statuses as of waitpid.
+constexpr int Exited(int status) { return status << 8; }
+constexpr int Killed(int signal) { return signal; }
+
+} // namespace
+
+TEST(SplitCommandLine, words_are_split_at_blanks) {
+    EXPECT_THAT(*SplitCommandLine("  -p 8080\t-f "), ElementsAre("-p", "8080", "-f"));
+    EXPECT_THAT(*SplitCommandLine(""), IsEmpty());
+}
+
+TEST(SplitCommandLine, quotes_keep_blanks_and_make_empty_words) {
+    EXPECT_THAT(*SplitCommandLine(R"("a b"c "")"), ElementsAre("a bc", ""));
+}
+
+TEST(SplitCommandLine, a_backslash_keeps_quote_and_backslash_only) {
+    EXPECT_THAT(*SplitCommandLine(R"(\"a\\ C:\dir)"), ElementsAre(R"("a\)", R"(C:\dir)"));
+}
+
+TEST(SplitCommandLine, an_open_quote_is_refused) { EXPECT_EQ(SplitCommandLine("a \"b"), std::nullopt); }
+
+TEST(FirstWord, the_rest_is_left_as_it_was_written) {
+    std::string rest;
+    EXPECT_EQ(FirstWord(R"( "/opt/my prog" -x  "a b")", &rest), "/opt/my prog");
+    EXPECT_EQ(rest, R"(-x  "a b")");
+}
+
+TEST(MergedEnvironment, changes_replace_add_and_take_away) {
+    EXPECT_THAT(MergedEnvironment({"A=1", "B=2", "AB=3"}, {"A=9", "B=", "C=4"}), ElementsAre("AB=3", "A=9", "C=4"));
+}
+
+TEST(MergedEnvironment, what_names_no_variable_is_passed_over) {
+    EXPECT_THAT(MergedEnvironment({"A=1"}, {"B", "=2", ""}), ElementsAre("A=1"));
+}
+
+TEST(CodesOfEnd, status_0_is_a_good_end) {
+    EXPECT_EQ(CodesOfEnd(Exited(0), false).win32, ERROR_SUCCESS);
+    EXPECT_EQ(CodesOfEnd(Exited(0), true).win32, ERROR_SUCCESS);
+}
+
+TEST(CodesOfEnd, another_status_is_service_specific_also_after_a_stop) {
+    for (const bool stopAsked : {false, true}) {
+        EXPECT_EQ(CodesOfEnd(Exited(3), stopAsked).win32, ERROR_SERVICE_SPECIFIC_ERROR);
+        EXPECT_EQ(CodesOfEnd(Exited(3), stopAsked).specific, 3u);
+    }
+}
+
+TEST(CodesOfEnd, the_signals_of_a_stop_are_a_good_end_only_when_it_was_asked_for) {
+    EXPECT_EQ(CodesOfEnd(Killed(SIGTERM), true).win32, ERROR_SUCCESS);
+    EXPECT_EQ(CodesOfEnd(Killed(SIGKILL), true).win32, ERROR_SUCCESS);
+    EXPECT_EQ(CodesOfEnd(Killed(SIGTERM), false).win32, ERROR_SERVICE_SPECIFIC_ERROR);
+    EXPECT_EQ(CodesOfEnd(Killed(SIGTERM), false).specific, 128u + SIGTERM);
+    EXPECT_EQ(CodesOfEnd(Killed(SIGSEGV), true).specific, 128u + SIGSEGV);
+}
+
+TEST(CodesOfErrno, each_cause_has_its_win32_code) {
+    EXPECT_EQ(CodesOfErrno(ENOENT).win32, ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(CodesOfErrno(ENOTDIR).win32, ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(CodesOfErrno(EACCES).win32, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(CodesOfErrno(ENOEXEC).win32, ERROR_BAD_EXE_FORMAT);
+    EXPECT_EQ(CodesOfErrno(EAGAIN).win32, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(CodesOfErrno(ELOOP).win32, ERROR_SERVICE_SPECIFIC_ERROR);
+    EXPECT_EQ(CodesOfErrno(ELOOP).specific, DWORD{ELOOP});
+}
