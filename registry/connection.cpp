@@ -107,6 +107,7 @@ CLIENT *OpenConnection(const char *host) {
 void GrowTable() {
     using Slot = RegistryConnectionEntry *;
     const std::size_t slots = static_cast<std::size_t>(connectionSlots) + slotsPerGrowth;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): pointers are what the array holds
     clntArray = static_cast<Slot *>(std::realloc(clntArray, slots * sizeof(Slot)));
     for (int i = 0; i < slotsPerGrowth; ++i) {
         clntArray[connectionSlots++] = nullptr;
