@@ -182,6 +182,81 @@ TEST_F(RegistryClientSystem, several_values_are_read_into_one_buffer) {
     EXPECT_EQ(std::string(buffer, 8), Sz("one") + Dword(2));
 }
 
+TEST_F(RegistryClientSystem, the_functions_of_the_first_generation_do_the_same) {
+    HKEY key = 0;
+    EXPECT_EQ(RegCreateKeyA(root, "Old", &key), ERROR_SUCCESS);
+    HKEY again = 0;
+    EXPECT_EQ(RegOpenKeyA(root, "Old", &again), ERROR_SUCCESS);
+    EXPECT_EQ(again, key);
+    char name[16] = "";
+    EXPECT_EQ(RegEnumKeyA(root, 0, name, sizeof name), ERROR_SUCCESS);
+    EXPECT_STREQ(name, "Old");
+    EXPECT_EQ(RegEnumKeyA(root, 1, name, sizeof name), ERROR_NO_MORE_ITEMS);
+
+    EXPECT_EQ(RegSetValueA(root, "Old", REG_SZ, "hello", 0), ERROR_SUCCESS);
+    char value[16] = "";
+    LONG size = sizeof value;
+    EXPECT_EQ(RegQueryValueA(root, "Old", value, &size), ERROR_SUCCESS);
+    EXPECT_STREQ(value, "hello");
+    EXPECT_EQ(size, 6);
+    EXPECT_EQ(Query(key, ""), (Queried{ERROR_SUCCESS, REG_SZ, Sz("hello")}));
+}
+
+TEST_F(RegistryClientSystem, a_class_is_kept_and_told) {
+    char keyClass[] = "Cls";
+    HKEY key = 0;
+    EXPECT_EQ(RegCreateKeyExA(root, "Classy", 0, keyClass, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), ERROR_SUCCESS);
+    char told[16] = "";
+    DWORD length = sizeof told;
+    EXPECT_EQ(RegQueryInfoKeyA(key, told, &length, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                               nullptr, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(std::string(told, length), "Cls");
+    char name[16] = "";
+    char enumerated[16] = "";
+    DWORD nameLength = sizeof name;
+    DWORD classLength = sizeof enumerated;
+    FILETIME time = {};
+    EXPECT_EQ(RegEnumKeyExA(root, 0, name, &nameLength, nullptr, enumerated, &classLength, &time), ERROR_SUCCESS);
+    EXPECT_STREQ(enumerated, "Cls");
+    EXPECT_EQ(classLength, 3u);
+    EXPECT_GT(time.dwHighDateTime, 0x01D00000u); // later than 2014
+}
+
+TEST_F(RegistryClientSystem, wide_functions_work_on_the_key_itself_and_its_unnamed_value_deliberate) {
+    const WCHAR name[] = {'N', 0};
+    HKEY same = 0;
+    EXPECT_EQ(RegOpenKeyExW(root, name, 0, KEY_ALL_ACCESS, &same), ERROR_SUCCESS);
+    EXPECT_EQ(same, root);
+    EXPECT_EQ(RegCreateKeyW(root, name, &same), ERROR_SUCCESS);
+    EXPECT_EQ(same, root);
+    EXPECT_THAT(SubKeys(root), testing::IsEmpty());
+
+    const std::string number = Dword(0x01020304);
+    EXPECT_EQ(RegSetValueExW(root, name, 0, REG_DWORD, BytesOf(number), 4), ERROR_SUCCESS);
+    EXPECT_EQ(ReadValue("Software\\Test", ""), (RegistryValue{"", REG_DWORD, number}));
+    BYTE data[4] = {};
+    DWORD size = sizeof data;
+    DWORD type = 0;
+    EXPECT_EQ(RegQueryValueExW(root, name, nullptr, &type, data, &size), ERROR_SUCCESS);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(data), 4), number);
+    EXPECT_EQ(type, REG_DWORD);
+    EXPECT_EQ(RegDeleteValueW(root, name), ERROR_SUCCESS);
+    EXPECT_EQ(Query(root, "").rc, ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(RegistryClientSystem, what_the_daemon_does_not_do_comes_back_as_it_says) {
+    DWORD size = 0;
+    EXPECT_EQ(RegLoadKeyA(root, "Hive", "/file"), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegUnLoadKeyA(root, "Hive"), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegReplaceKeyA(root, "Hive", "/new", "/old"), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegRestoreKeyA(root, "/file", 0), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegSaveKeyA(root, "/file", nullptr), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegGetKeySecurity(root, 7, nullptr, &size), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegSetKeySecurity(root, 7, nullptr), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegNotifyChangeKeyValue(root, TRUE, 1, nullptr, FALSE), ERROR_REGISTRY_IO_FAILED);
+}
+
 TEST_F(RegistryClientSystem, the_base_key_is_made_and_handed_out_twice) {
     HKEY first = 0;
     HKEY second = 0;

@@ -425,6 +425,17 @@ TEST_F(RegistryConnections, ping_sends_process_and_mode_and_returns_the_status) 
     EXPECT_EQ(RegPingDaemon(0), ERROR_SUCCESS);
 }
 
+TEST_F(RegistryConnections, ping_asks_for_the_user_id_anew) {
+    Script &daemon = NewScript();
+    Connect(0, &daemon);
+    g_userData = {tarvoVersion, getuid() + 1, nullptr, 7};
+    userDataSet = 1;
+    daemon.Answer(ok);
+    EXPECT_EQ(RegPingDaemon(3), ERROR_SUCCESS);
+    EXPECT_EQ(InHex(daemon.calls.back().argument), InHex(Hex(Word(6) + Word(getuid()) + Word(0) + Word(7) +
+                                                             Word(static_cast<std::uint32_t>(getpid())) + Word(3))));
+}
+
 TEST_F(RegistryConnections, ping_without_an_answer_is_1016_and_minus_1_for_mode_2) {
     Script &daemon = NewScript();
     Connect(0, &daemon);
