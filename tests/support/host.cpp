@@ -249,6 +249,13 @@ std::vector<pid_t> ChildrenOf(pid_t parent, std::string_view name) {
     return living;
 }
 
+std::vector<pid_t> ZombiesOf(pid_t parent) {
+    std::vector<pid_t> zombies;
+    for (const ProcessLine &child : ReadChildren(parent))
+        if (child.state == 'Z') zombies.push_back(child.process);
+    return zombies;
+}
+
 void EndAllProcesses() {
     for (;;) {
         for (const ProcessLine &child : ReadChildren(getpid()))

@@ -53,6 +53,9 @@ Ended RunAndRead(const Launch &launch, int timeoutMs = patienceMs);
 // The living processes whose parent is this one, adopted ones included; with a name, those that run under it.
 std::vector<pid_t> ChildrenOf(pid_t parent, std::string_view name = {});
 
+// The ended processes whose parent is this one and has not taken their ends.
+std::vector<pid_t> ZombiesOf(pid_t parent);
+
 // Kills every child and adopted process until none is left, and takes their ends.
 void EndAllProcesses();
 

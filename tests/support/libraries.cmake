@@ -51,7 +51,13 @@ target_link_libraries(tv_oracle PUBLIC PkgConfig::TIRPC)
 # Messages by hand, on plain sockets.
 add_library(tv_raw_rpc STATIC support/raw_rpc.cpp)
 target_link_libraries(tv_raw_rpc PRIVATE tv_options PUBLIC tv_rpc tv_util)
+
 # A service process that does as it is told, for the images of service_image.h.
 add_executable(test_service support/test_service.cpp)
 target_link_libraries(test_service PRIVATE tv_options servd_wire)
 add_dependencies(tv_test_host test_service)
+
+# Loaded into a daemon: signals its children between fork and exec.
+add_library(signal_child MODULE support/signal_child.cpp)
+target_link_libraries(signal_child PRIVATE tv_options)
+set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})

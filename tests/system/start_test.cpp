@@ -182,6 +182,7 @@ TEST_F(Starting, no_process_is_left_when_the_shell_cannot_be_executed) {
     EXPECT_EQ(svcdb[index].status.dwCurrentState, SERVICE_STOPPED);
     EXPECT_EQ(svcdb[index].processId, 0);
     EXPECT_THAT(ChildrenOf(getpid()), IsEmpty());
+    EXPECT_THAT(ZombiesOf(getpid()), IsEmpty());
 }
 
 TEST_F(Starting, without_fork_the_answer_is_6_and_the_pipe_serves_the_next_start_deliberate) {
@@ -246,7 +247,8 @@ TEST_F(StartingAs, an_unknown_user_answers_3_and_leaves_nothing) {
     EXPECT_EQ(svcdb[index].status.dwCurrentState, SERVICE_STOPPED);
     EXPECT_EQ(svcdb[index].processId, 0);
     EXPECT_FALSE(HasLog(image));
-    EXPECT_THAT(ChildrenOf(getpid()), IsEmpty()) << "the child has been reaped";
+    EXPECT_THAT(ChildrenOf(getpid()), IsEmpty());
+    EXPECT_THAT(ZombiesOf(getpid()), IsEmpty()) << "the child has been reaped";
 }
 
 TEST_F(StartingAs, an_empty_account_is_user_0_with_the_groups_of_the_daemon) {
@@ -350,7 +352,7 @@ TEST_F(Starting, ended_services_leave_no_zombies_and_no_threads) {
         ASSERT_EQ(Start(index), 0u);
         ServiceFailed(index);
     }
-    EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid()).empty(); }));
+    EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid()).empty() && ZombiesOf(getpid()).empty(); }));
     EXPECT_TRUE(WaitUntil([&] { return ThreadCount() == threads; }));
 }
 

@@ -81,7 +81,7 @@ TEST_F(StartTimeouts, a_missing_image_answers_1053) {
     LoadThree({"/no/such/image", ""}, SERVICE_WIN32_OWN_PROCESS);
     EXPECT_EQ(TimedStart(1).rc, std::uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT});
     EXPECT_EQ(svcdb[1].status.dwCurrentState, SERVICE_STOPPED);
-    EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid()).empty(); })) << "reaped";
+    EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid()).empty() && ZombiesOf(getpid()).empty(); }));
 }
 
 TEST_F(StartTimeouts, a_silent_process_answers_1053_after_25_seconds_and_stays_start_pending) {

@@ -1,5 +1,8 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
+tv_host_test(system automatic_start tv_test_host)
+tv_host_test(system children tv_test_host)
+add_dependencies(children_system_test signal_child)
 tv_host_test(system host tv_test_host)
 tv_bats_test(private_host)
 tv_host_test(system registry tv_test_host)

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+// Automatic start with the real programs: a registry in tvregd, servd, csh and service processes. All services of a
+// test share one image, and thus one log, which tells the order of their starts.
+#include "tests/support/host.h"
+#include "tests/support/service_image.h"
+
+#include "tv/winerror.h"
+#include "tv/winreg.h"
+#include "tv/winsvc.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+
+constexpr std::uint32_t automatic = SERVICE_AUTO_START;
+constexpr std::uint32_t demand = SERVICE_DEMAND_START;
+constexpr int bootMs = 60000;
+
+RegistryValue DependsOn(const std::vector<std::string> &names) {
+    return {"DependOnGroup", REG_MULTI_SZ, MultiSz(names)};
+}
+RegistryValue Group(const std::string &name) { return {"Group", REG_SZ, Sz(name)}; }
+RegistryValue Tag(std::uint32_t tag) { return {"Tag", REG_DWORD, Dword(tag)}; }
+RegistryValue Account(const std::string &name) { return {"DependOnService", REG_SZ, Sz(name)}; }
+
+struct AutomaticStart : testing::Test {
+    AutomaticStart() { StartRegistryDaemon(MakeScratchFolder() + "/registry"); }
+    ~AutomaticStart() override { EndAllProcesses(); }
+
+    ServiceImage image = MakeServiceImage("image");
+
+    // Names in the order of the start requests.
+    std::vector<std::string> Started(std::size_t count) const {
+        std::vector<std::string> names;
+        for (const std::string &line : LogLines(image, "start", count))
+            names.push_back(line.substr(0, line.find(' ')));
+        return names;
+    }
+};
+
+// State of every service in the listing.
+std::map<std::string, std::int32_t> States() {
+    const RpcClient client = DialServiceDaemon();
+    auto listing = CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
+        client.get(), ENUM_STATUS_SERVICE,
+        servd_SERV_ENUM_STATUS_SERVICE{
+            .resumeIndex = 0, .typeFilter = SERVICE_WIN32, .stateFilter = SERVICE_STATE_ALL, .bufferBytes = 1 << 20});
+    std::map<std::string, std::int32_t> states;
+    for (const svd_enum_status_list_t *record = listing->services; record != nullptr; record = record->next)
+        states[record->name] = record->status.dwCurrentState;
+    return states;
+}
+
+std::int32_t Connect() {
+    const RpcClient client = DialServiceDaemon();
+    return CallServd<servd_SERV_CONNECT_SERVICE_RETURN>(client.get(), CONNECT_SERVICE,
+                                                        servd_SERV_CONNECT_SERVICE{.machineName = Text("")})
+        ->status;
+}
+
+TEST_F(AutomaticStart, gamma_beta_alpha) {
+    WriteService("Alpha", automatic, image.path, {DependsOn({"Beta"})});
+    WriteService("Beta", demand, image.path, {DependsOn({"Gamma"})});
+    WriteService("Gamma", SERVICE_DISABLED, image.path);
+    WriteService("Delta", demand, image.path);
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(Started(3), ElementsAre("Gamma", "Beta", "Alpha"));
+    EXPECT_THAT(States(),
+                UnorderedElementsAre(Pair("Alpha", SERVICE_START_PENDING), Pair("Beta", SERVICE_START_PENDING),
+                                     Pair("Gamma", SERVICE_START_PENDING), Pair("Delta", SERVICE_STOPPED)));
+    EXPECT_EQ(Connect(), 0);
+}
+
+TEST_F(AutomaticStart, start_requests_carry_record_numbers_and_no_arguments) {
+    WriteService("Alpha", automatic, image.path);
+    WriteService("Beta", SERVICE_BOOT_START, image.path);
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(LogLines(image, "start", 2), ElementsAre("Alpha 1 0", "Beta 2 0"));
+}
+
+TEST_F(AutomaticStart, a_service_that_is_automatic_and_a_dependency_starts_once) {
+    WriteService("Alpha", automatic, image.path, {DependsOn({"Beta"})});
+    WriteService("Beta", automatic, image.path);
+    WriteService("Gamma", SERVICE_SYSTEM_START, image.path, {DependsOn({"Beta", "Alpha"})});
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(Started(3), ElementsAre("Beta", "Alpha", "Gamma"));
+    SleepMs(100);
+    EXPECT_EQ(Started(3).size(), 3u);
+}
+
+TEST_F(AutomaticStart, a_dependency_that_fails_to_start_stops_nobody) {
+    WriteService("Alpha", automatic, image.path, {DependsOn({"Beta", "Gamma"})});
+    WriteService("Beta", demand, image.path, {Account("no-such-user")});
+    WriteService("Gamma", demand, image.path);
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(Started(2), ElementsAre("Gamma", "Alpha"));
+    EXPECT_EQ(States()["Beta"], SERVICE_STOPPED);
+}
+
+TEST_F(AutomaticStart, a_cycle_stops_nobody) {
+    WriteService("Alpha", automatic, image.path, {DependsOn({"Beta"})});
+    WriteService("Beta", automatic, image.path, {DependsOn({"Alpha"})});
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(Started(2), ElementsAre("Alpha", "Beta"));
+}
+
+TEST_F(AutomaticStart, members_of_a_group_start_in_the_order_of_its_tags) {
+    WriteKey(groupOrderKey, {{"List", REG_MULTI_SZ, MultiSz({"Network", "Disk"})}});
+    WriteKey(groupTagsKey, {{"Disk", REG_BINARY, Dword(3) + Dword(2) + Dword(3) + Dword(1)}});
+    WriteService("one", demand, image.path, {Group("Disk"), Tag(1)});
+    WriteService("two", demand, image.path, {Group("Disk"), Tag(2)});
+    WriteService("three", demand, image.path, {Group("Disk"), Tag(3)});
+    WriteService("untagged", demand, image.path, {Group("Disk"), Tag(9)});
+    WriteService("user", automatic, image.path, {DependsOn({"+Disk"})});
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(Started(5), ElementsAre("two", "three", "one", "untagged", "user"));
+}
+
+TEST_F(AutomaticStart, prompt_services_do_not_wait_for_each_other) {
+    for (int number = 0; number < 30; number++)
+        WriteService("service" + std::to_string(number), automatic, image.path);
+    const std::int64_t begin = MonotonicMs();
+    StartServiceDaemon({}, bootMs);
+    EXPECT_EQ(Started(30).size(), 30u);
+    EXPECT_LT(MonotonicMs() - begin, 25000) << "a second each, were the first attempt made at once";
+}
+
+TEST_F(AutomaticStart, a_service_with_DeleteFlag_is_gone_and_never_started) {
+    WriteService("Alpha", automatic, image.path, {{"DeleteFlag", REG_DWORD, Dword(1)}});
+    WriteKey(servicesKey + "\\Alpha\\Parameters", {{"Program", REG_SZ, Sz("/bin/true")}});
+    WriteService("Beta", automatic, image.path);
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(LogLines(image, "start"), ElementsAre("Beta 1 0"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\Alpha"));
+}
+
+TEST_F(AutomaticStart, a_service_without_display_name_makes_1065_and_nothing_starts_deliberate) {
+    WriteService("Alpha", automatic, image.path);
+    WriteService("Beta", automatic, image.path);
+    DeleteValue(servicesKey + "\\Beta", "DisplayName");
+    StartServiceDaemon({}, bootMs);
+    EXPECT_EQ(Connect(), ERROR_DATABASE_DOES_NOT_EXIST);
+    EXPECT_FALSE(HasLog(image));
+    EXPECT_THAT(States(), testing::Contains(Pair("Alpha", SERVICE_STOPPED))) << "the daemon serves what it has read";
+}
+
+TEST_F(AutomaticStart, without_services_the_daemon_comes_up_empty) {
+    StartServiceDaemon({}, bootMs);
+    EXPECT_EQ(Connect(), 0);
+    EXPECT_THAT(States(), testing::IsEmpty());
+    EXPECT_TRUE(KeyExists(servicesKey)) << "made by the load";
+}
+
+} // namespace
