@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -50,6 +51,15 @@ DWORD PrepareImage(const CreateOptions &create, HostParameters *parameters, std:
 
 // An image that the daemon could not run shows only as 1053 after 15 seconds, so it is looked at here.
 bool CanBeImage(const std::string &image) { return image.size() < 1024; }
+
+std::vector<std::string> SplitAtCommas(const std::string &text) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, ',');) {
+        if (!part.empty()) parts.push_back(part);
+    }
+    return parts;
+}
 
 const char *OrNull(const std::optional<std::string> &text) { return text ? text->c_str() : nullptr; }
 
@@ -141,7 +151,7 @@ int RunConfig(Session &session, const ConfigOptions &config) {
                       fmt::format("{}: {}", *config.image, WhyNoLauncher(*config.image)));
     }
     DWORD tag = 0;
-    const std::string dependencies = JoinMultiString(config.dependencies.value_or(std::vector<std::string>{}));
+    const std::string dependencies = JoinMultiString(SplitAtCommas(config.dependencies.value_or("")));
     const BOOL changed = ChangeServiceConfigA(
         service.get(), config.type.value_or(SERVICE_NO_CHANGE), config.startType.value_or(SERVICE_NO_CHANGE),
         config.errorControl.value_or(SERVICE_NO_CHANGE), OrNull(config.image), OrNull(config.group),

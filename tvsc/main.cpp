@@ -244,7 +244,7 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
         ->transform(CLI::CheckedTransformer(serviceTypes));
     change->add_option("--error", config.errorControl, "ignore, normal, severe or critical")
         ->transform(CLI::CheckedTransformer(errorControls));
-    change->add_option("--depends", config.dependencies, "Services, and groups with a leading +")->delimiter(',');
+    change->add_option("--depends", config.dependencies, "Services, and groups with a leading +; \"\" for none");
     change->add_flag("--tag", config.tag, "Ask for a tag inside the group");
 
     CLI::App *deletion = AddCommand(app, line, "delete", "Delete services", [&line](Session &session) {

@@ -184,7 +184,7 @@ struct ConfigOptions {
     std::string name;
     std::optional<std::string> display, image, group, user;
     std::optional<DWORD> type, startType, errorControl;
-    std::optional<std::vector<std::string>> dependencies;
+    std::optional<std::string> dependencies; // separated by commas; "" takes all away
     bool tag = false;
 };
 int RunConfig(Session &session, const ConfigOptions &config);

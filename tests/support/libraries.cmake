@@ -61,3 +61,6 @@ add_dependencies(tv_test_host test_service)
 add_library(signal_child MODULE support/signal_child.cpp)
 target_link_libraries(signal_child PRIVATE tv_options)
 set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+# Both daemons with sample services.
+add_library(tv_service_world STATIC support/service_world.cpp)
+target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tvsvc GTest::gtest)

@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: MIT
+// tvhost: programs that know nothing of services, run as services.
+#include "tests/support/service_world.h"
+#include "tv/winreg.h"
+#include "tv/winsvc.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <thread>
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+using Json = nlohmann::json;
+
+struct Tvhost : ServiceWorld {
+    // Creates a service that runs a shell command.
+    void CreateShell(const std::string &command, const std::vector<std::string> &further = {}) {
+        WriteFile(folder + "/" + name + ".sh", command + "\n");
+        std::vector<std::string> create = {"create", name, "--exec", "/bin/sh " + folder + "/" + name + ".sh"};
+        create.insert(create.end(), further.begin(), further.end());
+        Do(create);
+    }
+    Json Status() { return Json::parse(Tvsc({"status", name, "--json"}).output).at("services").at(0); }
+    std::string ParametersKey() { return servicesKey + "\\" + name + "\\Parameters"; }
+    pid_t OnlyChild() {
+        const std::vector<pid_t> children = ChildrenOf(ProcessOf(name));
+        return children.size() == 1 ? children.front() : 0;
+    }
+    static bool Lives(pid_t process) { return kill(process, 0) == 0; }
+};
+
+TEST_F(Tvhost, a_program_runs_until_it_is_stopped) {
+    CreateShell("sleep 1000");
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    const pid_t program = OnlyChild();
+    EXPECT_NE(program, 0);
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_FALSE(Lives(program));
+    EXPECT_EQ(Status().at("exit").at("win32"), 0);
+}
+
+TEST_F(Tvhost, parameters_reach_the_program) {
+    CreateShell("echo \"$A/$B/$HIDDEN $(pwd) $*\" && echo oops >&2 && exec sleep 1000",
+                {"--env", "A=1", "--env", "B=two words", "--cwd", "/usr", "--stdout", folder + "/out", "--stderr",
+                 folder + "/err"});
+    Do({"start", name, "--", "given", "at start"});
+    ASSERT_TRUE(
+        WaitUntil([] { return access((folder + "/err").c_str(), F_OK) == 0 && !ReadFile(folder + "/err").empty(); }));
+    EXPECT_EQ(ReadFile(folder + "/out"), "1/two words/ /usr given at start\n");
+    EXPECT_EQ(ReadFile(folder + "/err"), "oops\n");
+}
+
+TEST_F(Tvhost, output_is_appended) {
+    WriteFile(folder + "/appended", "before\n");
+    CreateShell("echo after", {"--stdout", folder + "/appended"});
+    (void)Tvsc({"start", name});
+    ASSERT_TRUE(WaitUntil([] { return ReadFile(folder + "/appended") == "before\nafter\n"; }));
+}
+
+TEST_F(Tvhost, a_good_end_stops_the_service_with_0) {
+    CreateShell("sleep 0.5");
+    Do({"start", name});
+    EXPECT_EQ(Do({"wait", name, "--for", "stopped"}), name + ": stopped\n");
+    EXPECT_EQ(Status().at("exit").at("win32"), 0);
+}
+
+TEST_F(Tvhost, another_end_is_service_specific) {
+    CreateShell("sleep 0.5; exit 3");
+    Do({"start", name});
+    (void)Tvsc({"wait", name, "--for", "stopped"});
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_SERVICE_SPECIFIC_ERROR);
+    EXPECT_EQ(Status().at("exit").at("service_specific"), 3);
+}
+
+TEST_F(Tvhost, a_killed_program_is_service_specific) {
+    CreateShell("exec sleep 1000");
+    Do({"start", name});
+    kill(OnlyChild(), SIGKILL);
+    (void)Tvsc({"wait", name, "--for", "stopped"});
+    EXPECT_EQ(Status().at("exit").at("service_specific"), 128 + SIGKILL);
+}
+
+TEST_F(Tvhost, a_program_that_ignores_the_stop_is_killed_with_all_it_started) {
+    CreateShell("trap '' TERM; sleep 1000 & echo $! >" + folder + "/child; wait; sleep 1000",
+                {"--stop-timeout-ms", "400"});
+    Do({"start", name});
+    ASSERT_TRUE(WaitUntil(
+        [] { return access((folder + "/child").c_str(), F_OK) == 0 && !ReadFile(folder + "/child").empty(); }));
+    const pid_t grandchild = std::stoi(ReadFile(folder + "/child"));
+    const pid_t program = OnlyChild();
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_FALSE(Lives(program));
+    EXPECT_TRUE(WaitUntil([&] { return HasEnded(grandchild) || !Lives(grandchild); }));
+}
+
+TEST_F(Tvhost, the_stop_leaves_time_for_a_clean_end) {
+    CreateShell("trap 'sleep 0.3; echo cleaned >" + folder + "/cleaned; exit 0' TERM; while :; do sleep 0.05; done");
+    Do({"start", name});
+    SleepMs(200); // the trap is set by then
+    Do({"stop", name});
+    EXPECT_EQ(ReadFile(folder + "/cleaned"), "cleaned\n");
+}
+
+TEST_F(Tvhost, pausing_freezes_the_program_and_continuing_thaws_it) {
+    CreateShell("exec sleep 1000");
+    Do({"start", name});
+    const std::string stat = "/proc/" + std::to_string(OnlyChild()) + "/status";
+    Do({"pause", name});
+    EXPECT_TRUE(WaitUntil([&] { return ReadFile(stat).find("State:\tT") != std::string::npos; }));
+    Do({"continue", name});
+    EXPECT_TRUE(WaitUntil([&] { return ReadFile(stat).find("State:\tS") != std::string::npos; }));
+}
+
+TEST_F(Tvhost, a_paused_program_can_be_stopped) {
+    CreateShell("exec sleep 1000");
+    Do({"start", name});
+    Do({"pause", name});
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+}
+
+TEST_F(Tvhost, user_controls_hand_signals_on) {
+    CreateShell("trap 'echo hup >>" + folder + "/signals' HUP; while :; do sleep 0.05; done");
+    Do({"start", name});
+    SleepMs(200); // the trap is set by then
+    Do({"control", name, "129"});
+    EXPECT_TRUE(WaitUntil([] { return access((folder + "/signals").c_str(), F_OK) == 0; }));
+    EXPECT_EQ(Status().at("state"), "running");
+}
+
+TEST_F(Tvhost, a_missing_program_stops_the_service_with_2) {
+    CreateShell("true");
+    WriteKey(ParametersKey(), {{"Application", REG_SZ, Sz("/no/such/program")}});
+    EXPECT_THAT(Tvsc({"start", name}).error, HasSubstr("2 ERROR_FILE_NOT_FOUND"));
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(Tvhost, a_missing_folder_stops_the_service_with_3) {
+    CreateShell("true", {"--cwd", "/no/such/folder"});
+    (void)Tvsc({"start", name});
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(Tvhost, a_file_that_is_no_program_stops_the_service_with_193) {
+    CreateShell("true");
+    WriteFile(folder + "/text", "\n\n", 0755);
+    WriteKey(ParametersKey(), {{"Application", REG_SZ, Sz(folder + "/text")}});
+    (void)Tvsc({"start", name});
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_BAD_EXE_FORMAT);
+}
+
+TEST_F(Tvhost, parameters_of_the_wrong_type_stop_the_service_with_13) {
+    CreateShell("true");
+    WriteKey(ParametersKey(), {{"AppStopTimeout", REG_SZ, Sz("soon")}});
+    (void)Tvsc({"start", name});
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_INVALID_DATA);
+}
+
+TEST_F(Tvhost, a_service_without_parameters_stops_with_2) {
+    CreateShell("true");
+    DeleteKey(ParametersKey());
+    (void)Tvsc({"start", name});
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(Tvhost, the_program_ends_with_a_killed_tvhost) {
+    CreateShell("exec sleep 1000");
+    Do({"start", name});
+    const pid_t program = OnlyChild();
+    KillProcessOf(name);
+    EXPECT_TRUE(WaitUntil([&] { return HasEnded(program) || !Lives(program); }));
+    EXPECT_EQ(Tvsc({"interrogate", name}).status, 7);
+}
+
+TEST_F(Tvhost, a_termination_signal_to_tvhost_is_a_stop) {
+    CreateShell("exec sleep 1000");
+    Do({"start", name});
+    kill(ProcessOf(name), SIGTERM);
+    EXPECT_EQ(Do({"wait", name, "--for", "stopped"}), name + ": stopped\n");
+    EXPECT_EQ(Status().at("exit").at("win32"), 0);
+}
+
+TEST_F(Tvhost, the_program_gets_no_descriptors_and_default_signals) {
+    CreateShell("readlink /proc/self/fd/0; ls /proc/self/fd | wc -l; grep -E '^Sig(Blk|Ign)' /proc/self/status; exec "
+                "sleep 1000",
+                {"--stdout", folder + "/surroundings", "--stderr", "/dev/null"});
+    Do({"start", name});
+    ASSERT_TRUE(WaitUntil([] {
+        return access((folder + "/surroundings").c_str(), F_OK) == 0 &&
+               ReadFile(folder + "/surroundings").find("SigIgn") != std::string::npos;
+    }));
+    // Three, and the one that ls has open itself.
+    EXPECT_EQ(ReadFile(folder + "/surroundings"),
+              "/dev/null\n4\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+}
+
+TEST_F(Tvhost, a_program_that_nobody_here_wrote_answers) {
+    if (access("/bin/busybox", X_OK) != 0) GTEST_SKIP() << "needs busybox";
+    WriteFile(folder + "/index.html", "it works\n");
+    Do({"create", name, "--exec", "/bin/busybox httpd -f -p 8099 -h " + folder});
+    Do({"start", name});
+    const std::vector<std::string> fetch = {"/bin/busybox", "wget", "-q",
+                                            "-O",           "-",    "http://127.0.0.1:8099/index.html"};
+    EXPECT_TRUE(
+        WaitUntil([&] { return RunAndRead({.command = fetch, .errorFile = "/dev/null"}).output == "it works\n"; }));
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+}
+
+} // namespace

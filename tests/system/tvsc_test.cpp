@@ -1,0 +1,469 @@
+// SPDX-License-Identifier: MIT
+// The command line of the services against both daemons and real service processes.
+#include "tests/support/service_world.h"
+#include "tv/winsvc.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <pwd.h>
+
+#include <csignal>
+#include <thread>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+using Json = nlohmann::json;
+
+struct Tvsc : ServiceWorld {
+    Json StatusOf(const std::string &service) {
+        const Ended ended = ServiceWorld::Tvsc({"status", service, "--json"});
+        return Json::parse(ended.output).at("services").at(0);
+    }
+    std::string StateOf(const std::string &service) { return StatusOf(service).at("state"); }
+    // Runs tvsc, which must fail. Returns what it says on stderr.
+    std::string Fail(int status, std::vector<std::string> arguments) {
+        const Ended ended = ServiceWorld::Tvsc(std::move(arguments));
+        EXPECT_EQ(ended.status, status) << ended.output << ended.error;
+        return ended.error;
+    }
+    Json Listed(const std::string &service) {
+        const Json list = Json::parse(Do({"list", "--json"}));
+        for (const Json &one : list.at("services")) {
+            if (one.at("name") == service) return one;
+        }
+        return {};
+    }
+};
+
+// --- looking ---
+
+TEST_F(Tvsc, list_shows_state_start_type_and_names) {
+    CreateSample(name, "", {"--display", "Listed one", "--start", "disabled", "--group", "grp"});
+    const std::string list = Do({"list", name});
+    EXPECT_THAT(list, AllOf(HasSubstr("NAME"), HasSubstr("Listed one"), HasSubstr("stopped"), HasSubstr("disabled"),
+                            HasSubstr("grp"), HasSubstr("1 service: 0 running, 1 stopped, 0 failed, 0 else.")));
+}
+
+TEST_F(Tvsc, list_shows_the_service_that_the_daemon_does_not_enumerate) {
+    const Json zero = Listed("zero");
+    EXPECT_EQ(zero.at("state"), "stopped");
+    EXPECT_EQ(zero.at("source"), "peek");
+    EXPECT_FALSE(zero.at("complete"));
+}
+
+TEST_F(Tvsc, list_filters_by_state_and_pattern) {
+    CreateSample(name);
+    EXPECT_EQ(Do({"list", "--names-only", name, "--state", "stopped"}), name + "\n");
+    EXPECT_EQ(Do({"list", "--names-only", "list_filters*"}), name + "\n");
+    EXPECT_EQ(Do({"list", "--names-only", name, "--state", "running"}), "");
+}
+
+TEST_F(Tvsc, status_tells_state_controls_and_process) {
+    CreateSample(name);
+    Do({"start", name});
+    const Json status = StatusOf(name);
+    EXPECT_EQ(status.at("state"), "running");
+    EXPECT_EQ(status.at("state_code"), SERVICE_RUNNING);
+    EXPECT_EQ(status.at("accepts"), Json::array({"stop", "pause_continue"}));
+    EXPECT_EQ(status.at("pid_hint"), ProcessOf(name));
+    EXPECT_THAT(Do({"status", name}), HasSubstr("controls: stop, pause, continue"));
+}
+
+TEST_F(Tvsc, status_exits_as_the_state_says) {
+    CreateSample(name, "--exit-code 5");
+    EXPECT_EQ(ServiceWorld::Tvsc({"status", name}).status, 3);
+    EXPECT_EQ(ServiceWorld::Tvsc({"is-active", name}).status, 3);
+    Do({"start", name});
+    EXPECT_EQ(ServiceWorld::Tvsc({"is-active", name}).status, 0);
+    EXPECT_EQ(ServiceWorld::Tvsc({"is-failed", name}).status, 1);
+    (void)ServiceWorld::Tvsc({"stop", name});
+    EXPECT_EQ(ServiceWorld::Tvsc({"status", name}).status, 1);
+    EXPECT_EQ(ServiceWorld::Tvsc({"is-failed", name}).status, 0);
+    EXPECT_EQ(ServiceWorld::Tvsc({"status", "unknown-service"}).status, 4);
+}
+
+TEST_F(Tvsc, an_unknown_name_brings_a_suggestion) {
+    CreateSample(name);
+    const std::string wrong = name.substr(0, name.size() - 1);
+    EXPECT_THAT(Fail(5, {"start", wrong}),
+                AllOf(HasSubstr("1060 ERROR_SERVICE_DOES_NOT_EXIST"), HasSubstr("did you mean " + name + "?")));
+}
+
+TEST_F(Tvsc, a_name_is_found_in_another_letter_case_and_by_its_display_name) {
+    CreateSample(name, "", {"--display", "Found By This"});
+    std::string upper = name;
+    for (char &c : upper) {
+        c = static_cast<char>(std::toupper(c));
+    }
+    EXPECT_THAT(Do({"start", upper}), StartsWith(name + ": running"));
+    EXPECT_THAT(Do({"stop", "Found By This"}), StartsWith(name + ": stopped"));
+}
+
+TEST_F(Tvsc, looking_leaves_no_handle_open) {
+    // A service is gone with its last handle: any that was left behind would keep it.
+    CreateSample(name);
+    Do({"list"});
+    Do({"show", name});
+    (void)ServiceWorld::Tvsc({"status", "--probe", name});
+    Do({"deps", name});
+    Do({"dependents", name});
+    EXPECT_EQ(Do({"delete", name}), name + ": deleted\n");
+}
+
+TEST_F(Tvsc, show_tells_the_configuration) {
+    const std::string account = getpwuid(getuid())->pw_name;
+    CreateSample(name, "", {"--depends", "zero,+grp", "--start", "auto", "--user", account, "--error", "severe"});
+    const Json config = Json::parse(Do({"show", name, "--json"})).at("services").at(0).at("config");
+    EXPECT_EQ(config.at("start"), "auto");
+    EXPECT_EQ(config.at("error_control"), SERVICE_ERROR_SEVERE);
+    EXPECT_EQ(config.at("depends_on"), Json::array({"zero"}));
+    EXPECT_EQ(config.at("depends_on_groups"), Json::array({"grp"}));
+    EXPECT_EQ(config.at("account"), account);
+}
+
+TEST_F(Tvsc, name_translates_both_ways) {
+    CreateSample(name, "", {"--display", "Two Names"});
+    EXPECT_EQ(Do({"name", name}), name + "\tTwo Names\n");
+    EXPECT_EQ(Do({"name", "Two Names"}), name + "\tTwo Names\n");
+}
+
+TEST_F(Tvsc, explain_says_what_a_code_means) {
+    EXPECT_EQ(Do({"explain", "1068"}),
+              "1068 ERROR_SERVICE_DEPENDENCY_FAIL, a service that this one depends on does not run\n");
+}
+
+// --- starting ---
+
+TEST_F(Tvsc, start_hands_over_what_stands_behind_the_dashes) {
+    CreateSample(name);
+    Do({"start", name, "--", "one", "--two", "with blank"});
+    EXPECT_THAT(ReadLog(name), HasSubstr("args=one,--two,with blank\n"));
+}
+
+TEST_F(Tvsc, start_waits_until_the_service_runs) {
+    CreateSample(name, "--start-ms 700");
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    EXPECT_EQ(StateOf(name), "running");
+}
+
+TEST_F(Tvsc, start_without_waiting_returns_at_once) {
+    CreateSample(name, "--start-ms 5000");
+    EXPECT_EQ(Do({"start", name, "--no-wait"}), name + ": starting\n");
+    EXPECT_EQ(StateOf(name), "start_pending");
+}
+
+TEST_F(Tvsc, start_of_a_running_service_is_done_already) {
+    CreateSample(name);
+    Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    EXPECT_EQ(Do({"start", name}), name + ": already running\n");
+    EXPECT_EQ(ProcessOf(name), process);
+}
+
+TEST_F(Tvsc, start_says_which_dependencies_are_stopped) {
+    CreateSample(name + "-base");
+    CreateSample(name, "", {"--depends", name + "-base"});
+    EXPECT_THAT(Fail(153, {"start", name}),
+                AllOf(HasSubstr("1068"), HasSubstr(name + "-base is stopped"), HasSubstr("--with-deps")));
+}
+
+TEST_F(Tvsc, start_with_dependencies_starts_the_farthest_first) {
+    CreateSample(name + "-1");
+    CreateSample(name + "-2", "", {"--depends", name + "-1"});
+    CreateSample(name + "-3", "", {"--depends", name + "-2"});
+    EXPECT_EQ(Do({"start", name + "-3", "--with-deps", "--", "argument"}),
+              name + "-1: running\n" + name + "-2: running\n" + name + "-3: running\n");
+    EXPECT_THAT(ReadLog(name + "-3"), HasSubstr("args=argument\n"));
+    EXPECT_THAT(ReadLog(name + "-1"), HasSubstr("args=\n"));
+}
+
+TEST_F(Tvsc, start_tells_that_the_service_died_on_its_way) {
+    CreateSample(name, "--start-ms 30000 --hint-ms 60000");
+    std::thread killer([this] {
+        if (WaitUntil([this] { return ReadLog(name).find("state 2") != std::string::npos; })) KillProcessOf(name);
+    });
+    EXPECT_THAT(Fail(1, {"start", name}), AllOf(HasSubstr("died while start pending"), HasSubstr("1067")));
+    killer.join();
+}
+
+TEST_F(Tvsc, start_of_a_service_whose_wait_has_passed_starts_it_again) {
+    CreateSample(name);
+    Do({"start", name});
+    Do({"control", name, "200"}); // announces a wait of two seconds and is silent from then on
+    KillProcessOf(name);
+    ASSERT_TRUE(WaitUntil([this] { return ServiceWorld::Tvsc({"status", "--fresh", name}).status == 1; }, 10000));
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+}
+
+TEST_F(Tvsc, start_of_a_paused_service_points_to_continue) {
+    CreateSample(name);
+    Do({"start", name});
+    Do({"pause", name});
+    EXPECT_THAT(Fail(1, {"start", name}), HasSubstr("try: tvsc continue " + name));
+}
+
+TEST_F(Tvsc, start_that_takes_too_long_exits_151) {
+    CreateSample(name, "--start-ms 20000");
+    EXPECT_THAT(Fail(151, {"start", name, "--timeout", "300ms"}), HasSubstr("still start pending"));
+}
+
+TEST_F(Tvsc, one_failing_name_does_not_stop_the_others) {
+    CreateSample(name);
+    const Ended ended = ServiceWorld::Tvsc({"start", "unknown-service", name});
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_EQ(ended.output, name + ": running\n");
+}
+
+TEST_F(Tvsc, results_come_as_json) {
+    CreateSample(name);
+    const Ended ended = ServiceWorld::Tvsc({"start", name, "unknown-service", "--json"});
+    EXPECT_EQ(ended.status, 5);
+    const Json json = Json::parse(ended.output);
+    EXPECT_EQ(json.at("schema"), "tvsc.action/1");
+    EXPECT_EQ(json.at("errors").at(0).at("win32"), ERROR_SERVICE_DOES_NOT_EXIST);
+    EXPECT_EQ(json.at("errors").at(0).at("symbol"), "ERROR_SERVICE_DOES_NOT_EXIST");
+    EXPECT_EQ(json.at("results").size(), 2u);
+}
+
+// --- stopping and controlling ---
+
+TEST_F(Tvsc, stop_refuses_while_a_dependent_runs) {
+    CreateSample(name + "-1");
+    CreateSample(name + "-2", "", {"--depends", name + "-1"});
+    Do({"start", name + "-2", "--with-deps"});
+    EXPECT_THAT(Fail(153, {"stop", name + "-1"}), HasSubstr(name + "-2 runs and depends on it"));
+    EXPECT_EQ(StateOf(name + "-1"), "running");
+    EXPECT_EQ(Do({"stop", name + "-1", "--with-dependents"}), name + "-2: stopped\n" + name + "-1: stopped\n");
+}
+
+TEST_F(Tvsc, stop_by_force_leaves_dependents_alone) {
+    CreateSample(name + "-1");
+    CreateSample(name + "-2", "", {"--depends", name + "-1"});
+    Do({"start", name + "-2", "--with-deps"});
+    EXPECT_EQ(Do({"stop", name + "-1", "--force"}), name + "-1: stopped\n");
+    EXPECT_EQ(StateOf(name + "-2"), "running");
+}
+
+TEST_F(Tvsc, stop_waits_until_the_service_is_stopped_and_its_process_gone) {
+    CreateSample(name, "--stop-ms 600");
+    Do({"start", name});
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_TRUE(WaitUntil([this] { return ProcessOf(name) == 0; }));
+    EXPECT_EQ(Do({"stop", name}), name + ": already stopped\n");
+}
+
+TEST_F(Tvsc, a_control_that_the_service_does_not_take_exits_3) {
+    CreateSample(name, "--controls 1");
+    Do({"start", name});
+    EXPECT_THAT(Fail(3, {"pause", name}), HasSubstr("1052 ERROR_INVALID_SERVICE_CONTROL"));
+}
+
+TEST_F(Tvsc, pause_continue_interrogate_and_user_controls_reach_the_service) {
+    CreateSample(name);
+    Do({"start", name});
+    EXPECT_EQ(Do({"pause", name}), name + ": paused\n");
+    EXPECT_EQ(Do({"interrogate", name}), name + ": paused\n");
+    EXPECT_EQ(Do({"continue", name}), name + ": running\n");
+    EXPECT_EQ(Do({"control", name, "130"}), name + ": running\n");
+    EXPECT_THAT(ReadLog(name), HasSubstr("control 2\nstate 7\ncontrol 4\ncontrol 3\nstate 4\ncontrol 130\n"));
+}
+
+TEST_F(Tvsc, a_killed_service_shows_at_the_next_control) {
+    CreateSample(name);
+    Do({"start", name});
+    KillProcessOf(name);
+    EXPECT_EQ(StateOf(name), "running");
+    EXPECT_THAT(Fail(7, {"interrogate", name}), HasSubstr("1062 ERROR_SERVICE_NOT_ACTIVE"));
+    EXPECT_EQ(StatusOf(name).at("exit").at("win32"), ERROR_PROCESS_ABORTED);
+}
+
+TEST_F(Tvsc, looking_does_not_find_a_passed_wait_but_a_fresh_look_does) {
+    CreateSample(name);
+    Do({"start", name});
+    Do({"control", name, "200"});
+    SleepMs(2500);
+    EXPECT_EQ(StateOf(name), "continue_pending");
+    EXPECT_EQ(ServiceWorld::Tvsc({"status", "--fresh", name}).status, 1);
+    EXPECT_EQ(StatusOf(name).at("exit").at("win32"), ERROR_PROCESS_ABORTED);
+}
+
+TEST_F(Tvsc, reset_forgets_a_dead_service) {
+    CreateSample(name);
+    Do({"start", name});
+    KillProcessOf(name);
+    Do({"reset", name});
+    EXPECT_EQ(StatusOf(name).at("exit").at("win32"), ERROR_PROCESS_ABORTED);
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+}
+
+TEST_F(Tvsc, wait_ends_when_the_state_is_there) {
+    CreateSample(name);
+    std::thread starter([this] {
+        SleepMs(300);
+        Do({"start", name});
+    });
+    EXPECT_EQ(Do({"wait", name, "--for", "running"}), name + ": running\n");
+    starter.join();
+}
+
+TEST_F(Tvsc, an_interrupt_gives_the_handles_back) {
+    CreateSample(name);
+    const pid_t waiting = StartProgram({.command = {ProgramPath("tvsc"), "wait", name}, .errorFile = "/dev/null"});
+    SleepMs(500);
+    kill(waiting, SIGINT);
+    const int status = WaitForEnd(waiting);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_EQ(Do({"delete", name}), name + ": deleted\n");
+}
+
+// --- creating, changing, deleting ---
+
+TEST_F(Tvsc, create_refuses_what_exists) {
+    CreateSample(name);
+    EXPECT_THAT(Fail(155, {"create", name, "--image", folder + "/" + name + ".csh"}),
+                HasSubstr("1073 ERROR_SERVICE_EXISTS"));
+}
+
+TEST_F(Tvsc, create_refuses_an_unknown_user_and_leaves_nothing) {
+    CreateSample(name);
+    const std::string image = folder + "/" + name + ".csh";
+    EXPECT_THAT(Fail(6, {"create", name + "-2", "--image", image, "--user", "nobody-of-this-name"}), HasSubstr("1057"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "-2"));
+}
+
+TEST_F(Tvsc, create_refuses_a_ring) {
+    CreateSample(name + "-1", "", {"--depends", name + "-2"});
+    EXPECT_THAT(Fail(6, {"create", name + "-2", "--image", folder + "/" + name + "-1.csh", "--depends", name + "-1"}),
+                HasSubstr("1059 ERROR_CIRCULAR_DEPENDENCY"));
+}
+
+TEST_F(Tvsc, create_refuses_an_image_that_is_no_script_for_csh) {
+    EXPECT_THAT(Fail(1, {"create", name, "--image", ProgramPath("tvsample")}), HasSubstr("use --exec or --program"));
+    EXPECT_THAT(Fail(1, {"create", name, "--image", "/no/such/file"}), HasSubstr("cannot be read"));
+    WriteFile(folder + "/script.sh", "#!/bin/sh\nexec true\n");
+    EXPECT_THAT(Fail(1, {"create", name, "--image", folder + "/script.sh"}), HasSubstr("not for csh"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name));
+}
+
+TEST_F(Tvsc, create_counts_tags_in_a_group) {
+    CreateSample(name + "-1", "", {"--group", name, "--tag"});
+    CreateSample(name + "-2");
+    EXPECT_EQ(Do({"create", name, "--image", folder + "/" + name + "-2.csh", "--group", name, "--tag"}),
+              name + ": created, tag 2\n");
+}
+
+TEST_F(Tvsc, create_with_a_service_program_writes_a_launcher_that_delete_removes) {
+    if (getuid() != 0) GTEST_SKIP() << "launchers are written as root only";
+    const std::string launcher = "/etc/tv/services/" + name + ".csh";
+    Do({"create", name, "--program", ProgramPath("tvsample") + " --log \"" + LogOf(name) + "\""});
+    EXPECT_THAT(ReadFile(launcher), StartsWith("#!/bin/csh"));
+    EXPECT_EQ(Do({"start", name, "--", "it's", "!history"}), name + ": running\n");
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    Do({"delete", name, "--wait"});
+    EXPECT_EQ(access(launcher.c_str(), F_OK), -1);
+}
+
+TEST_F(Tvsc, config_changes_what_is_named_and_nothing_else) {
+    CreateSample(name, "", {"--start", "auto", "--error", "critical", "--depends", "zero"});
+    Do({"config", name, "--start", "disabled", "--display", "Changed " + name});
+    const Json service = Json::parse(Do({"show", name, "--json"})).at("services").at(0);
+    EXPECT_EQ(service.at("display_name"), "Changed " + name);
+    EXPECT_EQ(service.at("config").at("start"), "disabled");
+    EXPECT_EQ(service.at("config").at("error_control"), SERVICE_ERROR_CRITICAL);
+    EXPECT_EQ(service.at("config").at("depends_on"), Json::array({"zero"}));
+}
+
+TEST_F(Tvsc, config_takes_dependencies_away) {
+    CreateSample(name, "", {"--depends", "zero"});
+    Do({"config", name, "--depends", ""});
+    EXPECT_EQ(Json::parse(Do({"show", name, "--json"})).at("services").at(0).at("config").at("depends_on"),
+              Json::array());
+}
+
+TEST_F(Tvsc, delete_of_a_running_service_marks_it_and_hides_it) {
+    CreateSample(name);
+    Do({"start", name});
+    EXPECT_THAT(Do({"delete", name}), HasSubstr("marked for deletion"));
+    EXPECT_TRUE(Listed(name).is_null());
+    EXPECT_THAT(Fail(154, {"start", name}), HasSubstr("1072 ERROR_SERVICE_MARKED_FOR_DELETE"));
+}
+
+TEST_F(Tvsc, delete_can_stop_the_service_first) {
+    CreateSample(name);
+    Do({"start", name});
+    EXPECT_EQ(Do({"delete", name, "--stop", "--wait"}), name + ": deleted\n");
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name));
+}
+
+// --- the lock ---
+
+TEST_F(Tvsc, a_held_lock_refuses_every_start_and_is_told) {
+    CreateSample(name);
+    const Ended ended = ServiceWorld::Tvsc({"with-lock", "--", ProgramPath("tvsc"), "start", name});
+    EXPECT_EQ(ended.status, 152);
+    EXPECT_THAT(ended.error, AllOf(HasSubstr("1055 ERROR_SERVICE_DATABASE_LOCKED"), HasSubstr("locked by ")));
+    EXPECT_EQ(Do({"lock", "status"}), "not locked\n");
+}
+
+TEST_F(Tvsc, a_lock_left_behind_can_be_freed) {
+    const pid_t holder = StartProgram({.command = {ProgramPath("tvsc"), "with-lock", "--", "sleep", "60"}});
+    ASSERT_TRUE(WaitUntil([this] { return Do({"lock", "status"}) != "not locked\n"; }));
+    kill(holder, SIGKILL);
+    (void)WaitForEnd(holder);
+    EXPECT_TRUE(Json::parse(Do({"lock", "status", "--json"})).at("locked"));
+    EXPECT_THAT(Do({"lock", "release"}), HasSubstr("freed the lock of "));
+    EXPECT_EQ(Do({"lock", "status"}), "not locked\n");
+}
+
+// --- the daemon, the command line ---
+
+TEST_F(Tvsc, ping_measures_round_trips) {
+    EXPECT_EQ(Json::parse(Do({"ping", "-c", "2", "--json"})).at("round_trips_ms").size(), 2u);
+    EXPECT_THAT(Do({"ping"}), StartsWith("answer after "));
+    EXPECT_EQ(Do({"daemon", "status"}), "running, database loaded\n");
+}
+
+TEST_F(Tvsc, a_host_without_a_daemon_exits_150) {
+    EXPECT_THAT(Fail(150, {"list", "--host", "127.0.0.2.invalid"}), HasSubstr("1722 RPC_S_SERVER_UNAVAILABLE"));
+    EXPECT_EQ(ServiceWorld::Tvsc({"status", "x", "--host", "127.0.0.2.invalid"}).status, 4);
+    EXPECT_EQ(Fail(151, {"wait-online", "--timeout", "100ms", "--host", "127.0.0.2.invalid"}).substr(0, 5), "tvsc:");
+}
+
+TEST_F(Tvsc, a_wrong_command_line_exits_2) {
+    EXPECT_EQ(ServiceWorld::Tvsc({}).status, 2);
+    EXPECT_EQ(ServiceWorld::Tvsc({"stop"}).status, 2);
+    EXPECT_EQ(ServiceWorld::Tvsc({"frobnicate"}).status, 2);
+    EXPECT_EQ(ServiceWorld::Tvsc({"create", "x"}).status, 2);
+    EXPECT_EQ(ServiceWorld::Tvsc({"control", "zero", "many"}).status, 2);
+}
+
+TEST_F(Tvsc, help_and_version_exit_0) {
+    EXPECT_THAT(Do({"--help"}), HasSubstr("start"));
+    EXPECT_THAT(Do({"start", "--help"}), HasSubstr("--with-deps"));
+    EXPECT_THAT(Do({"--version"}), StartsWith("tvsc "));
+}
+
+// Last, because it ends the world.
+TEST_F(Tvsc, zzz_a_daemon_can_be_stopped_and_awaited) {
+    CreateSample(name);
+    Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    EXPECT_THAT(Do({"daemon", "stop"}), HasSubstr("stopped; services were left running"));
+    EXPECT_EQ(WaitForEnd(serviceDaemon), 0);
+    EXPECT_EQ(Fail(150, {"ping"}).substr(0, 5), "tvsc:");
+    EXPECT_EQ(ProcessOf(name), process);
+    std::thread starter([] {
+        SleepMs(300);
+        serviceDaemon = StartServiceDaemon();
+    });
+    EXPECT_EQ(Do({"wait-online", "--timeout", "20s"}), "");
+    starter.join();
+}
+
+} // namespace
