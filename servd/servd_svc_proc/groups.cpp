@@ -13,6 +13,7 @@
 #include "servd/servd_svc_proc/name_index.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace {
@@ -86,9 +87,12 @@ GroupMember *SortedByTags(GroupMember *rest, const char *vector, DWORD bytes) {
 
 } // namespace
 
+// The block itself grows by doubling: moved at every 20 entries, long lists would spend their time on it.
 void ResizeGroupList(GroupListEntry **list, std::int32_t *size) {
     const auto entries = *list == nullptr ? std::size_t{0} : static_cast<std::size_t>(*size);
-    *list = static_cast<GroupListEntry *>(CheckedRealloc(*list, (entries + growthEntries) * sizeof **list));
+    const std::size_t room = std::bit_ceil(entries + growthEntries);
+    if (*list == nullptr || room != std::bit_ceil(entries))
+        *list = static_cast<GroupListEntry *>(CheckedRealloc(*list, room * sizeof **list));
     // The searches find the end by a null name.
     std::memset(*list + entries, 0, growthEntries * sizeof **list);
     *size = static_cast<std::int32_t>(entries) + growthEntries;
