@@ -277,9 +277,9 @@ pid_t StartRegistryDaemon(const std::string &databaseFile) {
     return process;
 }
 
-DetachedDaemon StartDetached(const Launch &launch) {
-    // As the kernel keeps it: at most 15 characters.
-    const std::string name = fs::path(launch.command.at(0)).filename().string().substr(0, 15);
+DetachedDaemon StartDetached(const Launch &launch, std::string_view programName) {
+    const std::string program(programName.empty() ? std::string_view(launch.command.at(0)) : programName);
+    const std::string name = fs::path(program).filename().string().substr(0, 15); // as the kernel keeps it
     const auto namedChildren = [&name] {
         std::vector<pid_t> found;
         for (const ProcessLine &child : ReadChildren(getpid())) {

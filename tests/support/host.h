@@ -75,7 +75,8 @@ struct DetachedDaemon {
 
 // Starts a program that detaches itself: waits for the launching process and finds the process of that name which it
 // left behind. The daemon may not answer yet, or have ended already: its end can be taken with WaitForEnd.
-DetachedDaemon StartDetached(const Launch &launch);
+// Another name when the command only leads to the program (a shell that executes it).
+DetachedDaemon StartDetached(const Launch &launch, std::string_view programName = {});
 
 // Starts servd and waits until it answers; automatic starts happen before it does. With arguments or an environment
 // when a test needs them.
