@@ -64,3 +64,6 @@ set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_R
 # Both daemons with sample services.
 add_library(tv_service_world STATIC support/service_world.cpp)
 target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tvsvc GTest::gtest)
+# A real servd over a real tvregd for the tests that attack it: support/hazard.h
+add_library(tv_hazard INTERFACE)
+target_link_libraries(tv_hazard INTERFACE tv_test_host tv_raw_rpc)

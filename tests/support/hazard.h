@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+// hazard: a real servd over a real tvregd for the tests that attack it, and what each of them measures.
+//
+// Every test prints what it measured; with TV_LONG=1 in the environment it takes its full number of trials.
+#pragma once
+
+#include "tests/support/host.h"
+#include "tests/support/raw_rpc.h"
+#include "tests/support/requests.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+constexpr double promptMs = 50; // what another client may wait while an attack is on
+constexpr std::size_t mebibyte = std::size_t{1} << 20;
+
+inline bool IsLong() { return std::getenv("TV_LONG") != nullptr; }
+inline int Trials(int brief, int full) { return IsLong() ? full : brief; }
+
+// Prints a measured figure beneath the test's name.
+template <typename... Values>
+void Measured(const char *format, Values... values) {
+    std::printf("    measured: ");
+    std::printf(format, values...);
+    std::printf("\n");
+    (void)std::fflush(stdout);
+}
+
+// A soft limit for programs started while it lives.
+struct LimitGuard {
+    decltype(RLIMIT_NOFILE) resource;
+    rlimit before = {};
+
+    LimitGuard(decltype(RLIMIT_NOFILE) limited, rlim_t value) : resource(limited) {
+        (void)getrlimit(resource, &before);
+        const rlimit lowered = {value, before.rlim_max};
+        (void)setrlimit(resource, &lowered);
+    }
+    LimitGuard(const LimitGuard &) = delete;
+    LimitGuard &operator=(const LimitGuard &) = delete;
+    ~LimitGuard() { (void)setrlimit(resource, &before); }
+};
+
+// Starts a tvregd and a servd for each test, and at its end has servd live and end with status 0 at SIGTERM.
+struct Hazard : testing::Test {
+    static inline std::string folder;
+    static inline pid_t registry = 0;
+    pid_t daemon = 0;
+    std::uint16_t port = 0;
+
+    static void SetUpTestSuite() {
+        folder = MakeScratchFolder();
+        StartRegistry();
+    }
+    static void TearDownTestSuite() { EndAllProcesses(); }
+
+    static void StartRegistry() {
+        registry = StartProgram({.command = {ProgramPath("tvregd"), "--lazy", "--database", folder + "/registry.db"}});
+        if (!WaitForProgram(REGDAEMONPROG, REGDAEMONVERS)) FAIL() << "tvregd does not answer";
+    }
+
+    void StartDaemon(Launch launch = {}) {
+        daemon = StartServiceDaemon(std::move(launch));
+        port = raw::PortOf(SERVDAEMONPROG, SERVDAEMONVERS);
+    }
+
+    void SetUp() override { StartDaemon(); }
+
+    void TearDown() override {
+        if (daemon == 0) return;
+        ASSERT_FALSE(HasEnded(daemon)) << "the daemon has ended: " << WaitForEnd(daemon);
+        EXPECT_EQ(StopDaemon(daemon), 0);
+    }
+
+    raw::Socket Connect(int receiveBytes = 0) const { return raw::ConnectTo(port, receiveBytes); }
+
+    // Starts the daemon again, with its new descriptor or stack limit.
+    void Restart(decltype(RLIMIT_NOFILE) resource, rlim_t value) {
+        EXPECT_EQ(StopDaemon(daemon), 0);
+        const LimitGuard limit(resource, value);
+        StartDaemon();
+    }
+
+    // How long a new client waits for its answer, connecting included.
+    double CallMs() const {
+        const raw::Clock::time_point start = raw::Clock::now();
+        const raw::Socket client = Connect();
+        EXPECT_TRUE(raw::Send(client, raw::AsMessage(ServdCall(DUMMY_SERVICE, raw::Words({6})))));
+        EXPECT_EQ(raw::ReadMessage(client), ServdAnswer(raw::Words({7})));
+        return raw::MsSince(start);
+    }
+
+    // The worst of so many calls. On a busy machine any call may wait for a processor, so that up to five rounds are
+    // taken, and the best one counts.
+    double WorstCallMs(int calls = 20) const {
+        double best = 1e9;
+        for (int round = 0; round < 5 && best >= promptMs; ++round) {
+            double worst = 0;
+            for (int i = 0; i < calls; ++i) {
+                worst = std::max(worst, CallMs());
+            }
+            best = std::min(best, worst);
+        }
+        return best;
+    }
+
+    // Waits until the daemon has no more descriptors than that. Returns their number.
+    std::size_t SettledDescriptors(std::size_t expected) const {
+        (void)WaitUntil([&] { return raw::DescriptorsOf(daemon) <= expected; }, 5000);
+        return raw::DescriptorsOf(daemon);
+    }
+};
