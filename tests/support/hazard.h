@@ -10,9 +10,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 constexpr double promptMs = 50; // what another client may wait while an attack is on
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
@@ -105,6 +107,39 @@ struct Hazard : testing::Test {
             best = std::min(best, worst);
         }
         return best;
+    }
+
+    // --- services ---
+
+    // Writes a service whose process is odd_service in that mode.
+    static void WriteOddService(const std::string &name, const std::string &mode, std::uint32_t startType = 3,
+                                const std::vector<RegistryValue> &further = {}) {
+        const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+        const std::string image = folder + "/" + name + ".csh";
+        WriteFile(image, "exec " + (here / "odd_service").string() + " " + mode + "\n");
+        WriteService(name, startType, image, further);
+    }
+
+    // One call on a connection of its own. Returns the result's bytes.
+    std::string Ask(std::uint32_t procedure, const std::string &argument) const {
+        const raw::Socket client = Connect();
+        const timeval patience = {60, 0};
+        (void)setsockopt(client.descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        EXPECT_TRUE(raw::Send(client, raw::AsMessage(ServdCall(procedure, argument))));
+        const std::string answer = raw::ReadMessage(client);
+        const std::string success = ServdAnswer("");
+        EXPECT_EQ(answer.substr(0, success.size()), success) << "procedure " << procedure;
+        return answer.substr(std::min(answer.size(), success.size()));
+    }
+
+    std::uint32_t HandleOf(const std::string &name) const {
+        const std::string result = Ask(OPEN_SERVICE, raw::XdrString(name) + raw::Words({0xF003F}));
+        EXPECT_EQ(raw::WordOf(result, 0), 0U) << name;
+        return raw::WordOf(result, 1);
+    }
+
+    std::uint32_t StartByName(const std::string &name) const {
+        return raw::WordOf(Ask(START_SERVICE, raw::Words({HandleOf(name), 0, 0})), 0);
     }
 
     // Waits until the daemon has no more descriptors than that. Returns their number.

@@ -65,5 +65,9 @@ set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_R
 add_library(tv_service_world STATIC support/service_world.cpp)
 target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tvsvc GTest::gtest)
 # A real servd over a real tvregd for the tests that attack it: support/hazard.h
+# A real servd over a real tvregd for the tests that attack it: support/hazard.h; and services that answer it oddly.
+add_executable(odd_service support/odd_service.cpp)
+target_link_libraries(odd_service PRIVATE tv_options tv_raw_rpc)
 add_library(tv_hazard INTERFACE)
 target_link_libraries(tv_hazard INTERFACE tv_test_host tv_raw_rpc)
+add_dependencies(tv_hazard odd_service)

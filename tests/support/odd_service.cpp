@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+// odd_service: a service process that answers the daemon in one of several ways, without the service API.
+//
+//   plain         accepts starts and controls
+//   silent        registers its program and never answers
+//   drip          answers one byte a second
+//   wrong         answers, but never with the awaited transaction id
+//   brief         accepts its start and ends at once
+//   state FILE    writes its signal state and its descriptors to FILE first, then as plain
+//   never         registers nothing
+#include "tests/support/raw_rpc.h"
+
+#include <netinet/in.h>
+#include <rpc/pmap_clnt.h>
+#include <rpc/rpc.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+using namespace raw;
+
+namespace {
+
+std::uint32_t Program() { return 0x40000000 + static_cast<std::uint32_t>(getpid()); }
+
+void WriteState(const char *file) {
+    const std::string unfinished = std::string(file) + ".new";
+    {
+        std::ofstream state(unfinished);
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("Sig")) state << line << '\n';
+        }
+        for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code failed;
+            state << "fd " << std::filesystem::read_symlink(entry.path(), failed).string() << '\n';
+        }
+    }
+    std::filesystem::rename(unfinished, file);
+}
+
+int Listen() {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || listen(listener, 10) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0 ||
+        !pmap_set(Program(), 1, IPPROTO_TCP, ntohs(address.sin_port))) {
+        std::perror("odd_service");
+        std::exit(1);
+    }
+    return listener;
+}
+
+void Answer(const Socket &connection, const std::string &mode, const std::string &call) {
+    const std::uint32_t xid = WordOf(call, 0);
+    const std::string start = Words({0, 7});
+    const std::string control = Words({0, 0x10, 1, 0, 0, 0, 0, 0});
+    const std::string result = WordOf(call, 5) == 1 ? start : control;
+    const std::string header = Words({REPLY, MSG_ACCEPTED, AUTH_NONE, 0, SUCCESS});
+    if (mode == "silent") return;
+    if (mode == "wrong") {
+        while (Send(connection, AsMessage(Words({xid + 1000}) + header + result))) {
+            PauseMs(50);
+        }
+        return;
+    }
+    for (const char byte : mode == "drip" ? AsMessage(Words({xid}) + header + result) : std::string()) {
+        if (!Send(connection, std::string(1, byte))) return;
+        PauseMs(1000);
+    }
+    if (mode != "drip") (void)Send(connection, AsMessage(Words({xid}) + header + result));
+    if (mode != "brief") return;
+    (void)pmap_unset(Program(), 1);
+    std::exit(0);
+}
+
+void Serve(int descriptor, const std::string &mode) {
+    const Socket connection(descriptor);
+    for (std::string call; !(call = ReadMessage(connection)).empty();) {
+        Answer(connection, mode, call);
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const std::string mode = argc > 1 ? argv[1] : "plain";
+    if (mode == "never") (void)pause();
+    if (mode == "state" && argc > 2) WriteState(argv[2]);
+    const int listener = Listen();
+    for (;;) {
+        const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (connection >= 0) std::thread(Serve, connection, mode).detach();
+    }
+}
