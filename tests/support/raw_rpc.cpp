@@ -152,6 +152,19 @@ std::uint16_t PortOf(std::uint32_t program, std::uint32_t version) {
     return portMapper != nullptr ? PortOfProgram(portMapper.get(), program, version) : std::uint16_t{0};
 }
 
+pid_t ProcessNamed(const std::string &name) {
+    DIR *folder = opendir("/proc");
+    pid_t found = 0;
+    while (const dirent *entry = readdir(folder)) {
+        const pid_t process = std::atoi(entry->d_name);
+        std::string running;
+        if (process > 0) std::ifstream(ProcPath(process, "comm")) >> running;
+        if (running == name) found = process;
+    }
+    (void)closedir(folder);
+    return found;
+}
+
 std::size_t DescriptorsOf(pid_t process) {
     DIR *folder = opendir(ProcPath(process, "fd").c_str());
     if (folder == nullptr) return 0;

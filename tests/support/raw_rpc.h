@@ -56,6 +56,8 @@ std::uint16_t PortOf(std::uint32_t program, std::uint32_t version);
 
 // --- what a process uses ---
 
+pid_t ProcessNamed(const std::string &name); // one of this host, 0 for none
+
 std::size_t DescriptorsOf(pid_t process);
 std::size_t ResidentBytesOf(pid_t process);
 std::size_t VirtualBytesOf(pid_t process);

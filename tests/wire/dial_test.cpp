@@ -5,6 +5,7 @@
 #include "rpc/dial.h"
 
 #include "rpc/codec.h"
+#include "tests/support/raw_rpc.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
@@ -18,7 +19,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -143,20 +143,6 @@ std::size_t OpenDescriptors() {
 }
 
 std::size_t HeapBytes() { return mallinfo2().uordblks; }
-
-// The port mapper of this private host.
-pid_t PortMapperProcess() {
-    pid_t found = 0;
-    DIR *folder = opendir("/proc");
-    while (const dirent *entry = readdir(folder)) {
-        const pid_t process = std::atoi(entry->d_name);
-        std::string name;
-        if (process > 0) std::ifstream("/proc/" + std::string(entry->d_name) + "/comm") >> name;
-        if (name == "rpcbind") found = process;
-    }
-    (void)closedir(folder);
-    return found;
-}
 
 } // namespace
 
@@ -528,7 +514,7 @@ TEST(DialProgram, a_thousand_failing_and_good_connects_leave_nothing_behind) {
 }
 
 TEST(DialProgram, a_stopped_port_mapper_is_waited_for_ten_seconds) {
-    const pid_t portMapper = PortMapperProcess();
+    const pid_t portMapper = raw::ProcessNamed("rpcbind");
     ASSERT_GT(portMapper, 0);
     ASSERT_EQ(kill(portMapper, SIGSTOP), 0);
     const Clock::time_point start = Clock::now();
@@ -541,7 +527,7 @@ TEST(DialProgram, a_stopped_port_mapper_is_waited_for_ten_seconds) {
 
 // The last test of this program: the port mapper does not come back.
 TEST(DialProgram, without_a_port_mapper_it_fails_at_once) {
-    const pid_t portMapper = PortMapperProcess();
+    const pid_t portMapper = raw::ProcessNamed("rpcbind");
     ASSERT_GT(portMapper, 0);
     ASSERT_EQ(kill(portMapper, SIGKILL), 0);
     const Clock::time_point start = Clock::now();
