@@ -5,6 +5,7 @@ add_library(tv_options INTERFACE)
 target_include_directories(tv_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_options(tv_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion> # as GCC's -Wconversion has it
   -fno-strict-aliasing)
 
 add_library(tv_core INTERFACE)

@@ -1,4 +1,6 @@
 # SPDX-License-Identifier: MIT
 # One line a fuzz target, in alphabetical order.
+tv_fuzz_target(message tv_rpc)
 tv_fuzz_target(path_util tv_util)
+tv_fuzz_target(records servd_wire tv_registry)
 tv_fuzz_target(reg_text tvreg_text)
