@@ -37,14 +37,36 @@ char *ReadInSteps(std::uint32_t count, Read read) {
     return buffer;
 }
 
-bool_t PutOpaque(XDR *xdrs, const char *bytes, std::uint32_t count) {
-    return XDR_PUTBYTES(xdrs, bytes, count) && XDR_PUTBYTES(xdrs, zeros, PaddingOf(count));
+// A count and its bytes, in place where the stream has room for them in one piece.
+bool_t PutCounted(XDR *xdrs, const char *bytes, std::uint32_t count) {
+    const std::uint32_t padding = PaddingOf(count);
+    if (count <= firstStepBytes) {
+        std::int32_t *at = XDR_INLINE(xdrs, unitBytes + count + padding);
+        if (at != nullptr) {
+            *at = static_cast<std::int32_t>(htonl(count));
+            char *to = reinterpret_cast<char *>(at + 1);
+            std::memcpy(to, bytes, count);
+            std::memset(to + count, 0, padding);
+            return TRUE;
+        }
+    }
+    return CodeField(xdrs, count) && XDR_PUTBYTES(xdrs, bytes, count) && XDR_PUTBYTES(xdrs, zeros, padding);
 }
 
-char *GetOpaque(XDR *xdrs, std::uint32_t count) {
+// The bytes behind a count. Returns as ReadInSteps.
+char *GetCounted(XDR *xdrs, std::uint32_t count) {
+    const std::uint32_t padding = PaddingOf(count);
+    const std::int32_t *at = count <= firstStepBytes ? XDR_INLINE(xdrs, count + padding) : nullptr;
+    if (at != nullptr) {
+        char *bytes = static_cast<char *>(std::malloc(std::size_t{count} + 1));
+        if (bytes == nullptr) return nullptr;
+        std::memcpy(bytes, at, count);
+        bytes[count] = '\0';
+        return bytes;
+    }
     char *bytes = ReadInSteps(count, [xdrs](char *to, std::uint32_t step) { return XDR_GETBYTES(xdrs, to, step); });
-    char padding[unitBytes];
-    if (bytes != nullptr && !XDR_GETBYTES(xdrs, padding, PaddingOf(count))) {
+    char ignored[unitBytes];
+    if (bytes != nullptr && !XDR_GETBYTES(xdrs, ignored, padding)) {
         std::free(bytes);
         return nullptr;
     }
@@ -85,10 +107,13 @@ bool_t CodeField(XDR *xdrs, char *&text) {
         text = nullptr;
         return TRUE;
     }
-    std::uint32_t bytes = text != nullptr ? static_cast<std::uint32_t>(std::strlen(text)) : 0;
-    if (!CodeField(xdrs, bytes)) return FALSE;
-    if (xdrs->x_op == XDR_ENCODE) return text == nullptr || PutOpaque(xdrs, text, bytes) ? TRUE : FALSE;
-    text = GetOpaque(xdrs, bytes);
+    if (xdrs->x_op == XDR_ENCODE) {
+        const char *bytes = text != nullptr ? text : "";
+        return PutCounted(xdrs, bytes, static_cast<std::uint32_t>(std::strlen(bytes)));
+    }
+    std::uint32_t count = 0;
+    if (!CodeField(xdrs, count)) return FALSE;
+    text = GetCounted(xdrs, count);
     return text != nullptr ? TRUE : FALSE;
 }
 
@@ -98,11 +123,11 @@ bool_t CodeField(XDR *xdrs, CountedBytes &field) {
         field = {};
         return TRUE;
     }
-    std::uint32_t count = field.count;
+    if (xdrs->x_op == XDR_ENCODE) return PutCounted(xdrs, field.count != 0 ? field.bytes : "", field.count);
+    std::uint32_t count = 0;
     if (!CodeField(xdrs, count)) return FALSE;
     if (count == 0) return TRUE;
-    if (xdrs->x_op == XDR_ENCODE) return PutOpaque(xdrs, field.bytes, count);
-    field.bytes = GetOpaque(xdrs, count);
+    field.bytes = GetCounted(xdrs, count);
     if (field.bytes != nullptr) field.count = count;
     return field.bytes != nullptr ? TRUE : FALSE;
 }

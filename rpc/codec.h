@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <type_traits>
 
 // Characters as an XDR array of char: a count, then one 4-byte XDR integer for each character (sign-extended).
 struct CharArray {
@@ -60,10 +61,29 @@ bool_t CodeField(XDR *xdrs, char *&text); // an unbounded XDR string
 bool_t CodeField(XDR *xdrs, CharArray &array);
 bool_t CodeField(XDR *xdrs, CountedBytes &bytes);
 
+template <typename Field>
+inline constexpr bool isWord = std::is_same_v<Field, std::int32_t> || std::is_same_v<Field, std::uint32_t>;
+
+// A row of words, in place where the stream has them in one piece. False when it has not: nothing is coded then.
+template <typename... Words>
+bool CodeWordsInPlace(XDR *xdrs, Words &...words) {
+    std::int32_t *at = XDR_INLINE(xdrs, static_cast<u_int>(sizeof...(Words) * BYTES_PER_XDR_UNIT));
+    if (at == nullptr) return false;
+    if (xdrs->x_op == XDR_ENCODE) {
+        ((*at++ = static_cast<std::int32_t>(htonl(static_cast<std::uint32_t>(words)))), ...);
+    } else {
+        ((words = static_cast<Words>(ntohl(static_cast<std::uint32_t>(*at++)))), ...);
+    }
+    return true;
+}
+
 // Codes fields in the order given and stops at the first that fails. After a failed decode the fields before it hold
 // what was decoded; freeing the record releases them.
 template <typename... Fields>
 bool_t CodeFields(XDR *xdrs, Fields &...fields) {
+    if constexpr (sizeof...(Fields) > 1 && (isWord<Fields> && ...)) {
+        if (xdrs->x_op == XDR_FREE || CodeWordsInPlace(xdrs, fields...)) return TRUE;
+    }
     return (CodeField(xdrs, fields) && ...) ? TRUE : FALSE;
 }
 
