@@ -8,7 +8,8 @@
 // How: the listener's descriptor number is given to an epoll set that watches the real listening socket and every
 // accepted connection. svc_run thus knows one descriptor; when it is ready the library asks the listener's transport
 // for a request (DoorReceive), and gets the next whole one of any connection. Arguments and reply of the request in
-// hand belong to `present`.
+// hand belong to `present`. Where the door itself waits for requests, the library always has another to ask for, and
+// svc_run never gets its turn again (DoorWait).
 //
 //   bytes arrive     read at most once a turn; a request goes on only when whole (message.h)
 //   one request a turn: between any two, every connection that is ready is read from, written to and accepted, so that
@@ -79,6 +80,7 @@ struct SilenceList {
 struct Door {
     SVCXPRT *transport;
     DoorAdmits admits;
+    int waitMs; // for events while there is no request: 0, or -1 when the door itself waits
     int epoll;
     int listener;
     int spare; // given up to accept, and refuse, a connection when no descriptor is left
@@ -387,9 +389,10 @@ void HandleEvent(const epoll_event &event) {
     Settle(connection);
 }
 
-// Everything that is ready, once.
+// Everything that is ready, once. Waits where that is the door's own to do.
 void HandleEvents() {
-    door.eventCount = std::max(epoll_wait(door.epoll, door.events, eventsPerTurn, 0), 0);
+    const int waitMs = door.firstReady != nullptr ? 0 : door.waitMs;
+    door.eventCount = std::max(epoll_wait(door.epoll, door.events, eventsPerTurn, waitMs), 0);
     for (door.nextEvent = 0; door.nextEvent < door.eventCount;) {
         const epoll_event event = door.events[door.nextEvent++];
         if (event.data.ptr == &door) {
@@ -449,7 +452,6 @@ bool TakeNextRequest(rpc_msg *message) {
 
 // Gives the next whole request of any connection, each in its turn.
 bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
-    EndRequest();
     HandleEvents();
     if (!TakeNextRequest(message)) return FALSE;
     transport->xp_rtaddr.buf = &door.present->peer;
@@ -459,8 +461,13 @@ bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
     return FALSE;
 }
 
-// After a request the library asks again at once, which ends the request and gives the next.
-xprt_stat DoorState(SVCXPRT * /*transport*/) { return door.present != nullptr ? XPRT_MOREREQS : XPRT_IDLE; }
+// Called after each request, which ends here. Whether the library is to ask for another before its loop waits again:
+// where several connections were ready at once there are probably more by now; where it was one, a look is in vain.
+xprt_stat DoorState(SVCXPRT * /*transport*/) {
+    EndRequest();
+    const bool asksAgain = door.waitMs != 0 || door.firstReady != nullptr || door.eventCount > 1;
+    return asksAgain ? XPRT_MOREREQS : XPRT_IDLE;
+}
 
 bool_t DoorGetArguments(SVCXPRT * /*transport*/, xdrproc_t codeArguments, void *arguments) {
     return codeArguments(&door.arguments, arguments);
@@ -522,9 +529,10 @@ bool PrepareDescriptors(int listenerNumber) {
 
 } // namespace
 
-bool OpenDoor(SVCXPRT *listener, DoorAdmits admits) {
+bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait) {
     door.transport = listener;
     door.admits = admits;
+    door.waitMs = wait == DoorWait::Inside ? -1 : 0;
     door.maxConnections = ConnectionLimit();
     if (!PrepareDescriptors(listener->xp_fd)) {
         for (const int descriptor : {door.listener, door.epoll, door.spare}) {

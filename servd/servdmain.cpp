@@ -116,7 +116,7 @@ SVCXPRT *RegisterOverTcp() {
     BlockBrokenPipeSignal();
     (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS);
     SVCXPRT *transport = RegisterOverTcp();
-    if (!OpenDoor(transport)) Fail("cannot create tcp service.");
+    if (!OpenDoor(transport, nullptr, DoorWait::Inside)) Fail("cannot create tcp service.");
     (void)InitializeSCM(); // the daemon serves even when it failed
     Serve();
 }
