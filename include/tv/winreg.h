@@ -79,9 +79,8 @@ LONG RegCloseKey(HKEY hKey);
 LONG RegConnectRegistryA(LPCSTR lpMachineName, HKEY hKey, PHKEY phkResult);
 LONG RegConnectRegistryW(LPCWSTR lpMachineName, HKEY hKey, PHKEY phkResult);
 
-/* Opens a sub key, creating what is missing. *phkResult is stored whatever code the daemon answers; the caller
- * closes it after success. A null or
- * empty sub key is the key itself; RegCreateKeyExA refuses a null one with 87.
+/* Opens a sub key, creating what is missing. *phkResult is stored whatever code the daemon answers; the caller closes
+ * it after success. A null or empty sub key is the key itself; RegCreateKeyExA refuses a null one with 87.
  *   lpClass           sent as it is, even when empty; may be null
  *   lpdwDisposition   may be null; REG_CREATED_NEW_KEY or REG_OPENED_EXISTING_KEY
  * Reserved, access and security attributes are not sent. RegCreateKeyW: the key itself. RegCreateKeyExW: 87. */
@@ -137,10 +136,9 @@ LONG RegLoadKeyW(HKEY hKey, LPCWSTR lpSubKey, LPCWSTR lpFile);
 /* Not supported: 1016. */
 LONG RegNotifyChangeKeyValue(HKEY hKey, BOOL bWatchSubtree, DWORD dwNotifyFilter, HANDLE hEvent, BOOL fAsynchronous);
 
-/* Opens a sub key. *phkResult is stored whatever code the daemon answers; the caller
- * closes it after success. Options are sent, the access is not.
- * A null sub key of RegOpenKeyA is the given key, without a call; a null or empty one of RegOpenKeyExA is the key
- * itself. W: the key itself, likewise. */
+/* Opens a sub key. *phkResult is stored whatever code the daemon answers; the caller closes it after success. Options
+ * are sent, the access is not. A null sub key of RegOpenKeyA is the given key, without a call; a null or empty one of
+ * RegOpenKeyExA is the key itself. W: the key itself, likewise. */
 LONG RegOpenKeyA(HKEY hKey, LPCSTR lpSubKey, PHKEY phkResult);
 LONG RegOpenKeyW(HKEY hKey, LPCWSTR lpSubKey, PHKEY phkResult);
 LONG RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult);
