@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// direct_daemon: the handlers in the test's own process, over a registry in memory; it brings what procedures.h asks for.
+// direct_daemon: the handlers in the test's own process, over a registry in memory; it brings what procedures.h asks
+// for.
 //
 // Arguments are handed over as a client's record; a reply is copied through its wire form, as the dispatcher sends it.
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 #include "tests/support/memory_registry.h"
 #include "tests/support/procedures.h"
+#include "tests/support/registry_faults.h"
 
 #include <iterator>
 
@@ -69,3 +71,10 @@ void StartDaemon() {
 }
 
 bool IsFreshProcess() { return !calledBefore; }
+
+// All calls of the process are the handlers', but for those of the test: it forgets them first.
+void WatchRegistry() {}
+void ForgetRegistryCalls() { ForgetCalls(); }
+std::vector<std::string> RegistryCallsMade() { return RegistryCalls(); }
+void FailRegistryCall(int n, LONG code) { FailNthCall(n, code); }
+std::size_t KeysOpen() { return OpenKeys().size(); }
