@@ -72,9 +72,10 @@ std::uint32_t RunAutoStartServices() {
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &servicesKey) != ERROR_SUCCESS)
         return ERROR_SUCCESS;
     const KeyGuard closeServices(&servicesKey);
-    for (std::int32_t index = 0; index < svcdbsize; index++)
+    for (std::int32_t index = 0; index < svcdbsize; index++) {
         // A service that runs by now was started as somebody's dependency.
         if (svcdb[index].name != nullptr && svcdb[index].status.dwCurrentState == SERVICE_STOPPED)
             AutoStartService(index, servicesKey);
+    }
     return ERROR_SUCCESS;
 }

@@ -47,10 +47,11 @@ std::int32_t GetNextServiceDatabaseEntry() {
 void SetServiceName(std::int32_t index, const char *name) {
     std::free(svcdb[index].name);
     svcdb[index].name = CheckedCopy(name);
-    if (name != nullptr)
+    if (name != nullptr) {
         AddName(&nameIndex, index, name);
-    else
+    } else {
         RemoveName(&nameIndex, index);
+    }
 }
 
 // Deliberate: letter case counts, although Win32 service names have none.

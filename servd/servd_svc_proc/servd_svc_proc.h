@@ -48,14 +48,14 @@ struct ServiceDatabaseEntry {
     StatusDeadline statusDeadline;
 };
 static_assert(std::is_trivially_copyable_v<ServiceDatabaseEntry>);
-static_assert(sizeof(void *) != 4 || sizeof(ServiceDatabaseEntry) == 20 * 4);
+static_assert(sizeof(void *) != 4 || sizeof(ServiceDatabaseEntry) == 20 * sizeof(void *));
 
 // One service in a group.
 struct GroupMember {
     std::int32_t serviceIndex;
     GroupMember *next;
 };
-static_assert(sizeof(void *) != 4 || sizeof(GroupMember) == 2 * 4);
+static_assert(sizeof(void *) != 4 || sizeof(GroupMember) == 2 * sizeof(void *));
 
 // A named list of services: a load-order group, or an image path in imagepathlist. The first null name ends the used
 // entries.
@@ -63,7 +63,7 @@ struct GroupListEntry {
     char *name;
     GroupMember *members;
 };
-static_assert(sizeof(void *) != 4 || sizeof(GroupListEntry) == 2 * 4);
+static_assert(sizeof(void *) != 4 || sizeof(GroupListEntry) == 2 * sizeof(void *));
 
 using ImagePathEntry = GroupListEntry;
 
@@ -73,7 +73,7 @@ struct ServiceDatabaseLock {
     char *owner;
     std::int32_t lockedSinceSec; // since the epoch
 };
-static_assert(sizeof(void *) != 4 || sizeof(ServiceDatabaseLock) == 3 * 4);
+static_assert(sizeof(void *) != 4 || sizeof(ServiceDatabaseLock) == 3 * sizeof(void *));
 
 extern ServiceDatabaseEntry *svcdb;
 extern std::int32_t svcdbsize; // records allocated
@@ -165,8 +165,8 @@ void RemoveServiceFromGroupList(GroupListEntry *list, const std::int32_t *size, 
 //   arglist  start arguments in order; may be null; borrowed for the call
 //   argc     number of arguments, as the client gave it
 // Blocks for whole seconds, up to the retry limits, plus one 25-second call.
-// Returns 0; 3 program could not be executed; 6 no fork; 1053 process unreachable or silent; else the service's own
-// refusal.
+// Returns 0; 3 program could not be executed; 6 no fork; 1053 process unreachable or silent; 1056 the service is not
+// stopped; else the service's own refusal.
 [[nodiscard]] std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc);
 // Declares a service dead: stopped with 1067. Sends no signal.
 void ServiceFailed(std::int32_t index);

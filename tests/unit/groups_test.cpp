@@ -199,8 +199,8 @@ TEST_F(Groups, the_order_is_read_in_two_queries) {
     EXPECT_EQ(ReadOrder(), 0u);
     EXPECT_EQ(firstunorderedgroupindex, 3);
     EXPECT_THAT(GroupNames(), ElementsAre("Boot", "Disk", "Network"));
-    EXPECT_THAT(RegistryCalls(), ElementsAre("open " + orderPath, "size " + orderPath + " List", "query " + orderPath + " List",
-                                     "close " + orderPath));
+    EXPECT_THAT(RegistryCalls(), ElementsAre("open " + orderPath, "size " + orderPath + " List",
+                                             "query " + orderPath + " List", "close " + orderPath));
 }
 
 TEST_F(Groups, groups_that_only_services_name_follow_the_ordered_ones) {
@@ -336,7 +336,7 @@ TEST_F(Groups, the_calls_of_a_sort) {
     ForgetCalls();
     EXPECT_EQ(SortServicesInGroups(), 0u);
     EXPECT_THAT(RegistryCalls(), ElementsAre("open " + tagsPath, "size " + tagsPath + " G", "size " + tagsPath + " H",
-                                     "query " + tagsPath + " H", "close " + tagsPath));
+                                             "query " + tagsPath + " H", "close " + tagsPath));
 }
 
 TEST_F(Groups, a_failing_sort_closes_the_key_and_gives_the_code) {

@@ -31,7 +31,8 @@ TEST_F(Load, a_missing_services_key_is_created_empty) {
     EXPECT_TRUE(HasKey(servicesPath));
     EXPECT_EQ(svcdbsize, 50);
     EXPECT_EQ(ServiceNames(), "");
-    EXPECT_THAT(RegistryCalls(), ElementsAre("create " + servicesPath, "enum " + servicesPath + " 0", "close " + servicesPath));
+    EXPECT_THAT(RegistryCalls(),
+                ElementsAre("create " + servicesPath, "enum " + servicesPath + " 0", "close " + servicesPath));
     EXPECT_THAT(OpenKeys(), ElementsAre());
 }
 
