@@ -139,7 +139,8 @@ std::int32_t QueryStatus(std::int32_t handle, svd_status_t *serviceStatus) {
 bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const timeval &now) {
     if (entry.status.dwWaitHint == 0) return false;
     const StatusDeadline &deadline = entry.statusDeadline;
-    if (now.tv_sec != deadline.seconds) return now.tv_sec > deadline.seconds;
+    const auto seconds = static_cast<std::int32_t>(now.tv_sec); // from 2038 on both have wrapped
+    if (seconds != deadline.seconds) return seconds > deadline.seconds;
     return now.tv_usec > deadline.microseconds;
 }
 

@@ -74,6 +74,14 @@ TEST(HasDeadlinePassed, seconds_go_before_microseconds) {
     EXPECT_TRUE(Passed(3000, {103, 999999}, {104, 0}));
 }
 
+TEST(HasDeadlinePassed, it_holds_beyond_the_32nd_bit_of_the_seconds) {
+    const timeval after2038 = {static_cast<time_t>(std::int64_t{INT32_MAX} + 1000), 0};
+    const StatusDeadline deadline = DeadlineAfter(after2038, 5000);
+    EXPECT_FALSE(Passed(5000, deadline, after2038));
+    EXPECT_FALSE(Passed(5000, deadline, {after2038.tv_sec + 5, 0}));
+    EXPECT_TRUE(Passed(5000, deadline, {after2038.tv_sec + 5, 1}));
+}
+
 TEST(HasDeadlinePassed, without_a_hint_it_never_passes) {
     EXPECT_FALSE(Passed(0, {0, 0}, {100, 0}));
     EXPECT_TRUE(Passed(1, {0, 0}, {100, 0}));
