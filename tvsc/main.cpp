@@ -35,6 +35,11 @@ const std::map<std::string, DWORD> waitStates = {
     {"running", SERVICE_RUNNING}, {"stopped", SERVICE_STOPPED}, {"paused", SERVICE_PAUSED}};
 const std::map<std::string, double> timeUnits = {{"ms", 0.001}, {"s", 1}, {"min", 60}, {"h", 3600}};
 
+// A number of seconds, or a number with a unit.
+CLI::Validator ReadTime() {
+    return CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL).description("");
+}
+
 // All that the command line can say.
 struct CommandLine {
     Options options;
@@ -95,7 +100,8 @@ void AddWaitOptions(CLI::App *command, CommandLine &line) {
     command->add_flag("--no-wait", line.noWait, "Return as soon as the request was accepted");
     command->add_flag("--wait", line.wait, "Wait until the state is reached (the default)");
     command->add_option("--timeout", line.options.waitTimeoutSec, "Longest wait, such as 90s or 2min")
-        ->transform(CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL))
+        ->transform(ReadTime())
+        ->type_name("TIME")
         ->capture_default_str();
 }
 
@@ -194,7 +200,8 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     AddNames(wait, line);
     AddWaitOptions(wait, line);
     wait->add_option("--for", line.waitState, "running, stopped or paused")
-        ->transform(CLI::CheckedTransformer(waitStates));
+        ->transform(CLI::CheckedTransformer(waitStates).description(""))
+        ->type_name("STATE");
     AddNames(AddCommand(app, line, "reset", "Have the daemon forget a service that is not there any more",
                         [&line](Session &session) { return RunReset(session, line.names); }),
              line);
@@ -212,11 +219,14 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
     image->require_option(1);
     command->add_option("--display", create.display, "Display name (default: the name)");
     command->add_option("--start", create.startType, "auto, demand, disabled, boot or system")
-        ->transform(CLI::CheckedTransformer(startTypes));
+        ->transform(CLI::CheckedTransformer(startTypes).description(""))
+        ->type_name("WORD");
     command->add_option("--type", create.type, "own, share, kernel or filesys")
-        ->transform(CLI::CheckedTransformer(serviceTypes));
+        ->transform(CLI::CheckedTransformer(serviceTypes).description(""))
+        ->type_name("WORD");
     command->add_option("--error", create.errorControl, "ignore, normal, severe or critical")
-        ->transform(CLI::CheckedTransformer(errorControls));
+        ->transform(CLI::CheckedTransformer(errorControls).description(""))
+        ->type_name("WORD");
     command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")->delimiter(',');
     command->add_option("--group", create.group, "Load-order group");
     command->add_flag("--tag", create.tag, "Ask for a tag inside the group");
@@ -239,11 +249,14 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
     change->add_option("--group", config.group, "Load-order group");
     change->add_option("--user", config.user, "Unix user to run as");
     change->add_option("--start", config.startType, "auto, demand, disabled, boot or system")
-        ->transform(CLI::CheckedTransformer(startTypes));
+        ->transform(CLI::CheckedTransformer(startTypes).description(""))
+        ->type_name("WORD");
     change->add_option("--type", config.type, "own, share, kernel or filesys")
-        ->transform(CLI::CheckedTransformer(serviceTypes));
+        ->transform(CLI::CheckedTransformer(serviceTypes).description(""))
+        ->type_name("WORD");
     change->add_option("--error", config.errorControl, "ignore, normal, severe or critical")
-        ->transform(CLI::CheckedTransformer(errorControls));
+        ->transform(CLI::CheckedTransformer(errorControls).description(""))
+        ->type_name("WORD");
     change->add_option("--depends", config.dependencies, "Services, and groups with a leading +; \"\" for none");
     change->add_flag("--tag", config.tag, "Ask for a tag inside the group");
 
@@ -274,7 +287,8 @@ void AddDaemonCommands(CLI::App &app, CommandLine &line) {
     CLI::App *online = app.add_subcommand("wait-online", "Wait until the daemon answers");
     online->callback([&line] { line.run = [&line] { return RunWaitOnline(line.options); }; });
     online->add_option("--timeout", line.options.waitTimeoutSec, "Longest wait, such as 90s or 15min")
-        ->transform(CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL));
+        ->transform(ReadTime())
+        ->type_name("TIME");
     CLI::App *daemon = app.add_subcommand("daemon", "The daemon itself");
     daemon->require_subcommand(1);
     daemon->add_subcommand("status", "Whether it runs, with its services")->callback([&line] {
@@ -289,7 +303,8 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_option("--host", line.options.host, "Host of the daemon")->envname("TVSC_HOST")->capture_default_str();
     app.add_option("--call-timeout", line.options.callTimeoutSec, "Longest single call to the daemon")
         ->envname("TVSC_TIMEOUT")
-        ->transform(CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL))
+        ->transform(ReadTime())
+        ->type_name("TIME")
         ->capture_default_str();
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
