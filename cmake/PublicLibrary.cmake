@@ -10,8 +10,9 @@ set(tvPackageFolder ${CMAKE_INSTALL_LIBDIR}/cmake/TvServices)
 #   MAP          version script that names the exported functions
 #   HEADERS      files of include/tv
 #   PARTS        our own static libraries, whose objects make up the library
+#   SYSTEM_LIBS  what a C program has to link beside the static library and libtirpc, such as stdc++
 function(tv_public_library name)
-  cmake_parse_arguments(PARSE_ARGV 1 LIBRARY "" "EXPORT_NAME;DESCRIPTION;MAP" "HEADERS;PARTS")
+  cmake_parse_arguments(PARSE_ARGV 1 LIBRARY "" "EXPORT_NAME;DESCRIPTION;MAP" "HEADERS;PARTS;SYSTEM_LIBS")
   foreach(part ${LIBRARY_PARTS})
     list(APPEND objects $<TARGET_OBJECTS:${part}>)
   endforeach()
@@ -25,33 +26,36 @@ function(tv_public_library name)
   set_target_properties(${name}_shared PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     EXPORT_NAME ${LIBRARY_EXPORT_NAME} LINK_DEPENDS ${LIBRARY_MAP})
   set_target_properties(${name}_static PROPERTIES EXPORT_NAME ${LIBRARY_EXPORT_NAME}_static)
+  target_link_libraries(${name}_static INTERFACE ${LIBRARY_SYSTEM_LIBS})
   target_link_options(${name}_shared PRIVATE -Wl,--version-script=${LIBRARY_MAP} -Wl,--as-needed)
 
-  install(TARGETS ${name}_shared ${name}_static EXPORT TvServices COMPONENT ${name})
+  install(TARGETS ${name}_shared ${name}_static EXPORT ${name} COMPONENT ${name})
   list(TRANSFORM LIBRARY_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/include/tv/)
   install(FILES ${LIBRARY_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tv COMPONENT ${name})
-  tv_install_pkgconfig(${name} "${LIBRARY_DESCRIPTION}")
+  tv_install_pkgconfig(${name} "${LIBRARY_DESCRIPTION}" "${LIBRARY_SYSTEM_LIBS}")
   tv_install_package(${name})
 endfunction()
 
 # The .pc file finds its prefix from its own place, so that an installation can be moved.
-function(tv_install_pkgconfig name description)
+function(tv_install_pkgconfig name description systemLibs)
   file(RELATIVE_PATH upwards /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
   set(PKGCONFIG_NAME ${name})
   set(PKGCONFIG_DESCRIPTION ${description})
   set(PKGCONFIG_UPWARDS ${upwards})
+  list(TRANSFORM systemLibs PREPEND "-l" OUTPUT_VARIABLE flags)
+  list(JOIN flags " " PKGCONFIG_SYSTEM_LIBS)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT ${name})
 endfunction()
 
-# All libraries of the project share one package; whichever component is installed brings it along.
+# All libraries of the project share one package; whichever component is installed brings it along, with its own targets.
 function(tv_install_package component)
   set(folder ${PROJECT_BINARY_DIR}/package)
   write_basic_package_version_file(${folder}/TvServicesConfigVersion.cmake COMPATIBILITY SameMajorVersion)
   install(FILES ${PROJECT_SOURCE_DIR}/cmake/TvServicesConfig.cmake ${folder}/TvServicesConfigVersion.cmake
     DESTINATION ${tvPackageFolder} COMPONENT ${component})
-  install(EXPORT TvServices NAMESPACE TvServices:: DESTINATION ${tvPackageFolder} FILE TvServicesTargets.cmake
-    COMPONENT ${component})
+  install(EXPORT ${component} NAMESPACE TvServices:: DESTINATION ${tvPackageFolder}
+    FILE TvServices-${component}-targets.cmake COMPONENT ${component})
 endfunction()
 
 # Compiles every public header alone as C11.

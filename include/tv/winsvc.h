@@ -6,8 +6,8 @@
  * hands its services to StartServiceCtrlDispatcherA and reports their states with SetServiceStatus.
  *
  * What all functions share:
- *   - A BOOL function returns FALSE, a handle function NULL, when it failed; GetLastError then tells the code. A success
- *     leaves GetLastError as it was.
+ *   - A BOOL function returns FALSE, a handle function NULL, when it failed; GetLastError then tells the code. A
+ * success leaves GetLastError as it was.
  *   - 6 ERROR_INVALID_HANDLE for a handle that is not open or of the wrong kind, 87 ERROR_INVALID_PARAMETER for a null
  *     pointer where one is required, 1722 RPC_S_SERVER_UNAVAILABLE when the daemon cannot be reached, 1726
  *     RPC_S_CALL_FAILED when the connection broke during the call (the daemon may or may not have done what was asked),
@@ -28,6 +28,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Service types. */
 #define SERVICE_KERNEL_DRIVER 0x01
@@ -92,14 +93,15 @@ typedef struct SERVICE_STATUS {
     DWORD dwWaitHint; /* milliseconds */
 } SERVICE_STATUS, *LPSERVICE_STATUS;
 
-
-/* --- last error ----------------------------------------------------------------------------------------------------- */
+/* --- last error -----------------------------------------------------------------------------------------------------
+ */
 
 /* The code of the calling thread's last failure; each thread has its own, 0 at first. */
 DWORD GetLastError(void);
 void SetLastError(DWORD dwErrCode);
 
-/* --- the client side ------------------------------------------------------------------------------------------------ */
+/* --- the client side ------------------------------------------------------------------------------------------------
+ */
 
 /* An open daemon connection or an open service. Never dereference. */
 typedef struct tvServiceHandle *SC_HANDLE;
@@ -138,9 +140,9 @@ typedef struct QUERY_SERVICE_CONFIGA {
     DWORD dwStartType;
     DWORD dwErrorControl;
     LPSTR lpBinaryPathName;
-    LPSTR lpLoadOrderGroup; /* "" when none */
-    DWORD dwTagId;          /* 0 when none */
-    LPSTR lpDependencies;   /* multi-string; groups begin with SC_GROUP_IDENTIFIERA */
+    LPSTR lpLoadOrderGroup;   /* "" when none */
+    DWORD dwTagId;            /* 0 when none */
+    LPSTR lpDependencies;     /* multi-string; groups begin with SC_GROUP_IDENTIFIERA */
     LPSTR lpServiceStartName; /* the Unix user; "" for the daemon's own */
     LPSTR lpDisplayName;
 } QUERY_SERVICE_CONFIGA, *LPQUERY_SERVICE_CONFIGA;
@@ -154,9 +156,9 @@ typedef struct QUERY_SERVICE_LOCK_STATUSA {
 /* Connects to the service daemon.
  *   lpMachineName   host, null for this one
  *   lpDatabaseName  null or "ServicesActive", else 123 ERROR_INVALID_NAME
- * 1065 ERROR_DATABASE_DOES_NOT_EXIST when the daemon runs but could not load its database (tvOpenDaemon connects all the
- * same). One handle is one TCP connection; it is made anew when the daemon was restarted, and service handles are then
- * opened again by name. Close with CloseServiceHandle. */
+ * 1065 ERROR_DATABASE_DOES_NOT_EXIST when the daemon runs but could not load its database (tvOpenDaemon connects all
+ * the same). One handle is one TCP connection; it is made anew when the daemon was restarted, and service handles are
+ * then opened again by name. Close with CloseServiceHandle. */
 SC_HANDLE OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDatabaseName, DWORD dwDesiredAccess);
 
 /* Opens a service. 1060 ERROR_SERVICE_DOES_NOT_EXIST when there is none of this name or it is marked for deletion.
@@ -191,8 +193,8 @@ BOOL DeleteService(SC_HANDLE hService);
  * taken the start request: the state is SERVICE_START_PENDING then.
  * 3 ERROR_PATH_NOT_FOUND (the program or the user switch failed), 6 also for a circular dependency, 1053
  * ERROR_SERVICE_REQUEST_TIMEOUT (the process did not register or answer), 1055 ERROR_SERVICE_DATABASE_LOCKED (whoever
- * holds the lock), 1056 ERROR_SERVICE_ALREADY_RUNNING, 1068 ERROR_SERVICE_DEPENDENCY_FAIL (a dependency is stopped: this
- * daemon does not start it), 1072, or the service's own code. */
+ * holds the lock), 1056 ERROR_SERVICE_ALREADY_RUNNING, 1068 ERROR_SERVICE_DEPENDENCY_FAIL (a dependency is stopped:
+ * this daemon does not start it), 1072, or the service's own code. */
 BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors);
 
 /* Sends a control (1 to 4, 128 to 255) and waits for the service's handler.
@@ -203,9 +205,9 @@ BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpService
  * process is gone). Differs from Win32: dependents that run do not stop a stop (EnumDependentServicesA tells them). */
 BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus);
 
-/* Reads the status. Differs from Win32: it is not only a look. A service whose last announced wait has passed is declared
- * dead (SERVICE_STOPPED, 1067 ERROR_PROCESS_ABORTED) by this call, and a service that was just started and has not
- * reported yet as well. tvQueryServiceStatusPassive looks without touching. */
+/* Reads the status. Differs from Win32: it is not only a look. A service whose last announced wait has passed is
+ * declared dead (SERVICE_STOPPED, 1067 ERROR_PROCESS_ABORTED) by this call, and a service that was just started and has
+ * not reported yet as well. tvQueryServiceStatusPassive looks without touching. */
 BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
 
 /* Lists services, ENUM_SERVICE_STATUSA records in the daemon's order.
@@ -252,7 +254,8 @@ BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA 
 BOOL GetServiceDisplayNameA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPSTR lpDisplayName, LPDWORD lpcchBuffer);
 BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServiceName, LPDWORD lpcchBuffer);
 
-/* --- client calls of this system only ------------------------------------------------------------------------------- */
+/* --- client calls of this system only -------------------------------------------------------------------------------
+ */
 
 /* OpenSCManagerA, but also when the daemon could not load its database. *initCode: 0 or 1065; may be null. */
 SC_HANDLE tvOpenDaemon(LPCSTR host, LPDWORD initCode);
@@ -267,8 +270,8 @@ BOOL tvPingDaemon(SC_HANDLE hSCManager);
 BOOL tvStopDaemon(SC_HANDLE hSCManager);
 
 /* Reads a service's status without touching it, from the enumeration.
- *   *complete  TRUE: all words are true. FALSE: the service is not enumerated (record 0, marked for deletion); state and
- *              accepted controls are true, the rest is 0. May be null. */
+ *   *complete  TRUE: all words are true. FALSE: the service is not enumerated (record 0, marked for deletion); state
+ * and accepted controls are true, the rest is 0. May be null. */
 BOOL tvQueryServiceStatusPassive(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus, BOOL *complete);
 
 /* Lists the services that this one depends on, directly or not, the nearest first. 234 when not all fitted. */
@@ -278,11 +281,12 @@ BOOL tvEnumServiceDependencies(SC_HANDLE hService, DWORD dwServiceState, LPENUM_
 /* Frees the database lock whoever holds it: id is the number in the owner's name. 1071 when another one is held. */
 BOOL tvUnlockServiceDatabaseById(SC_HANDLE hSCManager, DWORD id);
 
-/* Has the daemon forget a service that is not there any more: reports SERVICE_STOPPED with 1067 ERROR_PROCESS_ABORTED in
- * its place. A process that it may still have is left alone. */
+/* Has the daemon forget a service that is not there any more: reports SERVICE_STOPPED with 1067 ERROR_PROCESS_ABORTED
+ * in its place. A process that it may still have is left alone. */
 BOOL tvDeclareServiceDead(SC_HANDLE hService);
 
-/* --- the side of a service program ---------------------------------------------------------------------------------- */
+/* --- the side of a service program ----------------------------------------------------------------------------------
+ */
 
 typedef struct tvServiceStatusHandle *SERVICE_STATUS_HANDLE;
 
@@ -297,22 +301,23 @@ typedef struct SERVICE_TABLE_ENTRYA {
 /* Serves the program's services until all that were started have reported SERVICE_STOPPED; call it first thing in main,
  * before anything slow: the daemon waits 15 seconds for a new process.
  *   lpServiceStartTable  entries, the last one all null; must stay valid
- * Each ServiceMain runs in a thread of its own, control handlers on one other thread, all with the caller's signal mask.
- * Reports SERVICE_START_PENDING with a wait of 30 seconds for a service as soon as it is started. Writes /run/tv/services/NAME.pid, or the same under
- * $XDG_RUNTIME_DIR, where such a folder can be made, and takes it and its port mapper entry away when the process exits.
- * 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request came within 60 seconds (the program was not started
- * by the daemon, or the daemon gave up) or the port mapper refused; 1056 when called twice. */
+ * Each ServiceMain runs in a thread of its own, control handlers on one other thread, all with the caller's signal
+ * mask. Reports SERVICE_START_PENDING with a wait of 30 seconds for a service as soon as it is started. Writes
+ * /run/tv/services/NAME.pid, or the same under $XDG_RUNTIME_DIR, where such a folder can be made, and takes it and its
+ * port mapper entry away when the process exits. 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request
+ * came within 60 seconds (the program was not started by the daemon, or the daemon gave up) or the port mapper refused;
+ * 1056 when called twice. */
 BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable);
 
-/* Names the handler of the controls of a service that was started; its ServiceMain calls it first. Null and 1060 when no
- * such service was started. The handler should return at once: the daemon serves nobody else meanwhile. */
+/* Names the handler of the controls of a service that was started; its ServiceMain calls it first. Null and 1060 when
+ * no such service was started. The handler should return at once: the daemon serves nobody else meanwhile. */
 SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc);
 
-/* Reports a service's state. Returns at once, also in a handler: a thread of the library sends the report, and repeats it
- * after a restart of the daemon; of reports made in quick succession only the latest may reach it.
- * Wait hints count only while a state is pending and are rounded up to whole seconds (the daemon's clock ignores parts of
- * one); when a wait has passed without a report, the next question finds the service dead.
- * 13 ERROR_INVALID_DATA for a state that is not one of the seven. */
+/* Reports a service's state. Returns at once, also in a handler: a thread of the library sends the report, and repeats
+ * it after a restart of the daemon; of reports made in quick succession only the latest may reach it. Wait hints count
+ * only while a state is pending and are rounded up to whole seconds (the daemon's clock ignores parts of one); when a
+ * wait has passed without a report, the next question finds the service dead. 13 ERROR_INVALID_DATA for a state that is
+ * not one of the seven. */
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus);
 
 /* Source compatibility: without a suffix the names mean the forms for bytes. */
@@ -341,6 +346,7 @@ BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpS
 #define StartServiceCtrlDispatcher StartServiceCtrlDispatcherA
 #define RegisterServiceCtrlHandler RegisterServiceCtrlHandlerA
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif
