@@ -65,7 +65,7 @@ target_link_libraries(signal_child PRIVATE tv_options)
 set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 # Both daemons with sample services.
 add_library(tv_service_world STATIC support/service_world.cpp)
-target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tvsvc GTest::gtest)
+target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tv_svcapi GTest::gtest)
 # A real servd over a real tvregd for the tests that attack it: support/hazard.h
 # A real servd over a real tvregd for the tests that attack it: support/hazard.h; and services that answer it oddly.
 add_executable(odd_service support/odd_service.cpp)
