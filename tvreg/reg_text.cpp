@@ -264,16 +264,17 @@ bool ValueText(const RegValue &value, RegDialect dialect, std::string *text) {
     *text = (value.name.empty() ? "@" : Quoted(value.name)) + "=";
     std::string data = value.data;
     if (dialect == RegDialect::VERSION5 && IsStringType(value.type) && !Utf16FromUtf8(value.data, &data)) return false;
-    if (value.isDeleted)
+    if (value.isDeleted) {
         *text += "-";
-    else if (value.type == REG_SZ && IsPlainText(value.data))
+    } else if (value.type == REG_SZ && IsPlainText(value.data)) {
         *text += Quoted(std::string_view(value.data).substr(0, value.data.size() - 1));
-    else if (value.type == REG_DWORD && value.data.size() == 4)
+    } else if (value.type == REG_DWORD && value.data.size() == 4) {
         *text += fmt::format("dword:{:08x}", DwordOf(value.data));
-    else if (value.type == REG_BINARY)
+    } else if (value.type == REG_BINARY) {
         *text = HexText(*text + "hex:", data, LineEnd(dialect));
-    else
+    } else {
         *text = HexText(*text + fmt::format("hex({:x}):", value.type), data, LineEnd(dialect));
+    }
     return true;
 }
 
@@ -304,9 +305,10 @@ std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegK
     } else if (bytes.starts_with("\xEF\xBB\xBF")) {
         bytes.remove_prefix(3);
     }
-    if (const std::size_t nul = bytes.find('\0'); nul != std::string_view::npos)
+    if (const std::size_t nul = bytes.find('\0'); nul != std::string_view::npos) {
         return RegTextError{1 + static_cast<int>(std::count(bytes.begin(), bytes.begin() + nul, '\n')),
                             "a zero byte: this is no text, or UTF-16 without its byte-order mark"};
+    }
     Reader reader{bytes};
     if (TakeHeader(reader) && TakeKeys(reader, keys)) return std::nullopt;
     keys->clear();

@@ -151,10 +151,11 @@ std::vector<RegKey> ReadKeys(const KeyPath &key) {
 
 void WriteKeys(const std::vector<RegKey> &keys) {
     for (const RegKey &key : keys) {
-        if (!key.isDeleted)
+        if (!key.isDeleted) {
             WriteKey(key);
-        else if (KeyExists(key.key))
+        } else if (KeyExists(key.key)) {
             DeleteKey(key.key);
+        }
     }
 }
 

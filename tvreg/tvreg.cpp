@@ -40,10 +40,11 @@ struct Options {
 
 KeyPath KeyOf(const Options &options) {
     KeyPath key;
-    if (!ParseKeyPath(options.key, &key))
+    if (!ParseKeyPath(options.key, &key)) {
         throw Failure(EXIT_USAGE, fmt::format("{}: no key: a root (HKLM, HKEY_LOCAL_MACHINE ...) and names with one "
                                               "backslash between them",
                                               options.key));
+    }
     return key;
 }
 
@@ -104,14 +105,16 @@ void Query(const Options &options) {
         const KeyPath key = std::move(pending.back());
         pending.pop_back();
         KeyContent content;
-        if (!options.valueName.empty() || options.unnamed)
+        if (!options.valueName.empty() || options.unnamed) {
             content.values.push_back(ReadValue(key, options.valueName));
-        else
+        } else {
             content = ReadKey(key);
-        if (options.json)
+        }
+        if (options.json) {
             keys.push_back(KeyJson(key, content));
-        else
+        } else {
             PrintKey(key, content, !options.recursive);
+        }
         if (!options.recursive) break;
         for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name)
             pending.push_back(Below(key, *name));
@@ -126,25 +129,28 @@ void List(const Options &options) {
             Print(Printable(subKey) + "\n");
         return;
     }
-    for (const RegKey &below : ReadKeys(key))
+    for (const RegKey &below : ReadKeys(key)) {
         if (below.key.path.size() > key.path.size())
             Print(Printable(below.key.path.substr(key.path.empty() ? 0 : key.path.size() + 1)) + "\n");
+    }
 }
 
 void Get(const Options &options) {
     const RegValue value = ReadValue(KeyOf(options), options.valueName);
-    if (options.json)
+    if (options.json) {
         PrintJson(ValueJson(value));
-    else
+    } else {
         Print(options.raw ? value.data : DataText(value) + "\n");
+    }
 }
 
 void Export(const Options &options) {
     std::string text, culprit;
     const auto dialect = options.reg4 ? RegDialect::REGEDIT4 : RegDialect::VERSION5;
-    if (!WriteRegText(ReadKeys(KeyOf(options)), dialect, &text, &culprit))
+    if (!WriteRegText(ReadKeys(KeyOf(options)), dialect, &text, &culprit)) {
         throw Failure(EXIT_BAD_TEXT, fmt::format("{}: cannot stand in this kind of file{}", Printable(culprit),
                                                  options.reg4 ? "" : " because it is not UTF-8; try --reg4"));
+    }
     if (options.files.empty() || options.files.front() == "-") return Print(text);
     std::ofstream file(options.files.front(), std::ios::binary | std::ios::trunc);
     if (!(file << text) || !file.flush())
@@ -156,10 +162,11 @@ void Version(const Options &options) {
     DWORD major = 0, minor = 0, patch = 0;
     Check(RegOpenKeyExA(HKEY_LOCAL_MACHINE, nullptr, 0, KEY_ALL_ACCESS, &key), "registry daemon");
     Check(RegQueryVersionInfo(&major, &minor, &patch), "registry daemon");
-    if (options.json)
+    if (options.json) {
         PrintJson({{"schema", "tvreg.version/1"}, {"major", major}, {"minor", minor}, {"patch", patch}});
-    else
+    } else {
         Print(fmt::format("registry daemon {}.{}.{}\n", major, minor, patch));
+    }
 }
 
 // --- changing ------------------------------------------------------------------------------------------------------
@@ -292,7 +299,7 @@ void AddCommands(CLI::App &app, Options &options) {
 
 } // namespace
 
-int main(int argc, char **argv) {
+static int RunProgram(int argc, char **argv) {
     Options options;
     CLI::App app("Shows and changes the registry through the registry daemon of this machine, or of the one that "
                  "TARVO_REGISTRY_HOST names.",
@@ -303,6 +310,13 @@ int main(int argc, char **argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : EXIT_USAGE;
+    }
+    return 0;
+}
+
+int main(int argc, char **argv) {
+    try {
+        return RunProgram(argc, argv);
     } catch (const Failure &failure) {
         (void)std::fprintf(stderr, "tvreg: %s\n", failure.what());
         return failure.status;
@@ -310,5 +324,4 @@ int main(int argc, char **argv) {
         (void)std::fprintf(stderr, "tvreg: %s\n", failure.what());
         return EXIT_FAILED;
     }
-    return 0;
 }

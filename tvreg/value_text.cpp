@@ -30,9 +30,10 @@ std::optional<std::uint32_t> ParseNumber(std::string_view text) {
 
 std::optional<std::string> ParseHex(const std::vector<std::string> &words) {
     std::string digits, bytes;
-    for (const std::string &word : words)
+    for (const std::string &word : words) {
         for (const char c : word)
             if (c != ',') digits.push_back(c);
+    }
     if (digits.size() % 2 != 0) return std::nullopt;
     for (std::size_t i = 0; i < digits.size(); i += 2) {
         const auto byte = ParseNumber("0x" + digits.substr(i, 2));
@@ -108,10 +109,11 @@ std::string Printable(std::string_view text) {
     std::string printable;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F)
+        if (byte < 0x20 || byte == 0x7F) {
             printable += fmt::format("\\x{:02x}", byte);
-        else
+        } else {
             printable.push_back(c);
+        }
     }
     return printable;
 }
@@ -163,13 +165,14 @@ nlohmann::ordered_json ValueJson(const RegValue &value) {
     SetText(object, "name", value.name);
     object["type"] = TypeText(value.type);
     object["type_code"] = value.type;
-    if (value.type == REG_SZ || value.type == REG_EXPAND_SZ)
+    if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) {
         SetText(object, "data", WithoutTerminator(value.data));
-    else if (value.type == REG_DWORD && value.data.size() == 4)
+    } else if (value.type == REG_DWORD && value.data.size() == 4) {
         object["data"] = DwordOf(value.data);
-    else if (value.type == REG_MULTI_SZ && IsUtf8(value.data))
+    } else if (value.type == REG_MULTI_SZ && IsUtf8(value.data)) {
         object["data"] = Strings(value.data);
-    else
+    } else {
         object["data"] = HexOf(value.data);
+    }
     return object;
 }

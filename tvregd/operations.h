@@ -16,8 +16,8 @@ struct Registry {
 };
 
 // Bytes of a key's or a value's name: the 255 and 16,383 characters of Win32, each of up to four bytes.
-constexpr std::size_t MAX_KEY_NAME = 255 * 4;
-constexpr std::size_t MAX_VALUE_NAME = 16383 * 4;
+constexpr std::size_t MAX_KEY_NAME = 255 * std::size_t{4};
+constexpr std::size_t MAX_VALUE_NAME = 16383 * std::size_t{4};
 
 // Also 2 when there is no such key; 161 for a malformed path.
 [[nodiscard]] std::uint32_t OpenKey(const Registry &registry, std::uint32_t handle, std::string_view path, Key **key);

@@ -93,16 +93,18 @@ void Enumerate(Registry &registry, std::uint32_t handle, std::uint32_t index, st
     if (answer->status != 0) return;
     answer->lastWriteTime = FileTime(subKey->written);
     answer->nameLength = Length(subKey->name);
-    if (answer->nameLength < nameBytes)
+    if (answer->nameLength < nameBytes) {
         answer->name = Wire(subKey->name);
-    else
+    } else {
         answer->status = ERROR_MORE_DATA; // 234
+    }
     if (!subKey->keyClass) return;
     answer->classLength = Length(*subKey->keyClass);
-    if (answer->classLength < classBytes)
+    if (answer->classLength < classBytes) {
         answer->keyClass = Wire(*subKey->keyClass);
-    else if (classBytes != 0)
+    } else if (classBytes != 0) {
         answer->status = ERROR_MORE_DATA;
+    }
 }
 
 void ServeEnumKey(Registry &registry, const regd_REG_ENUM_KEY &call, regd_REG_ENUM_KEY_RETURN *answer) {
@@ -121,10 +123,11 @@ void ServeEnumValue(Registry &registry, const regd_REG_ENUM_VALUE &call, regd_RE
     answer->nameLength = Length(value->name);
     answer->dataBytes = Length(value->data);
     answer->data = Bytes(value->data, std::min(answer->dataBytes, call.dataBytes));
-    if (answer->nameLength < call.nameBytes)
+    if (answer->nameLength < call.nameBytes) {
         answer->name = Wire(value->name);
-    else
+    } else {
         answer->status = ERROR_MORE_DATA;
+    }
     if (call.dataBytes != 0 && answer->dataBytes > call.dataBytes) answer->status = ERROR_MORE_DATA;
 }
 
@@ -157,10 +160,11 @@ void AnswerData(const Value &value, std::uint32_t dataBytes, bool dataIsNull, re
     answer->type = value.type;
     answer->dataBytes = Length(value.data);
     if (dataIsNull) return;
-    if (answer->dataBytes > dataBytes)
+    if (answer->dataBytes > dataBytes) {
         answer->status = ERROR_MORE_DATA;
-    else
+    } else {
         answer->data = Bytes(value.data, answer->dataBytes);
+    }
 }
 
 // The unnamed value of a subkey, which must be a string.
@@ -169,12 +173,13 @@ void ServeQueryValue(Registry &registry, const regd_REG_QUERY_VALUE &call, regd_
     answer->status = OpenKey(registry, call.key, Name(call.subKey, call.subKeyIsNull), &key);
     if (answer->status != 0) return;
     const Value *value = FindValue(*key, {});
-    if (value == nullptr)
+    if (value == nullptr) {
         answer->status = ERROR_FILE_NOT_FOUND; // 2
-    else if (value->type != REG_SZ && value->type != REG_EXPAND_SZ)
+    } else if (value->type != REG_SZ && value->type != REG_EXPAND_SZ) {
         answer->status = ERROR_INVALID_DATA; // 13
-    else
+    } else {
         AnswerData(*value, call.dataBytes, call.dataIsNull != 0, answer);
+    }
 }
 
 void ServeQueryValueEx(Registry &registry, const regd_REG_QUERY_VALUE_EX &call, regd_REG_QUERY_VALUE_RETURN *answer) {

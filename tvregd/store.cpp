@@ -41,10 +41,11 @@ void Bind(SQLite::Statement &statement, int column, std::int64_t value) { statem
 void Bind(SQLite::Statement &statement, int column, std::uint32_t value) { statement.bind(column, value); }
 void Bind(SQLite::Statement &statement, int column, const std::string &text) { statement.bindNoCopy(column, text); }
 void Bind(SQLite::Statement &statement, int column, const std::optional<std::string> &text) {
-    if (text)
+    if (text) {
         statement.bindNoCopy(column, *text);
-    else
+    } else {
         statement.bind(column);
+    }
 }
 struct Blob {
     const std::string &bytes;
@@ -95,7 +96,7 @@ void MakeTables(SQLite::Database &database) {
 // Everything that the statements of the store need: they are prepared right after it.
 SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
     SQLite::Database database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
-    database.setBusyTimeout(10'000);
+    database.setBusyTimeout(2000); // for a reader that recovers or cleans up; the daemon waits meanwhile
     const int version = database.execAndGet("PRAGMA user_version").getInt();
     const int tables = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt();
     const bool fresh = version == 0 && tables == 0;
@@ -197,9 +198,10 @@ void LoadTree(Store &store, Tree &tree) {
 
 void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys) {
     Atomically(store, [&] {
-        for (const auto &key : keys)
+        for (const auto &key : keys) {
             Run(store.insertKey, key->number, key->parent->number, ++store.lastPosition, key->name, key->keyClass,
                 static_cast<std::uint32_t>(key->isVolatile), Stored(key->written));
+        }
         Run(store.touchKey, Stored(keys.front()->written), keys.front()->parent->number);
     });
 }

@@ -60,15 +60,24 @@ std::string UserDatabase() {
     const char *state = std::getenv("XDG_STATE_HOME");
     const char *home = std::getenv("HOME");
     std::filesystem::path folder;
-    if (state != nullptr && *state == '/')
+    if (state != nullptr && *state == '/') {
         folder = state;
-    else if (home != nullptr && *home == '/')
+    } else if (home != nullptr && *home == '/') {
         folder = std::filesystem::path(home) / ".local/state";
-    else
+    } else {
         throw std::runtime_error("--user needs HOME or XDG_STATE_HOME");
+    }
     folder /= "tvregd";
     std::filesystem::create_directories(folder);
     return folder / "registry.db";
+}
+
+// A connection must not become a standard descriptor: messages would go to the client.
+void OpenStandardDescriptors() {
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= 2)
+        descriptor = open("/dev/null", O_RDWR);
+    (void)close(descriptor);
 }
 
 // Goes on in a child process. The calling process stays until the child serves or fails: it then exits with 0 or 1.
@@ -88,6 +97,7 @@ int GoToBackground() {
     return ends[1];
 }
 
+// Lets go of the caller's terminal and pipes.
 void TellServing(int descriptor) {
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (int standard = 0; standard <= 2; ++standard)
@@ -97,7 +107,8 @@ void TellServing(int descriptor) {
     (void)close(descriptor);
 }
 
-int Run(const Options &options) {
+int Serve(const Options &options) {
+    OpenStandardDescriptors();
     const int serving = options.background ? GoToBackground() : -1;
     const sigset_t waitingMask = PrepareSignals();
     const std::string file = options.user ? UserDatabase() : options.database;
@@ -119,7 +130,7 @@ int Run(const Options &options) {
 
 } // namespace
 
-int main(int argc, char **argv) {
+static int RunProgram(int argc, char **argv) {
     Options options{.database = "/var/lib/tvregd/registry.db"};
     CLI::App app("Registry daemon: keeps the Win32 registry of this machine in a SQLite database and serves it as ONC "
                  "RPC program 0x3003003C version 2 over TCP.",
@@ -138,8 +149,12 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    return Serve(options);
+}
+
+int main(int argc, char **argv) {
     try {
-        return Run(options);
+        return RunProgram(argc, argv);
     } catch (const std::exception &failure) {
         (void)std::fprintf(stderr, "tvregd: %s\n", failure.what());
         return 1;

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 namespace {
 
 std::string Folder() {
-    const std::string folder = testing::TempDir() + "tvregd_test." + std::to_string(getpid());
+    std::string folder = testing::TempDir() + "tvregd_test." + std::to_string(getpid());
     std::filesystem::create_directories(folder);
     return folder;
 }
@@ -219,13 +219,13 @@ TEST_F(Tvregd, a_root_cannot_be_deleted) {
 }
 
 TEST_F(Tvregd, handles_hold_over_a_restart_and_leave_the_clients_bits_clear) {
-    std::vector<std::uint32_t> handles;
-    for (int i = 0; i < 50; ++i)
-        handles.push_back(Make(HKEY_LOCAL_MACHINE, "k" + std::to_string(i)));
+    std::vector<std::uint32_t> handles(50);
+    for (std::size_t i = 0; i < handles.size(); ++i)
+        handles[i] = Make(HKEY_LOCAL_MACHINE, "k" + std::to_string(i));
     Restart();
-    for (int i = 0; i < 50; ++i) {
-        EXPECT_EQ(handles[static_cast<std::size_t>(i)] & 0x8FF00000, 0u);
-        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, "k" + std::to_string(i)), handles[static_cast<std::size_t>(i)]);
+    for (std::size_t i = 0; i < handles.size(); ++i) {
+        EXPECT_EQ(handles[i] & 0x8FF00000, 0u);
+        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, "k" + std::to_string(i)), handles[i]);
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <thread>
 
@@ -595,6 +596,14 @@ TEST_F(RegistryOverTcp, background_returns_when_the_daemon_serves_and_with_1_whe
     EXPECT_THAT(second.error, HasSubstr("in use"));
     EXPECT_EQ(StopDaemon(detached.process), 0);
     daemon = StartRegistryDaemon(database);
+}
+
+TEST_F(RegistryOverTcp, daemon_started_without_standard_descriptors_sends_no_messages_to_clients) {
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    daemon = StartProgram({.command = {ProgramPath("tvregd"), "--database", database}, .closed = {0, 1, 2}});
+    ASSERT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS));
+    for (const char *descriptor : {"0", "1", "2"})
+        EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/fd/" + descriptor), "/dev/null");
 }
 
 TEST_F(RegistryOverTcp, user_database_lies_in_the_state_folder_of_the_user) {
