@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tvregd/operations.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <exception>

@@ -17,6 +17,7 @@
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -15,7 +16,8 @@ namespace {
 constexpr int SCHEMA_VERSION = 1;
 
 // AUTOINCREMENT remembers the highest number ever used, so that the handle of a deleted key does not come to name a new
-// one. The subkeys and values of a key go with it.
+// one. The subkeys and values of a key go with it. A key was written when the youngest of its values was, unless its
+// own row tells a later time: setting a value, the most frequent write, then changes one page only.
 constexpr const char *SCHEMA = R"(
     CREATE TABLE keys (
         number   INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -33,6 +35,7 @@ constexpr const char *SCHEMA = R"(
         name     TEXT NOT NULL COLLATE NOCASE,
         type     INTEGER NOT NULL,
         data     BLOB NOT NULL,
+        written  INTEGER NOT NULL,
         UNIQUE (key, name)
     ) STRICT;
 )";
@@ -152,13 +155,15 @@ void LoadKeys(Store &store, Tree &tree) {
 }
 
 void LoadValues(Store &store, const Tree &tree) {
-    SQLite::Statement rows(store.database, "SELECT key, name, type, data FROM key_values ORDER BY id");
+    SQLite::Statement rows(store.database, "SELECT key, name, type, data, written FROM key_values ORDER BY id");
     while (rows.executeStep()) {
         Value value;
         value.name = rows.getColumn(1).getString();
         value.type = rows.getColumn(2).getUInt();
         value.data = rows.getColumn(3).getString();
-        (void)AddValue(*KeyOfRow(tree, rows.getColumn(0).getInt64()), std::move(value));
+        Key *key = KeyOfRow(tree, rows.getColumn(0).getInt64());
+        key->written = std::max(key->written, static_cast<std::uint64_t>(rows.getColumn(4).getInt64()));
+        (void)AddValue(*key, std::move(value));
     }
 }
 
@@ -171,8 +176,9 @@ Store::Store(int lock, const std::string &file, Durability durability)
                           "VALUES (?, ?, ?, ?, ?, ?, ?)"),
       touchKey(database, "UPDATE keys SET written = ? WHERE number = ?"),
       deleteKey(database, "DELETE FROM keys WHERE number = ?"),
-      putValue(database, "INSERT INTO key_values (key, name, type, data) VALUES (?, ?, ?, ?) "
-                         "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data"),
+      putValue(database, "INSERT INTO key_values (key, name, type, data, written) VALUES (?, ?, ?, ?, ?) "
+                         "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data, "
+                         "written = excluded.written"),
       deleteValue(database, "DELETE FROM key_values WHERE key = ? AND name = ?"),
       checkpoint(database, "PRAGMA wal_checkpoint(FULL)") {}
 
@@ -214,10 +220,7 @@ void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written) {
 }
 
 void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written) {
-    Atomically(store, [&] {
-        Run(store.putValue, key.number, value.name, value.type, Blob{value.data});
-        Run(store.touchKey, Stored(written), key.number);
-    });
+    Run(store.putValue, key.number, value.name, value.type, Blob{value.data}, Stored(written));
 }
 
 void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written) {

@@ -297,6 +297,17 @@ TEST_F(Tvregd, changes_move_the_write_time_of_the_key_that_they_happen_in) {
     ASSERT_EQ(OpenKey(registry, handle, "", &key), 0u);
     EXPECT_EQ(key->written, deleted);
     EXPECT_EQ(key->parent->written, made);
+    EXPECT_EQ(Set(handle, "v", "2"), 0u);
+    const std::uint64_t again = key->written;
+    Restart();
+    ASSERT_EQ(OpenKey(registry, handle, "", &key), 0u);
+    EXPECT_EQ(key->written, again);
+    EXPECT_EQ(DeleteValue(registry, handle, "v"), 0u);
+    const std::uint64_t gone = key->written;
+    EXPECT_GT(gone, again);
+    Restart();
+    ASSERT_EQ(OpenKey(registry, handle, "", &key), 0u);
+    EXPECT_EQ(key->written, gone);
 }
 
 TEST_F(Tvregd, volatile_keys_are_gone_after_a_restart_and_have_no_lasting_children) {
