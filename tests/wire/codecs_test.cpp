@@ -34,9 +34,13 @@ constexpr int samples = 100;
 constexpr int longList = 2000;
 
 template <typename Record>
+inline constexpr bool isGenerated = false;
+template <typename Record>
 inline constexpr bool_t (*oracleOf)(XDR *, Record *) = nullptr;
 
 #define TV_ORACLE_OF(Record)                                                                                           \
+    template <>                                                                                                        \
+    inline constexpr bool isGenerated<oracle_##Record> = true;                                                         \
     template <>                                                                                                        \
     inline constexpr bool_t (*oracleOf<oracle_##Record>)(XDR *, oracle_##Record *) = xdr_oracle_##Record;
 SERVD_RECORDS(TV_ORACLE_OF)
@@ -45,10 +49,10 @@ REGD_RECORDS(TV_ORACLE_OF)
 
 template <typename Record>
 constexpr auto RoutineOf() {
-    if constexpr (routineOf<Record> != nullptr) {
-        return routineOf<Record>;
-    } else {
+    if constexpr (isGenerated<Record>) {
         return oracleOf<Record>;
+    } else {
+        return routineOf<Record>;
     }
 }
 
