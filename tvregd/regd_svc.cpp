@@ -16,10 +16,12 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <thread>
 
 namespace {
 
@@ -339,4 +341,11 @@ bool StartService(Registry &registry, bool allowRemote) {
     return true;
 }
 
-void StopService() { svc_unregister(REGDAEMONPROG, REGDAEMONVERS); }
+void StopService() {
+    // Against a port mapper that hangs, the library waits for more than a minute, with all signals blocked.
+    std::thread([] {
+        (void)sleep(5);
+        _exit(0);
+    }).detach();
+    svc_unregister(REGDAEMONPROG, REGDAEMONVERS);
+}

@@ -124,6 +124,7 @@ int Serve(const Options &options) {
     if (!StartService(registry, options.allowRemote)) return 1;
     if (serving >= 0) TellServing(serving);
     ServeUntilSignalled(waitingMask);
+    store.reset();
     StopService();
     return 0;
 }

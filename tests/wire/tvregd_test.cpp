@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The registry daemon over TCP: every procedure with records of the protocol, and what lies around the procedures.
 #include "tests/support/host.h"
+#include "tests/support/raw_rpc.h"
 #include "tv/winreg.h"
 
 #include <gmock/gmock.h>
@@ -583,6 +584,17 @@ TEST_F(RegistryOverTcp, sigterm_and_sigint_unregister_and_end_with_0) {
         daemon = StartRegistryDaemon(database);
         EXPECT_TRUE(IsRegistered(REGDAEMONPROG, REGDAEMONVERS));
     }
+}
+
+TEST_F(RegistryOverTcp, port_mapper_that_hangs_delays_the_end_by_five_seconds) {
+    const pid_t portMapper = raw::ProcessNamed("rpcbind");
+    ASSERT_GT(portMapper, 0);
+    ASSERT_EQ(kill(portMapper, SIGSTOP), 0);
+    const std::int64_t begin = MonotonicMs();
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    EXPECT_LT(MonotonicMs() - begin, 8000);
+    ASSERT_EQ(kill(portMapper, SIGCONT), 0);
+    daemon = StartRegistryDaemon(database);
 }
 
 TEST_F(RegistryOverTcp, background_returns_when_the_daemon_serves_and_with_1_when_it_cannot) {
