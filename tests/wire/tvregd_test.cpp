@@ -7,6 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
 #include <atomic>
 #include <csignal>
 #include <filesystem>
@@ -17,6 +20,25 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
+
+// A connection to the daemon between two addresses of this host.
+raw::Socket ConnectBetween(const char *from, const char *to) {
+    raw::Socket connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in own = {}, peer = {};
+    own.sin_family = peer.sin_family = AF_INET;
+    EXPECT_EQ(inet_pton(AF_INET, from, &own.sin_addr), 1);
+    EXPECT_EQ(inet_pton(AF_INET, to, &peer.sin_addr), 1);
+    peer.sin_port = htons(raw::PortOf(REGDAEMONPROG, REGDAEMONVERS));
+    EXPECT_EQ(bind(connection.descriptor, reinterpret_cast<sockaddr *>(&own), sizeof own), 0);
+    EXPECT_EQ(connect(connection.descriptor, reinterpret_cast<sockaddr *>(&peer), sizeof peer), 0);
+    return connection;
+}
+
+// Whether the null procedure is answered there.
+bool IsServed(const raw::Socket &connection) {
+    (void)raw::Send(connection, raw::AsMessage(raw::Call(7, REGDAEMONPROG, REGDAEMONVERS, NULLPROC)));
+    return raw::WordOf(raw::ReadMessage(connection), 0) == 7;
+}
 
 constexpr std::uint32_t NOT_THERE = 0x000FFFFF; // a handle that is never given out here
 
@@ -642,6 +664,24 @@ TEST_F(RegistryOverTcp, wrong_options_end_with_2_and_an_unusable_file_with_1) {
     EXPECT_THAT(text.error, HasSubstr(file));
     EXPECT_THAT(RunAndRead({.command = {ProgramPath("tvregd"), "--help"}}).output, HasSubstr("--database"));
     EXPECT_THAT(RunAndRead({.command = {ProgramPath("tvregd"), "--version"}}).output, testing::StartsWith("tvregd "));
+}
+
+// Two addresses on the loopback interface: from one to the other looks like a call from another machine.
+TEST_F(RegistryOverTcp, peers_of_other_machines_are_served_only_with_allow_remote) {
+    for (const char *address : {"10.77.77.1/32", "10.77.77.2/32"}) {
+        if (RunProgram({.command = {"/usr/sbin/ip", "address", "add", address, "dev", "lo"}}) != 0) {
+            GTEST_SKIP() << "addresses cannot be added here";
+        }
+    }
+    EXPECT_TRUE(IsServed(ConnectBetween("127.0.0.1", "127.0.0.1")));
+    EXPECT_TRUE(IsServed(ConnectBetween("127.0.0.5", "10.77.77.1")));
+    EXPECT_TRUE(IsServed(ConnectBetween("10.77.77.1", "10.77.77.1")));
+    EXPECT_FALSE(IsServed(ConnectBetween("10.77.77.2", "10.77.77.1")));
+    EXPECT_TRUE(raw::IsAtEnd(ConnectBetween("10.77.77.2", "10.77.77.1"), 5000));
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    daemon = StartProgram({.command = {ProgramPath("tvregd"), "--allow-remote", "--database", database}});
+    ASSERT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS));
+    EXPECT_TRUE(IsServed(ConnectBetween("10.77.77.2", "10.77.77.1")));
 }
 
 TEST_F(RegistryOverTcp, clients_side_by_side_see_each_others_writes) {
