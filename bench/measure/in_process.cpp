@@ -25,8 +25,7 @@ void ClearDatabase() {
     for (std::int32_t i = 0; i < svcdbsize; ++i) {
         if (svcdb[i].name == nullptr) continue;
         SetServiceName(i, nullptr);
-        std::free(svcdb[i].displayName);
-        svcdb[i].displayName = nullptr;
+        SetServiceDisplayName(i, nullptr);
     }
 }
 
@@ -49,7 +48,7 @@ void FillDatabase(int services) {
         ResizeServiceDatabase();
     for (int i = 1; i <= services; ++i) {
         SetServiceName(i, ServiceName(i).c_str());
-        svcdb[i].displayName = strdup(DisplayName(i).c_str());
+        SetServiceDisplayName(i, DisplayName(i).c_str());
         svcdb[i].type = SERVICE_WIN32_OWN_PROCESS;
         svcdb[i].status.dwCurrentState = SERVICE_STOPPED;
     }

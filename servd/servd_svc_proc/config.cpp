@@ -132,12 +132,13 @@ std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY service
 }
 
 // Deliberate: what is not named here keeps the value that the record's last service left.
-void FillRecord(const servd_SERV_CREATE_SERVICE &wanted, ServiceDatabaseEntry *entry) {
-    entry->openCount += 1; // the creating client holds a handle
-    entry->reserved = 0;
-    entry->displayName = CheckedCopy(wanted.displayName);
-    entry->type = static_cast<std::int32_t>(wanted.serviceType);
-    entry->status.dwCurrentState = SERVICE_STOPPED;
+void FillRecord(const servd_SERV_CREATE_SERVICE &wanted, std::int32_t index) {
+    SetServiceDisplayName(index, wanted.displayName);
+    ServiceDatabaseEntry &entry = svcdb[index];
+    entry.openCount += 1; // the creating client holds a handle
+    entry.reserved = 0;
+    entry.type = static_cast<std::int32_t>(wanted.serviceType);
+    entry.status.dwCurrentState = SERVICE_STOPPED;
 }
 
 void WriteTag(const char *group, HKEY service, std::uint32_t *tag) {
@@ -180,7 +181,7 @@ std::uint32_t CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_
         (void)RegDeleteKeyA(services, wanted.name); // the refusal is the answer, whatever becomes of the key
         return refusal;
     }
-    FillRecord(wanted, &svcdb[index]);
+    FillRecord(wanted, index);
     *handle = index;
     WriteConfiguration(wanted, service, index, tag);
     return ERROR_SUCCESS;
@@ -290,7 +291,6 @@ void ChangeNumbers(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, HKEY service)
 }
 
 void ChangeTexts(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const ChangedTexts &texts, HKEY service) {
-    ServiceDatabaseEntry &entry = svcdb[wanted.handle];
     if (texts.imagePath != nullptr) {
         RegistryValue old{};
         (void)ReadRegistryValue(service, "ImagePath", &old);
@@ -303,8 +303,7 @@ void ChangeTexts(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const ChangedTe
     if (texts.account != nullptr) WriteArray(service, "DependOnService", REG_SZ, wanted.account);
     if (texts.displayName != nullptr) {
         WriteArray(service, "DisplayName", REG_SZ, wanted.displayName);
-        std::free(entry.displayName);
-        entry.displayName = CheckedCopy(texts.displayName.get());
+        SetServiceDisplayName(wanted.handle, texts.displayName.get());
     }
     if (texts.group != nullptr) WriteArray(service, "Group", REG_SZ, wanted.group);
 }

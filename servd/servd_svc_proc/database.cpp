@@ -27,7 +27,9 @@ std::int32_t firstunorderedgroupindex;
 
 static constexpr std::int32_t growthRecords = 50;
 
-static NameIndex nameIndex; // over the names in svcdb; SetServiceName keeps it
+// Over the names in svcdb; SetServiceName and SetServiceDisplayName keep them.
+static NameIndex nameIndex;
+static NameIndex displayNameIndex;
 
 void ResizeServiceDatabase() {
     const auto records = static_cast<std::size_t>(svcdbsize);
@@ -44,20 +46,36 @@ std::int32_t GetNextServiceDatabaseEntry() {
     return firstNew;
 }
 
-void SetServiceName(std::int32_t index, const char *name) {
-    std::free(svcdb[index].name);
-    svcdb[index].name = CheckedCopy(name);
+static void SetName(char *ServiceDatabaseEntry::*kind, NameIndex *names, std::int32_t index, const char *name) {
+    char *&place = svcdb[index].*kind;
+    std::free(place);
+    place = CheckedCopy(name);
     if (name != nullptr) {
-        AddName(&nameIndex, index, name);
+        AddName(names, index, name);
     } else {
-        RemoveName(&nameIndex, index);
+        RemoveName(names, index);
     }
+}
+
+void SetServiceName(std::int32_t index, const char *name) {
+    SetName(&ServiceDatabaseEntry::name, &nameIndex, index, name);
+}
+
+void SetServiceDisplayName(std::int32_t index, const char *displayName) {
+    SetName(&ServiceDatabaseEntry::displayName, &displayNameIndex, index, displayName);
 }
 
 // Deliberate: letter case counts, although Win32 service names have none.
 std::int32_t GetServiceIndexFromName(const char *name) {
     return FindName(nameIndex, name, [name](std::int32_t index) {
         return IsServiceHandle(index) && std::strcmp(svcdb[index].name, name) == 0;
+    });
+}
+
+std::int32_t GetServiceIndexFromDisplayName(const char *displayName) {
+    return FindName(displayNameIndex, displayName, [displayName](std::int32_t index) {
+        return IsServiceHandle(index) && svcdb[index].displayName != nullptr &&
+               std::strcmp(svcdb[index].displayName, displayName) == 0;
     });
 }
 

@@ -127,24 +127,15 @@ std::uint32_t ListDependencies(const servd_SERV_ENUM_DEPEND_SERVICE &wanted,
     return rc == ERROR_SUCCESS && overrun ? ERROR_MORE_DATA : rc;
 }
 
-// The first used record whose name of the given kind equals `text` (case-sensitive); null when there is none.
-const ServiceDatabaseEntry *FindByName(char *ServiceDatabaseEntry::*kind, const char *text) {
-    if (text == nullptr) return nullptr;
-    for (std::int32_t index = 0; index < svcdbsize; ++index) {
-        const ServiceDatabaseEntry &entry = svcdb[index];
-        if (entry.name != nullptr && entry.*kind != nullptr && std::strcmp(entry.*kind, text) == 0) return &entry;
-    }
-    return nullptr;
-}
-
-// Frees the answer of the last call, and sets *answer to a new copy of the wanted name. Returns 0 or 1060.
-std::int32_t TranslateName(char *ServiceDatabaseEntry::*from, const char *text, char *ServiceDatabaseEntry::*to,
+// Frees the answer of the last call, and sets *answer to a new copy of the wanted name of the service that `find` finds
+// under `text`. Returns 0 or 1060.
+std::int32_t TranslateName(std::int32_t (*find)(const char *), const char *text, char *ServiceDatabaseEntry::*to,
                            char **answer) {
     std::free(*answer);
     *answer = nullptr; // travels as the empty string
-    const ServiceDatabaseEntry *entry = FindByName(from, text);
-    if (entry == nullptr) return ERROR_SERVICE_DOES_NOT_EXIST; // 1060
-    *answer = CheckedCopy(entry->*to);
+    const std::int32_t index = text != nullptr ? find(text) : -1;
+    if (index < 0) return ERROR_SERVICE_DOES_NOT_EXIST; // 1060
+    *answer = CheckedCopy(svcdb[index].*to);
     return ERROR_SUCCESS;
 }
 
@@ -175,15 +166,15 @@ servd_SERV_ENUM_DEPEND_SERVICE_RETURN *serv_enum_depend_service_1(servd_SERV_ENU
 servd_SERV_GET_DISPLAY_SERVICE_RETURN *serv_get_display_service_1(servd_SERV_GET_DISPLAY_SERVICE *argument, svc_req *) {
     // Owns the display name of the last call; TranslateName frees it.
     static servd_SERV_GET_DISPLAY_SERVICE_RETURN reply;
-    reply.status = TranslateName(&ServiceDatabaseEntry::name, argument->name, &ServiceDatabaseEntry::displayName,
-                                 &reply.displayName);
+    reply.status =
+        TranslateName(GetServiceIndexFromName, argument->name, &ServiceDatabaseEntry::displayName, &reply.displayName);
     return &reply;
 }
 
 servd_SERV_GET_KEY_SERVICE_RETURN *serv_get_key_service_1(servd_SERV_GET_KEY_SERVICE *argument, svc_req *) {
     // Owns the key name of the last call; TranslateName frees it.
     static servd_SERV_GET_KEY_SERVICE_RETURN reply;
-    reply.status = TranslateName(&ServiceDatabaseEntry::displayName, argument->displayName, &ServiceDatabaseEntry::name,
-                                 &reply.name);
+    reply.status =
+        TranslateName(GetServiceIndexFromDisplayName, argument->displayName, &ServiceDatabaseEntry::name, &reply.name);
     return &reply;
 }

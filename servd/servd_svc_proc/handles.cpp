@@ -36,8 +36,7 @@ void FreeServiceRecord(std::int32_t index) {
     const KeyGuard closeServices(&services);
     (void)RegDeleteKeyA(services, entry.name); // a key that stays carries DeleteFlag and goes at the next start
     SetServiceName(index, nullptr);
-    std::free(entry.displayName);
-    entry.displayName = nullptr;
+    SetServiceDisplayName(index, nullptr);
     entry.deletePending = 0;
 }
 

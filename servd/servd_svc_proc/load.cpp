@@ -54,7 +54,7 @@ std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, std::i
     rc = QueryText(key, "DisplayName", displayName);
     if (rc != ERROR_SUCCESS) return rc;
 
-    entry.displayName = CheckedCopy(displayName);
+    SetServiceDisplayName(index, displayName);
     entry.type = type;
     entry.tag = *tag;
     entry.status.dwCurrentState = SERVICE_STOPPED;

@@ -97,8 +97,12 @@ void ResizeServiceDatabase();
 [[nodiscard]] std::int32_t GetNextServiceDatabaseEntry();
 // Gives a record its name, a heap copy; null frees the record. Names change here and nowhere else.
 void SetServiceName(std::int32_t index, const char *name);
+// The same for its display name; null leaves it without one.
+void SetServiceDisplayName(std::int32_t index, const char *displayName);
 // Returns the index of the first record of this name (case-sensitive), -1 when there is none.
 [[nodiscard]] std::int32_t GetServiceIndexFromName(const char *name);
+// Returns the index of the first used record of this display name (case-sensitive), -1 when there is none.
+[[nodiscard]] std::int32_t GetServiceIndexFromDisplayName(const char *displayName);
 // Clears the marks of the dependency walk in every record.
 void ClearVisitingFlags();
 // Whether a client's handle names a used record.

@@ -88,6 +88,20 @@ TEST_F(Database, a_name_borne_twice_finds_the_lower_index) {
     EXPECT_EQ(GetServiceIndexFromName("other"), 5);
 }
 
+TEST_F(Database, a_display_name_finds_the_lowest_used_record_that_bears_it) {
+    FillRecords(9);
+    SetServiceDisplayName(7, "Twin");
+    SetServiceDisplayName(3, "Twin");
+    EXPECT_EQ(GetServiceIndexFromDisplayName("Twin"), 3);
+    EXPECT_EQ(GetServiceIndexFromDisplayName("twin"), -1);
+    SetServiceDisplayName(3, "Other");
+    EXPECT_EQ(GetServiceIndexFromDisplayName("Twin"), 7);
+    SetServiceName(7, nullptr);
+    EXPECT_EQ(GetServiceIndexFromDisplayName("Twin"), -1);
+    SetServiceDisplayName(3, nullptr);
+    EXPECT_EQ(GetServiceIndexFromDisplayName("Other"), -1);
+}
+
 TEST_F(Database, names_are_found_after_every_growth) {
     for (const std::int32_t count : {1, 49, 50, 51, 100, 101, 1000}) {
         FillRecords(count);
