@@ -4,7 +4,11 @@
 
 #include <poll.h>
 
+#include <atomic>
+
 namespace {
+
+std::atomic<CallClock::time_point> underWaySince;
 
 // Between two calls nothing is to be read from a connection: what can be read is its end.
 bool IsAlive(CLIENT *client) {
@@ -17,6 +21,8 @@ timeval ToTimeval(std::chrono::milliseconds span) {
 }
 
 } // namespace
+
+CallClock::time_point CallUnderWaySince() { return underWaySince; }
 
 DWORD Connect(DaemonLink &link) {
     if (link.client != nullptr && IsAlive(link.client.get())) return ERROR_SUCCESS;
@@ -35,8 +41,10 @@ DWORD Connect(DaemonLink &link) {
 DWORD CallDaemonRaw(DaemonLink &link, std::uint32_t procedure, xdrproc_t codeArgument, void *argument,
                     xdrproc_t codeResult, void *result) {
     if (link.client == nullptr) return RPC_S_CALL_FAILED;
+    underWaySince = CallClock::now();
     const clnt_stat status =
         clnt_call(link.client.get(), procedure, codeArgument, argument, codeResult, result, ToTimeval(link.timeout));
+    underWaySince = CallClock::time_point();
     if (status == RPC_SUCCESS) return ERROR_SUCCESS;
     link.client.reset();
     return status == RPC_TIMEDOUT ? ERROR_TIMEOUT : RPC_S_CALL_FAILED;

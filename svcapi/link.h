@@ -23,6 +23,11 @@ struct DaemonLink {
     std::chrono::milliseconds timeout = std::chrono::seconds(75); // of one call; a start may hold the daemon for 45 s
 };
 
+// Since when the latest call is waiting for its answer, for whoever tells people why they wait; the clock's epoch while
+// none is.
+using CallClock = std::chrono::steady_clock;
+[[nodiscard]] CallClock::time_point CallUnderWaySince();
+
 // Makes sure of a live connection. Returns 0 or 1722 RPC_S_SERVER_UNAVAILABLE. Blocks for the waits of dial.h.
 [[nodiscard]] DWORD Connect(DaemonLink &link);
 

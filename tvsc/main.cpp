@@ -350,6 +350,7 @@ int main(int argc, char **argv) {
     try {
         app.parse(words, argv);
         ExitOnInterrupt();
+        if (!line.options.quiet) WatchForBusyDaemon();
         return line.run();
     } catch (const CLI::ParseError &error) {
         const int status = app.exit(error);

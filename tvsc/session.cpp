@@ -1,8 +1,32 @@
 // SPDX-License-Identifier: MIT
 // session: connecting to the daemon.
+#include "svcapi/link.h"
 #include "tvsc/tvsc.h"
 
 #include <fmt/format.h>
+
+#include <thread>
+
+namespace {
+
+constexpr auto busyAfter = std::chrono::seconds(2);
+constexpr auto watchInterval = std::chrono::milliseconds(250);
+
+bool IsBusy() {
+    const CallClock::time_point since = CallUnderWaySince();
+    return since != CallClock::time_point() && CallClock::now() - since > busyAfter;
+}
+
+} // namespace
+
+void WatchForBusyDaemon() {
+    std::thread([] {
+        while (!IsBusy()) {
+            std::this_thread::sleep_for(watchInterval);
+        }
+        fmt::print(stderr, "tvsc: the daemon is busy; it serves one request at a time, and a start may take it 45 s\n");
+    }).detach();
+}
 
 int OpenSession(Session &session, bool needDatabase) {
     session.manager.reset(tvOpenDaemon(session.options.host.c_str(), &session.initCode));

@@ -88,6 +88,9 @@ void Note(const Session &session, const std::string &line);
 // exit status.
 [[nodiscard]] int OpenSession(Session &session, bool needDatabase);
 
+// From now on a call that takes longer than two seconds is explained on stderr, once.
+void WatchForBusyDaemon();
+
 // --- names ---
 
 struct ResolvedNames {

@@ -449,6 +449,19 @@ TEST_F(Tvsc, help_and_version_exit_0) {
     EXPECT_THAT(Do({"--version"}), StartsWith("tvsc "));
 }
 
+TEST_F(Tvsc, a_busy_daemon_is_explained_and_waited_for) {
+    CreateSample(name);
+    WriteFile(folder + "/" + name + ".csh", "#!/bin/csh -f\nsleep 4\nexec '" + ProgramPath("tvsample") + "'\n");
+    const pid_t starting = StartProgram(
+        {.command = {ProgramPath("tvsc"), "-q", "start", name}, .outputFile = "/dev/null", .errorFile = "/dev/null"});
+    SleepMs(500); // the daemon waits for the new process by then
+    const Ended list = ServiceWorld::Tvsc({"list", "--brief", name});
+    EXPECT_EQ(list.status, 0);
+    EXPECT_THAT(list.error, StartsWith("tvsc: the daemon is busy"));
+    EXPECT_THAT(list.output, HasSubstr(name));
+    EXPECT_EQ(WaitForEnd(starting), 0);
+}
+
 // Last, because it ends the world.
 TEST_F(Tvsc, zzz_a_daemon_can_be_stopped_and_awaited) {
     CreateSample(name);
