@@ -6,11 +6,12 @@
 //   start pending    start request answered            start pending, wait hint 2000, the rest of the status cleared
 //   any              ServiceFailed                     stopped with 1067, process id 0
 //
-// Owns:    nothing that outlives a start but the pipe and the client handle that are left over on purpose (below).
+// Owns:    the pipe that a failed fork left, until the next start takes it.
 // Reads:   "ImagePath", and "DependOnService", which holds the Unix account of the service.
 // Thread:  main thread; a reaper thread for each started process only waits for its end.
-// Deliberate: a sibling in a shared process that can be reached never takes the start, a new process does; a start
-// leaves its two registry keys open; a process that cannot be reached in time is left running and unrecorded.
+// Deliberate: a sibling in a shared process that can be reached never takes the start, a new process does, and the
+// client handle to the sibling is left over for good; a start leaves its two registry keys open; a process that cannot
+// be reached in time is left running and unrecorded.
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 
 #include "rpc/dial.h"
@@ -143,9 +144,7 @@ std::uint32_t CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, 
     CLIENT *client = DialProcessWithRetries(host, sibling->processId, sharedProcessRetries);
     if (client != nullptr) {
         // Deliberate: the client is neither used nor destroyed, and as the service is still stopped a new process
-        // replaces the process id. The handle stays open until the next one takes its place, lest descriptors run out.
-        static RpcClient reachedSibling;
-        reachedSibling.reset(client);
+        // replaces the process id. Each such start thus keeps one connection to the sibling open.
         entry.processId = sibling->processId;
         return ERROR_SUCCESS;
     }
