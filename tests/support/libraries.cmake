@@ -63,14 +63,14 @@ add_dependencies(tv_test_host test_service)
 add_library(signal_child MODULE support/signal_child.cpp)
 target_link_libraries(signal_child PRIVATE tv_options)
 set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+
 # Both daemons with sample services.
 add_library(tv_service_world STATIC support/service_world.cpp)
 target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tv_svcapi GTest::gtest)
-# A real servd over a real tvregd for the tests that attack it: support/hazard.h
+
 # A real servd over a real tvregd for the tests that attack it: support/hazard.h; and services that answer it oddly.
 add_executable(odd_service support/odd_service.cpp)
 target_link_libraries(odd_service PRIVATE tv_options tv_raw_rpc)
 add_library(tv_hazard INTERFACE)
 target_link_libraries(tv_hazard INTERFACE tv_test_host tv_raw_rpc)
 add_dependencies(tv_hazard odd_service)
-target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tv_svcapi GTest::gtest)
