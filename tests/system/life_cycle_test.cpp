@@ -61,6 +61,16 @@ TEST_F(LifeCycle, the_launching_process_ends_with_status_1_deliberate) {
     EXPECT_NE(daemon.process, 0);
 }
 
+TEST_F(LifeCycle, a_launcher_that_cannot_fork_ends_with_status_1_too) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to run as a user with no process left";
+    (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS); // what another case may have left
+    const Ended launcher = RunAndRead({.command = {"/usr/bin/setpriv", "--reuid=65534", "/bin/bash", "-c",
+                                                   "ulimit -u 0; exec " + ProgramPath("servd")}});
+    EXPECT_EQ(launcher.status, 1);
+    EXPECT_EQ(launcher.error, "");
+    EXPECT_FALSE(WaitUntil(IsServdRegistered, 500));
+}
+
 TEST_F(LifeCycle, the_daemon_leaves_the_process_group_of_its_launcher) {
     const pid_t daemon = StartServiceDaemon();
     EXPECT_EQ(getpgid(daemon), daemon);

@@ -39,4 +39,16 @@ TEST_F(Handlers, stop_ends_the_daemon_with_status_0_and_without_a_reply) {
     EXPECT_TRUE(IsRegistered(SERVDAEMONPROG, SERVDAEMONVERS)); // its entry stays in the port mapper
 }
 
+TEST_F(Handlers, a_number_above_20_is_no_procedure_and_the_null_procedure_answers_nothing) {
+    Load({});
+    const auto nothing = reinterpret_cast<xdrproc_t>(xdr_nothing);
+    for (const std::uint32_t procedure : {21u, 22u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(clnt_call(DaemonConnection(), procedure, nothing, nullptr, nothing, nullptr, (timeval{25, 0})),
+                  RPC_PROCUNAVAIL)
+            << procedure;
+    }
+    EXPECT_EQ(clnt_call(DaemonConnection(), NULLPROC, nothing, nullptr, nothing, nullptr, (timeval{25, 0})),
+              RPC_SUCCESS);
+}
+
 } // namespace
