@@ -135,7 +135,7 @@ std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY service
 void FillRecord(const servd_SERV_CREATE_SERVICE &wanted, std::int32_t index) {
     SetServiceDisplayName(index, wanted.displayName);
     ServiceDatabaseEntry &entry = svcdb[index];
-    entry.openCount += 1; // the creating client holds a handle
+    entry.openCount = WordSum(entry.openCount, 1); // the creating client holds a handle
     entry.reserved = 0;
     entry.type = static_cast<std::int32_t>(wanted.serviceType);
     entry.status.dwCurrentState = SERVICE_STOPPED;

@@ -145,11 +145,7 @@ bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const timeval &now) {
 }
 
 StatusDeadline DeadlineAfter(const timeval &now, std::int32_t waitHintMs) {
-    // Unsigned, so that a hint of any size wraps instead of overflowing.
-    const auto sum = [](long a, std::int32_t b) {
-        return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-    };
-    return {.seconds = sum(now.tv_sec, waitHintMs / 1000), .microseconds = sum(now.tv_usec, waitHintMs % 1000)};
+    return {.seconds = WordSum(now.tv_sec, waitHintMs / 1000), .microseconds = WordSum(now.tv_usec, waitHintMs % 1000)};
 }
 
 servd_SERV_START_SERVICE_RETURN *serv_start_service_1(servd_SERV_START_SERVICE *argument, svc_req *) {

@@ -96,8 +96,7 @@ std::uint32_t Collect(Walk &walk, std::int32_t index) {
     entry.visited = 1;
 
     const std::int32_t bytes = EnumRecordBytes(entry);
-    *walk.bytesNeeded =
-        static_cast<std::int32_t>(static_cast<std::uint32_t>(*walk.bytesNeeded) + static_cast<std::uint32_t>(bytes));
+    *walk.bytesNeeded = WordSum(*walk.bytesNeeded, bytes);
     if (bytes > *walk.bytesLeft) {
         *walk.bytesLeft = -1; // no later record fits either
         return ERROR_MORE_DATA;

@@ -81,7 +81,7 @@ void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, servd_SERV_ENUM_
         if (recordBytes > remaining) {
             if (!overflowed) reply->resumeIndex = matched - 1;
             overflowed = true;
-            reply->bytesNeeded += recordBytes;
+            reply->bytesNeeded = WordSum(reply->bytesNeeded, recordBytes);
             remaining = 0; // nothing after it is listed either
             continue;
         }

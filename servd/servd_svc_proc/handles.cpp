@@ -52,7 +52,7 @@ void RemoveFromListNamedBy(HKEY key, const char *valueName, GroupListEntry *list
 std::int32_t OpenService(const char *name, std::int32_t *handle) {
     const std::int32_t index = GetServiceIndexFromName(name);
     if (index < 0 || svcdb[index].deletePending != 0) return ERROR_SERVICE_DOES_NOT_EXIST; // 1060
-    svcdb[index].openCount += 1;
+    svcdb[index].openCount = WordSum(svcdb[index].openCount, 1);
     *handle = index;
     return ERROR_SUCCESS;
 }
@@ -61,7 +61,7 @@ std::int32_t CloseService(std::int32_t handle) {
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
     ServiceDatabaseEntry &entry = svcdb[handle];
     if (entry.openCount == 0) return ERROR_INVALID_HANDLE;
-    entry.openCount -= 1;
+    entry.openCount = WordSum(entry.openCount, -1);
     if (entry.deletePending != 0 && entry.openCount == 0 && entry.status.dwCurrentState == SERVICE_STOPPED) {
         FreeServiceRecord(handle);
     }
@@ -117,7 +117,7 @@ void QueryLock(servd_SERV_QUERY_LOCK_SERVICE_RETURN *reply) {
     }
     std::free(reply->owner);
     reply->owner = CheckedCopy(svcdblock.owner);
-    reply->lockDurationSec = SecondsNow() - svcdblock.lockedSinceSec;
+    reply->lockDurationSec = WordSum(SecondsNow(), -std::int64_t{svcdblock.lockedSinceSec});
 }
 
 } // namespace
@@ -168,7 +168,7 @@ servd_SERV_QUERY_LOCK_SERVICE_RETURN *serv_query_lock_service_1(servd_SERV_QUERY
 
 servd_SERV_DUMMY_RETURN *serv_dummy_service_1(servd_SERV_DUMMY *argument, svc_req *) {
     static servd_SERV_DUMMY_RETURN reply; // owns nothing
-    reply.dummy = static_cast<std::int32_t>(static_cast<std::uint32_t>(argument->dummy) + 1);
+    reply.dummy = WordSum(argument->dummy, 1);
     return &reply;
 }
 

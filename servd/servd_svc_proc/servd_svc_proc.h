@@ -89,6 +89,11 @@ extern std::uint32_t initstatus;              // 0, or 1065 when the database co
 extern char scmhostname[256];                 // this machine's name; reaches service processes
 extern std::int32_t firstunorderedgroupindex; // number of groups named in the order list
 
+// The sum as 32-bit words have it: it wraps, and is defined for any two numbers.
+inline std::int32_t WordSum(std::int64_t a, std::int64_t b) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+
 // --- database ---
 
 // Grows svcdb by 50 zeroed records.

@@ -205,6 +205,18 @@ TEST_F(Handlers, a_removed_service_loses_names_and_mark_and_keeps_the_rest_delib
     EXPECT_EQ(entry.type, 0x10);
 }
 
+TEST_F(Handlers, open_counts_and_lock_ages_wrap) {
+    Load({"alerter"});
+    svcdb[1].openCount = INT32_MAX;
+    EXPECT_EQ(Open("alerter")->status, ERROR_SUCCESS);
+    EXPECT_EQ(svcdb[1].openCount, INT32_MIN);
+    EXPECT_EQ(Close(1), ERROR_SUCCESS);
+    EXPECT_EQ(svcdb[1].openCount, INT32_MAX);
+    ASSERT_EQ(Lock(7, "setup"), ERROR_SUCCESS);
+    svcdblock.lockedSinceSec = INT32_MIN;
+    EXPECT_LT(QueryLock()->lockDurationSec, 0);
+}
+
 TEST_F(Handlers, a_walk_leaves_no_marks_behind) {
     PutService("alerter", "alerter", {{"DependOnGroup", AsMulti({"alerter"})}});
     PutService("browser", "browser", {{"DependOnGroup", AsMulti({"carrier"})}});
