@@ -249,7 +249,7 @@ void MeasureRegistry(Bench &bench) {
     for (const bool pinned : {true, false}) {
         Pin(pinned, {tvregd, rpcFloor});
         const Comparison reading =
-            InChild<Comparison>([&] { return CompareReading(tvregd, rpcFloor, bench.rounds, Samples(bench, 5000)); });
+            InChild<Comparison>([&] { return CompareReading(tvregd, rpcFloor, bench.rounds, Samples(bench, 2000)); });
         AddRow(bench, {"tvregd: open, query, close",
                        pinned ? "pinned" : "unpinned",
                        reading.measured,
@@ -258,7 +258,7 @@ void MeasureRegistry(Bench &bench) {
     }
     const std::string folder = MakeScratchFolder();
     const Comparison setting =
-        InChild<Comparison>([&] { return CompareSetting(tvregd, folder, bench.rounds, Samples(bench, 300)); });
+        InChild<Comparison>([&] { return CompareSetting(tvregd, folder, bench.rounds, Samples(bench, 200)); });
     AddRow(bench, {"tvregd: acknowledged set",
                    "unpinned",
                    setting.measured,

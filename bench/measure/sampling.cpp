@@ -58,7 +58,7 @@ Figures SampleRound(const Side &side, int samples) {
         time = NowUs() - begin;
     }
     const double cpu = side.server != 0 ? (CpuUs(side.server) - cpuBefore) / samples : 0;
-    return {Median(times), Percentile(times, 99), cpu};
+    return {Median(times), Percentile(times, 99), cpu, Percentile(times, 10)};
 }
 
 Comparison Summarise(const std::vector<Figures> &measured, const std::vector<Figures> &floor) {
@@ -70,7 +70,7 @@ Comparison Summarise(const std::vector<Figures> &measured, const std::vector<Fig
     };
     const auto summaryOf = [&](const std::vector<Figures> &rounds) {
         return Figures{medianOf(rounds, &Figures::median), medianOf(rounds, &Figures::p99),
-                       medianOf(rounds, &Figures::serverCpu)};
+                       medianOf(rounds, &Figures::serverCpu), medianOf(rounds, &Figures::p10)};
     };
     std::vector<double> ratios, cpuRatios;
     for (std::size_t i = 0; i < measured.size(); ++i) {

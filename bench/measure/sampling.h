@@ -15,6 +15,7 @@ struct Figures {
     double median = 0;    // of the calls' times
     double p99 = 0;       // their 99th percentile
     double serverCpu = 0; // processor time that the server spent for each call, all its threads; 0 when not measured
+    double p10 = 0;       // their 10th percentile: hardly anything came in between
 };
 
 // Something to measure: a call, and the process that answers it (0: its processor time is not asked for).

@@ -111,8 +111,8 @@ Comparison CompareCrowds(Bench &bench, int clients, const Daemons &daemons, pid_
     Crowd floor = MakeCrowd(clients, FLOORPROG, FLOORVERS, FLOOR_STATUS);
     std::vector<Figures> measuredRounds, floorRounds;
     for (int i = 0; i < bench.rounds; ++i) {
-        floorRounds.push_back(RunCrowd(floor, rpcFloor, Samples(bench, 50000)));
-        measuredRounds.push_back(RunCrowd(measured, daemons.servd, Samples(bench, 50000)));
+        floorRounds.push_back(RunCrowd(floor, rpcFloor, Samples(bench, 20000)));
+        measuredRounds.push_back(RunCrowd(measured, daemons.servd, Samples(bench, 20000)));
     }
     ReleaseCrowd(measured);
     ReleaseCrowd(floor);
@@ -131,7 +131,7 @@ void MeasureStatusQuery(Bench &bench) {
     for (const bool pinned : {true, false}) {
         const std::string setting = pinned ? "pinned" : "unpinned";
         Pin(pinned, {daemons.servd, tcp.server});
-        const int samples = Samples(bench, 20000);
+        const int samples = Samples(bench, 5000);
         AddComparison(
             bench, setting,
             CompareInRounds({[&] { QueryStatus(client.get()); }, daemons.servd}, floor, bench.rounds, samples));
@@ -173,7 +173,7 @@ void MeasureIdleConnections(Bench &bench) {
     const Daemons daemons = StartDaemons(MakeRegistry(services));
     const RpcClient client = DialWithLibtirpc(SERVDAEMONPROG, SERVDAEMONVERS);
     const Side side = {[&] { QueryStatus(client.get()); }, daemons.servd};
-    const int samples = Samples(bench, 10000);
+    const int samples = Samples(bench, 5000);
     for (const int count : {100, 900}) {
         Pin(true, {daemons.servd});
         std::vector<Figures> alone, beside;
