@@ -72,6 +72,7 @@ SERVICE_STATUS InitialStatus() {
 void RunServiceMain(LPSERVICE_MAIN_FUNCTIONA serviceMain, std::vector<std::string> arguments) {
     pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
     std::vector<char *> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string &argument : arguments) {
         argv.push_back(argument.data());
     }

@@ -77,7 +77,7 @@ std::shared_ptr<OpenHandle> TakeHandle(const void *value, HandleKind kind) {
     const std::lock_guard<std::mutex> locked(table.guard);
     const auto found = table.open.find(AsNumber(value));
     if (found == table.open.end() || found->second->kind != kind) return nullptr;
-    const std::shared_ptr<OpenHandle> taken = found->second;
+    std::shared_ptr<OpenHandle> taken = found->second;
     table.open.erase(found);
     return taken;
 }

@@ -36,6 +36,7 @@ struct ChildPlan {
 
 std::vector<char *> Pointers(std::vector<std::string> &strings) {
     std::vector<char *> pointers;
+    pointers.reserve(strings.size() + 1);
     for (std::string &string : strings) {
         pointers.push_back(string.data());
     }

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <thread>
 
 using testing::ElementsAre;
@@ -471,7 +472,7 @@ TEST_F(ServiceApi, a_restarted_daemon_is_found_again_and_services_are_opened_ane
 }
 
 TEST_F(ServiceApi, a_broken_call_is_not_repeated) {
-    int calls = 0;
+    std::atomic<int> calls = 0;
     SetScript(START_SERVICE, [&](SVCXPRT *transport) {
         ++calls;
         shutdown(transport->xp_fd, SHUT_RDWR);
