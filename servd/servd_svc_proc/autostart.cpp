@@ -14,10 +14,7 @@ namespace {
 
 bool StartsAtBoot(HKEY serviceKey) {
     DWORD start = 0;
-    DWORD bytes = sizeof start;
-    return RegQueryValueExA(serviceKey, "Start", nullptr, nullptr, reinterpret_cast<LPBYTE>(&start), &bytes) ==
-               ERROR_SUCCESS &&
-           start <= SERVICE_AUTO_START;
+    return ReadNumber(serviceKey, "Start", &start) == ERROR_SUCCESS && start <= SERVICE_AUTO_START;
 }
 
 svd_enum_status_list_t *Reversed(svd_enum_status_list_t *list) {

@@ -38,15 +38,13 @@ std::uint32_t ReadRegistryValue(HKEY key, const char *name, RegistryValue *value
     return rc;
 }
 
-DWORD ReadNumber(HKEY key, const char *name) {
+DWORD NumberOrZero(HKEY key, const char *name) {
     DWORD number = 0;
-    DWORD bytes = sizeof number;
-    const LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(&number), &bytes);
-    return rc == ERROR_SUCCESS ? number : 0;
+    return ReadNumber(key, name, &number) == ERROR_SUCCESS ? number : 0;
 }
 
 // The text of a value up to its first zero byte, an empty one where there is no such value. Never null.
-HeapText ReadText(HKEY key, const char *name) {
+HeapText TextOrEmpty(HKEY key, const char *name) {
     RegistryValue value{};
     (void)ReadRegistryValue(key, name, &value);
     return value.data != nullptr ? std::move(value.data) : HeapText(CheckedCopy(""));
@@ -62,11 +60,6 @@ void WriteNumber(HKEY key, const char *name, DWORD number) {
 
 void WriteText(HKEY key, const char *name, const char *text) {
     WriteBytes(key, name, REG_SZ, text, static_cast<DWORD>(std::strlen(text)) + 1);
-}
-
-void OpenServiceKeys(const char *name, HKEY *services, HKEY *service) {
-    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, services);
-    (void)RegOpenKeyExA(*services, name, 0, KEY_ALL_ACCESS, service);
 }
 
 // Opens the key of the tag counters, and creates it where there is none.
@@ -203,13 +196,13 @@ void FillConfiguration(const ServiceDatabaseEntry &entry, servd_SERV_QUERY_CONFI
     const KeyGuard closeServices(&services);
     const KeyGuard closeService(&service);
     reply->serviceType = static_cast<std::uint32_t>(entry.type);
-    reply->startType = ReadNumber(service, "Start");
-    reply->errorControl = ReadNumber(service, "ErrorControl");
-    reply->imagePath = ReadText(service, "ImagePath").release();
-    reply->group = ReadText(service, "Group").release();
+    reply->startType = NumberOrZero(service, "Start");
+    reply->errorControl = NumberOrZero(service, "ErrorControl");
+    reply->imagePath = TextOrEmpty(service, "ImagePath").release();
+    reply->group = TextOrEmpty(service, "Group").release();
     reply->tag = entry.tag;
     reply->dependencies = ReadDependencies(service);
-    reply->account = ReadText(service, "DependOnService").release();
+    reply->account = TextOrEmpty(service, "DependOnService").release();
     reply->displayName = CheckedCopy(entry.displayName);
 }
 

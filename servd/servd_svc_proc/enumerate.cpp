@@ -93,11 +93,11 @@ void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, servd_SERV_ENUM_
 }
 
 // Whether the service names dependencies at all. Returns 0 and *named; or the code of the registry call that failed.
-LONG NamesDependencies(HKEY service, bool *named) {
+std::uint32_t NamesDependencies(HKEY service, bool *named) {
     DWORD bytes = 0;
-    const LONG rc = RegQueryValueExA(service, "DependOnGroup", nullptr, nullptr, nullptr, &bytes);
+    const std::uint32_t rc = QueryValueSize(service, "DependOnGroup", &bytes);
     *named = rc == ERROR_SUCCESS && bytes != 0;
-    return rc == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : rc;
+    return rc == ERROR_FILE_NOT_FOUND ? std::uint32_t{ERROR_SUCCESS} : rc;
 }
 
 // Lists the services that svcdb[handle] depends on, directly or through others: deliberate, Win32 names the opposite
@@ -108,19 +108,17 @@ std::uint32_t ListDependencies(const servd_SERV_ENUM_DEPEND_SERVICE &wanted,
     const char *name = svcdb[wanted.handle].name;
     if (name == nullptr) return ERROR_SUCCESS; // deliberate: a free record depends on nothing
     HKEY services = 0;
-    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services);
-    const KeyGuard closeServices(&services);
     HKEY service = 0;
-    (void)RegOpenKeyExA(services, name, 0, KEY_ALL_ACCESS, &service); // the query tells when there is no key
+    OpenServiceKeys(name, &services, &service); // the query tells when there is no key
+    const KeyGuard closeServices(&services);
     const KeyGuard closeService(&service);
 
     bool named = false;
-    const LONG asked = NamesDependencies(service, &named);
-    if (asked != ERROR_SUCCESS || !named) return static_cast<std::uint32_t>(asked);
+    std::uint32_t rc = NamesDependencies(service, &named);
+    if (rc != ERROR_SUCCESS || !named) return rc;
     std::int32_t room = wanted.bufferBytes;
-    const std::uint32_t rc =
-        CalculateDependencies(wanted.handle, &room, &reply->services, &reply->bytesNeeded, &reply->servicesReturned,
-                              wanted.handle, services, wanted.stateFilter);
+    rc = CalculateDependencies(wanted.handle, &room, &reply->services, &reply->bytesNeeded, &reply->servicesReturned,
+                               wanted.handle, services, wanted.stateFilter);
     ClearVisitingFlags();
     // The walk answers for its root alone; that a service below it did not fit shows in the room that it leaves.
     const bool overrun = room == -1 && reply->bytesNeeded > 0;

@@ -43,10 +43,8 @@ void FreeServiceRecord(std::int32_t index) {
 // Takes the service out of the list entry that a value of this key names, if there is such a value.
 void RemoveFromListNamedBy(HKEY key, const char *valueName, GroupListEntry *list, const std::int32_t *size,
                            std::int32_t serviceIndex) {
-    char name[1024 + 1] = {}; // one more than is asked for: the value need not be terminated
-    DWORD bytes = sizeof name - 1;
-    const LONG rc = RegQueryValueExA(key, valueName, nullptr, nullptr, reinterpret_cast<LPBYTE>(name), &bytes);
-    if (rc == ERROR_SUCCESS) RemoveServiceFromGroupList(list, size, name, serviceIndex);
+    TextBuffer name = {};
+    if (ReadText(key, valueName, name) == ERROR_SUCCESS) RemoveServiceFromGroupList(list, size, name, serviceIndex);
 }
 
 std::int32_t OpenService(const char *name, std::int32_t *handle) {
@@ -78,8 +76,7 @@ std::int32_t DeleteService(std::int32_t handle) {
     // for as long as this daemon runs.
     HKEY services = 0;
     HKEY service = 0;
-    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services);
-    (void)RegOpenKeyExA(services, entry.name, 0, KEY_ALL_ACCESS, &service);
+    OpenServiceKeys(entry.name, &services, &service);
     const DWORD deleteFlag = 1;
     (void)RegSetValueExA(service, "DeleteFlag", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&deleteFlag),
                          sizeof deleteFlag);

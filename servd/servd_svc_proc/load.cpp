@@ -13,26 +13,11 @@
 
 namespace {
 
-constexpr DWORD textBytes = 1024; // longest name or text that is loaded, without the terminator that is always added
-using TextBuffer = char[textBytes + 1];
-
-std::uint32_t QueryNumber(HKEY key, const char *name, std::int32_t *number) {
-    DWORD bytes = sizeof *number;
-    return static_cast<std::uint32_t>(
-        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(number), &bytes));
-}
-
-std::uint32_t QueryText(HKEY key, const char *name, TextBuffer &text) {
-    DWORD bytes = textBytes;
-    return static_cast<std::uint32_t>(
-        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &bytes));
-}
-
 // Enters the service into the list under the name that one of its values holds, when it has that value.
 std::uint32_t FileService(HKEY key, const char *valueName, GroupListEntry **list, std::int32_t *size,
                           std::int32_t index) {
     TextBuffer name = {};
-    const std::uint32_t rc = QueryText(key, valueName, name);
+    const std::uint32_t rc = ReadText(key, valueName, name);
     if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
     if (rc == ERROR_SUCCESS) AddServiceToGroupList(list, size, name, index);
     return rc;
@@ -40,23 +25,23 @@ std::uint32_t FileService(HKEY key, const char *valueName, GroupListEntry **list
 
 // Reads the values of one service into its record and files it under its group and its image path. *tag holds the tag
 // of the service before, and is left for the next.
-std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, std::int32_t *tag) {
+std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, DWORD *tag) {
     SetServiceName(index, name);
     ServiceDatabaseEntry &entry = svcdb[index];
     entry.reserved = 0;
 
-    std::int32_t type = 0;
-    std::uint32_t rc = QueryNumber(key, "Type", &type);
+    DWORD type = 0;
+    std::uint32_t rc = ReadNumber(key, "Type", &type);
     if (rc != ERROR_SUCCESS) return rc;
-    rc = QueryNumber(key, "Tag", tag);
+    rc = ReadNumber(key, "Tag", tag);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
     TextBuffer displayName = {};
-    rc = QueryText(key, "DisplayName", displayName);
+    rc = ReadText(key, "DisplayName", displayName);
     if (rc != ERROR_SUCCESS) return rc;
 
     SetServiceDisplayName(index, displayName);
-    entry.type = type;
-    entry.tag = *tag;
+    entry.type = static_cast<std::int32_t>(type);
+    entry.tag = static_cast<std::int32_t>(*tag);
     entry.status.dwCurrentState = SERVICE_STOPPED;
 
     rc = FileService(key, "Group", &grouplist, &grouplistsize, index);
@@ -66,8 +51,8 @@ std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, std::i
 
 // Whether the service was deleted while in use by an earlier daemon. Returns the registry's code.
 std::uint32_t QueryDeleteFlag(HKEY key, bool *deleted) {
-    std::int32_t flag = 0;
-    const std::uint32_t rc = QueryNumber(key, "DeleteFlag", &flag);
+    DWORD flag = 0;
+    const std::uint32_t rc = ReadNumber(key, "DeleteFlag", &flag);
     *deleted = rc == ERROR_SUCCESS;
     return rc == ERROR_FILE_NOT_FOUND ? std::uint32_t{ERROR_SUCCESS} : rc;
 }
@@ -82,7 +67,7 @@ std::uint32_t ReadServiceDatabase() {
     if (rc != ERROR_SUCCESS) return rc;
     ResizeServiceDatabase();
 
-    std::int32_t tag = 0;
+    DWORD tag = 0;
     for (std::int32_t index = 0;;) {
         TextBuffer name = {};
         DWORD nameBytes = textBytes;

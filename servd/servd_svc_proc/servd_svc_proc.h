@@ -113,7 +113,19 @@ void ClearVisitingFlags();
 // Whether a client's handle names a used record.
 [[nodiscard]] bool IsServiceHandle(std::int32_t handle);
 
-// --- values ---
+// --- keys and values ---
+
+// Opens the services key and the key of a service. What does not open is 0 and cannot be read later. The caller closes
+// both.
+void OpenServiceKeys(const char *name, HKEY *services, HKEY *service);
+
+// The longest name or text that is read into a buffer, without the terminator that is always added.
+inline constexpr DWORD textBytes = 1024;
+using TextBuffer = char[textBytes + 1];
+// Reads a text into a buffer that was zeroed once. Returns the registry's code; a call that fails leaves the buffer.
+[[nodiscard]] std::uint32_t ReadText(HKEY key, const char *name, TextBuffer &text);
+// Reads a number of at most 4 bytes, whatever its registry type. Returns the registry's code.
+[[nodiscard]] std::uint32_t ReadNumber(HKEY key, const char *name, DWORD *number);
 
 // Zero bytes that stand behind every value read here: each string ends, and so does each multi-string.
 inline constexpr DWORD valueTerminatorBytes = 2;

@@ -34,9 +34,6 @@
 
 namespace {
 
-constexpr DWORD valueBytes = 1024; // longest image path and account, without the terminator that is always added
-using ValueBuffer = char[valueBytes + 1];
-
 constexpr std::uint32_t processVersion = 1; // of the program that a service process serves
 constexpr int sharedProcessRetries = 5;
 constexpr int newProcessRetries = 15;
@@ -93,20 +90,6 @@ CLIENT *DialProcessWithRetries(const Host &host, std::int32_t processId, int ret
     return client;
 }
 
-// --- configuration ---
-
-// Opens the services key and the key of a service. Nothing is checked: what cannot be opened cannot be read later.
-void OpenServiceKeys(const char *name, HKEY *servicesKey, HKEY *serviceKey) {
-    *servicesKey = *serviceKey = 0;
-    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, servicesKey);
-    (void)RegOpenKeyExA(*servicesKey, name, 0, KEY_ALL_ACCESS, serviceKey);
-}
-
-LONG ReadText(HKEY key, const char *name, ValueBuffer &text) {
-    DWORD bytes = valueBytes;
-    return RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &bytes);
-}
-
 // --- shared processes ---
 
 // The service of an image path that runs, null when there is none.
@@ -127,7 +110,7 @@ bool HaveAllDeadlinesPassed(const GroupMember *members) {
 
 // Looks for the process that other services of this image path run in. Returns 1053 when there is one that cannot be
 // reached but may still come round; 0 when the service is to get a process of its own, which is so in any other case.
-std::uint32_t CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, ValueBuffer &imagePath) {
+std::uint32_t CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer &imagePath) {
     HKEY servicesKey = 0;
     HKEY serviceKey = 0;
     OpenServiceKeys(entry.name, &servicesKey, &serviceKey);
@@ -180,8 +163,8 @@ const passwd *FindUser(const char *name, passwd *user, char (&texts)[accountByte
 // either changes nothing or fails.
 Account ReadAccount(HKEY serviceKey) {
     Account account = {};
-    ValueBuffer name = {};
-    const LONG rc = ReadText(serviceKey, "DependOnService", name);
+    TextBuffer name = {};
+    const std::uint32_t rc = ReadText(serviceKey, "DependOnService", name);
     account.usable = rc == ERROR_SUCCESS || rc == ERROR_FILE_NOT_FOUND;
     if (rc != ERROR_SUCCESS) return account;
 
@@ -264,7 +247,7 @@ std::uint32_t Launch(const Program &program, pid_t *processId) {
 }
 
 // Forks the service's program under its account and starts its reaper. Result codes as Launch.
-std::uint32_t LaunchService(const char *name, ValueBuffer &imagePath, pid_t *processId) {
+std::uint32_t LaunchService(const char *name, TextBuffer &imagePath, pid_t *processId) {
     HKEY servicesKey = 0;
     HKEY serviceKey = 0;
     OpenServiceKeys(name, &servicesKey, &serviceKey); // Deliberate: the two stay open
@@ -306,7 +289,7 @@ void AwaitRegistration(const Host &host, pid_t processId) {
 
 // Starts the service's program and reaches its process. Returns 0 and the client; 3, 6, or 1053 when the process could
 // not be reached in time.
-std::uint32_t StartProcess(ServiceDatabaseEntry &entry, const Host &host, ValueBuffer &imagePath, RpcClient *client) {
+std::uint32_t StartProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer &imagePath, RpcClient *client) {
     pid_t processId = 0;
     const std::uint32_t rc = LaunchService(entry.name, imagePath, &processId);
     if (rc != ERROR_SUCCESS) return rc;
@@ -326,7 +309,7 @@ std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std:
     if (entry.status.dwCurrentState != SERVICE_STOPPED)
         return ERROR_SERVICE_ALREADY_RUNNING; // no process to hand it to
     const Host host = ResolveThisHost();
-    ValueBuffer imagePath = {}; // what cannot be read into it leaves it as it is
+    TextBuffer imagePath = {}; // what cannot be read into it leaves it as it is
     if ((entry.type & SERVICE_WIN32_SHARE_PROCESS) != 0) {
         const std::uint32_t rc = CheckSharedProcess(entry, host, imagePath);
         if (rc != ERROR_SUCCESS) return rc;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// values: registry values of any length, read in two steps: the size, then the data.
+// values: what several procedures open and read in the registry. Values of any length are read in two steps: the size,
+// then the data.
 //
 // Thread:  main thread only.
 #include "servd/servd_svc_proc/servd_svc_proc.h"
@@ -10,6 +11,24 @@
 
 // No value of a service configuration comes near it; a larger size is a broken registry's word.
 static constexpr DWORD longestValueBytes = 16 * 1024 * 1024;
+
+void OpenServiceKeys(const char *name, HKEY *services, HKEY *service) {
+    *services = *service = 0;
+    (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, services);
+    (void)RegOpenKeyExA(*services, name, 0, KEY_ALL_ACCESS, service);
+}
+
+std::uint32_t ReadText(HKEY key, const char *name, TextBuffer &text) {
+    DWORD bytes = textBytes;
+    return static_cast<std::uint32_t>(
+        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &bytes));
+}
+
+std::uint32_t ReadNumber(HKEY key, const char *name, DWORD *number) {
+    DWORD bytes = sizeof *number;
+    return static_cast<std::uint32_t>(
+        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(number), &bytes));
+}
 
 std::uint32_t QueryValueSize(HKEY key, const char *name, DWORD *bytes) {
     *bytes = 0;

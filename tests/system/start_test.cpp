@@ -196,6 +196,7 @@ TEST_F(Starting, without_fork_the_answer_is_6_and_the_pipe_serves_the_next_start
             if (Start(index) != ERROR_INVALID_HANDLE) _exit(102);
         if (DescriptorCount() != descriptors) _exit(103);
         if (svcdb[index].status.dwCurrentState != SERVICE_STOPPED) _exit(104);
+        if (OpenKeys().size() != 2 * 21) _exit(105); // they stay open here, too
         _exit(0);
     };
     const pid_t child = fork();
@@ -321,6 +322,14 @@ TEST_F(StartingShared, the_image_path_is_read_twice_and_the_first_two_keys_are_c
                 ElementsAre("open " + servicesPath, "open " + alpha, "query " + alpha + " ImagePath", "close " + alpha,
                             "close " + servicesPath, "open " + servicesPath, "open " + alpha,
                             "query " + alpha + " ImagePath", "query " + alpha + " DependOnService"));
+}
+
+TEST_F(StartingShared, an_image_path_that_cannot_be_read_again_is_that_of_the_first_read) {
+    const ServiceImage image = MakeServiceImage("shared-once");
+    LoadThree(image);
+    FailNthCall(8, ERROR_ACCESS_DENIED); // the second query of the calls above
+    EXPECT_EQ(Start(1), 0u);
+    EXPECT_EQ(LogLine(image, "start"), "Alpha 1 0");
 }
 
 TEST_F(StartingShared, a_service_of_type_0x10_does_not_look_at_its_siblings) {
