@@ -54,10 +54,12 @@ char *LoginName(uid_t uid) {
     return _ktl_strdup(name);
 }
 
-void FillUserData() {
+// False when out of memory; the next connection tries again.
+bool FillUserData() {
     const uid_t uid = getuid();
     g_userData = {tarvoVersion, uid, LoginName(uid), _ktl_gethostid()};
-    userDataSet = 1;
+    userDataSet = g_userData.name != nullptr ? 1 : 0;
+    return userDataSet != 0;
 }
 
 bool IsAddress(const char *host) {
@@ -104,26 +106,44 @@ CLIENT *OpenConnection(const char *host) {
     return client.release();
 }
 
-void GrowTable() {
+bool GrowTable() {
     using Slot = RegistryConnectionEntry *;
     const std::size_t slots = static_cast<std::size_t>(connectionSlots) + slotsPerGrowth;
     // NOLINTNEXTLINE(bugprone-sizeof-expression): pointers are what the array holds
-    clntArray = static_cast<Slot *>(std::realloc(clntArray, slots * sizeof(Slot)));
+    Slot *grown = static_cast<Slot *>(std::realloc(clntArray, slots * sizeof(Slot)));
+    if (grown == nullptr) return false;
+    clntArray = grown;
     for (int i = 0; i < slotsPerGrowth; ++i) {
         clntArray[connectionSlots++] = nullptr;
     }
+    return true;
+}
+
+// A new entry for a host; null when out of memory.
+RegistryConnectionEntry *NewEntry(const char *host) {
+    auto *entry = static_cast<RegistryConnectionEntry *>(std::calloc(1, sizeof(RegistryConnectionEntry)));
+    char *name = _ktl_strdup(host);
+    if (entry != nullptr && (name != nullptr || host == nullptr)) {
+        entry->hostName = name;
+        return entry;
+    }
+    std::free(name);
+    std::free(entry);
+    return nullptr;
 }
 
 // Takes the slot of a new connection. A key whose slot is free names the local daemon, which may have its slot already.
+// Returns the slot's number, -1 when out of memory.
 int TakeSlot(const char *host) {
-    const int number = host == nullptr ? 0 : nextClientNum++;
+    const int number = host == nullptr ? 0 : nextClientNum;
     while (number >= connectionSlots) {
-        GrowTable();
+        if (!GrowTable()) return -1;
     }
     if (clntArray[number] == nullptr) {
-        clntArray[number] = static_cast<RegistryConnectionEntry *>(std::calloc(1, sizeof(RegistryConnectionEntry)));
-        clntArray[number]->hostName = _ktl_strdup(host);
+        clntArray[number] = NewEntry(host);
+        if (clntArray[number] == nullptr) return -1;
         ++numConnections;
+        if (host != nullptr) ++nextClientNum;
     }
     return number;
 }
@@ -154,17 +174,18 @@ CLIENT *tvConnectRegistryDaemon(const char *host, HKEY *key, int *clientNum) {
         destructorMsg = 1;
         return nullptr;
     }
-    if (userDataSet == 0) FillUserData();
+    if (userDataSet == 0 && !FillUserData()) return nullptr;
 
     int number = ClientNumberOf(*key);
     *key &= ~clientNumberBits;
     const RegistryConnectionEntry *entry = EntryAt(number);
     if (entry == nullptr || entry->client == nullptr) {
-        CLIENT *client = OpenConnection(entry != nullptr ? entry->hostName : host);
+        RpcClient client(OpenConnection(entry != nullptr ? entry->hostName : host));
         if (client == nullptr) return nullptr;
         if (entry == nullptr) number = TakeSlot(host);
+        if (number < 0) return nullptr;
         CloseConnection(clntArray[number]);
-        clntArray[number]->client = client;
+        clntArray[number]->client = client.release();
         (void)reg_ping_daemon(0); // an announcement; the daemon may not care
     }
     *clientNum = number;
