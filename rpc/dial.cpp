@@ -26,6 +26,7 @@ namespace {
 constexpr int connectTimeoutMs = 5000;
 constexpr timeval portMapperTimeout = {10, 0};
 constexpr std::size_t maxReplyBytes = std::size_t{64} << 20;
+constexpr std::size_t keptInputBytes = std::size_t{64} << 10; // between calls, so that a call need not allocate
 
 using Milliseconds = std::int64_t; // on the monotonic clock
 
@@ -191,6 +192,7 @@ clnt_stat Call(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, voi
     connection->callsTimedOut = 0;
     const clnt_stat status = DecodeReply(connection, codeResults, results);
     DropMessage(&connection->input);
+    if (connection->input.capacity > keptInputBytes) ReleaseIfEmpty(&connection->input);
     return status;
 }
 

@@ -435,6 +435,7 @@ void EndRequest() {
     door.present = nullptr;
     door.heldBytes -= connection->input.capacity;
     DropMessage(&connection->input);
+    ReleaseIfEmpty(&connection->input); // there may be many connections
     door.heldBytes += connection->input.capacity;
     if (connection->input.bytes != nullptr && MayAskMore(connection)) QueueReady(connection);
     Settle(connection);

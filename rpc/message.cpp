@@ -88,8 +88,12 @@ MessageState AssembleMessage(MessageInput *input, std::size_t maxBytes) {
 
 void DropMessage(MessageInput *input) {
     input->inMessage = false;
+    if (input->parsed == input->received) input->parsed = input->received = 0;
     input->begin = input->end = input->parsed;
-    if (input->parsed == input->received) ReleaseInput(input);
+}
+
+void ReleaseIfEmpty(MessageInput *input) {
+    if (input->received == 0) ReleaseInput(input);
 }
 
 void ReleaseInput(MessageInput *input) {
@@ -106,7 +110,7 @@ MessageOutput *OutputOf(XDR *xdrs) { return reinterpret_cast<MessageOutput *>(xd
 // Returns where `bytes` more can be written, null when out of memory.
 char *Extend(MessageOutput *output, std::size_t bytes) {
     if (output->capacity - output->size < bytes) {
-        const std::size_t grown = std::max(output->capacity * 2, output->size + bytes);
+        const std::size_t grown = std::max({firstCapacity, output->capacity * 2, output->size + bytes});
         char *moved = static_cast<char *>(std::realloc(output->bytes, grown));
         if (moved == nullptr) return nullptr;
         output->bytes = moved;

@@ -35,8 +35,11 @@ enum class MessageState { Incomplete, Whole, TooLong };
 // it would have more than maxBytes, and the connection is of no further use.
 [[nodiscard]] MessageState AssembleMessage(MessageInput *input, std::size_t maxBytes);
 
-// Forgets the whole message; bytes received behind it stay. Gives the memory back when nothing is left.
+// Forgets the whole message; bytes received behind it stay. The memory is kept for the next one.
 void DropMessage(MessageInput *input);
+
+// Gives the memory back when nothing is held in it.
+void ReleaseIfEmpty(MessageInput *input);
 
 void ReleaseInput(MessageInput *input);
 

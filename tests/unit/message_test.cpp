@@ -64,6 +64,7 @@ MessageState Arrive(Receiver *receiver, const std::string &stream, std::size_t p
         while ((state = AssembleMessage(input, maxBytes)) == MessageState::Whole) {
             receiver->messages.emplace_back(input->bytes + input->begin, input->end - input->begin);
             DropMessage(input);
+            ReleaseIfEmpty(input);
         }
         if (state == MessageState::TooLong) break;
     }
@@ -120,6 +121,21 @@ TEST(AssembleMessage, pipelined_messages_come_one_by_one_in_order) {
         EXPECT_TRUE(receiver.messages == texts) << "pieces of " << pieceBytes;
         EXPECT_EQ(receiver.input.bytes, nullptr) << "memory is given back when nothing is left";
     }
+}
+
+TEST(DropMessage, keeps_the_memory_for_the_next_message) {
+    Receiver receiver;
+    const InputGuard guard(&receiver.input);
+    (void)Arrive(&receiver, Fragment("first", true).substr(0, 7), 100);
+    char *bytes = receiver.input.bytes;
+    std::memcpy(receiver.input.bytes + receiver.input.received, "st", 2);
+    receiver.input.received += 2;
+    ASSERT_EQ(AssembleMessage(&receiver.input, 100), MessageState::Whole);
+    DropMessage(&receiver.input);
+    EXPECT_EQ(receiver.input.bytes, bytes);
+    EXPECT_EQ(receiver.input.received, 0U);
+    EXPECT_GE(MakeRoom(&receiver.input), 4096U);
+    EXPECT_EQ(receiver.input.bytes, bytes);
 }
 
 TEST(AssembleMessage, half_a_header_is_incomplete) {
