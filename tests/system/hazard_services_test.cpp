@@ -122,7 +122,7 @@ void ExpectStartGivenUp(HazardServices *host, const char *mode) {
     host->StartDaemon();
     const double seconds = RefusedStartSeconds(*host, "Odd");
     EXPECT_GT(seconds, 24);
-    EXPECT_LT(seconds, 27);
+    EXPECT_LT(seconds, 32) << "the call's 25 s, and what the process takes to come up on a busy machine";
     Measured("%s: the start is given up after %.1f s", mode, seconds);
     EXPECT_LT(host->WorstCallMs(), promptMs);
     EXPECT_EQ(WordOf(host->StateOf(host->HandleOf("Odd")), 2), 2U) << "start pending";

@@ -3,6 +3,8 @@
 tv_host_test(system automatic_start tv_test_host)
 tv_host_test(system children tv_test_host)
 add_dependencies(children_system_test signal_child)
+tv_host_test(system failing_allocations tv_hazard)
+add_dependencies(failing_allocations_system_test servd_failing)
 find_package(nlohmann_json REQUIRED)
 tv_host_test(system hazard_clients tv_hazard)
 tv_host_test(system hazard_records tv_hazard)
