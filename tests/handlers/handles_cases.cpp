@@ -396,4 +396,59 @@ TEST_F(Handlers, dummy_answers_one_more) {
     EXPECT_EQ(dummy(INT32_MAX), INT32_MIN);
 }
 
+// --- a database that did not load ---
+
+TEST_F(Handlers, without_a_database_nothing_is_there_and_a_create_begins_one) {
+    PutService("alerter", "alerter");
+    PutKey(groupOrderKeyPath, {}); // without its value the order cannot be read, and the services are not looked at
+    StartDaemon();
+    EXPECT_EQ(Connect(""), ERROR_DATABASE_DOES_NOT_EXIST);
+    EXPECT_EQ(Open("alerter")->status, ERROR_SERVICE_DOES_NOT_EXIST);
+    EXPECT_EQ(GetDisplay("alerter")->status, ERROR_SERVICE_DOES_NOT_EXIST);
+    EXPECT_EQ(GetKey("alerter")->status, ERROR_SERVICE_DOES_NOT_EXIST);
+    EXPECT_EQ(EnumStatus(0, SERVICE_WIN32, SERVICE_STATE_ALL, enoughBytes)->status, ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(EnumDepend(0, SERVICE_STATE_ALL, enoughBytes)->status, ERROR_INVALID_HANDLE);
+    for (std::int32_t handle : {0, 1}) {
+        EXPECT_EQ(Start(handle), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(Control(handle, SERVICE_CONTROL_STOP)->status, ERROR_INVALID_HANDLE);
+        EXPECT_EQ(QueryStatus(handle)->status, ERROR_INVALID_HANDLE);
+        EXPECT_EQ(SetStatus(handle, running), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(QueryConfig(handle)->status, ERROR_INVALID_HANDLE);
+        EXPECT_EQ(ChangeConfig({.handle = handle})->status, ERROR_INVALID_HANDLE);
+        EXPECT_EQ(Delete(handle), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(Close(handle), ERROR_INVALID_HANDLE);
+    }
+    EXPECT_EQ(Create({.name = "alerter"})->status, ERROR_SERVICE_EXISTS);
+    EXPECT_EQ(Create({.name = "first", .group = "net"})->handle, 0);
+    EXPECT_EQ(Create({.name = "second", .dependencies = Strings({"+net"})})->handle, 1);
+    EXPECT_THAT(Dependencies(1), ElementsAre("first"));
+    EXPECT_EQ(EnumStatus(49, SERVICE_WIN32, SERVICE_STATE_ALL, enoughBytes)->status, ERROR_SUCCESS);
+    EXPECT_EQ(EnumStatus(50, SERVICE_WIN32, SERVICE_STATE_ALL, enoughBytes)->status, ERROR_INVALID_PARAMETER);
+}
+
+// The load ended in the middle of this record: it has its name, no display name, and a state that is none.
+TEST_F(Handlers, a_record_that_was_half_loaded_is_served) {
+    PutKey(KeyPath("broken"), {{"Type", AsNumber(0x10)}, {"Start", AsNumber(4)}});
+    StartDaemon();
+    ASSERT_EQ(Connect(""), ERROR_DATABASE_DOES_NOT_EXIST);
+    EXPECT_EQ(Open("broken")->handle, 1);
+    EXPECT_EQ(GetDisplay("broken")->status, ERROR_SUCCESS);
+    EXPECT_EQ(GetDisplay("broken")->displayName, std::string());
+    EXPECT_EQ(GetKey("")->status, ERROR_SERVICE_DOES_NOT_EXIST);
+    EXPECT_EQ(QueryStatus(1)->serviceStatus, InState(0));
+    EXPECT_EQ(QueryConfig(1)->startType, 4u);
+    EXPECT_EQ(QueryConfig(1)->displayName, std::string());
+    EXPECT_EQ(EnumStatus(0, -1, SERVICE_STATE_ALL, enoughBytes)->servicesReturned, 0);
+    EXPECT_EQ(Start(1), ERROR_SERVICE_ALREADY_RUNNING);
+    EXPECT_EQ(Control(1, SERVICE_CONTROL_INTERROGATE)->status, ERROR_SERVICE_REQUEST_TIMEOUT);
+    ASSERT_EQ(Create({.name = "other", .dependencies = Strings({"broken"})})->handle, 0);
+    EXPECT_THAT(Dependencies(0), ElementsAre("broken"));
+    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated("Mended")})->status, ERROR_SUCCESS);
+    EXPECT_EQ(GetKey("Mended")->name, std::string("broken"));
+    ASSERT_EQ(SetStatus(1, stopped), ERROR_SUCCESS);
+    ASSERT_EQ(Delete(1), ERROR_SUCCESS);
+    EXPECT_EQ(Close(1), ERROR_SUCCESS);
+    EXPECT_FALSE(HasKeyAt(KeyPath("broken")));
+}
+
 } // namespace
