@@ -93,13 +93,8 @@ void CountUpGroup(HKEY tagOrder, const char *group, std::uint32_t *tag) {
 // Whether the dependencies of svcdb[index] can be walked: 0, 1059 when they lead back to themselves, or a registry
 // error.
 std::uint32_t CheckDependencies(std::int32_t index, HKEY services) {
-    std::int32_t room = 0;
-    svd_enum_status_list_t *none = nullptr; // no record fits into no room
     std::int32_t bytes = 0;
-    std::int32_t count = 0;
-    const std::uint32_t rc =
-        CalculateDependencies(index, &room, &none, &bytes, &count, index, services, SERVICE_STATE_ALL);
-    ClearVisitingFlags();
+    const std::uint32_t rc = SumDependencies(index, services, SERVICE_STATE_ALL, &bytes);
     return rc == ERROR_MORE_DATA ? ERROR_SUCCESS : rc;
 }
 

@@ -32,13 +32,7 @@ std::uint32_t SizeOfStoppedDependencies(std::int32_t index, std::int32_t *bytes)
     HKEY services = 0;
     (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services); // the walk finds out
     const KeyGuard closeServices(&services);
-    std::int32_t room = 0;
-    svd_enum_status_list_t *none = nullptr; // no record fits into no room
-    std::int32_t count = 0;
-    const std::uint32_t rc =
-        CalculateDependencies(index, &room, &none, bytes, &count, index, services, SERVICE_INACTIVE);
-    ClearVisitingFlags();
-    return rc;
+    return SumDependencies(index, services, SERVICE_INACTIVE, bytes);
 }
 
 std::uint32_t StartService(std::int32_t handle, svd_arglist_t *arglist, std::int32_t argc) {

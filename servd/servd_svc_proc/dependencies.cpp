@@ -179,3 +179,13 @@ std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft,
         PopVisit(walk);
     return rc;
 }
+
+std::uint32_t SumDependencies(std::int32_t index, HKEY servicesKey, std::int32_t stateMask, std::int32_t *bytes) {
+    std::int32_t room = 0;
+    svd_enum_status_list_t *none = nullptr; // no record fits into no room
+    std::int32_t count = 0;
+    *bytes = 0;
+    const std::uint32_t rc = CalculateDependencies(index, &room, &none, bytes, &count, index, servicesKey, stateMask);
+    ClearVisitingFlags();
+    return rc;
+}

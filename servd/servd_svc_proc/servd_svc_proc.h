@@ -180,6 +180,11 @@ void RemoveServiceFromGroupList(GroupListEntry *list, const std::int32_t *size, 
                                                   std::int32_t *count, std::int32_t rootIndex, HKEY servicesKey,
                                                   std::int32_t stateMask);
 
+// The same walk for nothing but its verdict and its sum: *bytes is what the services found would take. Clears the marks
+// itself. Result codes as above.
+[[nodiscard]] std::uint32_t SumDependencies(std::int32_t index, HKEY servicesKey, std::int32_t stateMask,
+                                            std::int32_t *bytes);
+
 // --- start ---
 
 // Starts the service svcdb[index] in a new process and hands it its start request.
