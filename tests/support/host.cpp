@@ -322,7 +322,7 @@ bool WaitForProgram(std::uint32_t program, std::uint32_t version, int timeoutMs)
         if (!client) return false;
         // A daemon that is still starting accepts the connection long before it answers.
         const std::int64_t left = std::max<std::int64_t>(end - MonotonicMs(), 100);
-        const timeval wait = {left / 1000, left % 1000 * 1000};
+        const timeval wait = {static_cast<time_t>(left / 1000), static_cast<suseconds_t>(left % 1000 * 1000)};
         const auto nothing = reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void));
         return clnt_call(client.get(), NULLPROC, nothing, nullptr, nothing, nullptr, wait) == RPC_SUCCESS;
     };
