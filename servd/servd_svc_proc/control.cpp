@@ -133,8 +133,10 @@ std::int32_t QueryStatus(std::int32_t handle, svd_status_t *serviceStatus) {
 bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const timeval &now) {
     if (entry.status.dwWaitHint == 0) return false;
     const StatusDeadline &deadline = entry.statusDeadline;
-    const auto seconds = static_cast<std::int32_t>(now.tv_sec); // from 2038 on both have wrapped
-    if (seconds != deadline.seconds) return seconds > deadline.seconds;
+    // Unsigned, so that the words of the record last until 2106 instead of 2038.
+    const auto seconds = static_cast<std::uint32_t>(now.tv_sec);
+    const auto deadlineSeconds = static_cast<std::uint32_t>(deadline.seconds);
+    if (seconds != deadlineSeconds) return seconds > deadlineSeconds;
     return now.tv_usec > deadline.microseconds;
 }
 

@@ -27,7 +27,7 @@ using KeyGuard = std::unique_ptr<HKEY, Calls<&CloseKeyAt>>;
 
 // The time by which a service must report again; its own layout because time_t may be 64 bits wide.
 struct StatusDeadline {
-    std::int32_t seconds;      // since the epoch
+    std::int32_t seconds;      // since the epoch, modulo 2^32
     std::int32_t microseconds; // not carried into the seconds
 };
 

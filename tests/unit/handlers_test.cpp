@@ -82,6 +82,15 @@ TEST(HasDeadlinePassed, it_holds_beyond_the_32nd_bit_of_the_seconds) {
     EXPECT_TRUE(Passed(5000, deadline, {after2038.tv_sec + 5, 1}));
 }
 
+TEST(HasDeadlinePassed, the_seconds_outlast_the_sign_of_their_word) {
+    const timeval lastSecondOfTheSign = {INT32_MAX, 0};
+    const timeval afterIt = {static_cast<time_t>(static_cast<std::int32_t>(0x80000001U)), 0}; // as 32-bit time has it
+    EXPECT_FALSE(Passed(2000, DeadlineAfter(lastSecondOfTheSign, 2000), lastSecondOfTheSign));
+    EXPECT_FALSE(Passed(2000, DeadlineAfter(lastSecondOfTheSign, 2000), afterIt));
+    EXPECT_TRUE(Passed(1000, DeadlineAfter(lastSecondOfTheSign, 1000), afterIt));
+    EXPECT_TRUE(Passed(1000, {0, 0}, afterIt));
+}
+
 TEST(HasDeadlinePassed, without_a_hint_it_never_passes) {
     EXPECT_FALSE(Passed(0, {0, 0}, {100, 0}));
     EXPECT_TRUE(Passed(1, {0, 0}, {100, 0}));
