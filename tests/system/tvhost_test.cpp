@@ -27,6 +27,9 @@ struct Tvhost : ServiceWorld {
     }
     Json Status() { return Json::parse(Tvsc({"status", name, "--json"}).output).at("services").at(0); }
     std::string ParametersKey() { return servicesKey + "\\" + name + "\\Parameters"; }
+    // A file that a program and the test meet at.
+    std::string Marker() { return folder + "/" + name + ".marker"; }
+    bool HasMarker() { return access(Marker().c_str(), F_OK) == 0; }
     pid_t OnlyChild() {
         const std::vector<pid_t> children = ChildrenOf(ProcessOf(name));
         return children.size() == 1 ? children.front() : 0;
@@ -63,15 +66,17 @@ TEST_F(Tvhost, output_is_appended) {
 }
 
 TEST_F(Tvhost, a_good_end_stops_the_service_with_0) {
-    CreateShell("sleep 0.5");
+    CreateShell("until [ -e " + Marker() + " ]; do sleep 0.05; done");
     Do({"start", name});
+    WriteFile(Marker(), "");
     EXPECT_EQ(Do({"wait", name, "--for", "stopped"}), name + ": stopped\n");
     EXPECT_EQ(Status().at("exit").at("win32"), 0);
 }
 
 TEST_F(Tvhost, another_end_is_service_specific) {
-    CreateShell("sleep 0.5; exit 3");
+    CreateShell("until [ -e " + Marker() + " ]; do sleep 0.05; done; exit 3");
     Do({"start", name});
+    WriteFile(Marker(), "");
     (void)Tvsc({"wait", name, "--for", "stopped"});
     EXPECT_EQ(Status().at("exit").at("win32"), ERROR_SERVICE_SPECIFIC_ERROR);
     EXPECT_EQ(Status().at("exit").at("service_specific"), 3);
@@ -99,9 +104,10 @@ TEST_F(Tvhost, a_program_that_ignores_the_stop_is_killed_with_all_it_started) {
 }
 
 TEST_F(Tvhost, the_stop_leaves_time_for_a_clean_end) {
-    CreateShell("trap 'sleep 0.3; echo cleaned >" + folder + "/cleaned; exit 0' TERM; while :; do sleep 0.05; done");
+    CreateShell("trap 'sleep 0.3; echo cleaned >" + folder + "/cleaned; exit 0' TERM; touch " + Marker() +
+                "; while :; do sleep 0.05; done");
     Do({"start", name});
-    SleepMs(200); // the trap is set by then
+    ASSERT_TRUE(WaitUntil([this] { return HasMarker(); }));
     Do({"stop", name});
     EXPECT_EQ(ReadFile(folder + "/cleaned"), "cleaned\n");
 }
@@ -124,9 +130,9 @@ TEST_F(Tvhost, a_paused_program_can_be_stopped) {
 }
 
 TEST_F(Tvhost, user_controls_hand_signals_on) {
-    CreateShell("trap 'echo hup >>" + folder + "/signals' HUP; while :; do sleep 0.05; done");
+    CreateShell("trap 'echo hup >>" + folder + "/signals' HUP; touch " + Marker() + "; while :; do sleep 0.05; done");
     Do({"start", name});
-    SleepMs(200); // the trap is set by then
+    ASSERT_TRUE(WaitUntil([this] { return HasMarker(); }));
     Do({"control", name, "129"});
     EXPECT_TRUE(WaitUntil([] { return access((folder + "/signals").c_str(), F_OK) == 0; }));
     EXPECT_EQ(Status().at("state"), "running");

@@ -8,6 +8,7 @@
 #include <pwd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 using testing::AllOf;
@@ -288,7 +289,7 @@ TEST_F(Tvsc, looking_does_not_find_a_passed_wait_but_a_fresh_look_does) {
     Do({"control", name, "200"});
     SleepMs(2500);
     EXPECT_EQ(StateOf(name), "continue_pending");
-    EXPECT_EQ(ServiceWorld::Tvsc({"status", "--fresh", name}).status, 1);
+    EXPECT_TRUE(WaitUntil([this] { return ServiceWorld::Tvsc({"status", "--fresh", name}).status == 1; }));
     EXPECT_EQ(StatusOf(name).at("exit").at("win32"), ERROR_PROCESS_ABORTED);
 }
 
@@ -314,7 +315,12 @@ TEST_F(Tvsc, wait_ends_when_the_state_is_there) {
 TEST_F(Tvsc, an_interrupt_gives_the_handles_back) {
     CreateSample(name);
     const pid_t waiting = StartProgram({.command = {ProgramPath("tvsc"), "wait", name}, .errorFile = "/dev/null"});
-    SleepMs(500);
+    // It has threads once it takes interrupts, and then opens the service.
+    const std::filesystem::path threads = "/proc/" + std::to_string(waiting) + "/task";
+    ASSERT_TRUE(WaitUntil([&] {
+        return std::distance(std::filesystem::directory_iterator(threads), std::filesystem::directory_iterator()) >= 3;
+    }));
+    SleepMs(300);
     kill(waiting, SIGINT);
     const int status = WaitForEnd(waiting);
     EXPECT_TRUE(WIFEXITED(status));
@@ -451,10 +457,11 @@ TEST_F(Tvsc, help_and_version_exit_0) {
 
 TEST_F(Tvsc, a_busy_daemon_is_explained_and_waited_for) {
     CreateSample(name);
-    WriteFile(folder + "/" + name + ".csh", "#!/bin/csh -f\nsleep 4\nexec '" + ProgramPath("tvsample") + "'\n");
+    WriteFile(folder + "/" + name + ".csh",
+              "#!/bin/csh -f\ntouch " + folder + "/starting\nsleep 4\nexec '" + ProgramPath("tvsample") + "'\n");
     const pid_t starting = StartProgram(
         {.command = {ProgramPath("tvsc"), "-q", "start", name}, .outputFile = "/dev/null", .errorFile = "/dev/null"});
-    SleepMs(500); // the daemon waits for the new process by then
+    ASSERT_TRUE(WaitUntil([] { return access((folder + "/starting").c_str(), F_OK) == 0; }));
     const Ended list = ServiceWorld::Tvsc({"list", "--brief", name});
     EXPECT_EQ(list.status, 0);
     EXPECT_THAT(list.error, StartsWith("tvsc: the daemon is busy"));
