@@ -328,3 +328,31 @@ TEST_F(Storm, every_probe_is_answered_rightly_and_soon) {
     Measured("resident: median %.1f MB in the third quarter, %.1f MB in the fourth, at most %.1f MB", third, fourth,
              WorstOf(residentMB));
 }
+
+TEST_F(Storm, calls_of_every_kind_leave_nothing_behind) {
+    Weather weather;
+    weather.port = port;
+    Probe probe = {&weather, Connect()};
+    std::uint32_t round = 0;
+    const auto askAll = [&] {
+        for (int i = 0; i < 10; ++i) {
+            probe.AskMemory(round);
+        }
+        probe.AskRegistry(round++);
+        probe.times.clear();
+    };
+    for (int i = 0; i < 20; ++i) {
+        askAll();
+    }
+    const std::size_t descriptors = DescriptorsOf(daemon);
+    const std::size_t resident = ResidentBytesOf(daemon);
+    const std::uint32_t before = probe.xid;
+    for (int i = 0, rounds = Trials(50, 7200); i < rounds && probe.wrong == 0; ++i) {
+        askAll();
+    }
+    EXPECT_EQ(probe.wrong, 0) << probe.firstWrong;
+    EXPECT_LE(DescriptorsOf(daemon), descriptors);
+    EXPECT_LT(ResidentBytesOf(daemon), resident + mebibyte);
+    Measured("%u calls, all answered rightly: resident %zu KiB before and %zu after, descriptors %zu and %zu",
+             probe.xid - before, resident / 1024, ResidentBytesOf(daemon) / 1024, descriptors, DescriptorsOf(daemon));
+}
