@@ -221,6 +221,35 @@ SERVD_RECORDS(TV_COMPARE_TEST)
 SERVICE_RECORDS(TV_COMPARE_TEST)
 REGD_RECORDS(TV_COMPARE_TEST)
 
+// --- word sizes
+
+// FNV-1a
+void Digest(const std::string &bytes, std::uint64_t *digest) {
+    for (const char byte : bytes)
+        *digest = (*digest ^ static_cast<unsigned char>(byte)) * 0x100000001B3U;
+}
+
+template <typename Record>
+void DigestSamples(std::uint64_t *digest) {
+    for (unsigned seed = 0; seed < samples; ++seed) {
+        Record record = {};
+        Fill(record, {std::mt19937(seed), -1});
+        Digest(Encode(record), digest);
+        Release(record);
+    }
+}
+
+// The digest was taken once; builds for 32 and for 64 bits both have to meet it.
+TEST(every_record, has_the_same_bytes_whatever_the_word_size) {
+    std::uint64_t digest = 0xCBF29CE484222325U;
+#define TV_DIGEST(Record) DigestSamples<Record>(&digest);
+    SERVD_RECORDS(TV_DIGEST)
+    SERVICE_RECORDS(TV_DIGEST)
+    REGD_RECORDS(TV_DIGEST)
+#undef TV_DIGEST
+    EXPECT_EQ(digest, 0xBA2648C788256495U);
+}
+
 // --- numbers
 
 TEST(program_numbers, are_those_of_the_protocol_files) {
