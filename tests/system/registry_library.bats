@@ -17,7 +17,7 @@ compile() { ${CC:-cc} -std=c11 -Wall -Wextra -Wpedantic -Werror $TV_SANITIZE_FLA
 
 # Runs a program on a private host with a registry daemon and nothing else.
 withRegistry() {
-    LD_LIBRARY_PATH=$libraryFolder "$privateHost" bash -c '
+    LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH "$privateHost" bash -c '
         "$TV_BIN/tvregd" --database registry.db --background && "$@"' - "$@"
 }
 
@@ -47,7 +47,7 @@ withRegistry() {
 
 @test "without a registry daemon the program gets 1016" {
     compile "$sources/client.c" -o client $(pkg-config --cflags --libs tvregistry)
-    LD_LIBRARY_PATH=$libraryFolder run "$privateHost" ./client
+    LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH run "$privateHost" ./client
     [ "$output" = "create: 1016" ]
     [ "$status" -eq 1 ]
 }

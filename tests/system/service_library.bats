@@ -19,7 +19,7 @@ compile() { ${CC:-cc} -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Wpedantic -Werro
 withDaemons() { # CLIENT SERVICE
     rm -f registry.db*
     printf '#!/bin/csh -f\nexec %s\n' "$2" >service.csh
-    LD_LIBRARY_PATH=$libraryFolder "$privateHost" bash -c '
+    LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH "$privateHost" bash -c '
         "$TV_BIN/tvregd" --database registry.db --background
         "$TV_BIN/servd"
         "$TV_BIN/tvsc" wait-online && "$@"' - "$1" "$PWD/service.csh"
@@ -55,7 +55,7 @@ withDaemons() { # CLIENT SERVICE
 
 @test "without a daemon a client gets 1722" {
     compile "$sources/client.c" -o client $(pkg-config --cflags --libs tvsvc)
-    LD_LIBRARY_PATH=$libraryFolder run "$privateHost" ./client image
+    LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH run "$privateHost" ./client image
     [ "$output" = "open: 1722" ]
     [ "$status" -eq 1 ]
 }
