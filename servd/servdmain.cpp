@@ -97,13 +97,16 @@ std::uint32_t InitializeSCM() {
     return rc;
 }
 
-SVCXPRT *RegisterOverTcp() {
+SVCXPRT *CreateTcpTransport() {
     SVCXPRT *transport = svctcp_create(RPC_ANYSOCK, 0, 0);
     if (transport == nullptr) Fail("cannot create tcp service.");
+    return transport;
+}
+
+void RegisterOverTcp(SVCXPRT *transport) {
     if (!svc_register(transport, SERVDAEMONPROG, SERVDAEMONVERS, servdaemonprog_1, IPPROTO_TCP)) {
         Fail("unable to register (SERVDAEMONPROG, SERVDAEMONVERS, tcp).");
     }
-    return transport;
 }
 
 [[noreturn]] void Serve() {
@@ -115,8 +118,10 @@ SVCXPRT *RegisterOverTcp() {
     (void)setpgid(0, 0);
     BlockBrokenPipeSignal();
     (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS);
-    SVCXPRT *transport = RegisterOverTcp();
+    SVCXPRT *transport = CreateTcpTransport();
+    // The door is part of the transport: a daemon that cannot have one leaves no entry in the port mapper.
     if (!OpenDoor(transport, nullptr, DoorWait::Inside)) Fail("cannot create tcp service.");
+    RegisterOverTcp(transport);
     (void)InitializeSCM(); // the daemon serves even when it failed
     Serve();
 }
@@ -129,7 +134,7 @@ SVCXPRT *RegisterOverTcp() {
     if (!svc_register(transport, SERVDAEMONPROG, SERVDAEMONVERS, servdaemonprog_1, IPPROTO_UDP)) {
         Fail("unable to register (SERVDAEMONPROG, SERVDAEMONVERS, udp).");
     }
-    (void)RegisterOverTcp();
+    RegisterOverTcp(CreateTcpTransport());
     Serve();
 }
 

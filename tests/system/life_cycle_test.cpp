@@ -107,12 +107,16 @@ TEST_F(LifeCycle, an_entry_that_another_user_holds_ends_the_daemon_with_1) {
 
 TEST_F(LifeCycle, without_descriptors_no_tcp_service_can_be_made) {
     const std::string errors = folder + "/errors";
-    Launch launch = {.command = {"/bin/bash", "-c", "ulimit -n 5; exec " + ProgramPath("servd")}};
+    (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS); // what another case may have left
+    // Room for the listening socket alone, whatever this process has inherited.
+    const std::string starve = "for d in {3..255}; do eval \"exec $d>&-\"; done; ulimit -n 4; exec ";
+    Launch launch = {.command = {"/bin/bash", "-c", starve + ProgramPath("servd")}};
     launch.errorFile = errors;
     const DetachedDaemon daemon = StartDetached(launch, "servd");
     ASSERT_NE(daemon.process, 0);
     EXPECT_EQ(WEXITSTATUS(WaitForEnd(daemon.process)), 1);
     EXPECT_EQ(ReadFile(errors), "cannot create tcp service.");
+    EXPECT_FALSE(IsServdRegistered());
 }
 
 // --- the stop command ---
