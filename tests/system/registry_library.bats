@@ -37,7 +37,7 @@ withRegistry() {
 }
 
 @test "the same program built through the CMake package, shared and static" {
-    cmake -S "$sources" -B build -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="$TV_SANITIZE_FLAGS" >/dev/null
+    cmake -G Ninja -S "$sources" -B build -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="$TV_SANITIZE_FLAGS" >/dev/null
     cmake --build build >/dev/null
     run withRegistry build/client_shared
     [ "$output" = done ]
