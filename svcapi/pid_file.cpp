@@ -63,7 +63,7 @@ PidHint ReadHint(const std::string &path) {
 std::string WritePidFile(const std::string &serviceName) {
     if (!IsFileName(serviceName)) return "";
     for (const std::string &base : BaseFolders()) {
-        const std::string path = PathUnder(base, serviceName);
+        std::string path = PathUnder(base, serviceName);
         if (MakeFolders(base) && WriteText(path, std::to_string(getpid()) + "\n")) return path;
     }
     return "";

@@ -373,6 +373,7 @@ int RunWithLock(Session &session, const std::vector<std::string> &command) {
         return Finish(session);
     }
     std::vector<char *> argv;
+    argv.reserve(command.size() + 1);
     for (const std::string &word : command) {
         argv.push_back(const_cast<char *>(word.c_str()));
     }

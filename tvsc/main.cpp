@@ -330,9 +330,7 @@ void ExitOnInterrupt() {
     }).detach();
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
+int Run(int argc, char **argv) {
     CommandLine line;
     int words = argc;
     for (int i = 1; i < argc; ++i) {
@@ -355,5 +353,16 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         const int status = app.exit(error);
         return status == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "tvsc: %s\n", error.what());
+        return EXIT_FAILED;
     }
 }

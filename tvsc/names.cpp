@@ -63,6 +63,7 @@ std::vector<std::string> SimilarNames(const std::string &name, const std::vector
     std::sort(ranked.begin(), ranked.end());
     if (ranked.size() > maxSuggestions) ranked.resize(maxSuggestions);
     std::vector<std::string> similar;
+    similar.reserve(ranked.size());
     for (auto &[distance, candidate] : ranked) {
         similar.push_back(candidate);
     }
@@ -79,6 +80,7 @@ ResolvedNames ResolveNames(Session &session, const std::vector<std::string> &pat
         return resolved;
     }
     std::vector<std::string> known;
+    known.reserve(services.size());
     for (const ListedService &service : services) {
         known.push_back(service.name);
     }

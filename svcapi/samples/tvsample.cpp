@@ -122,6 +122,7 @@ std::string Groups() {
     gid_t groups[64];
     const int count = getgroups(64, groups);
     std::vector<std::string> texts;
+    texts.reserve(64);
     for (int i = 0; i < count; ++i) {
         texts.push_back(std::to_string(groups[i]));
     }
