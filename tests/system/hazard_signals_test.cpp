@@ -187,7 +187,8 @@ namespace {
 std::string SignalsIn(const std::string &file) {
     EXPECT_TRUE(WaitUntil([&] { return std::filesystem::exists(file); })) << file;
     const std::string state = ReadFile(file);
-    return state.substr(0, state.find("fd "));
+    const std::size_t masks = state.find("SigPnd"); // before it: how many signals wait for all of the user's processes
+    return state.substr(masks, state.find("fd ") - masks);
 }
 
 // Signals blocked and ignored by the programs started while it lives.

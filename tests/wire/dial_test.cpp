@@ -422,12 +422,17 @@ TEST(DialPort, a_peer_that_leaves_is_lost_and_raises_no_signal) {
 
 TEST(DialPort, sending_to_a_peer_that_has_gone_raises_no_signal) {
     ASSERT_EQ(signal(SIGPIPE, SIG_DFL), SIG_DFL) << "the signal would not end this process";
-    Peer peer = StartPeer([](int connection) {
+    std::atomic<bool> dialled = false;
+    Peer peer = StartPeer([&dialled](int connection) {
+        dialled.wait(false); // a reset before the handle is made would be a failed connect
         const linger atOnce = {1, 0};
         (void)setsockopt(connection, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
     });
     const RpcClient client = Dial(peer);
+    dialled = true;
+    dialled.notify_one();
     peer.thread.join();
+    ASSERT_NE(client, nullptr);
     std::uint32_t result = 0;
     const clnt_stat status = CallWord(client, 1, &result, tenSeconds);
     EXPECT_TRUE(status == RPC_CANTSEND || status == RPC_CANTRECV) << status;
