@@ -6,6 +6,7 @@
 #include "tv/winerror.h"
 #include "tv/winreg.h"
 
+#include <fcntl.h>
 #include <signal.h>
 
 #include <thread>
@@ -64,6 +65,30 @@ TEST_F(HazardServices, services_see_none_of_the_daemon_s_sockets) {
     const std::string state = ReadFile(file);
     EXPECT_EQ(state.find("socket:"), std::string::npos) << state;
     EXPECT_EQ(state.find("eventpoll"), std::string::npos) << state;
+}
+
+// The shell closes what it inherits, today; so the flags themselves are looked at, too.
+TEST_F(HazardServices, every_socket_of_the_daemon_is_closed_on_exec) {
+    WriteOddService("Never", "never");
+    StartDaemon();
+    const Socket client = Connect();
+    ASSERT_TRUE(Send(client, AsMessage(ServdCall(START_SERVICE, Words({1, 0, 0})))));
+    int sockets = 0;
+    for (int look = 0; look < 20; ++look) {
+        const std::string process = "/proc/" + std::to_string(daemon);
+        for (const auto &entry : std::filesystem::directory_iterator(process + "/fd")) {
+            std::error_code gone;
+            const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
+            if (!target.starts_with("socket:") && target != "anon_inode:[eventpoll]") continue;
+            const std::string info = ReadFile(process + "/fdinfo/" + entry.path().filename().string());
+            const std::size_t flags = info.find("flags:");
+            if (flags == std::string::npos) continue; // closed meanwhile
+            EXPECT_NE(std::stoul(info.substr(flags + 6), nullptr, 8) & O_CLOEXEC, 0U) << target << ": " << info;
+            ++sockets;
+        }
+        PauseMs(20);
+    }
+    EXPECT_GE(sockets, 20 * 4) << "the listener, its epoll set, the registry, the client";
 }
 
 TEST_F(HazardServices, a_stopped_daemon_refuses_clients_at_once_while_its_services_live) {
