@@ -59,6 +59,7 @@ std::uint16_t PortOf(std::uint32_t program, std::uint32_t version);
 pid_t ProcessNamed(const std::string &name); // one of this host, 0 for none
 
 std::size_t DescriptorsOf(pid_t process);
+// Memory: 0 in a sanitizer build, which keeps what has been freed, so that there every size equals every other.
 std::size_t ResidentBytesOf(pid_t process);
 std::size_t VirtualBytesOf(pid_t process);
 std::size_t MappingsOf(pid_t process);
