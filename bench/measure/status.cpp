@@ -110,9 +110,10 @@ Comparison CompareCrowds(Bench &bench, int clients, const Daemons &daemons, pid_
     Crowd measured = MakeCrowd(clients, SERVDAEMONPROG, SERVDAEMONVERS, QUERY_STATUS_SERVICE);
     Crowd floor = MakeCrowd(clients, FLOORPROG, FLOORVERS, FLOOR_STATUS);
     std::vector<Figures> measuredRounds, floorRounds;
-    for (int i = 0; i < bench.rounds; ++i) {
-        floorRounds.push_back(RunCrowd(floor, rpcFloor, Samples(bench, 20000)));
-        measuredRounds.push_back(RunCrowd(measured, daemons.servd, Samples(bench, 20000)));
+    // A round is one figure of wall time here, so the turns are short and many.
+    for (int i = 0; i < 10 * bench.rounds; ++i) {
+        floorRounds.push_back(RunCrowd(floor, rpcFloor, Samples(bench, 2000)));
+        measuredRounds.push_back(RunCrowd(measured, daemons.servd, Samples(bench, 2000)));
     }
     ReleaseCrowd(measured);
     ReleaseCrowd(floor);
