@@ -12,7 +12,9 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -314,6 +316,8 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.get_formatter()->column_width(28);
 }
 
+std::atomic<bool> interrupted;
+
 // Ends the program through exit on an interrupt, in a thread of its own: handles are given back there.
 void ExitOnInterrupt() {
     sigset_t interrupts;
@@ -325,6 +329,7 @@ void ExitOnInterrupt() {
         int signal = 0;
         while (sigwait(&interrupts, &signal) != 0) {
         }
+        interrupted = true;
         std::fputs("tvsc: interrupted; what was asked for may still be carried out\n", stderr);
         std::exit(signal == SIGINT ? EXIT_INTERRUPTED : 128 + signal);
     }).detach();
@@ -359,10 +364,15 @@ int Run(int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
+    int status = EXIT_FAILED;
     try {
-        return Run(argc, argv);
+        status = Run(argc, argv);
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "tvsc: %s\n", error.what());
-        return EXIT_FAILED;
+        if (!interrupted) std::fprintf(stderr, "tvsc: %s\n", error.what());
     }
+    // Giving the handles back fails what is under way here; the interrupt's own status is the one that counts.
+    while (interrupted) {
+        pause();
+    }
+    return status;
 }

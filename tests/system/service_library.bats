@@ -45,7 +45,7 @@ withDaemons() { # CLIENT SERVICE
 }
 
 @test "the same programs built through the CMake package, shared and static" {
-    cmake -S "$sources" -B build -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="-D_DEFAULT_SOURCE $TV_SANITIZE_FLAGS" >/dev/null
+    cmake -G Ninja -S "$sources" -B build -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="-D_DEFAULT_SOURCE $TV_SANITIZE_FLAGS" >/dev/null
     cmake --build build >/dev/null
     run withDaemons build/client_shared "$PWD/build/service_static"
     [ "$output" = done ]
