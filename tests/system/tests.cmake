@@ -36,3 +36,6 @@ if(TV_OTHER_BIN)
   set_property(TEST system.word_sizes APPEND PROPERTY ENVIRONMENT "TV_OTHER_BIN=${TV_OTHER_BIN}")
   add_dependencies(word_sizes_system_test tvsc tvreg tvsample)
 endif()
+
+# They hold what a call takes beside hostile peers against a bound: nothing else runs meanwhile.
+set_tests_properties(system.hazard_clients system.storm PROPERTIES RUN_SERIAL ON)

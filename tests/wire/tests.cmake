@@ -17,3 +17,6 @@ tv_host_test(wire tvregd tv_test_host tv_raw_rpc)
 tv_host_test(wire dial tv_raw_rpc)
 tv_host_test(wire door tv_raw_rpc)
 tv_host_test(wire service_requests tv_real_daemon)
+
+# They hold what a call takes beside hostile peers against a bound: nothing else runs meanwhile.
+set_tests_properties(wire.door PROPERTIES RUN_SERIAL ON)
