@@ -45,8 +45,7 @@ struct ProcessLine { // from /proc/PID/stat
 };
 
 std::optional<ProcessLine> ReadProcess(const std::string &directory) {
-    std::ifstream file(directory + "/stat");
-    const std::string line((std::istreambuf_iterator<char>(file)), {});
+    const std::string line = ReadWhatIsThere(directory + "/stat");
     const std::size_t open = line.find('(');
     const std::size_t close = line.rfind(')');
     if (open == std::string::npos || close == std::string::npos) return {};
@@ -488,6 +487,13 @@ std::string ReadFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) FailSystem(path);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string ReadWhatIsThere(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf(); // swallows what the buffer throws when a read fails
+    return content.str();
 }
 
 // --- time ----------------------------------------------------------------------------------------------------------

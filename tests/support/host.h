@@ -158,6 +158,9 @@ std::string MakeScratchFolder();
 void WriteFile(const std::string &path, std::string_view content, mode_t mode = 0644);
 std::string ReadFile(const std::string &path);
 
+// For files under /proc, whose process may go at any moment: what could be read, nothing when the file is gone.
+std::string ReadWhatIsThere(const std::string &path);
+
 // --- implementation ------------------------------------------------------------------------------------------------
 
 void SleepMs(int milliseconds);

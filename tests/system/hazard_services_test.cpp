@@ -31,17 +31,6 @@ struct HazardServices : Hazard {
     void ReportStopped(std::uint32_t handle) const {
         EXPECT_EQ(Ask(SET_STATUS_SERVICE, Words({handle, 0x10, 1, 0, 0, 0, 0, 0})), Words({0}));
     }
-
-    std::size_t Zombies() const {
-        std::size_t count = 0;
-        const std::string children =
-            ReadFile("/proc/" + std::to_string(daemon) + "/task/" + std::to_string(daemon) + "/children");
-        for (std::size_t at = 0; at < children.size(); at = children.find(' ', at) + 1) {
-            const std::string status = ReadFile("/proc/" + std::to_string(std::atoi(&children[at])) + "/status");
-            count += status.find("State:\tZ") != std::string::npos ? 1 : 0;
-        }
-        return count;
-    }
 };
 
 // Seconds that a start of the service takes, which must be refused as unreachable.
@@ -130,7 +119,7 @@ TEST_F(HazardServices, short_lived_services_leave_no_thread_mapping_or_zombie) {
     for (int i = 0; i < services; ++i) {
         startOnce();
     }
-    EXPECT_TRUE(WaitUntil([&] { return Zombies() == 0; })) << Zombies() << " zombies";
+    EXPECT_TRUE(WaitUntil([&] { return ZombiesOf(daemon).empty(); })) << ZombiesOf(daemon).size() << " zombies";
     EXPECT_LE(MappingsOf(daemon), mappings + 8);
     EXPECT_LE(SettledDescriptors(descriptors), descriptors);
     EXPECT_LT(ResidentBytesOf(daemon), resident + mebibyte);
@@ -179,7 +168,7 @@ TEST_F(HazardServices, a_child_killed_before_its_exec_spoils_no_answer) {
     const std::string list = "/proc/" + std::to_string(daemon) + "/task/" + std::to_string(daemon) + "/children";
     pid_t child = 0;
     for (const Clock::time_point start = Clock::now(); child == 0 && MsSince(start) < 5000;) {
-        child = std::atoi(ReadFile(list).c_str());
+        child = std::atoi(ReadWhatIsThere(list).c_str());
     }
     ASSERT_NE(child, 0);
     (void)kill(child, SIGKILL);

@@ -242,11 +242,11 @@ TEST_F(HazardSignals, a_signal_to_a_child_before_its_exec_leaves_the_daemon_regi
         const std::string list = "/proc/" + std::to_string(daemon) + "/task/" + std::to_string(daemon) + "/children";
         pid_t child = 0;
         for (const Clock::time_point start = Clock::now(); child == 0 && MsSince(start) < 5000;) {
-            child = std::atoi(ReadFile(list).c_str());
+            child = std::atoi(ReadWhatIsThere(list).c_str());
         }
         ASSERT_NE(child, 0);
         (void)kill(child, SIGTERM);
-        before += ReadFile("/proc/" + std::to_string(child) + "/comm") == "servd\n" ? 1 : 0;
+        before += ReadWhatIsThere("/proc/" + std::to_string(child) + "/comm") == "servd\n" ? 1 : 0;
         PauseMs(20);
         EXPECT_FALSE(HasEnded(daemon));
         EXPECT_TRUE(IsRegistered(SERVDAEMONPROG, SERVDAEMONVERS));
