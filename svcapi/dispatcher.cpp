@@ -127,11 +127,13 @@ void CallHandler(LPHANDLER_FUNCTION handler, std::int32_t control) {
 }
 
 // The status that answers a control. The daemon takes it over without a new deadline, so that a wait hint in it would
-// be measured by an old one: the hint goes with a report of its own.
+// be measured by an old one: the hint goes with a report of its own. Nor does it tell of the end before the reports do:
+// whoever heard of it would start the service again, and a late report would change the state of the new process.
 svc_status_t StatusForReply(ServiceRuntime &runtime, StartedService &service) {
     SERVICE_STATUS status = service.status;
     if (status.dwWaitHint != 0) ChangeStatus(runtime, service, status);
     status.dwWaitHint = 0;
+    if (IsStopped(service) && service.changes != service.reported) status.dwCurrentState = SERVICE_STOP_PENDING;
     return ToWire(status);
 }
 

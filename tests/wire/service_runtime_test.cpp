@@ -179,6 +179,19 @@ TEST_F(ServiceRuntime, an_answer_never_waits_for_a_report) {
     EXPECT_LT(MonotonicMs() - before, 5000);
 }
 
+// Symptom: a service that was started again as soon as it had stopped was refused with 1056, or shown as stopped while
+// it ran. Cause: the answer to the stop control told of the end, and the reports of the old process came after it.
+TEST_F(ServiceRuntime, no_answer_tells_of_the_end_before_the_last_report) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    StopScriptedDaemon();
+    EXPECT_EQ(Control(SERVICE_CONTROL_STOP).svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
+    ASSERT_TRUE(WaitUntil([this] { return ReadFile(log).find("state 1\n") != std::string::npos; }));
+    const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_INTERROGATE);
+    EXPECT_EQ(answer.status, ERROR_SERVICE_NOT_ACTIVE);
+    EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
+}
+
 TEST_F(ServiceRuntime, after_a_restart_of_the_daemon_the_index_is_looked_up_by_name) {
     Launch({});
     StartAndWaitUntilRunning();
