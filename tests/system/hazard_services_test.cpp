@@ -5,6 +5,7 @@
 
 #include "tv/winerror.h"
 #include "tv/winreg.h"
+#include "tv/winsvc.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -125,6 +126,60 @@ TEST_F(HazardServices, short_lived_services_leave_no_thread_mapping_or_zombie) {
     EXPECT_LT(ResidentBytesOf(daemon), resident + mebibyte);
     Measured("%d services that end at once: mappings %zu before and %zu after, descriptors %zu and %zu, no zombie",
              services, mappings, MappingsOf(daemon), descriptors, DescriptorsOf(daemon));
+}
+
+namespace {
+
+// Starts the service, waits until it runs, stops it by a control and waits until it has stopped.
+void StartAndStop(SC_HANDLE service) {
+    SERVICE_STATUS status = {};
+    BOOL complete = FALSE;
+    // A plain query before the first report would find the service dead.
+    const auto isIn = [&](DWORD state) {
+        return tvQueryServiceStatusPassive(service, &status, &complete) != FALSE && status.dwCurrentState == state;
+    };
+    ASSERT_TRUE(StartServiceA(service, 0, nullptr)) << GetLastError();
+    ASSERT_TRUE(WaitUntil([&] { return isIn(SERVICE_RUNNING); })) << status.dwCurrentState;
+    ASSERT_TRUE(ControlService(service, SERVICE_CONTROL_STOP, &status)) << GetLastError();
+    ASSERT_TRUE(WaitUntil([&] { return isIn(SERVICE_STOPPED); })) << status.dwCurrentState;
+    ASSERT_EQ(status.dwWin32ExitCode, 0U) << "it has stopped by itself";
+}
+
+} // namespace
+
+TEST_F(HazardServices, services_started_and_stopped_by_controls_leave_nothing_behind) {
+    const std::string image = folder + "/Sample.csh";
+    WriteFile(image, "exec " + ProgramPath("tvsample") + " --log /dev/null\n");
+    WriteService("Sample", 3, image);
+    StartDaemon();
+    const SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    const SC_HANDLE service = OpenServiceA(manager, "Sample", SERVICE_ALL_ACCESS);
+    ASSERT_NE(service, nullptr) << GetLastError();
+    const auto startAndStop = [service](int times) {
+        for (int i = 0; i < times && !HasFatalFailure(); ++i) {
+            StartAndStop(service);
+        }
+    };
+    startAndStop(10);
+    PauseMs(100); // the last process ends, and its connection with it
+    const std::size_t mappings = MappingsOf(daemon);
+    const std::size_t descriptors = DescriptorsOf(daemon);
+    const std::size_t resident = ResidentBytesOf(daemon);
+    const int times = Trials(60, 2000);
+    const Clock::time_point start = Clock::now();
+    startAndStop(times);
+    const double each = MsSince(start) / times;
+    EXPECT_TRUE(WaitUntil([&] { return ChildrenOf(daemon).empty(); })) << "each process has ended";
+    EXPECT_TRUE(WaitUntil([&] { return ZombiesOf(daemon).empty(); })) << ZombiesOf(daemon).size() << " zombies";
+    EXPECT_LE(MappingsOf(daemon), mappings + 8);
+    EXPECT_LE(SettledDescriptors(descriptors), descriptors);
+    EXPECT_LT(ResidentBytesOf(daemon), resident + mebibyte);
+    Measured("%d starts and stops, %.1f ms each: resident %zu KiB before and %zu after, mappings %zu and %zu, "
+             "descriptors %zu and %zu, no zombie",
+             times, each, resident / 1024, ResidentBytesOf(daemon) / 1024, mappings, MappingsOf(daemon), descriptors,
+             DescriptorsOf(daemon));
+    EXPECT_TRUE(CloseServiceHandle(service));
+    EXPECT_TRUE(CloseServiceHandle(manager));
 }
 
 // --- services that do not answer ---
