@@ -36,10 +36,11 @@ int _ktl_strncasecmp(const char *a, const char *b, unsigned n) {
 }
 
 void _ktl_rmtrailingspaces(char *s) {
-    if (s == nullptr || s[0] == '\0') return;
-    std::size_t end = std::strlen(s);
+    if (s == nullptr) return;
+    const std::size_t length = std::strlen(s);
+    std::size_t end = length;
     // Deliberate: the first character is never tested.
     while (end > 1 && std::isspace(static_cast<unsigned char>(s[end - 1])) != 0)
         --end;
-    s[end] = '\0';
+    if (end < length) s[end] = '\0'; // what needs no change may be read-only memory
 }
