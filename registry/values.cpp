@@ -146,17 +146,18 @@ LONG reg_enum_value_a(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWORD lpcVa
     return EnumValue(hKey, dwIndex, lpValueName, lpcValueName, lpType, lpData, lpcbData);
 }
 
-// Deliberate: the name is never copied, a REG_SZ value neither; the caller's counts are doubled and then hold what the
-// daemon says.
+// Deliberate: the name is never copied, a REG_SZ value neither; the caller's counts are doubled, even before a missing
+// name is refused, and then hold what the daemon says.
 LONG reg_enum_value_w(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcValueName, LPDWORD, LPDWORD lpType,
                       LPBYTE lpData, LPDWORD lpcbData) {
-    if (lpValueName == nullptr || lpcValueName == nullptr) return ERROR_INVALID_PARAMETER;
-    *lpcValueName *= 2;
+    const bool nameWanted = lpValueName != nullptr && lpcValueName != nullptr;
     const bool dataWanted = lpData != nullptr && lpcbData != nullptr;
     const DWORD room = dataWanted ? *lpcbData : 0;
     const DWORD narrowBytes = 2 * room;
-    const HeapBytes narrow = dataWanted ? AllocateBytes(narrowBytes) : nullptr;
+    if (nameWanted) *lpcValueName *= 2;
     if (dataWanted) *lpcbData = narrowBytes;
+    if (!nameWanted) return ERROR_INVALID_PARAMETER;
+    const HeapBytes narrow = dataWanted ? AllocateBytes(narrowBytes) : nullptr;
     DWORD type = lpType != nullptr ? *lpType : REG_NONE;
     const LONG rc = EnumValue(hKey, dwIndex, nullptr, lpcValueName, &type, narrow.get(), lpcbData);
     if (rc == ERROR_SUCCESS && narrow != nullptr && type != REG_SZ) {

@@ -66,6 +66,15 @@ TEST_F(RegistryValues, query_copies_at_most_the_size_whatever_the_status) {
     EXPECT_EQ(size, 8);
 }
 
+TEST_F(RegistryValues, query_whose_reply_has_no_body_copies_nothing_and_tells_a_length_of_0) {
+    daemon.Answer("00000000");
+    Bytes value = CountedThen(0, 8);
+    LONG size = 8;
+    EXPECT_EQ(RegQueryValueA(1, "a", reinterpret_cast<char *>(value.data()), &size), ERROR_SUCCESS);
+    EXPECT_EQ(value, CountedThen(0, 8));
+    EXPECT_EQ(size, 0);
+}
+
 TEST_F(RegistryValues, query_copies_nothing_for_a_negative_size) {
     daemon.Answer(eightBytes);
     Bytes value = CountedThen(0, 8);
@@ -108,6 +117,14 @@ TEST_F(RegistryValues, query_wide_without_a_buffer_or_with_a_size_of_0_asks_with
         EXPECT_EQ(InHex(call.argument),
                   InHex(Hex(identity + "00000001 0000000c 5375624b 65794973 4e756c6c 00000000 00000001 00000001")));
     }
+}
+
+TEST_F(RegistryValues, query_wide_without_a_reply_hands_back_the_doubled_size) {
+    daemon.Fail(RPC_SYSTEMERROR);
+    WCHAR value[4] = {};
+    LONG size = 4;
+    EXPECT_EQ(RegQueryValueW(1, nullptr, value, &size), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(size, 8);
 }
 
 // --- RegQueryValueExA ----------------------------------------------------------------------------------------------
@@ -262,6 +279,17 @@ TEST_F(RegistryValues, query_ex_wide_with_another_status_copies_nothing) {
     EXPECT_EQ(size, 8u);
 }
 
+TEST_F(RegistryValues, query_ex_wide_without_a_reply_hands_back_the_doubled_size_and_the_type_that_was_there) {
+    daemon.Fail(RPC_SYSTEMERROR);
+    Bytes data = CountedThen(0, 4);
+    DWORD size = 4;
+    DWORD type = 9;
+    EXPECT_EQ(RegQueryValueExW(1, nullptr, nullptr, &type, data.data(), &size), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(data, CountedThen(0, 4));
+    EXPECT_EQ(size, 8u);
+    EXPECT_EQ(type, 9u);
+}
+
 // --- RegSetValueA --------------------------------------------------------------------------------------------------
 
 TEST_F(RegistryValues, set_sends_the_string_with_its_own_length_when_none_is_given) {
@@ -313,6 +341,14 @@ TEST_F(RegistryValues, set_ex_of_no_bytes_sends_the_placeholder_of_eleven_with_s
     EXPECT_EQ(RegSetValueExA(1, nullptr, 0, REG_SZ, data, 0), ERROR_SUCCESS);
     ExpectOneCall(24, identity + "00000001 0000000c 5375624b 65794973 4e756c6c 00000001 0000000b 56616c75 6549734e "
                                  "756c6c00 00000000 00000001");
+}
+
+TEST_F(RegistryValues, set_ex_with_an_empty_name_sends_the_placeholder) {
+    daemon.Answer("00000001 00000005");
+    const BYTE data[] = {1, 2, 3, 4};
+    EXPECT_EQ(RegSetValueExA(1, "", 0, REG_DWORD, data, 4), ERROR_ACCESS_DENIED);
+    ExpectOneCall(24, identity + "00000001 0000000c 5375624b 65794973 4e756c6c 00000004 00000004 01020304 00000004 "
+                                 "00000001");
 }
 
 TEST_F(RegistryValues, set_ex_without_data_answers_87) {
@@ -385,6 +421,21 @@ TEST_F(RegistryValues, enum_leaves_the_name_alone_when_its_length_is_0) {
     EXPECT_EQ(nameLength, 0u);
 }
 
+TEST_F(RegistryValues, enum_whose_reply_has_no_body_leaves_name_and_data_and_tells_lengths_and_type_0) {
+    daemon.Answer("00000000");
+    char name[16] = "unset";
+    DWORD nameLength = 16;
+    DWORD type = 9;
+    Bytes data = CountedThen(0, 8);
+    DWORD size = 8;
+    EXPECT_EQ(RegEnumValueA(1, 2, name, &nameLength, nullptr, &type, data.data(), &size), ERROR_SUCCESS);
+    EXPECT_STREQ(name, "unset");
+    EXPECT_EQ(data, CountedThen(0, 8));
+    EXPECT_EQ(nameLength, 0u);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(type, REG_NONE);
+}
+
 TEST_F(RegistryValues, enum_copies_a_name_longer_than_the_count_whole_deliberate) {
     daemon.Answer(EnumeratedOfType("00000003"));
     char name[16] = "unset";
@@ -427,6 +478,19 @@ TEST_F(RegistryValues, enum_wide_doubles_the_counts_and_copies_data_but_no_name_
     EXPECT_EQ(data, CountedThen(8, 12));
     EXPECT_EQ(size, 8u);
     ExpectOneCall(8, identity + "00000001 00000002 00000020 00000018");
+}
+
+TEST_F(RegistryValues, enum_wide_without_a_name_answers_87_with_the_size_doubled_deliberate) {
+    WCHAR name[4] = {};
+    DWORD nameLength = 4;
+    BYTE data[4];
+    DWORD size = 4;
+    EXPECT_EQ(RegEnumValueW(1, 2, nullptr, &nameLength, nullptr, nullptr, data, &size), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(nameLength, 4u);
+    EXPECT_EQ(size, 8u);
+    EXPECT_EQ(RegEnumValueW(1, 2, name, nullptr, nullptr, nullptr, data, &size), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(size, 16u);
+    ExpectNoCall();
 }
 
 TEST_F(RegistryValues, enum_wide_copies_no_plain_string_deliberate) {
@@ -585,6 +649,11 @@ TEST_F(RegistryValues, query_multiple_without_a_buffer_sums_up_the_sizes) {
     DWORD size = 0;
     EXPECT_EQ(RegQueryMultipleValuesA(1, entries, 2, nullptr, &size), ERROR_MORE_DATA);
     EXPECT_EQ(size, 10u);
+
+    daemon.Answer(eightBytes);
+    size = 100;
+    EXPECT_EQ(RegQueryMultipleValuesA(1, entries, 1, nullptr, &size), ERROR_MORE_DATA);
+    EXPECT_EQ(size, 8u);
 }
 
 TEST_F(RegistryValues, query_multiple_of_no_values_succeeds_with_size_0) {
