@@ -3,8 +3,10 @@
 //
 // Slot 0 is the local daemon, the slots from 1 on are the machines of RegConnectRegistryA in the order of connecting.
 // A connection is made by the first operation that needs it; nothing is retried, a failed attempt leaves nothing
-// behind. Owns:    clntArray, its entries and their client handles, g_userData.name (malloc). Thread:  under
-// tvRegistryMutex, except for the tear-down, which takes it for each slot.
+// behind.
+//
+// Owns:    clntArray, its entries and their client handles, g_userData.name (malloc).
+// Thread:  under tvRegistryMutex, except for the tear-down, which takes it for each slot.
 #include "registry/regd_clnt.h"
 #include "registry/registry.h"
 #include "registry/tvpthread.h"
@@ -34,6 +36,8 @@ int connectFailMsg = 0;
 
 int pingXtIntervalId = 0;
 int pingThreadHandle = 0;
+int regdRegPingDaemonAllowed = 0;
+int bFirstSpawn = 1;
 
 namespace {
 

@@ -162,9 +162,11 @@ extern int destructorMsg;   // a connection was asked for after a tear-down
 extern int wrongVersionMsg; // a handshake failed, or a daemon was too old
 extern int connectFailMsg;  // a daemon could not be reached
 
-// Reset with the table, otherwise unused.
+// Kept with their values, otherwise unused; the first two are reset with the table.
 extern int pingXtIntervalId;
 extern int pingThreadHandle;
+extern int regdRegPingDaemonAllowed;
+extern int bFirstSpawn;
 
 constexpr HKEY clientNumberBits = 0x0FF00000;
 

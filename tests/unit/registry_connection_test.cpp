@@ -5,11 +5,13 @@
 
 #include "util/ktl_host.h"
 
+#include <pwd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -61,6 +63,26 @@ std::string Text(const std::string &text) {
     Bytes bytes(text.begin(), text.end());
     bytes.resize((bytes.size() + 3) / 4 * 4);
     return Word(static_cast<std::uint32_t>(text.size())) + InHex(bytes);
+}
+
+// The name by which a process of these user ids goes with this USER, which may be null. Asked in a child.
+std::string NameOfUser(uid_t uid, uid_t effectiveUid, const char *user) {
+    int answer[2];
+    if (pipe(answer) != 0) return "no pipe";
+    const pid_t child = fork();
+    if (child == 0) {
+        user != nullptr ? setenv("USER", user, 1) : unsetenv("USER");
+        if (setresuid(uid, effectiveUid, static_cast<uid_t>(-1)) != 0) _exit(1);
+        (void)RegFlushKey(1);
+        (void)!write(answer[1], g_userData.name, std::strlen(g_userData.name));
+        _exit(0);
+    }
+    close(answer[1]);
+    char name[64] = "";
+    (void)!read(answer[0], name, sizeof name - 1);
+    close(answer[0]);
+    (void)waitpid(child, nullptr, 0);
+    return name;
 }
 
 std::string OwnIdentity() { return Word(6) + Word(getuid()) + Text(g_userData.name) + Word(_ktl_gethostid()); }
@@ -136,6 +158,13 @@ TEST_F(RegistryConnections, read_the_daemon_options_from_the_environment) {
     EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
     EXPECT_EQ(regdLogLines, 5);
     EXPECT_EQ(regdSystemDaemon, 1);
+}
+
+TEST_F(RegistryConnections, read_the_options_when_the_program_number_has_been_computed) {
+    setenv("TARVO_REGISTRY_PARAMS", "-system", 1);
+    EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(regdSystemDaemon, 1);
+    EXPECT_EQ(tvreg_prognum, REGDAEMONPROG + ((getuid() != 0 ? getuid() : 1) & 0xFFFF));
 }
 
 TEST_F(RegistryConnections, no_daemon_is_1016_and_leaves_no_entry_so_that_the_next_operation_tries_again) {
@@ -230,24 +259,26 @@ TEST_F(RegistryConnections, the_identity_is_taken_once_a_process) {
     EXPECT_EQ(g_userData.name, name);
 }
 
+TEST_F(RegistryConnections, a_user_id_with_an_account_is_named_by_it_whatever_USER_says) {
+    const passwd *account = getpwuid(geteuid());
+    if (account == nullptr) GTEST_SKIP() << "this user id has no account";
+    EXPECT_EQ(NameOfUser(getuid(), geteuid(), "ann"), account->pw_name);
+    EXPECT_EQ(NameOfUser(getuid(), geteuid(), nullptr), account->pw_name);
+}
+
 TEST_F(RegistryConnections, a_user_id_without_an_account_is_named_by_USER_or_by_its_number) {
     if (getuid() != 0) GTEST_SKIP() << "only root can become a user id without an account";
-    const auto nameOf = [](uid_t uid, const char *user) -> int {
-        const pid_t child = fork();
-        if (child == 0) {
-            user != nullptr ? setenv("USER", user, 1) : unsetenv("USER");
-            if (setresuid(uid, uid, 0) != 0) _exit(9);
-            (void)RegFlushKey(1);
-            const std::string expected = user != nullptr ? user : "uid" + std::to_string(uid);
-            _exit(g_userData.name != nullptr && expected == g_userData.name ? 0 : 1);
-        }
-        int status = -1;
-        (void)waitpid(child, &status, 0);
-        return status;
-    };
-    EXPECT_EQ(nameOf(3999999, "ann"), 0);
-    EXPECT_EQ(nameOf(3999999, nullptr), 0);
-    EXPECT_EQ(nameOf(3999999, ""), 0);
+    EXPECT_EQ(NameOfUser(3999999, 3999999, "ann"), "ann");
+    EXPECT_EQ(NameOfUser(3999999, 3999999, ""), "");
+    EXPECT_EQ(NameOfUser(3999999, 3999999, nullptr), "uid3999999");
+    EXPECT_EQ(NameOfUser(4000000000, 4000000000, nullptr), "uid-294967296");
+}
+
+// libc looks for the account of the effective user id.
+TEST_F(RegistryConnections, root_without_an_account_is_named_by_USER_or_root) {
+    if (getuid() != 0) GTEST_SKIP() << "only root can take another effective user id";
+    EXPECT_EQ(NameOfUser(0, 3999999, "ann"), "ann");
+    EXPECT_EQ(NameOfUser(0, 3999999, nullptr), "root");
 }
 
 TEST_F(RegistryConnections, the_process_id_is_the_first_one_asked_for_even_after_a_fork_deliberate) {
@@ -591,6 +622,7 @@ TEST_F(RegistryConnections, tear_down_says_farewell_closes_everything_and_blocks
     char *hostName = clntArray[1]->hostName;
     local.calls.clear();
     local.Answer(ok);
+    pingXtIntervalId = pingThreadHandle = 5;
     tvRegistryCleanConnections(1);
 
     // Slot 0 goes first, so that the farewell of the second connection finds nobody.
@@ -603,6 +635,8 @@ TEST_F(RegistryConnections, tear_down_says_farewell_closes_everything_and_blocks
     EXPECT_EQ(numConnections, 0);
     EXPECT_EQ(nextClientNum, 1);
     EXPECT_EQ(connectionTableDestroyed, 1);
+    EXPECT_EQ(pingXtIntervalId, 0);
+    EXPECT_EQ(pingThreadHandle, 5);
     EXPECT_STREQ(hostName, "far"); // deliberate: not released with its entry
     std::free(hostName);
 

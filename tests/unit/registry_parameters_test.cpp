@@ -12,6 +12,27 @@ namespace {
 
 using RegistryParameters = FreshRegistryTest;
 
+// Taken before any test has run.
+struct FreshProcess {
+    int connections = numConnections;
+    int next = nextClientNum;
+    int destroyed = connectionTableDestroyed;
+    int userData = userDataSet;
+    int messages = destructorMsg + wrongVersionMsg + connectFailMsg;
+    int unused = pingXtIntervalId + pingThreadHandle + regdRegPingDaemonAllowed;
+    int firstSpawn = bFirstSpawn;
+    int cached = bCached;
+    int row = tvOSID;
+    int pidKnown = pid_init;
+    int keepBackup = regdKeepBackup;
+    int options = regdFlushInterval | regdLogLines | regdPingCheckInterval | regdVerbose | regdSystemDaemon | regdSems |
+                  regdSemaphoreProc | regdSemaphoreAccess;
+    int systemAllowed = bAllowSystemDaemonConnect;
+    int localAllowed = bAllowLocalDaemonConnect;
+    std::uint32_t programNumber = tvreg_prognum;
+};
+const FreshProcess freshProcess;
+
 std::uint32_t OwnOffset() { return (getuid() != 0 ? getuid() : 1) & 0xFFFF; }
 
 unsigned ProgramNumber() {
@@ -39,6 +60,26 @@ unsigned ProgramNumberOfUser(uid_t uid) {
 }
 
 } // namespace
+
+// --- a fresh process -----------------------------------------------------------------------------------------------
+
+TEST(FreshRegistryProcess, has_no_connection_allows_all_and_keeps_backups) {
+    EXPECT_EQ(freshProcess.connections, 0);
+    EXPECT_EQ(freshProcess.next, 1);
+    EXPECT_EQ(freshProcess.destroyed, 0);
+    EXPECT_EQ(freshProcess.userData, 0);
+    EXPECT_EQ(freshProcess.messages, 0);
+    EXPECT_EQ(freshProcess.unused, 0);
+    EXPECT_EQ(freshProcess.firstSpawn, 1);
+    EXPECT_EQ(freshProcess.cached, 0);
+    EXPECT_EQ(freshProcess.row, 0);
+    EXPECT_EQ(freshProcess.pidKnown, 0);
+    EXPECT_EQ(freshProcess.keepBackup, 1);
+    EXPECT_EQ(freshProcess.options, 0);
+    EXPECT_EQ(freshProcess.systemAllowed, 1);
+    EXPECT_EQ(freshProcess.localAllowed, 1);
+    EXPECT_EQ(freshProcess.programNumber, 0u);
+}
 
 // --- options -------------------------------------------------------------------------------------------------------
 
@@ -81,6 +122,11 @@ TEST_F(RegistryParameters, a_zero_changes_no_number_and_only_the_flush_interval_
     EXPECT_EQ(regdSemaphoreAccess, 3);
     EXPECT_EQ(regdSemaphoreProc, 4);
     EXPECT_EQ(regdPingCheckInterval, 5);
+    EXPECT_EQ(regdSems, 6);
+    for (std::string last : {"-i", "-l", "-m", "-n", "-p", "-s"}) {
+        tvSetRegistryDaemonParamsEx(last.data()); // no value follows
+    }
+    EXPECT_EQ(regdFlushInterval, 1);
     EXPECT_EQ(regdSems, 6);
     char negative[] = "-i -1 -l -2 -p -5";
     tvSetRegistryDaemonParamsEx(negative);
@@ -199,6 +245,13 @@ TEST_F(RegistryParameters, a_given_host_name_is_left_alone_and_an_unset_one_beco
     (void)gethostname(expected, sizeof expected - 1);
     tvGenRegistryONCAddr(own, nullptr, nullptr, nullptr);
     EXPECT_STREQ(own, expected);
+}
+
+TEST_F(RegistryParameters, an_empty_registry_host_is_taken_as_it_is) {
+    setenv("TARVO_REGISTRY_HOST", "", 1);
+    char host[registryHostBytes] = "";
+    tvGenRegistryONCAddr(host, nullptr, nullptr, nullptr);
+    EXPECT_STREQ(host, "");
 }
 
 TEST_F(RegistryParameters, a_host_name_longer_than_its_buffer_is_cut) {
