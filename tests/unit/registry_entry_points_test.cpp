@@ -93,12 +93,15 @@ LONG CreateOrRefuse(HKEY parent, LPCSTR name, DWORD reserved, LPSTR keyClass, DW
 struct TvGetBaseRegistryKey : testing::Test {
     TvGetBaseRegistryKey() {
         _tvRegistryAPISet[0].reg_create_key_ex_a = CreateOrRefuse;
+        _tvRegistryAPISet[0].reg_close_key = RecordSlot<0, HKEY>;
+        slotCalls.clear();
         bCached = 0;
         createdKeys.clear();
         refused.clear();
     }
     ~TvGetBaseRegistryKey() override {
         _tvRegistryAPISet[0].reg_create_key_ex_a = reg_create_key_ex_a;
+        _tvRegistryAPISet[0].reg_close_key = reg_close_key;
         bCached = 0;
     }
     TvGetBaseRegistryKey(const TvGetBaseRegistryKey &) = delete;
@@ -157,6 +160,42 @@ TEST(RegistryEntryPoints, each_calls_its_slot_with_its_arguments_in_order_and_re
     ExpectForwards<46>(RegUnLoadKeyW);
     ExpectForwards<47>(RegQueryVersionInfo);
     ExpectForwards<48>(RegPingDaemon);
+}
+
+TEST(RegistryConstants, have_their_win32_numbers) {
+    EXPECT_EQ(HKEY_CLASSES_ROOT, 0x80000000u);
+    EXPECT_EQ(HKEY_CURRENT_USER, 0x80000001u);
+    EXPECT_EQ(HKEY_LOCAL_MACHINE, 0x80000002u);
+    EXPECT_EQ(HKEY_USERS, 0x80000003u);
+    EXPECT_EQ(HKEY_PERFORMANCE_DATA, 0x80000004u);
+    EXPECT_EQ(HKEY_CURRENT_CONFIG, 0x80000005u);
+    EXPECT_EQ(HKEY_DYN_DATA, 0x80000006u);
+    EXPECT_EQ(KEY_ALL_ACCESS, 0xF003Fu);
+    EXPECT_EQ(REG_NONE, 0u);
+    EXPECT_EQ(REG_SZ, 1u);
+    EXPECT_EQ(REG_EXPAND_SZ, 2u);
+    EXPECT_EQ(REG_BINARY, 3u);
+    EXPECT_EQ(REG_DWORD, 4u);
+    EXPECT_EQ(REG_DWORD_BIG_ENDIAN, 5u);
+    EXPECT_EQ(REG_LINK, 6u);
+    EXPECT_EQ(REG_MULTI_SZ, 7u);
+    EXPECT_EQ(REG_OPTION_NON_VOLATILE, 0u);
+    EXPECT_EQ(REG_OPTION_VOLATILE, 1u);
+    EXPECT_EQ(REG_CREATED_NEW_KEY, 1u);
+    EXPECT_EQ(REG_OPENED_EXISTING_KEY, 2u);
+}
+
+TEST(RegistryTypes, are_as_wide_as_on_32_bit_windows) {
+    EXPECT_EQ(sizeof(BYTE), 1u);
+    EXPECT_EQ(sizeof(WCHAR), 2u);
+    EXPECT_EQ(sizeof(WORD), 2u);
+    EXPECT_EQ(sizeof(LONG), 4u);
+    EXPECT_EQ(sizeof(DWORD), 4u);
+    EXPECT_EQ(sizeof(BOOL), 4u);
+    EXPECT_EQ(sizeof(HKEY), 4u);
+    EXPECT_EQ(sizeof(FILETIME), 8u);
+    EXPECT_LT(LONG(-1), 0);
+    EXPECT_GT(DWORD(-1), 0u);
 }
 
 TEST(RegistryAPISet, row_0_holds_the_operations_in_slot_order_and_row_1_nothing) {
@@ -267,6 +306,7 @@ TEST_F(TvGetBaseRegistryKey, after_corvane_was_refused_software_is_opened_anew_d
     EXPECT_EQ(tvGetBaseRegistryKey(&key), ERROR_SUCCESS);
     ASSERT_EQ(createdKeys.size(), 3u);
     EXPECT_EQ(createdKeys[0].name, "Software");
+    EXPECT_TRUE(slotCalls.empty()) << "a key has been closed";
 }
 
 TEST_F(TvGetBaseRegistryKey, tarvo_refused_leaves_the_two_keys_above_it_cached) {

@@ -93,6 +93,23 @@ TEST_F(RegistryHives, get_security_with_16_of_20_bytes_copies_nothing_and_tells_
     EXPECT_EQ(buffer, Bytes(20, 0xEE));
 }
 
+TEST_F(RegistryHives, get_security_copies_a_descriptor_whatever_the_status) {
+    daemon.Answer("00000001 00000005 00000004 01000480 00000004");
+    Bytes buffer(4, 0xEE);
+    DWORD size = 4;
+    EXPECT_EQ(RegGetKeySecurity(1, 7, buffer.data(), &size), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(InHex(buffer), "01000480");
+}
+
+TEST_F(RegistryHives, get_security_whose_reply_has_no_body_tells_a_size_of_0) {
+    daemon.Answer("00000000");
+    Bytes buffer(4, 0xEE);
+    DWORD size = 4;
+    EXPECT_EQ(RegGetKeySecurity(1, 7, buffer.data(), &size), ERROR_SUCCESS);
+    EXPECT_EQ(buffer, Bytes(4, 0xEE));
+    EXPECT_EQ(size, 0u);
+}
+
 TEST_F(RegistryHives, get_security_stores_the_size_whatever_the_status) {
     daemon.Answer("00000001 0000007a 00000000 00000028");
     DWORD size = 0;

@@ -2,6 +2,8 @@
 // Key operations: what each sends, byte for byte, and what it makes of each field of the reply.
 #include "tests/support/registry_fixture.h"
 
+#include <cstring>
+
 namespace {
 
 using RegistryKeys = RegistryTest;
@@ -75,6 +77,15 @@ TEST_F(RegistryKeys, open_whose_reply_has_no_body_succeeds_with_key_0) {
     HKEY key = 7;
     EXPECT_EQ(RegOpenKeyExA(1, "a", 0, KEY_ALL_ACCESS, &key), ERROR_SUCCESS);
     EXPECT_EQ(key, 0u);
+}
+
+TEST_F(RegistryKeys, create_whose_reply_has_no_body_succeeds_with_key_and_disposition_0) {
+    daemon.Answer("00000000");
+    HKEY key = 7;
+    DWORD disposition = 7;
+    EXPECT_EQ(RegCreateKeyExA(1, "a", 0, nullptr, 0, 0, nullptr, &key, &disposition), ERROR_SUCCESS);
+    EXPECT_EQ(key, 0u);
+    EXPECT_EQ(disposition, 0u);
 }
 
 TEST_F(RegistryKeys, open_ex_sends_sub_key_options_and_flag_but_not_the_access) {
@@ -306,6 +317,22 @@ TEST_F(RegistryKeys, enum_ex_stores_an_empty_name_when_its_length_is_0) {
     EXPECT_EQ(classLength, 0u);
 }
 
+TEST_F(RegistryKeys, enum_ex_whose_reply_has_no_body_gives_empty_names_and_time_0) {
+    daemon.Answer("00000000");
+    char name[16] = "unset";
+    char keyClass[16] = "unset";
+    DWORD nameLength = 16;
+    DWORD classLength = 16;
+    FILETIME time = {1, 2};
+    EXPECT_EQ(RegEnumKeyExA(1, 3, name, &nameLength, nullptr, keyClass, &classLength, &time), ERROR_SUCCESS);
+    EXPECT_STREQ(name, "");
+    EXPECT_STREQ(keyClass, "");
+    EXPECT_EQ(nameLength, 0u);
+    EXPECT_EQ(classLength, 0u);
+    EXPECT_EQ(time.dwLowDateTime, 0u);
+    EXPECT_EQ(time.dwHighDateTime, 0u);
+}
+
 TEST_F(RegistryKeys, enum_ex_copies_a_name_longer_than_the_count_whole_deliberate) {
     daemon.Answer(alpha);
     char name[16] = "unset";
@@ -409,6 +436,24 @@ TEST_F(RegistryKeys, query_info_cuts_a_class_that_does_not_fit_and_answers_234) 
     EXPECT_EQ(subKeys, 1u);
 }
 
+TEST_F(RegistryKeys, query_info_stores_the_fields_whatever_the_status_and_234_takes_its_place) {
+    const std::string denied = "00000001 00000005" + KeyInfo("00000000").substr(std::strlen("00000001 00000000"));
+    daemon.Answer(denied);
+    DWORD classLength = 10;
+    DWORD values = 0;
+    EXPECT_EQ(RegQueryInfoKeyA(1, nullptr, &classLength, nullptr, nullptr, nullptr, nullptr, &values, nullptr, nullptr,
+                               nullptr, nullptr),
+              ERROR_ACCESS_DENIED);
+    EXPECT_EQ(values, 4u);
+
+    daemon.Answer(denied);
+    classLength = 9;
+    EXPECT_EQ(RegQueryInfoKeyA(1, nullptr, &classLength, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                               nullptr, nullptr),
+              ERROR_MORE_DATA);
+    EXPECT_EQ(classLength, 10u);
+}
+
 TEST_F(RegistryKeys, query_info_copies_a_class_that_just_fits_without_a_terminator) {
     daemon.Answer(KeyInfo("00000000"));
     char keyClass[] = "...............";
@@ -500,6 +545,18 @@ TEST_F(RegistryKeys, query_info_wide_without_a_class_length_is_the_narrow_call) 
     ExpectOneCall(15, identity + "00000001 00000000");
 }
 
+TEST_F(RegistryKeys, query_info_wide_with_a_class_length_of_0_is_the_narrow_call) {
+    daemon.Answer(KeyInfo("00000000"));
+    WCHAR keyClass[8] = {};
+    DWORD classLength = 0;
+    EXPECT_EQ(RegQueryInfoKeyW(1, keyClass, &classLength, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                               nullptr, nullptr),
+              ERROR_MORE_DATA);
+    EXPECT_EQ(classLength, 10u);
+    EXPECT_EQ(keyClass[0], 0);
+    ExpectOneCall(15, identity + "00000001 00000000");
+}
+
 // --- connections ---------------------------------------------------------------------------------------------------
 
 TEST_F(RegistryKeys, a_key_of_connection_2_carries_its_number_and_is_sent_without_it) {
@@ -517,4 +574,13 @@ TEST_F(RegistryKeys, a_key_of_connection_2_carries_its_number_and_is_sent_withou
     EXPECT_EQ(InHex(second.calls[1].argument), InHex(Hex(identity + "80000042")));
     EXPECT_TRUE(other.calls.empty());
     ExpectNoCall();
+}
+
+TEST_F(RegistryKeys, the_connections_number_is_added_to_the_daemons_key_as_it_is) {
+    Script &second = NewScript();
+    Connect(2, &second, "two");
+    second.Answer("00000001 00000000 00100042");
+    HKEY key = 0;
+    EXPECT_EQ(RegOpenKeyExA(0x80200002, "a", 0, 0, &key), ERROR_SUCCESS);
+    EXPECT_EQ(key, 0x00300042u);
 }
