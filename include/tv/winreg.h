@@ -145,8 +145,9 @@ LONG RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM samDesire
 LONG RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult);
 
 /* Describes a key. Any pointer may be null; lpcbSecurityDescriptor is never written.
- *   lpcClass   in: bytes of lpClass; out: bytes of the class; 234 when it is longer: as much as fits is copied then,
- * and never a terminator W: no class; its length is 0 after success. */
+ *   lpcClass   in: bytes of lpClass; out: bytes of the class. 234 when it is longer: as much as fits is copied then,
+ *              and never a terminator
+ * W: no class; its length is 0 after success. */
 LONG RegQueryInfoKeyA(HKEY hKey, LPSTR lpClass, LPDWORD lpcClass, LPDWORD lpReserved, LPDWORD lpcSubKeys,
                       LPDWORD lpcMaxSubKeyLen, LPDWORD lpcMaxClassLen, LPDWORD lpcValues, LPDWORD lpcMaxValueNameLen,
                       LPDWORD lpcMaxValueLen, LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime);
