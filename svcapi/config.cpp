@@ -3,6 +3,7 @@
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
+#include "svcapi/limits.h"
 #include "svcapi/listing.h"
 
 #include <cstring>
@@ -72,6 +73,8 @@ BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceCo
 BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
                           LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies,
                           LPCSTR lpServiceStartName, LPCSTR, LPCSTR lpDisplayName) {
+    if (!CanBeLoaded(lpBinaryPathName) || !CanBeLoaded(lpLoadOrderGroup)) return Succeeded(ERROR_INVALID_PARAMETER);
+    if (!CanBeLoaded(lpDisplayName)) return Succeeded(ERROR_INVALID_NAME);
     HandleCall call;
     DWORD rc = BeginServiceCall(hService, &call);
     if (rc == ERROR_SUCCESS && dwErrorControl == SERVICE_NO_CHANGE) {

@@ -70,7 +70,7 @@ DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state,
     }
 }
 
-// The service in record 0, which the enumeration leaves out; nothing when the record is free.
+// The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be.
 DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
     service->reset();
     ListedService found;
@@ -88,6 +88,10 @@ DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
     found.displayName = answer.displayName;
     // The lowest record wins, so a display name of record 0 always leads to its own key name.
     rc = KeyNameOf(link, answer.displayName, &found.name);
+    // One that is marked for deletion cannot be opened, and is not listed in any other record either.
+    std::int32_t index = 0;
+    if (rc == ERROR_SUCCESS) rc = OpenRecord(link, found.name.c_str(), &index);
+    if (rc == ERROR_SUCCESS) rc = CloseRecord(link, index);
     if (rc == ERROR_SUCCESS) *service = std::move(found);
     return rc == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SUCCESS : rc;
 }

@@ -9,6 +9,7 @@
 namespace {
 
 std::atomic<CallClock::time_point> underWaySince;
+std::atomic<std::chrono::milliseconds> firstCallTimeout = std::chrono::milliseconds(75'000);
 
 // Between two calls nothing is to be read from a connection: what can be read is its end.
 bool IsAlive(CLIENT *client) {
@@ -23,6 +24,9 @@ timeval ToTimeval(std::chrono::milliseconds span) {
 } // namespace
 
 CallClock::time_point CallUnderWaySince() { return underWaySince; }
+
+std::chrono::milliseconds FirstCallTimeout() { return firstCallTimeout; }
+void SetFirstCallTimeout(std::chrono::milliseconds timeout) { firstCallTimeout = timeout; }
 
 DWORD Connect(DaemonLink &link) {
     if (link.client != nullptr && IsAlive(link.client.get())) return ERROR_SUCCESS;

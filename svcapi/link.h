@@ -14,13 +14,17 @@
 #include <mutex>
 #include <string>
 
+// The time-out that new links begin with: 75 s, because a start may hold the daemon for 45 s; see tvSetCallTimeout.
+[[nodiscard]] std::chrono::milliseconds FirstCallTimeout();
+void SetFirstCallTimeout(std::chrono::milliseconds timeout);
+
 struct DaemonLink {
     std::timed_mutex busy; // held for the length of one public call; guards all other members
     std::string host;
-    RpcClient client;                                             // null while not connected
-    std::uint16_t port = 0;                                       // where the daemon was reached last, 0 before
-    std::uint32_t restarts = 0;                                   // how often it was found on another port than before
-    std::chrono::milliseconds timeout = std::chrono::seconds(75); // of one call; a start may hold the daemon for 45 s
+    RpcClient client;                                       // null while not connected
+    std::uint16_t port = 0;                                 // where the daemon was reached last, 0 before
+    std::uint32_t restarts = 0;                             // how often it was found on another port than before
+    std::chrono::milliseconds timeout = FirstCallTimeout(); // of one call
 };
 
 // Since when the latest call is waiting for its answer, for whoever tells people why they wait; the clock's epoch while

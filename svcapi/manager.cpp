@@ -66,6 +66,10 @@ BOOL CloseServiceHandle(SC_HANDLE hSCObject) {
 }
 
 BOOL tvSetCallTimeout(SC_HANDLE hSCObject, DWORD milliseconds) {
+    if (hSCObject == nullptr) {
+        SetFirstCallTimeout(std::chrono::milliseconds(milliseconds));
+        return TRUE;
+    }
     std::shared_ptr<OpenHandle> handle = FindHandle(hSCObject, HandleKind::manager);
     if (handle == nullptr) handle = FindHandle(hSCObject, HandleKind::service);
     if (handle == nullptr) return Succeeded(ERROR_INVALID_HANDLE);

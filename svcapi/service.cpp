@@ -3,6 +3,7 @@
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
+#include "svcapi/limits.h"
 #include "svcapi/listing.h"
 
 #include <algorithm>
@@ -138,11 +139,12 @@ SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDi
                          DWORD dwStartType, DWORD dwErrorControl, LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup,
                          LPDWORD lpdwTagId, LPCSTR lpDependencies, LPCSTR lpServiceStartName, LPCSTR) {
     const bool hasGroup = lpLoadOrderGroup != nullptr && *lpLoadOrderGroup != '\0';
-    if (lpServiceName == nullptr || lpBinaryPathName == nullptr || (lpdwTagId != nullptr && !hasGroup)) {
+    if (lpServiceName == nullptr || lpBinaryPathName == nullptr || (lpdwTagId != nullptr && !hasGroup) ||
+        !CanBeLoaded(lpBinaryPathName) || !CanBeLoaded(lpLoadOrderGroup)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    if (*lpServiceName == '\0') {
+    if (!IsServiceName(lpServiceName) || !CanBeLoaded(lpDisplayName)) {
         SetLastError(ERROR_INVALID_NAME);
         return nullptr;
     }

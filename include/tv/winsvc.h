@@ -177,7 +177,9 @@ BOOL CloseServiceHandle(SC_HANDLE hSCObject);
  *   lpDependencies      multi-string of service names and "+group" names; null for none
  *   lpServiceStartName  the Unix user to run as; null or "" for the daemon's own
  *   lpPassword          not used
- * 123 ERROR_INVALID_NAME, 1057 ERROR_INVALID_SERVICE_ACCOUNT, 1059 ERROR_CIRCULAR_DEPENDENCY, 1065
+ * 87 ERROR_INVALID_PARAMETER also for an image path or a group of more than 1023 bytes, 123 ERROR_INVALID_NAME for a
+ * name that is empty or has a slash or a backslash in it, and for a name or display name of more than 1023 bytes: the
+ * daemon could not load its database with it; 1057 ERROR_INVALID_SERVICE_ACCOUNT, 1059 ERROR_CIRCULAR_DEPENDENCY, 1065
  * ERROR_DATABASE_DOES_NOT_EXIST (registry), 1073 ERROR_SERVICE_EXISTS. Differs from Win32: type, start type and error
  * control are stored unchecked, and a held database lock does not matter. */
 SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDisplayName, DWORD dwDesiredAccess,
@@ -232,8 +234,9 @@ BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceCo
                          LPDWORD pcbBytesNeeded);
 
 /* Changes the configuration: SERVICE_NO_CHANGE and null leave a field as it is. lpdwTagId asks for a tag. 52
- * ERROR_DUP_NAME (display name taken), 1057, 1059, 1072. The password is not used. A load-order group cannot be taken
- * away again: "" names no group but is stored. */
+ * ERROR_DUP_NAME (display name taken), 1057, 1059, 1072; 87 and 123 for what is too long, as in CreateServiceA. The
+ * password is not used. A load-order group cannot be taken away again: "" names no group but is stored. An account of
+ * "" stands for user id 0, other than in CreateServiceA. */
 BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
                           LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies,
                           LPCSTR lpServiceStartName, LPCSTR lpPassword, LPCSTR lpDisplayName);
@@ -260,7 +263,8 @@ BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServ
 /* OpenSCManagerA, but also when the daemon could not load its database. *initCode: 0 or 1065; may be null. */
 SC_HANDLE tvOpenDaemon(LPCSTR host, LPDWORD initCode);
 
-/* Limits every later call through this handle, and through services opened with it, to so many milliseconds. */
+/* Limits every later call through this handle, and through services opened with it, to so many milliseconds. With null:
+ * every call through the handles that are opened from now on, the calls that open them included. */
 BOOL tvSetCallTimeout(SC_HANDLE hSCObject, DWORD milliseconds);
 
 /* The null procedure: TRUE once the daemon has answered. */

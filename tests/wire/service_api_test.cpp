@@ -188,6 +188,46 @@ TEST_F(ServiceApi, a_tag_without_a_group_is_refused_unsent) {
     EXPECT_THAT(ProceduresCalled(), ElementsAre(CONNECT_SERVICE));
 }
 
+// With any of these in the registry the daemon would start without a single service.
+TEST_F(ServiceApi, a_service_that_could_not_be_loaded_again_is_refused_unsent) {
+    const std::string fits(1023, 'x'), tooLong(1024, 'x');
+    const auto create = [&](const std::string &name, const std::string &display, const std::string &image,
+                            const std::string &group) -> DWORD {
+        const SC_HANDLE made = CreateServiceA(manager, name.c_str(), display.c_str(), 0, 0x10, 2, 1, image.c_str(),
+                                              group.c_str(), nullptr, nullptr, nullptr, nullptr);
+        if (made == nullptr) return GetLastError();
+        (void)CloseServiceHandle(made);
+        return ERROR_SUCCESS;
+    };
+    OnCall<servd_SERV_CREATE_SERVICE, servd_SERV_CREATE_SERVICE_RETURN>(
+        CREATE_SERVICE, [](servd_SERV_CREATE_SERVICE &) {
+            return servd_SERV_CREATE_SERVICE_RETURN{0, 8, 0};
+        });
+    Open();
+    for (const std::string &name : {std::string(), std::string("a\\b"), std::string("a/b"), tooLong}) {
+        EXPECT_EQ(create(name, "Web", "/image", "grp"), DWORD{ERROR_INVALID_NAME}) << name;
+    }
+    EXPECT_EQ(create("web", tooLong, "/image", "grp"), DWORD{ERROR_INVALID_NAME});
+    EXPECT_EQ(create("web", "Web", tooLong, "grp"), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(create("web", "Web", "/image", tooLong), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_THAT(ProceduresCalled(), ElementsAre(CONNECT_SERVICE));
+    EXPECT_EQ(create(fits, fits, fits, fits), DWORD{ERROR_SUCCESS});
+}
+
+TEST_F(ServiceApi, a_change_that_could_not_be_loaded_again_is_refused_unsent) {
+    const std::string tooLong(1024, 'x');
+    const auto change = [&](const char *image, const char *group, const char *display) {
+        EXPECT_FALSE(ChangeServiceConfigA(service, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, 1, image, group, nullptr,
+                                          nullptr, nullptr, nullptr, display));
+        return GetLastError();
+    };
+    OpenWeb();
+    EXPECT_EQ(change(tooLong.c_str(), nullptr, nullptr), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(change(nullptr, tooLong.c_str(), nullptr), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(change(nullptr, nullptr, tooLong.c_str()), DWORD{ERROR_INVALID_NAME});
+    EXPECT_THAT(ProceduresCalled(), ElementsAre(CONNECT_SERVICE, OPEN_SERVICE));
+}
+
 TEST_F(ServiceApi, start_arguments_travel_in_order) {
     std::vector<std::string> arguments;
     std::int32_t argc = 0;
@@ -492,6 +532,17 @@ TEST_F(ServiceApi, a_call_ends_at_its_time_out) {
     EXPECT_FALSE(QueryServiceStatus(service, &status));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_TIMEOUT});
     EXPECT_LT(MonotonicMs() - before, 2000);
+}
+
+// A daemon that starts its automatic services is connected to at once and answers minutes later.
+TEST_F(ServiceApi, a_time_out_without_a_handle_limits_opening_too) {
+    SetScript(CONNECT_SERVICE, [](SVCXPRT *) {});
+    ASSERT_TRUE(tvSetCallTimeout(nullptr, 200));
+    const std::int64_t before = MonotonicMs();
+    EXPECT_EQ(tvOpenDaemon(nullptr, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_TIMEOUT});
+    EXPECT_LT(MonotonicMs() - before, 5000);
+    ASSERT_TRUE(tvSetCallTimeout(nullptr, 75000));
 }
 
 TEST_F(ServiceApi, stopping_the_daemon_needs_no_answer) {
