@@ -14,7 +14,8 @@ namespace {
 constexpr const char *actionNames[] = {"", "stop", "pause", "continue", "interrogate"};
 
 std::string ActionName(DWORD control) {
-    return control <= SERVICE_CONTROL_INTERROGATE ? actionNames[control] : fmt::format("control {}", control);
+    const bool hasName = control >= SERVICE_CONTROL_STOP && control <= SERVICE_CONTROL_INTERROGATE;
+    return hasName ? actionNames[control] : fmt::format("control {}", control);
 }
 
 // Opens a service for an action, or notes why not.

@@ -44,13 +44,21 @@ DWORD PrepareImage(const CreateOptions &create, HostParameters *parameters, std:
                        create.stopTimeoutMs.value_or(defaultStopTimeoutMs)};
         return image->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
     }
-    if (!create.program.empty()) return WriteLauncher(create.name, create.program, image, problem);
+    if (!create.program.empty()) return PlanLauncher(create.name, create.program, image, problem);
     *problem = fmt::format("{}: {}", create.image, WhyNoLauncher(create.image));
     return WhyNoLauncher(create.image).empty() ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
-// An image that the daemon could not run shows only as 1053 after 15 seconds, so it is looked at here.
-bool CanBeImage(const std::string &image) { return image.size() < 1024; }
+// "not created", with what the code does not say of itself.
+std::string RefusalText(const char *refused, DWORD code) {
+    switch (code) {
+    case ERROR_INVALID_NAME:
+        return fmt::format("{}: a name has no slash and no backslash in it, and 1 to 1023 bytes", refused);
+    case ERROR_INVALID_PARAMETER:
+        return fmt::format("{}: image path and group have at most 1023 bytes, and a tag needs a group", refused);
+    default: return refused;
+    }
+}
 
 std::vector<std::string> SplitAtCommas(const std::string &text) {
     std::vector<std::string> parts;
@@ -114,41 +122,11 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
     }
 }
 
-} // namespace
-
-int RunCreate(Session &session, const CreateOptions &create) {
-    HostParameters parameters;
-    std::string image, problem;
-    const DWORD prepared = PrepareImage(create, &parameters, &image, &problem);
-    if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
-    if (!CanBeImage(image)) {
-        return Refuse(session, create.name, "create", ERROR_INVALID_PARAMETER, "the image path is too long");
-    }
-    DWORD tag = 0;
-    const std::string dependencies = JoinMultiString(create.dependencies);
-    const ServiceHandle service(CreateServiceA(
-        session.manager.get(), create.name.c_str(), create.display.empty() ? nullptr : create.display.c_str(),
-        SERVICE_ALL_ACCESS, create.type, create.startType, create.errorControl, image.c_str(), create.group.c_str(),
-        create.tag ? &tag : nullptr, create.dependencies.empty() ? nullptr : dependencies.c_str(), create.user.c_str(),
-        nullptr));
-    if (service == nullptr) return Refuse(session, create.name, "create", GetLastError(), "not created");
-    if (!create.exec.empty()) {
-        const DWORD rc = WriteHostParameters(create.name, parameters);
-        if (rc != ERROR_SUCCESS) {
-            (void)DeleteService(service.get()); // half a service is none
-            return Refuse(session, create.name, "create", rc, "its parameters cannot be written");
-        }
-    }
-    Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");
-    return Finish(session);
-}
-
-int RunConfig(Session &session, const ConfigOptions &config) {
-    const ServiceHandle service(OpenServiceA(session.manager.get(), config.name.c_str(), SERVICE_ALL_ACCESS));
-    if (service == nullptr) return Refuse(session, config.name, "config", GetLastError(), "");
-    if (config.image && !WhyNoLauncher(*config.image).empty()) {
-        return Refuse(session, config.name, "config", ERROR_PATH_NOT_FOUND,
-                      fmt::format("{}: {}", *config.image, WhyNoLauncher(*config.image)));
+void ChangeOne(Session &session, const std::string &name, const ConfigOptions &config) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
+    if (service == nullptr) {
+        Failed(session, name, "config", GetLastError());
+        return;
     }
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(SplitAtCommas(config.dependencies.value_or("")));
@@ -157,8 +135,54 @@ int RunConfig(Session &session, const ConfigOptions &config) {
         config.errorControl.value_or(SERVICE_NO_CHANGE), OrNull(config.image), OrNull(config.group),
         config.tag ? &tag : nullptr, config.dependencies ? dependencies.c_str() : nullptr, OrNull(config.user), nullptr,
         OrNull(config.display));
-    if (!changed) return Refuse(session, config.name, "config", GetLastError(), "not changed");
-    Done(session, config.name, "config", config.tag ? fmt::format("changed, tag {}", tag) : "changed");
+    if (changed) {
+        Done(session, name, "config", config.tag ? fmt::format("changed, tag {}", tag) : "changed");
+    } else {
+        const DWORD code = GetLastError();
+        Failed(session, name, "config", code, RefusalText("not changed", code));
+    }
+}
+
+} // namespace
+
+int RunCreate(Session &session, const CreateOptions &create) {
+    HostParameters parameters;
+    std::string image, problem;
+    const DWORD prepared = PrepareImage(create, &parameters, &image, &problem);
+    if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
+    DWORD tag = 0;
+    const std::string dependencies = JoinMultiString(create.dependencies);
+    const ServiceHandle service(CreateServiceA(
+        session.manager.get(), create.name.c_str(), create.display.empty() ? nullptr : create.display.c_str(),
+        SERVICE_ALL_ACCESS, create.type, create.startType, create.errorControl, image.c_str(), create.group.c_str(),
+        create.tag ? &tag : nullptr, create.dependencies.empty() ? nullptr : dependencies.c_str(), create.user.c_str(),
+        nullptr));
+    if (service == nullptr) {
+        const DWORD code = GetLastError();
+        return Refuse(session, create.name, "create", code, RefusalText("not created", code));
+    }
+    // Only now: another service of this name would have lost what it runs.
+    DWORD written = ERROR_SUCCESS;
+    if (!create.exec.empty()) written = WriteHostParameters(create.name, parameters);
+    if (!create.program.empty()) written = WriteLauncher(create.name, create.program);
+    if (written != ERROR_SUCCESS) {
+        (void)DeleteService(service.get()); // half a service is none
+        return Refuse(session, create.name, "create", written,
+                      create.exec.empty() ? fmt::format("{} cannot be written", image)
+                                          : "its parameters cannot be written");
+    }
+    Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");
+    return Finish(session);
+}
+
+int RunConfig(Session &session, const ConfigOptions &config) {
+    if (config.image && !WhyNoLauncher(*config.image).empty()) {
+        return Refuse(session, config.name, "config", ERROR_PATH_NOT_FOUND,
+                      fmt::format("{}: {}", *config.image, WhyNoLauncher(*config.image)));
+    }
+    for (const std::string &name : ResolveNames(session, {config.name}, "config").names) {
+        ChangeOne(session, name, config);
+    }
     return Finish(session);
 }
 

@@ -17,11 +17,19 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto onlinePause = std::chrono::milliseconds(100);
 constexpr auto pingPause = std::chrono::milliseconds(200);
-constexpr auto goodbyeLimit = std::chrono::seconds(10);
+constexpr double goodbyeLimitSec = 10;
 
-bool IsDaemonThere(const Options &options) {
+// Whether the daemon answers within a call's time-out, or before `limit` where that comes earlier.
+bool IsDaemonThere(const Options &options, Clock::time_point limit) {
+    const double leftSec = std::chrono::duration<double>(limit - Clock::now()).count();
+    const double timeoutSec = std::min(std::max(leftSec, 0.1), options.callTimeoutSec);
+    (void)tvSetCallTimeout(nullptr, static_cast<DWORD>(timeoutSec * 1000)); // null is always valid
     DWORD initCode = 0;
     return ServiceHandle(tvOpenDaemon(options.host.c_str(), &initCode)) != nullptr;
+}
+
+Clock::time_point After(double seconds) {
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
 double TimedPing(Session &session, bool *answered) {
@@ -48,10 +56,9 @@ int RunPing(const Options &options, int count) {
 }
 
 int RunWaitOnline(const Options &options) {
-    const Clock::time_point begin = Clock::now();
-    const auto limit = std::chrono::duration<double>(options.waitTimeoutSec);
-    while (!IsDaemonThere(options)) {
-        if (Clock::now() - begin > limit) {
+    const Clock::time_point limit = After(options.waitTimeoutSec);
+    while (!IsDaemonThere(options, limit)) {
+        if (Clock::now() > limit) {
             fmt::print(stderr, "tvsc: the service daemon does not answer: {}\n", CodeText(GetLastError()));
             return EXIT_TIMED_OUT;
         }
@@ -82,9 +89,9 @@ int RunDaemonStop(const Options &options) {
         Failed(session, options.host, "daemon stop", GetLastError());
         return Finish(session);
     }
-    const Clock::time_point begin = Clock::now();
-    while (IsDaemonThere(options)) {
-        if (Clock::now() - begin > goodbyeLimit) {
+    const Clock::time_point limit = After(goodbyeLimitSec);
+    while (IsDaemonThere(options, limit)) {
+        if (Clock::now() > limit) {
             Failed(session, options.host, "daemon stop", ERROR_TIMEOUT, "still there");
             return Finish(session);
         }

@@ -18,6 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr char launcherFolder[] = "/etc/tv/services";
 constexpr char hostLauncherName[] = "tvhost.csh";
+constexpr auto launcherMode = static_cast<fs::perms>(0644);
 
 fs::path PathOf(const std::string &name) { return fs::path(launcherFolder) / (name + ".csh"); }
 
@@ -61,21 +62,30 @@ bool IsProgram(const std::string &path) {
            access(path.c_str(), X_OK) == 0;
 }
 
-DWORD WriteLauncher(const std::string &name, const std::string &commandLine, std::string *path, std::string *problem) {
+DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *path, std::string *problem) {
     const auto words = SplitCommandLine(commandLine);
     *problem = "the command line cannot be split into words, or does not begin with the path of a program";
     if (!words || words->empty() || !IsProgram(words->front())) return ERROR_INVALID_PARAMETER;
+    *problem = "a launcher cannot hold the end of a line";
+    if (commandLine.find('\n') != std::string::npos) return ERROR_INVALID_PARAMETER;
     *problem = "the name cannot be a file name";
-    if (name.empty() || name.front() == '.' || name.find('/') != std::string::npos) return ERROR_INVALID_NAME;
-    *problem = fmt::format("{} cannot be written", PathOf(name).string());
+    if (name.empty() || name.front() == '.' || name.find_first_of("/\n") != std::string::npos)
+        return ERROR_INVALID_NAME;
+    *path = PathOf(name);
+    return ERROR_SUCCESS;
+}
+
+DWORD WriteLauncher(const std::string &name, const std::string &commandLine) {
+    const auto words = SplitCommandLine(commandLine);
+    if (!words) return ERROR_INVALID_PARAMETER;
     std::error_code failed;
     fs::create_directories(launcherFolder, failed);
     std::ofstream file(PathOf(name));
     file << LauncherText(name, *words);
     file.close();
-    if (!file) return ERROR_ACCESS_DENIED;
-    *path = PathOf(name);
-    return ERROR_SUCCESS;
+    // The service's user reads it, whatever the mask of the one who creates the service.
+    if (file) fs::permissions(PathOf(name), launcherMode, failed);
+    return file && !failed ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
 }
 
 bool RemoveLauncher(const std::string &name) {

@@ -12,9 +12,12 @@
 // The launcher of tvhost: beside tvsc itself in a build tree, else where it is installed. Empty when there is none.
 [[nodiscard]] std::string HostLauncherPath();
 
-// Writes /etc/tv/services/NAME.csh, which runs a command line. Returns 0 and the path, or a code and a text.
-[[nodiscard]] DWORD WriteLauncher(const std::string &name, const std::string &commandLine, std::string *path,
-                                  std::string *problem);
+// The launcher of a service that runs a command line, /etc/tv/services/NAME.csh. Returns 0 and the path, or a code and
+// a text: nothing is written yet.
+[[nodiscard]] DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *path,
+                                 std::string *problem);
+// Writes what was planned. Returns 0 or 5 ERROR_ACCESS_DENIED.
+[[nodiscard]] DWORD WriteLauncher(const std::string &name, const std::string &commandLine);
 // Removes it. False when there was none.
 bool RemoveLauncher(const std::string &name);
 

@@ -6,6 +6,7 @@
 #include "svcapi/pid_file.h"
 #include "tvsc/json_output.h"
 #include "tvsc/tvsc.h"
+#include "util/win32_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -56,8 +57,11 @@ std::string RemarkOn(const ListedService &service) {
 }
 
 bool PassesFilter(const ListedService &service, const ListFilter &filter) {
-    const bool stateFits = filter.state.empty() || StateWord(service.status.dwCurrentState, true) == filter.state ||
-                           (filter.state == "failed" && HasFailed(service.status));
+    const bool stateFits =
+        filter.states.empty() || std::any_of(filter.states.begin(), filter.states.end(), [&](const std::string &state) {
+            return state == "failed" ? HasFailed(service.status)
+                                     : state == StateWord(service.status.dwCurrentState, true);
+        });
     const bool nameFits = filter.patterns.empty() ||
                           std::any_of(filter.patterns.begin(), filter.patterns.end(), [&](const std::string &pattern) {
                               return fnmatch(pattern.c_str(), service.name.c_str(), 0) == 0;
@@ -192,6 +196,10 @@ void LookCloser(Session &session, StatusLook look, ServiceView *view) {
     view->source = "interrogate";
 }
 
+ServiceView ViewOf(const ListedService &service) {
+    return {service, service.complete ? "enumeration" : "peek", ReadPidFile(service.name), std::nullopt};
+}
+
 // The services of these names as they stand, or a note of a failure.
 std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string> &patterns,
                                  const std::string &action) {
@@ -201,7 +209,7 @@ std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string
     if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return views;
     for (const std::string &name : resolved.names) {
         for (const ListedService &service : services) {
-            if (service.name == name) views.push_back({service, "enumeration", ReadPidFile(name), std::nullopt});
+            if (service.name == name) views.push_back(ViewOf(service));
         }
     }
     return views;
@@ -229,8 +237,11 @@ int RunList(Session &session, const ListFilter &filter) {
     std::vector<ServiceView> views;
     for (const ListedService &service : services) {
         if (!PassesFilter(service, filter)) continue;
-        views.push_back({service, service.complete ? "enumeration" : "peek", ReadPidFile(service.name), std::nullopt});
-        if (!filter.brief && !filter.namesOnly) views.back().config = ReadConfigByName(session, service.name);
+        ServiceView view = ViewOf(service);
+        const bool wantsConfig = (!filter.brief && !filter.namesOnly) || !filter.group.empty();
+        if (wantsConfig) view.config = ReadConfigByName(session, service.name);
+        if (!filter.group.empty() && (!view.config || view.config->group != filter.group)) continue;
+        views.push_back(std::move(view));
     }
     if (session.options.json) {
         PrintServicesJson(session, views);
@@ -298,7 +309,7 @@ int RunDeps(Session &session, const std::string &name, bool dependents) {
             }
         }
     }
-    return session.results.empty() ? EXIT_DONE : session.results.front().exitStatus;
+    return session.results.empty() ? EXIT_DONE : Finish(session);
 }
 
 int RunName(Session &session, const std::string &name) {
@@ -322,12 +333,15 @@ int RunName(Session &session, const std::string &name) {
 }
 
 int RunExplain(const Options &options, DWORD code) {
+    const bool isKnown = Win32ErrorName(code) != nullptr;
     if (options.json) {
         PrintExplanationJson(code);
-    } else {
+    } else if (isKnown) {
         fmt::print("{}\n", CodeText(code));
+    } else {
+        fmt::print(stderr, "tvsc: {}: none of the codes that are answered here\n", code);
     }
-    return EXIT_DONE;
+    return isKnown ? EXIT_DONE : EXIT_FAILED;
 }
 
 int RunLockStatus(Session &session) {
@@ -383,6 +397,7 @@ int RunWithLock(Session &session, const std::vector<std::string> &command) {
         sigset_t none;
         sigemptyset(&none);
         (void)sigprocmask(SIG_SETMASK, &none, nullptr); // interrupts are blocked here, for a thread that waits for them
+        (void)signal(SIGPIPE, SIG_DFL);                 // and this one is ignored
         execvp(argv[0], argv.data());
         fmt::print(stderr, "tvsc: {}: {}\n", command.front(), std::strerror(errno));
         _exit(127);

@@ -9,11 +9,15 @@
 #include "tvsc/tvsc.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <thread>
@@ -36,10 +40,37 @@ const std::map<std::string, DWORD> errorControls = {{"ignore", SERVICE_ERROR_IGN
 const std::map<std::string, DWORD> waitStates = {
     {"running", SERVICE_RUNNING}, {"stopped", SERVICE_STOPPED}, {"paused", SERVICE_PAUSED}};
 const std::map<std::string, double> timeUnits = {{"ms", 0.001}, {"s", 1}, {"min", 60}, {"h", 3600}};
+constexpr double longestTimeSec = 1'000'000;
+constexpr double shortestCallSec = 0.001; // no time at all would mean not to wait for an answer
 
-// A number of seconds, or a number with a unit.
-CLI::Validator ReadTime() {
-    return CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL).description("");
+// A number of seconds, or a number with a unit; at least `least` seconds.
+CLI::Validator ReadTime(double least = 0) {
+    const CLI::Validator read = CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL);
+    return CLI::Validator(
+        [read, least](std::string &time) -> std::string {
+            const std::string said = time;
+            if (read(time).empty() && std::stod(time) >= least && std::stod(time) <= longestTimeSec) return "";
+            return fmt::format("{}: no time: seconds, or a number with ms, s, min or h behind it", said);
+        },
+        "");
+}
+
+// One word of several; the number that it stands for takes its place.
+CLI::Validator ReadWord(const std::map<std::string, DWORD> &words) {
+    return CLI::Validator(
+        [words](std::string &word) -> std::string {
+            const auto found = words.find(word);
+            if (found == words.end()) {
+                std::vector<std::string> known;
+                for (const auto &entry : words) {
+                    known.push_back(entry.first);
+                }
+                return fmt::format("{}: none of {}", word, fmt::join(known, ", "));
+            }
+            word = std::to_string(found->second);
+            return "";
+        },
+        "");
 }
 
 // All that the command line can say.
@@ -69,20 +100,21 @@ struct CommandLine {
 
 using SessionCommand = std::function<int(Session &)>;
 
+int RunInSession(const CommandLine &line, const SessionCommand &command) {
+    Session session;
+    session.options = line.options;
+    const int opened = OpenSession(session, true);
+    if (opened == EXIT_DONE) return command(session);
+    (void)Finish(session); // for the JSON; the status is that of the connection
+    return line.asksStatus ? static_cast<int>(STATUS_UNKNOWN) : opened;
+}
+
 // A subcommand that needs a session with a loaded database.
 CLI::App *AddCommand(CLI::App &parent, CommandLine &line, const std::string &name, const std::string &help,
                      SessionCommand command) {
     CLI::App *added = parent.add_subcommand(name, help);
-    added->callback([&line, command = std::move(command)] {
-        line.run = [&line, command] {
-            Session session;
-            session.options = line.options;
-            const int opened = OpenSession(session, true);
-            if (opened == EXIT_DONE) return command(session);
-            (void)Finish(session); // for the JSON; the status is that of the connection
-            return line.asksStatus ? static_cast<int>(STATUS_UNKNOWN) : opened;
-        };
-    });
+    added->callback(
+        [&line, command = std::move(command)] { line.run = [&line, command] { return RunInSession(line, command); }; });
     return added;
 }
 
@@ -92,6 +124,20 @@ CLI::App *AddStatusCommand(CLI::App &parent, CommandLine &line, const std::strin
     CLI::App *added = AddCommand(parent, line, name, help, std::move(command));
     added->parse_complete_callback([&line] { line.asksStatus = true; });
     return added;
+}
+
+// A state as JSON names it, or failed.
+CLI::Validator ReadState() {
+    return CLI::Validator(
+        [](std::string &word) -> std::string {
+            std::vector<std::string> known = {"failed"};
+            for (DWORD state = SERVICE_STOPPED; state <= SERVICE_PAUSED; ++state) {
+                known.push_back(StateWord(state, true));
+            }
+            const bool isKnown = std::find(known.begin(), known.end(), word) != known.end();
+            return isKnown ? "" : fmt::format("{}: none of {}", word, fmt::join(known, ", "));
+        },
+        "");
 }
 
 void AddNames(CLI::App *command, CommandLine &line, bool required = true) {
@@ -111,7 +157,11 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     CLI::App *list = AddCommand(app, line, "list", "List services",
                                 [&line](Session &session) { return RunList(session, line.list); });
     list->add_option("pattern", line.list.patterns, "Only names that match (* ? [])");
-    list->add_option("--state", line.list.state, "Only services in this state: running, stopped, failed, ...");
+    list->add_option("--state", line.list.states, "Only services in these states: running,stopped,failed,...")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(ReadState());
+    list->add_option("--group", line.list.group, "Only services of this load-order group");
     list->add_flag("--names-only", line.list.namesOnly, "Names, one a line");
     list->add_flag("--brief", line.list.brief, "Leave out what configurations tell: fewer calls");
 
@@ -202,7 +252,7 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     AddNames(wait, line);
     AddWaitOptions(wait, line);
     wait->add_option("--for", line.waitState, "running, stopped or paused")
-        ->transform(CLI::CheckedTransformer(waitStates).description(""))
+        ->transform(ReadWord(waitStates))
         ->type_name("STATE");
     AddNames(AddCommand(app, line, "reset", "Have the daemon forget a service that is not there any more",
                         [&line](Session &session) { return RunReset(session, line.names); }),
@@ -215,49 +265,61 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
                                    [&line](Session &session) { return RunCreate(session, line.create); });
     command->add_option("name", create.name)->required();
     auto *image = command->add_option_group("image", "What is run: exactly one of");
-    image->add_option("--exec", create.exec, "Any program and its arguments, run by tvhost");
+    auto *exec = image->add_option("--exec", create.exec, "Any program and its arguments, run by tvhost");
     image->add_option("--program", create.program, "A service program and its arguments; writes a launcher");
     image->add_option("--image", create.image, "A csh script that ends in exec");
     image->require_option(1);
     command->add_option("--display", create.display, "Display name (default: the name)");
     command->add_option("--start", create.startType, "auto, demand, disabled, boot or system")
-        ->transform(CLI::CheckedTransformer(startTypes).description(""))
+        ->transform(ReadWord(startTypes))
         ->type_name("WORD");
     command->add_option("--type", create.type, "own, share, kernel or filesys")
-        ->transform(CLI::CheckedTransformer(serviceTypes).description(""))
+        ->transform(ReadWord(serviceTypes))
         ->type_name("WORD");
     command->add_option("--error", create.errorControl, "ignore, normal, severe or critical")
-        ->transform(CLI::CheckedTransformer(errorControls).description(""))
+        ->transform(ReadWord(errorControls))
         ->type_name("WORD");
-    command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")->delimiter(',');
-    command->add_option("--group", create.group, "Load-order group");
-    command->add_flag("--tag", create.tag, "Ask for a tag inside the group");
+    command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    auto *group = command->add_option("--group", create.group, "Load-order group");
+    command->add_flag("--tag", create.tag, "Ask for a tag inside the group")->needs(group);
     command->add_option("--user", create.user, "Unix user to run as (default: the daemon's)");
-    command->add_option("--env", create.environment, "NAME=VALUE for the program, with --exec");
-    command->add_option("--cwd", create.directory, "Working directory, with --exec");
-    command->add_option("--stdout", create.standardOutput, "File for its standard output, with --exec");
-    command->add_option("--stderr", create.standardError, "File for its standard error, with --exec");
-    command->add_option("--stop-timeout-ms", create.stopTimeoutMs, "Time before it is killed, with --exec");
+    command->add_option("--env", create.environment, "NAME=VALUE for the program, with --exec")
+        ->allow_extra_args(false)
+        ->needs(exec);
+    command->add_option("--cwd", create.directory, "Working directory, with --exec")->needs(exec);
+    command->add_option("--stdout", create.standardOutput, "File for its standard output, with --exec")->needs(exec);
+    command->add_option("--stderr", create.standardError, "File for its standard error, with --exec")->needs(exec);
+    command->add_option("--stop-timeout-ms", create.stopTimeoutMs, "Time before it is killed, with --exec")
+        ->needs(exec);
+}
+
+bool ChangesSomething(const ConfigOptions &config) {
+    return config.display || config.image || config.group || config.user || config.type || config.startType ||
+           config.errorControl || config.dependencies || config.tag;
 }
 
 void AddConfigureCommands(CLI::App &app, CommandLine &line) {
     AddCreateCommand(app, line);
     ConfigOptions &config = line.config;
-    CLI::App *change = AddCommand(app, line, "config", "Change a service's configuration",
-                                  [&line](Session &session) { return RunConfig(session, line.config); });
+    CLI::App *change = AddCommand(app, line, "config", "Change a service's configuration", [&line](Session &session) {
+        if (!ChangesSomething(line.config)) throw CLI::RequiredError("something to change");
+        return RunConfig(session, line.config);
+    });
     change->add_option("name", config.name)->required();
     change->add_option("--display", config.display, "Display name");
     change->add_option("--image", config.image, "A csh script that ends in exec");
     change->add_option("--group", config.group, "Load-order group");
     change->add_option("--user", config.user, "Unix user to run as");
     change->add_option("--start", config.startType, "auto, demand, disabled, boot or system")
-        ->transform(CLI::CheckedTransformer(startTypes).description(""))
+        ->transform(ReadWord(startTypes))
         ->type_name("WORD");
     change->add_option("--type", config.type, "own, share, kernel or filesys")
-        ->transform(CLI::CheckedTransformer(serviceTypes).description(""))
+        ->transform(ReadWord(serviceTypes))
         ->type_name("WORD");
     change->add_option("--error", config.errorControl, "ignore, normal, severe or critical")
-        ->transform(CLI::CheckedTransformer(errorControls).description(""))
+        ->transform(ReadWord(errorControls))
         ->type_name("WORD");
     change->add_option("--depends", config.dependencies, "Services, and groups with a leading +; \"\" for none");
     change->add_flag("--tag", config.tag, "Ask for a tag inside the group");
@@ -305,25 +367,33 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_option("--host", line.options.host, "Host of the daemon")->envname("TVSC_HOST")->capture_default_str();
     app.add_option("--call-timeout", line.options.callTimeoutSec, "Longest single call to the daemon")
         ->envname("TVSC_TIMEOUT")
-        ->transform(ReadTime())
+        ->transform(ReadTime(shortestCallSec))
         ->type_name("TIME")
         ->capture_default_str();
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
     app.set_version_flag("--version", "tvsc " TV_VERSION);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.fallthrough();
     app.get_formatter()->column_width(28);
 }
 
 std::atomic<bool> interrupted;
 
-// Ends the program through exit on an interrupt, in a thread of its own: handles are given back there.
+bool IsIgnored(int signal) {
+    struct sigaction present = {};
+    return sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
+
+// Ends the program through exit on an interrupt, in a thread of its own: handles are given back there. For their sake a
+// closed terminal or pipe must not end it at once either.
 void ExitOnInterrupt() {
     sigset_t interrupts;
     sigemptyset(&interrupts);
     sigaddset(&interrupts, SIGINT);
     sigaddset(&interrupts, SIGTERM);
+    if (!IsIgnored(SIGHUP)) sigaddset(&interrupts, SIGHUP);
+    (void)signal(SIGPIPE, SIG_IGN);
     pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
     std::thread([interrupts] {
         int signal = 0;
@@ -333,6 +403,28 @@ void ExitOnInterrupt() {
         std::fputs("tvsc: interrupted; what was asked for may still be carried out\n", stderr);
         std::exit(signal == SIGINT ? EXIT_INTERRUPTED : 128 + signal);
     }).detach();
+}
+
+// The command that the line got to.
+const CLI::App &CommandReached(const CLI::App &app) {
+    const CLI::App *reached = &app;
+    while (!reached->get_subcommands().empty()) {
+        reached = reached->get_subcommands().front();
+    }
+    return *reached;
+}
+
+// What stands on the command line and means nothing: a command, an option, or an argument too many.
+void SayUnknown(const CLI::App &app, const std::string &word) {
+    std::vector<std::string> commands;
+    for (const CLI::App *command : CommandReached(app).get_subcommands(nullptr)) {
+        commands.push_back(command->get_name());
+    }
+    const bool isCommand = !commands.empty() && word.front() != '-';
+    fmt::print(stderr, "tvsc: {}: {}\n", word, isCommand ? "no such command" : "not expected here");
+    const std::vector<std::string> similar = SimilarNames(word, commands);
+    if (isCommand && !similar.empty()) fmt::print(stderr, "  did you mean {}?\n", fmt::join(similar, ", "));
+    fmt::print(stderr, "Run with --help for more information.\n");
 }
 
 int Run(int argc, char **argv) {
@@ -350,15 +442,36 @@ int Run(int argc, char **argv) {
     AddActCommands(app, line);
     AddConfigureCommands(app, line);
     AddDaemonCommands(app, line);
+    line.run = [&line] { return RunInSession(line, [](Session &session) { return RunList(session, {}); }); };
     try {
         app.parse(words, argv);
         ExitOnInterrupt();
         if (!line.options.quiet) WatchForBusyDaemon();
         return line.run();
+    } catch (const CLI::Success &asked) {
+        return app.exit(asked); // help or version
     } catch (const CLI::ParseError &error) {
-        const int status = app.exit(error);
-        return status == 0 ? EXIT_DONE : EXIT_USAGE;
+        const std::vector<std::string> unknown = app.remaining(true);
+        if (unknown.empty()) {
+            (void)app.exit(error); // says what is wrong
+        } else {
+            SayUnknown(app, unknown.front());
+        }
+        return EXIT_USAGE;
     }
+}
+
+bool HasReaderLeft() {
+    pollfd output = {STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
+}
+
+// The exit status, looked at again once everything is written: what was printed must have arrived.
+int StatusOfOutput(int status) {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+    if (HasReaderLeft()) return 128 + SIGPIPE;
+    std::fputs("tvsc: standard output cannot be written\n", stderr);
+    return status == EXIT_DONE ? static_cast<int>(EXIT_FAILED) : status;
 }
 
 } // namespace
@@ -368,11 +481,12 @@ int main(int argc, char **argv) {
     try {
         status = Run(argc, argv);
     } catch (const std::exception &error) {
-        if (!interrupted) std::fprintf(stderr, "tvsc: %s\n", error.what());
+        const bool outputFailed = std::ferror(stdout) != 0; // told below
+        if (!interrupted && !outputFailed) std::fprintf(stderr, "tvsc: %s\n", error.what());
     }
     // Giving the handles back fails what is under way here; the interrupt's own status is the one that counts.
     while (interrupted) {
         pause();
     }
-    return status;
+    return StatusOfOutput(status);
 }

@@ -29,6 +29,7 @@ void WatchForBusyDaemon() {
 }
 
 int OpenSession(Session &session, bool needDatabase) {
+    (void)tvSetCallTimeout(nullptr, static_cast<DWORD>(session.options.callTimeoutSec * 1000)); // null is always valid
     session.manager.reset(tvOpenDaemon(session.options.host.c_str(), &session.initCode));
     if (session.manager == nullptr) {
         const DWORD code = GetLastError();
@@ -38,7 +39,6 @@ int OpenSession(Session &session, bool needDatabase) {
         }
         return ExitStatusOf(code);
     }
-    (void)tvSetCallTimeout(session.manager.get(), static_cast<DWORD>(session.options.callTimeoutSec * 1000));
     if (needDatabase && session.initCode != ERROR_SUCCESS) {
         Failed(session, session.options.host, "connect", session.initCode, "the daemon runs, but without its services");
         Note(session, "  is the registry daemon running? does every service have Type and DisplayName?");

@@ -123,7 +123,8 @@ enum class WaitEnd { reached, stopped, died, timedOut, unreachable };
 
 struct ListFilter {
     std::vector<std::string> patterns;
-    std::string state; // "", "running", "stopped", ... ; "failed"
+    std::vector<std::string> states; // "running", "start_pending", ...; "failed"; none: all
+    std::string group;
     bool namesOnly = false;
     bool brief = false; // no configurations
 };

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <pwd.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
@@ -62,6 +63,28 @@ TEST_F(Tvsc, list_filters_by_state_and_pattern) {
     EXPECT_EQ(Do({"list", "--names-only", name, "--state", "stopped"}), name + "\n");
     EXPECT_EQ(Do({"list", "--names-only", "list_filters*"}), name + "\n");
     EXPECT_EQ(Do({"list", "--names-only", name, "--state", "running"}), "");
+}
+
+TEST_F(Tvsc, list_is_what_no_command_means) {
+    CreateSample(name);
+    EXPECT_EQ(Do({}), Do({"list"}));
+    EXPECT_EQ(Json::parse(Do({"--json"})).at("schema"), "tvsc.status/1");
+}
+
+TEST_F(Tvsc, list_takes_several_states_and_a_group) {
+    CreateSample(name + "-1", "", {"--group", name});
+    CreateSample(name + "-2", "", {"--group", name});
+    Do({"start", name + "-1"});
+    EXPECT_EQ(Do({"list", "--names-only", "--group", name, "--state", "running,stopped"}),
+              name + "-1\n" + name + "-2\n");
+    EXPECT_EQ(Do({"list", "--names-only", "--group", name, "--state", "paused,running"}), name + "-1\n");
+    EXPECT_EQ(Do({"list", "--names-only", "--group", name + "-3"}), "");
+}
+
+TEST_F(Tvsc, status_tells_where_it_is_from) {
+    CreateSample(name);
+    EXPECT_EQ(StatusOf(name).at("source"), "enumeration");
+    EXPECT_EQ(StatusOf("zero").at("source"), "peek");
 }
 
 TEST_F(Tvsc, status_tells_state_controls_and_process) {
@@ -136,6 +159,7 @@ TEST_F(Tvsc, name_translates_both_ways) {
 TEST_F(Tvsc, explain_says_what_a_code_means) {
     EXPECT_EQ(Do({"explain", "1068"}),
               "1068 ERROR_SERVICE_DEPENDENCY_FAIL, a service that this one depends on does not run\n");
+    EXPECT_THAT(Fail(1, {"explain", "4711"}), HasSubstr("4711"));
 }
 
 // --- starting ---
@@ -328,12 +352,57 @@ TEST_F(Tvsc, an_interrupt_gives_the_handles_back) {
     EXPECT_EQ(Do({"delete", name}), name + ": deleted\n");
 }
 
+TEST_F(Tvsc, a_closed_terminal_gives_the_handles_back) {
+    CreateSample(name);
+    const pid_t waiting = StartProgram({.command = {ProgramPath("tvsc"), "wait", name}, .errorFile = "/dev/null"});
+    SleepMs(500);
+    kill(waiting, SIGHUP);
+    const int status = WaitForEnd(waiting);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 128 + SIGHUP);
+    EXPECT_EQ(Do({"delete", name}), name + ": deleted\n");
+}
+
+// The list is longer than what is gathered before it is written, so that it is written while the service is open.
+TEST_F(Tvsc, a_reader_that_has_left_gets_the_handles_given_back_and_no_complaint) {
+    std::string dependencies;
+    for (int i = 0; i < 25; ++i) {
+        const std::string dependency = name + "-" + std::string(180, 'x') + std::to_string(i);
+        CreateSample(dependency);
+        dependencies += dependency + ",";
+    }
+    CreateSample(name, "", {"--depends", dependencies});
+    const Ended ended = RunAndRead({.command = {"/bin/bash", "-c",
+                                                "exec 3> >(true); while [ -e /proc/$! ]; do sleep 0.01; done; "
+                                                "exec \"$0\" deps \"$1\" >&3",
+                                                ProgramPath("tvsc"), name}});
+    EXPECT_EQ(ended.status, 128 + SIGPIPE);
+    EXPECT_EQ(ended.error, "");
+    EXPECT_EQ(Do({"delete", name}), name + ": deleted\n");
+}
+
+TEST_F(Tvsc, output_that_cannot_be_written_is_a_failure) {
+    const Ended ended = RunAndRead({.command = {"/bin/sh", "-c", "exec \"$0\" list >/dev/full", ProgramPath("tvsc")}});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.error, "tvsc: standard output cannot be written\n");
+}
+
 // --- creating, changing, deleting ---
 
 TEST_F(Tvsc, create_refuses_what_exists) {
     CreateSample(name);
     EXPECT_THAT(Fail(155, {"create", name, "--image", folder + "/" + name + ".csh"}),
                 HasSubstr("1073 ERROR_SERVICE_EXISTS"));
+}
+
+// With such a key in the registry, or a text of that length, the daemon would start without a single service.
+TEST_F(Tvsc, create_refuses_what_could_not_be_loaded_again) {
+    CreateSample(name);
+    const std::string image = folder + "/" + name + ".csh";
+    EXPECT_THAT(Fail(1, {"create", name + "\\below", "--image", image}), HasSubstr("123 ERROR_INVALID_NAME"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "\\below"));
+    EXPECT_THAT(Fail(1, {"create", name + "-2", "--image", image, "--display", std::string(1024, 'x')}),
+                HasSubstr("123 ERROR_INVALID_NAME"));
 }
 
 TEST_F(Tvsc, create_refuses_an_unknown_user_and_leaves_nothing) {
@@ -373,6 +442,51 @@ TEST_F(Tvsc, create_with_a_service_program_writes_a_launcher_that_delete_removes
     EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
     Do({"delete", name, "--wait"});
     EXPECT_EQ(access(launcher.c_str(), F_OK), -1);
+}
+
+// The launcher used to be written before the daemon was asked.
+TEST_F(Tvsc, create_that_is_refused_leaves_the_launcher_of_the_other_service_alone) {
+    if (getuid() != 0) GTEST_SKIP() << "launchers are written as root only";
+    const std::string launcher = "/etc/tv/services/" + name + ".csh";
+    Do({"create", name, "--program", ProgramPath("tvsample") + " --first"});
+    EXPECT_THAT(Fail(155, {"create", name, "--program", ProgramPath("tvsample") + " --second"}), HasSubstr("1073"));
+    EXPECT_THAT(ReadFile(launcher), AllOf(HasSubstr("--first"), Not(HasSubstr("--second"))));
+    Do({"delete", name, "--wait"});
+}
+
+TEST_F(Tvsc, create_writes_launchers_that_every_user_can_read) {
+    if (getuid() != 0) GTEST_SKIP() << "launchers are written as root only";
+    const mode_t before = umask(077);
+    Do({"create", name, "--program", ProgramPath("tvsample")});
+    (void)umask(before);
+    struct stat found = {};
+    ASSERT_EQ(stat(("/etc/tv/services/" + name + ".csh").c_str(), &found), 0);
+    EXPECT_EQ(found.st_mode & 07777u, 0644u);
+    Do({"delete", name, "--wait"});
+}
+
+TEST_F(Tvsc, create_takes_lists_before_the_name) {
+    Do({"create", "--depends", "zero,+grp", "--env", "A=b,c", "--env", "D=e", name, "--exec", "/bin/sleep 100"});
+    const Json config = Json::parse(Do({"show", name, "--json"})).at("services").at(0).at("config");
+    EXPECT_EQ(config.at("depends_on"), Json::array({"zero"}));
+    EXPECT_EQ(ReadValue(servicesKey + "\\" + name + "\\Parameters", "AppEnvironment")->data, MultiSz({"A=b,c", "D=e"}));
+}
+
+TEST_F(Tvsc, options_that_would_do_nothing_are_refused) {
+    CreateSample(name);
+    const std::string image = folder + "/" + name + ".csh";
+    EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", image, "--env", "A=b"}), HasSubstr("--env requires --exec"));
+    EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", image, "--tag"}), HasSubstr("--tag requires --group"));
+    EXPECT_THAT(Fail(2, {"config", name}), HasSubstr("something to change is required"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "-2"));
+}
+
+TEST_F(Tvsc, config_finds_the_name_like_the_other_commands) {
+    CreateSample(name);
+    std::string upper = name;
+    upper.front() = 'C';
+    EXPECT_EQ(Do({"config", upper, "--display", "Found " + name}), name + ": changed\n");
+    EXPECT_THAT(Fail(5, {"config", name + "x", "--display", "y"}), HasSubstr("did you mean " + name + "?"));
 }
 
 TEST_F(Tvsc, config_changes_what_is_named_and_nothing_else) {
@@ -442,11 +556,34 @@ TEST_F(Tvsc, a_host_without_a_daemon_exits_150) {
 }
 
 TEST_F(Tvsc, a_wrong_command_line_exits_2) {
-    EXPECT_EQ(ServiceWorld::Tvsc({}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"stop"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"frobnicate"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"create", "x"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"control", "zero", "many"}).status, 2);
+}
+
+TEST_F(Tvsc, an_unknown_command_is_named_and_brings_a_suggestion) {
+    EXPECT_EQ(Fail(2, {"lst"}),
+              "tvsc: lst: no such command\n  did you mean list?\nRun with --help for more information.\n");
+    EXPECT_THAT(Fail(2, {"daemon", "stp"}), StartsWith("tvsc: stp: no such command\n  did you mean stop?\n"));
+    EXPECT_THAT(Fail(2, {"list", "--stat"}), StartsWith("tvsc: --stat: not expected here\n"));
+}
+
+TEST_F(Tvsc, a_wrong_word_is_refused_with_those_that_are_known) {
+    EXPECT_THAT(Fail(2, {"create", name, "--image", "/x", "--start", "later"}),
+                HasSubstr("--start: later: none of auto, boot, demand, disabled, system\n"));
+    EXPECT_THAT(Fail(2, {"create", name, "--image", "/x", "--start", "2"}), HasSubstr("2: none of"));
+    EXPECT_THAT(Fail(2, {"list", "--state", "bogus"}), HasSubstr("bogus: none of failed, stopped,"));
+}
+
+TEST_F(Tvsc, a_time_below_zero_or_endless_is_refused) {
+    for (const char *time : {"-1", "-1s", "inf", "1e300", "nan", "1d", ""}) {
+        EXPECT_EQ(ServiceWorld::Tvsc({"wait", "zero", "--for", "stopped", std::string("--timeout=") + time}).status, 2)
+            << time;
+    }
+    // Without any time the answer would not be waited for at all.
+    EXPECT_EQ(ServiceWorld::Tvsc({"--call-timeout", "0", "list"}).status, 2);
+    EXPECT_EQ(ServiceWorld::Tvsc({"wait", "zero", "--for", "stopped", "--timeout", "0"}).status, 0);
 }
 
 TEST_F(Tvsc, help_and_version_exit_0) {
@@ -467,6 +604,40 @@ TEST_F(Tvsc, a_busy_daemon_is_explained_and_waited_for) {
     EXPECT_THAT(list.error, StartsWith("tvsc: the daemon is busy"));
     EXPECT_THAT(list.output, HasSubstr(name));
     EXPECT_EQ(WaitForEnd(starting), 0);
+}
+
+TEST_F(Tvsc, json_tells_of_a_failure_whatever_was_asked) {
+    for (const char *command : {"deps", "dependents", "name", "start", "stop", "status", "show", "delete"}) {
+        const Ended ended = ServiceWorld::Tvsc({command, "unknown-service", "--json"});
+        EXPECT_NE(ended.status, 0) << command;
+        const Json errors = Json::parse(ended.output).at("errors");
+        EXPECT_EQ(errors.at(0).at("win32"), ERROR_SERVICE_DOES_NOT_EXIST) << command;
+    }
+}
+
+TEST_F(Tvsc, a_control_without_a_word_is_named_by_its_number) {
+    CreateSample(name);
+    Do({"start", name});
+    EXPECT_THAT(Fail(3, {"control", name, "0"}), HasSubstr("control 0 failed: 1052"));
+}
+
+// The last service but one: from now on nothing in record 0 is listed any more.
+TEST_F(Tvsc, zz_a_running_service_in_record_0_that_is_marked_for_deletion_is_hidden_too) {
+    Do({"start", "zero"});
+    EXPECT_THAT(Do({"delete", "zero"}), HasSubstr("marked for deletion"));
+    EXPECT_TRUE(Listed("zero").is_null());
+    EXPECT_THAT(Fail(154, {"stop", "zero"}), HasSubstr("1072 ERROR_SERVICE_MARKED_FOR_DELETE"));
+    KillProcessOf("zero");
+}
+
+// A stopped process answers nothing, as one that is starting its automatic services.
+TEST_F(Tvsc, zz_a_silent_daemon_is_given_up_in_time) {
+    kill(serviceDaemon, SIGSTOP);
+    const std::int64_t before = MonotonicMs();
+    EXPECT_THAT(Fail(151, {"wait-online", "--timeout", "1s"}), HasSubstr("1460 ERROR_TIMEOUT"));
+    EXPECT_THAT(Fail(151, {"--call-timeout", "1s", "list"}), HasSubstr("1460 ERROR_TIMEOUT"));
+    EXPECT_LT(MonotonicMs() - before, 20000);
+    kill(serviceDaemon, SIGCONT);
 }
 
 // Last, because it ends the world.
