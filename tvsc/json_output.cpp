@@ -32,8 +32,6 @@ constexpr BitWord typeWords[] = {{SERVICE_KERNEL_DRIVER, "kernel_driver"},
                                  {SERVICE_WIN32_SHARE_PROCESS, "win32_share_process"},
                                  {SERVICE_INTERACTIVE_PROCESS, "interactive_process"}};
 
-constexpr const char *startWords[] = {"boot", "system", "auto", "demand", "disabled"};
-
 template <std::size_t N>
 Json WordsOf(DWORD mask, const BitWord (&words)[N]) {
     Json list = Json::array();
@@ -81,7 +79,7 @@ Json ConfigJson(const ServiceConfig &config) {
         (isGroup ? groups : services).push_back(isGroup ? dependency.substr(1) : dependency);
     }
     Json object;
-    object["start"] = config.startType <= SERVICE_DISABLED ? startWords[config.startType] : "unknown";
+    object["start"] = config.startType <= SERVICE_DISABLED ? StartWord(config.startType) : "unknown";
     object["start_code"] = config.startType;
     object["error_control"] = config.errorControl;
     object["image_path"] = config.imagePath;
@@ -132,6 +130,24 @@ Json ErrorsOf(const Session &session) {
         errors.push_back(std::move(error));
     }
     return errors;
+}
+
+constexpr const char *remarkWords[] = {"disabled", "ring", "unknown_service", "unknown_group", "unreadable"};
+
+Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t position) {
+    const BootService &service = database.services[step.service];
+    Json object;
+    object["position"] = position;
+    AddName(object, service.name);
+    object["record"] = step.service + 1;
+    object["start"] = service.start && *service.start <= SERVICE_DISABLED ? StartWord(*service.start) : "unknown";
+    if (service.start) object["start_code"] = *service.start;
+    object["reason"] = step.neededBy ? "dependency" : "automatic";
+    if (step.neededBy) object["needed_by"] = database.services[*step.neededBy].name;
+    if (step.throughGroup != nullptr) object["through_group"] = *step.throughGroup;
+    object["started_for"] = database.services[step.startedFor].name;
+    object["image_path"] = service.imagePath;
+    return object;
 }
 
 } // namespace
@@ -211,6 +227,27 @@ void PrintExplanationJson(DWORD code) {
     object["win32"] = code;
     object["symbol"] = symbol != nullptr ? symbol : "";
     object["message"] = message != nullptr ? message : "";
+    Print(object);
+}
+
+void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan) {
+    Json object = Header("tvsc.plan/1", options.host);
+    object["plan"] = "boot";
+    object["steps"] = Json::array();
+    for (const BootStep &step : plan.steps) {
+        object["steps"].push_back(StepJson(database, step, object["steps"].size() + 1));
+    }
+    object["remarks"] = Json::array();
+    for (const BootRemark &remark : plan.remarks) {
+        Json entry;
+        AddName(entry, database.services[remark.service].name);
+        entry["kind"] = remarkWords[static_cast<std::size_t>(remark.kind)];
+        entry["text"] = RemarkText(remark);
+        object["remarks"].push_back(std::move(entry));
+    }
+    object["deleted"] = database.deleted;
+    object["services"] = database.services.size();
+    object["worst_case_s"] = WorstCaseSec(plan);
     Print(object);
 }
 

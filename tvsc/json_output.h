@@ -2,6 +2,7 @@
 // json_output: everything that tvsc writes as JSON. One object on stdout; stable snake_case keys.
 #pragma once
 
+#include "tvsc/boot_plan.h"
 #include "tvsc/tvsc.h"
 
 // A service as list, status and show print it.
@@ -26,3 +27,8 @@ struct PingReport {
     std::vector<double> roundTripsMs;
 };
 void PrintPingJson(const Options &options, const PingReport &report);
+
+// A remark in words, and the seconds that the starts of a plan take when each takes as long as it may.
+[[nodiscard]] std::string RemarkText(const BootRemark &remark);
+[[nodiscard]] DWORD WorstCaseSec(const BootPlan &plan);
+void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan);

@@ -22,12 +22,6 @@
 
 namespace {
 
-constexpr const char *startWords[] = {"boot", "system", "auto", "demand", "disabled"};
-
-std::string StartWord(DWORD startType) {
-    return startType <= SERVICE_DISABLED ? startWords[startType] : fmt::format("unknown {}", startType);
-}
-
 bool HasFailed(const SERVICE_STATUS &status) {
     return status.dwCurrentState == SERVICE_STOPPED && status.dwWin32ExitCode != 0;
 }
@@ -74,29 +68,6 @@ std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::strin
     ServiceConfig config;
     if (service == nullptr || QueryConfig(service.get(), &config) != ERROR_SUCCESS) return std::nullopt;
     return config;
-}
-
-std::string Padded(const std::string &text, std::size_t width) {
-    return text + std::string(width - std::min(width, text.size()), ' ');
-}
-
-// Columns as wide as their widest cell; the last column is not padded.
-void PrintTable(const std::vector<std::vector<std::string>> &rows, const std::vector<std::string> &marks) {
-    std::vector<std::size_t> widths;
-    for (const auto &row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], row[i].size());
-        }
-    }
-    for (std::size_t r = 0; r < rows.size(); ++r) {
-        std::string line = marks[r];
-        for (std::size_t i = 0; i < rows[r].size(); ++i) {
-            line += (i == 0 ? " " : "  ") + Padded(rows[r][i], widths[i]);
-        }
-        line.erase(line.find_last_not_of(' ') + 1);
-        fmt::print("{}\n", line);
-    }
 }
 
 void PrintSummary(const std::vector<ServiceView> &views) {

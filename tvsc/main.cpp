@@ -196,6 +196,12 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
                [&line](Session &session) { return RunName(session, line.name); })
         ->add_option("name", line.name)
         ->required();
+    const auto planBoot = [&line] { line.run = [&line] { return RunPlanBoot(line.options); }; };
+    app.add_subcommand("order", "Tell what the daemon starts with itself, in which order and why (plan boot)")
+        ->callback(planBoot);
+    CLI::App *plan = app.add_subcommand("plan", "Tell what would be done, without doing it");
+    plan->require_subcommand(1);
+    plan->add_subcommand("boot", "What the daemon starts with itself, in which order and why")->callback(planBoot);
     CLI::App *explain = app.add_subcommand("explain", "Say what a Win32 code means");
     explain->add_option("code", line.code)->required();
     explain->callback([&line] { line.run = [&line] { return RunExplain(line.options, line.code); }; });

@@ -12,6 +12,11 @@ namespace {
 
 constexpr const char *stateWords[] = {"stopped",          "start pending", "stop pending", "running",
                                       "continue pending", "pause pending", "paused"};
+constexpr const char *startWords[] = {"boot", "system", "auto", "demand", "disabled"};
+
+std::string Padded(const std::string &text, std::size_t width) {
+    return text + std::string(width - std::min(width, text.size()), ' ');
+}
 
 } // namespace
 
@@ -57,6 +62,28 @@ std::string StateWord(DWORD state, bool machineReadable) {
 std::string StateSummary(const SERVICE_STATUS &status) {
     const bool failed = status.dwCurrentState == SERVICE_STOPPED && status.dwWin32ExitCode != 0;
     return failed ? fmt::format("failed {}", status.dwWin32ExitCode) : StateWord(status.dwCurrentState);
+}
+
+std::string StartWord(DWORD startType) {
+    return startType <= SERVICE_DISABLED ? startWords[startType] : fmt::format("unknown {}", startType);
+}
+
+void PrintTable(const std::vector<std::vector<std::string>> &rows, const std::vector<std::string> &marks) {
+    std::vector<std::size_t> widths;
+    for (const auto &row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        std::string line = marks.empty() ? "" : marks[r] + " ";
+        for (std::size_t i = 0; i < rows[r].size(); ++i) {
+            line += (i == 0 ? "" : "  ") + Padded(rows[r][i], widths[i]);
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        fmt::print("{}\n", line);
+    }
 }
 
 void Done(Session &session, const std::string &name, const std::string &action, const std::string &text) {

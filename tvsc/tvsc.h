@@ -73,6 +73,10 @@ struct Session {
 [[nodiscard]] std::string StateWord(DWORD state, bool machineReadable = false);
 // One word or two for a listing: the state, or "failed 1067".
 [[nodiscard]] std::string StateSummary(const SERVICE_STATUS &status);
+// "boot", "system", "auto", "demand", "disabled"; "unknown 7".
+[[nodiscard]] std::string StartWord(DWORD startType);
+// Columns as wide as their widest cell, but for the last one; with marks, one before each line.
+void PrintTable(const std::vector<std::vector<std::string>> &rows, const std::vector<std::string> &marks = {});
 // Notes a result; a success is told on stdout, a failure on stderr, unless JSON is wanted.
 void Done(Session &session, const std::string &name, const std::string &action, const std::string &text);
 void Failed(Session &session, const std::string &name, const std::string &action, DWORD code,
@@ -200,6 +204,7 @@ struct DeleteOptions {
 };
 int RunDelete(Session &session, const DeleteOptions &options);
 
+int RunPlanBoot(const Options &options);
 int RunPing(const Options &options, int count);
 int RunWaitOnline(const Options &options);
 int RunDaemonStatus(const Options &options);

@@ -10,12 +10,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <map>
 
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 
@@ -156,6 +159,89 @@ TEST_F(AutomaticStart, without_services_the_daemon_comes_up_empty) {
     EXPECT_EQ(Connect(), 0);
     EXPECT_THAT(States(), testing::IsEmpty());
     EXPECT_TRUE(KeyExists(servicesKey)) << "made by the load";
+}
+
+// --- what tvsc says beforehand ---
+
+Ended Order(const std::vector<std::string> &further = {}) {
+    std::vector<std::string> command = {ProgramPath("tvsc"), "order"};
+    command.insert(command.end(), further.begin(), further.end());
+    return RunAndRead({.command = command});
+}
+
+TEST_F(AutomaticStart, the_order_told_beforehand_is_the_one_that_comes) {
+    WriteKey(groupOrderKey, {{"List", REG_MULTI_SZ, MultiSz({"Network", "Disk"})}});
+    WriteKey(groupTagsKey, {{"Disk", REG_BINARY, Dword(2) + Dword(2) + Dword(1)}});
+    WriteService("Alpha", automatic, image.path, {DependsOn({"Beta", "nobody"}), Group("Network")});
+    WriteService("Gone", automatic, image.path, {{"DeleteFlag", REG_DWORD, Dword(1)}});
+    WriteService("Beta", demand, image.path, {DependsOn({"+Disk"})});
+    WriteService("one", SERVICE_DISABLED, image.path, {Group("Disk"), Tag(1)});
+    WriteService("two", automatic, image.path, {Group("Disk"), Tag(2)});
+    WriteService("Delta", SERVICE_BOOT_START, image.path, {DependsOn({"Epsilon"})});
+    WriteService("Epsilon", automatic, image.path, {DependsOn({"Delta"})});
+    WriteService("idle", demand, image.path);
+
+    const Ended ended = Order({"--json"});
+    ASSERT_EQ(ended.status, 0) << ended.error;
+    const auto plan = nlohmann::json::parse(ended.output);
+    std::vector<std::string> told;
+    for (const auto &step : plan.at("steps"))
+        told.push_back(step.at("name"));
+    EXPECT_TRUE(KeyExists(servicesKey + "\\Gone")) << "the plan changes nothing";
+
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(Started(6), ElementsAre("two", "one", "Beta", "Alpha", "Delta", "Epsilon"));
+    EXPECT_EQ(told, Started(6));
+
+    const auto &first = plan.at("steps").at(0);
+    EXPECT_EQ(first.at("reason"), "dependency");
+    EXPECT_EQ(first.at("needed_by"), "Beta");
+    EXPECT_EQ(first.at("through_group"), "Disk");
+    EXPECT_EQ(first.at("started_for"), "Alpha");
+    EXPECT_EQ(first.at("record"), 4);
+    EXPECT_EQ(plan.at("steps").at(3).at("reason"), "automatic");
+    EXPECT_EQ(plan.at("deleted"), nlohmann::json::array({"Gone"}));
+    EXPECT_EQ(plan.at("services"), 7);
+    std::vector<std::string> kinds;
+    for (const auto &remark : plan.at("remarks"))
+        kinds.push_back(remark.at("kind"));
+    EXPECT_THAT(kinds, UnorderedElementsAre("unknown_service", "disabled", "ring"));
+}
+
+TEST_F(AutomaticStart, the_order_gives_each_service_its_reason) {
+    WriteService("Alpha", automatic, image.path, {DependsOn({"Beta"})});
+    WriteService("Beta", SERVICE_DISABLED, image.path);
+    const Ended ended = Order();
+    EXPECT_EQ(ended.status, 0) << ended.error;
+    EXPECT_EQ(ended.output, "#  SERVICE  START     WHY                   IMAGE\n"
+                            "1  Beta     disabled  needed by Alpha       " +
+                                image.path +
+                                "\n"
+                                "2  Alpha    auto      automatic (record 1)  " +
+                                image.path +
+                                "\n"
+                                "! Beta: disabled, but started, since Alpha needs it\n"
+                                "2 of 2 services started with the daemon, which answers nobody before that is done: "
+                                "1 min 50 s at worst.\n");
+    EXPECT_EQ(RunAndRead({.command = {ProgramPath("tvsc"), "plan", "boot"}}).output, ended.output);
+}
+
+TEST_F(AutomaticStart, the_order_of_a_broken_database_is_why_nothing_starts) {
+    WriteService("Alpha", automatic, image.path);
+    WriteService("Beta", automatic, image.path);
+    DeleteValue(servicesKey + "\\Beta", "DisplayName");
+    const Ended ended = Order();
+    EXPECT_EQ(ended.status, 6);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, AllOf(HasSubstr("Beta: DisplayName cannot be read (2 ERROR_FILE_NOT_FOUND"),
+                                   HasSubstr("1065 ERROR_DATABASE_DOES_NOT_EXIST")));
+}
+
+TEST(AutomaticStartAlone, without_a_registry_daemon_the_order_is_not_told) {
+    const Ended ended = Order({"--json"});
+    EXPECT_EQ(ended.status, 150);
+    EXPECT_EQ(nlohmann::json::parse(ended.output).at("errors").at(0).at("win32"), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_THAT(ended.error, HasSubstr("the registry daemon does not answer"));
 }
 
 } // namespace

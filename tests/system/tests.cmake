@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
-tv_host_test(system automatic_start tv_test_host)
+tv_host_test(system automatic_start tv_test_host nlohmann_json::nlohmann_json)
 tv_host_test(system children tv_test_host)
 add_dependencies(children_system_test signal_child)
 tv_host_test(system failing_allocations tv_hazard)

@@ -2,6 +2,7 @@
 // Random registries of up to 300 services against a plain model of loading, groups, the dependency walk and automatic
 // start. The seeds are fixed but for one; a failure prints its seed, and TV_SEED=N runs that one alone.
 #include "tests/support/memory_registry.h"
+#include "tvsc/boot_plan.h"
 
 #include <gmock/gmock.h>
 
@@ -263,11 +264,12 @@ std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *, std::int32_
 
 namespace {
 
-// One world, in the registry, the database and the model.
+// One world, in the registry, the database and the model, and what is planned from the registry alone.
 struct Trial {
     Random random;
     World world;
     Model model;
+    BootDatabase planned;
 };
 
 void BeginTrial(Trial &trial) {
@@ -277,6 +279,7 @@ void BeginTrial(Trial &trial) {
     trial.world = RandomWorld(trial.random);
     WriteWorld(trial.world);
     trial.model = LoadModel(trial.world);
+    ASSERT_FALSE(ReadBootDatabase(HKEY_LOCAL_MACHINE, &trial.planned)); // before the load deletes anything
     ASSERT_EQ(ReadGroupOrderList(&firstunorderedgroupindex), 0u);
     ASSERT_EQ(ReadServiceDatabase(), 0u);
     ASSERT_EQ(SortServicesInGroups(), 0u);
@@ -294,7 +297,7 @@ std::vector<std::uint32_t> Seeds() {
 void ForEachSeed(void (*property)(Trial &)) {
     for (const std::uint32_t seed : Seeds()) {
         SCOPED_TRACE("TV_SEED=" + std::to_string(seed));
-        Trial trial = {.random = Random(seed), .world = {}, .model = {}};
+        Trial trial = {.random = Random(seed), .world = {}, .model = {}, .planned = {}};
         BeginTrial(trial);
         if (!testing::Test::HasFailure()) property(trial);
         if (testing::Test::HasFailure()) return;
@@ -376,11 +379,31 @@ void CheckAutomaticStart(Trial &trial) {
     ASSERT_EQ(started, expected);
 }
 
+void CheckPlan(Trial &trial) {
+    started.clear();
+    refused.clear();
+    ASSERT_EQ(RunAutoStartServices(), 0u);
+    const BootPlan plan = PlanBoot(trial.planned);
+    std::vector<std::string> expected;
+    for (const BootStep &step : plan.steps) {
+        const BootService &service = trial.planned.services[step.service];
+        expected.push_back(service.name);
+        const std::vector<std::string> &needed = trial.planned.services[step.neededBy.value_or(0)].dependencies;
+        const std::string through = step.throughGroup != nullptr ? "+" + *step.throughGroup : service.name;
+        if (step.neededBy) {
+            ASSERT_THAT(needed, testing::Contains(through)) << service.name;
+        }
+        ASSERT_LE(trial.planned.services[step.startedFor].start.value(), 2u);
+    }
+    ASSERT_EQ(started, expected);
+}
+
 struct LoadOrder : MemoryRegistryTest {};
 
 TEST_F(LoadOrder, records_are_those_of_the_model) { ForEachSeed(CheckRecords); }
 TEST_F(LoadOrder, groups_are_those_of_the_model) { ForEachSeed(CheckGroups); }
 TEST_F(LoadOrder, walks_are_those_of_the_model) { ForEachSeed(CheckWalks); }
 TEST_F(LoadOrder, automatic_start_is_that_of_the_model) { ForEachSeed(CheckAutomaticStart); }
+TEST_F(LoadOrder, what_was_planned_is_what_starts) { ForEachSeed(CheckPlan); }
 
 } // namespace

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
 tv_unit_test(autostart tv_test_registry)
+tv_unit_test(boot_plan tvsc_plan tv_test_registry)
 tv_unit_test(codec servd_wire tv_registry tv_test_allocations)
 tv_unit_test(database tv_test_registry)
 tv_unit_test(dependencies tv_test_registry)
@@ -10,7 +11,7 @@ tv_unit_test(groups tv_test_registry)
 tv_unit_test(handlers tv_handler_cases tv_fault_cases tv_direct_daemon)
 tv_unit_test(ktl tv_util)
 tv_unit_test(load tv_test_registry)
-tv_unit_test(load_order_property tv_test_registry)
+tv_unit_test(load_order_property tvsc_plan tv_test_registry)
 tv_unit_test(message tv_rpc tv_util)
 tv_unit_test(name_index servd_core)
 tv_unit_test(path_util tv_util tv_test_allocations)

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: MIT
+// boot_registry: reads the services as the daemon loads them: the same values in the same order, into buffers of the
+// same sizes, so that what would end its load ends this, too.
+#include "tvsc/boot_plan.h"
+
+#include "tv/winerror.h"
+#include "util/guard.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <unordered_map>
+
+namespace {
+
+constexpr const char *servicesKeyPath = "SYSTEM\\CurrentControlSet\\Services";
+constexpr const char *groupOrderKeyPath = "SYSTEM\\CurrentControlSet\\Control\\ServiceGroupOrder";
+constexpr const char *tagOrderKeyPath = "SYSTEM\\CurrentControlSet\\Control\\GroupOrderList";
+constexpr DWORD textBytes = 1024; // the daemon's buffer for names and texts
+constexpr DWORD tagBytes = 4;
+
+void CloseKeyAt(HKEY *key) { (void)RegCloseKey(*key); }
+using KeyGuard = std::unique_ptr<HKEY, Calls<&CloseKeyAt>>;
+
+DWORD OpenKey(HKEY parent, const char *path, HKEY *key) {
+    return static_cast<DWORD>(RegOpenKeyExA(parent, path, 0, KEY_READ, key));
+}
+
+DWORD ReadNumber(HKEY key, const char *name, DWORD *number) {
+    DWORD bytes = sizeof *number;
+    return static_cast<DWORD>(RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(number), &bytes));
+}
+
+DWORD ReadText(HKEY key, const char *name, std::string *text) {
+    char buffer[textBytes + 1] = {};
+    DWORD bytes = textBytes;
+    const LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(buffer), &bytes);
+    if (rc == ERROR_SUCCESS) *text = buffer;
+    return static_cast<DWORD>(rc);
+}
+
+// A value of any length.
+DWORD ReadBytes(HKEY key, const char *name, std::string *data) {
+    DWORD bytes = 0;
+    LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, nullptr, &bytes);
+    if (rc != ERROR_SUCCESS) return static_cast<DWORD>(rc);
+    data->assign(bytes, '\0');
+    rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(data->data()), &bytes);
+    data->resize(std::min<std::size_t>(bytes, data->size()));
+    return static_cast<DWORD>(rc);
+}
+
+// The texts of a multi-string up to the first empty one.
+std::vector<std::string> TextsIn(const std::string &data) {
+    std::vector<std::string> texts;
+    for (std::size_t at = 0; at < data.size() && data[at] != '\0'; at += texts.back().size() + 1) {
+        texts.emplace_back(data.substr(at, data.find('\0', at) - at));
+    }
+    return texts;
+}
+
+bool IsOptional(DWORD code) { return code == ERROR_SUCCESS || code == ERROR_FILE_NOT_FOUND; }
+
+// The database under construction.
+struct Load {
+    BootDatabase *database;
+    std::unordered_map<std::string, std::size_t> groupsByName; // the first of each name
+    DWORD tag = 0;                                             // of the service before
+};
+
+std::size_t AddGroup(Load &load, const std::string &name) {
+    load.database->groups.push_back({name, {}});
+    load.groupsByName.emplace(name, load.database->groups.size() - 1);
+    return load.database->groups.size() - 1;
+}
+
+std::optional<BootFault> ReadGroupOrder(Load &load, HKEY machine) {
+    HKEY key = 0;
+    DWORD rc = OpenKey(machine, groupOrderKeyPath, &key);
+    if (rc == ERROR_FILE_NOT_FOUND) return {};
+    if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", ""};
+    const KeyGuard closeKey(&key);
+    std::string data;
+    rc = ReadBytes(key, "List", &data);
+    if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", "List"};
+    data.erase(0, std::min(data.find_first_not_of('\0'), data.size()));
+    for (const std::string &name : TextsIn(data)) {
+        (void)AddGroup(load, name);
+    }
+    return {};
+}
+
+// A service joins the front of its group.
+void JoinGroup(Load &load, const std::string &group, std::size_t service) {
+    const auto found = load.groupsByName.find(group);
+    const std::size_t index = found != load.groupsByName.end() ? found->second : AddGroup(load, group);
+    std::vector<std::size_t> &members = load.database->groups[index].members;
+    members.push_back(service); // turned round when all are there
+}
+
+// What the load leaves for later, and so cannot fail in it.
+void ReadLateValues(HKEY key, BootService *service) {
+    DWORD start = 0;
+    if (ReadNumber(key, "Start", &start) == ERROR_SUCCESS) service->start = start;
+    std::string names;
+    const DWORD rc = ReadBytes(key, "DependOnGroup", &names);
+    if (!IsOptional(rc)) service->dependenciesCode = rc;
+    if (rc == ERROR_SUCCESS) service->dependencies = TextsIn(names);
+}
+
+std::optional<BootFault> ReadService(Load &load, HKEY key, const std::string &name) {
+    BootService service = {.name = name};
+    DWORD type = 0;
+    DWORD rc = ReadNumber(key, "Type", &type);
+    if (rc != ERROR_SUCCESS) return BootFault{rc, name, "Type"};
+    rc = ReadNumber(key, "Tag", &load.tag);
+    if (!IsOptional(rc)) return BootFault{rc, name, "Tag"};
+    std::string displayName;
+    rc = ReadText(key, "DisplayName", &displayName);
+    if (rc != ERROR_SUCCESS) return BootFault{rc, name, "DisplayName"};
+    service.tag = load.tag;
+    std::string group;
+    const DWORD groupCode = ReadText(key, "Group", &group);
+    if (!IsOptional(groupCode)) return BootFault{groupCode, name, "Group"};
+    rc = ReadText(key, "ImagePath", &service.imagePath);
+    if (!IsOptional(rc)) return BootFault{rc, name, "ImagePath"};
+    ReadLateValues(key, &service);
+    load.database->services.push_back(std::move(service));
+    if (groupCode == ERROR_SUCCESS) JoinGroup(load, group, load.database->services.size() - 1);
+    return {};
+}
+
+std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
+    HKEY services = 0;
+    DWORD rc = OpenKey(machine, servicesKeyPath, &services);
+    if (rc == ERROR_FILE_NOT_FOUND) return {}; // the daemon makes it
+    if (rc != ERROR_SUCCESS) return BootFault{rc, "Services", ""};
+    const KeyGuard closeServices(&services);
+    for (DWORD index = 0;; ++index) {
+        char name[textBytes + 1] = {};
+        DWORD nameBytes = textBytes;
+        rc = static_cast<DWORD>(RegEnumKeyExA(services, index, name, &nameBytes, nullptr, nullptr, nullptr, nullptr));
+        if (rc == ERROR_NO_MORE_ITEMS) return {};
+        if (rc != ERROR_SUCCESS) return BootFault{rc, "Services", ""};
+        HKEY key = 0;
+        rc = OpenKey(services, name, &key);
+        if (rc != ERROR_SUCCESS) return BootFault{rc, name, ""};
+        const KeyGuard closeKey(&key);
+        DWORD flag = 0;
+        rc = ReadNumber(key, "DeleteFlag", &flag);
+        if (!IsOptional(rc)) return BootFault{rc, name, "DeleteFlag"};
+        if (rc == ERROR_SUCCESS) {
+            load.database->deleted.emplace_back(name);
+        } else if (const std::optional<BootFault> fault = ReadService(load, key, name)) {
+            return fault;
+        }
+    }
+}
+
+DWORD TagAt(const std::string &vector, std::size_t offset) {
+    DWORD tag = 0;
+    for (std::size_t i = tagBytes; i > 0; --i) {
+        tag = tag << 8 | static_cast<unsigned char>(vector[offset + i - 1]);
+    }
+    return tag;
+}
+
+// One member for each tag that finds one, then the rest as they stood. The count in front is not looked at.
+void SortByTags(const BootDatabase &database, const std::string &vector, std::vector<std::size_t> *members) {
+    auto sorted = members->begin();
+    for (std::size_t offset = tagBytes; offset + tagBytes <= vector.size(); offset += tagBytes) {
+        const DWORD tag = TagAt(vector, offset);
+        const auto member = std::find_if(sorted, members->end(),
+                                         [&](std::size_t service) { return database.services[service].tag == tag; });
+        if (member == members->end()) continue;
+        std::rotate(sorted, member, member + 1);
+        ++sorted;
+    }
+}
+
+std::optional<BootFault> SortGroups(BootDatabase *database, HKEY machine) {
+    HKEY key = 0;
+    DWORD rc = OpenKey(machine, tagOrderKeyPath, &key);
+    if (rc == ERROR_FILE_NOT_FOUND) return {};
+    if (rc != ERROR_SUCCESS) return BootFault{rc, "GroupOrderList", ""};
+    const KeyGuard closeKey(&key);
+    for (BootGroup &group : database->groups) {
+        std::string vector;
+        rc = ReadBytes(key, group.name.c_str(), &vector);
+        if (!IsOptional(rc)) return BootFault{rc, "GroupOrderList", group.name};
+        SortByTags(*database, vector, &group.members);
+    }
+    return {};
+}
+
+} // namespace
+
+std::optional<BootFault> ReadBootDatabase(HKEY machine, BootDatabase *database) {
+    Load load = {.database = database, .groupsByName = {}};
+    std::optional<BootFault> fault = ReadGroupOrder(load, machine);
+    if (!fault) fault = ReadServices(load, machine);
+    for (BootGroup &group : database->groups) {
+        std::reverse(group.members.begin(), group.members.end());
+    }
+    return fault ? fault : SortGroups(database, machine);
+}

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+// plan: tells what the daemon will do, without doing it and without asking it: the registry says it all.
+#include "tvsc/boot_plan.h"
+#include "tvsc/json_output.h"
+#include "tvsc/tvsc.h"
+
+#include <fmt/format.h>
+
+namespace {
+
+constexpr DWORD registrationSec = 30; // that the daemon waits for a new process while it starts itself
+constexpr DWORD startRequestSec = 25; // that the process may take to answer its start request
+
+DWORD OpenMachine(const std::string &host, HKEY *machine) {
+    *machine = HKEY_LOCAL_MACHINE;
+    if (host == "localhost") return ERROR_SUCCESS;
+    return static_cast<DWORD>(RegConnectRegistryA(host.c_str(), HKEY_LOCAL_MACHINE, machine));
+}
+
+std::string WhyOf(const BootDatabase &database, const BootStep &step) {
+    if (!step.neededBy) return fmt::format("automatic (record {})", step.service + 1);
+    const std::string &dependent = database.services[*step.neededBy].name;
+    return step.throughGroup == nullptr ? fmt::format("needed by {}", dependent)
+                                        : fmt::format("needed by {}, group {}", dependent, *step.throughGroup);
+}
+
+std::string SecondsText(std::size_t seconds) {
+    return seconds < 60 ? fmt::format("{} s", seconds) : fmt::format("{} min {} s", seconds / 60, seconds % 60);
+}
+
+void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
+    std::vector<std::vector<std::string>> rows = {{"#", "SERVICE", "START", "WHY", "IMAGE"}};
+    for (const BootStep &step : plan.steps) {
+        const BootService &service = database.services[step.service];
+        rows.push_back({std::to_string(rows.size()), service.name, service.start ? StartWord(*service.start) : "-",
+                        WhyOf(database, step), service.imagePath});
+    }
+    if (!plan.steps.empty()) PrintTable(rows);
+    for (const BootRemark &remark : plan.remarks) {
+        fmt::print("! {}: {}\n", database.services[remark.service].name, RemarkText(remark));
+    }
+    for (const std::string &name : database.deleted) {
+        fmt::print("! {}: marked for deletion; the daemon deletes it as it starts\n", name);
+    }
+    fmt::print("{} of {} service{} started with the daemon", plan.steps.size(), database.services.size(),
+               database.services.size() == 1 ? "" : "s");
+    if (!plan.steps.empty())
+        fmt::print(", which answers nobody before that is done: {} at worst", SecondsText(WorstCaseSec(plan)));
+    fmt::print(".\n");
+}
+
+// The registry cannot be reached, or the daemon would find its database broken.
+void TellFault(Session &session, const BootFault &fault) {
+    if (fault.code == ERROR_REGISTRY_IO_FAILED) {
+        Failed(session, session.options.host, "plan", fault.code, "the registry daemon does not answer");
+        return;
+    }
+    const std::string what = fault.value.empty() ? "its key" : fault.value;
+    Failed(session, fault.key, "plan", ERROR_DATABASE_DOES_NOT_EXIST,
+           fmt::format("{} cannot be read ({}); a daemon that starts now loads no services and starts none", what,
+                       CodeText(fault.code)));
+}
+
+} // namespace
+
+std::string RemarkText(const BootRemark &remark) {
+    switch (remark.kind) {
+    case BootRemarkKind::disabled: return fmt::format("disabled, but started, since {} needs it", remark.text);
+    case BootRemarkKind::ring: return fmt::format("depends on itself ({}): the walk ends there", remark.text);
+    case BootRemarkKind::unknownService:
+        return fmt::format("depends on {}, which does not exist: passed over", remark.text);
+    case BootRemarkKind::unknownGroup:
+        return fmt::format("depends on group {}, which is empty: passed over", remark.text);
+    case BootRemarkKind::unreadable: return "its dependencies cannot be read: the walk ends there";
+    }
+    return "";
+}
+
+DWORD WorstCaseSec(const BootPlan &plan) {
+    return static_cast<DWORD>(plan.steps.size()) * (registrationSec + startRequestSec);
+}
+
+int RunPlanBoot(const Options &options) {
+    Session session;
+    session.options = options;
+    HKEY machine = 0;
+    std::optional<BootFault> fault;
+    BootDatabase database;
+    if (const DWORD code = OpenMachine(options.host, &machine); code != ERROR_SUCCESS) {
+        fault = BootFault{ERROR_REGISTRY_IO_FAILED, "", ""};
+    } else {
+        fault = ReadBootDatabase(machine, &database);
+    }
+    if (fault) {
+        TellFault(session, *fault);
+        return Finish(session);
+    }
+    const BootPlan plan = PlanBoot(database);
+    if (options.json) {
+        PrintPlanJson(options, database, plan);
+    } else {
+        PrintPlan(database, plan);
+    }
+    return EXIT_DONE;
+}
