@@ -151,7 +151,7 @@ std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
         if (!IsOptional(rc)) return BootFault{rc, name, "DeleteFlag"};
         if (rc == ERROR_SUCCESS) {
             load.database->deleted.emplace_back(name);
-        } else if (const std::optional<BootFault> fault = ReadService(load, key, name)) {
+        } else if (std::optional<BootFault> fault = ReadService(load, key, name)) {
             return fault;
         }
     }
