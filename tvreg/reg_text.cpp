@@ -218,6 +218,17 @@ bool TakeKeys(Reader &reader, std::vector<RegKey> *keys) {
     }
 }
 
+// The number of the first line that is not UTF-8; 0 when all are.
+int LineThatIsNoUtf8(std::string_view text) {
+    std::string ignored;
+    for (int line = 1; !text.empty(); ++line) {
+        const std::size_t length = std::min(text.find('\n'), text.size() - 1) + 1;
+        if (!Utf16FromUtf8(text.substr(0, length), &ignored)) return line;
+        text.remove_prefix(length);
+    }
+    return 0;
+}
+
 // --- writing -------------------------------------------------------------------------------------------------------
 
 std::string Quoted(std::string_view text) {
@@ -310,7 +321,11 @@ std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegK
                             "a zero byte: this is no text, or UTF-16 without its byte-order mark"};
     }
     Reader reader{bytes};
-    if (TakeHeader(reader) && TakeKeys(reader, keys)) return std::nullopt;
+    if (TakeHeader(reader)) {
+        const int line = reader.dialect == RegDialect::VERSION5 ? LineThatIsNoUtf8(bytes) : 0;
+        if (line != 0) return RegTextError{line, "the text of a file of version 5.00 must be UTF-8 or UTF-16"};
+        if (TakeKeys(reader, keys)) return std::nullopt;
+    }
     keys->clear();
     return RegTextError{reader.line, reader.error};
 }

@@ -4,16 +4,19 @@
 #include "tvreg/reg_text.h"
 #include "tvreg/registry_access.h"
 #include "tvreg/value_text.h"
+#include "util/guard.h"
+#include "util/ktl_strings.h"
 
 #include <CLI/CLI.hpp>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 
 namespace {
@@ -56,16 +59,25 @@ void Print(std::string_view text) {
 
 void PrintJson(const Json &object) { Print(object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
 
-std::string ReadAll(std::istream &stream, const std::string &name) {
-    std::string content{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream) throw Failure(EXIT_FAILED, fmt::format("{}: {}", name, std::strerror(errno)));
-    return content;
+[[noreturn]] void FailFile(const std::string &name) {
+    throw Failure(EXIT_FAILED, fmt::format("{}: {}", name, std::strerror(errno)));
 }
 
+// All that can be read of a file, a pipe or, for "-", standard input.
 std::string ReadFile(const std::string &file) {
-    if (file == "-") return ReadAll(std::cin, "standard input");
-    std::ifstream stream(file, std::ios::binary);
-    return ReadAll(stream, file);
+    const bool isInput = file == "-";
+    int descriptor = isInput ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const std::string name = isInput ? "standard input" : file;
+    if (descriptor < 0) FailFile(name);
+    DescriptorGuard closed(&descriptor);
+    if (isInput) (void)closed.release(); // not ours to close
+    std::string content;
+    char piece[64 * 1024];
+    for (ssize_t bytes = 0; (bytes = read(descriptor, piece, sizeof piece)) != 0;) {
+        if (bytes > 0) content.append(piece, static_cast<std::size_t>(bytes));
+        if (bytes < 0 && errno != EINTR) FailFile(name);
+    }
+    return content;
 }
 
 std::string NameText(const RegValue &value) { return value.name.empty() ? "(Default)" : Printable(value.name); }
@@ -98,26 +110,51 @@ void PrintKey(const KeyPath &key, const KeyContent &content, bool withSubKeys) {
     Print(text);
 }
 
-void Query(const Options &options) {
-    Json keys = Json::array();
+bool WantsOneValue(const Options &options) { return !options.valueName.empty() || options.unnamed; }
+
+// What is asked for of a key that a walk has come to; false when it has nothing of it.
+bool KeepWhatIsAskedFor(const Options &options, KeyContent *content) {
+    if (!WantsOneValue(options)) return true;
+    std::erase_if(content->values, [&](const RegValue &value) {
+        return _ktl_strcasecmp(value.name.c_str(), options.valueName.c_str()) != 0;
+    });
+    return !content->values.empty();
+}
+
+void ShowKey(const Options &options, const KeyPath &key, const KeyContent &content, Json *keys) {
+    if (options.json) {
+        keys->push_back(KeyJson(key, content));
+    } else {
+        PrintKey(key, content, !options.recursive);
+    }
+}
+
+void QueryBelow(const Options &options, Json *keys) {
+    bool isFound = false;
     std::vector<KeyPath> pending{KeyOf(options)};
     while (!pending.empty()) {
         const KeyPath key = std::move(pending.back());
         pending.pop_back();
-        KeyContent content;
-        if (!options.valueName.empty() || options.unnamed) {
-            content.values.push_back(ReadValue(key, options.valueName));
-        } else {
-            content = ReadKey(key);
-        }
-        if (options.json) {
-            keys.push_back(KeyJson(key, content));
-        } else {
-            PrintKey(key, content, !options.recursive);
-        }
-        if (!options.recursive) break;
+        KeyContent content = ReadKey(key);
         for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name)
             pending.push_back(Below(key, *name));
+        if (!KeepWhatIsAskedFor(options, &content)) continue;
+        isFound = true;
+        ShowKey(options, key, content, keys);
+    }
+    if (!isFound)
+        Check(ERROR_FILE_NOT_FOUND, fmt::format("{} and below, value \"{}\"", options.key, options.valueName));
+}
+
+void Query(const Options &options) {
+    Json keys = Json::array();
+    const KeyPath key = KeyOf(options);
+    if (options.recursive) {
+        QueryBelow(options, &keys);
+    } else if (WantsOneValue(options)) {
+        ShowKey(options, key, {{ReadValue(key, options.valueName)}, {}}, &keys);
+    } else {
+        ShowKey(options, key, ReadKey(key), &keys);
     }
     if (options.json) PrintJson({{"schema", "tvreg.query/1"}, {"keys", keys}});
 }
@@ -309,6 +346,9 @@ static int RunProgram(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
+        const std::vector<std::string> unknown = app.remaining();
+        if (app.get_subcommands().empty() && !unknown.empty())
+            throw Failure(EXIT_USAGE, unknown.front() + ": no such command; see tvreg --help");
         return app.exit(error) == 0 ? 0 : EXIT_USAGE;
     }
     return 0;
@@ -318,7 +358,7 @@ int main(int argc, char **argv) {
     try {
         return RunProgram(argc, argv);
     } catch (const Failure &failure) {
-        (void)std::fprintf(stderr, "tvreg: %s\n", failure.what());
+        (void)std::fprintf(stderr, "tvreg: %s\n", Printable(failure.what()).c_str());
         return failure.status;
     } catch (const std::exception &failure) {
         (void)std::fprintf(stderr, "tvreg: %s\n", failure.what());

@@ -100,6 +100,26 @@ TEST_F(Tvreg, import_of_a_missing_file_ends_with_1_and_names_it) {
     EXPECT_EQ(ended.error, "tvreg: " + folder + "/none.reg: No such file or directory\n");
 }
 
+TEST_F(Tvreg, import_of_a_folder_ends_with_1_and_names_it) {
+    const Ended ended = Run({"import", folder});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.error, "tvreg: " + folder + ": Is a directory\n");
+}
+
+TEST_F(Tvreg, import_reads_standard_input_and_pipes) {
+    const Ended ended = RunAndRead(
+        {.command = {"/bin/bash", "-c", "printf 'REGEDIT4\n[%s\\\\a]\n' \"$1\" | \"$0\" import - <(cat \"$2\")",
+                     ProgramPath("tvreg"), key, File("REGEDIT4\n[" + key + "\\b]\n")}});
+    EXPECT_EQ(ended.status, 0) << ended.error;
+    EXPECT_THAT(ReadSubKeys(name), ElementsAre("a", "b"));
+}
+
+TEST_F(Tvreg, a_closed_standard_input_is_told) {
+    const Ended ended = RunAndRead({.command = {ProgramPath("tvreg"), "import", "-"}, .closed = {0}});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.error, "tvreg: standard input: Bad file descriptor\n");
+}
+
 TEST_F(Tvreg, import_dry_run_shows_and_writes_nothing) {
     const std::string shown =
         Do({"import", "-n", File("REGEDIT4\n[" + key + "]\n\"v\"=\"x\"\n\"w\"=-\n[-" + key + "\\y]\n")});
@@ -145,6 +165,27 @@ TEST_F(Tvreg, query_shows_values_and_subkeys) {
     EXPECT_THAT(Do({"query", key, "-s"}), HasSubstr(longKey + "\\sub\n    v    REG_BINARY    01\n"));
     EXPECT_THAT(Do({"query", key, "--json"}),
                 AllOf(HasSubstr("\"schema\": \"tvreg.query/1\""), HasSubstr("\"data\": 3"), HasSubstr("\"sub\"")));
+}
+
+TEST_F(Tvreg, query_of_one_value_goes_through_all_keys_below) {
+    WriteKey(name + "\\a", {{"Type", REG_DWORD, Dword(1)}, {"other", REG_SZ, Sz("x")}});
+    WriteKey(name + "\\b\\c", {{"TYPE", REG_DWORD, Dword(2)}});
+    EXPECT_EQ(Do({"query", key, "-s", "-v", "type"}),
+              longKey + "\\a\n    Type    REG_DWORD    0x1\n\n" + longKey + "\\b\\c\n    TYPE    REG_DWORD    0x2\n\n");
+    const Ended none = Run({"query", key, "-s", "-v", "none"});
+    EXPECT_EQ(none.status, 5);
+    EXPECT_THAT(none.error, HasSubstr("2 ERROR_FILE_NOT_FOUND"));
+}
+
+TEST_F(Tvreg, an_unknown_command_is_named) {
+    const Ended ended = Run({"qeury", key});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.error, "tvreg: qeury: no such command; see tvreg --help\n");
+}
+
+// Whoever reads the message may do so at a terminal.
+TEST_F(Tvreg, messages_show_control_characters_as_numbers) {
+    EXPECT_THAT(Run({"query", key + "\\\x1B[31m"}).error, HasSubstr("\\x1b[31m: 2 ERROR_FILE_NOT_FOUND"));
 }
 
 TEST_F(Tvreg, missing_keys_and_values_end_with_5_and_name_the_code) {

@@ -138,6 +138,15 @@ TEST(ReadRegText, regedit4_keeps_bytes_that_are_no_unicode) {
     EXPECT_EQ(ReadOne("\"\xE4\"=\"\xFF\""), Value("\xE4", REG_SZ, Bytes("\xFF\0")));
 }
 
+// It could be written, but in no file of version 5.00 any more.
+TEST(ReadRegText, version_5_refuses_bytes_that_are_no_unicode) {
+    std::vector<RegKey> keys;
+    const auto error = ReadRegText("Windows Registry Editor Version 5.00\n[HKLM\\a]\n\"v\"=\"\xFC\"\n", &keys);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->line, 3);
+    EXPECT_TRUE(keys.empty());
+}
+
 TEST(ReadRegText, every_error_names_its_line_and_leaves_nothing) {
     struct Wrong {
         std::string text;
