@@ -14,6 +14,7 @@
 #include "tv/winsvc.h"
 #include "tvhost/program.h"
 #include "util/guard.h"
+#include "util/win32_names.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -23,7 +24,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <mutex>
 
 namespace {
@@ -115,20 +115,25 @@ bool AwaitEnd(pid_t child, int childDescriptor) {
     }
 }
 
+std::string CodeText(DWORD code) {
+    const char *name = Win32ErrorName(code);
+    return std::to_string(code) + " " + (name != nullptr ? name : "");
+}
+
 // Runs the program to its end. Returns the codes to stop with.
 ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::string> &startArguments) {
     HostParameters parameters;
     const DWORD rc = ReadHostParameters(serviceName, &parameters);
     if (rc != ERROR_SUCCESS) {
-        std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: error %u\n", serviceName.c_str(), rc);
+        std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: %s\n", serviceName.c_str(),
+                     CodeText(rc).c_str());
         return {rc, 0};
     }
-    ExitCodes failure;
+    StartFailure failure;
     const pid_t child = StartProgram(parameters, startArguments, &failure);
     if (child == 0) {
-        std::fprintf(stderr, "tvhost: %s: %s cannot be started: error %u\n", serviceName.c_str(),
-                     parameters.application.c_str(), failure.win32);
-        return failure;
+        std::fprintf(stderr, "tvhost: %s: not started: %s\n", serviceName.c_str(), failure.text.c_str());
+        return failure.codes;
     }
     int childDescriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0)); // the C library declares it for C only
     const DescriptorGuard closed(&childDescriptor);
@@ -159,20 +164,25 @@ void StopOnSignals() {
     (void)sigaction(SIGINT, &action, nullptr);
 }
 
-int PrintHelp() {
-    std::puts("usage: tvhost\n\n"
-              "Runs the program of a service. Started by the service daemon through a launcher; see tvhost(8).");
-    return 0;
+constexpr char usage[] = "usage: tvhost [--help | --version]\n\n"
+                         "Runs the program of a service. Started by the service daemon through a launcher; see "
+                         "tvhost(8).\n";
+
+int RunOption(const std::string &option) {
+    if (option == "--version") return std::puts("tvhost " TV_VERSION) < 0 ? 1 : 0;
+    const bool asked = option == "--help";
+    return std::fputs(usage, asked ? stdout : stderr) >= 0 && asked ? 0 : 2;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc > 1) return std::strcmp(argv[1], "--help") == 0 ? PrintHelp() : 2;
+    if (argc > 1) return RunOption(argv[1]);
     stopAsked = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     StopOnSignals();
     const SERVICE_TABLE_ENTRYA table[] = {{"tvhost", ServiceMain}, {nullptr, nullptr}};
     if (stopAsked >= 0 && StartServiceCtrlDispatcherA(table)) return 0;
-    std::fprintf(stderr, "tvhost: error %u\n", GetLastError());
+    std::fprintf(stderr, "tvhost: %s: no start request came; it is the service daemon that starts this program\n",
+                 CodeText(GetLastError()).c_str());
     return 1;
 }

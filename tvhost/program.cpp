@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 extern char **environ;
 
@@ -70,49 +71,60 @@ void RestoreSignals() {
     (void)sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-bool BecomeProgram(const ChildPlan &plan) {
-    if (setpgid(0, 0) != 0 || prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) return false;
+// Returns only when it failed: what could not be used, with errno.
+const char *BecomeProgram(const ChildPlan &plan) {
+    if (setpgid(0, 0) != 0 || prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) return "its process";
     if (getppid() != plan.parent) _exit(1); // tvhost has died already
-    if (plan.directory != nullptr && chdir(plan.directory) != 0) {
-        if (errno == ENOENT) errno = ENOTDIR; // told apart from a missing program
-        return false;
-    }
-    if (!Redirect(STDIN_FILENO, "/dev/null", O_RDONLY)) return false;
+    if (plan.directory != nullptr && chdir(plan.directory) != 0) return plan.directory;
+    if (!Redirect(STDIN_FILENO, "/dev/null", O_RDONLY)) return "/dev/null";
     const int append = O_WRONLY | O_CREAT | O_APPEND;
-    if (plan.standardOutput != nullptr && !Redirect(STDOUT_FILENO, plan.standardOutput, append)) return false;
-    if (plan.standardError != nullptr && !Redirect(STDERR_FILENO, plan.standardError, append)) return false;
+    const char *const output = plan.standardOutput, *const error = plan.standardError;
+    if (output != nullptr && !Redirect(STDOUT_FILENO, output, append)) return output;
+    if (error != nullptr && !Redirect(STDERR_FILENO, error, append)) return error;
     (void)close_range(STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC); // older kernels: ours are close-on-exec anyway
     RestoreSignals();
     execve(plan.program, plan.argv, plan.envp);
-    return false;
+    return plan.program;
 }
 
+// What the child tells its parent. The text lies in memory that both have at the same address.
+struct ChildFailure {
+    const char *what; // null: it became the program
+    int error;        // errno
+};
+
 [[noreturn]] void RunChild(const ChildPlan &plan) {
-    (void)BecomeProgram(plan); // returns only when it failed
-    const int error = errno;
-    (void)!write(plan.failurePipe, &error, sizeof error); // nobody else could be told
+    ChildFailure failure = {};
+    failure.what = BecomeProgram(plan);
+    failure.error = errno;
+    (void)!write(plan.failurePipe, &failure, sizeof failure); // nobody else could be told
     _exit(1);
 }
 
 // --- in the parent ---
 
-// The errno that the child sent, 0 when it became the program.
-int ReadFailure(int pipe) {
-    int error = 0;
+ChildFailure ReadFailure(int pipe) {
+    ChildFailure failure = {};
     ssize_t bytes = 0;
     do {
-        bytes = read(pipe, &error, sizeof error);
+        bytes = read(pipe, &failure, sizeof failure);
     } while (bytes < 0 && errno == EINTR);
-    return bytes == sizeof error ? error : 0;
+    return bytes == sizeof failure ? failure : ChildFailure{};
+}
+
+StartFailure FailureOf(const char *what, int error, const char *program) {
+    // A folder that is not there is told apart from a program that is not there.
+    const bool isFolder = error == ENOENT && what != program;
+    return {CodesOfErrno(isFolder ? ENOTDIR : error), std::string(what) + ": " + std::strerror(error)};
 }
 
 } // namespace
 
 pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
-                   ExitCodes *failure) {
+                   StartFailure *failure) {
     auto words = SplitCommandLine(parameters.arguments);
     if (!words) {
-        *failure = {ERROR_INVALID_DATA, 0};
+        *failure = {{ERROR_INVALID_DATA, 0}, "AppParameters: a quote is not closed"};
         return 0;
     }
     words->insert(words->begin(), parameters.application);
@@ -122,7 +134,7 @@ pid_t StartProgram(const HostParameters &parameters, const std::vector<std::stri
     std::vector<char *> envp = Pointers(environment);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
-        *failure = CodesOfErrno(errno);
+        *failure = FailureOf("no pipe", errno, nullptr);
         return 0;
     }
     const DescriptorGuard readEnd(&ends[0]);
@@ -137,12 +149,12 @@ pid_t StartProgram(const HostParameters &parameters, const std::vector<std::stri
                             ends[1]};
     const pid_t child = fork();
     if (child == 0) RunChild(plan);
-    const int forkError = errno;
+    const ChildFailure noProcess = {"no process", errno};
     writeEnd.reset();
-    const int error = child < 0 ? forkError : ReadFailure(ends[0]);
-    if (error == 0) return child;
+    const ChildFailure failed = child < 0 ? noProcess : ReadFailure(ends[0]);
+    if (failed.what == nullptr) return child;
     if (child > 0) (void)waitpid(child, nullptr, 0); // it has said all that it could
-    *failure = CodesOfErrno(error);
+    *failure = FailureOf(failed.what, failed.error, plan.program);
     return 0;
 }
 

@@ -15,11 +15,16 @@ struct ExitCodes {
     DWORD specific = 0; // with 1066 ERROR_SERVICE_SPECIFIC_ERROR
 };
 
+struct StartFailure {
+    ExitCodes codes;
+    std::string text; // for people: what could not be used, and why
+};
+
 // Starts it. Returns its process id, or 0 and the reason.
 //   startArguments  added behind the configured arguments
 // To be called by a thread that outlives the child: the child ends with that thread.
 [[nodiscard]] pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
-                                 ExitCodes *failure);
+                                 StartFailure *failure);
 
 // Signals the program and everything in its group. The program must not have been taken with TakeEnd.
 void SignalProgram(pid_t program, int signal);

@@ -151,6 +151,12 @@ TEST_F(Tvhost, a_missing_folder_stops_the_service_with_3) {
     EXPECT_EQ(Status().at("exit").at("win32"), ERROR_PATH_NOT_FOUND);
 }
 
+TEST_F(Tvhost, a_missing_folder_of_an_output_file_stops_the_service_with_3) {
+    CreateShell("true", {"--stdout", "/no/such/folder/out"});
+    (void)Tvsc({"start", name});
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_PATH_NOT_FOUND);
+}
+
 TEST_F(Tvhost, a_file_that_is_no_program_stops_the_service_with_193) {
     CreateShell("true");
     WriteFile(folder + "/text", "\n\n", 0755);
@@ -202,6 +208,16 @@ TEST_F(Tvhost, the_program_gets_no_descriptors_and_default_signals) {
     // Three, and the one that ls has open itself.
     EXPECT_EQ(ReadFile(folder + "/surroundings"),
               "/dev/null\n4\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+}
+
+TEST_F(Tvhost, by_hand_it_tells_what_it_is_for) {
+    const auto run = [](const char *option) { return RunAndRead({.command = {ProgramPath("tvhost"), option}}); };
+    EXPECT_THAT(run("--help").output, HasSubstr("see tvhost(8)"));
+    EXPECT_EQ(run("--help").status, 0);
+    EXPECT_THAT(run("--version").output, StartsWith("tvhost "));
+    EXPECT_EQ(run("--version").status, 0);
+    EXPECT_THAT(run("start").error, StartsWith("usage: tvhost"));
+    EXPECT_EQ(run("start").status, 2);
 }
 
 TEST_F(Tvhost, a_program_that_nobody_here_wrote_answers) {

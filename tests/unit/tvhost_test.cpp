@@ -67,6 +67,33 @@ TEST(CodesOfEnd, the_signals_of_a_stop_are_a_good_end_only_when_it_was_asked_for
     EXPECT_EQ(CodesOfEnd(Killed(SIGSEGV), true).specific, 128u + SIGSEGV);
 }
 
+// Starts a program that cannot be started; tells what is said about it.
+StartFailure Refused(const HostParameters &parameters) {
+    StartFailure failure;
+    EXPECT_EQ(StartProgram(parameters, {}, &failure), 0);
+    return failure;
+}
+
+TEST(StartProgram, what_could_not_be_used_is_named) {
+    HostParameters parameters;
+    parameters.application = "/no/such/program";
+    EXPECT_EQ(Refused(parameters).text, "/no/such/program: No such file or directory");
+    EXPECT_EQ(Refused(parameters).codes.win32, DWORD{ERROR_FILE_NOT_FOUND});
+    parameters.application = "/bin/true";
+    parameters.directory = "/no/such/folder";
+    EXPECT_EQ(Refused(parameters).text, "/no/such/folder: No such file or directory");
+    EXPECT_EQ(Refused(parameters).codes.win32, DWORD{ERROR_PATH_NOT_FOUND});
+    parameters.directory = "/";
+    parameters.standardError = "/no/such/folder/file";
+    EXPECT_EQ(Refused(parameters).text, "/no/such/folder/file: No such file or directory");
+    EXPECT_EQ(Refused(parameters).codes.win32, DWORD{ERROR_PATH_NOT_FOUND});
+    parameters.standardOutput = "/";
+    EXPECT_EQ(Refused(parameters).text, "/: Is a directory");
+    parameters.arguments = "an \"open quote";
+    EXPECT_EQ(Refused(parameters).text, "AppParameters: a quote is not closed");
+    EXPECT_EQ(Refused(parameters).codes.win32, DWORD{ERROR_INVALID_DATA});
+}
+
 TEST(CodesOfErrno, each_cause_has_its_win32_code) {
     EXPECT_EQ(CodesOfErrno(ENOENT).win32, ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(CodesOfErrno(ENOTDIR).win32, ERROR_PATH_NOT_FOUND);
