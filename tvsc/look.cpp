@@ -5,6 +5,7 @@
 // the service. Only the first two are used unless the user asks for more.
 #include "svcapi/pid_file.h"
 #include "tvsc/json_output.h"
+#include "tvsc/text.h"
 #include "tvsc/tvsc.h"
 #include "util/win32_names.h"
 
@@ -17,7 +18,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <clocale>
 #include <cstring>
 
 namespace {
@@ -28,7 +28,7 @@ bool HasFailed(const SERVICE_STATUS &status) {
 
 // A mark before each line of a listing, where the terminal can show it.
 const char *MarkOf(const SERVICE_STATUS &status) {
-    static const bool utf8 = setlocale(LC_CTYPE, "") != nullptr && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    static const bool utf8 = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
     if (HasFailed(status)) return utf8 ? "✗" : "x";
     switch (status.dwCurrentState) {
     case SERVICE_RUNNING: return utf8 ? "●" : "*";
@@ -112,7 +112,7 @@ std::string AcceptedControls(DWORD mask) {
 
 void PrintStatusBlock(const ServiceView &view) {
     const SERVICE_STATUS &status = view.service.status;
-    fmt::print("{} {} - {}\n", MarkOf(status), view.service.name, view.service.displayName);
+    fmt::print("{} {}\n", MarkOf(status), Printable(view.service.name + " - " + view.service.displayName));
     fmt::print("    state: {}\n", StateSummary(status));
     fmt::print(" controls: {}\n", AcceptedControls(status.dwControlsAccepted));
     if (!RemarkOn(view.service).empty()) fmt::print("   remark: {}\n", RemarkOn(view.service));
@@ -128,11 +128,11 @@ void PrintConfig(const ServiceConfig &config) {
     fmt::print("     type: {:#x}\n", config.type);
     fmt::print("    start: {}\n", StartWord(config.startType));
     fmt::print("    error: {}\n", config.errorControl);
-    fmt::print("    image: {}\n", config.imagePath);
-    fmt::print("    group: {}\n", config.group);
+    fmt::print("    image: {}\n", Printable(config.imagePath));
+    fmt::print("    group: {}\n", Printable(config.group));
     fmt::print("      tag: {}\n", config.tag);
-    fmt::print("  depends: {}\n", DependenciesText(config));
-    fmt::print("  account: {}\n", config.account);
+    fmt::print("  depends: {}\n", Printable(DependenciesText(config)));
+    fmt::print("  account: {}\n", Printable(config.account));
 }
 
 int StatusExitOf(const SERVICE_STATUS &status) {
@@ -276,7 +276,8 @@ int RunDeps(Session &session, const std::string &name, bool dependents) {
             PrintRelationJson(session, one, relation, found);
         } else {
             for (const ListedService &related : found) {
-                fmt::print("{} {}  {}\n", MarkOf(related.status), related.name, StateSummary(related.status));
+                fmt::print("{} {}  {}\n", MarkOf(related.status), Printable(related.name),
+                           StateSummary(related.status));
             }
         }
     }
@@ -298,7 +299,7 @@ int RunName(Session &session, const std::string &name) {
     if (session.options.json) {
         PrintNamesJson(session, key, display);
     } else {
-        fmt::print("{}\t{}\n", key, display);
+        fmt::print("{}\t{}\n", Printable(key), Printable(display));
     }
     return EXIT_DONE;
 }
@@ -325,7 +326,7 @@ int RunLockStatus(Session &session) {
     if (session.options.json) {
         PrintLockJson(session, status);
     } else if (status.locked) {
-        fmt::print("locked by {} for {} s\n", status.owner, status.durationSec);
+        fmt::print("locked by {} for {} s\n", Printable(status.owner), status.durationSec);
     } else {
         fmt::print("not locked\n");
     }

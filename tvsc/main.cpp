@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <clocale>
 #include <functional>
 #include <thread>
 
@@ -483,6 +484,7 @@ int StatusOfOutput(int status) {
 } // namespace
 
 int main(int argc, char **argv) {
+    (void)setlocale(LC_CTYPE, ""); // else the terminal is taken to know ASCII only
     int status = EXIT_FAILED;
     try {
         status = Run(argc, argv);

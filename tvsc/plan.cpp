@@ -2,6 +2,7 @@
 // plan: tells what the daemon will do, without doing it and without asking it: the registry says it all.
 #include "tvsc/boot_plan.h"
 #include "tvsc/json_output.h"
+#include "tvsc/text.h"
 #include "tvsc/tvsc.h"
 
 #include <fmt/format.h>
@@ -37,10 +38,10 @@ void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
     }
     if (!plan.steps.empty()) PrintTable(rows);
     for (const BootRemark &remark : plan.remarks) {
-        fmt::print("! {}: {}\n", database.services[remark.service].name, RemarkText(remark));
+        fmt::print("! {}\n", Printable(database.services[remark.service].name + ": " + RemarkText(remark)));
     }
     for (const std::string &name : database.deleted) {
-        fmt::print("! {}: marked for deletion; the daemon deletes it as it starts\n", name);
+        fmt::print("! {}: marked for deletion; the daemon deletes it as it starts\n", Printable(name));
     }
     fmt::print("{} of {} service{} started with the daemon", plan.steps.size(), database.services.size(),
                database.services.size() == 1 ? "" : "s");

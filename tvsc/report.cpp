@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // report: the words for codes and states, and the exit status.
 #include "tvsc/json_output.h"
+#include "tvsc/text.h"
 #include "tvsc/tvsc.h"
 #include "util/win32_names.h"
 
@@ -15,7 +16,7 @@ constexpr const char *stateWords[] = {"stopped",          "start pending", "stop
 constexpr const char *startWords[] = {"boot", "system", "auto", "demand", "disabled"};
 
 std::string Padded(const std::string &text, std::size_t width) {
-    return text + std::string(width - std::min(width, text.size()), ' ');
+    return text + std::string(width - std::min(width, ShownWidth(text)), ' ');
 }
 
 } // namespace
@@ -68,12 +69,13 @@ std::string StartWord(DWORD startType) {
     return startType <= SERVICE_DISABLED ? startWords[startType] : fmt::format("unknown {}", startType);
 }
 
-void PrintTable(const std::vector<std::vector<std::string>> &rows, const std::vector<std::string> &marks) {
+void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<std::string> &marks) {
     std::vector<std::size_t> widths;
-    for (const auto &row : rows) {
+    for (auto &row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
         for (std::size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], row[i].size());
+            row[i] = Printable(row[i]);
+            widths[i] = std::max(widths[i], ShownWidth(row[i]));
         }
     }
     for (std::size_t r = 0; r < rows.size(); ++r) {
@@ -88,17 +90,17 @@ void PrintTable(const std::vector<std::vector<std::string>> &rows, const std::ve
 
 void Done(Session &session, const std::string &name, const std::string &action, const std::string &text) {
     session.results.push_back({name, action, ERROR_SUCCESS, EXIT_DONE, text});
-    if (!session.options.json && !session.options.quiet) fmt::print("{}: {}\n", name, text);
+    if (!session.options.json && !session.options.quiet) fmt::print("{}\n", Printable(name + ": " + text));
 }
 
 void Failed(Session &session, const std::string &name, const std::string &action, DWORD code, const std::string &text) {
     const std::string words = text.empty() ? fmt::format("{} failed", action) : text;
     session.results.push_back({name, action, code, ExitStatusOf(code), words});
-    fmt::print(stderr, "tvsc: {}: {}: {}\n", name, words, CodeText(code));
+    fmt::print(stderr, "tvsc: {}: {}\n", Printable(name + ": " + words), CodeText(code));
 }
 
 void Note(const Session &session, const std::string &line) {
-    if (!session.options.quiet) fmt::print(stderr, "{}\n", line);
+    if (!session.options.quiet) fmt::print(stderr, "{}\n", Printable(line));
 }
 
 int Finish(const Session &session) {

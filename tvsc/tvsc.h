@@ -76,7 +76,7 @@ struct Session {
 // "boot", "system", "auto", "demand", "disabled"; "unknown 7".
 [[nodiscard]] std::string StartWord(DWORD startType);
 // Columns as wide as their widest cell, but for the last one; with marks, one before each line.
-void PrintTable(const std::vector<std::vector<std::string>> &rows, const std::vector<std::string> &marks = {});
+void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<std::string> &marks = {});
 // Notes a result; a success is told on stdout, a failure on stderr, unless JSON is wanted.
 void Done(Session &session, const std::string &name, const std::string &action, const std::string &text);
 void Failed(Session &session, const std::string &name, const std::string &action, DWORD code,

@@ -71,6 +71,29 @@ TEST_F(Tvsc, list_is_what_no_command_means) {
     EXPECT_EQ(Json::parse(Do({"--json"})).at("schema"), "tvsc.status/1");
 }
 
+// Runs tvsc where text is UTF-8.
+std::string InUtf8(const std::string &command, const std::string &argument) {
+    return RunAndRead({.command = {ProgramPath("tvsc"), command, argument}, .environment = {"LC_ALL=C.UTF-8"}}).output;
+}
+
+TEST_F(Tvsc, names_reach_no_terminal_with_what_it_would_act_on) {
+    CreateSample(name, "", {"--display", "A\n\x1B[31mred\xFF\xC3\xBC\x7F"});
+    const std::string shown = "A\\x0a\\x1b[31mred\\xff\xC3\xBC\\x7f";
+    for (const char *command : {"list", "status", "show", "name"}) {
+        EXPECT_THAT(InUtf8(command, name), HasSubstr(shown)) << command;
+    }
+    EXPECT_THAT(Fail(5, {"start", "\x1B[31m"}), HasSubstr("tvsc: \\x1b[31m: start failed"));
+}
+
+TEST_F(Tvsc, columns_are_as_wide_as_they_look) {
+    CreateSample(name + "-\xC3\xBC");
+    CreateSample(name + "-\xE4\xB8\xAD");
+    CreateSample(name + "-xyz");
+    EXPECT_THAT(InUtf8("list", name + "*"),
+                AllOf(HasSubstr(name + "-\xC3\xBC    stopped"), HasSubstr(name + "-\xE4\xB8\xAD   stopped"),
+                      HasSubstr(name + "-xyz  stopped")));
+}
+
 TEST_F(Tvsc, list_takes_several_states_and_a_group) {
     CreateSample(name + "-1", "", {"--group", name});
     CreateSample(name + "-2", "", {"--group", name});
