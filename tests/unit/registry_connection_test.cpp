@@ -3,12 +3,14 @@
 // break.
 #include "tests/support/registry_fixture.h"
 
+#include "registry/tvpthread.h"
 #include "util/ktl_host.h"
 
 #include <pwd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -599,6 +601,15 @@ TEST_F(RegistryConnections, ping_and_version_notice_a_broken_connection_but_make
     EXPECT_TRUE(dialPlan.dialled.empty());
 }
 
+TEST_F(RegistryConnections, a_connection_that_breaks_at_a_version_query_is_closed) {
+    Script &daemon = NewScript();
+    Connect(0, &daemon);
+    daemon.Fail(RPC_CANTSEND);
+    EXPECT_EQ(RegQueryVersionInfo(nullptr, nullptr, nullptr), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(daemon.clientsAlive, 0);
+    EXPECT_NE(clntArray[0], nullptr);
+}
+
 TEST_F(RegistryConnections, an_answer_that_makes_no_sense_keeps_the_connection) {
     Script &daemon = NewScript();
     Connect(0, &daemon);
@@ -649,14 +660,59 @@ TEST_F(RegistryConnections, tear_down_says_farewell_closes_everything_and_blocks
     EXPECT_EQ(RegPingDaemon(0), 1);
 }
 
+TEST_F(RegistryConnections, tear_down_makes_the_mutex_and_closes_each_connection_under_it) {
+    Script &daemon = NewScript();
+    Connect(0, &daemon);
+    static CLIENT::clnt_ops operations;
+    static void (*destroy)(CLIENT *);
+    static int mutexWas;
+    operations = *clntArray[0]->client->cl_ops;
+    destroy = operations.cl_destroy;
+    mutexWas = -1;
+    operations.cl_destroy = [](CLIENT *client) {
+        mutexWas = pthread_mutex_trylock(&tvRegistryMutex);
+        destroy(client);
+    };
+    clntArray[0]->client->cl_ops = &operations;
+    btvRegistryMutexNeedToInit = 1;
+    daemon.Answer(ok);
+    tvRegistryCleanConnections(1);
+    EXPECT_EQ(btvRegistryMutexNeedToInit, 0);
+    EXPECT_EQ(mutexWas, EBUSY);
+    EXPECT_EQ(daemon.clientsAlive, 0);
+    ASSERT_EQ(pthread_mutex_trylock(&tvRegistryMutex), 0);
+    pthread_mutex_unlock(&tvRegistryMutex);
+
+    tvRegistryInitData();
+    Connect(0, &daemon);
+    CLIENT *kept = clntArray[0]->client;
+    btvRegistryMutexNeedToInit = 1;
+    tvRegistryCleanConnections(0);
+    EXPECT_EQ(btvRegistryMutexNeedToInit, 0);
+    EXPECT_EQ(daemon.clientsAlive, 1);
+    clnt_destroy(kept);
+}
+
+TEST_F(RegistryConnections, tear_down_without_a_table_blocks_connecting_and_nothing_more) {
+    pingXtIntervalId = 5;
+    btvRegistryMutexNeedToInit = 1;
+    tvRegistryCleanConnections(1);
+    EXPECT_EQ(connectionTableDestroyed, 1);
+    EXPECT_EQ(pingXtIntervalId, 5);
+    EXPECT_EQ(btvRegistryMutexNeedToInit, 1);
+}
+
 TEST_F(RegistryConnections, init_data_makes_connecting_possible_again) {
     Script &daemon = NewScript();
     tvRegistryCleanConnections(1);
     EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED);
     pingXtIntervalId = 5;
     pingThreadHandle = 5;
+    numConnections = nextClientNum = 5;
     tvRegistryInitData();
     EXPECT_EQ(connectionTableDestroyed, 0);
+    EXPECT_EQ(numConnections, 0);
+    EXPECT_EQ(nextClientNum, 1);
     EXPECT_EQ(pingXtIntervalId, 0);
     EXPECT_EQ(pingThreadHandle, 0);
     PlayLocalDaemon(daemon);
