@@ -27,15 +27,15 @@ auto StoreCreatedKey(PHKEY phkResult, LPDWORD lpdwDisposition) {
 }
 
 // Deliberate: a plain string copy. The size of the buffer was sent, and honouring it is the daemon's work.
-void CopyName(LPSTR to, const char *name, DWORD length) {
-    if (to != nullptr) std::strcpy(to, name != nullptr && length != 0 ? name : "");
+void CopyName(LPSTR to, const char *name) {
+    if (to != nullptr) std::strcpy(to, name != nullptr ? name : "");
 }
 
 LONG EnumKey(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD nameBytes) {
     const regd_REG_ENUM_KEY argument = {.index = dwIndex, .nameBytes = nameBytes};
     return AskDaemon(reg_enum_key_2, xdr_regd_REG_ENUM_KEY_RES, hKey, argument,
                      [=](const regd_REG_ENUM_KEY_RETURN &reply, int) {
-                         CopyName(lpName, reply.name, 1); // whatever the length beside it says
+                         CopyName(lpName, reply.name);
                          return reply.status;
                      });
 }
@@ -47,9 +47,9 @@ LONG EnumKeyEx(HKEY hKey, DWORD dwIndex, LPSTR lpName, LPDWORD lpcName, LPSTR lp
         .index = dwIndex, .nameBytes = SizeOrZero(lpcName), .classBytes = SizeOrZero(lpcClass)};
     return AskDaemon(reg_enum_key_ex_2, xdr_regd_REG_ENUM_KEY_RES, hKey, argument,
                      [=](const regd_REG_ENUM_KEY_RETURN &reply, int) {
-                         CopyName(lpName, reply.name, reply.nameLength);
+                         CopyName(lpName, reply.nameLength != 0 ? reply.name : "");
                          StoreIfGiven(lpcName, reply.nameLength);
-                         CopyName(lpClass, reply.keyClass, reply.classLength);
+                         CopyName(lpClass, reply.classLength != 0 ? reply.keyClass : "");
                          StoreIfGiven(lpcClass, reply.classLength);
                          StoreIfGiven(lpftLastWriteTime, reply.lastWriteTime);
                          return reply.status;
