@@ -88,9 +88,8 @@ bool IsKnown(const Place &place) { return place.descriptor >= 0 || place.name !=
 
 void ReturnTo(Place *place) {
     const bool returned = place->descriptor >= 0 && fchdir(place->descriptor) == 0;
-    if (!returned && place->name != nullptr && chdir(place->name) != 0) {
-        // The directory has been taken away meanwhile, under both its handles: there is nowhere to return to.
-    }
+    // A directory that has been taken away meanwhile, under both its handles, leaves nowhere to return to.
+    if (!returned && place->name != nullptr) (void)!chdir(place->name);
     if (place->descriptor >= 0) (void)close(place->descriptor);
     std::free(place->name);
 }
