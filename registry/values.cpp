@@ -181,12 +181,12 @@ LONG reg_delete_value_w(HKEY hKey, LPCWSTR) { return reg_delete_value_a(hKey, nu
 LONG reg_query_multiple_values_a(HKEY hKey, PVALENTA val_list, DWORD num_vals, LPSTR lpValueBuf, LPDWORD ldwTotsize) {
     if (val_list == nullptr || ldwTotsize == nullptr) return ERROR_INVALID_PARAMETER;
     const DWORD room = *ldwTotsize;
-    const HeapBytes scratch = num_vals != 0 ? AllocateBytes(room) : nullptr;
+    const HeapBytes scratch = AllocateBytes(room);
+    if (num_vals != 0 && scratch == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     DWORD used = 0;
     DWORD total = 0;
     LONG result = ERROR_SUCCESS;
     for (VALENTA *entry = val_list; entry != val_list + num_vals; ++entry) {
-        std::memset(scratch.get(), 0, room);
         DWORD type = REG_NONE;
         DWORD size = room;
         const LONG rc = reg_query_value_ex_a(hKey, entry->ve_valuename, nullptr, &type, scratch.get(), &size);

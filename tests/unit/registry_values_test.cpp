@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Value operations: what each sends, byte for byte, and what it makes of each field of the reply.
+#include "tests/support/allocations.h"
 #include "tests/support/registry_fixture.h"
 
 #include <algorithm>
@@ -99,6 +100,15 @@ TEST_F(RegistryValues, query_wide_hands_back_the_size_of_the_unnamed_value_and_n
     EXPECT_EQ(value[0], 'u');
     EXPECT_EQ(size, 8);
     ExpectOneCall(16, identity + "00000001 0000000c 5375624b 65794973 4e756c6c 00000008 00000001 00000000");
+}
+
+TEST_F(RegistryValues, query_wide_asks_for_twice_a_size_of_1) {
+    daemon.Answer(eightBytes);
+    WCHAR value[4] = {};
+    LONG size = 1;
+    EXPECT_EQ(RegQueryValueW(1, nullptr, value, &size), ERROR_SUCCESS);
+    EXPECT_EQ(size, 8);
+    ExpectOneCall(16, identity + "00000001 0000000c 5375624b 65794973 4e756c6c 00000002 00000001 00000000");
 }
 
 TEST_F(RegistryValues, query_wide_without_a_buffer_or_with_a_size_of_0_asks_with_size_0) {
@@ -515,6 +525,24 @@ TEST_F(RegistryValues, enum_wide_never_writes_past_the_callers_size) {
     EXPECT_EQ(size, 8u);
 }
 
+TEST_F(RegistryValues, enum_wide_without_a_buffer_or_without_its_size_copies_nothing_and_doubles_no_size) {
+    WCHAR name[16] = {};
+    DWORD nameLength = 16;
+    DWORD size = 12;
+    daemon.Answer(EnumeratedOfType("00000003"));
+    EXPECT_EQ(RegEnumValueW(1, 2, name, &nameLength, nullptr, nullptr, nullptr, &size), ERROR_SUCCESS);
+    EXPECT_EQ(size, 8u);
+    ExpectOneCall(8, identity + "00000001 00000002 00000020 0000000c");
+
+    daemon.calls.clear();
+    daemon.Answer(EnumeratedOfType("00000003"));
+    nameLength = 16;
+    Bytes data = CountedThen(0, 12);
+    EXPECT_EQ(RegEnumValueW(1, 2, name, &nameLength, nullptr, nullptr, data.data(), nullptr), ERROR_SUCCESS);
+    EXPECT_EQ(data, CountedThen(0, 12));
+    ExpectOneCall(8, identity + "00000001 00000002 00000020 00000000");
+}
+
 TEST_F(RegistryValues, enum_wide_without_a_reply_leaves_the_type_and_doubled_counts) {
     daemon.Fail(RPC_SYSTEMERROR);
     WCHAR name[16] = {};
@@ -654,6 +682,19 @@ TEST_F(RegistryValues, query_multiple_without_a_buffer_sums_up_the_sizes) {
     size = 100;
     EXPECT_EQ(RegQueryMultipleValuesA(1, entries, 1, nullptr, &size), ERROR_MORE_DATA);
     EXPECT_EQ(size, 8u);
+}
+
+TEST_F(RegistryValues, query_multiple_without_memory_answers_8) {
+    char name[] = "One";
+    VALENTA entry = {name, 7, 7, 7};
+    char buffer[16];
+    DWORD size = 16;
+    StartCounting(1);
+    const LONG rc = RegQueryMultipleValuesA(1, &entry, 1, buffer, &size);
+    (void)StopCounting();
+    EXPECT_EQ(rc, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(size, 16u);
+    ExpectNoCall();
 }
 
 TEST_F(RegistryValues, query_multiple_of_no_values_succeeds_with_size_0) {
