@@ -189,6 +189,14 @@ TEST_F(RegistryValues, query_ex_cuts_a_longer_value_to_the_buffer_though_the_sta
     EXPECT_EQ(size, 8u);
 }
 
+TEST_F(RegistryValues, query_ex_copies_a_single_byte) {
+    daemon.Answer("00000001 00000000 00000003 00000001 07000000 00000001");
+    BYTE byte = 0;
+    DWORD size = 1;
+    EXPECT_EQ(RegQueryValueExA(1, "Val", nullptr, nullptr, &byte, &size), ERROR_SUCCESS);
+    EXPECT_EQ(byte, 7);
+}
+
 TEST_F(RegistryValues, query_ex_with_another_status_leaves_the_data_and_stores_length_and_type) {
     daemon.Answer("00000001 000000ea 00000003 00000004 01020304 00000008");
     Bytes data = CountedThen(0, 4);
