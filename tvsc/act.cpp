@@ -269,6 +269,11 @@ int RunReset(Session &session, const std::vector<std::string> &names) {
     for (const std::string &name : ResolveNames(session, names, "reset").names) {
         const ServiceHandle service = OpenFor(session, name, "reset");
         if (service == nullptr) continue;
+        SERVICE_STATUS status = {};
+        if (tvQueryServiceStatusPassive(service.get(), &status, nullptr) && status.dwCurrentState == SERVICE_STOPPED) {
+            Done(session, name, "reset", "already stopped");
+            continue;
+        }
         if (tvDeclareServiceDead(service.get())) {
             Done(session, name, "reset", "stopped, 1067; a process that it may still have was left alone");
         } else {

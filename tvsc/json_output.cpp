@@ -127,6 +127,7 @@ Json ErrorsOf(const Session &session) {
         error["win32"] = result.code;
         error["symbol"] = symbol != nullptr ? symbol : "";
         error["message"] = message != nullptr ? message : "";
+        if (!result.suggested.empty()) error["suggest"] = result.suggested;
         errors.push_back(std::move(error));
     }
     return errors;
@@ -155,8 +156,10 @@ Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t po
 void PrintServicesJson(const Session &session, const std::vector<ServiceView> &views) {
     Json object = Header("tvsc.status/1", session.options.host);
     object["daemon"]["reachable"] = session.manager != nullptr;
-    object["daemon"]["initialized"] = session.initCode == ERROR_SUCCESS;
+    object["daemon"]["initialized"] = session.manager != nullptr && session.initCode == ERROR_SUCCESS;
     object["daemon"]["init_code"] = session.initCode;
+    LockStatus lock;
+    if (QueryLock(session.manager.get(), &lock) == ERROR_SUCCESS) object["daemon"]["locked"] = lock.locked;
     object["services"] = Json::array();
     for (const ServiceView &view : views) {
         Json service = StatusJson(view.service);

@@ -341,6 +341,15 @@ int RunLockRelease(Session &session, std::optional<DWORD> id) {
         const std::size_t at = status.owner.rfind(" id=");
         if (at != std::string::npos) id = static_cast<DWORD>(std::strtoul(status.owner.c_str() + at + 4, nullptr, 10));
     }
+    if (rc == ERROR_SUCCESS && !id) {
+        if (!status.locked) {
+            Done(session, session.options.host, "lock release", "not locked");
+        } else {
+            Failed(session, session.options.host, "lock release", ERROR_INVALID_SERVICE_LOCK,
+                   fmt::format("\"{}\" does not tell the identifier of the lock; use --id", status.owner));
+        }
+        return Finish(session);
+    }
     if (rc == ERROR_SUCCESS) {
         rc = tvUnlockServiceDatabaseById(session.manager.get(), id.value_or(0)) ? ERROR_SUCCESS : GetLastError();
     }

@@ -6,6 +6,7 @@
 //
 // An interrupt ends the program through exit, so that open handles go back to the daemon, which would keep them for
 // ever.
+#include "tvsc/json_output.h"
 #include "tvsc/tvsc.h"
 
 #include <CLI/CLI.hpp>
@@ -83,7 +84,8 @@ struct CommandLine {
     ListFilter list;
     bool fresh = false;
     bool probe = false;
-    bool asksStatus = false;
+    bool asksStatus = false;    // the exit status tells a state
+    bool showsServices = false; // JSON lists services, none when the daemon is not there
     bool noWait = false;
     bool wait = false;
     StartOptions start;
@@ -106,7 +108,11 @@ int RunInSession(const CommandLine &line, const SessionCommand &command) {
     session.options = line.options;
     const int opened = OpenSession(session, true);
     if (opened == EXIT_DONE) return command(session);
-    (void)Finish(session); // for the JSON; the status is that of the connection
+    if (session.options.json && line.showsServices) {
+        PrintServicesJson(session, {});
+    } else {
+        (void)Finish(session); // for the JSON; the status is that of the connection
+    }
     return line.asksStatus ? static_cast<int>(STATUS_UNKNOWN) : opened;
 }
 
@@ -145,18 +151,23 @@ void AddNames(CLI::App *command, CommandLine &line, bool required = true) {
     command->add_option("name", line.names, "Service names, display names or patterns (* ? [])")->required(required);
 }
 
-void AddWaitOptions(CLI::App *command, CommandLine &line) {
-    command->add_flag("--no-wait", line.noWait, "Return as soon as the request was accepted");
-    command->add_flag("--wait", line.wait, "Wait until the state is reached (the default)");
+void AddTimeout(CLI::App *command, CommandLine &line) {
     command->add_option("--timeout", line.options.waitTimeoutSec, "Longest wait, such as 90s or 2min")
         ->transform(ReadTime())
         ->type_name("TIME")
         ->capture_default_str();
 }
 
+void AddWaitOptions(CLI::App *command, CommandLine &line) {
+    command->add_flag("--no-wait", line.noWait, "Return as soon as the request was accepted");
+    command->add_flag("--wait", line.wait, "Wait until the state is reached (the default)");
+    AddTimeout(command, line);
+}
+
 void AddLookCommands(CLI::App &app, CommandLine &line) {
     CLI::App *list = AddCommand(app, line, "list", "List services",
                                 [&line](Session &session) { return RunList(session, line.list); });
+    list->parse_complete_callback([&line] { line.showsServices = true; });
     list->add_option("pattern", line.list.patterns, "Only names that match (* ? [])");
     list->add_option("--state", line.list.states, "Only services in these states: running,stopped,failed,...")
         ->delimiter(',')
@@ -170,6 +181,7 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
         const StatusLook look = line.probe ? StatusLook::probe : line.fresh ? StatusLook::fresh : StatusLook::passive;
         return RunStatus(session, line.names, look);
     });
+    status->parse_complete_callback([&line] { line.asksStatus = line.showsServices = true; });
     status->alias("query");
     AddNames(status, line);
     status->add_flag("--fresh", line.fresh, "Let the daemon apply its deadline: may find a service dead");
@@ -183,6 +195,7 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
              line);
     CLI::App *show = AddCommand(app, line, "show", "Show state and configuration",
                                 [&line](Session &session) { return RunShow(session, line.names); });
+    show->parse_complete_callback([&line] { line.showsServices = true; });
     show->alias("qc");
     AddNames(show, line);
     AddCommand(app, line, "deps", "List what a service depends on",
@@ -223,9 +236,7 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     CLI::App *stop = AddCommand(app, line, "stop", "Stop services", [&line](Session &session) {
         line.stop.names = line.names;
         line.stop.wait = !line.noWait;
-        if (line.names.empty() && !line.stop.all) {
-            throw CLI::RequiredError("name or --all");
-        }
+        if (line.names.empty() != line.stop.all) throw CLI::RequiredError("either a name or --all");
         return RunStop(session, line.stop);
     });
     AddNames(stop, line, false);
@@ -237,6 +248,7 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     CLI::App *restart = AddCommand(app, line, "restart", "Stop, then start",
                                    [&line](Session &session) { return RunRestart(session, line.names); });
     AddNames(restart, line);
+    AddTimeout(restart, line);
 
     const std::pair<const char *, DWORD> controls[] = {{"pause", SERVICE_CONTROL_PAUSE},
                                                        {"continue", SERVICE_CONTROL_CONTINUE},
@@ -338,6 +350,7 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
     AddNames(deletion, line);
     deletion->add_flag("--stop", line.deletion.stop, "Stop them first");
     deletion->add_flag("--wait", line.deletion.wait, "Wait until they are gone");
+    AddTimeout(deletion, line);
 }
 
 void AddDaemonCommands(CLI::App &app, CommandLine &line) {
@@ -353,7 +366,7 @@ void AddDaemonCommands(CLI::App &app, CommandLine &line) {
     });
 
     CLI::App *ping = app.add_subcommand("ping", "Ask the daemon whether it answers");
-    ping->add_option("-c,--count", line.pings, "How often")->capture_default_str();
+    ping->add_option("-c,--count", line.pings, "How often")->check(CLI::PositiveNumber)->capture_default_str();
     ping->callback([&line] { line.run = [&line] { return RunPing(line.options, line.pings); }; });
     CLI::App *online = app.add_subcommand("wait-online", "Wait until the daemon answers");
     online->callback([&line] { line.run = [&line] { return RunWaitOnline(line.options); }; });
@@ -449,7 +462,10 @@ int Run(int argc, char **argv) {
     AddActCommands(app, line);
     AddConfigureCommands(app, line);
     AddDaemonCommands(app, line);
-    line.run = [&line] { return RunInSession(line, [](Session &session) { return RunList(session, {}); }); };
+    line.run = [&line] {
+        line.showsServices = true;
+        return RunInSession(line, [](Session &session) { return RunList(session, {}); });
+    };
     try {
         app.parse(words, argv);
         ExitOnInterrupt();

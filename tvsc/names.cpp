@@ -91,6 +91,7 @@ ResolvedNames ResolveNames(Session &session, const std::vector<std::string> &pat
             Failed(session, pattern, action, rc, fmt::format("{} failed", action));
             const std::vector<std::string> similar = SimilarNames(pattern, known);
             if (rc == ERROR_SERVICE_DOES_NOT_EXIST && !similar.empty()) {
+                session.results.back().suggested = similar;
                 Note(session, fmt::format("  did you mean {}?", fmt::join(similar, ", ")));
             }
             resolved.failed = true;

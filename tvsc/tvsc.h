@@ -53,7 +53,8 @@ struct ActionResult {
     std::string action; // "start", ...
     DWORD code = 0;     // Win32
     int exitStatus = EXIT_DONE;
-    std::string text; // what was done, or what went wrong
+    std::string text;                        // what was done, or what went wrong
+    std::vector<std::string> suggested = {}; // what a name that means nothing may have been meant as
 };
 
 struct Session {

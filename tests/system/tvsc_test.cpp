@@ -349,6 +349,20 @@ TEST_F(Tvsc, reset_forgets_a_dead_service) {
     EXPECT_EQ(Do({"start", name}), name + ": running\n");
 }
 
+// It used to make a failed service of one that was stopped.
+TEST_F(Tvsc, reset_leaves_a_stopped_service_alone) {
+    CreateSample(name);
+    EXPECT_EQ(Do({"reset", name}), name + ": already stopped\n");
+    EXPECT_EQ(StatusOf(name).at("exit").at("win32"), 0);
+}
+
+TEST_F(Tvsc, restart_and_delete_wait_no_longer_than_told) {
+    CreateSample(name, "--start-ms 3000 --stop-ms 3000");
+    EXPECT_THAT(Fail(151, {"restart", name, "--timeout", "200ms"}), HasSubstr("still start pending"));
+    Do({"wait", name});
+    EXPECT_THAT(Fail(151, {"delete", name, "--stop", "--timeout", "200ms"}), HasSubstr("still stop pending"));
+}
+
 TEST_F(Tvsc, wait_ends_when_the_state_is_there) {
     CreateSample(name);
     std::thread starter([this] {
@@ -566,6 +580,11 @@ TEST_F(Tvsc, a_lock_left_behind_can_be_freed) {
 
 // --- the daemon, the command line ---
 
+TEST_F(Tvsc, a_lock_that_nobody_holds_is_free_already) {
+    EXPECT_EQ(Do({"lock", "release"}), "localhost: not locked\n");
+    EXPECT_THAT(Fail(1, {"lock", "release", "--id", "5"}), HasSubstr("1071 ERROR_INVALID_SERVICE_LOCK"));
+}
+
 TEST_F(Tvsc, ping_measures_round_trips) {
     EXPECT_EQ(Json::parse(Do({"ping", "-c", "2", "--json"})).at("round_trips_ms").size(), 2u);
     EXPECT_THAT(Do({"ping"}), StartsWith("answer after "));
@@ -580,6 +599,8 @@ TEST_F(Tvsc, a_host_without_a_daemon_exits_150) {
 
 TEST_F(Tvsc, a_wrong_command_line_exits_2) {
     EXPECT_EQ(ServiceWorld::Tvsc({"stop"}).status, 2);
+    EXPECT_EQ(ServiceWorld::Tvsc({"stop", "--all", "zero"}).status, 2);
+    EXPECT_EQ(ServiceWorld::Tvsc({"ping", "-c", "0"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"frobnicate"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"create", "x"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"control", "zero", "many"}).status, 2);
@@ -627,6 +648,32 @@ TEST_F(Tvsc, a_busy_daemon_is_explained_and_waited_for) {
     EXPECT_THAT(list.error, StartsWith("tvsc: the daemon is busy"));
     EXPECT_THAT(list.output, HasSubstr(name));
     EXPECT_EQ(WaitForEnd(starting), 0);
+}
+
+TEST_F(Tvsc, json_suggests_what_an_unknown_name_may_mean) {
+    CreateSample(name);
+    const Json error = Json::parse(ServiceWorld::Tvsc({"status", name + "x", "--json"}).output).at("errors").at(0);
+    EXPECT_EQ(error.at("suggest"), Json::array({name}));
+}
+
+TEST_F(Tvsc, json_tells_whether_the_database_is_locked) {
+    EXPECT_FALSE(Json::parse(Do({"list", "--json"})).at("daemon").at("locked"));
+    const std::string list = Do({"with-lock", "--", ProgramPath("tvsc"), "list", "--json"});
+    EXPECT_TRUE(Json::parse(list).at("daemon").at("locked"));
+}
+
+TEST_F(Tvsc, json_of_services_has_its_form_also_without_a_daemon) {
+    for (const std::vector<std::string> &command :
+         {std::vector<std::string>{"list"}, {"status", "x"}, {"show", "x"}, {}}) {
+        std::vector<std::string> arguments = {"--json", "--host", "no-such-host"};
+        arguments.insert(arguments.end(), command.begin(), command.end());
+        const Json answer = Json::parse(ServiceWorld::Tvsc(arguments).output);
+        EXPECT_EQ(answer.at("schema"), "tvsc.status/1");
+        EXPECT_FALSE(answer.at("daemon").at("reachable"));
+        EXPECT_FALSE(answer.at("daemon").at("initialized"));
+        EXPECT_EQ(answer.at("services"), Json::array());
+        EXPECT_EQ(answer.at("errors").at(0).at("win32"), RPC_S_SERVER_UNAVAILABLE);
+    }
 }
 
 TEST_F(Tvsc, json_tells_of_a_failure_whatever_was_asked) {
