@@ -51,6 +51,11 @@ TEST(ktl_strcasecmp, a_prefix_is_smaller_by_the_character_that_follows) {
     EXPECT_EQ(_ktl_strcasecmp("", "x"), 0 - 'x');
 }
 
+TEST(ktl_strcasecmp, only_the_terminator_ends_a_string) {
+    EXPECT_EQ(_ktl_strcasecmp("\1a", "\1b"), 'a' - 'b');
+    EXPECT_EQ(_ktl_strcasecmp(" a", " B"), 'a' - 'b');
+}
+
 TEST(ktl_strcasecmp, underscore_sorts_below_letters_in_either_case) {
     EXPECT_LT(_ktl_strcasecmp("_", "A"), 0);
     EXPECT_LT(_ktl_strcasecmp("_", "a"), 0);
@@ -69,6 +74,11 @@ TEST(ktl_strcasecmp, other_bytes_above_127_compare_by_the_table_entry_of_their_n
 TEST(ktl_strncasecmp, compares_at_most_n_characters) {
     EXPECT_EQ(_ktl_strncasecmp("ABCx", "abcy", 3), 0);
     EXPECT_EQ(_ktl_strncasecmp("ABCx", "abcy", 4), 'x' - 'y');
+}
+
+TEST(ktl_strncasecmp, compares_from_the_first_character_on) {
+    EXPECT_EQ(_ktl_strncasecmp("xb", "ab", 2), 'x' - 'a');
+    EXPECT_EQ(_ktl_strncasecmp("x", "A", 1), 'x' - 'a');
 }
 
 TEST(ktl_strncasecmp, n_of_0_makes_any_two_strings_equal) { EXPECT_EQ(_ktl_strncasecmp("a", "b", 0), 0); }

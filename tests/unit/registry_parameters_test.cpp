@@ -30,6 +30,7 @@ struct FreshProcess {
     int systemAllowed = bAllowSystemDaemonConnect;
     int localAllowed = bAllowLocalDaemonConnect;
     std::uint32_t programNumber = tvreg_prognum;
+    timeval timeout = TIMEOUT;
 };
 const FreshProcess freshProcess;
 
@@ -62,6 +63,11 @@ unsigned ProgramNumberOfUser(uid_t uid) {
 } // namespace
 
 // --- a fresh process -----------------------------------------------------------------------------------------------
+
+TEST(FreshRegistryProcess, waits_25_seconds_for_an_answer) {
+    EXPECT_EQ(freshProcess.timeout.tv_sec, 25);
+    EXPECT_EQ(freshProcess.timeout.tv_usec, 0);
+}
 
 TEST(FreshRegistryProcess, has_no_connection_allows_all_and_keeps_backups) {
     EXPECT_EQ(freshProcess.connections, 0);
