@@ -173,15 +173,17 @@ void SetValueEx() {
     EXPECT_EQ(RegSetValueExA(1, "Val", 0, REG_BINARY, data, 5), ERROR_ACCESS_DENIED);
 }
 
-void NotifyChange() { // the operation never calls it
+// What RegNotifyChangeKeyValue would do if it called its procedure.
+LONG Notify() {
     HKEY key = 1;
     int clientNum = 0;
     CLIENT *client = tvConnectRegistryDaemon(nullptr, &key, &clientNum);
-    ASSERT_NE(client, nullptr);
+    if (client == nullptr) return ERROR_REGISTRY_IO_FAILED;
     regd_REG_NOTIFY_CHANGE_KEY_VALUE argument = {g_userData, key, 1, 5, 0x44, -1};
     const regd_BASIC_RES *result = reg_notify_change_key_value_2(&argument, client);
-    ASSERT_NE(result, nullptr);
-    EXPECT_EQ(result->body.status, 5u);
+    if (result != nullptr) return static_cast<LONG>(result->body.status);
+    DropConnectionIfBroken(clientNum);
+    return ERROR_REGISTRY_IO_FAILED;
 }
 
 void SaveKeys() {
@@ -211,7 +213,8 @@ const ProcedureCase procedureCases[] = {
     {"get security", 10, "00000001 00000007 00000008", "00000001 00000000 00000004 01000480 00000004", GetSecurity},
     {"load", 11, "80000003 00000003 532d3100 00000002 2f660000", denied,
      [] { EXPECT_EQ(RegLoadKeyA(HKEY_USERS, "S-1", "/f"), ERROR_ACCESS_DENIED); }},
-    {"notify", 12, "00000001 00000001 00000005 00000044 ffffffff", denied, NotifyChange},
+    {"notify", 12, "00000001 00000001 00000005 00000044 ffffffff", denied,
+     [] { EXPECT_EQ(Notify(), ERROR_ACCESS_DENIED); }},
     {"open", 13, "80000002 00000004 536f6674", opened, OpenKeys},
     {"open ex", 14, "80000002 00000004 536f6674 00000009 00000000", opened, OpenKeysEx},
     {"query info", 15, "00000001 00000010",
@@ -236,6 +239,72 @@ const ProcedureCase procedureCases[] = {
     {"unload", 25, "80000003 00000003 532d3100", denied,
      [] { EXPECT_EQ(RegUnLoadKeyA(HKEY_USERS, "S-1"), ERROR_ACCESS_DENIED); }},
 };
+
+// --- each procedure with every output that it has ------------------------------------------------------------------
+
+struct Outputs {
+    HKEY key = 7;
+    char name[16] = "unset";
+    char keyClass[16] = "unset";
+    BYTE data[16] = {7, 7, 7, 7};
+    DWORD words[6] = {7, 7, 7, 7, 7, 7};
+    LONG size = 16;
+    DWORD nameLength = 16;
+    DWORD classLength = 16;
+    DWORD dataBytes = 16;
+    DWORD type = 7;
+    FILETIME time = {7, 7};
+};
+
+const struct {
+    const char *name;
+    LONG (*ask)(Outputs &);
+} everyCall[] = {
+    {"close", [](Outputs &) { return RegCloseKey(1); }},
+    {"create", [](Outputs &o) { return RegCreateKeyA(1, "a", &o.key); }},
+    {"create ex", [](Outputs &o) { return RegCreateKeyExA(1, "a", 0, nullptr, 0, 0, nullptr, &o.key, &o.words[0]); }},
+    {"delete", [](Outputs &) { return RegDeleteKeyA(1, "a"); }},
+    {"delete value", [](Outputs &) { return RegDeleteValueA(1, "a"); }},
+    {"enum", [](Outputs &o) { return RegEnumKeyA(1, 0, o.name, 16); }},
+    {"enum ex",
+     [](Outputs &o) {
+         return RegEnumKeyExA(1, 0, o.name, &o.nameLength, nullptr, o.keyClass, &o.classLength, &o.time);
+     }},
+    {"enum value",
+     [](Outputs &o) { return RegEnumValueA(1, 0, o.name, &o.nameLength, nullptr, &o.type, o.data, &o.dataBytes); }},
+    {"flush", [](Outputs &) { return RegFlushKey(1); }},
+    {"get security", [](Outputs &o) { return RegGetKeySecurity(1, 7, o.data, &o.dataBytes); }},
+    {"load", [](Outputs &) { return RegLoadKeyA(1, "a", "/f"); }},
+    {"notify", [](Outputs &) { return Notify(); }},
+    {"open", [](Outputs &o) { return RegOpenKeyA(1, "a", &o.key); }},
+    {"open ex", [](Outputs &o) { return RegOpenKeyExA(1, "a", 0, 0, &o.key); }},
+    {"query info",
+     [](Outputs &o) {
+         return RegQueryInfoKeyA(1, o.keyClass, &o.classLength, nullptr, &o.words[0], &o.words[1], &o.words[2],
+                                 &o.words[3], &o.words[4], &o.words[5], nullptr, &o.time);
+     }},
+    {"query value", [](Outputs &o) { return RegQueryValueA(1, "a", o.name, &o.size); }},
+    {"query value ex", [](Outputs &o) { return RegQueryValueExA(1, "a", nullptr, &o.type, o.data, &o.dataBytes); }},
+    {"replace", [](Outputs &) { return RegReplaceKeyA(1, "a", "/n", "/o"); }},
+    {"restore", [](Outputs &) { return RegRestoreKeyA(1, "/f", 0); }},
+    {"save", [](Outputs &) { return RegSaveKeyA(1, "/f", nullptr); }},
+    {"set security", [](Outputs &) { return RegSetKeySecurity(1, 7, nullptr); }},
+    {"set value", [](Outputs &) { return RegSetValueA(1, "a", REG_SZ, "x", 0); }},
+    {"set value ex", [](Outputs &o) { return RegSetValueExA(1, "a", 0, REG_BINARY, o.data, 4); }},
+    {"unload", [](Outputs &) { return RegUnLoadKeyA(1, "a"); }},
+};
+static_assert(std::size(everyCall) == std::size(procedureCases));
+
+// Makes each call; what failed must not have touched an output.
+void ExpectOfEveryCall(LONG rc) {
+    for (const auto &call : everyCall) {
+        Outputs outputs;
+        const Outputs before;
+        EXPECT_EQ(call.ask(outputs), rc) << call.name;
+        if (rc == ERROR_SUCCESS) continue;
+        EXPECT_EQ(std::memcmp(&outputs, &before, sizeof before), 0) << call.name;
+    }
+}
 
 } // namespace
 
@@ -263,7 +332,7 @@ TEST_F(RegistryOverTcp, a_reply_without_a_body_is_status_0) {
         HKEY key = 7;
         EXPECT_EQ(RegOpenKeyExA(1, "a", 0, 0, &key), ERROR_SUCCESS);
         EXPECT_EQ(key, 0u);
-        EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+        ExpectOfEveryCall(ERROR_SUCCESS);
         tvRegistryCleanConnections(1);
         tvRegistryInitData();
     }
@@ -281,6 +350,18 @@ TEST_F(RegistryOverTcp, an_undecodable_reply_is_1016_and_the_connection_goes_on)
     EXPECT_STREQ(name, "unset");
     EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
     EXPECT_EQ(daemon.Connections(), 1);
+}
+
+TEST_F(RegistryOverTcp, no_call_takes_a_body_that_ends_at_once) {
+    const ScriptedRegd daemon(localAddress, Always("00000001"));
+    ExpectOfEveryCall(ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(daemon.Connections(), 1);
+}
+
+TEST_F(RegistryOverTcp, every_call_whose_connection_closes_in_mid_reply_is_1016) {
+    const ScriptedRegd daemon(localAddress, [](const WireCall &) { return WireAnswer{Hex(opened), 30}; });
+    ExpectOfEveryCall(ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(daemon.Connections(), static_cast<int>(std::size(everyCall)));
 }
 
 TEST_F(RegistryOverTcp, a_connection_closed_at_any_byte_of_a_reply_is_1016_and_the_next_call_connects_anew) {
@@ -318,6 +399,7 @@ TEST_F(RegistryOverTcp, a_daemon_that_was_restarted_is_found_again_by_the_second
 
 TEST_F(RegistryOverTcp, no_daemon_is_1016_in_no_time) {
     EXPECT_LT(SecondsFor([] { EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED); }), 1.0); // nobody at the port
+    ExpectOfEveryCall(ERROR_REGISTRY_IO_FAILED);
     UnregisterRegistryDaemon();
     EXPECT_LT(SecondsFor([] { EXPECT_EQ(RegFlushKey(1), ERROR_REGISTRY_IO_FAILED); }), 1.0); // nobody registered
     EXPECT_EQ(connectFailMsg, 1);
