@@ -200,6 +200,16 @@ TEST(GetNextSubPath, nothing_is_left_of_null_and_of_the_empty_string) {
     EXPECT_THAT(SubPathsOf(""), IsEmpty());
 }
 
+TEST(GetNextSubPath, at_the_end_length_and_rest_are_set_all_the_same) {
+    for (const char *path : {static_cast<const char *>(nullptr), ""}) {
+        size_t length = 7;
+        const char *rest = "untouched";
+        EXPECT_EQ(GetNextSubPath(path, &length, &rest), nullptr);
+        EXPECT_EQ(length, 0u);
+        EXPECT_EQ(rest, path);
+    }
+}
+
 // --- _ktlGetComponentsOffsetFromPath
 
 TEST(ktlGetComponentsOffsetFromPath, is_where_the_last_component_begins) {
