@@ -24,6 +24,19 @@ DWORD ChangeConfig(DaemonLink &link, servd_SERV_CHANGE_CONFIG_SERVICE *argument,
     return AsCode(answer.status);
 }
 
+// The daemon answers a configuration in which nothing is set when the registry does not answer it.
+bool IsOfNothing(const ServiceConfig &config) {
+    return config.imagePath.empty() && config.startType == 0 && config.errorControl == 0 && config.group.empty() &&
+           config.dependencies.empty() && config.account.empty();
+}
+
+// The dependencies come from the registry too, and the daemon says so when it cannot read them.
+DWORD WhyOfNothing(DaemonLink &link, std::int32_t index) {
+    std::vector<ListedService> dependencies;
+    const DWORD rc = ListDependencies(link, index, SERVICE_STATE_ALL, &dependencies);
+    return rc == ERROR_REGISTRY_IO_FAILED || rc == RPC_S_CALL_FAILED || rc == ERROR_TIMEOUT ? rc : ERROR_SUCCESS;
+}
+
 } // namespace
 
 DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config) {
@@ -51,7 +64,7 @@ DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, 
                SplitMultiString(answer.dependencies.chars, answer.dependencies.count),
                answer.account,
                answer.displayName};
-    return ERROR_SUCCESS;
+    return IsOfNothing(*config) ? WhyOfNothing(link, index) : ERROR_SUCCESS;
 }
 
 DWORD QueryConfig(SC_HANDLE service, ServiceConfig *config) {

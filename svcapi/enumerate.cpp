@@ -51,25 +51,6 @@ DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, std::ve
     return ERROR_SUCCESS;
 }
 
-DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state, std::vector<ListedService> *services) {
-    std::int32_t bytes = pieceBytes;
-    for (;;) {
-        servd_SERV_ENUM_DEPEND_SERVICE argument = {index, state, bytes};
-        servd_SERV_ENUM_DEPEND_SERVICE_RETURN answer = {};
-        const AnswerGuard<servd_SERV_ENUM_DEPEND_SERVICE_RETURN, xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN> release(
-            &answer);
-        const DWORD rc = CallDaemon(link, ENUM_DEPEND_SERVICE, xdr_servd_SERV_ENUM_DEPEND_SERVICE, &argument,
-                                    xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN, &answer);
-        if (rc != ERROR_SUCCESS) return rc;
-        if (answer.status == ERROR_MORE_DATA && answer.bytesNeeded > bytes) {
-            bytes = answer.bytesNeeded;
-            continue;
-        }
-        if (answer.status == ERROR_SUCCESS) Append(answer.services, services);
-        return AsCode(answer.status);
-    }
-}
-
 // The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be.
 DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
     service->reset();
@@ -97,6 +78,25 @@ DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
 }
 
 } // namespace
+
+DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state, std::vector<ListedService> *services) {
+    std::int32_t bytes = pieceBytes;
+    for (;;) {
+        servd_SERV_ENUM_DEPEND_SERVICE argument = {index, state, bytes};
+        servd_SERV_ENUM_DEPEND_SERVICE_RETURN answer = {};
+        const AnswerGuard<servd_SERV_ENUM_DEPEND_SERVICE_RETURN, xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN> release(
+            &answer);
+        const DWORD rc = CallDaemon(link, ENUM_DEPEND_SERVICE, xdr_servd_SERV_ENUM_DEPEND_SERVICE, &argument,
+                                    xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN, &answer);
+        if (rc != ERROR_SUCCESS) return rc;
+        if (answer.status == ERROR_MORE_DATA && answer.bytesNeeded > bytes) {
+            bytes = answer.bytesNeeded;
+            continue;
+        }
+        if (answer.status == ERROR_SUCCESS) Append(answer.services, services);
+        return AsCode(answer.status);
+    }
+}
 
 DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services) {
     const auto stateFilter = static_cast<std::int32_t>(state);

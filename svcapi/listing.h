@@ -13,7 +13,13 @@
 // service ever sees. Returns 0; 6 when the record is free or the number out of range.
 [[nodiscard]] DWORD PeekRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status);
 
-// The configuration of the service `name` in the record `index`; the two must belong together.
+// Appends what the service in a record depends on, nearest first; 1059 on a ring, 1016 when the daemon cannot read the
+// registry. The record must be in use.
+[[nodiscard]] DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state,
+                                     std::vector<ListedService> *services);
+
+// The configuration of the service `name` in the record `index`; the two must belong together. 1016 when the daemon
+// cannot read the registry.
 [[nodiscard]] DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config);
 
 // Translate names. 1060 when there is none.

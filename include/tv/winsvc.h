@@ -229,7 +229,8 @@ BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServ
 BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
                             DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned);
 
-/* Reads the configuration. lpServiceConfig may be null when cbBufSize is 0. */
+/* Reads the configuration. lpServiceConfig may be null when cbBufSize is 0. 1016 ERROR_REGISTRY_IO_FAILED when the
+ * daemon cannot read the registry, as from ChangeServiceConfigA and EnumDependentServicesA then. */
 BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceConfig, DWORD cbBufSize,
                          LPDWORD pcbBytesNeeded);
 

@@ -291,6 +291,62 @@ TEST_F(ServiceApi, a_6_with_the_configuration_of_another_service_is_a_6) {
     EXPECT_EQ(QueryConfig(service, &config), DWORD{ERROR_INVALID_HANDLE});
 }
 
+// Serves `names` as the daemon does: in pieces that fit, code 0 always.
+void ScriptEnumeration(std::vector<std::string> names) {
+    OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
+        ENUM_STATUS_SERVICE, [names](servd_SERV_ENUM_STATUS_SERVICE &argument) {
+            static std::vector<svd_enum_status_list_t> list;
+            list.clear();
+            list.reserve(names.size());
+            servd_SERV_ENUM_STATUS_SERVICE_RETURN answer = {};
+            if (argument.typeFilter != SERVICE_WIN32) return answer;
+            std::int32_t left = argument.bufferBytes;
+            for (auto i = static_cast<std::size_t>(argument.resumeIndex); i < names.size(); ++i) {
+                const auto bytes = static_cast<std::int32_t>(2 * names[i].size() + 2 + 36);
+                if (bytes > left) {
+                    if (answer.bytesNeeded == 0) answer.resumeIndex = static_cast<std::int32_t>(i);
+                    answer.bytesNeeded += bytes;
+                    left = 0;
+                    continue;
+                }
+                left -= bytes;
+                list.push_back({Kept(names[i]), Kept(names[i]), {0x10, 4, 0, 0, 0, 0, 0}, nullptr});
+            }
+            for (std::size_t i = 1; i < list.size(); ++i) {
+                list[i - 1].next = &list[i];
+            }
+            answer.servicesReturned = static_cast<std::int32_t>(list.size());
+            answer.services = list.empty() ? nullptr : list.data();
+            return answer;
+        });
+}
+
+// Without a registry daemon every value reads as 0, and a dependent would look like a stranger.
+TEST_F(ServiceApi, a_configuration_of_nothing_is_none_when_the_registry_cannot_be_read) {
+    OnCall<servd_SERV_QUERY_CONFIG_SERVICE, servd_SERV_QUERY_CONFIG_SERVICE_RETURN>(
+        QUERY_CONFIG_SERVICE, [](servd_SERV_QUERY_CONFIG_SERVICE &) {
+            servd_SERV_QUERY_CONFIG_SERVICE_RETURN answer = {};
+            answer.serviceType = 0x10;
+            return answer;
+        });
+    std::int32_t dependenciesCode = ERROR_REGISTRY_IO_FAILED;
+    OnCall<servd_SERV_ENUM_DEPEND_SERVICE, servd_SERV_ENUM_DEPEND_SERVICE_RETURN>(
+        ENUM_DEPEND_SERVICE, [&](servd_SERV_ENUM_DEPEND_SERVICE &) {
+            return servd_SERV_ENUM_DEPEND_SERVICE_RETURN{dependenciesCode, 0, 0, nullptr};
+        });
+    ScriptEnumeration({"web", "shop"});
+    ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED);
+    OpenWeb();
+    DWORD needed = 0, returned = 0;
+    EXPECT_FALSE(QueryServiceConfigA(service, nullptr, 0, &needed));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_REGISTRY_IO_FAILED});
+    EXPECT_FALSE(EnumDependentServicesA(service, SERVICE_STATE_ALL, nullptr, 0, &needed, &returned));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_REGISTRY_IO_FAILED});
+    dependenciesCode = ERROR_SUCCESS;
+    EXPECT_FALSE(QueryServiceConfigA(service, nullptr, 0, &needed));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+}
+
 TEST_F(ServiceApi, changing_nothing_sends_the_present_error_control) {
     ScriptConfig(0, "Web front", 3);
     servd_SERV_CHANGE_CONFIG_SERVICE seen = {};
@@ -324,36 +380,6 @@ TEST_F(ServiceApi, changed_strings_count_their_terminators) {
                                      nullptr, nullptr));
     EXPECT_EQ(image, std::string("/new\0", 5));
     EXPECT_EQ(dependencies, std::string("a\0b\0\0", 5));
-}
-
-// Serves `names` as the daemon does: in pieces that fit, code 0 always.
-void ScriptEnumeration(std::vector<std::string> names) {
-    OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        ENUM_STATUS_SERVICE, [names](servd_SERV_ENUM_STATUS_SERVICE &argument) {
-            static std::vector<svd_enum_status_list_t> list;
-            list.clear();
-            list.reserve(names.size());
-            servd_SERV_ENUM_STATUS_SERVICE_RETURN answer = {};
-            if (argument.typeFilter != SERVICE_WIN32) return answer;
-            std::int32_t left = argument.bufferBytes;
-            for (auto i = static_cast<std::size_t>(argument.resumeIndex); i < names.size(); ++i) {
-                const auto bytes = static_cast<std::int32_t>(2 * names[i].size() + 2 + 36);
-                if (bytes > left) {
-                    if (answer.bytesNeeded == 0) answer.resumeIndex = static_cast<std::int32_t>(i);
-                    answer.bytesNeeded += bytes;
-                    left = 0;
-                    continue;
-                }
-                left -= bytes;
-                list.push_back({Kept(names[i]), Kept(names[i]), {0x10, 4, 0, 0, 0, 0, 0}, nullptr});
-            }
-            for (std::size_t i = 1; i < list.size(); ++i) {
-                list[i - 1].next = &list[i];
-            }
-            answer.servicesReturned = static_cast<std::int32_t>(list.size());
-            answer.services = list.empty() ? nullptr : list.data();
-            return answer;
-        });
 }
 
 std::vector<std::string> ManyNames(int count) {
