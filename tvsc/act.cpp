@@ -70,6 +70,11 @@ void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string 
         }
     } else if (code == ERROR_SERVICE_REQUEST_TIMEOUT) {
         Note(session, "  its process did not register or did not answer; is its image a csh script that ends in exec?");
+    } else if (code == ERROR_INVALID_HANDLE) {
+        // The daemon's word for dependencies that it could not work out.
+        std::vector<ListedService> all;
+        const DWORD why = EnumerateDependencies(service, SERVICE_STATE_ALL, &all);
+        if (why != ERROR_SUCCESS) Note(session, fmt::format("  its dependencies: {}", CodeText(why)));
     } else if (code == ERROR_PATH_NOT_FOUND) {
         Note(session, "  /bin/csh could not be executed, or the service's user does not exist");
     }
@@ -187,15 +192,17 @@ bool StopOne(Session &session, const std::string &name, bool wait) {
 
 // Stops the services that depend on this one, or refuses because they run.
 bool ClearDependents(Session &session, const std::string &name, const StopOptions &stop) {
+    if (stop.force) return true;
     const ServiceHandle service = OpenFor(session, name, "stop");
     if (service == nullptr) return false;
     std::vector<ListedService> dependents;
     const DWORD rc = EnumerateDependents(service.get(), SERVICE_ACTIVE, &dependents);
+    if (rc != ERROR_SUCCESS && stop.all) return true; // all go, in whatever order
     if (rc != ERROR_SUCCESS) {
         Failed(session, name, "stop", rc, "its dependents cannot be listed");
         return false;
     }
-    if (dependents.empty() || stop.force) return true;
+    if (dependents.empty()) return true;
     if (!stop.withDependents) {
         Failed(session, name, "stop", ERROR_DEPENDENT_SERVICES_RUNNING,
                fmt::format("{} runs and depends on it; use --with-dependents or --force", dependents.front().name));

@@ -56,6 +56,7 @@ std::string RefusalText(const char *refused, DWORD code) {
         return fmt::format("{}: a name has no slash and no backslash in it, and 1 to 1023 bytes", refused);
     case ERROR_INVALID_PARAMETER:
         return fmt::format("{}: image path and group have at most 1023 bytes, and a tag needs a group", refused);
+    case ERROR_DATABASE_DOES_NOT_EXIST: return fmt::format("{}: the registry daemon does not answer", refused);
     default: return refused;
     }
 }

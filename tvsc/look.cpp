@@ -65,9 +65,14 @@ bool PassesFilter(const ListedService &service, const ListFilter &filter) {
 
 std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::string &name) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
+    if (service == nullptr) return std::nullopt;
     ServiceConfig config;
-    if (service == nullptr || QueryConfig(service.get(), &config) != ERROR_SUCCESS) return std::nullopt;
-    return config;
+    const DWORD rc = QueryConfig(service.get(), &config);
+    if (rc == ERROR_REGISTRY_IO_FAILED && !session.lacksRegistry) {
+        Note(session, "tvsc: no configurations: the registry daemon does not answer");
+        session.lacksRegistry = true;
+    }
+    return rc == ERROR_SUCCESS ? std::make_optional(config) : std::nullopt;
 }
 
 void PrintSummary(const std::vector<ServiceView> &views) {

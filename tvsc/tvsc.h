@@ -63,6 +63,7 @@ struct Session {
     DWORD initCode = 0;
     std::vector<ActionResult> results;
     time_t begunAt = time(nullptr);
+    bool lacksRegistry = false; // said once that configurations cannot be read
 };
 
 // --- report: words and exit statuses ---

@@ -700,6 +700,25 @@ TEST_F(Tvsc, zz_a_running_service_in_record_0_that_is_marked_for_deletion_is_hid
     KillProcessOf("zero");
 }
 
+// The daemon keeps its services without the registry, but knows nothing of their configurations.
+TEST_F(Tvsc, zz_a_missing_registry_daemon_is_told_where_it_is_missed) {
+    CreateSample(name, "", {"--start", "disabled"});
+    CreateSample(name + "-runs");
+    Do({"start", name + "-runs"});
+    EXPECT_EQ(StopDaemon(registryDaemon), 0);
+    const Ended list = ServiceWorld::Tvsc({"list", name});
+    EXPECT_EQ(list.error, "tvsc: no configurations: the registry daemon does not answer\n");
+    EXPECT_THAT(list.output, Not(HasSubstr("boot"))); // which 0 would mean
+    // It may have dependents that run.
+    EXPECT_THAT(Fail(150, {"stop", name + "-runs"}), HasSubstr("its dependents cannot be listed: 1016"));
+    EXPECT_EQ(Do({"stop", "--force", name + "-runs"}), name + "-runs: stopped\n");
+    EXPECT_THAT(Fail(1, {"start", name}), HasSubstr("its dependencies: 1016 ERROR_REGISTRY_IO_FAILED"));
+    EXPECT_THAT(Fail(6, {"create", name + "-2", "--image", folder + "/" + name + ".csh"}),
+                HasSubstr("not created: the registry daemon does not answer: 1065"));
+    registryDaemon = StartRegistryDaemon(folder + "/registry.db");
+    EXPECT_THAT(Do({"list", name}), HasSubstr("disabled"));
+}
+
 // A stopped process answers nothing, as one that is starting its automatic services.
 TEST_F(Tvsc, zz_a_silent_daemon_is_given_up_in_time) {
     kill(serviceDaemon, SIGSTOP);
