@@ -157,7 +157,8 @@ void CloseConnection(RegistryConnectionEntry *entry) {
     entry->client = nullptr;
 }
 
-// Returns the number that the machine's connection has, or would get.
+// Returns the number that the machine's connection has, or would get. Deliberate: nothing checks that it fits into the
+// eight bits of a key; the number after 255 is the local daemon's.
 int NumberOfMachine(const char *machineName) {
     for (int number = 1; number < connectionSlots; ++number) {
         const RegistryConnectionEntry *entry = clntArray[number];

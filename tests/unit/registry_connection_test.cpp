@@ -443,6 +443,21 @@ TEST_F(RegistryConnections, the_wide_form_answers_2_and_connects_nothing_deliber
     EXPECT_TRUE(dialPlan.dialled.empty());
 }
 
+TEST_F(RegistryConnections, the_machine_after_number_255_gets_a_key_of_the_local_daemon_deliberate) {
+    Script &local = NewScript();
+    Script &last = NewScript();
+    Connect(0, &local);
+    Connect(254, &last, "the last but one");
+    PlayMachine("last", last, &local);
+    HKEY key = 0;
+    EXPECT_EQ(RegConnectRegistryA("last", HKEY_USERS, &key), ERROR_SUCCESS);
+    EXPECT_EQ(key, 0x8FF00003u);
+    const std::size_t dialled = dialPlan.dialled.size();
+    EXPECT_EQ(RegConnectRegistryA("one too many", HKEY_USERS, &key), ERROR_SUCCESS);
+    EXPECT_EQ(key, HKEY_USERS);
+    EXPECT_EQ(dialPlan.dialled.size(), dialled);
+}
+
 // --- ping and version ----------------------------------------------------------------------------------------------
 
 TEST_F(RegistryConnections, ping_sends_process_and_mode_and_returns_the_status) {
