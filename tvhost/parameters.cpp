@@ -6,6 +6,7 @@
 #include "tv/winreg.h"
 #include "util/guard.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -115,6 +116,7 @@ DWORD ReadHostParameters(const std::string &serviceName, HostParameters *paramet
     if (rc == ERROR_SUCCESS) rc = ReadText(key, "AppStdout", &parameters->standardOutput);
     if (rc == ERROR_SUCCESS) rc = ReadText(key, "AppStderr", &parameters->standardError);
     if (rc == ERROR_SUCCESS) rc = ReadNumber(key, "AppStopTimeout", &parameters->stopTimeoutMs);
+    parameters->stopTimeoutMs = std::min(parameters->stopTimeoutMs, longestStopTimeoutMs);
     return rc;
 }
 

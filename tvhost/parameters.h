@@ -9,7 +9,7 @@
 //   AppEnvironment  REG_MULTI_SZ  NAME=VALUE strings, on top of tvhost's own environment; NAME= takes a variable away
 //   AppStdout       REG_SZ        file that takes the program's standard output, appended to
 //   AppStderr       REG_SZ        likewise standard error; both may name the same file
-//   AppStopTimeout  REG_DWORD     milliseconds between SIGTERM and SIGKILL
+//   AppStopTimeout  REG_DWORD     milliseconds between SIGTERM and SIGKILL, at most 2000000000
 // Only the first is required.
 #pragma once
 
@@ -20,6 +20,7 @@
 #include <vector>
 
 constexpr DWORD defaultStopTimeoutMs = 20'000;
+constexpr DWORD longestStopTimeoutMs = 2'000'000'000; // 23 days; leaves room to add to it
 
 struct HostParameters {
     std::string application;

@@ -112,6 +112,20 @@ TEST_F(Tvhost, the_stop_leaves_time_for_a_clean_end) {
     EXPECT_EQ(ReadFile(folder + "/cleaned"), "cleaned\n");
 }
 
+// Its wait hint used to come out as less than ten seconds, after which the daemon takes the service for dead.
+TEST_F(Tvhost, the_longest_stop_time_out_announces_a_long_wait) {
+    CreateShell("trap '' TERM; touch " + Marker() + "; while true; do sleep 1; done",
+                {"--stop-timeout-ms", "4294967295"});
+    Do({"start", name});
+    ASSERT_TRUE(WaitUntil([&] { return HasMarker(); }));
+    Do({"stop", "--no-wait", name});
+    ASSERT_TRUE(WaitUntil([&] { return Status().at("wait_hint_ms") != 0; }));
+    EXPECT_GE(Status().at("wait_hint_ms"), 2000000000);
+    const pid_t program = OnlyChild();
+    kill(-program, SIGKILL);
+    EXPECT_TRUE(WaitUntil([&] { return Status().at("state") == "stopped"; }));
+}
+
 TEST_F(Tvhost, pausing_freezes_the_program_and_continuing_thaws_it) {
     CreateShell("exec sleep 1000");
     Do({"start", name});
