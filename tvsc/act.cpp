@@ -29,7 +29,7 @@ std::string EndText(const SERVICE_STATUS &status) {
     if (status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR) {
         return fmt::format("stopped with its own code {}", status.dwServiceSpecificExitCode);
     }
-    return "stopped";
+    return status.dwWin32ExitCode == 0 ? "stopped again, without an error" : "stopped";
 }
 
 // Waits and notes what came of it. Returns whether the wanted state was reached.
@@ -76,7 +76,7 @@ void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string 
         const DWORD why = EnumerateDependencies(service, SERVICE_STATE_ALL, &all);
         if (why != ERROR_SUCCESS) Note(session, fmt::format("  its dependencies: {}", CodeText(why)));
     } else if (code == ERROR_PATH_NOT_FOUND) {
-        Note(session, "  /bin/csh could not be executed, or the service's user does not exist");
+        Note(session, "  /bin/csh could not be executed, or the daemon cannot become the service's user");
     }
 }
 

@@ -23,8 +23,16 @@ int Refuse(Session &session, const std::string &name, const std::string &action,
     return Finish(session);
 }
 
+// Whether a script may be an image; one of another machine cannot be looked at. Returns 0 or 3 and a text.
+DWORD CheckImage(const Session &session, const std::string &image, std::string *problem) {
+    const std::string why = IsThisMachine(session.options) ? WhyNoLauncher(image) : "";
+    *problem = fmt::format("{}: {}", image, why);
+    return why.empty() ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+}
+
 // The image of a service that is being made. Returns 0, or the code of what went wrong and a text in *problem.
-DWORD PrepareImage(const CreateOptions &create, HostParameters *parameters, std::string *image, std::string *problem) {
+DWORD PrepareImage(const Session &session, const CreateOptions &create, HostParameters *parameters, std::string *image,
+                   std::string *problem) {
     *image = create.image;
     std::string rest;
     if (!create.exec.empty()) {
@@ -45,8 +53,7 @@ DWORD PrepareImage(const CreateOptions &create, HostParameters *parameters, std:
         return image->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
     }
     if (!create.program.empty()) return PlanLauncher(create.name, create.program, image, problem);
-    *problem = fmt::format("{}: {}", create.image, WhyNoLauncher(create.image));
-    return WhyNoLauncher(create.image).empty() ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+    return CheckImage(session, create.image, problem);
 }
 
 // "not created", with what the code does not say of itself.
@@ -113,7 +120,7 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
     }
     service.reset();
     if (IsGone(session, name, options.wait)) {
-        (void)RemoveLauncher(name); // there is one only for some services
+        if (IsThisMachine(session.options)) (void)RemoveLauncher(name); // there is one only for some services
         Done(session, name, "delete", "deleted");
     } else if (options.wait) {
         Failed(session, name, "delete", ERROR_SERVICE_MARKED_FOR_DELETE, "still there");
@@ -149,7 +156,11 @@ void ChangeOne(Session &session, const std::string &name, const ConfigOptions &c
 int RunCreate(Session &session, const CreateOptions &create) {
     HostParameters parameters;
     std::string image, problem;
-    const DWORD prepared = PrepareImage(create, &parameters, &image, &problem);
+    if (create.image.empty() && !IsThisMachine(session.options)) {
+        return Refuse(session, create.name, "create", ERROR_NOT_SUPPORTED,
+                      "--exec and --program are for the daemon of this machine; another one takes --image");
+    }
+    const DWORD prepared = PrepareImage(session, create, &parameters, &image, &problem);
     if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(create.dependencies);
@@ -177,9 +188,9 @@ int RunCreate(Session &session, const CreateOptions &create) {
 }
 
 int RunConfig(Session &session, const ConfigOptions &config) {
-    if (config.image && !WhyNoLauncher(*config.image).empty()) {
-        return Refuse(session, config.name, "config", ERROR_PATH_NOT_FOUND,
-                      fmt::format("{}: {}", *config.image, WhyNoLauncher(*config.image)));
+    std::string problem;
+    if (config.image && CheckImage(session, *config.image, &problem) != ERROR_SUCCESS) {
+        return Refuse(session, config.name, "config", ERROR_PATH_NOT_FOUND, problem);
     }
     for (const std::string &name : ResolveNames(session, {config.name}, "config").names) {
         ChangeOne(session, name, config);

@@ -172,8 +172,9 @@ void LookCloser(Session &session, StatusLook look, ServiceView *view) {
     view->source = "interrogate";
 }
 
-ServiceView ViewOf(const ListedService &service) {
-    return {service, service.complete ? "enumeration" : "peek", ReadPidFile(service.name), std::nullopt};
+ServiceView ViewOf(const Session &session, const ListedService &service) {
+    const pid_t hint = IsThisMachine(session.options) ? ReadPidFile(service.name) : 0;
+    return {service, service.complete ? "enumeration" : "peek", hint, std::nullopt};
 }
 
 // The services of these names as they stand, or a note of a failure.
@@ -185,7 +186,7 @@ std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string
     if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return views;
     for (const std::string &name : resolved.names) {
         for (const ListedService &service : services) {
-            if (service.name == name) views.push_back(ViewOf(service));
+            if (service.name == name) views.push_back(ViewOf(session, service));
         }
     }
     return views;
@@ -213,7 +214,7 @@ int RunList(Session &session, const ListFilter &filter) {
     std::vector<ServiceView> views;
     for (const ListedService &service : services) {
         if (!PassesFilter(service, filter)) continue;
-        ServiceView view = ViewOf(service);
+        ServiceView view = ViewOf(session, service);
         const bool wantsConfig = (!filter.brief && !filter.namesOnly) || !filter.group.empty();
         if (wantsConfig) view.config = ReadConfigByName(session, service.name);
         if (!filter.group.empty() && (!view.config || view.config->group != filter.group)) continue;

@@ -4,6 +4,7 @@
 #include "tvsc/tvsc.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -18,6 +19,12 @@ bool IsBusy() {
 }
 
 } // namespace
+
+bool IsThisMachine(const Options &options) {
+    char ownName[256] = {};
+    (void)gethostname(ownName, sizeof ownName - 1); // an empty name is no host's
+    return options.host == "localhost" || options.host == ownName || options.host.rfind("127.", 0) == 0;
+}
 
 void WatchForBusyDaemon() {
     std::thread([] {

@@ -94,6 +94,9 @@ void Note(const Session &session, const std::string &line);
 // exit status.
 [[nodiscard]] int OpenSession(Session &session, bool needDatabase);
 
+// Whether the daemon is that of this machine: files, process ids and the registry here are the daemon's too.
+[[nodiscard]] bool IsThisMachine(const Options &options);
+
 // From now on a call that takes longer than two seconds is explained on stderr, once.
 void WatchForBusyDaemon();
 

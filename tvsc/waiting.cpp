@@ -49,6 +49,7 @@ bool IsFreshQuerySafe(const SERVICE_STATUS &status) {
 WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &name, DWORD wanted, bool stoppedIsEnd,
                      SERVICE_STATUS *last) {
     const auto limit = std::chrono::duration<double>(session.options.waitTimeoutSec);
+    const bool hasHints = stoppedIsEnd && IsThisMachine(session.options);
     const PidHint hintBefore = ReadPidHint(name);
     const Clock::time_point begin = Clock::now();
     Clock::time_point changed = begin;
@@ -61,7 +62,7 @@ WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &nam
             before = *last;
         }
         if (IsOverdue(*last, Clock::now() - changed) && !QueryServiceStatus(service, last)) return WaitEnd::unreachable;
-        if (stoppedIsEnd && HasDied(name, hintBefore, session.begunAt)) {
+        if (hasHints && HasDied(name, hintBefore, session.begunAt)) {
             // The last report may have crossed with the look before.
             if (!tvQueryServiceStatusPassive(service, last, nullptr)) return WaitEnd::unreachable;
             if (last->dwCurrentState == wanted) return WaitEnd::reached;

@@ -630,6 +630,24 @@ TEST_F(Tvsc, a_time_below_zero_or_endless_is_refused) {
     EXPECT_EQ(ServiceWorld::Tvsc({"wait", "zero", "--for", "stopped", "--timeout", "0"}).status, 0);
 }
 
+// The same daemon by an address that could be another machine's: what lies on this one says nothing about it.
+TEST_F(Tvsc, a_daemon_elsewhere_is_not_mixed_up_with_this_machine) {
+    const std::string address = "10.77.77.1";
+    if (RunProgram({.command = {"/usr/sbin/ip", "address", "add", address + "/32", "dev", "lo"}}) != 0) {
+        GTEST_SKIP() << "addresses cannot be added here";
+    }
+    CreateSample(name);
+    Do({"start", name});
+    EXPECT_TRUE(StatusOf(name).contains("pid_hint"));
+    const Json there = Json::parse(Do({"--host", address, "status", name, "--json"})).at("services").at(0);
+    EXPECT_EQ(there.at("state"), "running");
+    EXPECT_FALSE(there.contains("pid_hint"));
+    EXPECT_THAT(Fail(1, {"--host", address, "create", name + "-2", "--exec", "/bin/true"}),
+                HasSubstr("50 ERROR_NOT_SUPPORTED"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "-2"));
+    Do({"--host", address, "create", name + "-2", "--image", "/only/there.csh"});
+}
+
 TEST_F(Tvsc, help_and_version_exit_0) {
     EXPECT_THAT(Do({"--help"}), HasSubstr("start"));
     EXPECT_THAT(Do({"start", "--help"}), HasSubstr("--with-deps"));
