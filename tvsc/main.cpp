@@ -269,7 +269,7 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     CLI::App *wait = AddCommand(app, line, "wait", "Wait until services are in a state",
                                 [&line](Session &session) { return RunWait(session, line.names, line.waitState); });
     AddNames(wait, line);
-    AddWaitOptions(wait, line);
+    AddTimeout(wait, line);
     wait->add_option("--for", line.waitState, "running, stopped or paused")
         ->transform(ReadWord(waitStates))
         ->type_name("STATE");
