@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // tvreg: the registry on the command line. Commands and their options; what they do is in the files beside this one.
+#include "tvreg/fix_services.h"
 #include "tvreg/key_path.h"
 #include "tvreg/reg_text.h"
 #include "tvreg/registry_access.h"
@@ -32,6 +33,7 @@ struct Options {
     bool json = false;
     bool raw = false;
     bool dryRun = false;
+    bool fixServices = false;
     bool reg4 = false;
     bool force = false; // taken and ignored: nothing is ever asked
     std::string type = "REG_SZ";
@@ -217,6 +219,10 @@ void Import(const Options &options) {
             throw Failure(EXIT_BAD_TEXT, fmt::format("{}:{}: {}", file, error->line, error->text));
         all.insert(all.end(), std::make_move_iterator(keys.begin()), std::make_move_iterator(keys.end()));
     }
+    if (options.fixServices) {
+        for (const std::string &remark : FixServices(&all))
+            (void)std::fprintf(stderr, "%s\n", Printable(remark).c_str());
+    }
     if (!options.dryRun) return WriteKeys(all);
     for (const RegKey &key : all) {
         Print(fmt::format("{}{}\n", key.isDeleted ? "- " : "", Printable(KeyPathText(key.key))));
@@ -312,6 +318,7 @@ void AddCommands(CLI::App &app, Options &options) {
     CLI::App *import = Command(app, "import", "read .reg files into the registry", Import, options);
     import->add_option("FILE", options.files, ".reg text, version 5.00 or REGEDIT4; - for standard input")->required();
     import->add_flag("-n,--dry-run", options.dryRun, "show what would be written");
+    import->add_flag("--fix-services", options.fixServices, "make services of a Win32 registry ones of this system");
 
     CLI::App *export_ = KeyCommand(app, "export", "write a key with all below it as .reg text", Export, options);
     export_->add_option("FILE", options.files, "standard output when it is left out or -")->expected(0, 1);

@@ -47,17 +47,6 @@ std::string WithoutTerminator(const std::string &data) {
     return data.ends_with('\0') ? data.substr(0, data.size() - 1) : data;
 }
 
-// The strings of a multi-string, whether it ends as it should or not.
-std::vector<std::string> Strings(std::string_view data) {
-    std::vector<std::string> strings;
-    while (!data.empty() && data.front() != '\0') {
-        const std::size_t length = std::min(data.find('\0'), data.size());
-        strings.emplace_back(data.substr(0, length));
-        data.remove_prefix(std::min(length + 1, data.size()));
-    }
-    return strings;
-}
-
 std::uint32_t DwordOf(std::string_view data) {
     std::uint32_t number = 0;
     for (std::size_t byte = 4; byte-- > 0;)
@@ -92,6 +81,16 @@ bool IsUtf8(const std::string &text) {
 
 } // namespace
 
+std::vector<std::string> StringsOf(std::string_view data) {
+    std::vector<std::string> strings;
+    while (!data.empty() && data.front() != '\0') {
+        const std::size_t length = std::min(data.find('\0'), data.size());
+        strings.emplace_back(data.substr(0, length));
+        data.remove_prefix(std::min(length + 1, data.size()));
+    }
+    return strings;
+}
+
 std::string TypeText(std::uint32_t type) { return type < std::size(TYPES) ? TYPES[type] : fmt::format("{}", type); }
 
 std::optional<std::uint32_t> ParseType(const std::string &text) {
@@ -123,7 +122,7 @@ std::string DataText(const RegValue &value) {
     if (value.type == REG_DWORD && value.data.size() == 4) return fmt::format("{:#x}", DwordOf(value.data));
     if (value.type != REG_MULTI_SZ) return HexOf(value.data);
     std::string text;
-    for (const std::string &string : Strings(value.data))
+    for (const std::string &string : StringsOf(value.data))
         text += (text.empty() ? "" : "\\0") + Printable(string);
     return text;
 }
@@ -170,7 +169,7 @@ nlohmann::ordered_json ValueJson(const RegValue &value) {
     } else if (value.type == REG_DWORD && value.data.size() == 4) {
         object["data"] = DwordOf(value.data);
     } else if (value.type == REG_MULTI_SZ && IsUtf8(value.data)) {
-        object["data"] = Strings(value.data);
+        object["data"] = StringsOf(value.data);
     } else {
         object["data"] = HexOf(value.data);
     }

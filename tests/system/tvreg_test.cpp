@@ -120,6 +120,20 @@ TEST_F(Tvreg, a_closed_standard_input_is_told) {
     EXPECT_EQ(ended.error, "tvreg: standard input: Bad file descriptor\n");
 }
 
+TEST_F(Tvreg, import_makes_services_of_a_win32_registry_ones_of_this_system) {
+    const std::string service = servicesKey + "\\" + name;
+    const Ended ended = Run({"import", "--fix-services",
+                             File("REGEDIT4\n[HKEY_LOCAL_MACHINE\\" + service +
+                                  "]\n\"Type\"=dword:10\n\"DisplayName\"=\"x\"\n"
+                                  "\"DependOnService\"=hex(7):61,00,00\n\"ObjectName\"=\"LocalSystem\"\n")});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.error, "~ " + name + ": DependOnService, several strings -> DependOnGroup \"a\"\n~ " + name +
+                               ": ObjectName \"LocalSystem\" -> the daemon's own user\n");
+    EXPECT_THAT(ReadValues(service), ElementsAre(RegistryValue{"Type", REG_DWORD, Dword(0x10)},
+                                                 RegistryValue{"DisplayName", REG_SZ, Sz("x")},
+                                                 RegistryValue{"DependOnGroup", REG_MULTI_SZ, MultiSz({"a"})}));
+}
+
 TEST_F(Tvreg, import_dry_run_shows_and_writes_nothing) {
     const std::string shown =
         Do({"import", "-n", File("REGEDIT4\n[" + key + "]\n\"v\"=\"x\"\n\"w\"=-\n[-" + key + "\\y]\n")});
