@@ -4,8 +4,10 @@
 
 #include "tests/support/allocations.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -382,6 +384,12 @@ TEST_F(ktlExpandEnvVarIfAny, what_is_no_reference_stays_as_it_stands) {
         EXPECT_EQ(Expanded(path), path);
 }
 
+TEST_F(ktlExpandEnvVarIfAny, a_name_may_be_a_single_letter) {
+    setenv("T", "tee", 1);
+    EXPECT_EQ(Expanded("$T/${T}"), "tee/tee");
+    unsetenv("T");
+}
+
 TEST_F(ktlExpandEnvVarIfAny, the_longest_name_counts) {
     EXPECT_EQ(Expanded("$TV_AB"), "$TV_AB");
     EXPECT_EQ(Expanded("$TV_A.b"), "alpha.b");
@@ -527,6 +535,10 @@ TEST_F(ktlConvertPathCase, a_missing_component_gives_null) {
     EXPECT_EQ(_ktlConvertPathCase(InRoot("Other/OnlyUppe").c_str()), nullptr);
 }
 
+TEST_F(ktlConvertPathCase, an_entry_of_the_same_length_is_not_enough) {
+    EXPECT_EQ(_ktlConvertPathCase("Other/Toll"), nullptr);
+}
+
 TEST_F(ktlConvertPathCase, a_file_on_the_way_gives_null) { EXPECT_EQ(_ktlConvertPathCase("Other/Tool/x"), nullptr); }
 
 TEST_F(ktlConvertPathCase, null_and_empty_give_null) {
@@ -565,6 +577,27 @@ TEST_F(ktlConvertPathCase, returns_to_a_current_directory_that_has_lost_its_name
     ASSERT_EQ(stat(".", &after), 0);
     EXPECT_EQ(before.st_ino, after.st_ino);
     fs::current_path(root);
+}
+
+TEST_F(ktlConvertPathCase, returns_when_no_descriptor_is_free) {
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(_ktlConvertPathCase("/x"), nullptr); // enters "/", and cannot read it
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+}
+
+TEST_F(ktlConvertPathCase, leaves_no_descriptor_open) {
+    const auto nextDescriptor = [] {
+        const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        close(descriptor);
+        return descriptor;
+    };
+    const int before = nextDescriptor();
+    for (const char *path : {"other/onlyupper", "/", "Other/Missing", "Other/Tool/x"})
+        (void)_ktlConvertPathCase(path);
+    EXPECT_EQ(nextDescriptor(), before);
 }
 
 TEST_F(ktlConvertPathCase, returns_from_and_to_paths_longer_than_the_system_takes) {
