@@ -17,6 +17,9 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+// For a program that lacks what the leak checker of a sanitizer build needs.
+const std::vector<std::string> withoutLeakCheck = {"ASAN_OPTIONS=detect_leaks=0"};
+
 Launch Servd(const std::vector<std::string> &arguments = {}) {
     Launch launch;
     launch.command = {ProgramPath("servd")};
@@ -65,7 +68,8 @@ TEST_F(LifeCycle, a_launcher_that_cannot_fork_ends_with_status_1_too) {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to run as a user with no process left";
     (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS); // what another case may have left
     const Ended launcher = RunAndRead({.command = {"/usr/bin/setpriv", "--reuid=65534", "/bin/bash", "-c",
-                                                   "ulimit -u 0; exec " + ProgramPath("servd")}});
+                                                   "ulimit -u 0; exec " + ProgramPath("servd")},
+                                       .environment = withoutLeakCheck});
     EXPECT_EQ(launcher.status, 1);
     EXPECT_EQ(launcher.error, "");
     EXPECT_FALSE(WaitUntil(IsServdRegistered, 500));
@@ -110,7 +114,7 @@ TEST_F(LifeCycle, without_descriptors_no_tcp_service_can_be_made) {
     (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS); // what another case may have left
     // Room for the listening socket alone, whatever this process has inherited.
     const std::string starve = "for d in {3..255}; do eval \"exec $d>&-\"; done; ulimit -n 4; exec ";
-    Launch launch = {.command = {"/bin/bash", "-c", starve + ProgramPath("servd")}};
+    Launch launch = {.command = {"/bin/bash", "-c", starve + ProgramPath("servd")}, .environment = withoutLeakCheck};
     launch.errorFile = errors;
     const DetachedDaemon daemon = StartDetached(launch, "servd");
     ASSERT_NE(daemon.process, 0);
