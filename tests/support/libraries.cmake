@@ -8,6 +8,10 @@ target_link_libraries(tv_test_host PRIVATE tv_options PUBLIC servd_wire tv_regis
 # What unit tests of the daemon share: a registry in memory beneath its logic.
 add_library(tv_test_registry STATIC support/memory_registry.cpp)
 target_link_libraries(tv_test_registry PRIVATE tv_options PUBLIC servd_core GTest::gtest)
+if(TV_BUILD_FUZZ)
+  # Its ways are none that a fuzzer should look for.
+  target_compile_options(tv_test_registry PRIVATE -fno-sanitize=fuzzer-no-link)
+endif()
 
 # Calls of the daemon's procedures; a program that uses them brings one of the ways below.
 add_library(tv_procedures STATIC support/procedures.cpp support/service_registry.cpp)
