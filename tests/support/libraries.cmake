@@ -68,6 +68,13 @@ add_library(signal_child MODULE support/signal_child.cpp)
 target_link_libraries(signal_child PRIVATE tv_options)
 set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 
+# Loaded into a daemon: ends it where a signal handler or a child before its exec does what is not safe there.
+if(NOT TV_SANITIZE)
+  add_library(strict_calls MODULE support/strict_calls.cpp)
+  target_link_libraries(strict_calls PRIVATE tv_options)
+  set_target_properties(strict_calls PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+endif()
+
 # Both daemons with sample services.
 add_library(tv_service_world STATIC support/service_world.cpp)
 target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tv_svcapi GTest::gtest)

@@ -183,9 +183,13 @@ std::size_t DescriptorsOf(pid_t process) {
     return count;
 }
 
+bool IsSanitized() { return isSanitized; }
+
 std::size_t ResidentBytesOf(pid_t process) { return StatusKiB(process, "VmRSS") * 1024; }
 
 std::size_t VirtualBytesOf(pid_t process) { return StatusKiB(process, "VmSize") * 1024; }
+
+std::size_t PeakVirtualBytesOf(pid_t process) { return StatusKiB(process, "VmPeak") * 1024; }
 
 std::size_t MappingsOf(pid_t process) {
     std::ifstream maps(ProcPath(process, "maps"));

@@ -59,9 +59,11 @@ std::uint16_t PortOf(std::uint32_t program, std::uint32_t version);
 pid_t ProcessNamed(const std::string &name); // one of this host, 0 for none
 
 std::size_t DescriptorsOf(pid_t process);
+bool IsSanitized(); // whether this is a sanitizer build
 // Memory: 0 in a sanitizer build, which keeps what has been freed, so that there every size equals every other.
 std::size_t ResidentBytesOf(pid_t process);
 std::size_t VirtualBytesOf(pid_t process);
+std::size_t PeakVirtualBytesOf(pid_t process); // the most that it has ever been
 std::size_t MappingsOf(pid_t process);
 double CpuSecondsOf(pid_t process);
 

@@ -255,7 +255,15 @@ TEST_F(HazardServices, a_stopped_port_mapper_delays_a_start_and_nothing_else_bre
     EXPECT_LT(seconds, 24);
     EXPECT_LT(WorstCallMs(), promptMs);
     Measured("port mapper stopped for 12 s: a start takes %.1f s and succeeds", seconds);
+    const std::uint32_t handle = HandleOf("Plain");
+    (void)Ask(SET_STATUS_SERVICE, Words({handle, 0x10, SERVICE_RUNNING, SERVICE_ACCEPT_STOP, 0, 0, 0, 0}));
     (void)kill(portMapper, SIGSTOP);
+    const Clock::time_point controls = Clock::now();
+    EXPECT_EQ(WordOf(Ask(CONTROL_SERVICE, Words({handle, SERVICE_CONTROL_INTERROGATE})), 0),
+              std::uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT});
+    const double controlSeconds = MsSince(controls) / 1000;
+    EXPECT_LT(controlSeconds, 12);
+    Measured("port mapper stopped: a control answers 1053 after %.1f s", controlSeconds);
     const Clock::time_point ends = Clock::now();
     EXPECT_EQ(StopDaemon(daemon), 0);
     EXPECT_LT(MsSince(ends), 1000);

@@ -148,7 +148,11 @@ TEST_F(HazardSignals, a_full_descriptor_table_does_not_keep_the_entry) {
             (void)Send(connections.back(), "\x80");
         }
         (void)CallMs();
-        EXPECT_GE(DescriptorsOf(daemon), 39U);
+        while (connections.size() < 70 && DescriptorsOf(daemon) < 40) {
+            connections.push_back(Connect()); // takes the place of the one that has gone
+            PauseMs(5);
+        }
+        ASSERT_EQ(DescriptorsOf(daemon), 40U);
         taken.push_back(EndBy(SIGTERM));
     }
     Measured("%zu ends with a full descriptor table: worst %.1f ms", taken.size(),
@@ -211,6 +215,25 @@ struct SignalsGuard {
 };
 
 } // namespace
+
+// A signal that finds the daemon inside malloc, or a child that is killed in the middle of a question to the registry,
+// is a matter of luck. That neither handlers nor children do anything that could go wrong then is not.
+TEST_F(HazardSignals, handlers_and_children_before_their_exec_do_only_what_is_safe_there) {
+    if (IsSanitized()) GTEST_SKIP() << "sanitizers bring a malloc of their own";
+    WriteOddService("Plain", "plain");
+    const std::string module = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "libstrict_calls.so";
+    for (const int caught : caughtSignals) {
+        {
+            const SignalsGuard signals;
+            StartDaemon({.environment = {"LD_PRELOAD=" + module}});
+        }
+        ASSERT_EQ(StartByName("Plain"), 0U) << "its process came up";
+        (void)EndBy(caught);
+        for (const pid_t service : ChildrenOf(getpid(), "odd_service")) {
+            (void)StopDaemon(service, SIGKILL);
+        }
+    }
+}
 
 TEST_F(HazardSignals, services_get_the_signals_that_the_daemon_was_started_with) {
     // What the shell makes of them is seen by running it without the daemon in between.

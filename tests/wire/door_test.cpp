@@ -38,6 +38,7 @@ enum Procedure : std::uint32_t {
     CallerPort,      // the port that the call came from
     Unencodable,     // a result that does not encode
     TakeDescriptors, // opens all that are left: their number
+    TakeThemLater,   // the same in a moment, when the caller may have gone: 0
 };
 
 // --- the server ---
@@ -73,6 +74,12 @@ std::uint32_t NumberFor(std::uint32_t procedure, std::uint32_t number, const svc
         return number;
     case CallerUser: return UserOf(request);
     case CallerPort: return ntohs(static_cast<const sockaddr_in *>(transport->xp_rtaddr.buf)->sin_port);
+    case TakeThemLater:
+        std::thread([] {
+            PauseMs(200);
+            (void)OpenAllDescriptors();
+        }).detach();
+        return 0;
     default: return OpenAllDescriptors();
     }
 }
@@ -101,7 +108,7 @@ void Dispatch(svc_req *request, SVCXPRT *transport) {
         return;
     }
     std::uint32_t number = 0;
-    if (request->rq_proc > TakeDescriptors) {
+    if (request->rq_proc > TakeThemLater) {
         svcerr_noproc(transport);
     } else if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(CodeNumber), &number)) {
         svcerr_decode(transport);
@@ -307,7 +314,16 @@ TEST_F(Door, a_long_pipeline_of_costly_requests_delays_nobody) {
     }
     const Socket busy = Connect();
     ASSERT_TRUE(Send(busy, stream));
+    std::atomic<int> answered = 0;
+    std::thread reader([&] {
+        while (!ReadMessage(busy).empty()) {
+            ++answered;
+        }
+    });
     EXPECT_LT(WorstCallMs(port, 10), promptMs);
+    EXPECT_LT(answered, 10000) << "the others were to be answered beside the stream, not behind it";
+    (void)shutdown(busy.descriptor, SHUT_RDWR);
+    reader.join();
 }
 
 TEST_F(Door, a_peer_that_closes_its_sending_side_still_gets_its_answers) {
@@ -489,6 +505,26 @@ TEST_F(Door, the_last_descriptor_serves_and_makes_room_for_the_next_client) {
     const Socket next = Connect(); // takes the place of the last
     EXPECT_TRUE(IsAtEnd(last, 1000));
     EXPECT_FALSE(IsAtEnd(next, 100));
+    const double cpu = CpuSecondsOf(server);
+    PauseMs(1000);
+    EXPECT_LT(CpuSecondsOf(server) - cpu, 0.05);
+}
+
+TEST_F(Door, a_full_descriptor_table_without_connections_refuses_a_client_at_once) {
+    Start(256);
+    {
+        const Socket taker = Connect();
+        ASSERT_TRUE(Send(taker, AsMessage(CallOf(TakeThemLater, Words({0})))));
+        EXPECT_EQ(ReadMessage(taker), Success(Words({0})));
+    }
+    for (int i = 0; i < 200 && DescriptorsOf(server) < 256; ++i) {
+        PauseMs(10);
+    }
+    ASSERT_EQ(DescriptorsOf(server), 256U);
+    for (int i = 0; i < 5; ++i) {
+        const Socket client = Connect();
+        EXPECT_TRUE(IsAtEnd(client, 1000)) << "instead of waiting for ever";
+    }
     const double cpu = CpuSecondsOf(server);
     PauseMs(1000);
     EXPECT_LT(CpuSecondsOf(server) - cpu, 0.05);
