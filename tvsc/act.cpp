@@ -3,6 +3,7 @@
 //
 // The daemon starts no dependencies and stops no dependents: this program does. It looks before it asks for a start,
 // because a start of a service whose announced wait has passed starts a second process.
+#include "tvsc/launcher.h"
 #include "tvsc/tvsc.h"
 
 #include <fmt/format.h>
@@ -55,6 +56,16 @@ bool WaitAndTell(Session &session, SC_HANDLE service, const std::string &name, c
     return false;
 }
 
+// What keeps the process of a service from registering, as far as it can be seen from here.
+std::string LikelyCause(const Session &session, SC_HANDLE service) {
+    ServiceConfig config;
+    if (!IsThisMachine(session.options) || QueryConfig(service, &config) != ERROR_SUCCESS) return "is it a service?";
+    if (config.imagePath.empty()) return "it has no image";
+    const std::string why = WhyNoLauncher(config.imagePath);
+    return why.empty() ? fmt::format("does its image {} end in exec of a service program?", config.imagePath)
+                       : fmt::format("its image {}: {}", config.imagePath, why);
+}
+
 void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string &name, DWORD code) {
     if (code == ERROR_SERVICE_DEPENDENCY_FAIL) {
         std::vector<ListedService> stopped;
@@ -69,7 +80,7 @@ void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string 
             Note(session, fmt::format("  locked by {} for {} s", lock.owner, lock.durationSec));
         }
     } else if (code == ERROR_SERVICE_REQUEST_TIMEOUT) {
-        Note(session, "  its process did not register or did not answer; is its image a csh script that ends in exec?");
+        Note(session, "  its process did not register or did not answer; " + LikelyCause(session, service));
     } else if (code == ERROR_INVALID_HANDLE) {
         // The daemon's word for dependencies that it could not work out.
         std::vector<ListedService> all;

@@ -45,6 +45,16 @@ std::vector<std::string> Resolve(const std::string &wanted, const std::vector<Li
     return display.size() == 1 ? display : std::vector<std::string>{};
 }
 
+// The services that an argument could mean, but for others that it could mean as well.
+std::vector<std::string> MeansSeveral(const std::string &wanted, const std::vector<ListedService> &services) {
+    std::vector<std::string> meant;
+    for (const ListedService &service : services) {
+        const bool fits = strcasecmp(service.name.c_str(), wanted.c_str()) == 0 || service.displayName == wanted;
+        if (fits) meant.push_back(service.name);
+    }
+    return meant;
+}
+
 // Nothing that can be listed has the name: it may be marked for deletion, which hides a service everywhere else.
 DWORD WhyUnknown(Session &session, const std::string &name) {
     std::string displayName;
@@ -89,7 +99,8 @@ ResolvedNames ResolveNames(Session &session, const std::vector<std::string> &pat
         if (meant.empty()) {
             rc = WhyUnknown(session, pattern);
             Failed(session, pattern, action, rc, fmt::format("{} failed", action));
-            const std::vector<std::string> similar = SimilarNames(pattern, known);
+            std::vector<std::string> similar = MeansSeveral(pattern, services);
+            if (similar.empty()) similar = SimilarNames(pattern, known);
             if (rc == ERROR_SERVICE_DOES_NOT_EXIST && !similar.empty()) {
                 session.results.back().suggested = similar;
                 Note(session, fmt::format("  did you mean {}?", fmt::join(similar, ", ")));

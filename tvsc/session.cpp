@@ -48,7 +48,8 @@ int OpenSession(Session &session, bool needDatabase) {
     }
     if (needDatabase && session.initCode != ERROR_SUCCESS) {
         Failed(session, session.options.host, "connect", session.initCode, "the daemon runs, but without its services");
-        Note(session, "  is the registry daemon running? does every service have Type and DisplayName?");
+        Note(session,
+             "  is the registry daemon running? does every service have Type and DisplayName? try: tvsc order");
         return ExitStatusOf(session.initCode);
     }
     return EXIT_DONE;

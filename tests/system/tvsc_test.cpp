@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The command line of the services against both daemons and real service processes.
 #include "tests/support/service_world.h"
+#include "tv/winreg.h"
 #include "tv/winsvc.h"
 
 #include <gmock/gmock.h>
@@ -141,6 +142,12 @@ TEST_F(Tvsc, an_unknown_name_brings_a_suggestion) {
                 AllOf(HasSubstr("1060 ERROR_SERVICE_DOES_NOT_EXIST"), HasSubstr("did you mean " + name + "?")));
 }
 
+TEST_F(Tvsc, a_display_name_of_two_services_brings_both) {
+    CreateSample(name + "-1", "", {"--display", "Display of two"});
+    CreateSample(name + "-2", "", {"--display", "Display of two"});
+    EXPECT_THAT(Fail(5, {"start", "Display of two"}), HasSubstr("did you mean " + name + "-1, " + name + "-2?"));
+}
+
 TEST_F(Tvsc, a_name_is_found_in_another_letter_case_and_by_its_display_name) {
     CreateSample(name, "", {"--display", "Found By This"});
     std::string upper = name;
@@ -253,6 +260,13 @@ TEST_F(Tvsc, start_of_a_paused_service_points_to_continue) {
     Do({"start", name});
     Do({"pause", name});
     EXPECT_THAT(Fail(1, {"start", name}), HasSubstr("try: tvsc continue " + name));
+}
+
+TEST_F(Tvsc, start_says_what_is_wrong_with_the_image_of_a_process_that_did_not_register) {
+    CreateSample(name);
+    WriteKey(servicesKey + "\\" + name, {{"ImagePath", REG_SZ, Sz("/bin/true")}});
+    EXPECT_THAT(Fail(1, {"start", name}), AllOf(HasSubstr("1053 ERROR_SERVICE_REQUEST_TIMEOUT"),
+                                                HasSubstr("its image /bin/true: a program; the daemon runs csh")));
 }
 
 TEST_F(Tvsc, start_that_takes_too_long_exits_151) {
