@@ -230,16 +230,20 @@ TEST(RegistryAPISet, the_row_is_chosen_by_the_os_id) {
 }
 
 TEST(RegistryMutex, is_made_by_the_first_call_and_not_again_by_the_second) {
-    _tvRegistryAPISet[0].reg_flush_key = [](HKEY) -> LONG { return pthread_mutex_trylock(&tvRegistryMutex); };
-    btvRegistryMutexNeedToInit = 1;
-    EXPECT_EQ(RegFlushKey(0), EBUSY);
-    EXPECT_EQ(btvRegistryMutexNeedToInit, 0);
-
-    // A mutex of another kind in its place, which a second initialisation would turn into a plain one.
-    _tvRegistryAPISet[0].reg_flush_key = [](HKEY) -> LONG { return pthread_mutex_lock(&tvRegistryMutex); };
+    // A mutex of another kind stands in its place, which an initialisation turns into a plain one: that is told by what
+    // a second lock of the same thread, with a deadline that has passed, answers.
+    _tvRegistryAPISet[0].reg_flush_key = [](HKEY) -> LONG {
+        const timespec past = {};
+        return pthread_mutex_timedlock(&tvRegistryMutex, &past);
+    };
     pthread_mutexattr_t checking;
     pthread_mutexattr_init(&checking);
     pthread_mutexattr_settype(&checking, PTHREAD_MUTEX_ERRORCHECK);
+    pthread_mutex_init(&tvRegistryMutex, &checking);
+    btvRegistryMutexNeedToInit = 1;
+    EXPECT_EQ(RegFlushKey(0), ETIMEDOUT);
+    EXPECT_EQ(btvRegistryMutexNeedToInit, 0);
+
     pthread_mutex_init(&tvRegistryMutex, &checking);
     EXPECT_EQ(RegFlushKey(0), EDEADLK);
     _tvRegistryAPISet[0].reg_flush_key = reg_flush_key;

@@ -2,6 +2,8 @@
 // Daemon options, the daemon's address, and which versions are spoken to.
 #include "tests/support/registry_fixture.h"
 
+#include "registry/tvpthread.h"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +33,7 @@ struct FreshProcess {
     int localAllowed = bAllowLocalDaemonConnect;
     std::uint32_t programNumber = tvreg_prognum;
     timeval timeout = TIMEOUT;
+    int mutexToMake = btvRegistryMutexNeedToInit;
 };
 const FreshProcess freshProcess;
 
@@ -80,6 +83,7 @@ TEST(FreshRegistryProcess, has_no_connection_allows_all_and_keeps_backups) {
     EXPECT_EQ(freshProcess.cached, 0);
     EXPECT_EQ(freshProcess.row, 0);
     EXPECT_EQ(freshProcess.pidKnown, 0);
+    EXPECT_EQ(freshProcess.mutexToMake, 1);
     EXPECT_EQ(freshProcess.keepBackup, 1);
     EXPECT_EQ(freshProcess.options, 0);
     EXPECT_EQ(freshProcess.systemAllowed, 1);

@@ -130,6 +130,14 @@ TEST_F(RegistryStubs, a_silent_daemon_is_asked_seven_times_and_then_once_deliber
     EXPECT_EQ(SecondsWaited(daemon), (std::vector<long>{225}));
 }
 
+TEST_F(RegistryStubs, a_time_out_of_180_seconds_is_the_last_that_is_repeated_with) {
+    TIMEOUT = {155, 0};
+    TimeOut(daemon, 3);
+    EXPECT_EQ(Flush(), nullptr);
+    EXPECT_EQ(SecondsWaited(daemon), (std::vector<long>{155, 180}));
+    EXPECT_EQ(TIMEOUT.tv_sec, 205);
+}
+
 TEST_F(RegistryStubs, an_answer_after_time_outs_counts_and_the_time_out_stays_grown_deliberate) {
     TimeOut(daemon, 2);
     daemon.Answer("00000001 00000000");
