@@ -130,6 +130,20 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
     }
 }
 
+// The daemon passes over a dependency that names nothing, at every start.
+void NoteUnknownDependencies(Session &session, const std::vector<std::string> &dependencies) {
+    std::vector<ListedService> services;
+    if (dependencies.empty() || EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return;
+    for (const std::string &dependency : dependencies) {
+        const bool isKnown = dependency.front() == SC_GROUP_IDENTIFIERA ||
+                             std::any_of(services.begin(), services.end(),
+                                         [&](const ListedService &service) { return service.name == dependency; });
+        if (!isKnown)
+            Note(session,
+                 fmt::format("tvsc: {}: no such service; as long as there is none, it is passed over", dependency));
+    }
+}
+
 void ChangeOne(Session &session, const std::string &name, const ConfigOptions &config) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) {
@@ -144,6 +158,7 @@ void ChangeOne(Session &session, const std::string &name, const ConfigOptions &c
         config.tag ? &tag : nullptr, config.dependencies ? dependencies.c_str() : nullptr, OrNull(config.user), nullptr,
         OrNull(config.display));
     if (changed) {
+        NoteUnknownDependencies(session, SplitAtCommas(config.dependencies.value_or("")));
         Done(session, name, "config", config.tag ? fmt::format("changed, tag {}", tag) : "changed");
     } else {
         const DWORD code = GetLastError();
@@ -163,12 +178,13 @@ int RunCreate(Session &session, const CreateOptions &create) {
     const DWORD prepared = PrepareImage(session, create, &parameters, &image, &problem);
     if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
     DWORD tag = 0;
-    const std::string dependencies = JoinMultiString(create.dependencies);
+    std::vector<std::string> needed = create.dependencies;
+    std::erase(needed, ""); // which would end the list
+    const std::string dependencies = JoinMultiString(needed);
     const ServiceHandle service(CreateServiceA(
         session.manager.get(), create.name.c_str(), create.display.empty() ? nullptr : create.display.c_str(),
         SERVICE_ALL_ACCESS, create.type, create.startType, create.errorControl, image.c_str(), create.group.c_str(),
-        create.tag ? &tag : nullptr, create.dependencies.empty() ? nullptr : dependencies.c_str(), create.user.c_str(),
-        nullptr));
+        create.tag ? &tag : nullptr, needed.empty() ? nullptr : dependencies.c_str(), create.user.c_str(), nullptr));
     if (service == nullptr) {
         const DWORD code = GetLastError();
         return Refuse(session, create.name, "create", code, RefusalText("not created", code));
@@ -183,6 +199,7 @@ int RunCreate(Session &session, const CreateOptions &create) {
                       create.exec.empty() ? fmt::format("{} cannot be written", image)
                                           : "its parameters cannot be written");
     }
+    NoteUnknownDependencies(session, needed);
     Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");
     return Finish(session);
 }

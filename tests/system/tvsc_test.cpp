@@ -463,8 +463,23 @@ TEST_F(Tvsc, create_refuses_an_unknown_user_and_leaves_nothing) {
     EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "-2"));
 }
 
+TEST_F(Tvsc, create_and_config_tell_of_dependencies_that_name_nothing) {
+    CreateSample(name);
+    const std::string image = folder + "/" + name + ".csh";
+    const std::string note = "tvsc: nosuch: no such service; as long as there is none, it is passed over\n";
+    const Ended created =
+        ServiceWorld::Tvsc({"create", name + "-2", "--image", image, "--depends", "zero,+nogroup,nosuch"});
+    EXPECT_EQ(created.status, 0);
+    EXPECT_EQ(created.error, note);
+    EXPECT_EQ(ServiceWorld::Tvsc({"config", name, "--depends", "nosuch,zero"}).error, note);
+    EXPECT_EQ(ServiceWorld::Tvsc({"config", name, "--display", "Else " + name}).error, "");
+    // An empty name stands for nothing and hides none behind it.
+    Do({"create", name + "-3", "--image", image, "--depends", "", "--depends", ",zero,"});
+    EXPECT_EQ(Json::parse(Do({"deps", name + "-3", "--json"})).at("services").at(0).at("name"), "zero");
+}
+
 TEST_F(Tvsc, create_refuses_a_ring) {
-    CreateSample(name + "-1", "", {"--depends", name + "-2"});
+    CreateSample(name + "-1", "", {"--quiet", "--depends", name + "-2"});
     EXPECT_THAT(Fail(6, {"create", name + "-2", "--image", folder + "/" + name + "-1.csh", "--depends", name + "-1"}),
                 HasSubstr("1059 ERROR_CIRCULAR_DEPENDENCY"));
 }
