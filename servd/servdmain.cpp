@@ -61,9 +61,8 @@ CLIENT *DialDaemon(const char *host) {
         // The daemon ends while it handles the call: no answer is expected.
         (void)clnt_call(client, STOP_DAEMON_SERVICE, reinterpret_cast<xdrproc_t>(xdr_servd_STOP_DAEMON_SERVICE),
                         &argument, reinterpret_cast<xdrproc_t>(xdr_servd_STOP_DAEMON_SERVICE_RETURN), &result, TIMEOUT);
-        clnt_destroy(client);
     }
-    std::exit(0);
+    std::exit(0); // takes the client handle along
 }
 
 // --- the daemon ---
