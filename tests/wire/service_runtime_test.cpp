@@ -187,9 +187,12 @@ TEST_F(ServiceRuntime, no_answer_tells_of_the_end_before_the_last_report) {
     StopScriptedDaemon();
     EXPECT_EQ(Control(SERVICE_CONTROL_STOP).svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
     ASSERT_TRUE(WaitUntil([this] { return ReadFile(log).find("state 1\n") != std::string::npos; }));
-    const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_INTERROGATE);
-    EXPECT_EQ(answer.status, ERROR_SERVICE_NOT_ACTIVE);
-    EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
+    // The log tells of the report just before it is made.
+    EXPECT_TRUE(WaitUntil([this] {
+        const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_INTERROGATE);
+        EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
+        return answer.status == ERROR_SERVICE_NOT_ACTIVE;
+    }));
 }
 
 TEST_F(ServiceRuntime, after_a_restart_of_the_daemon_the_index_is_looked_up_by_name) {
