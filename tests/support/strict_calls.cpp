@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdlib>
 
 extern "C" void *__libc_malloc(std::size_t bytes);
 extern "C" void *__libc_calloc(std::size_t count, std::size_t bytes);
@@ -27,7 +28,10 @@ void (*handlers[NSIG])(int) = {};
 
 sigset_t maskAtStart = {};
 
-[[gnu::constructor]] void NoteMaskAtStart() { (void)pthread_sigmask(SIG_SETMASK, nullptr, &maskAtStart); }
+[[gnu::constructor]] void Prepare() {
+    (void)unsetenv("LD_PRELOAD"); // the services and their shells may do as they like
+    (void)pthread_sigmask(SIG_SETMASK, nullptr, &maskAtStart);
+}
 
 bool IsMaskAsAtStart() {
     sigset_t mask;
