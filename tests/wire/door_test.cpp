@@ -65,6 +65,20 @@ std::uint32_t OpenAllDescriptors() {
     return count;
 }
 
+// Plain, since the sanitizers' look at a std::thread takes a descriptor.
+void *TakeLater(void * /*unused*/) {
+    PauseMs(200);
+    (void)OpenAllDescriptors();
+    return nullptr;
+}
+
+std::uint32_t StartTaker() {
+    pthread_t taker;
+    (void)pthread_create(&taker, nullptr, TakeLater, nullptr);
+    (void)pthread_detach(taker);
+    return 0;
+}
+
 std::uint32_t NumberFor(std::uint32_t procedure, std::uint32_t number, const svc_req *request, SVCXPRT *transport) {
     const Clock::time_point start = Clock::now();
     switch (procedure) {
@@ -74,12 +88,7 @@ std::uint32_t NumberFor(std::uint32_t procedure, std::uint32_t number, const svc
         return number;
     case CallerUser: return UserOf(request);
     case CallerPort: return ntohs(static_cast<const sockaddr_in *>(transport->xp_rtaddr.buf)->sin_port);
-    case TakeThemLater:
-        std::thread([] {
-            PauseMs(200);
-            (void)OpenAllDescriptors();
-        }).detach();
-        return 0;
+    case TakeThemLater: return StartTaker();
     default: return OpenAllDescriptors();
     }
 }
@@ -520,7 +529,8 @@ TEST_F(Door, a_full_descriptor_table_without_connections_refuses_a_client_at_onc
     for (int i = 0; i < 200 && DescriptorsOf(server) < 256; ++i) {
         PauseMs(10);
     }
-    ASSERT_EQ(DescriptorsOf(server), 256U);
+    ASSERT_GE(DescriptorsOf(server), 256U); // more where it has inherited some above the limit
+    PauseMs(20);
     for (int i = 0; i < 5; ++i) {
         const Socket client = Connect();
         EXPECT_TRUE(IsAtEnd(client, 1000)) << "instead of waiting for ever";
