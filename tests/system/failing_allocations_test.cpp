@@ -51,7 +51,9 @@ struct Allocations : Hazard {
                      {{"Group", REG_SZ, Sz("Net")},
                       {"Tag", REG_DWORD, Dword(2)},
                       {"DependOnGroup", REG_MULTI_SZ, MultiSz({"Alpha", "+Disk"})}});
-        WriteOddService("Gamma", "plain", 3, {{"Group", REG_SZ, Sz("Disk")}});
+        // Without a tag a service takes over that of the one before it once it is loaded: what comes after Gamma has
+        // none.
+        WriteOddService("Gamma", "plain", 3, {{"Group", REG_SZ, Sz("Disk")}, {"Tag", REG_DWORD, Dword(0)}});
     }
 
     // Starts the daemon whose n-th allocation from its start is refused; 0: none. It may have ended already.
