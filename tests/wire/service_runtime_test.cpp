@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <mutex>
 
 namespace {
@@ -21,6 +22,11 @@ struct Reports {
     std::vector<servd_SERV_SET_STATUS_SERVICE> seen;
 };
 Reports reports;
+
+void NoteReport(const servd_SERV_SET_STATUS_SERVICE &report) {
+    const std::lock_guard<std::mutex> locked(reports.guard);
+    reports.seen.push_back(report);
+}
 
 std::vector<servd_SERV_SET_STATUS_SERVICE> ReportsSeen() {
     const std::lock_guard<std::mutex> locked(reports.guard);
@@ -41,8 +47,7 @@ protected:
         ForgetScripts();
         OnCall<servd_SERV_SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE_RETURN>(
             SET_STATUS_SERVICE, [](servd_SERV_SET_STATUS_SERVICE &argument) {
-                const std::lock_guard<std::mutex> locked(reports.guard);
-                reports.seen.push_back(argument);
+                NoteReport(argument);
                 return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
             });
         StartScriptedDaemon();
@@ -182,17 +187,28 @@ TEST_F(ServiceRuntime, an_answer_never_waits_for_a_report) {
 // Symptom: a service that was started again as soon as it had stopped was refused with 1056, or shown as stopped while
 // it ran. Cause: the answer to the stop control told of the end, and the reports of the old process came after it.
 TEST_F(ServiceRuntime, no_answer_tells_of_the_end_before_the_last_report) {
+    std::atomic<bool> lastHasCome = false;
+    std::atomic<bool> lastIsHeld = true;
+    StopScriptedDaemon();
+    OnCall<servd_SERV_SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE_RETURN>(
+        SET_STATUS_SERVICE, [&](servd_SERV_SET_STATUS_SERVICE &argument) {
+            NoteReport(argument);
+            if (argument.serviceStatus.dwCurrentState == SERVICE_STOPPED) {
+                lastHasCome = true;
+                (void)WaitUntil([&] { return !lastIsHeld; });
+            }
+            return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
+        });
+    StartScriptedDaemon();
     Launch({});
     StartAndWaitUntilRunning();
-    StopScriptedDaemon();
     EXPECT_EQ(Control(SERVICE_CONTROL_STOP).svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
-    ASSERT_TRUE(WaitUntil([this] { return ReadFile(log).find("state 1\n") != std::string::npos; }));
-    // The log tells of the report just before it is made.
-    EXPECT_TRUE(WaitUntil([this] {
-        const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_INTERROGATE);
-        EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
-        return answer.status == ERROR_SERVICE_NOT_ACTIVE;
-    }));
+    ASSERT_TRUE(WaitUntil([&] { return lastHasCome.load(); }));
+    const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_INTERROGATE);
+    EXPECT_EQ(answer.status, ERROR_SERVICE_NOT_ACTIVE);
+    EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
+    lastIsHeld = false;
+    EXPECT_TRUE(WaitUntil([this] { return HasEnded(process); }));
 }
 
 TEST_F(ServiceRuntime, after_a_restart_of_the_daemon_the_index_is_looked_up_by_name) {
