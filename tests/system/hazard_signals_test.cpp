@@ -151,6 +151,7 @@ bool IsTableFull(pid_t process) {
 } // namespace
 
 TEST_F(HazardSignals, a_full_descriptor_table_does_not_keep_the_entry) {
+    if (IsSanitized()) GTEST_SKIP() << "a sanitizer itself opens a file in the handler, and dies if it can't";
     std::vector<double> taken;
     for (int trial = 0; trial < Trials(3, 20); ++trial) {
         {
@@ -163,11 +164,11 @@ TEST_F(HazardSignals, a_full_descriptor_table_does_not_keep_the_entry) {
             (void)Send(connections.back(), "\x80");
         }
         (void)CallMs();
-        while (!IsSanitized() && connections.size() < 70 && !IsTableFull(daemon)) {
+        while (connections.size() < 70 && !IsTableFull(daemon)) {
             connections.push_back(Connect()); // takes the place of the one that has gone
             PauseMs(5);
         }
-        ASSERT_TRUE(IsSanitized() || IsTableFull(daemon)) << "a sanitizer itself takes the last one in the handler";
+        ASSERT_TRUE(IsTableFull(daemon));
         taken.push_back(EndBy(SIGTERM));
     }
     Measured("%zu ends with a full descriptor table: worst %.1f ms", taken.size(),
