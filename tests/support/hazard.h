@@ -132,6 +132,16 @@ struct Hazard : testing::Test {
         return answer.substr(std::min(answer.size(), success.size()));
     }
 
+    // Waits for a child of a daemon that has none, and finds it on its way to the exec.
+    pid_t FirstChild() const {
+        const std::string list = "/proc/" + std::to_string(daemon) + "/task/" + std::to_string(daemon) + "/children";
+        pid_t child = 0;
+        for (const raw::Clock::time_point start = raw::Clock::now(); child == 0 && raw::MsSince(start) < 5000;) {
+            child = std::atoi(ReadWhatIsThere(list).c_str());
+        }
+        return child;
+    }
+
     std::uint32_t HandleOf(const std::string &name) const {
         const std::string result = Ask(OPEN_SERVICE, raw::XdrString(name) + raw::Words({0xF003F}));
         EXPECT_EQ(raw::WordOf(result, 0), 0U) << name;

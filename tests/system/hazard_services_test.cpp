@@ -220,11 +220,7 @@ TEST_F(HazardServices, a_child_killed_before_its_exec_spoils_no_answer) {
     const timeval patience = {60, 0};
     (void)setsockopt(client.descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     ASSERT_TRUE(Send(client, AsMessage(ServdCall(START_SERVICE, Words({1, 0, 0})))));
-    const std::string list = "/proc/" + std::to_string(daemon) + "/task/" + std::to_string(daemon) + "/children";
-    pid_t child = 0;
-    for (const Clock::time_point start = Clock::now(); child == 0 && MsSince(start) < 5000;) {
-        child = std::atoi(ReadWhatIsThere(list).c_str());
-    }
+    const pid_t child = FirstChild();
     ASSERT_NE(child, 0);
     (void)kill(child, SIGKILL);
     (void)kill(registry, SIGSTOP); // whatever the child had asked would be answered later

@@ -277,12 +277,7 @@ TEST_F(HazardSignals, a_signal_to_a_child_before_its_exec_leaves_the_daemon_regi
         StartDaemon();
         const Socket client = Connect();
         ASSERT_TRUE(Send(client, AsMessage(ServdCall(START_SERVICE, Words({1, 0, 0})))));
-        // No child was there before: the first that appears is caught on its way to the exec.
-        const std::string list = "/proc/" + std::to_string(daemon) + "/task/" + std::to_string(daemon) + "/children";
-        pid_t child = 0;
-        for (const Clock::time_point start = Clock::now(); child == 0 && MsSince(start) < 5000;) {
-            child = std::atoi(ReadWhatIsThere(list).c_str());
-        }
+        const pid_t child = FirstChild();
         ASSERT_NE(child, 0);
         (void)kill(child, SIGTERM);
         before += ReadWhatIsThere("/proc/" + std::to_string(child) + "/comm") == "servd\n" ? 1 : 0;
