@@ -16,7 +16,8 @@ namespace {
 constexpr const char *servicesKeyPath = "SYSTEM\\CurrentControlSet\\Services";
 constexpr const char *groupOrderKeyPath = "SYSTEM\\CurrentControlSet\\Control\\ServiceGroupOrder";
 constexpr const char *tagOrderKeyPath = "SYSTEM\\CurrentControlSet\\Control\\GroupOrderList";
-constexpr DWORD textBytes = 1024; // the daemon's buffer for names and texts
+constexpr DWORD textBytes = 1024;                     // the daemon's buffer for names and texts
+constexpr DWORD longestValueBytes = 16 * 1024 * 1024; // that the daemon takes
 constexpr DWORD tagBytes = 4;
 
 void CloseKeyAt(HKEY *key) { (void)RegCloseKey(*key); }
@@ -39,11 +40,12 @@ DWORD ReadText(HKEY key, const char *name, std::string *text) {
     return static_cast<DWORD>(rc);
 }
 
-// A value of any length.
+// A value of any length that the daemon takes.
 DWORD ReadBytes(HKEY key, const char *name, std::string *data) {
     DWORD bytes = 0;
     LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, nullptr, &bytes);
     if (rc != ERROR_SUCCESS) return static_cast<DWORD>(rc);
+    if (bytes > longestValueBytes) return ERROR_NOT_ENOUGH_MEMORY;
     data->assign(bytes, '\0');
     rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(data->data()), &bytes);
     data->resize(std::min<std::size_t>(bytes, data->size()));

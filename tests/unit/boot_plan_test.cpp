@@ -174,6 +174,8 @@ const BrokenRegistry brokenRegistries[] = {
     {"long_delete_flag", "Alpha", "DeleteFlag", [] { SetText(ServicePath("Alpha"), "DeleteFlag", "long"); }},
     {"unreadable_service", "Alpha", "", [] { FailOpening(ServicePath("Alpha")); }},
     {"order_without_list", "ServiceGroupOrder", "List", [] { MakeKey(groupOrderKeyPath); }},
+    {"huge_order", "ServiceGroupOrder", "List",
+     [] { SetText(groupOrderKeyPath, "List", std::string(16 * 1024 * 1024, 'x')); }},
     {"unreadable_order", "ServiceGroupOrder", "", [] { FailOpening(groupOrderKeyPath); }},
     {"unreadable_tags", "GroupOrderList", "Disk",
      [] {
