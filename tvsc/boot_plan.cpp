@@ -101,15 +101,16 @@ bool Enter(Planner &planner, Walk &walk, const BootStep &step) {
 }
 
 // Ends the walk of the innermost service.
-void Leave(const Planner &planner, Walk &walk) {
+void Leave(Walk &walk) {
     const BootStep step = walk.stack.back().step;
     walk.stack.pop_back();
     walk.visiting[step.service] = 0;
     walk.seen[step.service] = 1;
-    if (step.service != walk.root && planner.started[step.service] == 0) walk.found.push_back(step);
+    if (step.service != walk.root) walk.found.push_back(step);
 }
 
-std::vector<BootStep> StoppedDependencies(Planner &planner, std::size_t root) {
+// Whether they run already or not.
+std::vector<BootStep> DependenciesOf(Planner &planner, std::size_t root) {
     const std::size_t count = planner.database->services.size();
     Walk walk = {
         .root = root, .seen = std::vector<char>(count), .visiting = std::vector<char>(count), .stack = {}, .found = {}};
@@ -117,7 +118,7 @@ std::vector<BootStep> StoppedDependencies(Planner &planner, std::size_t root) {
     while (goesOn && !walk.stack.empty()) {
         Visit &visit = walk.stack.back();
         if (visit.next == visit.targets.size()) {
-            Leave(planner, walk);
+            Leave(walk);
             continue;
         }
         const Target target = visit.targets[visit.next++];
@@ -127,6 +128,7 @@ std::vector<BootStep> StoppedDependencies(Planner &planner, std::size_t root) {
 }
 
 void Start(Planner &planner, const BootStep &step) {
+    if (planner.started[step.service] != 0) return;
     planner.started[step.service] = 1;
     if (planner.database->services[step.service].start == SERVICE_DISABLED) {
         Remark(planner, BootRemarkKind::disabled, step.service, planner.database->services[*step.neededBy].name);
@@ -148,8 +150,10 @@ BootPlan PlanBoot(const BootDatabase &database) {
         planner.groups.emplace(group.name, &group);
     }
     for (std::size_t i = 0; i < database.services.size(); ++i) {
-        if (!IsAutomatic(database.services[i]) || planner.started[i] != 0) continue;
-        for (const BootStep &step : StoppedDependencies(planner, i)) {
+        if (!IsAutomatic(database.services[i])) continue;
+        const std::vector<BootStep> dependencies = DependenciesOf(planner, i);
+        planner.plan.mostTries += dependencies.size() + 1;
+        for (const BootStep &step : dependencies) {
             Start(planner, step);
         }
         Start(planner, {.service = i, .startedFor = i});

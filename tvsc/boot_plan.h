@@ -60,7 +60,8 @@ struct BootRemark {
 };
 
 struct BootPlan {
-    std::vector<BootStep> steps; // as if each succeeded: one that fails is tried again where it is needed again
+    std::vector<BootStep> steps; // as if each succeeded
+    std::size_t mostTries = 0;   // of starts: one that fails is tried again for each automatic service that needs it
     std::vector<BootRemark> remarks;
 };
 

@@ -134,6 +134,7 @@ Json ErrorsOf(const Session &session) {
 }
 
 constexpr const char *remarkWords[] = {"disabled", "ring", "unknown_service", "unknown_group", "unreadable"};
+static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::unreadable) + 1);
 
 Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t position) {
     const BootService &service = database.services[step.service];

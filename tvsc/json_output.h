@@ -28,7 +28,7 @@ struct PingReport {
 };
 void PrintPingJson(const Options &options, const PingReport &report);
 
-// A remark in words, and the seconds that the starts of a plan take when each takes as long as it may.
+// A remark in words, and the seconds that the starts of a plan take when each fails as late and as often as it may.
 [[nodiscard]] std::string RemarkText(const BootRemark &remark);
-[[nodiscard]] DWORD WorstCaseSec(const BootPlan &plan);
+[[nodiscard]] std::size_t WorstCaseSec(const BootPlan &plan);
 void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan);

@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr DWORD registrationSec = 30; // that the daemon waits for a new process while it starts itself
-constexpr DWORD startRequestSec = 25; // that the process may take to answer its start request
+constexpr std::size_t registrationSec = 30; // that the daemon waits for a new process while it starts itself
+constexpr std::size_t startRequestSec = 25; // that the process may take to answer its start request
 
 DWORD OpenMachine(const std::string &host, HKEY *machine) {
     *machine = HKEY_LOCAL_MACHINE;
@@ -46,7 +46,7 @@ void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
     fmt::print("{} of {} service{} started with the daemon", plan.steps.size(), database.services.size(),
                database.services.size() == 1 ? "" : "s");
     if (!plan.steps.empty())
-        fmt::print(", which answers nobody before that is done: {} at worst", SecondsText(WorstCaseSec(plan)));
+        fmt::print(", which answers nobody before that is done: about {} at worst", SecondsText(WorstCaseSec(plan)));
     fmt::print(".\n");
 }
 
@@ -77,8 +77,10 @@ std::string RemarkText(const BootRemark &remark) {
     return "";
 }
 
-DWORD WorstCaseSec(const BootPlan &plan) {
-    return static_cast<DWORD>(plan.steps.size()) * (registrationSec + startRequestSec);
+// A service whose process is not reached stays stopped and is tried again; one whose process is reached and does not
+// answer is start pending from then on.
+std::size_t WorstCaseSec(const BootPlan &plan) {
+    return plan.mostTries * registrationSec + plan.steps.size() * startRequestSec;
 }
 
 int RunPlanBoot(const Options &options) {

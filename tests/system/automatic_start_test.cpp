@@ -222,7 +222,7 @@ TEST_F(AutomaticStart, the_order_gives_each_service_its_reason) {
                                 "\n"
                                 "! Beta: disabled, but started, since Alpha needs it\n"
                                 "2 of 2 services started with the daemon, which answers nobody before that is done: "
-                                "1 min 50 s at worst.\n");
+                                "about 1 min 50 s at worst.\n");
     EXPECT_EQ(RunAndRead({.command = {ProgramPath("tvsc"), "plan", "boot"}}).output, ended.output);
 }
 

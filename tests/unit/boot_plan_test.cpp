@@ -95,6 +95,15 @@ TEST_F(PlannedBoot, dependencies_that_nobody_bears_are_passed_over_and_told) {
     EXPECT_THAT(Remarks(BootRemarkKind::unknownGroup), ElementsAre("Alpha: nothing"));
 }
 
+TEST_F(PlannedBoot, what_may_fail_may_be_tried_for_each_service_that_needs_it) {
+    InstallService("Alpha", {.start = automatic, .dependencies = {"Base"}});
+    InstallService("Beta", {.start = automatic, .dependencies = {"Alpha"}});
+    InstallService("Base", {.start = automatic});
+    Plan();
+    EXPECT_EQ(plan.steps.size(), 3u);
+    EXPECT_EQ(plan.mostTries, 6u) << "Base, Alpha; Base, Alpha, Beta; Base";
+}
+
 TEST_F(PlannedBoot, unreadable_dependencies_end_the_walk) {
     InstallService("Alpha", {.start = automatic, .dependencies = {"Beta", "Gamma"}});
     InstallService("Beta", {.start = demand, .dependencies = {"Gamma"}});
