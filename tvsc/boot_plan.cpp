@@ -53,8 +53,8 @@ std::vector<Target> TargetsOf(Planner &planner, std::size_t service) {
     for (const std::string &name : planner.database->services[service].dependencies) {
         if (name.front() == SC_GROUP_IDENTIFIERA) {
             const auto group = planner.groups.find(name.substr(1));
-            if (group == planner.groups.end()) {
-                Remark(planner, BootRemarkKind::unknownGroup, service, name.substr(1));
+            if (group == planner.groups.end() || group->second->members.empty()) {
+                Remark(planner, BootRemarkKind::emptyGroup, service, name.substr(1));
                 continue;
             }
             for (const std::size_t member : group->second->members) {
@@ -130,7 +130,9 @@ std::vector<BootStep> DependenciesOf(Planner &planner, std::size_t root) {
 void Start(Planner &planner, const BootStep &step) {
     if (planner.started[step.service] != 0) return;
     planner.started[step.service] = 1;
-    if (planner.database->services[step.service].start == SERVICE_DISABLED) {
+    const BootService &service = planner.database->services[step.service];
+    if (service.imagePath.empty()) Remark(planner, BootRemarkKind::noImage, step.service, "");
+    if (service.start == SERVICE_DISABLED) {
         Remark(planner, BootRemarkKind::disabled, step.service, planner.database->services[*step.neededBy].name);
     }
     planner.plan.steps.push_back(step);

@@ -49,7 +49,7 @@ struct BootStep {
     const std::string *throughGroup = nullptr; // the group that the service names instead; the database's
 };
 
-enum class BootRemarkKind { disabled, ring, unknownService, unknownGroup, unreadable };
+enum class BootRemarkKind { disabled, noImage, ring, unknownService, emptyGroup, unreadable };
 
 struct BootRemark {
     BootRemarkKind kind;

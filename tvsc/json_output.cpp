@@ -133,7 +133,7 @@ Json ErrorsOf(const Session &session) {
     return errors;
 }
 
-constexpr const char *remarkWords[] = {"disabled", "ring", "unknown_service", "unknown_group", "unreadable"};
+constexpr const char *remarkWords[] = {"disabled", "no_image", "ring", "unknown_service", "empty_group", "unreadable"};
 static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::unreadable) + 1);
 
 Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t position) {

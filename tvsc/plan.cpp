@@ -67,10 +67,11 @@ void TellFault(Session &session, const BootFault &fault) {
 std::string RemarkText(const BootRemark &remark) {
     switch (remark.kind) {
     case BootRemarkKind::disabled: return fmt::format("disabled, but started, since {} needs it", remark.text);
+    case BootRemarkKind::noImage: return "has no image path: its start fails";
     case BootRemarkKind::ring: return fmt::format("depends on itself ({}): the walk ends there", remark.text);
     case BootRemarkKind::unknownService:
         return fmt::format("depends on {}, which does not exist: passed over", remark.text);
-    case BootRemarkKind::unknownGroup:
+    case BootRemarkKind::emptyGroup:
         return fmt::format("depends on group {}, which is empty: passed over", remark.text);
     case BootRemarkKind::unreadable: return "its dependencies cannot be read: the walk ends there";
     }

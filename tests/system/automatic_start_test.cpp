@@ -226,6 +226,19 @@ TEST_F(AutomaticStart, the_order_gives_each_service_its_reason) {
     EXPECT_EQ(RunAndRead({.command = {ProgramPath("tvsc"), "plan", "boot"}}).output, ended.output);
 }
 
+TEST_F(AutomaticStart, a_service_without_an_image_path_fails_as_told) {
+    WriteService("Alpha", automatic, image.path, {DependsOn({"Beta"})});
+    WriteService("Beta", demand, "");
+    DeleteValue(servicesKey + "\\Beta", "ImagePath");
+    const Ended ended = Order();
+    EXPECT_THAT(ended.output, HasSubstr("\n! Beta: has no image path: its start fails\n"));
+    const std::int64_t begin = MonotonicMs();
+    StartServiceDaemon({}, bootMs);
+    EXPECT_GE(MonotonicMs() - begin, 30000) << "it is tried all the same";
+    EXPECT_THAT(Started(1), ElementsAre("Alpha"));
+    EXPECT_THAT(States(), UnorderedElementsAre(Pair("Alpha", SERVICE_START_PENDING), Pair("Beta", SERVICE_STOPPED)));
+}
+
 TEST_F(AutomaticStart, the_order_of_a_broken_database_is_why_nothing_starts) {
     WriteService("Alpha", automatic, image.path);
     WriteService("Beta", automatic, image.path);

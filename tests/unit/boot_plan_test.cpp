@@ -88,11 +88,20 @@ TEST_F(PlannedBoot, a_ring_ends_the_walk_and_is_told_once) {
 }
 
 TEST_F(PlannedBoot, dependencies_that_nobody_bears_are_passed_over_and_told) {
-    InstallService("Alpha", {.start = automatic, .dependencies = {"nobody", "+nothing", "Beta"}});
+    SetTexts(groupOrderKeyPath, "List", {"empty"});
+    InstallService("Alpha", {.start = automatic, .dependencies = {"nobody", "+nothing", "+empty", "Beta"}});
     InstallService("Beta", {.start = demand, .dependencies = {"nobody"}});
     EXPECT_THAT(Steps(), ElementsAre("Beta<Alpha<-Alpha", "Alpha"));
     EXPECT_THAT(Remarks(BootRemarkKind::unknownService), ElementsAre("Alpha: nobody", "Beta: nobody"));
-    EXPECT_THAT(Remarks(BootRemarkKind::unknownGroup), ElementsAre("Alpha: nothing"));
+    EXPECT_THAT(Remarks(BootRemarkKind::emptyGroup), ElementsAre("Alpha: nothing", "Alpha: empty"));
+}
+
+TEST_F(PlannedBoot, services_without_an_image_are_told_where_they_would_start) {
+    InstallService("Alpha", {.start = automatic, .imagePath = "/alpha", .dependencies = {"Beta"}});
+    InstallService("Beta", {.start = demand});
+    InstallService("Gamma", {.start = automatic, .imagePath = ""});
+    InstallService("Delta", {.start = demand});
+    EXPECT_THAT(Remarks(BootRemarkKind::noImage), ElementsAre("Beta: ", "Gamma: "));
 }
 
 TEST_F(PlannedBoot, what_may_fail_may_be_tried_for_each_service_that_needs_it) {
