@@ -11,6 +11,7 @@
 #include <CLI/CLI.hpp>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -46,7 +47,7 @@ struct Options {
 KeyPath KeyOf(const Options &options) {
     KeyPath key;
     if (!ParseKeyPath(options.key, &key)) {
-        throw Failure(EXIT_USAGE, fmt::format("{}: no key: a root (HKLM, HKEY_LOCAL_MACHINE ...) and names with one "
+        throw Failure(EXIT_USAGE, fmt::format("{}: not a key: a root (HKLM, HKEY_LOCAL_MACHINE ...) and names with one "
                                               "backslash between them",
                                               options.key));
     }
@@ -233,13 +234,16 @@ void Import(const Options &options) {
 
 void Add(const Options &options) {
     const auto type = ParseType(options.type);
-    if (!type) throw Failure(EXIT_USAGE, fmt::format("{}: no type of a value", options.type));
+    if (!type) throw Failure(EXIT_USAGE, fmt::format("{}: not a type of a value", options.type));
     RegKey key{KeyOf(options), false, {}, 0};
     if (!options.valueName.empty() || options.unnamed || !options.data.empty()) {
         std::vector<std::string> words = options.data;
         if (words.size() == 1 && words.front() == "-") words.front() = ReadFile("-");
         const auto data = ParseData(*type, words);
-        if (!data) throw Failure(EXIT_USAGE, fmt::format("this is no data of the type {}", TypeText(*type)));
+        if (!data) {
+            throw Failure(EXIT_USAGE,
+                          fmt::format("\"{}\": not data of the type {}", fmt::join(words, "\" \""), TypeText(*type)));
+        }
         RegValue value;
         value.name = options.valueName;
         value.type = *type;
@@ -290,8 +294,10 @@ CLI::App *KeyCommand(CLI::App &app, const char *name, const char *help, void (*r
     return command;
 }
 
+// An empty name is that of the value without one, and never means the whole key.
 void AddValueOptions(CLI::App *command, Options &options) {
     auto *name = command->add_option("-v,--value", options.valueName, "the name of a value");
+    name->each([&options](const std::string &text) { options.unnamed = text.empty(); });
     command->add_flag("--ve", options.unnamed, "the value without a name")->excludes(name);
 }
 
@@ -312,7 +318,9 @@ void AddCommands(CLI::App &app, Options &options) {
 
     CLI::App *remove = KeyCommand(app, "delete", "delete a key with all below it, or values", Delete, options);
     AddValueOptions(remove, options);
-    remove->add_flag("--va", options.allValues, "all values of the key");
+    remove->add_flag("--va", options.allValues, "all values of the key")
+        ->excludes(remove->get_option("--value"))
+        ->excludes(remove->get_option("--ve"));
     remove->add_flag("-f", options.force, "ignored: nothing is ever asked");
 
     CLI::App *import = Command(app, "import", "read .reg files into the registry", Import, options);
@@ -329,7 +337,7 @@ void AddCommands(CLI::App &app, Options &options) {
     CLI::App *get = KeyCommand(app, "get", "print the data of a value", Get, options);
     get->add_option("VALUE", options.valueName, "its name; the value without a name when left out");
     get->add_flag("--raw", options.raw, "the bytes as they are");
-    get->add_flag("--json", options.json, "as JSON");
+    get->add_flag("--json", options.json, "as JSON")->excludes(get->get_option("--raw"));
     CLI::App *set = KeyCommand(app, "set", "set a value", Set, options);
     set->add_option("VALUE", options.valueName, "its name; may be empty")->required();
     set->add_option("DATA", options.data, "as for add -d");
@@ -349,6 +357,9 @@ static int RunProgram(int argc, char **argv) {
                  "TARVO_REGISTRY_HOST names.",
                  "tvreg");
     app.set_version_flag("--version", std::string("tvreg ") + TV_VERSION);
+    app.failure_message([](const CLI::App *failed, const CLI::Error &error) {
+        return "tvreg: " + CLI::FailureMessage::simple(failed, error);
+    });
     AddCommands(app, options);
     try {
         app.parse(argc, argv);

@@ -222,6 +222,8 @@ TEST_F(Tvreg, wrong_arguments_end_with_2) {
     EXPECT_EQ(Run({"set", key, "v", "x", "-t", "word"}).status, 2);
     EXPECT_EQ(Run({"set", key, "v", "x", "-t", "dword"}).status, 2);
     EXPECT_EQ(Run({"query", key, "-v", "x", "--ve"}).status, 2);
+    EXPECT_EQ(Run({"set", key, "v", "x", "y"}).error, "tvreg: \"x\" \"y\": not data of the type REG_SZ\n");
+    EXPECT_THAT(Run({"query"}).error, StartsWith("tvreg: KEY is required\n"));
     EXPECT_FALSE(KeyExists(name));
     EXPECT_THAT(Do({"--help"}), HasSubstr("import"));
     EXPECT_THAT(Do({"--version"}), StartsWith("tvreg "));
@@ -260,6 +262,24 @@ TEST_F(Tvreg, delete_takes_values_or_the_key_with_all_below) {
     EXPECT_EQ(ReadValues(name + "\\k").size(), 0u);
     (void)Do({"delete", key + "\\k"});
     EXPECT_FALSE(KeyExists(name + "\\k"));
+}
+
+// An empty name was taken for none, and the key went with all below it.
+TEST_F(Tvreg, an_empty_name_is_that_of_the_value_without_one) {
+    WriteKey(name, {{"a", REG_SZ, Sz("x")}, {"", REG_SZ, Sz("y")}});
+    EXPECT_EQ(Do({"query", key, "-v", ""}), longKey + "\n    (Default)    REG_SZ    y\n\n");
+    (void)Do({"delete", key, "-v", ""});
+    EXPECT_THAT(ReadValues(name), ElementsAre(RegistryValue{"a", REG_SZ, Sz("x")}));
+    EXPECT_EQ(Run({"delete", key, "-v", ""}).status, 5);
+    EXPECT_TRUE(KeyExists(name));
+}
+
+TEST_F(Tvreg, options_that_contradict_each_other_are_refused) {
+    WriteKey(name, {{"a", REG_SZ, Sz("x")}});
+    EXPECT_EQ(Run({"delete", key, "-v", "a", "--va"}).status, 2);
+    EXPECT_EQ(Run({"delete", key, "--ve", "--va"}).status, 2);
+    EXPECT_EQ(Run({"get", key, "a", "--raw", "--json"}).status, 2);
+    EXPECT_EQ(ReadValues(name).size(), 1u);
 }
 
 TEST_F(Tvreg, rm_leaves_a_key_with_subkeys_alone_unless_told) {
