@@ -476,6 +476,14 @@ std::string MakeScratchFolder() {
     return folder;
 }
 
+std::string CopyForAnyUser(const std::string &program) {
+    const std::string folder = MakeScratchFolder();
+    std::string copy = folder + "/" + fs::path(program).filename().string();
+    fs::copy_file(program, copy);
+    if (chmod(folder.c_str(), 0755) != 0 || chmod(copy.c_str(), 0755) != 0) FailSystem(copy);
+    return copy;
+}
+
 void WriteFile(const std::string &path, std::string_view content, mode_t mode) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file.write(content.data(), static_cast<std::streamsize>(content.size()));

@@ -34,7 +34,8 @@ std::vector<std::string> LinesNow(const ServiceImage &image, const std::string &
 } // namespace
 
 ServiceImage MakeServiceImage(const std::string &name, const std::string &options) {
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "test_service";
+    static const std::string program =
+        CopyForAnyUser(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "test_service");
     const ServiceImage image = {Folder() + "/" + name, Folder() + "/" + name + ".log"};
     WriteFile(image.path, "#!/bin/csh\nexec " + program + " '" + image.log + "' " + options + "\n", 0755);
     std::filesystem::remove(image.log);

@@ -68,7 +68,7 @@ TEST_F(LifeCycle, a_launcher_that_cannot_fork_ends_with_status_1_too) {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to run as a user with no process left";
     (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS); // what another case may have left
     const Ended launcher = RunAndRead({.command = {"/usr/bin/setpriv", "--reuid=65534", "/bin/bash", "-c",
-                                                   "ulimit -u 0; exec " + ProgramPath("servd")},
+                                                   "ulimit -u 0; exec " + CopyForAnyUser(ProgramPath("servd"))},
                                        .environment = withoutLeakCheck});
     EXPECT_EQ(launcher.status, 1);
     EXPECT_EQ(launcher.error, "");
