@@ -19,13 +19,13 @@ constexpr auto onlinePause = std::chrono::milliseconds(100);
 constexpr auto pingPause = std::chrono::milliseconds(200);
 constexpr double goodbyeLimitSec = 10;
 
-// Whether the daemon answers within a call's time-out, or before `limit` where that comes earlier.
-bool IsDaemonThere(const Options &options, Clock::time_point limit) {
+// Whether the daemon answers within a call's time-out, or before `limit` where that comes earlier. *initCode: what came
+// of its load.
+bool IsDaemonThere(const Options &options, Clock::time_point limit, DWORD *initCode) {
     const double leftSec = std::chrono::duration<double>(limit - Clock::now()).count();
     const double timeoutSec = std::min(std::max(leftSec, 0.1), options.callTimeoutSec);
     (void)tvSetCallTimeout(nullptr, static_cast<DWORD>(timeoutSec * 1000)); // null is always valid
-    DWORD initCode = 0;
-    return ServiceHandle(tvOpenDaemon(options.host.c_str(), &initCode)) != nullptr;
+    return ServiceHandle(tvOpenDaemon(options.host.c_str(), initCode)) != nullptr;
 }
 
 Clock::time_point After(double seconds) {
@@ -57,14 +57,15 @@ int RunPing(const Options &options, int count) {
 
 int RunWaitOnline(const Options &options) {
     const Clock::time_point limit = After(options.waitTimeoutSec);
-    while (!IsDaemonThere(options, limit)) {
-        if (Clock::now() > limit) {
-            fmt::print(stderr, "tvsc: the service daemon does not answer: {}\n", CodeText(GetLastError()));
-            return EXIT_TIMED_OUT;
-        }
+    PingReport report{false, 0, {}};
+    while (!(report.reachable = IsDaemonThere(options, limit, &report.initCode)) && Clock::now() <= limit) {
         std::this_thread::sleep_for(onlinePause);
     }
-    return EXIT_DONE;
+    if (!report.reachable) {
+        fmt::print(stderr, "tvsc: the service daemon does not answer: {}\n", CodeText(GetLastError()));
+    }
+    if (options.json) PrintPingJson(options, report);
+    return report.reachable ? EXIT_DONE : EXIT_TIMED_OUT;
 }
 
 int RunDaemonStatus(const Options &options) {
@@ -84,13 +85,13 @@ int RunDaemonStop(const Options &options) {
     Session session;
     session.options = options;
     const int opened = OpenSession(session, false);
-    if (opened != EXIT_DONE) return opened;
+    if (opened != EXIT_DONE) return Finish(session);
     if (!tvStopDaemon(session.manager.get())) {
         Failed(session, options.host, "daemon stop", GetLastError());
         return Finish(session);
     }
     const Clock::time_point limit = After(goodbyeLimitSec);
-    while (IsDaemonThere(options, limit)) {
+    while (IsDaemonThere(options, limit, nullptr)) {
         if (Clock::now() > limit) {
             Failed(session, options.host, "daemon stop", ERROR_TIMEOUT, "still there");
             return Finish(session);

@@ -239,11 +239,14 @@ int RunStatus(Session &session, const std::vector<std::string> &names, StatusLoo
 }
 
 int RunIsActive(Session &session, const std::vector<std::string> &names) {
-    return WorstStatus(session, ViewsOf(session, names, "is-active"));
+    const std::vector<ServiceView> views = ViewsOf(session, names, "is-active");
+    if (session.options.json) PrintServicesJson(session, views);
+    return WorstStatus(session, views);
 }
 
 int RunIsFailed(Session &session, const std::vector<std::string> &names) {
     const std::vector<ServiceView> views = ViewsOf(session, names, "is-failed");
+    if (session.options.json) PrintServicesJson(session, views);
     if (!session.results.empty()) return STATUS_UNKNOWN;
     const bool failed =
         std::any_of(views.begin(), views.end(), [](const ServiceView &view) { return HasFailed(view.service.status); });

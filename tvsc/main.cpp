@@ -129,7 +129,7 @@ CLI::App *AddCommand(CLI::App &parent, CommandLine &line, const std::string &nam
 CLI::App *AddStatusCommand(CLI::App &parent, CommandLine &line, const std::string &name, const std::string &help,
                            SessionCommand command) {
     CLI::App *added = AddCommand(parent, line, name, help, std::move(command));
-    added->parse_complete_callback([&line] { line.asksStatus = true; });
+    added->parse_complete_callback([&line] { line.asksStatus = line.showsServices = true; });
     return added;
 }
 
@@ -181,7 +181,6 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
         const StatusLook look = line.probe ? StatusLook::probe : line.fresh ? StatusLook::fresh : StatusLook::passive;
         return RunStatus(session, line.names, look);
     });
-    status->parse_complete_callback([&line] { line.asksStatus = line.showsServices = true; });
     status->alias("query");
     AddNames(status, line);
     status->add_flag("--fresh", line.fresh, "Let the daemon apply its deadline: may find a service dead");

@@ -710,8 +710,12 @@ TEST_F(Tvsc, json_tells_whether_the_database_is_locked) {
 }
 
 TEST_F(Tvsc, json_of_services_has_its_form_also_without_a_daemon) {
-    for (const std::vector<std::string> &command :
-         {std::vector<std::string>{"list"}, {"status", "x"}, {"show", "x"}, {}}) {
+    for (const std::vector<std::string> &command : {std::vector<std::string>{"list"},
+                                                    {"status", "x"},
+                                                    {"show", "x"},
+                                                    {"is-active", "x"},
+                                                    {"is-failed", "x"},
+                                                    {}}) {
         std::vector<std::string> arguments = {"--json", "--host", "no-such-host"};
         arguments.insert(arguments.end(), command.begin(), command.end());
         const Json answer = Json::parse(ServiceWorld::Tvsc(arguments).output);
@@ -736,6 +740,28 @@ TEST_F(Tvsc, a_control_without_a_word_is_named_by_its_number) {
     CreateSample(name);
     Do({"start", name});
     EXPECT_THAT(Fail(3, {"control", name, "0"}), HasSubstr("control 0 failed: 1052"));
+}
+
+// Some commands wrote nothing where all is well, or where the daemon does not answer.
+TEST_F(Tvsc, json_is_written_by_every_command_in_either_case) {
+    CreateSample(name);
+    for (const char *command : {"is-active", "is-failed"}) {
+        const Json answer = Json::parse(ServiceWorld::Tvsc({command, name, "--json"}).output);
+        EXPECT_EQ(answer.at("services").at(0).at("state"), "stopped") << command;
+    }
+    EXPECT_TRUE(Json::parse(Do({"wait-online", "--json"})).at("daemon").at("initialized"));
+    const std::vector<std::string> elsewhere = {"--json", "--host", "no-such-host"};
+    for (const std::vector<std::string> &command : {std::vector<std::string>{"wait-online", "--timeout", "0"},
+                                                    {"daemon", "stop"},
+                                                    {"daemon", "status"},
+                                                    {"ping"},
+                                                    {"wait", "x"}}) {
+        std::vector<std::string> arguments = elsewhere;
+        arguments.insert(arguments.end(), command.begin(), command.end());
+        const Ended ended = ServiceWorld::Tvsc(arguments);
+        EXPECT_NE(ended.status, 0) << command.front();
+        EXPECT_EQ(Json::parse(ended.output).at("host"), "no-such-host") << command.front();
+    }
 }
 
 // The last service but one: from now on nothing in record 0 is listed any more.
