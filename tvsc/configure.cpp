@@ -115,6 +115,12 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
     }
     if (options.stop && !StopFirst(session, service.get(), name)) return;
     if (!DeleteService(service.get())) {
+    // Without the registry the daemon forgets a service, whose key brings it back when the daemon starts again.
+    ServiceConfig config;
+    if (QueryConfig(service.get(), &config) == ERROR_REGISTRY_IO_FAILED) {
+        Failed(session, name, "delete", ERROR_REGISTRY_IO_FAILED, "not deleted");
+        return;
+    }
         Failed(session, name, "delete", GetLastError());
         return;
     }

@@ -787,7 +787,9 @@ TEST_F(Tvsc, zz_a_missing_registry_daemon_is_told_where_it_is_missed) {
     EXPECT_EQ(Do({"stop", "--force", name + "-runs"}), name + "-runs: stopped\n");
     EXPECT_THAT(Fail(1, {"start", name}), HasSubstr("its dependencies: 1016 ERROR_REGISTRY_IO_FAILED"));
     EXPECT_THAT(Fail(6, {"create", name + "-2", "--image", folder + "/" + name + ".csh"}),
-                HasSubstr("not created: the registry daemon does not answer: 1065"));
+                HasSubstr("not created: the registry daemon does not answer, or could not store: 1065"));
+    // It would be back with the daemon's next start.
+    EXPECT_THAT(Fail(150, {"delete", name}), HasSubstr("not deleted: 1016"));
     registryDaemon = StartRegistryDaemon(folder + "/registry.db");
     EXPECT_THAT(Do({"list", name}), HasSubstr("disabled"));
 }
