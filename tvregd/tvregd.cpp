@@ -137,6 +137,9 @@ static int RunProgram(int argc, char **argv) {
                  "RPC program 0x3003003C version 2 over TCP.",
                  "tvregd");
     app.set_version_flag("--version", std::string("tvregd ") + TV_VERSION);
+    app.failure_message([](const CLI::App *failed, const CLI::Error &error) {
+        return "tvregd: " + CLI::FailureMessage::simple(failed, error);
+    });
     auto *database = app.add_option("--database", options.database, "the database file, made when it is not there")
                          ->type_name("FILE")
                          ->capture_default_str();

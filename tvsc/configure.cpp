@@ -39,8 +39,9 @@ DWORD PrepareImage(const Session &session, const CreateOptions &create, HostPara
         const std::optional<std::string> program = FirstWord(create.exec, &rest);
         *problem = "the command line cannot be split into words";
         if (!program || program->empty() || !SplitCommandLine(rest)) return ERROR_INVALID_PARAMETER;
-        *problem = fmt::format("{} is not an absolute path of a program", *program);
-        if (!IsProgram(*program)) return ERROR_PATH_NOT_FOUND;
+        const std::string why = WhyNoProgram(*program);
+        *problem = fmt::format("{}: {}", *program, why);
+        if (!why.empty()) return ERROR_PATH_NOT_FOUND;
         *problem = "the launcher of tvhost is not installed";
         *image = HostLauncherPath();
         *parameters = {*program,
@@ -63,7 +64,8 @@ std::string RefusalText(const char *refused, DWORD code) {
         return fmt::format("{}: a name has no slash and no backslash in it, and 1 to 1023 bytes", refused);
     case ERROR_INVALID_PARAMETER:
         return fmt::format("{}: image path and group have at most 1023 bytes, and a tag needs a group", refused);
-    case ERROR_DATABASE_DOES_NOT_EXIST: return fmt::format("{}: the registry daemon does not answer", refused);
+    case ERROR_DATABASE_DOES_NOT_EXIST:
+        return fmt::format("{}: the registry daemon does not answer, or could not store", refused);
     default: return refused;
     }
 }
@@ -113,14 +115,14 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
         Failed(session, name, "delete", GetLastError());
         return;
     }
-    if (options.stop && !StopFirst(session, service.get(), name)) return;
-    if (!DeleteService(service.get())) {
     // Without the registry the daemon forgets a service, whose key brings it back when the daemon starts again.
     ServiceConfig config;
     if (QueryConfig(service.get(), &config) == ERROR_REGISTRY_IO_FAILED) {
         Failed(session, name, "delete", ERROR_REGISTRY_IO_FAILED, "not deleted");
         return;
     }
+    if (options.stop && !StopFirst(session, service.get(), name)) return;
+    if (!DeleteService(service.get())) {
         Failed(session, name, "delete", GetLastError());
         return;
     }
@@ -132,7 +134,8 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
         Failed(session, name, "delete", ERROR_SERVICE_MARKED_FOR_DELETE, "still there");
     } else {
         Done(session, name, "delete",
-             "marked for deletion; goes when it is stopped and closed by all, at the latest with the daemon");
+             "marked for deletion; goes when it is stopped and closed by all, at the latest when the daemon starts "
+             "again");
     }
 }
 

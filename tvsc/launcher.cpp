@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -56,16 +58,20 @@ std::string HostLauncherPath() {
     return "";
 }
 
-bool IsProgram(const std::string &path) {
+std::string WhyNoProgram(const std::string &path) {
     struct stat found = {};
-    return !path.empty() && path.front() == '/' && stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
-           access(path.c_str(), X_OK) == 0;
+    if (path.empty() || path.front() != '/') return "not an absolute path";
+    if (stat(path.c_str(), &found) != 0) return std::strerror(errno);
+    return S_ISREG(found.st_mode) && access(path.c_str(), X_OK) == 0 ? "" : "not an executable file";
 }
 
 DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *path, std::string *problem) {
     const auto words = SplitCommandLine(commandLine);
-    *problem = "the command line cannot be split into words, or does not begin with the path of a program";
-    if (!words || words->empty() || !IsProgram(words->front())) return ERROR_INVALID_PARAMETER;
+    *problem = "the command line cannot be split into words";
+    if (!words || words->empty()) return ERROR_INVALID_PARAMETER;
+    const std::string why = WhyNoProgram(words->front());
+    *problem = fmt::format("{}: {}", words->front(), why);
+    if (!why.empty()) return ERROR_PATH_NOT_FOUND;
     *problem = "a launcher cannot hold the end of a line";
     if (commandLine.find('\n') != std::string::npos) return ERROR_INVALID_PARAMETER;
     *problem = "the name cannot be a file name";

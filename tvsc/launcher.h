@@ -24,5 +24,5 @@ bool RemoveLauncher(const std::string &name);
 // Why a file cannot be an image; empty when it can.
 [[nodiscard]] std::string WhyNoLauncher(const std::string &path);
 
-// Whether a path is absolute and names an executable file.
-[[nodiscard]] bool IsProgram(const std::string &path);
+// Why a path cannot be that of a program to run; empty when it can.
+[[nodiscard]] std::string WhyNoProgram(const std::string &path);

@@ -83,7 +83,7 @@ void PrintSummary(const std::vector<ServiceView> &views) {
         failed += HasFailed(status) ? 1u : 0u;
         stopped += status.dwCurrentState == SERVICE_STOPPED && !HasFailed(status) ? 1u : 0u;
     }
-    fmt::print("{} service{}: {} running, {} stopped, {} failed, {} else.\n", views.size(),
+    fmt::print("{} service{}: {} running, {} stopped, {} failed, {} other.\n", views.size(),
                views.size() == 1 ? "" : "s", running, stopped, failed, views.size() - running - stopped - failed);
 }
 
@@ -269,8 +269,9 @@ int RunShow(Session &session, const std::vector<std::string> &names) {
 }
 
 int RunDeps(Session &session, const std::string &name, bool dependents) {
+    const std::string action = dependents ? "dependents" : "deps";
     const std::string relation = dependents ? "dependents" : "dependencies";
-    const ResolvedNames resolved = ResolveNames(session, {name}, relation);
+    const ResolvedNames resolved = ResolveNames(session, {name}, action);
     for (const std::string &one : resolved.names) {
         const ServiceHandle service(OpenServiceA(session.manager.get(), one.c_str(), SERVICE_ENUMERATE_DEPENDENTS));
         std::vector<ListedService> found;
@@ -280,7 +281,7 @@ int RunDeps(Session &session, const std::string &name, bool dependents) {
                             : EnumerateDependencies(service.get(), SERVICE_STATE_ALL, &found);
         }
         if (rc != ERROR_SUCCESS) {
-            Failed(session, one, relation, rc);
+            Failed(session, one, action, rc);
         } else if (session.options.json) {
             PrintRelationJson(session, one, relation, found);
         } else {

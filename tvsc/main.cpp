@@ -43,6 +43,7 @@ const std::map<std::string, DWORD> waitStates = {
     {"running", SERVICE_RUNNING}, {"stopped", SERVICE_STOPPED}, {"paused", SERVICE_PAUSED}};
 const std::map<std::string, double> timeUnits = {{"ms", 0.001}, {"s", 1}, {"min", 60}, {"h", 3600}};
 constexpr double longestTimeSec = 1'000'000;
+constexpr int mostPings = 1'000'000;
 constexpr double shortestCallSec = 0.001; // no time at all would mean not to wait for an answer
 
 // A number of seconds, or a number with a unit; at least `least` seconds.
@@ -51,8 +52,11 @@ CLI::Validator ReadTime(double least = 0) {
     return CLI::Validator(
         [read, least](std::string &time) -> std::string {
             const std::string said = time;
-            if (read(time).empty() && std::stod(time) >= least && std::stod(time) <= longestTimeSec) return "";
-            return fmt::format("{}: no time: seconds, or a number with ms, s, min or h behind it", said);
+            try {
+                if (read(time).empty() && std::stod(time) >= least && std::stod(time) <= longestTimeSec) return "";
+            } catch (const CLI::ValidationError &) { // an unknown unit; told below
+            }
+            return fmt::format("{}: not a time: seconds, or a number with ms, s, min or h behind it", said);
         },
         "");
 }
@@ -277,6 +281,16 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
              line);
 }
 
+// NAME=VALUE; nothing behind the sign takes the variable away.
+CLI::Validator ReadVariable() {
+    return CLI::Validator(
+        [](std::string &variable) -> std::string {
+            const std::size_t sign = variable.find('=');
+            return sign != 0 && sign != std::string::npos ? "" : variable + ": not NAME=VALUE";
+        },
+        "");
+}
+
 void AddCreateCommand(CLI::App &app, CommandLine &line) {
     CreateOptions &create = line.create;
     CLI::App *command = AddCommand(app, line, "create", "Create a service",
@@ -305,6 +319,7 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
     command->add_option("--user", create.user, "Unix user to run as (default: the daemon's)");
     command->add_option("--env", create.environment, "NAME=VALUE for the program, with --exec")
         ->allow_extra_args(false)
+        ->check(ReadVariable())
         ->needs(exec);
     command->add_option("--cwd", create.directory, "Working directory, with --exec")->needs(exec);
     command->add_option("--stdout", create.standardOutput, "File for its standard output, with --exec")->needs(exec);
@@ -365,7 +380,7 @@ void AddDaemonCommands(CLI::App &app, CommandLine &line) {
     });
 
     CLI::App *ping = app.add_subcommand("ping", "Ask the daemon whether it answers");
-    ping->add_option("-c,--count", line.pings, "How often")->check(CLI::PositiveNumber)->capture_default_str();
+    ping->add_option("-c,--count", line.pings, "How often")->check(CLI::Range(1, mostPings))->capture_default_str();
     ping->callback([&line] { line.run = [&line] { return RunPing(line.options, line.pings); }; });
     CLI::App *online = app.add_subcommand("wait-online", "Wait until the daemon answers");
     online->callback([&line] { line.run = [&line] { return RunWaitOnline(line.options); }; });
@@ -392,6 +407,9 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
     app.set_version_flag("--version", "tvsc " TV_VERSION);
+    app.failure_message([](const CLI::App *failed, const CLI::Error &error) {
+        return "tvsc: " + CLI::FailureMessage::simple(failed, error);
+    });
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.get_formatter()->column_width(28);

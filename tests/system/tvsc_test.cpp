@@ -49,7 +49,7 @@ TEST_F(Tvsc, list_shows_state_start_type_and_names) {
     CreateSample(name, "", {"--display", "Listed one", "--start", "disabled", "--group", "grp"});
     const std::string list = Do({"list", name});
     EXPECT_THAT(list, AllOf(HasSubstr("NAME"), HasSubstr("Listed one"), HasSubstr("stopped"), HasSubstr("disabled"),
-                            HasSubstr("grp"), HasSubstr("1 service: 0 running, 1 stopped, 0 failed, 0 else.")));
+                            HasSubstr("grp"), HasSubstr("1 service: 0 running, 1 stopped, 0 failed, 0 other.")));
 }
 
 TEST_F(Tvsc, list_shows_the_service_that_the_daemon_does_not_enumerate) {
@@ -492,6 +492,18 @@ TEST_F(Tvsc, create_refuses_an_image_that_is_no_script_for_csh) {
     EXPECT_FALSE(KeyExists(servicesKey + "\\" + name));
 }
 
+TEST_F(Tvsc, create_says_why_a_program_cannot_be_run) {
+    WriteFile(folder + "/no-program", "");
+    for (const char *option : {"--exec", "--program"}) {
+        EXPECT_THAT(Fail(1, {"create", name, option, "true"}), HasSubstr("true: not an absolute path: 3 "));
+        EXPECT_THAT(Fail(1, {"create", name, option, "/no/such x"}),
+                    HasSubstr("/no/such: No such file or directory: 3 "));
+        EXPECT_THAT(Fail(1, {"create", name, option, folder + "/no-program"}), HasSubstr("not an executable file: 3 "));
+        EXPECT_THAT(Fail(1, {"create", name, option, "/bin/true \"x"}), HasSubstr("cannot be split into words: 87 "));
+    }
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name));
+}
+
 TEST_F(Tvsc, create_counts_tags_in_a_group) {
     CreateSample(name + "-1", "", {"--group", name, "--tag"});
     CreateSample(name + "-2");
@@ -543,7 +555,9 @@ TEST_F(Tvsc, options_that_would_do_nothing_are_refused) {
     const std::string image = folder + "/" + name + ".csh";
     EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", image, "--env", "A=b"}), HasSubstr("--env requires --exec"));
     EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", image, "--tag"}), HasSubstr("--tag requires --group"));
-    EXPECT_THAT(Fail(2, {"config", name}), HasSubstr("something to change is required"));
+    EXPECT_THAT(Fail(2, {"create", name + "-2", "--exec", "/bin/true", "--env", "A"}),
+                HasSubstr("--env: A: not NAME=VALUE"));
+    EXPECT_THAT(Fail(2, {"config", name}), StartsWith("tvsc: something to change is required"));
     EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "-2"));
 }
 
@@ -629,7 +643,7 @@ TEST_F(Tvsc, a_host_without_a_daemon_exits_150) {
 TEST_F(Tvsc, a_wrong_command_line_exits_2) {
     EXPECT_EQ(ServiceWorld::Tvsc({"stop"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"stop", "--all", "zero"}).status, 2);
-    EXPECT_EQ(ServiceWorld::Tvsc({"ping", "-c", "0"}).status, 2);
+    EXPECT_THAT(Fail(2, {"ping", "-c", "0"}), HasSubstr("tvsc: --count: Value 0 not in range 1 to 1000000\n"));
     EXPECT_EQ(ServiceWorld::Tvsc({"frobnicate"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"create", "x"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"control", "zero", "many"}).status, 2);
@@ -650,10 +664,11 @@ TEST_F(Tvsc, a_wrong_word_is_refused_with_those_that_are_known) {
 }
 
 TEST_F(Tvsc, a_time_below_zero_or_endless_is_refused) {
-    for (const char *time : {"-1", "-1s", "inf", "1e300", "nan", "1d", ""}) {
-        EXPECT_EQ(ServiceWorld::Tvsc({"wait", "zero", "--for", "stopped", std::string("--timeout=") + time}).status, 2)
-            << time;
+    for (const char *time : {"-1", "-1s", "inf", "1e300", "nan", "1d", "x"}) {
+        EXPECT_THAT(Fail(2, {"wait", "zero", "--for", "stopped", std::string("--timeout=") + time}),
+                    HasSubstr("--timeout: " + std::string(time) + ": not a time: seconds,"));
     }
+    EXPECT_EQ(ServiceWorld::Tvsc({"wait", "zero", "--for", "stopped", "--timeout="}).status, 2);
     // Without any time the answer would not be waited for at all.
     EXPECT_EQ(ServiceWorld::Tvsc({"--call-timeout", "0", "list"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"wait", "zero", "--for", "stopped", "--timeout", "0"}).status, 0);
@@ -727,21 +742,6 @@ TEST_F(Tvsc, json_of_services_has_its_form_also_without_a_daemon) {
     }
 }
 
-TEST_F(Tvsc, json_tells_of_a_failure_whatever_was_asked) {
-    for (const char *command : {"deps", "dependents", "name", "start", "stop", "status", "show", "delete"}) {
-        const Ended ended = ServiceWorld::Tvsc({command, "unknown-service", "--json"});
-        EXPECT_NE(ended.status, 0) << command;
-        const Json errors = Json::parse(ended.output).at("errors");
-        EXPECT_EQ(errors.at(0).at("win32"), ERROR_SERVICE_DOES_NOT_EXIST) << command;
-    }
-}
-
-TEST_F(Tvsc, a_control_without_a_word_is_named_by_its_number) {
-    CreateSample(name);
-    Do({"start", name});
-    EXPECT_THAT(Fail(3, {"control", name, "0"}), HasSubstr("control 0 failed: 1052"));
-}
-
 // Some commands wrote nothing where all is well, or where the daemon does not answer.
 TEST_F(Tvsc, json_is_written_by_every_command_in_either_case) {
     CreateSample(name);
@@ -762,6 +762,21 @@ TEST_F(Tvsc, json_is_written_by_every_command_in_either_case) {
         EXPECT_NE(ended.status, 0) << command.front();
         EXPECT_EQ(Json::parse(ended.output).at("host"), "no-such-host") << command.front();
     }
+}
+
+TEST_F(Tvsc, json_tells_of_a_failure_whatever_was_asked) {
+    for (const char *command : {"deps", "dependents", "name", "start", "stop", "status", "show", "delete"}) {
+        const Ended ended = ServiceWorld::Tvsc({command, "unknown-service", "--json"});
+        EXPECT_NE(ended.status, 0) << command;
+        const Json errors = Json::parse(ended.output).at("errors");
+        EXPECT_EQ(errors.at(0).at("win32"), ERROR_SERVICE_DOES_NOT_EXIST) << command;
+    }
+}
+
+TEST_F(Tvsc, a_control_without_a_word_is_named_by_its_number) {
+    CreateSample(name);
+    Do({"start", name});
+    EXPECT_THAT(Fail(3, {"control", name, "0"}), HasSubstr("control 0 failed: 1052"));
 }
 
 // The last service but one: from now on nothing in record 0 is listed any more.

@@ -652,7 +652,9 @@ TEST_F(RegistryOverTcp, user_database_lies_in_the_state_folder_of_the_user) {
 }
 
 TEST_F(RegistryOverTcp, wrong_options_end_with_2_and_an_unusable_file_with_1) {
-    EXPECT_EQ(RunAndRead({.command = {ProgramPath("tvregd"), "--nonsense"}}).status, 2);
+    const Ended wrong = RunAndRead({.command = {ProgramPath("tvregd"), "--nonsense"}});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_THAT(wrong.error, testing::StartsWith("tvregd: "));
     EXPECT_EQ(RunAndRead({.command = {ProgramPath("tvregd"), "--user", "--database", "x"}}).status, 2);
     const Ended none = RunAndRead({.command = {ProgramPath("tvregd"), "--database", "/nowhere/registry.db"}});
     EXPECT_EQ(none.status, 1);
