@@ -6,13 +6,18 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <string_view>
 
 namespace {
 
@@ -107,6 +112,22 @@ void TellServing(int descriptor) {
     (void)close(descriptor);
 }
 
+// Tells a service manager that waits for it, as systemd does for Type=notify, that requests are served from now on.
+void NotifyManager() {
+    const char *name = std::getenv("NOTIFY_SOCKET");
+    sockaddr_un manager = {};
+    manager.sun_family = AF_UNIX;
+    if (name == nullptr || std::strlen(name) > sizeof manager.sun_path) return;
+    std::memcpy(manager.sun_path, name, std::strlen(name));
+    if (*name == '@') manager.sun_path[0] = '\0'; // stands for that in an abstract name
+    const auto bytes = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(name));
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    constexpr std::string_view ready = "READY=1";
+    (void)sendto(descriptor, ready.data(), ready.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(&manager),
+                 bytes); // a manager that cannot be told gives up by itself
+    (void)close(descriptor);
+}
+
 int Serve(const Options &options) {
     OpenStandardDescriptors();
     const int serving = options.background ? GoToBackground() : -1;
@@ -123,6 +144,7 @@ int Serve(const Options &options) {
     registry.store = store.get();
     if (!StartService(registry, options.allowRemote)) return 1;
     if (serving >= 0) TellServing(serving);
+    NotifyManager();
     ServeUntilSignalled(waitingMask);
     store.reset();
     StopService();

@@ -9,6 +9,7 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <atomic>
 #include <csignal>
@@ -630,6 +631,24 @@ TEST_F(RegistryOverTcp, background_returns_when_the_daemon_serves_and_with_1_whe
     EXPECT_THAT(second.error, HasSubstr("in use"));
     EXPECT_EQ(StopDaemon(detached.process), 0);
     daemon = StartRegistryDaemon(database);
+}
+
+TEST_F(RegistryOverTcp, a_service_manager_is_told_once_requests_are_served) {
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    const std::string path = MakeScratchFolder() + "/notify";
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    ASSERT_EQ(path.copy(address.sun_path, sizeof address.sun_path - 1), path.size());
+    const raw::Socket manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(manager.descriptor, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    const timeval patience = {patienceMs / 1000, 0};
+    ASSERT_EQ(setsockopt(manager.descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
+    daemon = StartProgram(
+        {.command = {ProgramPath("tvregd"), "--database", database}, .environment = {"NOTIFY_SOCKET=" + path}});
+    char told[64] = {};
+    EXPECT_EQ(recv(manager.descriptor, told, sizeof told - 1, 0), 7);
+    EXPECT_STREQ(told, "READY=1");
+    EXPECT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS, 0));
 }
 
 TEST_F(RegistryOverTcp, daemon_started_without_standard_descriptors_sends_no_messages_to_clients) {
