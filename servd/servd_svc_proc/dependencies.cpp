@@ -74,7 +74,7 @@ std::int32_t NextDependency(Visit &visit) {
         const char *name = visit.nextName;
         if (*name == '\0') return -1;
         visit.nextName += std::strlen(name) + 1;
-        if (*name == '+') {
+        if (*name == SC_GROUP_IDENTIFIERA) {
             const std::int32_t group = GetGroupIndexFromName(grouplist, &grouplistsize, name + 1);
             if (group >= 0) visit.members = grouplist[group].members;
             continue;
