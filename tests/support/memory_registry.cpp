@@ -126,9 +126,12 @@ LONG OpenKeyEx(HKEY hKey, LPCSTR subKey, DWORD, REGSAM access, PHKEY result) {
     return ERROR_SUCCESS;
 }
 
-LONG CreateKeyEx(HKEY hKey, LPCSTR subKey, DWORD, LPSTR, DWORD, REGSAM access, LPSECURITY_ATTRIBUTES, PHKEY result,
-                 LPDWORD disposition) {
-    if (const LONG code = Note(WithAccess("create " + PathBelow(hKey, subKey), access)); code != 0) return code;
+LONG CreateKeyEx(HKEY hKey, LPCSTR subKey, DWORD, LPSTR keyClass, DWORD options, REGSAM access, LPSECURITY_ATTRIBUTES,
+                 PHKEY result, LPDWORD disposition) {
+    std::string call = WithAccess("create " + PathBelow(hKey, subKey), access);
+    if (keyClass != nullptr) call += std::string(" class ") + keyClass;
+    if (options != 0) call += " options " + std::to_string(options);
+    if (const LONG code = Note(call); code != 0) return code;
     const std::shared_ptr<Key> parent = KeyOf(hKey);
     if (parent == nullptr) return ERROR_INVALID_HANDLE;
     const bool existed = Descend(parent, Text(subKey), false) != nullptr;

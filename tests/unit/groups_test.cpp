@@ -319,6 +319,13 @@ TEST_F(Groups, the_count_word_is_not_looked_at) {
     }
 }
 
+TEST_F(Groups, tags_are_words_with_the_lowest_byte_first) {
+    LoadGroup({0x04030201, 0xFFFEFDFC, 0});
+    SetValue(tagsPath, "G", REG_BINARY, "\2" + std::string(3, '\0') + "\xFC\xFD\xFE\xFF" + "\1\2\3\4");
+    EXPECT_EQ(SortServicesInGroups(), 0u);
+    EXPECT_THAT(MembersOf(grouplist, grouplistsize, "G"), ElementsAre("b", "a", "c"));
+}
+
 TEST_F(Groups, tag_values_without_a_whole_tag_leave_the_order) {
     LoadGroup({3, 1, 2});
     for (const std::size_t bytes : {0u, 1u, 3u, 4u, 5u, 7u}) {

@@ -37,6 +37,9 @@ using Random = std::mt19937;
 std::uint32_t Below(Random &random, std::size_t bound) { return static_cast<std::uint32_t>(random() % bound); }
 bool Chance(Random &random, std::uint32_t percent) { return Below(random, 100) < percent; }
 
+// Tags are far apart, so that each of their four bytes counts.
+DWORD RandomTag(Random &random, std::size_t bound) { return Below(random, bound) * 0xF1234567; }
+
 std::string GroupName(std::uint32_t number) { return "group " + std::to_string(number); }
 
 // A few kinds of world: without cycles, with groups among the dependencies, dense in one group.
@@ -55,7 +58,7 @@ World RandomWorld(Random &random) {
                            .start = Below(random, 5),
                            .dependencies = {},
                            .deleted = Chance(random, deletedPercent)};
-        if (Chance(random, 70)) service.tag = Below(random, 12);
+        if (Chance(random, 70)) service.tag = RandomTag(random, 12);
         for (std::uint32_t left = Below(random, 3); left > 0; left--) {
             if (dependsOnGroups && Chance(random, 15)) {
                 service.dependencies.push_back("+" + GroupName(Below(random, groups + 2)));
@@ -72,7 +75,7 @@ World RandomWorld(Random &random) {
         if (Chance(random, 40)) continue;
         std::vector<DWORD> tags(Below(random, 20));
         for (DWORD &tag : tags)
-            tag = Below(random, 14);
+            tag = RandomTag(random, 14);
         world.vectors[GroupName(group)] = tags;
     }
     return world;

@@ -175,6 +175,17 @@ TEST_F(Load, a_DisplayName_of_1024_bytes_loads_and_one_of_1025_does_not) {
     EXPECT_EQ(ReadServiceDatabase(), std::uint32_t{ERROR_MORE_DATA});
 }
 
+TEST_F(Load, a_name_of_1023_bytes_loads_and_one_of_1024_does_not) {
+    const std::string name(1023, 'n');
+    InstallService(name, {.displayName = "The first"});
+    ASSERT_EQ(ReadServiceDatabase(), 0u);
+    EXPECT_EQ(svcdb[1].name, name);
+    EmptyServiceDatabase();
+
+    InstallService(name + 'n', {.displayName = "The second"});
+    EXPECT_EQ(ReadServiceDatabase(), std::uint32_t{ERROR_MORE_DATA});
+}
+
 TEST_F(Load, a_Type_longer_than_4_bytes_ends_the_load) {
     InstallService("Alpha");
     SetValue(alpha, "Type", REG_BINARY, "12345");
