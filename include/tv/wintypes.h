@@ -8,6 +8,7 @@
 #ifndef TV_WINTYPES_H
 #define TV_WINTYPES_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 typedef uint8_t BYTE;

@@ -53,6 +53,17 @@ withDaemons() { # CLIENT SERVICE
     [ "$output" = done ]
 }
 
+@test "the example of the manual compiles as it stands there, and is a service that starts and stops" {
+    awk '/^# / { wanted = $0 == "# EXAMPLE" } wanted && /^```/ { code = !code; next } wanted && code' \
+        "$BATS_TEST_DIRNAME/../../docs/tvsvc.3.scd" >example.c
+    compile example.c -o example $(pkg-config --cflags --libs tvsvc)
+    printf '%s\n' '#!/bin/bash' 'PATH=$TV_BIN:$PATH' \
+        'tvsc -q create demo --image "$1" && tvsc start demo && tvsc stop demo' >client
+    chmod +x client
+    run withDaemons ./client "$PWD/example"
+    [ "$output" = $'demo: running\ndemo: stopped' ]
+}
+
 @test "without a daemon a client gets 1722" {
     compile "$sources/client.c" -o client $(pkg-config --cflags --libs tvsvc)
     LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH run "$privateHost" ./client image
