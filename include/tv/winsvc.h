@@ -7,7 +7,7 @@
  *
  * What all functions share:
  *   - A BOOL function returns FALSE, a handle function NULL, when it failed; GetLastError then tells the code. A
- * success leaves GetLastError as it was.
+ *     success leaves GetLastError as it was.
  *   - 6 ERROR_INVALID_HANDLE for a handle that is not open or of the wrong kind, 87 ERROR_INVALID_PARAMETER for a null
  *     pointer where one is required, 1722 RPC_S_SERVER_UNAVAILABLE when the daemon cannot be reached, 1726
  *     RPC_S_CALL_FAILED when the connection broke during the call (the daemon may or may not have done what was asked),
@@ -93,15 +93,13 @@ typedef struct SERVICE_STATUS {
     DWORD dwWaitHint; /* milliseconds */
 } SERVICE_STATUS, *LPSERVICE_STATUS;
 
-/* --- last error -----------------------------------------------------------------------------------------------------
- */
+/* --- last error ------------------------------------------------------------------------------------------------- */
 
 /* The code of the calling thread's last failure; each thread has its own, 0 at first. */
 DWORD GetLastError(void);
 void SetLastError(DWORD dwErrCode);
 
-/* --- the client side ------------------------------------------------------------------------------------------------
- */
+/* --- the client side -------------------------------------------------------------------------------------------- */
 
 /* An open daemon connection or an open service. Never dereference. */
 typedef struct tvServiceHandle *SC_HANDLE;
@@ -258,8 +256,7 @@ BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA 
 BOOL GetServiceDisplayNameA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPSTR lpDisplayName, LPDWORD lpcchBuffer);
 BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServiceName, LPDWORD lpcchBuffer);
 
-/* --- client calls of this system only -------------------------------------------------------------------------------
- */
+/* --- client calls of this system only --------------------------------------------------------------------------- */
 
 /* OpenSCManagerA, but also when the daemon could not load its database. *initCode: 0 or 1065; may be null. */
 SC_HANDLE tvOpenDaemon(LPCSTR host, LPDWORD initCode);
@@ -276,7 +273,7 @@ BOOL tvStopDaemon(SC_HANDLE hSCManager);
 
 /* Reads a service's status without touching it, from the enumeration.
  *   *complete  TRUE: all words are true. FALSE: the service is not enumerated (record 0, marked for deletion); state
- * and accepted controls are true, the rest is 0. May be null. */
+ *              and accepted controls are true, the rest is 0. May be null. */
 BOOL tvQueryServiceStatusPassive(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus, BOOL *complete);
 
 /* Lists the services that this one depends on, directly or not, the nearest first. 234 when not all fitted. */
@@ -290,8 +287,7 @@ BOOL tvUnlockServiceDatabaseById(SC_HANDLE hSCManager, DWORD id);
  * in its place. A process that it may still have is left alone. */
 BOOL tvDeclareServiceDead(SC_HANDLE hService);
 
-/* --- the side of a service program ----------------------------------------------------------------------------------
- */
+/* --- the side of a service program ------------------------------------------------------------------------------ */
 
 typedef struct tvServiceStatusHandle *SERVICE_STATUS_HANDLE;
 
