@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include <map>
+#include <random>
 
 namespace {
 
@@ -206,6 +207,46 @@ TEST_F(AutomaticStart, the_order_told_beforehand_is_the_one_that_comes) {
     for (const auto &remark : plan.at("remarks"))
         kinds.push_back(remark.at("kind"));
     EXPECT_THAT(kinds, UnorderedElementsAre("unknown_service", "disabled", "ring"));
+}
+
+// Services that depend on each other and on groups at random, rings and unknown names among them.
+void WriteRandomServices(std::mt19937 &random, const ServiceImage &image, std::uint32_t count) {
+    const auto below = [&random](std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); };
+    const auto group = [&below] { return "group " + std::to_string(below(5)); };
+    WriteKey(groupOrderKey, {{"List", REG_MULTI_SZ, MultiSz({group(), group(), group()})}});
+    WriteKey(groupTagsKey, {{group(), REG_BINARY, Dword(3) + Dword(below(4)) + Dword(below(4)) + Dword(below(4))}});
+    for (std::uint32_t number = 0; number < count; number++) {
+        std::vector<RegistryValue> values;
+        std::vector<std::string> dependencies;
+        for (std::uint32_t left = below(3); left > 0; left--)
+            dependencies.push_back(below(6) == 0 ? "+" + group() : "s" + std::to_string(below(count + 2)));
+        if (!dependencies.empty()) values.push_back(DependsOn(dependencies));
+        if (below(2) == 0) values.push_back(Group(group()));
+        if (below(2) == 0) values.push_back(Tag(below(4)));
+        if (below(10) == 0) values.push_back({"DeleteFlag", REG_DWORD, Dword(1)});
+        WriteService("s" + std::to_string(number), below(5), image.path, values);
+    }
+}
+
+TEST_F(AutomaticStart, the_order_of_random_services_is_the_one_that_comes) {
+    std::mt19937 random(20261121);
+    WriteRandomServices(random, image, 60);
+    const Ended ended = Order({"--json"});
+    ASSERT_EQ(ended.status, 0) << ended.error;
+    const auto plan = nlohmann::json::parse(ended.output);
+    std::vector<std::string> told;
+    for (const auto &step : plan.at("steps"))
+        told.push_back(step.at("name"));
+    ASSERT_GE(told.size(), 20u);
+    ASSERT_THAT(ended.output, AllOf(HasSubstr("\"through_group\""), HasSubstr("\"ring\""), HasSubstr("\"disabled\"")))
+        << "nothing but simple cases";
+
+    StartServiceDaemon({}, bootMs);
+    EXPECT_EQ(Started(told.size()), told);
+    std::size_t running = 0;
+    for (const auto &[name, state] : States())
+        running += state != SERVICE_STOPPED ? 1 : 0;
+    EXPECT_EQ(running, told.size()) << "and no further one";
 }
 
 TEST_F(AutomaticStart, the_order_gives_each_service_its_reason) {

@@ -153,6 +153,11 @@ TEST_F(Dependencies, an_unknown_group_has_no_members) {
     EXPECT_THAT(walked.names, ElementsAre("b"));
 }
 
+TEST_F(Dependencies, an_empty_name_is_a_group_like_any_other) {
+    Load({{"a", {"+"}}, {"b:", {}}, {"c", {}}});
+    EXPECT_THAT(Walk("a").names, ElementsAre("b"));
+}
+
 TEST_F(Dependencies, an_emptied_group_has_no_members) {
     Load({{"a", {"+G"}}, {"b:G", {}}});
     RemoveServiceFromGroupList(grouplist, &grouplistsize, "G", 2);
