@@ -67,13 +67,16 @@ TEST_F(HazardServices, every_socket_of_the_daemon_is_closed_on_exec) {
     for (int look = 0; look < 20; ++look) {
         const std::string process = "/proc/" + std::to_string(daemon);
         for (const auto &entry : std::filesystem::directory_iterator(process + "/fd")) {
-            std::error_code gone;
-            const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
-            if (!target.starts_with("socket:") && target != "anon_inode:[eventpoll]") continue;
-            const std::string info = ReadFile(process + "/fdinfo/" + entry.path().filename().string());
+            const auto target = [&entry] {
+                std::error_code gone;
+                return std::filesystem::read_symlink(entry.path(), gone).string();
+            };
+            const std::string before = target();
+            if (!before.starts_with("socket:") && before != "anon_inode:[eventpoll]") continue;
+            const std::string info = ReadWhatIsThere(process + "/fdinfo/" + entry.path().filename().string());
             const std::size_t flags = info.find("flags:");
-            if (flags == std::string::npos) continue; // closed meanwhile
-            EXPECT_NE(std::stoul(info.substr(flags + 6), nullptr, 8) & O_CLOEXEC, 0U) << target << ": " << info;
+            if (flags == std::string::npos || target() != before) continue; // closed meanwhile
+            EXPECT_NE(std::stoul(info.substr(flags + 6), nullptr, 8) & O_CLOEXEC, 0U) << before << ": " << info;
             ++sockets;
         }
         PauseMs(20);
