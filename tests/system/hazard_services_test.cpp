@@ -97,9 +97,12 @@ TEST_F(HazardServices, a_stopped_daemon_refuses_clients_at_once_while_its_servic
         }
         daemon = 0;
         EXPECT_FALSE(ChildrenOf(getpid(), "odd_service").empty());
-        const Clock::time_point start = Clock::now();
-        EXPECT_LT(Connect().descriptor, 0);
-        EXPECT_LT(MsSince(start), promptMs);
+        const auto refusedMs = [this] {
+            const Clock::time_point start = Clock::now();
+            EXPECT_LT(Connect().descriptor, 0);
+            return MsSince(start);
+        };
+        EXPECT_LT(BestMs(refusedMs), promptMs);
     }
 }
 
