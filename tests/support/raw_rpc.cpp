@@ -211,6 +211,13 @@ double CpuSecondsOf(pid_t process) {
     return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
+double ReadyMsOf(pid_t process) {
+    double running = 0;
+    double readyNs = 0;
+    std::ifstream(ProcPath(process, "schedstat")) >> running >> readyNs;
+    return readyNs / 1e6;
+}
+
 double MsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }

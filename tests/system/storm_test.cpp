@@ -53,8 +53,11 @@ const RequestForm &AnyForm(Random *random) { return requestForms[Below(random, s
 
 struct Probe {
     Weather *weather;
+    pid_t daemon;
     Socket connection;
     std::uint32_t xid = 0;
+    // How long calls took, but for the time that the daemon waited for a processor: what else runs on the machine is
+    // none of its business.
     std::vector<double> times = {};       // of calls that no start was in the way of
     std::vector<double> timesBehind = {}; // of the others
     int wrong = 0;
@@ -63,12 +66,14 @@ struct Probe {
     std::string Ask(std::uint32_t procedure, const std::string &argument) {
         const int begun = weather->startsBegun;
         const bool during = begun != weather->startsEnded;
+        const double readyBefore = ReadyMsOf(daemon);
         const Clock::time_point start = Clock::now();
         ++xid;
         const std::string answer =
             Send(connection, AsMessage(ServdCall(procedure, argument, xid))) ? ReadMessage(connection) : std::string();
         const bool behind = during || begun != weather->startsBegun || procedure == START_SERVICE;
-        (behind ? timesBehind : times).push_back(MsSince(start));
+        const double taken = MsSince(start);
+        (behind ? timesBehind : times).push_back(std::max(taken - (ReadyMsOf(daemon) - readyBefore), 0.0));
         const std::string success = ServdAnswer("", xid);
         if (answer.compare(0, success.size(), success) != 0) Note(procedure, "no answer");
         return answer.substr(std::min(answer.size(), success.size()));
@@ -262,19 +267,21 @@ struct Storm : Hazard {
         WriteOddService("Still", "plain", 3, {{"DisplayName", REG_SZ, Sz("Standing still")}});
         WriteOddService("Prompt", "brief");
         WriteOddService("Crashing", "brief");
-        StartDaemon();
+        // The C library gives freed memory back at once, so that the resident size tells what is in use.
+        StartDaemon({.environment = {"MALLOC_TRIM_THRESHOLD_=131072", "MALLOC_MMAP_THRESHOLD_=131072"}});
     }
 };
 
 TEST_F(Storm, every_probe_is_answered_rightly_and_soon) {
     Weather weather;
     weather.port = port;
-    Probe quiet = {&weather, Connect()};
+    Probe quiet = {&weather, daemon, Connect()};
     quiet.Run(1500, false);
     ASSERT_EQ(quiet.wrong, 0) << quiet.firstWrong;
+    const std::size_t quietResident = ResidentBytesOf(daemon);
 
     const int seconds = StormSeconds();
-    Probe probe = {&weather, Connect()};
+    Probe probe = {&weather, daemon, Connect()};
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < 4; ++i) {
         threads.emplace_back(Attack, &weather, 100 + i);
@@ -311,13 +318,19 @@ TEST_F(Storm, every_probe_is_answered_rightly_and_soon) {
     const double quietMedian = MedianOf(quiet.times);
     const double median = MedianOf(probe.times);
     EXPECT_LT(median, quietMedian + 1);
-    // What is held at any moment follows what the attackers left open: the quarters of the second half are compared by
-    // their medians.
+    // What is held at any moment follows what the attackers left open, and how far behind a busy machine is: only over
+    // a long time the quarters of the second half can be compared, by their medians. What is left when all have gone is
+    // the daemon's own.
     const auto half = residentMB.begin() + static_cast<std::ptrdiff_t>(residentMB.size() / 2);
     const auto threeQuarters = residentMB.begin() + static_cast<std::ptrdiff_t>(residentMB.size() * 3 / 4);
     const double third = MedianOf({half, threeQuarters});
     const double fourth = MedianOf({threeQuarters, residentMB.end()});
-    EXPECT_LT(fourth, third + 4);
+    if (seconds >= 60) {
+        EXPECT_LT(fourth, third + 4);
+    }
+    (void)WaitUntil([&] { return ResidentBytesOf(daemon) < quietResident + 8 * mebibyte; }, 3000);
+    const std::size_t leftResident = ResidentBytesOf(daemon);
+    EXPECT_LT(leftResident, quietResident + 8 * mebibyte);
     EXPECT_GT(weather.hostile.load(), static_cast<std::uint64_t>(seconds) * 20);
     Measured("%d s, %llu hostile and %llu legitimate requests, %d starts of services that end, %d registry restarts",
              seconds, static_cast<unsigned long long>(weather.hostile),
@@ -325,14 +338,16 @@ TEST_F(Storm, every_probe_is_answered_rightly_and_soon) {
     Measured("%zu probes, 0 lost: median %.2f ms (%.2f quiet), worst %.1f ms; %zu behind a start, worst %.0f ms",
              probe.times.size() + probe.timesBehind.size(), median, quietMedian, WorstOf(probe.times),
              probe.timesBehind.size(), WorstOf(probe.timesBehind));
-    Measured("resident: median %.1f MB in the third quarter, %.1f MB in the fourth, at most %.1f MB", third, fourth,
-             WorstOf(residentMB));
+    Measured("resident: median %.1f MB in the third quarter, %.1f MB in the fourth, at most %.1f MB; %.1f MB before, "
+             "%.1f MB when all have gone",
+             third, fourth, WorstOf(residentMB), static_cast<double>(quietResident) / 1e6,
+             static_cast<double>(leftResident) / 1e6);
 }
 
 TEST_F(Storm, calls_of_every_kind_leave_nothing_behind) {
     Weather weather;
     weather.port = port;
-    Probe probe = {&weather, Connect()};
+    Probe probe = {&weather, daemon, Connect()};
     std::uint32_t round = 0;
     const auto askAll = [&] {
         for (int i = 0; i < 10; ++i) {
