@@ -52,19 +52,21 @@ TEST(WaitForEnd, throws_when_the_process_outlives_the_time) {
 }
 
 TEST(StartDetached, finds_what_the_launcher_left_behind) {
-    const DetachedDaemon daemon = StartDetached(Shell("(trap 'exit 7' TERM; while :; do sleep 0.01; done) & exit 1"));
+    const std::string isReady = MakeScratchFolder() + "/ready";
+    const DetachedDaemon daemon =
+        StartDetached(Shell("(trap 'exit 7' TERM; touch " + isReady + "; while :; do sleep 0.01; done) & exit 1"));
     EXPECT_EQ(WEXITSTATUS(daemon.launcherStatus), 1);
     ASSERT_NE(daemon.process, 0);
     EXPECT_FALSE(HasEnded(daemon.process));
-    SleepMs(50); // until the shell has set its trap
+    ASSERT_TRUE(WaitUntil([&] { return std::filesystem::exists(isReady); })) << "the shell sets its trap first";
     EXPECT_EQ(WEXITSTATUS(StopDaemon(daemon.process)), 7);
 }
 
 TEST(StartDetached, the_end_of_a_process_that_ended_meanwhile_can_still_be_taken) {
     const DetachedDaemon daemon = StartDetached(Shell("(sleep 0.1; exit 5) & kill -KILL $$"));
     EXPECT_EQ(WTERMSIG(daemon.launcherStatus), SIGKILL);
-    SleepMs(200);
     ASSERT_NE(daemon.process, 0);
+    ASSERT_TRUE(WaitUntil([&] { return HasEnded(daemon.process); }));
     EXPECT_EQ(WEXITSTATUS(WaitForEnd(daemon.process)), 5);
 }
 

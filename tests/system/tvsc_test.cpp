@@ -387,15 +387,20 @@ TEST_F(Tvsc, wait_ends_when_the_state_is_there) {
     starter.join();
 }
 
-TEST_F(Tvsc, an_interrupt_gives_the_handles_back) {
-    CreateSample(name);
-    const pid_t waiting = StartProgram({.command = {ProgramPath("tvsc"), "wait", name}, .errorFile = "/dev/null"});
-    // It has threads once it takes interrupts, and then opens the service.
+// Starts a tvsc that waits for the service, until it takes interrupts: it has threads then, and opens the service.
+pid_t StartWaiting(const std::string &service) {
+    const pid_t waiting = StartProgram({.command = {ProgramPath("tvsc"), "wait", service}, .errorFile = "/dev/null"});
     const std::filesystem::path threads = "/proc/" + std::to_string(waiting) + "/task";
-    ASSERT_TRUE(WaitUntil([&] {
+    EXPECT_TRUE(WaitUntil([&] {
         return std::distance(std::filesystem::directory_iterator(threads), std::filesystem::directory_iterator()) >= 3;
     }));
     SleepMs(300);
+    return waiting;
+}
+
+TEST_F(Tvsc, an_interrupt_gives_the_handles_back) {
+    CreateSample(name);
+    const pid_t waiting = StartWaiting(name);
     kill(waiting, SIGINT);
     const int status = WaitForEnd(waiting);
     EXPECT_TRUE(WIFEXITED(status));
@@ -405,8 +410,7 @@ TEST_F(Tvsc, an_interrupt_gives_the_handles_back) {
 
 TEST_F(Tvsc, a_closed_terminal_gives_the_handles_back) {
     CreateSample(name);
-    const pid_t waiting = StartProgram({.command = {ProgramPath("tvsc"), "wait", name}, .errorFile = "/dev/null"});
-    SleepMs(500);
+    const pid_t waiting = StartWaiting(name);
     kill(waiting, SIGHUP);
     const int status = WaitForEnd(waiting);
     EXPECT_TRUE(WIFEXITED(status));
@@ -701,7 +705,7 @@ TEST_F(Tvsc, help_and_version_exit_0) {
 TEST_F(Tvsc, a_busy_daemon_is_explained_and_waited_for) {
     CreateSample(name);
     WriteFile(folder + "/" + name + ".csh",
-              "#!/bin/csh -f\ntouch " + folder + "/starting\nsleep 4\nexec '" + ProgramPath("tvsample") + "'\n");
+              "#!/bin/csh -f\ntouch " + folder + "/starting\nsleep 7\nexec '" + ProgramPath("tvsample") + "'\n");
     const pid_t starting = StartProgram(
         {.command = {ProgramPath("tvsc"), "-q", "start", name}, .outputFile = "/dev/null", .errorFile = "/dev/null"});
     ASSERT_TRUE(WaitUntil([] { return access((folder + "/starting").c_str(), F_OK) == 0; }));

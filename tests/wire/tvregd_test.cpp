@@ -625,7 +625,8 @@ TEST_F(RegistryOverTcp, background_returns_when_the_daemon_serves_and_with_1_whe
     const DetachedDaemon detached =
         StartDetached({.command = {ProgramPath("tvregd"), "--database", database, "--background"}});
     EXPECT_EQ(detached.launcherStatus, 0);
-    EXPECT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS, 0));
+    EXPECT_TRUE(IsRegistered(REGDAEMONPROG, REGDAEMONVERS));
+    EXPECT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS));
     const Ended second = RunAndRead({.command = {ProgramPath("tvregd"), "--database", database, "--background"}});
     EXPECT_EQ(second.status, 1);
     EXPECT_THAT(second.error, HasSubstr("in use"));
