@@ -298,7 +298,7 @@ TEST(DialPort, a_silent_peer_is_a_timeout_and_its_connection_goes_on) {
     std::uint32_t result = 0;
     EXPECT_EQ(CallWord(client, 1, &result, halfSecond), RPC_TIMEDOUT);
     EXPECT_GT(SecondsSince(start), 0.45);
-    EXPECT_LT(SecondsSince(start), 0.9);
+    EXPECT_LT(SecondsSince(start), 1.5);
     EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_SUCCESS);
     EXPECT_EQ(result, 42U);
     peer.thread.join();
@@ -338,7 +338,7 @@ void ExpectLostAtTimeout(std::function<void(int)> behave) {
     EXPECT_LT(SecondsSince(start), 1.5);
     start = Clock::now();
     EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTSEND);
-    EXPECT_LT(SecondsSince(start), 0.1);
+    EXPECT_LT(SecondsSince(start), 1.0);
     client.reset();
     peer.thread.join();
 }
