@@ -1,0 +1,46 @@
+# SPDX-License-Identifier: MIT
+# The manuals against what the programs say of themselves: the same commands and the same options, in both directions.
+
+# The help of a program and of all its commands.
+helpOf() { # PROGRAM [COMMAND...]
+    local command
+    "$TV_BIN/$1" "${@:2}" --help
+    for command in $("$TV_BIN/$1" "${@:2}" --help | commandsIn); do
+        helpOf "$@" "$command"
+    done
+}
+
+commandsIn() { awk '/^[^ ]/ { found = $1 == "Subcommands:" } found && /^  [a-z]/ { sub(",", "", $1); print $1 }'; }
+
+optionsIn() { awk '/^ +--?[a-z]/ { gsub(",", "\n", $1); print $1 }' | sort -u; }
+
+# What stands between asterisks: *--option*.
+optionsOf() { grep -oE '\*--?[a-z][a-z0-9-]*\*' "$1" | tr -d '*' | sort -u; }
+
+manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
+
+@test "every option that a program takes stands in its manual, and no other does" {
+    for program in tvsc tvreg tvregd; do
+        helpOf "$program" | optionsIn >"$BATS_TEST_TMPDIR/taken"
+        [ "$(wc -l <"$BATS_TEST_TMPDIR/taken")" -gt 5 ]
+        diff "$BATS_TEST_TMPDIR/taken" <(optionsOf "$(manualOf "$program")")
+    done
+}
+
+@test "every command of a program stands in its manual" {
+    for program in tvsc tvreg; do
+        commands=$(helpOf "$program" | commandsIn)
+        [ "$(wc -w <<<"$commands")" -gt 9 ]
+        for command in $commands; do
+            grep -qE "\*([a-z]+ )?$command[ *]" "$(manualOf "$program")" || { echo "$program $command"; false; }
+        done
+    done
+}
+
+@test "manuals are formatted without a warning" {
+    command -v groff >/dev/null || skip "groff is not installed"
+    [ -d "$TV_BIN/../man" ] || skip "scdoc was not installed"
+    for page in "$TV_BIN"/../man/*; do
+        [ -z "$(groff -Tutf8 -ww -man "$page" 2>&1 >/dev/null)" ] || { echo "$page"; false; }
+    done
+}
