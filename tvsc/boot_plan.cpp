@@ -138,6 +138,28 @@ void Start(Planner &planner, const BootStep &step) {
     planner.plan.steps.push_back(step);
 }
 
+// Groups do not order the automatic services among themselves. Whoever expects it is told once, by the first service
+// that would have come sooner.
+void RemarkGroupOrder(Planner &planner) {
+    const BootDatabase &database = *planner.database;
+    std::vector<std::optional<std::size_t>> ranks(database.services.size()); // places in the order list
+    for (std::size_t rank = 0; rank < database.orderedGroups; ++rank) {
+        for (const std::size_t member : database.groups[rank].members) {
+            ranks[member] = rank;
+        }
+    }
+    std::optional<std::size_t> latest; // of the services so far the one whose group comes last
+    for (const BootStep &step : planner.plan.steps) {
+        const std::optional<std::size_t> rank = ranks[step.service];
+        if (step.neededBy || !rank) continue;
+        if (latest && rank < ranks[*latest]) {
+            Remark(planner, BootRemarkKind::groupOrder, step.service, database.services[*latest].name);
+            return;
+        }
+        latest = step.service;
+    }
+}
+
 bool IsAutomatic(const BootService &service) { return service.start && *service.start <= SERVICE_AUTO_START; }
 
 } // namespace
@@ -160,5 +182,6 @@ BootPlan PlanBoot(const BootDatabase &database) {
         }
         Start(planner, {.service = i, .startedFor = i});
     }
+    RemarkGroupOrder(planner);
     return planner.plan;
 }

@@ -27,7 +27,8 @@ struct BootGroup {
 
 struct BootDatabase {
     std::vector<BootService> services;
-    std::vector<BootGroup> groups;
+    std::vector<BootGroup> groups;    // those of the order list first
+    std::size_t orderedGroups = 0;    // how many they are
     std::vector<std::string> deleted; // marked for deletion: the daemon deletes them as it loads
 };
 
@@ -49,7 +50,7 @@ struct BootStep {
     const std::string *throughGroup = nullptr; // the group that the service names instead; the database's
 };
 
-enum class BootRemarkKind { disabled, noImage, ring, unknownService, emptyGroup, unreadable };
+enum class BootRemarkKind { disabled, noImage, ring, unknownService, emptyGroup, unreadable, groupOrder };
 
 struct BootRemark {
     BootRemarkKind kind;

@@ -89,6 +89,7 @@ std::optional<BootFault> ReadGroupOrder(Load &load, HKEY machine) {
     for (const std::string &name : TextsIn(data)) {
         (void)AddGroup(load, name);
     }
+    load.database->orderedGroups = load.database->groups.size();
     return {};
 }
 

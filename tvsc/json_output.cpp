@@ -133,8 +133,9 @@ Json ErrorsOf(const Session &session) {
     return errors;
 }
 
-constexpr const char *remarkWords[] = {"disabled", "no_image", "ring", "unknown_service", "empty_group", "unreadable"};
-static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::unreadable) + 1);
+constexpr const char *remarkWords[] = {"disabled",    "no_image",   "ring",       "unknown_service",
+                                       "empty_group", "unreadable", "group_order"};
+static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::groupOrder) + 1);
 
 Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t position) {
     const BootService &service = database.services[step.service];

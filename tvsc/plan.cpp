@@ -74,6 +74,9 @@ std::string RemarkText(const BootRemark &remark) {
     case BootRemarkKind::emptyGroup:
         return fmt::format("depends on group {}, which is empty: passed over", remark.text);
     case BootRemarkKind::unreadable: return "its dependencies cannot be read: the walk ends there";
+    case BootRemarkKind::groupOrder:
+        return fmt::format("comes after {}, whose group is a later one: the order of groups is not followed",
+                           remark.text);
     }
     return "";
 }

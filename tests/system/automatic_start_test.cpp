@@ -267,6 +267,18 @@ TEST_F(AutomaticStart, the_order_gives_each_service_its_reason) {
     EXPECT_EQ(RunAndRead({.command = {ProgramPath("tvsc"), "plan", "boot"}}).output, ended.output);
 }
 
+TEST_F(AutomaticStart, groups_do_not_order_automatic_services_and_that_is_told_deliberate) {
+    WriteKey(groupOrderKey, {{"List", REG_MULTI_SZ, MultiSz({"first", "second"})}});
+    WriteService("Alpha", automatic, image.path, {Group("second")});
+    WriteService("Beta", automatic, image.path, {Group("first")});
+    EXPECT_THAT(
+        Order().output,
+        HasSubstr("\n! Beta: comes after Alpha, whose group is a later one: the order of groups is not followed\n"));
+    EXPECT_THAT(Order({"--json"}).output, HasSubstr("\"group_order\""));
+    StartServiceDaemon({}, bootMs);
+    EXPECT_THAT(Started(2), ElementsAre("Alpha", "Beta"));
+}
+
 TEST_F(AutomaticStart, a_service_without_an_image_path_fails_as_told) {
     WriteService("Alpha", automatic, image.path, {DependsOn({"Beta"})});
     WriteService("Beta", demand, "");

@@ -104,6 +104,22 @@ TEST_F(PlannedBoot, services_without_an_image_are_told_where_they_would_start) {
     EXPECT_THAT(Remarks(BootRemarkKind::noImage), ElementsAre("Beta: ", "Gamma: "));
 }
 
+TEST_F(PlannedBoot, the_first_automatic_service_behind_a_later_group_is_told) {
+    SetTexts(groupOrderKeyPath, "List", {"early", "middle", "late"});
+    InstallService("needs", {.start = automatic, .dependencies = {"needed"}});
+    InstallService("one", {.start = automatic, .group = "early"});
+    InstallService("two", {.start = automatic, .group = "middle"});
+    InstallService("unlisted", {.start = automatic, .group = "unlisted"});
+    InstallService("three", {.start = automatic, .group = "middle"});
+    InstallService("idle", {.start = demand, .group = "early"});
+    InstallService("needed", {.start = automatic, .group = "late"});
+    EXPECT_THAT(Remarks(BootRemarkKind::groupOrder), IsEmpty());
+
+    InstallService("four", {.start = automatic, .group = "early"});
+    InstallService("five", {.start = automatic, .group = "early"});
+    EXPECT_THAT(Remarks(BootRemarkKind::groupOrder), ElementsAre("four: three"));
+}
+
 TEST_F(PlannedBoot, what_may_fail_may_be_tried_for_each_service_that_needs_it) {
     InstallService("Alpha", {.start = automatic, .dependencies = {"Base"}});
     InstallService("Beta", {.start = automatic, .dependencies = {"Alpha"}});
