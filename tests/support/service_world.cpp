@@ -32,7 +32,12 @@ Ended ServiceWorld::Tvsc(std::vector<std::string> arguments) {
 std::string ServiceWorld::Do(std::vector<std::string> arguments) {
     const Ended ended = Tvsc(std::move(arguments));
     EXPECT_EQ(ended.status, 0) << ended.output << ended.error;
-    EXPECT_EQ(ended.error, "");
+    // On a busy machine a start may take the daemon longer than tvsc waits for it in silence.
+    static const std::string busy =
+        "tvsc: the daemon is busy; it serves one request at a time, and a start may take it 45 s\n";
+    if (ended.error != busy) {
+        EXPECT_EQ(ended.error, "");
+    }
     return ended.output;
 }
 

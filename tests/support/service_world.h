@@ -25,7 +25,7 @@ struct ServiceWorld : testing::Test {
 
     // Runs tvsc.
     static Ended Tvsc(std::vector<std::string> arguments);
-    // Runs tvsc, which must succeed without a word on stderr. Returns what it prints.
+    // Runs tvsc, which must succeed without a word on stderr, but that the daemon is busy. Returns what it prints.
     static std::string Do(std::vector<std::string> arguments);
 
     // Creates a service that runs tvsample with some options; further are options of tvsc create.
