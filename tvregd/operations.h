@@ -15,8 +15,9 @@ struct Registry {
     Store *store; // borrowed
 };
 
-// Bytes of a key's or a value's name: the 255 and 16,383 characters of Win32, each of up to four bytes.
-constexpr std::size_t MAX_KEY_NAME = 255 * std::size_t{4};
+// Bytes of a key's or a value's name: the 255 and 16,383 characters of Win32, each of up to four bytes, and as many in
+// a key's as the service daemon reads of a service's name.
+constexpr std::size_t MAX_KEY_NAME = 1023;
 constexpr std::size_t MAX_VALUE_NAME = 16383 * std::size_t{4};
 
 // Also 2 when there is no such key; 161 for a malformed path.

@@ -458,6 +458,10 @@ TEST_F(Tvsc, create_refuses_what_could_not_be_loaded_again) {
     EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "\\below"));
     EXPECT_THAT(Fail(1, {"create", name + "-2", "--image", image, "--display", std::string(1024, 'x')}),
                 HasSubstr("123 ERROR_INVALID_NAME"));
+    const std::string longest(1023, 'n'); // which the registry daemon used to refuse
+    EXPECT_EQ(Do({"create", longest, "--image", image}), longest + ": created\n");
+    Do({"delete", longest, "--wait"});
+    EXPECT_THAT(Fail(1, {"create", longest + "n", "--image", image}), HasSubstr("123 ERROR_INVALID_NAME"));
 }
 
 TEST_F(Tvsc, create_refuses_an_unknown_user_and_leaves_nothing) {

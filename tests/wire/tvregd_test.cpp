@@ -192,7 +192,7 @@ TEST_F(RegistryOverTcp, create_key_ex_answers_the_codes_of_its_failures) {
     EXPECT_EQ(Create(NOT_THERE, "x")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
     EXPECT_EQ(Create(top, "\\x")->body.status, static_cast<std::uint32_t>(ERROR_BAD_PATHNAME));
     EXPECT_EQ(Create(top, "x", nullptr, 4)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(Create(top, std::string(1021, 'x').c_str())->body.status,
+    EXPECT_EQ(Create(top, std::string(1024, 'x').c_str())->body.status,
               static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(EnumKey(top, 0)->body.status, static_cast<std::uint32_t>(ERROR_NO_MORE_ITEMS));
 }
