@@ -16,9 +16,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(pkgconfigFolder ${sysroot}/usr/lib/i386-linux-gnu/pkgconfig)
 set(ENV{PKG_CONFIG_LIBDIR} ${pkgconfigFolder})
 
-# The old form of the run path also counts for the libraries that our libraries need.
+# The old form of the run path also counts for the libraries that our libraries need. Libraries beside a program go
+# first, so that a copy runs where the tree is closed.
 set(folders ${sysroot}/lib/i386-linux-gnu ${sysroot}/usr/lib/i386-linux-gnu)
-set(CMAKE_BUILD_RPATH ${folders})
+set(CMAKE_BUILD_RPATH "\$ORIGIN" ${folders})
 list(JOIN folders : folders)
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT "-Wl,--disable-new-dtags -Wl,-rpath-link,${folders}")

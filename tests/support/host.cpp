@@ -9,6 +9,7 @@
 #include "tv/winreg.h"
 
 #include <fcntl.h>
+#include <link.h>
 #include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -476,12 +477,39 @@ std::string MakeScratchFolder() {
     return folder;
 }
 
+namespace {
+
+std::string CopyInto(const std::string &folder, const fs::path &file) {
+    std::string copy = folder + "/" + file.filename().string();
+    fs::copy_file(file, copy);
+    if (chmod(copy.c_str(), 0755) != 0) FailSystem(copy);
+    return copy;
+}
+
+// The libraries of this program that come from elsewhere than the system's folders; the programs tested need no others.
+std::vector<fs::path> OwnLibraries() {
+    std::vector<fs::path> libraries;
+    (void)dl_iterate_phdr(
+        [](dl_phdr_info *object, std::size_t, void *found) {
+            const std::string_view path = object->dlpi_name;
+            if (path.starts_with('/') && !path.starts_with("/lib") && !path.starts_with("/usr/lib")) {
+                static_cast<std::vector<fs::path> *>(found)->emplace_back(path);
+            }
+            return 0;
+        },
+        &libraries);
+    return libraries;
+}
+
+} // namespace
+
 std::string CopyForAnyUser(const std::string &program) {
     const std::string folder = MakeScratchFolder();
-    std::string copy = folder + "/" + fs::path(program).filename().string();
-    fs::copy_file(program, copy);
-    if (chmod(folder.c_str(), 0755) != 0 || chmod(copy.c_str(), 0755) != 0) FailSystem(copy);
-    return copy;
+    if (chmod(folder.c_str(), 0755) != 0) FailSystem(folder);
+    for (const fs::path &library : OwnLibraries()) {
+        (void)CopyInto(folder, library);
+    }
+    return CopyInto(folder, program);
 }
 
 void WriteFile(const std::string &path, std::string_view content, mode_t mode) {

@@ -313,9 +313,9 @@ TEST_F(HazardSignals, an_entry_of_another_user_gives_the_message_and_status_1) {
     // setpriv under the daemon's name, so that the process it becomes is found by it.
     const std::string otherUser = folder + "/servd";
     std::filesystem::create_symlink("/usr/bin/setpriv", otherUser);
-    const DetachedDaemon launched =
-        StartDetached({.command = {otherUser, "--reuid=65534", "--regid=65534", "--clear-groups", ProgramPath("servd")},
-                       .errorFile = folder + "/error"});
+    const DetachedDaemon launched = StartDetached({.command = {otherUser, "--reuid=65534", "--regid=65534",
+                                                               "--clear-groups", CopyForAnyUser(ProgramPath("servd"))},
+                                                   .errorFile = folder + "/error"});
     EXPECT_EQ(WEXITSTATUS(launched.launcherStatus), 1);
     ASSERT_NE(launched.process, 0);
     EXPECT_EQ(WEXITSTATUS(WaitForEnd(launched.process)), 1);

@@ -99,7 +99,7 @@ TEST_F(LifeCycle, an_entry_that_another_user_holds_ends_the_daemon_with_1) {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to run as two users";
     (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS); // what another case may have left
     ASSERT_TRUE(pmap_set(SERVDAEMONPROG, SERVDAEMONVERS, IPPROTO_TCP, 9));
-    Launch launch = {.command = {"/usr/bin/setpriv", "--reuid=65534", ProgramPath("servd")}};
+    Launch launch = {.command = {"/usr/bin/setpriv", "--reuid=65534", CopyForAnyUser(ProgramPath("servd"))}};
     launch.errorFile = folder + "/errors";
     WriteFile(launch.errorFile, "", 0666);
     const DetachedDaemon daemon = StartDetached(launch, "servd");
