@@ -61,9 +61,14 @@ int main(int argc, char **argv) {
         ->check(CLI::Range(1, 100))
         ->capture_default_str();
     app.add_flag("--quick", options.quick, "a tenth of the samples: shows that it runs, says little");
-    CLI11_PARSE(app, argc, argv);
+    app.failure_message([](const CLI::App *failed, const CLI::Error &error) {
+        return "bench/run: " + CLI::FailureMessage::simple(failed, error);
+    });
     try {
+        app.parse(argc, argv);
         return Run(options);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception &failure) {
         std::fprintf(stderr, "bench: %s\n", failure.what());
         return 1;
