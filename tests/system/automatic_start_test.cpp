@@ -170,6 +170,13 @@ Ended Order(const std::vector<std::string> &further = {}) {
     return RunAndRead({.command = command});
 }
 
+std::vector<std::string> EachIn(const nlohmann::json &list, const char *key) {
+    std::vector<std::string> values;
+    for (const auto &entry : list)
+        values.push_back(entry.at(key));
+    return values;
+}
+
 TEST_F(AutomaticStart, the_order_told_beforehand_is_the_one_that_comes) {
     WriteKey(groupOrderKey, {{"List", REG_MULTI_SZ, MultiSz({"Network", "Disk"})}});
     WriteKey(groupTagsKey, {{"Disk", REG_BINARY, Dword(2) + Dword(2) + Dword(1)}});
@@ -185,9 +192,7 @@ TEST_F(AutomaticStart, the_order_told_beforehand_is_the_one_that_comes) {
     const Ended ended = Order({"--json"});
     ASSERT_EQ(ended.status, 0) << ended.error;
     const auto plan = nlohmann::json::parse(ended.output);
-    std::vector<std::string> told;
-    for (const auto &step : plan.at("steps"))
-        told.push_back(step.at("name"));
+    const std::vector<std::string> told = EachIn(plan.at("steps"), "name");
     EXPECT_TRUE(KeyExists(servicesKey + "\\Gone")) << "the plan changes nothing";
 
     StartServiceDaemon({}, bootMs);
@@ -203,10 +208,7 @@ TEST_F(AutomaticStart, the_order_told_beforehand_is_the_one_that_comes) {
     EXPECT_EQ(plan.at("steps").at(3).at("reason"), "automatic");
     EXPECT_EQ(plan.at("deleted"), nlohmann::json::array({"Gone"}));
     EXPECT_EQ(plan.at("services"), 7);
-    std::vector<std::string> kinds;
-    for (const auto &remark : plan.at("remarks"))
-        kinds.push_back(remark.at("kind"));
-    EXPECT_THAT(kinds, UnorderedElementsAre("unknown_service", "disabled", "ring"));
+    EXPECT_THAT(EachIn(plan.at("remarks"), "kind"), UnorderedElementsAre("unknown_service", "disabled", "ring"));
 }
 
 // Services that depend on each other and on groups at random, rings and unknown names among them.
@@ -234,9 +236,7 @@ TEST_F(AutomaticStart, the_order_of_random_services_is_the_one_that_comes) {
     const Ended ended = Order({"--json"});
     ASSERT_EQ(ended.status, 0) << ended.error;
     const auto plan = nlohmann::json::parse(ended.output);
-    std::vector<std::string> told;
-    for (const auto &step : plan.at("steps"))
-        told.push_back(step.at("name"));
+    const std::vector<std::string> told = EachIn(plan.at("steps"), "name");
     ASSERT_GE(told.size(), 20u);
     ASSERT_THAT(ended.output, AllOf(HasSubstr("\"through_group\""), HasSubstr("\"ring\""), HasSubstr("\"disabled\"")))
         << "nothing but simple cases";
