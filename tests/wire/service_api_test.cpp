@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <thread>
 
 using testing::ElementsAre;
@@ -59,17 +60,22 @@ protected:
                 opened.emplace_back(argument.name);
                 return servd_SERV_OPEN_SERVICE_RETURN{0, openIndex};
             });
-        OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(CLOSE_SERVICE,
-                                                                          [this](servd_SERV_CLOSE_SERVICE &argument) {
-                                                                              closed.push_back(argument.handle);
-                                                                              return servd_SERV_CLOSE_SERVICE_RETURN{0};
-                                                                          });
+        OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(
+            CLOSE_SERVICE, [this](servd_SERV_CLOSE_SERVICE &argument) {
+                const std::lock_guard<std::mutex> locked(closing);
+                closed.push_back(argument.handle);
+                return servd_SERV_CLOSE_SERVICE_RETURN{0};
+            });
         StartScriptedDaemon();
     }
     void TearDown() override {
         if (service != nullptr) CloseServiceHandle(service);
         if (manager != nullptr) CloseServiceHandle(manager);
         StopScriptedDaemon();
+    }
+    std::vector<std::int32_t> Closed() {
+        const std::lock_guard<std::mutex> locked(closing);
+        return closed;
     }
     void Open() {
         manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
@@ -103,6 +109,7 @@ protected:
     std::int32_t initCode = 0;
     std::int32_t openIndex = givenIndex;
     std::vector<std::string> opened;
+    std::mutex closing; // other processes close too
     std::vector<std::int32_t> closed;
     SC_HANDLE manager = nullptr;
     SC_HANDLE service = nullptr;
@@ -137,7 +144,7 @@ TEST_F(ServiceApi, a_handle_of_the_wrong_kind_or_a_closed_one_gives_6) {
     EXPECT_FALSE(CloseServiceHandle(service));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
     service = nullptr;
-    EXPECT_THAT(closed, ElementsAre(givenIndex));
+    EXPECT_THAT(Closed(), ElementsAre(givenIndex));
 }
 
 TEST_F(ServiceApi, the_last_error_belongs_to_its_thread) {
@@ -586,7 +593,7 @@ TEST_F(ServiceApi, a_process_that_exits_gives_its_handles_back) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
-    EXPECT_THAT(closed, ElementsAre(givenIndex));
+    EXPECT_THAT(Closed(), ElementsAre(givenIndex));
 }
 
 TEST_F(ServiceApi, a_forked_child_that_exits_leaves_its_parents_handles_alone) {
@@ -596,7 +603,7 @@ TEST_F(ServiceApi, a_forked_child_that_exits_leaves_its_parents_handles_alone) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
-    EXPECT_THAT(closed, IsEmpty());
+    EXPECT_THAT(Closed(), IsEmpty());
 }
 
 TEST_F(ServiceApi, the_peek_never_sends_a_control_that_a_service_could_see) {
