@@ -206,6 +206,7 @@ pid_t StartProgram(const Launch &launch) {
     const pid_t child = fork();
     if (child < 0) FailSystem("fork");
     if (child > 0) return child;
+    if (!launch.directory.empty() && chdir(launch.directory.c_str()) != 0) _exit(127);
     RedirectTo(launch.outputFile, STDOUT_FILENO);
     RedirectTo(launch.errorFile, STDERR_FILENO);
     for (const int descriptor : launch.closed)
@@ -297,6 +298,7 @@ DetachedDaemon StartDetached(const Launch &launch, std::string_view programName)
 
 pid_t StartServiceDaemon(Launch launch, int timeoutMs) {
     launch.command.insert(launch.command.begin(), ProgramPath("servd"));
+    if (launch.directory.empty()) launch.directory = MakeScratchFolder();
     const pid_t process = StartDetached(launch).process;
     if (process == 0) Fail("servd left no daemon behind");
     const auto answers = [process] { return HasEnded(process) || WaitForProgram(SERVDAEMONPROG, SERVDAEMONVERS, 0); };

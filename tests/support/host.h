@@ -27,6 +27,7 @@ struct Launch {
     std::vector<std::string> environment = {}; // NAME=VALUE, on top of the test's own; NAME alone unsets
     std::string outputFile = {};               // takes standard output, appended; empty: the test's own
     std::string errorFile = {};                // takes standard error, likewise
+    std::string directory = {};                // to start in; empty: the test's own
     std::vector<int> closed = {};              // standard descriptors to close before the program starts
 };
 
@@ -79,7 +80,8 @@ struct DetachedDaemon {
 DetachedDaemon StartDetached(const Launch &launch, std::string_view programName = {});
 
 // Starts servd and waits until it answers; automatic starts happen before it does. With arguments or an environment
-// when a test needs them.
+// when a test needs them. Unless told otherwise it starts in a scratch folder, which its services inherit: csh takes
+// whatever an image path names for a script, and may find redirections even in the bytes of a program.
 pid_t StartServiceDaemon(Launch launch = {}, int timeoutMs = patienceMs);
 
 // Sends a signal and waits for the end. Returns the status as of waitpid.
