@@ -93,10 +93,9 @@ TEST_F(AutomaticStart, a_service_that_is_automatic_and_a_dependency_starts_once)
     WriteService("Alpha", automatic, image.path, {DependsOn({"Beta"})});
     WriteService("Beta", automatic, image.path);
     WriteService("Gamma", SERVICE_SYSTEM_START, image.path, {DependsOn({"Beta", "Alpha"})});
-    StartServiceDaemon({}, bootMs);
+    const pid_t daemon = StartServiceDaemon({}, bootMs);
     EXPECT_THAT(Started(3), ElementsAre("Beta", "Alpha", "Gamma"));
-    SleepMs(100);
-    EXPECT_EQ(Started(3).size(), 3u);
+    EXPECT_EQ(ChildrenOf(daemon, "test_service").size(), 3u);
 }
 
 TEST_F(AutomaticStart, a_dependency_that_fails_to_start_stops_nobody) {

@@ -8,7 +8,6 @@
 #include "tests/support/raw_rpc.h"
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -24,9 +23,9 @@
 #include <thread>
 #include <vector>
 
-namespace {
+using namespace raw;
 
-using Clock = std::chrono::steady_clock;
+namespace {
 
 constexpr std::uint32_t someProgram = 0x40001234;
 constexpr std::uint32_t unregisteredProgram = 0x40004321;
@@ -35,9 +34,7 @@ constexpr timeval tenSeconds = {10, 0};
 
 in_addr Loopback() { return {htonl(INADDR_LOOPBACK)}; }
 
-double SecondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-void Pause(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
+double SecondsSince(Clock::time_point start) { return MsSince(start) / 1000; }
 
 // A listening socket on a free port of the loopback interface.
 int Listen(std::uint16_t *port, int backlog = 10) {
@@ -83,15 +80,6 @@ bool ReadExactly(int connection, char *to, std::size_t bytes) {
     return true;
 }
 
-std::string Words(std::initializer_list<std::uint32_t> words) {
-    std::string bytes;
-    for (const std::uint32_t word : words) {
-        const std::uint32_t wire = htonl(word);
-        bytes.append(reinterpret_cast<const char *>(&wire), sizeof wire);
-    }
-    return bytes;
-}
-
 // Reads one call of a single fragment. Returns its words' bytes, empty when the connection is at its end.
 std::string ReadCall(int connection) {
     std::uint32_t header = 0;
@@ -100,20 +88,10 @@ std::string ReadCall(int connection) {
     return ReadExactly(connection, call.data(), call.size()) ? call : std::string();
 }
 
-std::uint32_t WordOf(const std::string &call, std::size_t index) {
-    std::uint32_t word = 0;
-    if (call.size() >= 4 * (index + 1)) std::memcpy(&word, call.data() + 4 * index, sizeof word);
-    return ntohl(word);
-}
-
 std::uint32_t XidOf(const std::string &call) { return WordOf(call, 0); }
 
 // A success with one word as its result.
 std::string Answer(std::uint32_t xid, std::uint32_t result) { return Words({xid, REPLY, 0, 0, 0, 0, result}); }
-
-std::string AsMessage(const std::string &payload) {
-    return Words({0x80000000 | static_cast<std::uint32_t>(payload.size())}) + payload;
-}
 
 bool Send(int connection, const std::string &bytes) {
     return send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
@@ -130,16 +108,6 @@ bool_t CodeWord(XDR *xdrs, std::uint32_t *word) { return CodeField(xdrs, *word);
 clnt_stat CallWord(const RpcClient &client, std::uint32_t argument, std::uint32_t *result, timeval timeout) {
     return clnt_call(client.get(), 12, reinterpret_cast<xdrproc_t>(CodeWord), reinterpret_cast<char *>(&argument),
                      reinterpret_cast<xdrproc_t>(CodeWord), reinterpret_cast<char *>(result), timeout);
-}
-
-std::size_t OpenDescriptors() {
-    std::size_t count = 0;
-    DIR *folder = opendir("/proc/self/fd");
-    while (readdir(folder) != nullptr) {
-        ++count;
-    }
-    (void)closedir(folder);
-    return count;
 }
 
 std::size_t HeapBytes() { return mallinfo2().uordblks; }
@@ -168,7 +136,7 @@ TEST(DialPort, an_answer_in_fragments_and_single_bytes_is_whole) {
         const std::string answer = Answer(XidOf(ReadCall(connection)), 99);
         for (std::size_t i = 0; i < answer.size(); ++i) {
             (void)Send(connection, Words({1}) + answer[i]);
-            if (i % 5 == 0) Pause(2);
+            if (i % 5 == 0) PauseMs(2);
         }
         (void)Send(connection, Words({0x80000000}));
     });
@@ -218,7 +186,7 @@ TEST(DialPort, refusals_answer_their_status_and_keep_the_connection) {
 
 TEST(DialPort, the_descriptor_is_closed_on_exec_and_closed_with_the_handle) {
     Peer peer = StartPeer(ReadUntilEnd);
-    const std::size_t before = OpenDescriptors();
+    const std::size_t before = DescriptorsOf(getpid());
     {
         const RpcClient client = Dial(peer);
         int descriptor = -1;
@@ -226,7 +194,7 @@ TEST(DialPort, the_descriptor_is_closed_on_exec_and_closed_with_the_handle) {
         EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
     }
     peer.thread.join();
-    EXPECT_LE(OpenDescriptors(), before);
+    EXPECT_LE(DescriptorsOf(getpid()), before);
 }
 
 // --- bad answers ---
@@ -289,19 +257,23 @@ TEST(DialPort, an_answer_beyond_the_bound_loses_the_connection) {
 // --- slow peers: the call ends at its time-out ---
 
 TEST(DialPort, a_silent_peer_is_a_timeout_and_its_connection_goes_on) {
-    Peer peer = StartPeer([](int connection) {
-        (void)ReadCall(connection);
-        (void)Send(connection, AsMessage(Answer(XidOf(ReadCall(connection)), 42)));
-    });
-    const RpcClient client = Dial(peer);
-    const Clock::time_point start = Clock::now();
-    std::uint32_t result = 0;
-    EXPECT_EQ(CallWord(client, 1, &result, halfSecond), RPC_TIMEDOUT);
-    EXPECT_GT(SecondsSince(start), 0.45);
-    EXPECT_LT(SecondsSince(start), 1.5);
-    EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_SUCCESS);
-    EXPECT_EQ(result, 42U);
-    peer.thread.join();
+    const auto givenUpMs = [] {
+        Peer peer = StartPeer([](int connection) {
+            (void)ReadCall(connection);
+            (void)Send(connection, AsMessage(Answer(XidOf(ReadCall(connection)), 42)));
+        });
+        const RpcClient client = Dial(peer);
+        const Clock::time_point start = Clock::now();
+        std::uint32_t result = 0;
+        EXPECT_EQ(CallWord(client, 1, &result, halfSecond), RPC_TIMEDOUT);
+        const double taken = MsSince(start);
+        EXPECT_GT(taken, 450);
+        EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_SUCCESS);
+        EXPECT_EQ(result, 42U);
+        peer.thread.join();
+        return taken;
+    };
+    EXPECT_LT(BestMs(givenUpMs, 900), 900);
 }
 
 // Symptom: a registry that answered each try after its time-out was given up instead of being tried again. Cause: the
@@ -331,14 +303,17 @@ namespace {
 void ExpectLostAtTimeout(std::function<void(int)> behave) {
     Peer peer = StartPeer(std::move(behave));
     RpcClient client = Dial(peer);
-    Clock::time_point start = Clock::now();
+    const Clock::time_point start = Clock::now();
     std::uint32_t result = 0;
     EXPECT_EQ(CallWord(client, 1, &result, halfSecond), RPC_CANTRECV);
     EXPECT_GT(SecondsSince(start), 0.45);
     EXPECT_LT(SecondsSince(start), 1.5);
-    start = Clock::now();
-    EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTSEND);
-    EXPECT_LT(SecondsSince(start), 1.0);
+    const auto refusedMs = [&] {
+        const Clock::time_point again = Clock::now();
+        EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTSEND);
+        return MsSince(again);
+    };
+    EXPECT_LT(BestMs(refusedMs), promptMs);
     client.reset();
     peer.thread.join();
 }
@@ -350,7 +325,7 @@ TEST(DialPort, an_answer_byte_by_byte_is_not_waited_for_beyond_the_timeout) {
         const std::string answer = AsMessage(Answer(XidOf(ReadCall(connection)), 1));
         for (const char byte : answer) {
             if (!Send(connection, std::string(1, byte))) return;
-            Pause(100);
+            PauseMs(100);
         }
     });
 }
@@ -367,7 +342,7 @@ TEST(DialPort, answers_to_nobody_are_not_waited_for_beyond_the_timeout) {
     ExpectLostAtTimeout([](int connection) {
         const std::uint32_t xid = XidOf(ReadCall(connection));
         while (Send(connection, AsMessage(Answer(xid + 1000, 1)))) {
-            Pause(20);
+            PauseMs(20);
         }
     });
 }
@@ -385,7 +360,7 @@ TEST(DialPort, a_peer_that_reads_slowly_is_not_sent_to_beyond_the_timeout) {
     Peer peer = StartPeer([](int connection) {
         char few[2048];
         for (int i = 0; i < 300 && read(connection, few, sizeof few) > 0; ++i) {
-            Pause(5);
+            PauseMs(5);
         }
     });
     RpcClient client = Dial(peer);
@@ -505,12 +480,12 @@ TEST(DialProgram, a_thousand_failing_and_good_connects_leave_nothing_behind) {
         EXPECT_NE(RpcClient(DialHost("localhost", someProgram, 1)), nullptr);
     };
     dialBoth();
-    const std::size_t descriptors = OpenDescriptors();
+    const std::size_t descriptors = DescriptorsOf(getpid());
     const std::size_t heap = HeapBytes();
     for (int i = 0; i < 1000; ++i) {
         dialBoth();
     }
-    EXPECT_LE(OpenDescriptors(), descriptors + 1) << "the acceptor may hold one";
+    EXPECT_LE(DescriptorsOf(getpid()), descriptors + 1) << "the acceptor may hold one";
     EXPECT_LT(HeapBytes(), heap + 8192);
     EXPECT_TRUE(pmap_unset(someProgram, 1));
     ends = true;
@@ -519,7 +494,7 @@ TEST(DialProgram, a_thousand_failing_and_good_connects_leave_nothing_behind) {
 }
 
 TEST(DialProgram, a_stopped_port_mapper_is_waited_for_ten_seconds) {
-    const pid_t portMapper = raw::ProcessNamed("rpcbind");
+    const pid_t portMapper = ProcessNamed("rpcbind");
     ASSERT_GT(portMapper, 0);
     ASSERT_EQ(kill(portMapper, SIGSTOP), 0);
     const Clock::time_point start = Clock::now();
@@ -532,12 +507,12 @@ TEST(DialProgram, a_stopped_port_mapper_is_waited_for_ten_seconds) {
 
 // The last test of this program: the port mapper does not come back.
 TEST(DialProgram, without_a_port_mapper_it_fails_at_once) {
-    const pid_t portMapper = raw::ProcessNamed("rpcbind");
+    const pid_t portMapper = ProcessNamed("rpcbind");
     ASSERT_GT(portMapper, 0);
     ASSERT_EQ(kill(portMapper, SIGKILL), 0);
     const Clock::time_point start = Clock::now();
     while (RpcClient(DialPortMapper(Loopback())) != nullptr && SecondsSince(start) < 5) {
-        Pause(5);
+        PauseMs(5);
     }
     const Clock::time_point gone = Clock::now();
     EXPECT_EQ(DialProgram(Loopback(), someProgram, 1), nullptr);

@@ -9,11 +9,13 @@ namespace {
 
 TEST_F(Handlers, the_age_of_a_lock_is_told_in_seconds) {
     Load({});
+    const std::int64_t begin = MonotonicMs();
     ASSERT_EQ(Lock(7, "setup"), ERROR_SUCCESS);
-    SleepMs(2100);
-    const std::int32_t age = QueryLock()->lockDurationSec;
-    EXPECT_GE(age, 2);
-    EXPECT_LE(age, 6);
+    std::int32_t age = 0;
+    ASSERT_TRUE(WaitUntil([&age] { return (age = QueryLock()->lockDurationSec) >= 2; }));
+    const std::int64_t takenMs = MonotonicMs() - begin;
+    EXPECT_GT(takenMs, 1000 * (age - 1));
+    EXPECT_LT(takenMs, 1000 * (age + 5));
     ASSERT_EQ(Unlock(7), ERROR_SUCCESS);
     EXPECT_EQ(QueryLock()->lockDurationSec, age);
 }
