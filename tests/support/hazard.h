@@ -89,8 +89,8 @@ struct Hazard : testing::Test {
     double CallMs() const {
         const raw::Clock::time_point start = raw::Clock::now();
         const raw::Socket client = Connect();
-        EXPECT_TRUE(raw::Send(client, raw::AsMessage(ServdCall(DUMMY_SERVICE, raw::Words({6})))));
-        EXPECT_EQ(raw::ReadMessage(client), ServdAnswer(raw::Words({7})));
+        EXPECT_TRUE(raw::Send(client, raw::AsMessage(ServdCall(DUMMY_SERVICE, Words({6})))));
+        EXPECT_EQ(raw::ReadMessage(client), ServdAnswer(Words({7})));
         return raw::MsSince(start);
     }
 
@@ -139,13 +139,13 @@ struct Hazard : testing::Test {
     }
 
     std::uint32_t HandleOf(const std::string &name) const {
-        const std::string result = Ask(OPEN_SERVICE, raw::XdrString(name) + raw::Words({0xF003F}));
+        const std::string result = Ask(OPEN_SERVICE, XdrString(name) + Words({0xF003F}));
         EXPECT_EQ(raw::WordOf(result, 0), 0U) << name;
         return raw::WordOf(result, 1);
     }
 
     std::uint32_t StartByName(const std::string &name) const {
-        return raw::WordOf(Ask(START_SERVICE, raw::Words({HandleOf(name), 0, 0})), 0);
+        return raw::WordOf(Ask(START_SERVICE, Words({HandleOf(name), 0, 0})), 0);
     }
 
     // Waits until the daemon has no more descriptors than that. Returns their number.

@@ -52,23 +52,10 @@ Socket::~Socket() {
     if (descriptor >= 0) (void)close(descriptor);
 }
 
-std::string Words(std::initializer_list<std::uint32_t> words) {
-    std::string bytes;
-    for (const std::uint32_t word : words) {
-        const std::uint32_t wire = htonl(word);
-        bytes.append(reinterpret_cast<const char *>(&wire), sizeof wire);
-    }
-    return bytes;
-}
-
 std::uint32_t WordOf(const std::string &bytes, std::size_t index) {
     std::uint32_t word = 0;
     if (bytes.size() >= sizeof word * (index + 1)) std::memcpy(&word, bytes.data() + sizeof word * index, sizeof word);
     return ntohl(word);
-}
-
-std::string XdrString(const std::string &text) {
-    return Words({static_cast<std::uint32_t>(text.size())}) + text + std::string((4 - text.size() % 4) % 4, '\0');
 }
 
 std::string Fragment(const std::string &payload, bool last) {

@@ -4,6 +4,8 @@
 // Words are 32-bit and travel in network order. A text of type std::string holds bytes.
 #pragma once
 
+#include "tests/support/xdr_bytes.h"
+
 #include "util/guard.h"
 
 #include <sys/types.h>
@@ -11,7 +13,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 
 namespace raw {
@@ -29,9 +30,7 @@ struct Socket {
 
 // --- messages ---
 
-std::string Words(std::initializer_list<std::uint32_t> words);
 std::uint32_t WordOf(const std::string &bytes, std::size_t index); // 0 beyond the end
-std::string XdrString(const std::string &text);                    // length, bytes, padding
 
 std::string Fragment(const std::string &payload, bool last);
 std::string AsMessage(const std::string &payload);                              // one fragment

@@ -47,28 +47,28 @@ inline Request MakeRequest(const RequestForm &form, std::uint32_t number, const 
     Request request;
     const auto addText = [&] {
         request.lengths.push_back(request.bytes.size());
-        request.bytes += raw::XdrString(text);
+        request.bytes += XdrString(text);
     };
     for (const char *field = form.fields; *field != '\0'; ++field) {
         switch (*field) {
         case 'u':
             request.numbers.push_back(request.bytes.size());
-            request.bytes += raw::Words({number});
+            request.bytes += Words({number});
             break;
         case 's': addText(); break;
         case 'c':
             request.lengths.push_back(request.bytes.size());
-            request.bytes += raw::Words({static_cast<std::uint32_t>(text.size())});
+            request.bytes += Words({static_cast<std::uint32_t>(text.size())});
             for (const char character : text) {
-                request.bytes += raw::Words({static_cast<std::uint32_t>(character)});
+                request.bytes += Words({static_cast<std::uint32_t>(character)});
             }
             break;
         default:
             for (int link = 0; link < 2; ++link) {
-                request.bytes += raw::Words({1});
+                request.bytes += Words({1});
                 addText();
             }
-            request.bytes += raw::Words({0});
+            request.bytes += Words({0});
         }
     }
     return request;
@@ -80,9 +80,9 @@ inline std::string ServdCall(std::uint32_t procedure, const std::string &argumen
 
 // The answer of a call that was accepted and gave a result of these bytes.
 inline std::string ServdAnswer(const std::string &result, std::uint32_t xid = 77) {
-    return raw::Words({xid, REPLY, MSG_ACCEPTED, AUTH_NONE, 0, SUCCESS}) + result;
+    return Words({xid, REPLY, MSG_ACCEPTED, AUTH_NONE, 0, SUCCESS}) + result;
 }
 
 inline std::string ServdFailure(accept_stat status, std::uint32_t xid = 77) {
-    return raw::Words({xid, REPLY, MSG_ACCEPTED, AUTH_NONE, 0, static_cast<std::uint32_t>(status)});
+    return Words({xid, REPLY, MSG_ACCEPTED, AUTH_NONE, 0, static_cast<std::uint32_t>(status)});
 }

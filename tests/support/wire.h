@@ -3,29 +3,11 @@
 #pragma once
 
 #include "tests/support/records.h"
+#include "tests/support/xdr_bytes.h"
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
-
-// XDR integers, most significant byte first.
-inline std::string Words(std::initializer_list<std::uint32_t> words) {
-    std::string bytes;
-    for (const std::uint32_t word : words) {
-        for (int shift = 24; shift >= 0; shift -= 8)
-            bytes += static_cast<char>(word >> shift);
-    }
-    return bytes;
-}
-
-// A length word, the bytes, and zeros up to a multiple of four: an XDR string or variable-length opaque.
-inline std::string CountedText(std::string_view text) {
-    std::string bytes = Words({static_cast<std::uint32_t>(text.size())});
-    bytes += text;
-    bytes.append((4 - text.size() % 4) % 4, '\0');
-    return bytes;
-}
 
 // A count word and one integer for each character.
 inline std::string CountedChars(std::string_view chars) {

@@ -79,7 +79,7 @@ constexpr std::size_t firstStep = 4096 + 1;
 TEST(counting, sees_what_the_codec_takes) {
     char *text = nullptr;
     StartCounting();
-    ASSERT_TRUE(DecodeField(CountedText("abc"), text));
+    ASSERT_TRUE(DecodeField(XdrString("abc"), text));
     const Allocations taken = StopCounting();
     EXPECT_EQ(taken.live, 1);
     EXPECT_EQ(taken.requests, 1);
@@ -150,9 +150,9 @@ TEST(text, is_terminated_after_decoding_whatever_its_length) {
     for (const std::size_t size : {1u, 3u, 4u, 5u, 4095u, 4096u, 4097u, 8192u, 8193u, 20000u}) {
         const std::string sent = Repeated("service", size);
         char *text = nullptr;
-        ASSERT_TRUE(DecodeField(CountedText(sent), text)) << size;
+        ASSERT_TRUE(DecodeField(XdrString(sent), text)) << size;
         EXPECT_EQ(sent, text);
-        EXPECT_EQ(EncodeField(text), CountedText(sent));
+        EXPECT_EQ(EncodeField(text), XdrString(sent));
         ReleaseField(text);
     }
 }
@@ -197,7 +197,7 @@ TEST(bytes, are_a_length_the_bytes_and_padding) {
 
 TEST(bytes, decode_with_their_count) {
     CountedBytes bytes = {};
-    ASSERT_TRUE(DecodeField(CountedText(EveryByte()), bytes));
+    ASSERT_TRUE(DecodeField(XdrString(EveryByte()), bytes));
     EXPECT_EQ(std::string(bytes.bytes, bytes.count), EveryByte());
     ReleaseField(bytes);
     EXPECT_EQ(bytes.count, 0u);

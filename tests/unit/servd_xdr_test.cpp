@@ -21,13 +21,13 @@ const std::string statusWords = Words({0x10, 4, 3, 1066, 0xFFFFFFFE, 0x7FFFFFFF,
 svd_arglist_t thirdArgument = {Text("three"), nullptr};
 svd_arglist_t secondArgument = {Text(""), &thirdArgument};
 svd_arglist_t firstArgument = {Text("one"), &secondArgument};
-const std::string argumentsFrom2 = CountedText("") + Words({1}) + CountedText("three") + Words({0});
-const std::string arguments = CountedText("one") + Words({1}) + argumentsFrom2;
+const std::string argumentsFrom2 = XdrString("") + Words({1}) + XdrString("three") + Words({0});
+const std::string arguments = XdrString("one") + Words({1}) + argumentsFrom2;
 
 svd_enum_status_list_t secondEntry = {Text("B"), Text("Second one"), status, nullptr};
 svd_enum_status_list_t firstEntry = {Text("Alerter"), Text(""), {}, &secondEntry};
-const std::string entries = CountedText("Alerter") + CountedText("") + Words({0, 0, 0, 0, 0, 0, 0, 1}) +
-                            CountedText("B") + CountedText("Second one") + statusWords + Words({0});
+const std::string entries = XdrString("Alerter") + XdrString("") + Words({0, 0, 0, 0, 0, 0, 0, 1}) + XdrString("B") +
+                            XdrString("Second one") + statusWords + Words({0});
 
 std::string noDependencies("\0", 1);
 std::string dependencies("Base\0+Group\0\0", 13);
@@ -116,7 +116,7 @@ TEST(svd_enum_status_list_t, is_both_names_the_status_and_the_marker_of_the_next
 // --- the daemon's procedures
 
 TEST(servd_SERV_CONNECT_SERVICE, bytes) {
-    ExpectBytes(servd_SERV_CONNECT_SERVICE{.machineName = Text("host")}, CountedText("host"));
+    ExpectBytes(servd_SERV_CONNECT_SERVICE{.machineName = Text("host")}, XdrString("host"));
 }
 
 TEST(servd_SERV_CONNECT_SERVICE_RETURN, bytes) {
@@ -134,8 +134,8 @@ TEST(servd_SERV_CREATE_SERVICE, bytes) {
                                           .dependencies = Chars(dependencies),
                                           .account = Text("lp"),
                                           .tagWanted = -1},
-                CountedText("Spooler") + CountedText("Print Spooler") + Words({0x10, 2, 0xFFFFFFFF}) +
-                    CountedText("/opt/spooler") + CountedText("") + CountedChars(dependencies) + CountedText("lp") +
+                XdrString("Spooler") + XdrString("Print Spooler") + Words({0x10, 2, 0xFFFFFFFF}) +
+                    XdrString("/opt/spooler") + XdrString("") + CountedChars(dependencies) + XdrString("lp") +
                     Words({0xFFFFFFFF}));
 }
 
@@ -146,7 +146,7 @@ TEST(servd_SERV_CREATE_SERVICE_RETURN, bytes) {
 
 TEST(servd_SERV_OPEN_SERVICE, bytes) {
     ExpectBytes(servd_SERV_OPEN_SERVICE{.name = Text("abcd"), .desiredAccess = 0xF01FF},
-                CountedText("abcd") + Words({0xF01FF}));
+                XdrString("abcd") + Words({0xF01FF}));
 }
 
 TEST(servd_SERV_OPEN_SERVICE_RETURN, bytes) {
@@ -162,7 +162,7 @@ TEST(servd_SERV_CLOSE_SERVICE, bytes) { ExpectBytes(servd_SERV_CLOSE_SERVICE{.ha
 TEST(servd_SERV_CLOSE_SERVICE_RETURN, bytes) { ExpectBytes(servd_SERV_CLOSE_SERVICE_RETURN{.status = 6}, Words({6})); }
 
 TEST(servd_SERV_LOCK_SERVICE, bytes) {
-    ExpectBytes(servd_SERV_LOCK_SERVICE{.lockId = 99, .owner = Text("me@here")}, Words({99}) + CountedText("me@here"));
+    ExpectBytes(servd_SERV_LOCK_SERVICE{.lockId = 99, .owner = Text("me@here")}, Words({99}) + XdrString("me@here"));
 }
 
 TEST(servd_SERV_LOCK_SERVICE_RETURN, bytes) {
@@ -178,7 +178,7 @@ TEST(servd_SERV_QUERY_LOCK_SERVICE, bytes) { ExpectBytes(servd_SERV_QUERY_LOCK_S
 TEST(servd_SERV_QUERY_LOCK_SERVICE_RETURN, bytes) {
     ExpectBytes(
         servd_SERV_QUERY_LOCK_SERVICE_RETURN{.status = 0, .isLocked = 1, .owner = Text("me"), .lockDurationSec = 3600},
-        Words({0, 1}) + CountedText("me") + Words({3600}));
+        Words({0, 1}) + XdrString("me") + Words({3600}));
 }
 
 TEST(servd_SERV_START_SERVICE, three_arguments) {
@@ -240,21 +240,21 @@ TEST(servd_SERV_ENUM_STATUS_SERVICE_RETURN, no_entry_is_one_marker) {
 }
 
 TEST(servd_SERV_GET_DISPLAY_SERVICE, bytes) {
-    ExpectBytes(servd_SERV_GET_DISPLAY_SERVICE{.name = Text("Spooler")}, CountedText("Spooler"));
+    ExpectBytes(servd_SERV_GET_DISPLAY_SERVICE{.name = Text("Spooler")}, XdrString("Spooler"));
 }
 
 TEST(servd_SERV_GET_DISPLAY_SERVICE_RETURN, bytes) {
     ExpectBytes(servd_SERV_GET_DISPLAY_SERVICE_RETURN{.status = 1060, .displayName = Text("Print")},
-                Words({1060}) + CountedText("Print"));
+                Words({1060}) + XdrString("Print"));
 }
 
 TEST(servd_SERV_GET_KEY_SERVICE, bytes) {
-    ExpectBytes(servd_SERV_GET_KEY_SERVICE{.displayName = Text("Print")}, CountedText("Print"));
+    ExpectBytes(servd_SERV_GET_KEY_SERVICE{.displayName = Text("Print")}, XdrString("Print"));
 }
 
 TEST(servd_SERV_GET_KEY_SERVICE_RETURN, bytes) {
     ExpectBytes(servd_SERV_GET_KEY_SERVICE_RETURN{.status = 0, .name = Text("Spooler")},
-                Words({0}) + CountedText("Spooler"));
+                Words({0}) + XdrString("Spooler"));
 }
 
 TEST(servd_SERV_ENUM_DEPEND_SERVICE, bytes) {
@@ -281,8 +281,8 @@ TEST(servd_SERV_QUERY_CONFIG_SERVICE_RETURN, the_dependencies_keep_both_terminat
                                                        .dependencies = Chars(dependencies),
                                                        .account = Text("lp"),
                                                        .displayName = Text("Print")},
-                Words({0, 0x20, 3, 1}) + CountedText("/opt/x") + CountedText("Base") + Words({12}) +
-                    CountedChars(dependencies) + CountedText("lp") + CountedText("Print"));
+                Words({0, 0x20, 3, 1}) + XdrString("/opt/x") + XdrString("Base") + Words({12}) +
+                    CountedChars(dependencies) + XdrString("lp") + XdrString("Print"));
 }
 
 TEST(servd_SERV_CHANGE_CONFIG_SERVICE, bytes) {
@@ -316,13 +316,13 @@ TEST(service_START_SERVICE_IN, three_arguments_are_three_links_the_last_without_
     ExpectBytes(
         service_START_SERVICE_IN{
             .servicename = Text("Spooler"), .arglist = &firstArgument, .argc = 3, .serviceindex = 41},
-        CountedText("Spooler") + Words({1}) + arguments + Words({3, 41}));
+        XdrString("Spooler") + Words({1}) + arguments + Words({3, 41}));
 }
 
 TEST(service_START_SERVICE_IN, no_arguments_are_one_marker_and_a_count_of_0) {
     ExpectBytes(
         service_START_SERVICE_IN{.servicename = Text("Spooler"), .arglist = nullptr, .argc = 0, .serviceindex = 41},
-        CountedText("Spooler") + Words({0, 0, 41}));
+        XdrString("Spooler") + Words({0, 0, 41}));
 }
 
 TEST(service_START_SERVICE_OUT, bytes) {
@@ -345,7 +345,7 @@ TEST(start_arguments, from_a_client_travel_on_to_the_service_unchanged) {
     servd_SERV_START_SERVICE request = {};
     ASSERT_TRUE(DecodeRecord(received, request));
     service_START_SERVICE_IN handedOn = {Text("S"), request.arglist, request.argc, request.handle};
-    EXPECT_EQ(EncodeRecord(handedOn), CountedText("S") + Words({1}) + arguments + Words({3, 5}));
+    EXPECT_EQ(EncodeRecord(handedOn), XdrString("S") + Words({1}) + arguments + Words({3, 5}));
     ReleaseRecord(request);
 }
 
@@ -360,7 +360,7 @@ TEST(null_strings, travel_as_empty_ones) {
 
 TEST(list_markers, any_number_but_0_announces_a_link) {
     servd_SERV_START_SERVICE request = {};
-    ASSERT_TRUE(DecodeRecord(Words({5, 0xFFFFFFFF}) + CountedText("one") + Words({0, 3}), request));
+    ASSERT_TRUE(DecodeRecord(Words({5, 0xFFFFFFFF}) + XdrString("one") + Words({0, 3}), request));
     ASSERT_NE(request.arglist, nullptr);
     EXPECT_STREQ(request.arglist->arg, "one");
     EXPECT_EQ(request.arglist->next, nullptr);
@@ -404,22 +404,22 @@ void ExpectLongListOnSmallStack(const std::string &front, const std::string &lin
 }
 
 TEST(million_links, as_start_arguments) {
-    ExpectLongListOnSmallStack<servd_SERV_START_SERVICE>(Words({5}), CountedText("x"), Words({manyLinks}));
+    ExpectLongListOnSmallStack<servd_SERV_START_SERVICE>(Words({5}), XdrString("x"), Words({manyLinks}));
 }
 
 TEST(million_links, as_start_arguments_for_a_service) {
-    ExpectLongListOnSmallStack<service_START_SERVICE_IN>(CountedText("S"), CountedText("x"), Words({manyLinks, 1}));
+    ExpectLongListOnSmallStack<service_START_SERVICE_IN>(XdrString("S"), XdrString("x"), Words({manyLinks, 1}));
 }
 
 TEST(million_links, as_enumeration) {
     ExpectLongListOnSmallStack<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        Words({0, 0, manyLinks, 0}), CountedText("S") + CountedText("D") + statusWords, "");
+        Words({0, 0, manyLinks, 0}), XdrString("S") + XdrString("D") + statusWords, "");
 }
 
 TEST(million_links, as_a_record_of_its_own) {
-    std::string bytes = CountedText("first");
+    std::string bytes = XdrString("first");
     for (int i = 1; i < manyLinks; ++i)
-        bytes += Words({1}) + CountedText("x");
+        bytes += Words({1}) + XdrString("x");
     bytes += Words({0});
     OnSmallStack(CodeOnThread<svd_arglist_t>, &bytes);
 }
