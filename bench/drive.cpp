@@ -39,23 +39,25 @@ void ReadImagePath() {
 void Drive(const std::string &what, int count) {
     const RpcClient client = what == "registry" ? nullptr : DialServiceDaemon();
     for (int i = 0; i < count; ++i) {
-        if (what == "registry")
+        if (what == "registry") {
             ReadImagePath();
-        else
+        } else {
             (what == "status" ? QueryStatus : Enumerate)(client.get());
+        }
     }
 }
 
 int Run(const std::string &what, const std::string &argument) {
-    if (what == "write")
+    if (what == "write") {
         WriteRegistry(argument, services);
-    else if (what == "await")
+    } else if (what == "await") {
         return WaitForProgram(argument == "servd" ? SERVDAEMONPROG : REGDAEMONPROG,
                               argument == "servd" ? SERVDAEMONVERS : REGDAEMONVERS, 60000)
                    ? 0
                    : 1;
-    else
+    } else {
         Drive(what, std::stoi(argument));
+    }
     return 0;
 }
 

@@ -57,7 +57,7 @@ bool EncodeUnsetRequest() {
 // A blocking socket whose waits are bounded; made beforehand, because the descriptor table may be full later.
 int MakePortMapperSocket() {
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const timeval limit = {0, waitLimitMs * 1000};
+    const timeval limit = {0, suseconds_t{waitLimitMs} * 1000};
     (void)setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     (void)setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     return descriptor;

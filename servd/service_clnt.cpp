@@ -19,8 +19,8 @@ Result *CallService(CLIENT *client, ServiceProcedure procedure, bool_t (*codeArg
 
 service_START_SERVICE_OUT *service_start_service_1(service_START_SERVICE_IN *argument, CLIENT *client) {
     static service_START_SERVICE_OUT res;
-    return CallService(client, SERVICE_PROC_START, xdr_service_START_SERVICE_IN, argument, xdr_service_START_SERVICE_OUT,
-                       &res);
+    return CallService(client, SERVICE_PROC_START, xdr_service_START_SERVICE_IN, argument,
+                       xdr_service_START_SERVICE_OUT, &res);
 }
 
 service_CONTROL_SERVICE_OUT *service_control_service_1(service_CONTROL_SERVICE_IN *argument, CLIENT *client) {

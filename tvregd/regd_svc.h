@@ -12,6 +12,6 @@
 // Returns false after a text on stderr. One service for each process.
 [[nodiscard]] bool StartService(Registry &registry, bool allowRemote);
 
-// Takes the program out of the port mapper. For the end of the process: when that takes more than five seconds, the entry
-// stays and the process exits with status 0.
+// Takes the program out of the port mapper. For the end of the process: when that takes more than five seconds, the
+// entry stays and the process exits with status 0.
 void StopService();

@@ -147,9 +147,10 @@ void NoteUnknownDependencies(Session &session, const std::vector<std::string> &d
         const bool isKnown = dependency.front() == SC_GROUP_IDENTIFIERA ||
                              std::any_of(services.begin(), services.end(),
                                          [&](const ListedService &service) { return service.name == dependency; });
-        if (!isKnown)
+        if (!isKnown) {
             Note(session,
                  fmt::format("tvsc: {}: no such service; as long as there is none, it is passed over", dependency));
+        }
     }
 }
 

@@ -9,7 +9,8 @@
 extern "C" {
 #endif
 
-/* The name of a result code of winerror.h, such as "ERROR_FILE_NOT_FOUND". Static; null for a code that is not there. */
+/* The name of a result code of winerror.h, such as "ERROR_FILE_NOT_FOUND". Static; null for a code that is not there.
+ */
 const char *Win32ErrorName(uint32_t code);
 
 /* What the code says, one line in lower case without a full stop, such as "no such key, value or file". Static; null

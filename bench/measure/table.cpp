@@ -41,12 +41,13 @@ void PrintLine(const std::vector<std::string> &cells) {
     static constexpr int widths[] = {44, 16, 9, 9, 9, 9, 9, 9};
     std::string line;
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        if (i < 2)
+        if (i < 2) {
             line += fmt::format("{:<{}} ", cells[i], widths[i]);
-        else if (i < std::size(widths))
+        } else if (i < std::size(widths)) {
             line += fmt::format("{:>{}} ", cells[i], widths[i]);
-        else
+        } else {
             line += " " + cells[i];
+        }
     }
     std::puts(line.c_str());
     (void)std::fflush(stdout);

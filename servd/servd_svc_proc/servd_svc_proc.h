@@ -232,8 +232,8 @@ void *WaitForService(void *pid);
 
 // --- handlers, one for each procedure ---
 
-// The argument is borrowed for the call; the request is not looked at. Returns a static reply, valid until the next call
-// of the same handler, which releases what it owns; null sends no reply.
+// The argument is borrowed for the call; the request is not looked at. Returns a static reply, valid until the next
+// call of the same handler, which releases what it owns; null sends no reply.
 
 servd_SERV_CONNECT_SERVICE_RETURN *serv_connect_service_1(servd_SERV_CONNECT_SERVICE *argument, svc_req *request);
 servd_SERV_CREATE_SERVICE_RETURN *serv_create_service_1(servd_SERV_CREATE_SERVICE *argument, svc_req *request);

@@ -66,10 +66,11 @@ std::shared_ptr<Key> FindKey(const std::string &path) { return Descend(registry.
 
 void StoreValue(Key &key, const std::string &name, MemoryValue value) {
     const auto found = FindValue(key, name);
-    if (found == key.values.end())
+    if (found == key.values.end()) {
         key.values.emplace_back(name, std::move(value));
-    else
+    } else {
         found->second = std::move(value);
+    }
 }
 
 std::shared_ptr<Key> KeyOf(HKEY handle) {
@@ -353,9 +354,10 @@ void EmptyServiceDatabase() {
 
 std::string ServiceNames() {
     std::string text;
-    for (std::int32_t index = 0; index < svcdbsize; index++)
+    for (std::int32_t index = 0; index < svcdbsize; index++) {
         if (svcdb[index].name != nullptr)
             text += (text.empty() ? "" : " ") + std::to_string(index) + ":" + svcdb[index].name;
+    }
     return text;
 }
 

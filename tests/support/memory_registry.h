@@ -44,8 +44,8 @@ std::string NumberBytes(DWORD number);
 // The calls since InstallMemoryRegistry or ForgetCalls, failed ones included, in order:
 //   open PATH, create PATH, close PATH, delete PATH, enum PATH INDEX,
 //   size PATH VALUE (a query without buffer), query PATH VALUE, set PATH VALUE, unset PATH VALUE
-// PATH stands in full; a handle that is not open shows as "?". An access mask other than KEY_ALL_ACCESS is appended, and
-// so are the class of a key that is created and its options other than 0.
+// PATH stands in full; a handle that is not open shows as "?". An access mask other than KEY_ALL_ACCESS is appended,
+// and so are the class of a key that is created and its options other than 0.
 const std::vector<std::string> &RegistryCalls();
 void ForgetCalls();
 // Paths of the keys that are open now, in the order of opening.

@@ -131,10 +131,11 @@ void Run(ScriptedRegd::State &state) {
         if (waiting[0].revents != 0) break;
         std::vector<Client> kept;
         for (std::size_t i = 0; i < clients.size(); ++i) {
-            if (waiting[i + 2].revents == 0 || Receive(state, clients[i]))
+            if (waiting[i + 2].revents == 0 || Receive(state, clients[i])) {
                 kept.push_back(clients[i]);
-            else
+            } else {
                 close(clients[i].descriptor);
+            }
         }
         clients = kept;
         if (waiting[1].revents != 0) Accept(state, clients);

@@ -25,9 +25,10 @@ std::vector<std::string> LinesNow(const ServiceImage &image, const std::string &
     std::vector<std::string> lines;
     if (!HasLog(image)) return lines;
     std::istringstream log(ReadFile(image.log));
-    for (std::string line; std::getline(log, line);)
+    for (std::string line; std::getline(log, line);) {
         if (line == word || line.starts_with(word + " "))
             lines.push_back(line.substr(std::min(line.size(), word.size() + 1)));
+    }
     return lines;
 }
 

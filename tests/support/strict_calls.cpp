@@ -125,7 +125,7 @@ int pthread_rwlock_wrlock(pthread_rwlock_t *lock) noexcept {
     return real(lock);
 }
 
-[[noreturn]] void exit(int status) noexcept {
+void exit(int status) noexcept {
     static const auto real = TheRealOne(&exit, "exit");
     RequirePlainCode();
     real(status);

@@ -49,9 +49,10 @@ void Log(const std::string &text) {
 std::string SignalMasks() {
     std::ifstream file("/proc/self/status");
     std::string masks;
-    for (std::string line; std::getline(file, line);)
+    for (std::string line; std::getline(file, line);) {
         for (const char *name : {"SigBlk:\t", "SigIgn:\t", "SigCgt:\t"})
             if (line.starts_with(name)) masks += " " + line.substr(std::strlen(name));
+    }
     return masks;
 }
 
@@ -90,20 +91,21 @@ void ParseOptions(int argc, char **argv) {
     for (int index = 2; index < argc; index++) {
         const std::string option = argv[index];
         const auto number = [&] { return std::atoi(argv[++index]); };
-        if (option == "--delay")
+        if (option == "--delay") {
             options.delayMs = number();
-        else if (option == "--answer")
+        } else if (option == "--answer") {
             options.answer = number();
-        else if (option == "--context")
+        } else if (option == "--context") {
             options.context = number();
-        else if (option == "--silent")
+        } else if (option == "--silent") {
             options.silent = true;
-        else if (option == "--exit")
+        } else if (option == "--exit") {
             options.exits = true;
-        else if (option == "--exit-started")
+        } else if (option == "--exit-started") {
             options.exitsOnceStarted = true;
-        else
+        } else {
             std::exit(8);
+        }
     }
 }
 

@@ -194,7 +194,7 @@ TEST_F(Hazard, lists_cut_in_the_middle_leave_nothing_behind) {
 }
 
 TEST_F(Hazard, a_million_links_fit_on_a_small_stack) {
-    Restart(RLIMIT_STACK, 256 * 1024);
+    Restart(RLIMIT_STACK, rlim_t{256} * 1024);
     const Socket client = Connect();
     const Clock::time_point start = Clock::now();
     ASSERT_TRUE(Send(client, AsMessage(StartWithLinks(1000000))));
@@ -208,7 +208,7 @@ TEST_F(Hazard, thousands_of_services_are_listed_on_a_small_stack) {
         WriteKey(servicesKey + "\\Many" + std::to_string(i),
                  {{"Type", REG_DWORD, Dword(0x10)}, {"DisplayName", REG_SZ, Sz("Many")}});
     }
-    Restart(RLIMIT_STACK, 256 * 1024);
+    Restart(RLIMIT_STACK, rlim_t{256} * 1024);
     const Socket client = Connect();
     const Clock::time_point start = Clock::now();
     ASSERT_TRUE(Send(client, AsMessage(ServdCall(ENUM_STATUS_SERVICE, Words({0, 0x30, 3, 0x7FFFFFFF})))));

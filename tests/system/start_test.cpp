@@ -143,10 +143,11 @@ TEST_F(Starting, the_shell_gets_the_image_path_as_its_one_argument_deliberate) {
 
 TEST_F(Starting, SHELL_is_csh_and_the_rest_of_the_environment_is_kept) {
     for (const bool hasShell : {true, false}) {
-        if (hasShell)
+        if (hasShell) {
             setenv("SHELL", "/bin/other", 1);
-        else
+        } else {
             unsetenv("SHELL");
+        }
         setenv("TV_TEST_KEPT", "kept", 1);
         const ServiceImage run = MakeServiceImage("environment");
         WriteFile(run.path, "#!/bin/csh\necho kept $TV_TEST_KEPT >> " + run.log + "\n" +
@@ -202,7 +203,7 @@ TEST_F(Starting, without_fork_the_answer_is_6_and_the_pipe_serves_the_next_start
             if (Start(index) != ERROR_INVALID_HANDLE) _exit(102);
         if (DescriptorCount() != descriptors) _exit(103);
         if (svcdb[index].status.dwCurrentState != SERVICE_STOPPED) _exit(104);
-        if (OpenKeys().size() != 2 * 21) _exit(105); // they stay open here, too
+        if (OpenKeys().size() != std::size_t{2} * 21) _exit(105); // they stay open here, too
         _exit(0);
     };
     const pid_t child = fork();

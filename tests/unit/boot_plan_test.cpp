@@ -152,9 +152,10 @@ TEST_F(PlannedBoot, an_empty_registry_starts_nothing) { EXPECT_THAT(Steps(), IsE
 
 TEST_F(PlannedBoot, a_chain_of_two_thousand_services_starts_from_its_end) {
     constexpr int length = 2000;
-    for (int i = 0; i < length; ++i)
+    for (int i = 0; i < length; ++i) {
         InstallService("s" + std::to_string(i),
                        {.start = i == 0 ? automatic : demand, .dependencies = {"s" + std::to_string(i + 1)}});
+    }
     Plan();
     ASSERT_EQ(plan.steps.size(), length);
     EXPECT_EQ(NameOf(plan.steps.front().service), "s1999");
@@ -209,7 +210,7 @@ const BrokenRegistry brokenRegistries[] = {
     {"unreadable_service", "Alpha", "", [] { FailOpening(ServicePath("Alpha")); }},
     {"order_without_list", "ServiceGroupOrder", "List", [] { MakeKey(groupOrderKeyPath); }},
     {"huge_order", "ServiceGroupOrder", "List",
-     [] { SetText(groupOrderKeyPath, "List", std::string(16 * 1024 * 1024, 'x')); }},
+     [] { SetText(groupOrderKeyPath, "List", std::string(std::size_t{16} * 1024 * 1024, 'x')); }},
     {"unreadable_order", "ServiceGroupOrder", "", [] { FailOpening(groupOrderKeyPath); }},
     {"unreadable_tags", "GroupOrderList", "Disk",
      [] {

@@ -432,7 +432,7 @@ TEST_F(Dependencies, a_chain_of_ten_thousand_needs_no_deep_stack) {
     Walked walked = {};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 128 * 1024);
+    pthread_attr_setstacksize(&attributes, std::size_t{128} * 1024);
     pthread_t thread;
     ASSERT_EQ(pthread_create(
                   &thread, &attributes,

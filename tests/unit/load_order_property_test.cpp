@@ -158,9 +158,10 @@ Model LoadModel(const World &world) {
         auto &members = FindGroup(model, service.group)->members;
         members.insert(members.begin(), model.services.size() - 1);
     }
-    for (Group &group : model.groups)
+    for (Group &group : model.groups) {
         if (const auto vector = world.vectors.find(group.name); vector != world.vectors.end())
             SortGroup(model, group, vector->second);
+    }
     return model;
 }
 

@@ -42,9 +42,10 @@ TEST_F(Load, calls_the_registry_in_this_order_and_no_more) {
     EXPECT_EQ(ReadServiceDatabase(), 0u);
 
     std::vector<std::string> expected = {"create " + servicesPath};
-    for (const auto &[index, name] : {std::pair{0, "Alpha"}, {1, "Beta"}})
+    for (const auto &[index, name] : {std::pair{0, "Alpha"}, {1, "Beta"}}) {
         for (const std::string &call : CallsForService(index, name))
             expected.push_back(call);
+    }
     expected.push_back("enum " + servicesPath + " 2");
     expected.push_back("close " + servicesPath);
     EXPECT_EQ(RegistryCalls(), expected);
@@ -231,9 +232,10 @@ TEST_F(Load, services_of_one_image_path_stand_last_first) {
 TEST_F(Load, start_error_control_dependencies_and_account_are_not_read) {
     InstallService("Alpha", {.start = 2, .dependencies = {"Beta"}, .account = "nobody"});
     ASSERT_EQ(ReadServiceDatabase(), 0u);
-    for (const std::string &call : RegistryCalls())
+    for (const std::string &call : RegistryCalls()) {
         for (const char *value : {" Start", "ErrorControl", "DependOn"})
             EXPECT_EQ(call.find(value), std::string::npos);
+    }
 }
 
 TEST_F(Load, an_unreachable_registry_gives_its_code_and_no_array) {

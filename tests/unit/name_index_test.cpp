@@ -24,10 +24,11 @@ struct NameIndexTest : testing::Test {
     void Put(std::int32_t place, const std::string &name) {
         if (place >= static_cast<std::int32_t>(names.size())) names.resize(static_cast<std::size_t>(place) + 1);
         names[static_cast<std::size_t>(place)] = name;
-        if (name.empty())
+        if (name.empty()) {
             RemoveName(&index, place);
-        else
+        } else {
             AddName(&index, place, name.c_str());
+        }
     }
     std::int32_t Find(const std::string &name) const {
         return FindName(index, name.c_str(),

@@ -21,18 +21,20 @@ std::vector<SlotCall> slotCalls;
 
 template <typename Parameter>
 std::uint64_t AsWord(Parameter argument) {
-    if constexpr (std::is_pointer_v<Parameter>)
+    if constexpr (std::is_pointer_v<Parameter>) {
         return reinterpret_cast<std::uintptr_t>(argument);
-    else
+    } else {
         return static_cast<std::uint64_t>(argument);
+    }
 }
 
 template <typename Parameter>
 Parameter FromWord(std::uint64_t word) {
-    if constexpr (std::is_pointer_v<Parameter>)
+    if constexpr (std::is_pointer_v<Parameter>) {
         return reinterpret_cast<Parameter>(static_cast<std::uintptr_t>(word));
-    else
+    } else {
         return static_cast<Parameter>(word);
+    }
 }
 
 template <int Slot, typename... Parameters>

@@ -369,7 +369,7 @@ TEST(list_markers, any_number_but_0_announces_a_link) {
 
 // --- long lists on a small stack
 
-constexpr std::size_t smallStackBytes = 256 * 1024;
+constexpr std::size_t smallStackBytes = std::size_t{256} * 1024;
 constexpr int manyLinks = 1000000;
 
 void OnSmallStack(void *(*run)(void *), void *argument) {

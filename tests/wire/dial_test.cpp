@@ -215,7 +215,7 @@ TEST(DialPort, undecodable_answers_fail_and_lose_no_memory) {
     for (int i = 0; i < rounds; ++i) {
         ASSERT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTDECODERES);
     }
-    EXPECT_LT(HeapBytes(), before + 40 * rounds);
+    EXPECT_LT(HeapBytes(), before + std::size_t{40} * rounds);
     (void)shutdown(
         [&client] {
             int descriptor = -1;

@@ -682,6 +682,6 @@ TEST_F(Door, idle_connections_cost_no_time_and_little_memory) {
     const double cpu = CpuSecondsOf(server);
     PauseMs(1000);
     EXPECT_LT(CpuSecondsOf(server) - cpu, 0.05);
-    EXPECT_LT(ResidentBytesOf(server), before + 900 * 14 * 1024);
+    EXPECT_LT(ResidentBytesOf(server), before + std::size_t{900} * 14 * 1024);
     EXPECT_LT(WorstCallMs(port), promptMs);
 }

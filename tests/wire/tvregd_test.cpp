@@ -545,9 +545,10 @@ TEST_F(RegistryOverTcp, content_order_and_handles_outlive_a_kill_between_acknowl
     EXPECT_STREQ(EnumKey(top, 1)->body.name, "key2");
     EXPECT_STREQ(EnumKey(top, 3)->body.name, "key4");
     EXPECT_EQ(EnumKey(top, 4)->body.status, static_cast<std::uint32_t>(ERROR_NO_MORE_ITEMS));
-    for (const int round : {0, 2, 3, 4})
+    for (const int round : {0, 2, 3, 4}) {
         EXPECT_EQ(StringOf(Query(handles[static_cast<std::size_t>(round)], "v")->body.data),
                   "key" + std::to_string(round));
+    }
     EXPECT_EQ(Open(handles[1], nullptr)->body.status, static_cast<std::uint32_t>(ERROR_KEY_DELETED));
 }
 
