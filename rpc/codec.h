@@ -122,6 +122,7 @@ bool_t CodeField(XDR *xdrs, Link *&head) {
             *next = static_cast<Link *>(std::calloc(1, sizeof(Link)));
             if (*next == nullptr) return FALSE;
         }
+        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): where none has come, more is 0 and was left as it is
         if (!CodeLink(xdrs, **next)) return FALSE;
     }
 }

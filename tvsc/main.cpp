@@ -68,6 +68,7 @@ CLI::Validator ReadWord(const std::map<std::string, DWORD> &words) {
             const auto found = words.find(word);
             if (found == words.end()) {
                 std::vector<std::string> known;
+                known.reserve(words.size());
                 for (const auto &entry : words) {
                     known.push_back(entry.first);
                 }

@@ -169,6 +169,7 @@ char *_ktlCreatePathFromComponents(const char *directory, const char *name, unsi
     GrowingText path = {};
     const GrowingTextGuard guard(&path);
     if (!Append(path, front)) return nullptr;
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): only in VMS style the front may be empty
     if (!isVms && path.chars[path.length - 1] != '/' && !Append(path, "/")) return nullptr;
     return Append(path, name) ? Release(path) : nullptr;
 }
