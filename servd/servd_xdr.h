@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// servd_xdr: the records of the service daemon's protocol, program 0x40000000 version 1 over TCP (XDR, RFC 4506).
+// servd_xdr: the records of the service daemon's protocol, program SERVDAEMONPROG over TCP (XDR, RFC 4506).
 //
 // Members stand in wire order. A service handle is the index of the service's record in svcdb; a status is a Win32
 // error code. Each record has its own routine xdr_<record>; a routine that fails to decode leaves nothing decoded.
@@ -7,9 +7,7 @@
 #pragma once
 
 #include "rpc/codec.h"
-
-constexpr std::uint32_t SERVDAEMONPROG = 0x40000000;
-constexpr std::uint32_t SERVDAEMONVERS = 1;
+#include "servd/programs.h"
 
 // Procedure numbers of SERVDAEMONPROG; 0 is the null procedure.
 enum ServdProcedure : std::uint32_t {

@@ -8,6 +8,7 @@
 #include "rpc/door.h"
 #include "servd/child_signals.h"
 #include "servd/ending.h"
+#include "servd/limits.h"
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 #include "servd/servdsvc.h"
 
@@ -22,7 +23,6 @@
 
 namespace {
 
-constexpr int stopAttempts = 6;
 constexpr char stopWord[] = "stop";
 
 [[noreturn]] void Fail(const char *message) {
@@ -45,14 +45,14 @@ CLIENT *DialDaemon(const char *host) {
     for (int attempt = 1;; ++attempt) {
         CLIENT *client = DialHost(host, SERVDAEMONPROG, SERVDAEMONVERS);
         if (client != nullptr || attempt == stopAttempts) return client;
-        (void)sleep(1);
+        (void)sleep(retryPauseSec);
     }
 }
 
 // Asks the daemon that runs on this host to stop, and ends this process with status 0 whatever came of it.
 [[noreturn]] void StopServiceDaemon() {
     static char thishost[256];
-    static const timeval TIMEOUT = {25, 0};
+    static const timeval TIMEOUT = {stopCallTimeoutSec, 0};
     (void)gethostname(thishost, sizeof thishost);
     CLIENT *client = DialDaemon(thishost);
     if (client != nullptr) {

@@ -2,9 +2,11 @@
 // service_clnt: one call to a service process, its answer in a static result.
 #include "servd/service_clnt.h"
 
+#include "servd/limits.h"
+
 namespace {
 
-const timeval TIMEOUT = {25, 0};
+const timeval TIMEOUT = {serviceCallTimeoutSec, 0};
 
 template <typename Argument, typename Result>
 Result *CallService(CLIENT *client, ServiceProcedure procedure, bool_t (*codeArgument)(XDR *, Argument *),

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // service_xdr: the records of the protocol spoken to a service process (XDR, RFC 4506).
 //
-// A service process serves the program numbered SERVDAEMONPROG plus its process id, version 1, over TCP; the daemon is
-// always the client. Members stand in wire order; a routine that fails to decode leaves nothing decoded.
+// A service process serves the program ServiceProgram(its process id) over TCP; the daemon is always the client.
+// Members stand in wire order; a routine that fails to decode leaves nothing decoded.
 #pragma once
 
 #include "servd/servd_xdr.h"

@@ -3,6 +3,7 @@
 //
 // Thread: StartServiceCtrlDispatcherA makes the serving thread and the reporting thread (runtime.h) and waits for both.
 #include "rpc/door.h"
+#include "servd/limits.h"
 #include "servd/service_xdr.h"
 #include "svcapi/last_error.h"
 #include "svcapi/pid_file.h"
@@ -22,7 +23,8 @@
 namespace {
 
 constexpr DWORD firstWaitHintMs = 30'000; // within it ServiceMain must have reported something itself
-constexpr auto firstStartTimeout = std::chrono::seconds(60); // longer than the daemon goes on trying
+constexpr auto firstStartTimeout =
+    std::chrono::seconds(2 * newProcessRetriesAtStartUp * retryPauseSec); // the daemon gives up before
 constexpr auto lastReportTimeout = std::chrono::seconds(30); // a start of another service may hold the daemon
 constexpr auto exitReportTimeout = std::chrono::seconds(5);
 
@@ -221,8 +223,9 @@ SVCXPRT *Listen() {
         return nullptr;
     }
     SVCXPRT *transport = svctcp_create(listener, 0, 0);
-    const bool registered =
-        transport != nullptr && svc_register(transport, ServiceProgramNumber(), 1, AnswerCall, 0); // 0: no port mapper
+    constexpr int noPortMapper = 0;
+    const bool registered = transport != nullptr && svc_register(transport, ServiceProgramNumber(),
+                                                                 serviceProgramVersion, AnswerCall, noPortMapper);
     return registered && OpenDoor(transport, IsOwnMachine) ? transport : nullptr;
 }
 

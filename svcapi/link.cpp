@@ -2,14 +2,19 @@
 // link: connecting to the daemon and calling it.
 #include "svcapi/link.h"
 
+#include "servd/limits.h"
+
 #include <poll.h>
 
 #include <atomic>
 
+static_assert(TV_LONGEST_START_SEC == longestStartSec && TV_CALL_TIMEOUT_SEC == longestCallSec);
+
 namespace {
 
 std::atomic<CallClock::time_point> underWaySince;
-std::atomic<std::chrono::milliseconds> firstCallTimeout = std::chrono::milliseconds(75'000);
+std::atomic<std::chrono::milliseconds> firstCallTimeout =
+    std::chrono::milliseconds(std::chrono::seconds(longestCallSec));
 
 // Between two calls nothing is to be read from a connection: what can be read is its end.
 bool IsAlive(CLIENT *client) {

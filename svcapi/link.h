@@ -14,7 +14,7 @@
 #include <mutex>
 #include <string>
 
-// The time-out that new links begin with: 75 s, because a start may hold the daemon for 45 s; see tvSetCallTimeout.
+// The time-out that new links begin with: longer than a start may hold the daemon; see tvSetCallTimeout.
 [[nodiscard]] std::chrono::milliseconds FirstCallTimeout();
 void SetFirstCallTimeout(std::chrono::milliseconds timeout);
 

@@ -3,7 +3,7 @@
 #include "svcapi/port_entry.h"
 
 #include "rpc/dial.h"
-#include "servd/servd_xdr.h"
+#include "servd/programs.h"
 
 #include <rpc/pmap_clnt.h>
 #include <unistd.h>
@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr std::uint32_t serviceProgramVersion = 1;
 constexpr int attempts = 10;
 constexpr auto attemptInterval = std::chrono::milliseconds(500);
 
@@ -26,7 +25,7 @@ std::uint16_t EnteredPort() {
 
 } // namespace
 
-std::uint32_t ServiceProgramNumber() { return SERVDAEMONPROG + static_cast<std::uint32_t>(getpid()); }
+std::uint32_t ServiceProgramNumber() { return ServiceProgram(getpid()); }
 
 bool EnterPort(std::uint16_t port) {
     const std::uint32_t program = ServiceProgramNumber();

@@ -4,10 +4,10 @@
 
 #include <cstdint>
 
-// The program number of this process: 0x40000000 plus its process id.
+// The number of this process's program.
 [[nodiscard]] std::uint32_t ServiceProgramNumber();
 
-// Enters the TCP port of this process's program, version 1, in place of what a dead process of the same id may have
+// Enters the TCP port of this process's program in place of what a dead process of the same id may have
 // left behind, and makes sure that it is ours. Tries for five seconds. Returns false, after a line on stderr that tells
 // why, when the port mapper does not answer or the left-over belongs to another user.
 [[nodiscard]] bool EnterPort(std::uint16_t port);

@@ -2,6 +2,7 @@
 // parameters: a service's "Parameters" subkey, and the words of a command line.
 #include "tvhost/parameters.h"
 
+#include "servd/service_keys.h"
 #include "svcapi/packing.h"
 #include "tv/winreg.h"
 #include "util/guard.h"
@@ -17,7 +18,7 @@ void CloseKeyAt(HKEY *key) { (void)RegCloseKey(*key); }
 using KeyGuard = std::unique_ptr<HKEY, Calls<&CloseKeyAt>>;
 
 std::string ParametersKeyOf(const std::string &serviceName) {
-    return "SYSTEM\\CurrentControlSet\\Services\\" + serviceName + "\\Parameters";
+    return std::string(servicesKeyPath) + '\\' + serviceName + "\\Parameters";
 }
 
 // A whole value. A missing one is empty, and no failure.

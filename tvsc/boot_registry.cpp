@@ -3,6 +3,8 @@
 // same sizes, so that what would end its load ends this, too.
 #include "tvsc/boot_plan.h"
 
+#include "servd/limits.h"
+#include "servd/service_keys.h"
 #include "tv/winerror.h"
 #include "util/guard.h"
 
@@ -12,13 +14,6 @@
 #include <unordered_map>
 
 namespace {
-
-constexpr const char *servicesKeyPath = "SYSTEM\\CurrentControlSet\\Services";
-constexpr const char *groupOrderKeyPath = "SYSTEM\\CurrentControlSet\\Control\\ServiceGroupOrder";
-constexpr const char *tagOrderKeyPath = "SYSTEM\\CurrentControlSet\\Control\\GroupOrderList";
-constexpr DWORD textBytes = 1024;                     // the daemon's buffer for names and texts
-constexpr DWORD longestValueBytes = 16 * 1024 * 1024; // that the daemon takes
-constexpr DWORD tagBytes = 4;
 
 void CloseKeyAt(HKEY *key) { (void)RegCloseKey(*key); }
 using KeyGuard = std::unique_ptr<HKEY, Calls<&CloseKeyAt>>;
@@ -83,8 +78,8 @@ std::optional<BootFault> ReadGroupOrder(Load &load, HKEY machine) {
     if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", ""};
     const KeyGuard closeKey(&key);
     std::string data;
-    rc = ReadBytes(key, "List", &data);
-    if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", "List"};
+    rc = ReadBytes(key, groupOrderValue, &data);
+    if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", groupOrderValue};
     data.erase(0, std::min(data.find_first_not_of('\0'), data.size()));
     for (const std::string &name : TextsIn(data)) {
         (void)AddGroup(load, name);
@@ -104,9 +99,9 @@ void JoinGroup(Load &load, const std::string &group, std::size_t service) {
 // What the load leaves for later, and so cannot fail in it.
 void ReadLateValues(HKEY key, BootService *service) {
     DWORD start = 0;
-    if (ReadNumber(key, "Start", &start) == ERROR_SUCCESS) service->start = start;
+    if (ReadNumber(key, startTypeValue, &start) == ERROR_SUCCESS) service->start = start;
     std::string names;
-    const DWORD rc = ReadBytes(key, "DependOnGroup", &names);
+    const DWORD rc = ReadBytes(key, dependenciesValue, &names);
     if (!IsOptional(rc)) service->dependenciesCode = rc;
     if (rc == ERROR_SUCCESS) service->dependencies = TextsIn(names);
 }
@@ -114,19 +109,19 @@ void ReadLateValues(HKEY key, BootService *service) {
 std::optional<BootFault> ReadService(Load &load, HKEY key, const std::string &name) {
     BootService service = {.name = name};
     DWORD type = 0;
-    DWORD rc = ReadNumber(key, "Type", &type);
-    if (rc != ERROR_SUCCESS) return BootFault{rc, name, "Type"};
-    rc = ReadNumber(key, "Tag", &load.tag);
-    if (!IsOptional(rc)) return BootFault{rc, name, "Tag"};
+    DWORD rc = ReadNumber(key, typeValue, &type);
+    if (rc != ERROR_SUCCESS) return BootFault{rc, name, typeValue};
+    rc = ReadNumber(key, tagValue, &load.tag);
+    if (!IsOptional(rc)) return BootFault{rc, name, tagValue};
     std::string displayName;
-    rc = ReadText(key, "DisplayName", &displayName);
-    if (rc != ERROR_SUCCESS) return BootFault{rc, name, "DisplayName"};
+    rc = ReadText(key, displayNameValue, &displayName);
+    if (rc != ERROR_SUCCESS) return BootFault{rc, name, displayNameValue};
     service.tag = load.tag;
     std::string group;
-    const DWORD groupCode = ReadText(key, "Group", &group);
-    if (!IsOptional(groupCode)) return BootFault{groupCode, name, "Group"};
-    rc = ReadText(key, "ImagePath", &service.imagePath);
-    if (!IsOptional(rc)) return BootFault{rc, name, "ImagePath"};
+    const DWORD groupCode = ReadText(key, groupValue, &group);
+    if (!IsOptional(groupCode)) return BootFault{groupCode, name, groupValue};
+    rc = ReadText(key, imagePathValue, &service.imagePath);
+    if (!IsOptional(rc)) return BootFault{rc, name, imagePathValue};
     ReadLateValues(key, &service);
     load.database->services.push_back(std::move(service));
     if (groupCode == ERROR_SUCCESS) JoinGroup(load, group, load.database->services.size() - 1);
@@ -150,8 +145,8 @@ std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
         if (rc != ERROR_SUCCESS) return BootFault{rc, name, ""};
         const KeyGuard closeKey(&key);
         DWORD flag = 0;
-        rc = ReadNumber(key, "DeleteFlag", &flag);
-        if (!IsOptional(rc)) return BootFault{rc, name, "DeleteFlag"};
+        rc = ReadNumber(key, deleteFlagValue, &flag);
+        if (!IsOptional(rc)) return BootFault{rc, name, deleteFlagValue};
         if (rc == ERROR_SUCCESS) {
             load.database->deleted.emplace_back(name);
         } else if (std::optional<BootFault> fault = ReadService(load, key, name)) {

@@ -3,6 +3,7 @@
 //
 // An image is a csh script. For an ordinary program it is the launcher of tvhost, the same for all of them; for a
 // program that is a service itself a launcher of its own is written.
+#include "servd/limits.h"
 #include "tvhost/parameters.h"
 #include "tvsc/launcher.h"
 #include "tvsc/tvsc.h"
@@ -61,9 +62,11 @@ DWORD PrepareImage(const Session &session, const CreateOptions &create, HostPara
 std::string RefusalText(const char *refused, DWORD code) {
     switch (code) {
     case ERROR_INVALID_NAME:
-        return fmt::format("{}: a name has no slash and no backslash in it, and 1 to 1023 bytes", refused);
+        return fmt::format("{}: a name has no slash and no backslash in it, and 1 to {} bytes", refused,
+                           longestTextBytes);
     case ERROR_INVALID_PARAMETER:
-        return fmt::format("{}: image path and group have at most 1023 bytes, and a tag needs a group", refused);
+        return fmt::format("{}: image path and group have at most {} bytes, and a tag needs a group", refused,
+                           longestTextBytes);
     case ERROR_DATABASE_DOES_NOT_EXIST:
         return fmt::format("{}: the registry daemon does not answer, or could not store", refused);
     default: return refused;

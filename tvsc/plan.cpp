@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // plan: tells what the daemon will do, without doing it and without asking it: the registry says it all.
+#include "servd/limits.h"
 #include "tvsc/boot_plan.h"
 #include "tvsc/json_output.h"
 #include "tvsc/text.h"
@@ -8,9 +9,6 @@
 #include <fmt/format.h>
 
 namespace {
-
-constexpr std::size_t registrationSec = 30; // that the daemon waits for a new process while it starts itself
-constexpr std::size_t startRequestSec = 25; // that the process may take to answer its start request
 
 DWORD OpenMachine(const std::string &host, HKEY *machine) {
     *machine = HKEY_LOCAL_MACHINE;
@@ -84,7 +82,7 @@ std::string RemarkText(const BootRemark &remark) {
 // A service whose process is not reached stays stopped and is tried again; one whose process is reached and does not
 // answer is start pending from then on.
 std::size_t WorstCaseSec(const BootPlan &plan) {
-    return plan.mostTries * registrationSec + plan.steps.size() * startRequestSec;
+    return plan.mostTries * newProcessRetriesAtStartUp * retryPauseSec + plan.steps.size() * serviceCallTimeoutSec;
 }
 
 int RunPlanBoot(const Options &options) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // session: connecting to the daemon.
+#include "servd/limits.h"
 #include "svcapi/link.h"
 #include "tvsc/tvsc.h"
 
@@ -31,7 +32,8 @@ void WatchForBusyDaemon() {
         while (!IsBusy()) {
             std::this_thread::sleep_for(watchInterval);
         }
-        fmt::print(stderr, "tvsc: the daemon is busy; it serves one request at a time, and a start may take it 45 s\n");
+        fmt::print(stderr, "tvsc: the daemon is busy; it serves one request at a time, and a start may take it {} s\n",
+                   longestStartSec);
     }).detach();
 }
 

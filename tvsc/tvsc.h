@@ -5,6 +5,7 @@
 // everything else to stderr. The exit status follows LSB: 0 to 7, then 150 and up for this program's own.
 #pragma once
 
+#include "servd/limits.h"
 #include "svcapi/client.h"
 #include "util/guard.h"
 
@@ -41,7 +42,7 @@ enum StatusExit : int { STATUS_RUNNING = 0, STATUS_DEAD = 1, STATUS_STOPPED = 3,
 
 struct Options {
     std::string host = "localhost";
-    double callTimeoutSec = 75;
+    double callTimeoutSec = longestCallSec;
     double waitTimeoutSec = 60;
     bool json = false;
     bool quiet = false;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // waiting: watching a service until it is where it should be.
+#include "servd/limits.h"
 #include "svcapi/pid_file.h"
 #include "tvsc/tvsc.h"
 
@@ -42,7 +43,7 @@ bool HasDied(const std::string &name, const PidHint &before, time_t begunAt) {
 } // namespace
 
 bool IsFreshQuerySafe(const SERVICE_STATUS &status) {
-    const SERVICE_STATUS justStarted = {status.dwServiceType, SERVICE_START_PENDING, 0, 0, 0, 0, 2000};
+    const SERVICE_STATUS justStarted = {status.dwServiceType, SERVICE_START_PENDING, 0, 0, 0, 0, startWaitHintMs};
     return !SameStatus(status, justStarted);
 }
 

@@ -11,8 +11,8 @@
  *   - 6 ERROR_INVALID_HANDLE for a handle that is not open or of the wrong kind, 87 ERROR_INVALID_PARAMETER for a null
  *     pointer where one is required, 1722 RPC_S_SERVER_UNAVAILABLE when the daemon cannot be reached, 1726
  *     RPC_S_CALL_FAILED when the connection broke during the call (the daemon may or may not have done what was asked),
- *     1460 ERROR_TIMEOUT when no answer came within the call's time-out (75 s, see tvSetCallTimeout): the daemon serves
- *     one request at a time and a start may hold it for 45 s.
+ *     1460 ERROR_TIMEOUT when no answer came within the call's time-out (TV_CALL_TIMEOUT_SEC, see tvSetCallTimeout):
+ *     the daemon serves one request at a time and a start may hold it for TV_LONGEST_START_SEC.
  *   - Buffers that receive records are counted in bytes and hold the records first, the strings that they point at
  *     behind them. Too small a buffer gives 122 ERROR_INSUFFICIENT_BUFFER, or 234 ERROR_MORE_DATA from an enumeration,
  *     and *pcbBytesNeeded tells the bytes wanted.
@@ -29,6 +29,11 @@
 extern "C" {
 #endif
 #pragma GCC visibility push(default)
+
+/* Limits of this daemon. */
+#define TV_MAX_TEXT_BYTES 1023 /* of a name, display name, image path or group, without the terminator */
+#define TV_LONGEST_START_SEC 45
+#define TV_CALL_TIMEOUT_SEC 75
 
 /* Service types. */
 #define SERVICE_KERNEL_DRIVER 0x01
@@ -175,11 +180,11 @@ BOOL CloseServiceHandle(SC_HANDLE hSCObject);
  *   lpDependencies      multi-string of service names and "+group" names; null for none
  *   lpServiceStartName  the Unix user to run as; null or "" for the daemon's own
  *   lpPassword          not used
- * 87 ERROR_INVALID_PARAMETER also for an image path or a group of more than 1023 bytes, 123 ERROR_INVALID_NAME for a
- * name that is empty or has a slash or a backslash in it, and for a name or display name of more than 1023 bytes: the
- * daemon could not load its database with it; 1057 ERROR_INVALID_SERVICE_ACCOUNT, 1059 ERROR_CIRCULAR_DEPENDENCY, 1065
- * ERROR_DATABASE_DOES_NOT_EXIST (registry), 1073 ERROR_SERVICE_EXISTS. Differs from Win32: type, start type and error
- * control are stored unchecked, and a held database lock does not matter. */
+ * 87 ERROR_INVALID_PARAMETER also for an image path or a group of more than TV_MAX_TEXT_BYTES, 123 ERROR_INVALID_NAME
+ * for a name that is empty or has a slash or a backslash in it, and for a name or display name of more than
+ * TV_MAX_TEXT_BYTES: the daemon could not load its database with it; 1057 ERROR_INVALID_SERVICE_ACCOUNT, 1059
+ * ERROR_CIRCULAR_DEPENDENCY, 1065 ERROR_DATABASE_DOES_NOT_EXIST (registry), 1073 ERROR_SERVICE_EXISTS. Differs from
+ * Win32: type, start type and error control are stored unchecked, and a held database lock does not matter. */
 SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDisplayName, DWORD dwDesiredAccess,
                          DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl, LPCSTR lpBinaryPathName,
                          LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies, LPCSTR lpServiceStartName,

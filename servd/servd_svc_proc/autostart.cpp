@@ -14,7 +14,7 @@ namespace {
 
 bool StartsAtBoot(HKEY serviceKey) {
     DWORD start = 0;
-    return ReadNumber(serviceKey, "Start", &start) == ERROR_SUCCESS && start <= SERVICE_AUTO_START;
+    return ReadNumber(serviceKey, startTypeValue, &start) == ERROR_SUCCESS && start <= SERVICE_AUTO_START;
 }
 
 svd_enum_status_list_t *Reversed(svd_enum_status_list_t *list) {

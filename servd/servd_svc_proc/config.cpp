@@ -109,7 +109,7 @@ std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY service
     SetServiceName(*index, wanted.name);
     if (wanted.dependencies.count != 1) {
         // Deliberate: no bytes at all are not "none"; that write is refused for want of data.
-        WriteBytes(service, "DependOnGroup", REG_MULTI_SZ, wanted.dependencies.chars, wanted.dependencies.count);
+        WriteBytes(service, dependenciesValue, REG_MULTI_SZ, wanted.dependencies.chars, wanted.dependencies.count);
     }
     if (!IsEmpty(wanted.group)) AddServiceToGroupList(&grouplist, &grouplistsize, wanted.group, *index);
     const std::uint32_t rc = CheckDependencies(*index, services);
@@ -133,20 +133,20 @@ void WriteTag(const char *group, HKEY service, std::uint32_t *tag) {
     HKEY tagOrder = OpenTagOrder();
     const KeyGuard closeTagOrder(&tagOrder);
     CountUpGroup(tagOrder, group, tag);
-    WriteNumber(service, "Tag", *tag);
+    WriteNumber(service, tagValue, *tag);
 }
 
 void WriteConfiguration(const servd_SERV_CREATE_SERVICE &wanted, HKEY service, std::int32_t index, std::uint32_t *tag) {
-    WriteText(service, "DisplayName", wanted.displayName);
-    WriteNumber(service, "Type", wanted.serviceType);
-    WriteNumber(service, "Start", wanted.startType);
-    WriteNumber(service, "ErrorControl", wanted.errorControl);
+    WriteText(service, displayNameValue, wanted.displayName);
+    WriteNumber(service, typeValue, wanted.serviceType);
+    WriteNumber(service, startTypeValue, wanted.startType);
+    WriteNumber(service, errorControlValue, wanted.errorControl);
     // Deliberate: under the name of the group, so that the image path is found here only after the next load.
     if (!IsEmpty(wanted.imagePath)) AddServiceToGroupList(&imagepathlist, &imagepathlistsize, wanted.group, index);
-    WriteText(service, "ImagePath", wanted.imagePath);
-    if (!IsEmpty(wanted.group)) WriteText(service, "Group", wanted.group);
+    WriteText(service, imagePathValue, wanted.imagePath);
+    if (!IsEmpty(wanted.group)) WriteText(service, groupValue, wanted.group);
     if (wanted.tagWanted != 0) WriteTag(wanted.group, service, tag);
-    if (!IsEmpty(wanted.account)) WriteText(service, "DependOnService", wanted.account);
+    if (!IsEmpty(wanted.account)) WriteText(service, accountValue, wanted.account);
 }
 
 std::uint32_t CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_t *handle, std::uint32_t *tag) {
@@ -180,7 +180,7 @@ std::uint32_t CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_
 // The count is what the reply carries: a value that is missing has none, and text that is never null.
 CharArray ReadDependencies(HKEY service) {
     RegistryValue value{};
-    (void)ReadRegistryValue(service, "DependOnGroup", &value);
+    (void)ReadRegistryValue(service, dependenciesValue, &value);
     return {.count = value.bytes, .chars = value.data != nullptr ? value.data.release() : CheckedCopy("")};
 }
 
@@ -191,13 +191,13 @@ void FillConfiguration(const ServiceDatabaseEntry &entry, servd_SERV_QUERY_CONFI
     const KeyGuard closeServices(&services);
     const KeyGuard closeService(&service);
     reply->serviceType = static_cast<std::uint32_t>(entry.type);
-    reply->startType = NumberOrZero(service, "Start");
-    reply->errorControl = NumberOrZero(service, "ErrorControl");
-    reply->imagePath = TextOrEmpty(service, "ImagePath").release();
-    reply->group = TextOrEmpty(service, "Group").release();
+    reply->startType = NumberOrZero(service, startTypeValue);
+    reply->errorControl = NumberOrZero(service, errorControlValue);
+    reply->imagePath = TextOrEmpty(service, imagePathValue).release();
+    reply->group = TextOrEmpty(service, groupValue).release();
     reply->tag = entry.tag;
     reply->dependencies = ReadDependencies(service);
-    reply->account = TextOrEmpty(service, "DependOnService").release();
+    reply->account = TextOrEmpty(service, accountValue).release();
     reply->displayName = CheckedCopy(entry.displayName);
 }
 
@@ -250,11 +250,11 @@ std::uint32_t ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted,
     RegistryValue oldDependencies{};
     RegistryValue oldGroup{};
     if (wanted.dependencies.count != 0) {
-        (void)ReadRegistryValue(service, "DependOnGroup", &oldDependencies);
-        WriteArray(service, "DependOnGroup", REG_MULTI_SZ, wanted.dependencies);
+        (void)ReadRegistryValue(service, dependenciesValue, &oldDependencies);
+        WriteArray(service, dependenciesValue, REG_MULTI_SZ, wanted.dependencies);
     }
     if (newGroup != nullptr) {
-        (void)ReadRegistryValue(service, "Group", &oldGroup);
+        (void)ReadRegistryValue(service, groupValue, &oldGroup);
         MoveToGroup(oldGroup.data.get(), newGroup, wanted.handle);
     }
     const std::uint32_t rc = CheckDependencies(wanted.handle, services);
@@ -262,9 +262,9 @@ std::uint32_t ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted,
 
     if (newGroup != nullptr) MoveToGroup(newGroup, oldGroup.data.get(), wanted.handle);
     if (wanted.dependencies.count != 0 && oldDependencies.data != nullptr) {
-        WriteBytes(service, "DependOnGroup", REG_MULTI_SZ, oldDependencies.data.get(), oldDependencies.bytes);
+        WriteBytes(service, dependenciesValue, REG_MULTI_SZ, oldDependencies.data.get(), oldDependencies.bytes);
     } else if (wanted.dependencies.count != 0) {
-        (void)RegDeleteValueA(service, "DependOnGroup"); // there was none before
+        (void)RegDeleteValueA(service, dependenciesValue); // there was none before
     }
     return rc;
 }
@@ -272,28 +272,28 @@ std::uint32_t ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted,
 void ChangeNumbers(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, HKEY service) {
     if (wanted.serviceType != SERVICE_NO_CHANGE) {
         svcdb[wanted.handle].type = static_cast<std::int32_t>(wanted.serviceType);
-        WriteNumber(service, "Type", wanted.serviceType);
+        WriteNumber(service, typeValue, wanted.serviceType);
     }
-    if (wanted.startType != SERVICE_NO_CHANGE) WriteNumber(service, "Start", wanted.startType);
-    WriteNumber(service, "ErrorControl", wanted.errorControl); // deliberate: SERVICE_NO_CHANGE too is written
+    if (wanted.startType != SERVICE_NO_CHANGE) WriteNumber(service, startTypeValue, wanted.startType);
+    WriteNumber(service, errorControlValue, wanted.errorControl); // deliberate: SERVICE_NO_CHANGE too is written
 }
 
 void ChangeTexts(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const ChangedTexts &texts, HKEY service) {
     if (texts.imagePath != nullptr) {
         RegistryValue old{};
-        (void)ReadRegistryValue(service, "ImagePath", &old);
+        (void)ReadRegistryValue(service, imagePathValue, &old);
         if (old.data != nullptr) {
             RemoveServiceFromGroupList(imagepathlist, &imagepathlistsize, old.data.get(), wanted.handle);
         }
         AddServiceToGroupList(&imagepathlist, &imagepathlistsize, texts.imagePath.get(), wanted.handle);
-        WriteArray(service, "ImagePath", REG_SZ, wanted.imagePath);
+        WriteArray(service, imagePathValue, REG_SZ, wanted.imagePath);
     }
-    if (texts.account != nullptr) WriteArray(service, "DependOnService", REG_SZ, wanted.account);
+    if (texts.account != nullptr) WriteArray(service, accountValue, REG_SZ, wanted.account);
     if (texts.displayName != nullptr) {
-        WriteArray(service, "DisplayName", REG_SZ, wanted.displayName);
+        WriteArray(service, displayNameValue, REG_SZ, wanted.displayName);
         SetServiceDisplayName(wanted.handle, texts.displayName.get());
     }
-    if (texts.group != nullptr) WriteArray(service, "Group", REG_SZ, wanted.group);
+    if (texts.group != nullptr) WriteArray(service, groupValue, REG_SZ, wanted.group);
 }
 
 // Deliberate: a record that was loaded with a tag keeps it, while one that only got its tag written gets a new one at
@@ -305,13 +305,13 @@ void ChangeTag(const ServiceDatabaseEntry &entry, HKEY service, std::int32_t *ta
     } else {
         tagOrder = OpenTagOrder();
         RegistryValue group{};
-        const std::uint32_t rc = ReadRegistryValue(service, "Group", &group);
+        const std::uint32_t rc = ReadRegistryValue(service, groupValue, &group);
         std::uint32_t next = static_cast<std::uint32_t>(*tag);
         if (rc == ERROR_SUCCESS) CountUpGroup(tagOrder, group.data.get(), &next);
         if (rc == ERROR_FILE_NOT_FOUND) CountUpGroup(tagOrder, "", &next);
         *tag = static_cast<std::int32_t>(next);
     }
-    WriteNumber(service, "Tag", static_cast<DWORD>(*tag));
+    WriteNumber(service, tagValue, static_cast<DWORD>(*tag));
     (void)RegCloseKey(tagOrder); // deliberate: also when it was not opened
 }
 

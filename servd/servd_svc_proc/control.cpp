@@ -76,8 +76,7 @@ service_CONTROL_SERVICE_OUT *SendControl(const ServiceDatabaseEntry &entry, std:
     // Without a process there is nobody to ask: the program of process 0 would be this daemon itself, which could only
     // wait for its own answer.
     if (entry.processId == 0) return nullptr;
-    const std::uint32_t program = SERVDAEMONPROG + static_cast<std::uint32_t>(entry.processId);
-    const RpcClient client(DialHost(scmhostname, program, 1));
+    const RpcClient client(DialHost(scmhostname, ServiceProgram(entry.processId), serviceProgramVersion));
     if (client == nullptr) return nullptr;
     service_CONTROL_SERVICE_IN request{.servicecontext = entry.serviceContext, .control = control};
     return service_control_service_1(&request, client.get());

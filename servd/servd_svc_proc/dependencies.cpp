@@ -123,13 +123,13 @@ std::uint32_t Enter(Walk &walk, std::int32_t index) {
     if (rc != ERROR_SUCCESS) return rc;
     const KeyGuard closeKey(&key);
     DWORD bytes = 0;
-    rc = QueryValueSize(key, "DependOnGroup", &bytes);
+    rc = QueryValueSize(key, dependenciesValue, &bytes);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
     if (rc == ERROR_FILE_NOT_FOUND || bytes == 0) return Collect(walk, index);
 
     entry.visiting = 1;
     HeapText names;
-    rc = ReadValue(key, "DependOnGroup", &names, &bytes);
+    rc = ReadValue(key, dependenciesValue, &names, &bytes);
     if (rc == ERROR_SUCCESS) PushVisit(walk, index, std::move(names));
     return rc;
 }

@@ -95,7 +95,7 @@ void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, servd_SERV_ENUM_
 // Whether the service names dependencies at all. Returns 0 and *named; or the code of the registry call that failed.
 std::uint32_t NamesDependencies(HKEY service, bool *named) {
     DWORD bytes = 0;
-    const std::uint32_t rc = QueryValueSize(service, "DependOnGroup", &bytes);
+    const std::uint32_t rc = QueryValueSize(service, dependenciesValue, &bytes);
     *named = rc == ERROR_SUCCESS && bytes != 0;
     return rc == ERROR_FILE_NOT_FOUND ? std::uint32_t{ERROR_SUCCESS} : rc;
 }

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr std::int32_t growthEntries = 20;
-constexpr DWORD tagBytes = 4; // of a tag, and of the count before the first
 
 GroupMember *NewMember(std::int32_t serviceIndex, GroupMember *next) {
     auto *member = static_cast<GroupMember *>(CheckedCalloc(1, sizeof(GroupMember)));
@@ -144,7 +143,7 @@ std::uint32_t ReadGroupOrderList(std::int32_t *count) {
 
     HeapText names;
     DWORD bytes = 0;
-    rc = ReadWholeValue(key, "List", &names, &bytes);
+    rc = ReadWholeValue(key, groupOrderValue, &names, &bytes);
     (void)RegCloseKey(key);
     if (rc != ERROR_SUCCESS) return rc;
 

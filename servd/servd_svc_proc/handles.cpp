@@ -78,13 +78,13 @@ std::int32_t DeleteService(std::int32_t handle) {
     HKEY service = 0;
     OpenServiceKeys(entry.name, &services, &service);
     const DWORD deleteFlag = 1;
-    (void)RegSetValueExA(service, "DeleteFlag", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&deleteFlag),
+    (void)RegSetValueExA(service, deleteFlagValue, 0, REG_DWORD, reinterpret_cast<const BYTE *>(&deleteFlag),
                          sizeof deleteFlag);
 
     // Deliberate: both names are read from the services key itself and not from the service's own, where they are
     // kept, so that with the usual registry content the service stays in both lists.
-    RemoveFromListNamedBy(services, "Group", grouplist, &grouplistsize, handle);
-    RemoveFromListNamedBy(services, "ImagePath", imagepathlist, &imagepathlistsize, handle);
+    RemoveFromListNamedBy(services, groupValue, grouplist, &grouplistsize, handle);
+    RemoveFromListNamedBy(services, imagePathValue, imagepathlist, &imagepathlistsize, handle);
     return ERROR_SUCCESS;
 }
 

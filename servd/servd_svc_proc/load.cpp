@@ -31,12 +31,12 @@ std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, DWORD 
     entry.reserved = 0;
 
     DWORD type = 0;
-    std::uint32_t rc = ReadNumber(key, "Type", &type);
+    std::uint32_t rc = ReadNumber(key, typeValue, &type);
     if (rc != ERROR_SUCCESS) return rc;
-    rc = ReadNumber(key, "Tag", tag);
+    rc = ReadNumber(key, tagValue, tag);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
     TextBuffer displayName = {};
-    rc = ReadText(key, "DisplayName", displayName);
+    rc = ReadText(key, displayNameValue, displayName);
     if (rc != ERROR_SUCCESS) return rc;
 
     SetServiceDisplayName(index, displayName);
@@ -44,15 +44,15 @@ std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, DWORD 
     entry.tag = static_cast<std::int32_t>(*tag);
     entry.status.dwCurrentState = SERVICE_STOPPED;
 
-    rc = FileService(key, "Group", &grouplist, &grouplistsize, index);
+    rc = FileService(key, groupValue, &grouplist, &grouplistsize, index);
     if (rc != ERROR_SUCCESS) return rc;
-    return FileService(key, "ImagePath", &imagepathlist, &imagepathlistsize, index);
+    return FileService(key, imagePathValue, &imagepathlist, &imagepathlistsize, index);
 }
 
 // Whether the service was deleted while in use by an earlier daemon. Returns the registry's code.
 std::uint32_t QueryDeleteFlag(HKEY key, bool *deleted) {
     DWORD flag = 0;
-    const std::uint32_t rc = ReadNumber(key, "DeleteFlag", &flag);
+    const std::uint32_t rc = ReadNumber(key, deleteFlagValue, &flag);
     *deleted = rc == ERROR_SUCCESS;
     return rc == ERROR_FILE_NOT_FOUND ? std::uint32_t{ERROR_SUCCESS} : rc;
 }

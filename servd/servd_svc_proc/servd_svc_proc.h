@@ -5,6 +5,8 @@
 // Thread:  main thread only; nothing here is locked.
 #pragma once
 
+#include "servd/limits.h"
+#include "servd/service_keys.h"
 #include "servd/service_xdr.h"
 #include "tv/winerror.h"
 #include "tv/winreg.h"
@@ -14,11 +16,6 @@
 #include <sys/time.h>
 
 #include <type_traits>
-
-// The registry layout of the service configuration, all under HKEY_LOCAL_MACHINE.
-inline constexpr char servicesKeyPath[] = "SYSTEM\\CurrentControlSet\\Services";
-inline constexpr char groupOrderKeyPath[] = "SYSTEM\\CurrentControlSet\\Control\\ServiceGroupOrder"; // value "List"
-inline constexpr char tagOrderKeyPath[] = "SYSTEM\\CurrentControlSet\\Control\\GroupOrderList"; // one value a group
 
 // A key that is closed at the end of the scope; points at a local key, made after the open. Where a key is to stay
 // open there is no guard.
@@ -119,8 +116,7 @@ void ClearVisitingFlags();
 // both.
 void OpenServiceKeys(const char *name, HKEY *services, HKEY *service);
 
-// The longest name or text that is read into a buffer, without the terminator that is always added.
-inline constexpr DWORD textBytes = 1024;
+// Takes a name or a text, and the terminator that is always added.
 using TextBuffer = char[textBytes + 1];
 // Reads a text into a buffer that was zeroed once. Returns the registry's code; a call that fails leaves the buffer.
 [[nodiscard]] std::uint32_t ReadText(HKEY key, const char *name, TextBuffer &text);

@@ -3,7 +3,7 @@
 //
 //   state            event                             next state
 //   stopped          its new process can be reached    start pending, process id recorded
-//   start pending    start request answered            start pending, wait hint 2000, the rest of the status cleared
+//   start pending    start request answered            start pending, a wait hint, the rest of the status cleared
 //   any              ServiceFailed                     stopped with 1067, process id 0
 //
 // Owns:    the pipe that a failed fork left, until the next start takes it.
@@ -33,13 +33,6 @@
 #include <ctime>
 
 namespace {
-
-constexpr std::uint32_t processVersion = 1; // of the program that a service process serves
-constexpr int sharedProcessRetries = 5;
-constexpr int newProcessRetries = 15;
-constexpr int newProcessRetriesAtStartUp = 30;
-constexpr std::int64_t registrationWaitMs = 500; // before the first attempt to reach a new process
-constexpr std::int32_t startWaitHintMs = 2000;
 
 constexpr char shell[] = "/bin/csh";
 constexpr char shellVariable[] = "SHELL=/bin/csh";
@@ -74,17 +67,15 @@ Host ResolveThisHost() {
     return host;
 }
 
-std::uint32_t ProgramOf(std::int32_t processId) { return SERVDAEMONPROG + static_cast<std::uint32_t>(processId); }
-
 CLIENT *DialProcess(const Host &host, std::int32_t processId) {
-    return host.known ? DialProgram(host.address, ProgramOf(processId), processVersion) : nullptr;
+    return host.known ? DialProgram(host.address, ServiceProgram(processId), serviceProgramVersion) : nullptr;
 }
 
 // Dials at once, then up to `retries` times more, each after a second's sleep.
 CLIENT *DialProcessWithRetries(const Host &host, std::int32_t processId, int retries) {
     CLIENT *client = DialProcess(host, processId);
     for (; client == nullptr && retries > 0; retries--) {
-        (void)sleep(1);
+        (void)sleep(retryPauseSec);
         client = DialProcess(host, processId);
     }
     return client;
@@ -114,7 +105,7 @@ std::uint32_t CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, 
     HKEY servicesKey = 0;
     HKEY serviceKey = 0;
     OpenServiceKeys(entry.name, &servicesKey, &serviceKey);
-    (void)ReadText(serviceKey, "ImagePath", imagePath);
+    (void)ReadText(serviceKey, imagePathValue, imagePath);
     (void)RegCloseKey(serviceKey);
     (void)RegCloseKey(servicesKey);
 
@@ -164,7 +155,7 @@ const passwd *FindUser(const char *name, passwd *user, char (&texts)[accountByte
 Account ReadAccount(HKEY serviceKey) {
     Account account = {};
     TextBuffer name = {};
-    const std::uint32_t rc = ReadText(serviceKey, "DependOnService", name);
+    const std::uint32_t rc = ReadText(serviceKey, accountValue, name);
     account.usable = rc == ERROR_SUCCESS || rc == ERROR_FILE_NOT_FOUND;
     if (rc != ERROR_SUCCESS) return account;
 
@@ -251,7 +242,7 @@ std::uint32_t LaunchService(const char *name, TextBuffer &imagePath, pid_t *proc
     HKEY servicesKey = 0;
     HKEY serviceKey = 0;
     OpenServiceKeys(name, &servicesKey, &serviceKey); // Deliberate: the two stay open
-    (void)ReadText(serviceKey, "ImagePath", imagePath);
+    (void)ReadText(serviceKey, imagePathValue, imagePath);
     const Account account = ReadAccount(serviceKey);
     const auto environment = EnvironmentWithShell();
     const Program program = {.imagePath = imagePath, .account = &account, .environment = environment.get()};
@@ -278,8 +269,8 @@ void AwaitRegistration(const Host &host, pid_t processId) {
     const RpcClient portMapper(DialPortMapper(host.address));
     if (portMapper == nullptr) return;
     const std::int64_t end = NowMs() + registrationWaitMs;
-    for (std::int64_t pauseMs = 1; PortOfProgram(portMapper.get(), ProgramOf(processId), processVersion) == 0;
-         pauseMs *= 2) {
+    for (std::int64_t pauseMs = 1;
+         PortOfProgram(portMapper.get(), ServiceProgram(processId), serviceProgramVersion) == 0; pauseMs *= 2) {
         const std::int64_t leftMs = end - NowMs();
         if (leftMs <= 0) return;
         const timespec pause = {.tv_sec = 0, .tv_nsec = static_cast<long>(std::min(pauseMs, leftMs) * 1000000)};

@@ -9,9 +9,6 @@
 
 #include <algorithm>
 
-// No value of a service configuration comes near it; a larger size is a broken registry's word.
-static constexpr DWORD longestValueBytes = 16 * 1024 * 1024;
-
 void OpenServiceKeys(const char *name, HKEY *services, HKEY *service) {
     *services = *service = 0;
     (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, services);
