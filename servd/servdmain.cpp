@@ -11,8 +11,8 @@
 #include "servd/limits.h"
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 #include "servd/servdsvc.h"
+#include "util/standard_descriptors.h"
 
-#include <fcntl.h>
 #include <rpc/pmap_clnt.h>
 #include <signal.h>
 #include <unistd.h>
@@ -28,15 +28,6 @@ constexpr char stopWord[] = "stop";
 [[noreturn]] void Fail(const char *message) {
     (void)std::fwrite(message, 1, std::strlen(message), stderr);
     std::exit(1);
-}
-
-// A descriptor that is closed at launch would be taken by a socket, and a message on stderr would go to a client.
-void OpenStandardDescriptors() {
-    int descriptor = 0;
-    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
-        descriptor = open("/dev/null", O_RDWR);
-    }
-    if (descriptor >= 0) (void)close(descriptor);
 }
 
 // --- the stop command ---

@@ -2,20 +2,16 @@
 // parameters: a service's "Parameters" subkey, and the words of a command line.
 #include "tvhost/parameters.h"
 
+#include "registry/key.h"
+#include "registry/value_data.h"
 #include "servd/service_keys.h"
 #include "svcapi/packing.h"
 #include "tv/winreg.h"
-#include "util/guard.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace {
-
-constexpr int readAttempts = 4; // a value may grow between the question for its size and the reading
-
-void CloseKeyAt(HKEY *key) { (void)RegCloseKey(*key); }
-using KeyGuard = std::unique_ptr<HKEY, Calls<&CloseKeyAt>>;
 
 std::string ParametersKeyOf(const std::string &serviceName) {
     return std::string(servicesKeyPath) + '\\' + serviceName + "\\Parameters";
@@ -23,42 +19,28 @@ std::string ParametersKeyOf(const std::string &serviceName) {
 
 // A whole value. A missing one is empty, and no failure.
 DWORD ReadValue(HKEY key, const char *name, DWORD wantedType, std::string *data) {
-    for (int attempt = 0; attempt < readAttempts; ++attempt) {
-        DWORD type = 0;
-        auto bytes = static_cast<DWORD>(data->size());
-        const auto rc = static_cast<DWORD>(
-            RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE *>(data->data()), &bytes));
-        if (rc == ERROR_FILE_NOT_FOUND) {
-            data->clear();
-            return ERROR_SUCCESS;
-        }
-        if (rc == ERROR_SUCCESS && type != wantedType) return ERROR_INVALID_DATA;
-        if (rc == ERROR_SUCCESS && bytes <= data->size()) {
-            data->resize(bytes);
-            return ERROR_SUCCESS;
-        }
-        if (rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA) return rc;
-        data->resize(bytes);
-    }
-    return ERROR_MORE_DATA;
+    DWORD type = wantedType;
+    const auto rc = static_cast<DWORD>(ReadValueData(key, name, &type, data));
+    if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
+    return rc == ERROR_SUCCESS && type != wantedType ? DWORD{ERROR_INVALID_DATA} : rc;
 }
 
 DWORD ReadText(HKEY key, const char *name, std::string *text) {
-    std::string data(256, '\0');
+    std::string data;
     const DWORD rc = ReadValue(key, name, REG_SZ, &data);
     if (rc == ERROR_SUCCESS) text->assign(data, 0, strnlen(data.data(), data.size()));
     return rc;
 }
 
 DWORD ReadStrings(HKEY key, const char *name, std::vector<std::string> *strings) {
-    std::string data(1024, '\0');
+    std::string data;
     const DWORD rc = ReadValue(key, name, REG_MULTI_SZ, &data);
     if (rc == ERROR_SUCCESS) *strings = SplitMultiString(data.data(), data.size());
     return rc;
 }
 
 DWORD ReadNumber(HKEY key, const char *name, DWORD *number) {
-    std::string data(sizeof *number, '\0');
+    std::string data;
     const DWORD rc = ReadValue(key, name, REG_DWORD, &data);
     if (rc != ERROR_SUCCESS) return rc;
     if (data.size() == sizeof *number) std::memcpy(number, data.data(), sizeof *number);

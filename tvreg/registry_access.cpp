@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tvreg/registry_access.h"
 
-#include "util/guard.h"
+#include "registry/key.h"
+#include "registry/value_data.h"
 #include "util/win32_names.h"
 
 #include <fmt/format.h>
@@ -9,9 +10,6 @@
 #include <iterator>
 
 namespace {
-
-void CloseKeyAt(HKEY *key) { (void)RegCloseKey(*key); }
-using KeyGuard = std::unique_ptr<HKEY, Calls<&CloseKeyAt>>;
 
 std::string Named(const KeyPath &key, const std::string &value) {
     return fmt::format("{}, value \"{}\"", KeyPathText(key), value);
@@ -122,16 +120,7 @@ RegValue ReadValue(const KeyPath &key, const std::string &name) {
     const KeyGuard guard(&opened);
     RegValue value;
     value.name = name;
-    DWORD size = 0;
-    LONG code = RegQueryValueExA(opened, name.c_str(), nullptr, &value.type, nullptr, &size);
-    // The value may grow between two questions.
-    for (bool hasGrown = code == ERROR_SUCCESS; hasGrown; hasGrown = code == ERROR_MORE_DATA) {
-        value.data.assign(size, '\0');
-        code = RegQueryValueExA(opened, name.c_str(), nullptr, &value.type, reinterpret_cast<LPBYTE>(value.data.data()),
-                                &size);
-    }
-    Check(code, Named(key, name));
-    value.data.resize(size);
+    Check(ReadValueData(opened, name.c_str(), &value.type, &value.data), Named(key, name));
     return value;
 }
 

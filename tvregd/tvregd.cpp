@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
 #include "tvregd/regd_svc.h"
+#include "util/standard_descriptors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -75,14 +76,6 @@ std::string UserDatabase() {
     folder /= "tvregd";
     std::filesystem::create_directories(folder);
     return folder / "registry.db";
-}
-
-// A connection must not become a standard descriptor: messages would go to the client.
-void OpenStandardDescriptors() {
-    int descriptor = 0;
-    while (descriptor >= 0 && descriptor <= 2)
-        descriptor = open("/dev/null", O_RDWR);
-    (void)close(descriptor);
 }
 
 // Goes on in a child process. The calling process stays until the child serves or fails: it then exits with 0 or 1.

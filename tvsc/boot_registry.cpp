@@ -3,48 +3,33 @@
 // same sizes, so that what would end its load ends this, too.
 #include "tvsc/boot_plan.h"
 
-#include "servd/limits.h"
+#include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
 #include "tv/winerror.h"
-#include "util/guard.h"
 
 #include <algorithm>
-#include <cstring>
-#include <memory>
 #include <unordered_map>
 
 namespace {
-
-void CloseKeyAt(HKEY *key) { (void)RegCloseKey(*key); }
-using KeyGuard = std::unique_ptr<HKEY, Calls<&CloseKeyAt>>;
 
 DWORD OpenKey(HKEY parent, const char *path, HKEY *key) {
     return static_cast<DWORD>(RegOpenKeyExA(parent, path, 0, KEY_READ, key));
 }
 
-DWORD ReadNumber(HKEY key, const char *name, DWORD *number) {
-    DWORD bytes = sizeof *number;
-    return static_cast<DWORD>(RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(number), &bytes));
-}
-
 DWORD ReadText(HKEY key, const char *name, std::string *text) {
-    char buffer[textBytes + 1] = {};
-    DWORD bytes = textBytes;
-    const LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(buffer), &bytes);
+    TextBuffer buffer = {};
+    const DWORD rc = ::ReadText(key, name, buffer);
     if (rc == ERROR_SUCCESS) *text = buffer;
-    return static_cast<DWORD>(rc);
+    return rc;
 }
 
 // A value of any length that the daemon takes.
 DWORD ReadBytes(HKEY key, const char *name, std::string *data) {
+    HeapText value;
     DWORD bytes = 0;
-    LONG rc = RegQueryValueExA(key, name, nullptr, nullptr, nullptr, &bytes);
-    if (rc != ERROR_SUCCESS) return static_cast<DWORD>(rc);
-    if (bytes > longestValueBytes) return ERROR_NOT_ENOUGH_MEMORY;
-    data->assign(bytes, '\0');
-    rc = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(data->data()), &bytes);
-    data->resize(std::min<std::size_t>(bytes, data->size()));
-    return static_cast<DWORD>(rc);
+    const DWORD rc = ReadWholeValue(key, name, &value, &bytes);
+    if (rc == ERROR_SUCCESS) data->assign(value.get(), bytes);
+    return rc;
 }
 
 // The texts of a multi-string up to the first empty one.
@@ -135,7 +120,7 @@ std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
     if (rc != ERROR_SUCCESS) return BootFault{rc, "Services", ""};
     const KeyGuard closeServices(&services);
     for (DWORD index = 0;; ++index) {
-        char name[textBytes + 1] = {};
+        TextBuffer name = {};
         DWORD nameBytes = textBytes;
         rc = static_cast<DWORD>(RegEnumKeyExA(services, index, name, &nameBytes, nullptr, nullptr, nullptr, nullptr));
         if (rc == ERROR_NO_MORE_ITEMS) return {};

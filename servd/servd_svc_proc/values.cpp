@@ -3,9 +3,11 @@
 // then the data.
 //
 // Thread:  main thread only.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/values.h"
 
 #include "servd/checked_memory.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
 
 #include <algorithm>
 
