@@ -16,6 +16,7 @@
 //                    a connection with many requests waiting does not keep the others waiting
 //   a reply          is sent at once as far as the peer takes it; the rest waits in the connection and goes out as the
 //                    peer reads; a peer with much unread gets no further request read
+//   a reply is held  it waits, encoded, in one row with all others that are held, until they are released or replaced
 //   peer closes      its requests are answered first, then its connection is closed
 //
 // Bounds: maxRequestBytes for one request, maxHeldBytes for all unfinished requests and unread replies together, and
@@ -47,7 +48,8 @@ namespace {
 constexpr std::size_t maxRequestBytes = std::size_t{16} << 20;
 constexpr std::size_t maxHeldBytes = std::size_t{256} << 20;
 constexpr std::size_t maxUnreadReplyBytes = std::size_t{1} << 20; // beyond it a connection's requests wait
-constexpr std::size_t keptReplyBytes = std::size_t{1} << 20;      // of the shared reply buffer between replies
+constexpr std::size_t maxHeldReplyBytes = std::size_t{16} << 20;  // beyond it the server is to release them
+constexpr std::size_t keptReplyBytes = std::size_t{1} << 20;      // of the shared buffers between replies
 constexpr rlim_t reservedDescriptors = 48; // for the listener, service processes, the registry, pipes, the C library
 constexpr std::size_t readBytes = std::size_t{64} << 10; // at most, a turn
 constexpr std::size_t newcomersShare = 8; // one in so many places is for connections that have not spoken yet
@@ -61,7 +63,8 @@ struct Connection {
     char *unread; // malloc memory: the part of the replies that the peer has not taken yet
     std::size_t unreadBytes;
     std::size_t unreadSent;
-    std::uint32_t watched; // events asked of epoll
+    std::size_t heldReplies; // held back by the server
+    std::uint32_t watched;   // events asked of epoll
     bool hasSpoken;
     bool inputEnded;
     bool broken;       // to be closed as soon as nobody uses it
@@ -69,6 +72,14 @@ struct Connection {
     Connection *older; // in the order of silence
     Connection *newer;
     Connection *nextReady;
+};
+
+// A reply that the server holds back.
+struct HeldReply {
+    Connection *connection; // null: it has gone
+    std::uint32_t xid;
+    DoorSubstitute substitute;
+    std::size_t bytes; // of its message
 };
 
 // Connections in the order in which they were last heard of.
@@ -80,6 +91,7 @@ struct SilenceList {
 struct Door {
     SVCXPRT *transport;
     DoorAdmits admits;
+    DoorTurn turn;
     int waitMs; // for events while there is no request: 0, or -1 when the door itself waits
     int epoll;
     int listener;
@@ -97,8 +109,17 @@ struct Door {
     int nextEvent;
     Connection *present; // whose request is in hand
     std::uint32_t presentXid;
+    bool holdsPresent; // the reply of the request in hand is to be held
+    DoorSubstitute presentSubstitute;
     XDR arguments; // over the request in hand
     MessageOutput reply;
+    std::uint32_t substitute; // the number for the substitutes
+    HeldReply *held;          // malloc memory: the replies held, in the order of their requests
+    std::size_t heldCount;
+    std::size_t heldCapacity;
+    char *heldMessages; // malloc memory: their messages, one behind the other
+    std::size_t heldMessageBytes;
+    std::size_t heldMessageCapacity;
 };
 
 Door door;
@@ -170,9 +191,16 @@ void ForgetEvents(const Connection *connection) {
 
 std::size_t HeldBytes(const Connection *connection) { return connection->input.capacity + connection->unreadBytes; }
 
+void ForgetHeldReplies(const Connection *connection) {
+    for (std::size_t i = 0; i < door.heldCount; ++i) {
+        if (door.held[i].connection == connection) door.held[i].connection = nullptr;
+    }
+}
+
 void CloseConnection(Connection *connection) {
     Unlink(connection);
     RemoveReady(connection);
+    ForgetHeldReplies(connection);
     ForgetEvents(connection);
     door.heldBytes -= HeldBytes(connection);
     --door.connections;
@@ -350,6 +378,40 @@ void SendReply(Connection *connection, const char *bytes, std::size_t count) {
     if (sent < count && !KeepUnread(connection, bytes + sent, count - sent)) connection->broken = true;
 }
 
+// --- replies held back ---
+
+template <typename Element>
+bool Reserve(Element *&elements, std::size_t count, std::size_t *capacity) {
+    if (count <= *capacity) return true;
+    const std::size_t wanted = std::max(count, *capacity * 2);
+    Element *grown = static_cast<Element *>(std::realloc(elements, wanted * sizeof(Element)));
+    if (grown == nullptr) return false;
+    elements = grown;
+    *capacity = wanted;
+    return true;
+}
+
+bool KeepHeld(Connection *connection, DoorSubstitute substitute, const MessageOutput &reply) {
+    if (!Reserve(door.held, door.heldCount + 1, &door.heldCapacity) ||
+        !Reserve(door.heldMessages, door.heldMessageBytes + reply.size, &door.heldMessageCapacity)) {
+        return false;
+    }
+    std::memcpy(door.heldMessages + door.heldMessageBytes, reply.bytes, reply.size);
+    door.heldMessageBytes += reply.size;
+    door.held[door.heldCount++] = {connection, door.presentXid, substitute, reply.size};
+    ++connection->heldReplies;
+    return true;
+}
+
+// The reply to the request in hand, which has been encoded.
+void SendOrHold(Connection *connection) {
+    if (!door.holdsPresent && connection->heldReplies == 0) {
+        SendReply(connection, door.reply.bytes, door.reply.size);
+    } else if (!KeepHeld(connection, door.holdsPresent ? door.presentSubstitute : nullptr, door.reply)) {
+        connection->broken = true;
+    }
+}
+
 // Takes bytes. Returns their number, 0 at the end of the input, -1 when there are none now or the connection is broken.
 ssize_t Receive(Connection *connection) {
     const std::size_t held = HeldBytes(connection);
@@ -375,7 +437,8 @@ void ReadBytes(Connection *connection) {
 // Closes the connection when it is of no further use, else has epoll watch what it waits for now.
 void Settle(Connection *connection) {
     if (!connection->broken) Watch(connection);
-    const bool done = connection->inputEnded && !connection->isReady && connection->unread == nullptr;
+    const bool owes = connection->unread != nullptr || connection->heldReplies != 0;
+    const bool done = connection->inputEnded && !connection->isReady && !owes;
     if (connection->broken || done) CloseConnection(connection);
 }
 
@@ -390,9 +453,70 @@ void HandleEvent(const epoll_event &event) {
     Settle(connection);
 }
 
+// Replies of one connection that lie one behind the other go out together.
+void SendHeldMessages() {
+    const char *message = door.heldMessages;
+    for (std::size_t next = 0; next < door.heldCount;) {
+        Connection *connection = door.held[next].connection;
+        std::size_t bytes = 0, replies = 0;
+        for (; next < door.heldCount && door.held[next].connection == connection; ++next, ++replies)
+            bytes += door.held[next].bytes;
+        if (connection != nullptr) {
+            connection->heldReplies -= replies;
+            if (!connection->broken) SendReply(connection, message, bytes);
+        }
+        message += bytes;
+    }
+}
+
+bool_t CodeSubstitute(XDR *xdrs, HeldReply *held) { return held->substitute(xdrs, &door.substitute); }
+
+// Writes the message that is answered in place of a held reply into the shared reply. False when it cannot be encoded.
+bool EncodeSubstitute(HeldReply *held) {
+    rpc_msg message = {};
+    message.rm_xid = held->xid;
+    message.rm_direction = REPLY;
+    message.rm_reply.rp_stat = MSG_ACCEPTED;
+    message.acpted_rply.ar_verf = _null_auth;
+    message.acpted_rply.ar_stat = SUCCESS;
+    message.acpted_rply.ar_results.where = reinterpret_cast<char *>(held);
+    message.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(CodeSubstitute);
+    XDR xdrs;
+    return BeginMessage(&door.reply, &xdrs) && xdr_replymsg(&xdrs, &message) && FinishMessage(&door.reply);
+}
+
+void SendSubstitutes() {
+    const char *message = door.heldMessages;
+    for (HeldReply *held = door.held; held != door.held + door.heldCount; message += held++->bytes) {
+        Connection *connection = held->connection;
+        if (connection == nullptr) continue;
+        --connection->heldReplies;
+        if (held->substitute == nullptr) {
+            SendReply(connection, message, held->bytes);
+        } else if (EncodeSubstitute(held)) {
+            SendReply(connection, door.reply.bytes, door.reply.size);
+        } else {
+            connection->broken = true;
+        }
+    }
+}
+
+// What the connections wait for has changed; the one whose request is in hand is settled when that ends.
+void SettleHeld() {
+    for (std::size_t i = 0; i < door.heldCount; ++i) {
+        Connection *connection = door.held[i].connection;
+        if (connection != nullptr && connection != door.present) Settle(connection);
+    }
+    door.heldCount = door.heldMessageBytes = 0;
+    if (door.heldMessageCapacity <= keptReplyBytes) return;
+    std::free(door.heldMessages);
+    door.heldMessages = nullptr;
+    door.heldMessageCapacity = 0;
+}
+
 // Everything that is ready, once. Waits where that is the door's own to do.
 void HandleEvents() {
-    const int waitMs = door.firstReady != nullptr ? 0 : door.waitMs;
+    const int waitMs = door.firstReady != nullptr || door.heldCount != 0 ? 0 : door.waitMs;
     door.eventCount = std::max(epoll_wait(door.epoll, door.events, eventsPerTurn, waitMs), 0);
     for (door.nextEvent = 0; door.nextEvent < door.eventCount;) {
         const epoll_event event = door.events[door.nextEvent++];
@@ -422,6 +546,7 @@ bool TakeRequest(Connection *connection, rpc_msg *message) {
         if (xdr_callmsg(&door.arguments, message)) {
             door.present = connection;
             door.presentXid = message->rm_xid;
+            door.holdsPresent = false;
             return true;
         }
     }
@@ -455,6 +580,7 @@ bool TakeNextRequest(rpc_msg *message) {
 // Gives the next whole request of any connection, each in its turn.
 bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
     HandleEvents();
+    if (door.turn != nullptr) door.turn(door.firstReady != nullptr && door.heldMessageBytes <= maxHeldReplyBytes);
     if (!TakeNextRequest(message)) return FALSE;
     transport->xp_rtaddr.buf = &door.present->peer;
     transport->xp_rtaddr.len = transport->xp_rtaddr.maxlen = sizeof door.present->peer;
@@ -467,7 +593,7 @@ bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
 // where several connections were ready at once there are probably more by now; where it was one, a look is in vain.
 xprt_stat DoorState(SVCXPRT * /*transport*/) {
     EndRequest();
-    const bool asksAgain = door.waitMs != 0 || door.firstReady != nullptr || door.eventCount > 1;
+    const bool asksAgain = door.waitMs != 0 || door.firstReady != nullptr || door.heldCount != 0 || door.eventCount > 1;
     return asksAgain ? XPRT_MOREREQS : XPRT_IDLE;
 }
 
@@ -487,7 +613,7 @@ bool_t DoorReply(SVCXPRT * /*transport*/, rpc_msg *message) {
     message->rm_xid = door.presentXid;
     XDR xdrs;
     const bool encoded = BeginMessage(&door.reply, &xdrs) && xdr_replymsg(&xdrs, message) && FinishMessage(&door.reply);
-    if (encoded && !door.present->broken) SendReply(door.present, door.reply.bytes, door.reply.size);
+    if (encoded && !door.present->broken) SendOrHold(door.present);
     if (door.reply.capacity > keptReplyBytes) ReleaseOutput(&door.reply);
     return encoded ? TRUE : FALSE;
 }
@@ -531,9 +657,10 @@ bool PrepareDescriptors(int listenerNumber) {
 
 } // namespace
 
-bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait) {
+bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait, DoorTurn turn) {
     door.transport = listener;
     door.admits = admits;
+    door.turn = turn;
     door.waitMs = wait == DoorWait::Inside ? -1 : 0;
     door.maxConnections = ConnectionLimit();
     if (!PrepareDescriptors(listener->xp_fd)) {
@@ -544,4 +671,20 @@ bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait) {
     }
     listener->xp_ops = &doorOps;
     return true;
+}
+
+void HoldReply(DoorSubstitute substitute) {
+    door.holdsPresent = true;
+    door.presentSubstitute = substitute;
+}
+
+void ReleaseReplies() {
+    SendHeldMessages();
+    SettleHeld();
+}
+
+void ReplaceReplies(std::uint32_t number) {
+    door.substitute = number;
+    SendSubstitutes();
+    SettleHeld();
 }

@@ -8,6 +8,8 @@
 #include <netinet/in.h>
 #include <rpc/rpc.h>
 
+#include <cstdint>
+
 // Whether a peer may come in; `local` is this end's address of its connection. May be null: everyone may.
 using DoorAdmits = bool (*)(const sockaddr_in &peer, const sockaddr_in &local);
 
@@ -16,8 +18,32 @@ using DoorAdmits = bool (*)(const sockaddr_in &peer, const sockaddr_in &local);
 // and does not get its turn again: for servers that have no other transport and no end of their own.
 enum class DoorWait { InLoop, Inside };
 
+// Called between any two requests, when all that has come has been read: for work that several requests share, such as
+// bringing what they wrote onto the disk.
+//   requestsWait  whether any peer may have sent another request; false is the last call before the loop waits, or
+//                 comes because the replies that are held have become too many bytes: all of them are to go then
+using DoorTurn = void (*)(bool requestsWait);
+
 // Puts the door in front of a listening transport that svctcp_create made. From then on svc_run hands over requests
 // only when they are whole, replies never block, and the bounds at the top of door.cpp hold; the dispatcher sees an
 // ordinary SVCXPRT, whose xp_rtaddr is the peer of the present request. To be called once in a process, before svc_run.
 // Returns false when a descriptor cannot be had; the transport is then as before.
-[[nodiscard]] bool OpenDoor(SVCXPRT *listener, DoorAdmits admits = nullptr, DoorWait wait = DoorWait::InLoop);
+//   turn  may be null
+[[nodiscard]] bool OpenDoor(SVCXPRT *listener, DoorAdmits admits = nullptr, DoorWait wait = DoorWait::InLoop,
+                            DoorTurn turn = nullptr);
+
+// Codes what is answered in place of a reply, out of a number.
+using DoorSubstitute = bool_t (*)(XDR *xdrs, std::uint32_t *number);
+
+// Holds the reply of the request in hand back until ReleaseReplies, and with it all later ones of its connection: a
+// peer gets its answers in the order of its requests. To be called before the reply is sent, which is encoded then and
+// there; other connections are served meanwhile. Where replies are held the loop does not wait before the turn function
+// has been told that no request is left.
+//   substitute  for ReplaceReplies; null: the reply stays what it is
+void HoldReply(DoorSubstitute substitute);
+
+// Sends all replies held.
+void ReleaseReplies();
+
+// Sends what each substitute makes of the number in place of the replies held.
+void ReplaceReplies(std::uint32_t number);

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -38,6 +39,10 @@ enum Procedure : std::uint32_t {
     Unencodable,     // a result that does not encode
     TakeDescriptors, // opens all that are left: their number
     TakeThemLater,   // the same in a moment, when the caller may have gone: 0
+    HoldNumber,      // a number: the same number, held until replies are let go
+    LetGo,           // releases the replies held at the next turn: 0
+    LetFail,         // number: at the next turn sends it in place of those held: 0
+    ReplyUntilIdle,  // number: so many bytes, held until no request is left
 };
 
 // --- the server ---
@@ -78,6 +83,16 @@ std::uint32_t StartTaker() {
     return 0;
 }
 
+bool letsGo = false, letsGoWhenIdle = false;
+std::uint32_t substitute = 0; // 0: none
+
+void EndTurn(bool requestsWait) {
+    if (substitute != 0) ReplaceReplies(substitute);
+    if (letsGo || (letsGoWhenIdle && !requestsWait)) ReleaseReplies();
+    letsGo = false;
+    substitute = 0;
+}
+
 std::uint32_t NumberFor(std::uint32_t procedure, std::uint32_t number, const svc_req *request, SVCXPRT *transport) {
     const Clock::time_point start = Clock::now();
     switch (procedure) {
@@ -88,6 +103,9 @@ std::uint32_t NumberFor(std::uint32_t procedure, std::uint32_t number, const svc
     case CallerUser: return UserOf(request);
     case CallerPort: return ntohs(static_cast<const sockaddr_in *>(transport->xp_rtaddr.buf)->sin_port);
     case TakeThemLater: return StartTaker();
+    case HoldNumber: HoldReply(CodeNumber); return number;
+    case LetGo: letsGo = true; return 0;
+    case LetFail: substitute = number; return 0;
     default: return OpenAllDescriptors();
     }
 }
@@ -116,11 +134,15 @@ void Dispatch(svc_req *request, SVCXPRT *transport) {
         return;
     }
     std::uint32_t number = 0;
-    if (request->rq_proc > TakeThemLater) {
+    if (request->rq_proc > ReplyUntilIdle) {
         svcerr_noproc(transport);
     } else if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(CodeNumber), &number)) {
         svcerr_decode(transport);
-    } else if (request->rq_proc == ReplyOf) {
+    } else if (request->rq_proc == ReplyOf || request->rq_proc == ReplyUntilIdle) {
+        if (request->rq_proc == ReplyUntilIdle) {
+            HoldReply(nullptr);
+            letsGoWhenIdle = true;
+        }
         const HeapText bytes(static_cast<char *>(std::calloc(number + 1, 1)));
         (void)Reply(transport, CodeBytes, CountedBytes{number, bytes.get()});
     } else if (request->rq_proc == Unencodable) {
@@ -137,7 +159,8 @@ void Dispatch(svc_req *request, SVCXPRT *transport) {
     SVCXPRT *transport = svctcp_create(RPC_ANYSOCK, 0, 0);
     if (transport == nullptr || !svc_register(transport, program, 1, Dispatch, 0)) _exit(3);
     const std::uint16_t port = transport->xp_port;
-    if (!OpenDoor(transport, admits) || write(portPipe, &port, sizeof port) != sizeof port) _exit(4);
+    if (!OpenDoor(transport, admits, DoorWait::InLoop, EndTurn) || write(portPipe, &port, sizeof port) != sizeof port)
+        _exit(4);
     (void)close(portPipe);
     svc_run();
     _exit(5);
@@ -185,6 +208,12 @@ std::string Text(std::size_t bytes) {
         text[i] = static_cast<char>(i * 31 + i / 256);
     }
     return text;
+}
+
+// Whether nothing comes for a moment, and no end either.
+bool IsSilent(const Socket &socket, int forMs = 100) {
+    pollfd waiting = {socket.descriptor, POLLIN, 0};
+    return poll(&waiting, 1, forMs) == 0;
 }
 
 // How long a new client waits for its answer, connecting included: the worst of so many calls, in the best round of
@@ -262,6 +291,82 @@ TEST_F(Door, pipelined_requests_are_answered_in_order) {
         EXPECT_EQ(ReadMessage(client), Success(XdrString(Text(xid % 50)), xid));
     }
     sender.join();
+}
+
+// --- replies held back ---
+
+TEST_F(Door, replies_held_wait_until_they_are_released_and_hold_up_their_own_connection_only) {
+    Start();
+    const Socket held = Connect(), other = Connect();
+    ASSERT_TRUE(Send(held, AsMessage(CallOf(HoldNumber, Words({5}), 1)) + AsMessage(CallOf(CallerUser, Words({0}), 2)) +
+                               AsMessage(CallOf(HoldNumber, Words({6}), 3))));
+    EXPECT_LT(WorstCallMs(port), promptMs);
+    EXPECT_TRUE(IsSilent(held));
+    ASSERT_TRUE(Send(other, AsMessage(CallOf(LetGo, Words({0})))));
+    EXPECT_EQ(ReadMessage(other), Success(Words({0})));
+    EXPECT_EQ(ReadMessage(held), Success(Words({5}), 1));
+    EXPECT_EQ(ReadMessage(held), Success(Words({UINT32_MAX}), 2));
+    EXPECT_EQ(ReadMessage(held), Success(Words({6}), 3));
+    ASSERT_TRUE(Send(held, AsMessage(CallOf(Echo, XdrString("after")))));
+    EXPECT_EQ(ReadMessage(held), Success(XdrString("after")));
+}
+
+TEST_F(Door, a_substitute_takes_the_place_of_a_reply_held_and_of_none_behind_it) {
+    Start();
+    const Socket held = Connect(), another = Connect(), other = Connect();
+    ASSERT_TRUE(Send(held, AsMessage(CallOf(HoldNumber, Words({5}), 1)) + AsMessage(CallOf(CallerUser, Words({0}), 2)) +
+                               AsMessage(CallOf(HoldNumber, Words({6}), 3))));
+    ASSERT_TRUE(Send(another, AsMessage(CallOf(HoldNumber, Words({7}), 4))));
+    EXPECT_TRUE(IsSilent(held) && IsSilent(another));
+    ASSERT_TRUE(Send(other, AsMessage(CallOf(LetFail, Words({112})))));
+    EXPECT_EQ(ReadMessage(held), Success(Words({112}), 1));
+    EXPECT_EQ(ReadMessage(held), Success(Words({UINT32_MAX}), 2));
+    EXPECT_EQ(ReadMessage(held), Success(Words({112}), 3));
+    EXPECT_EQ(ReadMessage(another), Success(Words({112}), 4));
+}
+
+TEST_F(Door, a_reply_held_reaches_a_peer_that_has_ended_its_side) {
+    Start();
+    const Socket held = Connect(), other = Connect();
+    ASSERT_TRUE(Send(held, AsMessage(CallOf(HoldNumber, Words({5})))));
+    ASSERT_EQ(shutdown(held.descriptor, SHUT_WR), 0);
+    EXPECT_TRUE(IsSilent(held));
+    ASSERT_TRUE(Send(other, AsMessage(CallOf(LetGo, Words({0})))));
+    EXPECT_EQ(ReadMessage(held), Success(Words({5})));
+    EXPECT_TRUE(IsAtEnd(held, 1000));
+}
+
+TEST_F(Door, peers_that_leave_while_their_replies_are_held_disturb_nobody) {
+    Start();
+    for (const Procedure end : {LetGo, LetFail}) {
+        std::vector<Socket> peers;
+        for (std::uint32_t i = 0; i < 20; ++i) {
+            peers.push_back(Connect());
+            ASSERT_TRUE(Send(peers.back(), AsMessage(CallOf(HoldNumber, Words({i}), i))));
+            EXPECT_TRUE(IsSilent(peers.back(), 10));
+        }
+        for (std::size_t i = 0; i < peers.size(); i += 2)
+            Reset(std::move(peers[i]));
+        PauseMs(50);
+        const Socket other = Connect();
+        ASSERT_TRUE(Send(other, AsMessage(CallOf(end, Words({9})))));
+        for (std::uint32_t i = 1; i < peers.size(); i += 2)
+            EXPECT_EQ(ReadMessage(peers[i]), Success(Words({end == LetFail ? 9 : i}), i));
+    }
+}
+
+TEST_F(Door, too_many_bytes_of_replies_held_are_to_be_released_although_requests_wait) {
+    Start();
+    constexpr std::uint32_t count = 150;
+    std::string stream;
+    for (std::uint32_t xid = 0; xid < count; ++xid)
+        stream += AsMessage(CallOf(ReplyUntilIdle, Words({megabyte}), xid));
+    const std::size_t before = PeakVirtualBytesOf(server);
+    const Socket client = Connect();
+    ASSERT_TRUE(Send(client, stream));
+    for (std::uint32_t xid = 0; xid < count; ++xid)
+        EXPECT_TRUE(ReadMessage(client) == Success(XdrString(std::string(megabyte, '\0')), xid));
+    EXPECT_LT(PeakVirtualBytesOf(server), before + 100 * megabyte);
 }
 
 // --- nobody waits for another's half ---
