@@ -14,10 +14,13 @@
 
 namespace {
 
+bool ComesBefore(const std::string &a, const std::string &b) { return strcasecmp(a.c_str(), b.c_str()) < 0; }
+
 struct Key {
     std::string name;
     std::string path;
-    std::vector<std::shared_ptr<Key>> keys;
+    std::vector<std::shared_ptr<Key>> keys;                                                      // as they were made
+    std::map<std::string, std::shared_ptr<Key>, decltype(&ComesBefore)> keysByName{ComesBefore}; // the same
     std::vector<std::pair<std::string, MemoryValue>> values;
 };
 
@@ -35,9 +38,26 @@ RegistryOperations rowBefore;
 
 bool SameName(const std::string &a, const std::string &b) { return strcasecmp(a.c_str(), b.c_str()) == 0; }
 
-auto FindChild(Key &key, const std::string &name) {
-    return std::find_if(key.keys.begin(), key.keys.end(),
-                        [&](const std::shared_ptr<Key> &child) { return SameName(child->name, name); });
+std::shared_ptr<Key> FindChild(const Key &key, const std::string &name) {
+    const auto found = key.keysByName.find(name);
+    return found == key.keysByName.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Key> AddChild(Key &key, const std::string &name) {
+    auto child = std::make_shared<Key>();
+    child->name = name;
+    child->path = key.path.empty() ? name : key.path + "\\" + name;
+    key.keys.push_back(child);
+    key.keysByName.emplace(name, child);
+    return child;
+}
+
+bool RemoveChild(Key &key, const std::string &name) {
+    const std::shared_ptr<Key> child = FindChild(key, name);
+    if (child == nullptr) return false;
+    std::erase(key.keys, child);
+    key.keysByName.erase(name);
+    return true;
 }
 
 auto FindValue(Key &key, const std::string &name) {
@@ -50,13 +70,9 @@ std::shared_ptr<Key> Descend(std::shared_ptr<Key> key, const std::string &path, 
     for (std::size_t begin = 0; begin < path.size();) {
         const std::size_t end = std::min(path.find('\\', begin), path.size());
         const std::string name = path.substr(begin, end - begin);
-        auto child = FindChild(*key, name);
-        if (child == key->keys.end()) {
-            if (!make) return nullptr;
-            const std::string full = key->path.empty() ? name : key->path + "\\" + name;
-            child = key->keys.insert(child, std::make_shared<Key>(Key{name, full, {}, {}}));
-        }
-        key = std::shared_ptr<Key>(*child);
+        std::shared_ptr<Key> child = FindChild(*key, name);
+        if (child == nullptr && !make) return nullptr;
+        key = child != nullptr ? child : AddChild(*key, name);
         begin = end + 1;
     }
     return key;
@@ -145,10 +161,7 @@ LONG DeleteKey(HKEY hKey, LPCSTR subKey) {
     if (const LONG code = Note("delete " + PathBelow(hKey, subKey)); code != 0) return code;
     const std::shared_ptr<Key> parent = KeyOf(hKey);
     if (parent == nullptr) return ERROR_INVALID_HANDLE;
-    const auto child = FindChild(*parent, Text(subKey));
-    if (child == parent->keys.end()) return ERROR_FILE_NOT_FOUND;
-    parent->keys.erase(child);
-    return ERROR_SUCCESS;
+    return RemoveChild(*parent, Text(subKey)) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }
 
 LONG EnumKeyEx(HKEY hKey, DWORD index, LPSTR name, LPDWORD nameBytes, LPDWORD, LPSTR, LPDWORD, PFILETIME) {
@@ -254,9 +267,7 @@ void MakeKey(const std::string &path) { (void)Descend(registry.root, path, true)
 void RemoveKey(const std::string &path) {
     const std::size_t end = path.rfind('\\');
     const std::shared_ptr<Key> parent = end == std::string::npos ? registry.root : FindKey(path.substr(0, end));
-    if (parent == nullptr) return;
-    const auto child = FindChild(*parent, end == std::string::npos ? path : path.substr(end + 1));
-    if (child != parent->keys.end()) parent->keys.erase(child);
+    if (parent != nullptr) (void)RemoveChild(*parent, end == std::string::npos ? path : path.substr(end + 1));
 }
 
 bool HasKey(const std::string &path) { return FindKey(path) != nullptr; }
