@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -59,28 +60,78 @@ std::uint32_t TagAt(const char *vector, DWORD offset) {
            static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
-// Unlinks the first member whose service carries the tag; null when there is none.
-GroupMember *TakeMemberWithTag(GroupMember **members, std::uint32_t tag) {
-    for (GroupMember **link = members; *link != nullptr; link = &(*link)->next) {
-        GroupMember *member = *link;
-        if (static_cast<std::uint32_t>(svcdb[member->serviceIndex].tag) != tag) continue;
-        *link = member->next;
-        return member;
+// A member of the group that is being sorted.
+struct TaggedMember {
+    std::uint32_t tag;
+    std::int32_t place; // in the chain, before
+    GroupMember *member;
+    std::int32_t taken; // of the members with this tag; counted at the first of them
+};
+
+bool IsTaggedBefore(const TaggedMember &a, const TaggedMember &b) {
+    return a.tag != b.tag ? a.tag < b.tag : a.place < b.place;
+}
+
+std::int32_t MemberCount(const GroupMember *members) {
+    std::int32_t count = 0;
+    for (; members != nullptr; members = members->next)
+        count++;
+    return count;
+}
+
+// The members by their tags, those with the same tag in the order of the chain. The caller frees them.
+TaggedMember *MembersByTag(GroupMember *members, std::int32_t count) {
+    auto *byTag = static_cast<TaggedMember *>(CheckedCalloc(static_cast<std::size_t>(count), sizeof(TaggedMember)));
+    for (std::int32_t place = 0; place < count; place++, members = members->next) {
+        const auto tag = static_cast<std::uint32_t>(svcdb[members->serviceIndex].tag);
+        byTag[place] = {.tag = tag, .place = place, .member = members, .taken = 0};
     }
-    return nullptr;
+    std::sort(byTag, byTag + count, IsTaggedBefore);
+    return byTag;
+}
+
+// Takes the first of the members with this tag that has not been taken; null when there is none.
+GroupMember *TakeMemberWithTag(TaggedMember *byTag, std::int32_t count, std::uint32_t tag) {
+    TaggedMember *end = byTag + count;
+    TaggedMember *first =
+        std::partition_point(byTag, end, [tag](const TaggedMember &tagged) { return tagged.tag < tag; });
+    if (first == end || first->tag != tag) return nullptr;
+    TaggedMember *next = first + first->taken;
+    if (next == end || next->tag != tag) return nullptr;
+    first->taken++;
+    return std::exchange(next->member, nullptr);
+}
+
+// Links what has not been taken in the order of the chain before.
+GroupMember *LinkedRest(TaggedMember *byTag, std::int32_t count) {
+    TaggedMember *end =
+        std::partition(byTag, byTag + count, [](const TaggedMember &tagged) { return tagged.member != nullptr; });
+    std::sort(byTag, end, [](const TaggedMember &a, const TaggedMember &b) { return a.place > b.place; });
+    GroupMember *rest = nullptr;
+    for (TaggedMember *tagged = byTag; tagged != end; tagged++) {
+        tagged->member->next = rest;
+        rest = tagged->member;
+    }
+    return rest;
 }
 
 // Returns the members in the order of the tag vector, one for each tag that finds one, and then the rest as they stood.
-GroupMember *SortedByTags(GroupMember *rest, const char *vector, DWORD bytes) {
+// A vector may be long, and so may a group: the members are sorted by tag first, so that no tag has to walk them all.
+GroupMember *SortedByTags(GroupMember *members, const char *vector, DWORD bytes) {
+    const std::int32_t count = MemberCount(members);
+    if (count == 0) return nullptr;
+    const std::unique_ptr<TaggedMember, Calls<&std::free>> byTag(MembersByTag(members, count));
     GroupMember *sorted = nullptr;
     GroupMember **end = &sorted;
-    for (DWORD offset = tagBytes; offset + tagBytes <= bytes && rest != nullptr; offset += tagBytes) {
-        GroupMember *member = TakeMemberWithTag(&rest, TagAt(vector, offset));
+    std::int32_t left = count;
+    for (DWORD offset = tagBytes; offset + tagBytes <= bytes && left > 0; offset += tagBytes) {
+        GroupMember *member = TakeMemberWithTag(byTag.get(), count, TagAt(vector, offset));
         if (member == nullptr) continue;
         *end = member;
         end = &member->next;
+        left--;
     }
-    *end = rest;
+    *end = LinkedRest(byTag.get(), count);
     return sorted;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Load-order groups and the image-path list: growth, filing, removal, the order list and the tag vectors.
+#include "tests/support/cpu_time.h"
 #include "tests/support/memory_registry.h"
 
 #include <gmock/gmock.h>
@@ -333,6 +334,26 @@ TEST_F(Groups, tag_values_without_a_whole_tag_leave_the_order) {
         EXPECT_EQ(SortServicesInGroups(), 0u);
         EXPECT_THAT(MembersOf(grouplist, grouplistsize, "G"), ElementsAre("c", "b", "a")) << bytes;
     }
+}
+
+// The vector is read by tags that nobody bears: in one walk over the members each, the large group would take hundreds
+// of times as long as the small one.
+TEST_F(Groups, a_long_tag_vector_costs_a_large_group_little_more_than_a_small_one) {
+    for (int number = 0; number < 2000; number++)
+        InstallService("s" + std::to_string(number), {.group = number == 0 ? "small" : "large", .tag = 7});
+    ASSERT_EQ(ReadServiceDatabase(), 0u);
+    std::vector<DWORD> tags(200000);
+    for (DWORD number = 0; number < tags.size(); number++)
+        tags[number] = 100 + number;
+    const auto sortWithVectorFor = [&](const char *group) {
+        SetValue(tagsPath, group, REG_BINARY, TagVector(tags));
+        const std::clock_t time = CpuTimeOf([] { ASSERT_EQ(SortServicesInGroups(), 0u); });
+        RemoveValue(tagsPath, group);
+        return time;
+    };
+    const std::clock_t small = sortWithVectorFor("small");
+    EXPECT_LT(sortWithVectorFor("large"), 30 * small);
+    EXPECT_EQ(MembersOf(grouplist, grouplistsize, "large").front(), "s1999");
 }
 
 TEST_F(Groups, the_calls_of_a_sort) {
