@@ -5,7 +5,8 @@
 // Reads:   "DependOnGroup" of each service walked; it names services, and with a leading "+" load-order groups.
 // Thread:  main thread only.
 //
-// The walk keeps its own stack on the heap, since the depth of a dependency chain is the registry's to choose.
+// The walk keeps its own stack on the heap, since the depth of a dependency chain is the registry's to choose; and it
+// walks the members of a group once, since the registry chooses, too, how often a group is named.
 #include "servd/servd_svc_proc/servd_svc_proc.h"
 
 #include "servd/checked_memory.h"
@@ -22,7 +23,8 @@ struct Visit {
     std::int32_t index;
     char *names;                // its dependencies, ended by an empty string; owned
     const char *nextName;       // the first one not yet walked
-    const GroupMember *members; // what is left of the group being walked
+    std::int32_t group;         // being walked, by its place in grouplist; -1 for none
+    const GroupMember *members; // what is left of it
     Visit *outer;               // the service that depends on this one
 };
 
@@ -35,7 +37,8 @@ struct Walk {
     svd_enum_status_list_t **list;
     std::int32_t *bytesNeeded;
     std::int32_t *count;
-    char *passedOver; // per record: walked, but in none of the wanted states
+    char *passedOver;   // per record: walked, but in none of the wanted states
+    char *walkedGroups; // per group: nothing would come of naming it again
     Visit *innermost;
 };
 
@@ -51,7 +54,8 @@ bool IsWantedState(std::int32_t state, std::int32_t stateMask) {
 void PushVisit(Walk &walk, std::int32_t index, HeapText names) {
     auto *visit = static_cast<Visit *>(CheckedCalloc(1, sizeof(Visit)));
     char *text = names.release();
-    *visit = {.index = index, .names = text, .nextName = text, .members = nullptr, .outer = walk.innermost};
+    *visit = {
+        .index = index, .names = text, .nextName = text, .group = -1, .members = nullptr, .outer = walk.innermost};
     walk.innermost = visit;
 }
 
@@ -62,21 +66,33 @@ void PopVisit(Walk &walk) {
     std::free(visit);
 }
 
-// Returns the index of the next service that this one depends on, -1 after the last. Names that nobody bears and groups
-// without members are passed over.
-std::int32_t NextDependency(Visit &visit) {
+// Returns the next member of the group that is being walked, -1 after the last.
+std::int32_t NextMember(Walk &walk, Visit &visit) {
+    if (visit.members == nullptr) {
+        // Each member has been collected or passed over by now, or is to be left alone in any case.
+        if (visit.group >= 0) walk.walkedGroups[visit.group] = 1;
+        visit.group = -1;
+        return -1;
+    }
+    const std::int32_t index = visit.members->serviceIndex;
+    visit.members = visit.members->next;
+    return index;
+}
+
+// Returns the index of the next service that this one depends on, -1 after the last. Names that nobody bears, groups
+// without members and groups walked before are passed over.
+std::int32_t NextDependency(Walk &walk, Visit &visit) {
     for (;;) {
-        if (visit.members != nullptr) {
-            const std::int32_t index = visit.members->serviceIndex;
-            visit.members = visit.members->next;
-            return index;
-        }
+        const std::int32_t member = NextMember(walk, visit);
+        if (member >= 0) return member;
         const char *name = visit.nextName;
         if (*name == '\0') return -1;
         visit.nextName += std::strlen(name) + 1;
         if (*name == SC_GROUP_IDENTIFIERA) {
             const std::int32_t group = GetGroupIndexFromName(grouplist, &grouplistsize, name + 1);
-            if (group >= 0) visit.members = grouplist[group].members;
+            if (group < 0 || walk.walkedGroups[group] != 0) continue;
+            visit.group = group;
+            visit.members = grouplist[group].members;
             continue;
         }
         const std::int32_t index = GetServiceIndexFromName(name);
@@ -154,6 +170,7 @@ std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft,
                                     std::int32_t *bytesNeeded, std::int32_t *count, std::int32_t rootIndex,
                                     HKEY servicesKey, std::int32_t stateMask) {
     const HeapText passedOver(static_cast<char *>(CheckedCalloc(static_cast<std::size_t>(svcdbsize), 1)));
+    const HeapText walkedGroups(static_cast<char *>(CheckedCalloc(static_cast<std::size_t>(grouplistsize), 1)));
     Walk walk = {.rootIndex = rootIndex,
                  .servicesKey = servicesKey,
                  .stateMask = stateMask,
@@ -162,12 +179,13 @@ std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft,
                  .bytesNeeded = bytesNeeded,
                  .count = count,
                  .passedOver = passedOver.get(),
+                 .walkedGroups = walkedGroups.get(),
                  .innermost = nullptr};
 
     // The result of a service that did not fit is overtaken by that of the service that depends on it.
     std::uint32_t rc = Enter(walk, index);
     while (walk.innermost != nullptr && !EndsWalk(rc)) {
-        const std::int32_t dependency = NextDependency(*walk.innermost);
+        const std::int32_t dependency = NextDependency(walk, *walk.innermost);
         if (dependency >= 0) {
             rc = Enter(walk, dependency);
         } else {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The dependency walk: what it collects, in which order, how it counts bytes, and how it ends.
+#include "tests/support/cpu_time.h"
 #include "tests/support/memory_registry.h"
 
 #include <gmock/gmock.h>
@@ -144,6 +145,21 @@ TEST_F(Dependencies, a_group_stands_for_its_members_in_member_order) {
     Load({{"a", {"+G", "c"}}, {"b:G", {}}, {"c", {}}, {"d:G", {}}});
     EXPECT_THAT(MembersOf(grouplist, grouplistsize, "G"), ElementsAre("d", "b"));
     EXPECT_THAT(Walk("a").names, ElementsAre("c", "b", "d"));
+}
+
+TEST_F(Dependencies, a_group_named_again_adds_nothing) {
+    Load({{"a", {"+G", "c", "+G"}}, {"b:G", {}}, {"c", {"+G"}}, {"d:G", {"b"}}});
+    const Walked walked = Walk("a");
+    EXPECT_EQ(walked.rc, 0u);
+    EXPECT_THAT(walked.names, ElementsAre("c", "d", "b"));
+    EXPECT_EQ(walked.count, 3);
+}
+
+TEST_F(Dependencies, a_group_named_again_while_it_is_walked_is_a_cycle) {
+    Load({{"a", {"+G"}}, {"b:G", {"c"}}, {"c", {"+G"}}, {"d:G", {}}});
+    const Walked walked = Walk("a");
+    EXPECT_EQ(walked.rc, std::uint32_t{ERROR_CIRCULAR_DEPENDENCY});
+    EXPECT_THAT(walked.names, ElementsAre("d"));
 }
 
 TEST_F(Dependencies, an_unknown_group_has_no_members) {
@@ -420,6 +436,18 @@ TEST_F(Dependencies, fifty_layers_of_two_running_services_are_walked_once_each) 
         svcdb[index].status.dwCurrentState = SERVICE_RUNNING;
     EXPECT_EQ(Walk("root", SERVICE_INACTIVE).rc, 0u);
     EXPECT_LE(RegistryCalls().size(), 101u * 4);
+}
+
+// Were the members walked at each name, the second walk would take dozens of times as long as the first.
+TEST_F(Dependencies, a_group_named_half_a_million_times_costs_little_more_than_one_named_once) {
+    std::vector<std::pair<std::string, std::vector<std::string>>> services = {{"once", {"+G"}}, {"often", {}}};
+    services[1].second.assign(500000, "+G");
+    for (int number = 0; number < 2000; number++)
+        services.push_back({"s" + std::to_string(number) + ":G", {}});
+    Load(services);
+    const std::clock_t once = CpuTimeOf([] { EXPECT_EQ(Walk("once").count, 2000); });
+    const std::clock_t often = CpuTimeOf([] { EXPECT_EQ(Walk("often").count, 2000); });
+    EXPECT_LT(often, 10 * once);
 }
 
 // A chain as deep as the database is long, walked on a thread with a stack of 128 KiB.
