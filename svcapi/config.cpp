@@ -5,6 +5,8 @@
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
+#include "util/multi_string.h"
+#include "util/string_list.h"
 
 #include <cstring>
 
@@ -61,7 +63,7 @@ DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, 
                answer.imagePath,
                answer.group,
                static_cast<DWORD>(answer.tag),
-               SplitMultiString(answer.dependencies.chars, answer.dependencies.count),
+               SplitMultiString({answer.dependencies.chars, answer.dependencies.count}),
                answer.account,
                answer.displayName};
     return IsOfNothing(*config) ? WhyOfNothing(link, index) : ERROR_SUCCESS;

@@ -2,6 +2,8 @@
 // packing: records in front, strings behind.
 #include "svcapi/packing.h"
 
+#include "util/string_list.h"
+
 #include <cstring>
 
 namespace {
@@ -68,31 +70,4 @@ DWORD PackLockStatus(const LockStatus &status, QUERY_SERVICE_LOCK_STATUSA *buffe
     buffer->lpLockOwner = PutString(status.owner, &strings);
     buffer->dwLockDuration = status.durationSec;
     return ERROR_SUCCESS;
-}
-
-std::vector<std::string> SplitMultiString(const char *text, std::size_t bytes) {
-    std::vector<std::string> strings;
-    const char *const end = text + bytes;
-    while (text < end && *text != '\0') {
-        strings.emplace_back(text, strnlen(text, static_cast<std::size_t>(end - text)));
-        text += strings.back().size() + 1;
-    }
-    return strings;
-}
-
-std::string JoinMultiString(const std::vector<std::string> &strings) {
-    std::string joined;
-    for (const std::string &string : strings) {
-        joined.append(string).push_back('\0');
-    }
-    joined.push_back('\0');
-    return joined;
-}
-
-std::size_t MultiStringBytes(const char *text) {
-    const char *at = text;
-    while (*at != '\0') {
-        at += std::strlen(at) + 1;
-    }
-    return static_cast<std::size_t>(at - text) + 1;
 }

@@ -47,10 +47,3 @@ struct LockStatus {
                                DWORD *bytesNeeded);
 [[nodiscard]] DWORD PackLockStatus(const LockStatus &status, QUERY_SERVICE_LOCK_STATUSA *buffer, DWORD bytes,
                                    DWORD *bytesNeeded);
-
-// The strings of a multi-string in a buffer of so many bytes; stops at its end, terminated or not.
-[[nodiscard]] std::vector<std::string> SplitMultiString(const char *text, std::size_t bytes);
-// A multi-string with its last terminator; one NUL byte for no strings.
-[[nodiscard]] std::string JoinMultiString(const std::vector<std::string> &strings);
-// Bytes of a terminated multi-string, both terminators counted.
-[[nodiscard]] std::size_t MultiStringBytes(const char *text);

@@ -5,6 +5,7 @@
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
+#include "util/multi_string.h"
 
 #include <algorithm>
 #include <cstring>

@@ -5,8 +5,8 @@
 #include "registry/key.h"
 #include "registry/value_data.h"
 #include "servd/service_keys.h"
-#include "svcapi/packing.h"
 #include "tv/winreg.h"
+#include "util/string_list.h"
 
 #include <algorithm>
 #include <cstring>
@@ -35,7 +35,7 @@ DWORD ReadText(HKEY key, const char *name, std::string *text) {
 DWORD ReadStrings(HKEY key, const char *name, std::vector<std::string> *strings) {
     std::string data;
     const DWORD rc = ReadValue(key, name, REG_MULTI_SZ, &data);
-    if (rc == ERROR_SUCCESS) *strings = SplitMultiString(data.data(), data.size());
+    if (rc == ERROR_SUCCESS) *strings = SplitMultiString(data);
     return rc;
 }
 

@@ -3,6 +3,7 @@
 
 #include "tvreg/value_text.h"
 #include "util/ktl_strings.h"
+#include "util/string_list.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -63,9 +64,9 @@ std::string UserOf(const std::string &account) {
 void FixDependencies(RegKey &key, std::string_view service, std::vector<std::string> *remarks) {
     const RegValue *services = Find(key, "DependOnService");
     if (services == nullptr || services->type != REG_MULTI_SZ) return;
-    std::vector<std::string> dependencies = StringsOf(services->data);
+    std::vector<std::string> dependencies = SplitMultiString(services->data);
     const RegValue *groups = Find(key, "DependOnGroup");
-    for (const std::string &group : StringsOf(groups != nullptr ? groups->data : ""))
+    for (const std::string &group : SplitMultiString(groups != nullptr ? groups->data : ""))
         dependencies.push_back(group.front() == '+' ? group : "+" + group);
     Remove(key, "DependOnService");
     if (!dependencies.empty()) Put(key, "DependOnGroup", REG_MULTI_SZ, dependencies);

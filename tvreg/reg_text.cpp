@@ -2,6 +2,8 @@
 #include "tvreg/reg_text.h"
 
 #include "tvreg/utf16.h"
+#include "util/little_endian.h"
+#include "util/utf8.h"
 
 #include <fmt/format.h>
 
@@ -145,8 +147,8 @@ bool TakeDwordValue(Reader &reader, RegValue *value) {
     value->type = REG_DWORD;
     std::uint32_t number = 0;
     if (!TakeHexNumber(reader, &number)) return Fail(reader, "dword needs one to eight hexadecimal digits");
-    for (int byte = 0; byte < 4; ++byte)
-        value->data.push_back(static_cast<char>(number >> 8 * byte & 0xFF));
+    value->data.resize(dwordBytes);
+    PutDword(number, value->data.data());
     return true;
 }
 
@@ -220,10 +222,9 @@ bool TakeKeys(Reader &reader, std::vector<RegKey> *keys) {
 
 // The number of the first line that is not UTF-8; 0 when all are.
 int LineThatIsNoUtf8(std::string_view text) {
-    std::string ignored;
     for (int line = 1; !text.empty(); ++line) {
         const std::size_t length = std::min(text.find('\n'), text.size() - 1) + 1;
-        if (!Utf16FromUtf8(text.substr(0, length), &ignored)) return line;
+        if (!IsUtf8(text.substr(0, length))) return line;
         text.remove_prefix(length);
     }
     return 0;
@@ -261,13 +262,6 @@ std::string HexText(std::string text, std::string_view bytes, std::string_view l
     return text;
 }
 
-std::uint32_t DwordOf(std::string_view data) {
-    std::uint32_t number = 0;
-    for (std::size_t byte = 4; byte-- > 0;)
-        number = number << 8 | static_cast<unsigned char>(data[byte]);
-    return number;
-}
-
 std::string_view LineEnd(RegDialect dialect) { return dialect == RegDialect::VERSION5 ? "\r\n" : "\n"; }
 
 // The text of one value without its line end; false when version 5 cannot hold the data.
@@ -279,8 +273,8 @@ bool ValueText(const RegValue &value, RegDialect dialect, std::string *text) {
         *text += "-";
     } else if (value.type == REG_SZ && IsPlainText(value.data)) {
         *text += Quoted(std::string_view(value.data).substr(0, value.data.size() - 1));
-    } else if (value.type == REG_DWORD && value.data.size() == 4) {
-        *text += fmt::format("dword:{:08x}", DwordOf(value.data));
+    } else if (value.type == REG_DWORD && value.data.size() == dwordBytes) {
+        *text += fmt::format("dword:{:08x}", DwordAt(value.data.data()));
     } else if (value.type == REG_BINARY) {
         *text = HexText(*text + "hex:", data, LineEnd(dialect));
     } else {

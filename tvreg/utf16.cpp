@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
+// utf16: pairs of bytes, the lower one first.
 #include "tvreg/utf16.h"
+
+#include "util/utf8.h"
 
 #include <cstdint>
 
@@ -26,23 +29,6 @@ void AppendUtf8(std::uint32_t c, std::string *text) {
 void AppendUnit(std::uint32_t unit, std::string *bytes) {
     bytes->push_back(static_cast<char>(unit & 0xFF));
     bytes->push_back(static_cast<char>(unit >> 8));
-}
-
-// Takes one character off the front of the text.
-bool TakeUtf8(std::string_view *text, std::uint32_t *c) {
-    static constexpr std::uint32_t SMALLEST[] = {0, 0x80, 0x800, 0x10000}; // by the number of bytes that follow
-    const auto byte = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>((*text)[i])); };
-    const std::uint32_t first = byte(0);
-    const std::size_t following = first < 0x80 ? 0 : first < 0xE0 ? 1 : first < 0xF0 ? 2 : 3;
-    if ((first >= 0x80 && first < 0xC2) || first > 0xF4 || text->size() <= following) return false;
-    *c = following == 0 ? first : first & (0x3Fu >> following);
-    for (std::size_t i = 1; i <= following; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) return false;
-        *c = *c << 6 | (byte(i) & 0x3F);
-    }
-    if (*c < SMALLEST[following] || *c > 0x10FFFF || IsSurrogate(*c)) return false;
-    text->remove_prefix(following + 1);
-    return true;
 }
 
 } // namespace

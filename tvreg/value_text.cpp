@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "tvreg/value_text.h"
 
-#include "tvreg/utf16.h"
+#include "util/base64.h"
 #include "util/ktl_strings.h"
+#include "util/little_endian.h"
+#include "util/string_list.h"
+#include "util/utf8.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -47,13 +50,6 @@ std::string WithoutTerminator(const std::string &data) {
     return data.ends_with('\0') ? data.substr(0, data.size() - 1) : data;
 }
 
-std::uint32_t DwordOf(std::string_view data) {
-    std::uint32_t number = 0;
-    for (std::size_t byte = 4; byte-- > 0;)
-        number = number << 8 | static_cast<unsigned char>(data[byte]);
-    return number;
-}
-
 std::string HexOf(std::string_view data) {
     std::string text;
     for (const unsigned char byte : data)
@@ -61,35 +57,7 @@ std::string HexOf(std::string_view data) {
     return text;
 }
 
-std::string Base64(std::string_view bytes) {
-    static constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        std::uint32_t group = 0;
-        for (std::size_t j = 0; j < 3; ++j)
-            group = group << 8 | (i + j < bytes.size() ? static_cast<unsigned char>(bytes[i + j]) : 0u);
-        for (std::size_t j = 0; j < 4; ++j)
-            text.push_back(i + j <= bytes.size() ? DIGITS[group >> (18 - 6 * j) & 0x3F] : '=');
-    }
-    return text;
-}
-
-bool IsUtf8(const std::string &text) {
-    std::string ignored;
-    return Utf16FromUtf8(text, &ignored);
-}
-
 } // namespace
-
-std::vector<std::string> StringsOf(std::string_view data) {
-    std::vector<std::string> strings;
-    while (!data.empty() && data.front() != '\0') {
-        const std::size_t length = std::min(data.find('\0'), data.size());
-        strings.emplace_back(data.substr(0, length));
-        data.remove_prefix(std::min(length + 1, data.size()));
-    }
-    return strings;
-}
 
 std::string TypeText(std::uint32_t type) { return type < std::size(TYPES) ? TYPES[type] : fmt::format("{}", type); }
 
@@ -119,10 +87,11 @@ std::string Printable(std::string_view text) {
 
 std::string DataText(const RegValue &value) {
     if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) return Printable(WithoutTerminator(value.data));
-    if (value.type == REG_DWORD && value.data.size() == 4) return fmt::format("{:#x}", DwordOf(value.data));
+    if (value.type == REG_DWORD && value.data.size() == dwordBytes)
+        return fmt::format("{:#x}", DwordAt(value.data.data()));
     if (value.type != REG_MULTI_SZ) return HexOf(value.data);
     std::string text;
-    for (const std::string &string : StringsOf(value.data))
+    for (const std::string &string : SplitMultiString(value.data))
         text += (text.empty() ? "" : "\\0") + Printable(string);
     return text;
 }
@@ -146,8 +115,8 @@ std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::
     case REG_DWORD: {
         const auto number = words.size() == 1 ? ParseNumber(words.front()) : std::nullopt;
         if (!number) return std::nullopt;
-        for (int byte = 0; byte < 4; ++byte)
-            data.push_back(static_cast<char>(*number >> 8 * byte & 0xFF));
+        data.resize(dwordBytes);
+        PutDword(*number, data.data());
         return data;
     }
     default: return ParseHex(words);
@@ -166,10 +135,10 @@ nlohmann::ordered_json ValueJson(const RegValue &value) {
     object["type_code"] = value.type;
     if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) {
         SetText(object, "data", WithoutTerminator(value.data));
-    } else if (value.type == REG_DWORD && value.data.size() == 4) {
-        object["data"] = DwordOf(value.data);
+    } else if (value.type == REG_DWORD && value.data.size() == dwordBytes) {
+        object["data"] = DwordAt(value.data.data());
     } else if (value.type == REG_MULTI_SZ && IsUtf8(value.data)) {
-        object["data"] = StringsOf(value.data);
+        object["data"] = SplitMultiString(value.data);
     } else {
         object["data"] = HexOf(value.data);
     }

@@ -23,9 +23,6 @@ std::string DataText(const RegValue &value);
 // Text with control characters as \xNN.
 std::string Printable(std::string_view text);
 
-// The strings of a multi-string, whether it ends as it should or not.
-std::vector<std::string> StringsOf(std::string_view data);
-
 // Makes data of a type out of words: one string for REG_SZ and REG_EXPAND_SZ, any number for REG_MULTI_SZ, a decimal or
 // 0x... number for REG_DWORD, hexadecimal digits for the rest. Nothing when the words are not of that kind.
 std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words);

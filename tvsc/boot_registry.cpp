@@ -6,6 +6,8 @@
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
 #include "tv/winerror.h"
+#include "util/little_endian.h"
+#include "util/string_list.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -30,15 +32,6 @@ DWORD ReadBytes(HKEY key, const char *name, std::string *data) {
     const DWORD rc = ReadWholeValue(key, name, &value, &bytes);
     if (rc == ERROR_SUCCESS) data->assign(value.get(), bytes);
     return rc;
-}
-
-// The texts of a multi-string up to the first empty one.
-std::vector<std::string> TextsIn(const std::string &data) {
-    std::vector<std::string> texts;
-    for (std::size_t at = 0; at < data.size() && data[at] != '\0'; at += texts.back().size() + 1) {
-        texts.emplace_back(data.substr(at, data.find('\0', at) - at));
-    }
-    return texts;
 }
 
 bool IsOptional(DWORD code) { return code == ERROR_SUCCESS || code == ERROR_FILE_NOT_FOUND; }
@@ -66,7 +59,7 @@ std::optional<BootFault> ReadGroupOrder(Load &load, HKEY machine) {
     rc = ReadBytes(key, groupOrderValue, &data);
     if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", groupOrderValue};
     data.erase(0, std::min(data.find_first_not_of('\0'), data.size()));
-    for (const std::string &name : TextsIn(data)) {
+    for (const std::string &name : SplitMultiString(data)) {
         (void)AddGroup(load, name);
     }
     load.database->orderedGroups = load.database->groups.size();
@@ -88,7 +81,7 @@ void ReadLateValues(HKEY key, BootService *service) {
     std::string names;
     const DWORD rc = ReadBytes(key, dependenciesValue, &names);
     if (!IsOptional(rc)) service->dependenciesCode = rc;
-    if (rc == ERROR_SUCCESS) service->dependencies = TextsIn(names);
+    if (rc == ERROR_SUCCESS) service->dependencies = SplitMultiString(names);
 }
 
 std::optional<BootFault> ReadService(Load &load, HKEY key, const std::string &name) {
@@ -140,19 +133,11 @@ std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
     }
 }
 
-DWORD TagAt(const std::string &vector, std::size_t offset) {
-    DWORD tag = 0;
-    for (std::size_t i = tagBytes; i > 0; --i) {
-        tag = tag << 8 | static_cast<unsigned char>(vector[offset + i - 1]);
-    }
-    return tag;
-}
-
 // One member for each tag that finds one, then the rest as they stood. The count in front is not looked at.
 void SortByTags(const BootDatabase &database, const std::string &vector, std::vector<std::size_t> *members) {
     auto sorted = members->begin();
-    for (std::size_t offset = tagBytes; offset + tagBytes <= vector.size(); offset += tagBytes) {
-        const DWORD tag = TagAt(vector, offset);
+    for (std::size_t offset = dwordBytes; offset + dwordBytes <= vector.size(); offset += dwordBytes) {
+        const DWORD tag = DwordAt(vector.data() + offset);
         const auto member = std::find_if(sorted, members->end(),
                                          [&](std::size_t service) { return database.services[service].tag == tag; });
         if (member == members->end()) continue;

@@ -7,6 +7,7 @@
 #include "tvhost/parameters.h"
 #include "tvsc/launcher.h"
 #include "tvsc/tvsc.h"
+#include "util/string_list.h"
 
 #include <fmt/format.h>
 

@@ -3,6 +3,8 @@
 //
 // Names are bytes. One that is not UTF-8 is written with replacement characters, and its bytes in base64 beside it.
 #include "tvsc/json_output.h"
+#include "util/base64.h"
+#include "util/utf8.h"
 #include "util/win32_names.h"
 
 #include <nlohmann/json.hpp>
@@ -12,8 +14,6 @@
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr char base64Digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 struct BitWord {
     DWORD bit;
@@ -39,29 +39,6 @@ Json WordsOf(DWORD mask, const BitWord (&words)[N]) {
         if ((mask & entry.bit) != 0) list.push_back(entry.word);
     }
     return list;
-}
-
-std::string Base64(const std::string &bytes) {
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        std::uint32_t group = 0;
-        for (std::size_t j = 0; j < 3; ++j) {
-            group = group << 8 | (i + j < bytes.size() ? static_cast<unsigned char>(bytes[i + j]) : 0u);
-        }
-        for (std::size_t j = 0; j < 4; ++j) {
-            text.push_back(i + j <= bytes.size() ? base64Digits[group >> (18 - 6 * j) & 63] : '=');
-        }
-    }
-    return text;
-}
-
-bool IsUtf8(const std::string &bytes) {
-    try {
-        (void)Json(bytes).dump();
-        return true;
-    } catch (const Json::type_error &) {
-        return false;
-    }
 }
 
 void AddName(Json &object, const std::string &name) {

@@ -109,22 +109,6 @@ TEST(PackLockStatus, a_free_database_has_an_empty_owner) {
     EXPECT_STREQ(buffer[0].lpLockOwner, "");
 }
 
-TEST(SplitMultiString, stops_at_the_end_of_the_buffer_without_a_terminator) {
-    EXPECT_THAT(SplitMultiString("one\0two", 7), ElementsAre("one", "two"));
-    EXPECT_THAT(SplitMultiString("one\0\0two\0\0", 10), ElementsAre("one"));
-    EXPECT_THAT(SplitMultiString(nullptr, 0), IsEmpty());
-}
-
-TEST(JoinMultiString, no_strings_are_one_terminator) {
-    EXPECT_EQ(JoinMultiString({}), std::string("\0", 1));
-    EXPECT_EQ(JoinMultiString({"a", "bc"}), std::string("a\0bc\0\0", 6));
-}
-
-TEST(MultiStringBytes, counts_both_terminators) {
-    EXPECT_EQ(MultiStringBytes("a\0bc\0"), 6u);
-    EXPECT_EQ(MultiStringBytes(""), 1u);
-}
-
 namespace {
 
 std::vector<std::string> Dependents(const std::vector<ServiceNode> &nodes, const std::string &name) {

@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: MIT
+// base64: bytes as text that goes through everything (RFC 4648).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// Padded with "=", on one line.
+[[nodiscard]] std::string Base64(std::string_view bytes);
