@@ -14,6 +14,7 @@
 #include "tv/winsvc.h"
 #include "tvhost/program.h"
 #include "util/guard.h"
+#include "util/printable.h"
 #include "util/win32_names.h"
 
 #include <poll.h>
@@ -125,14 +126,15 @@ ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::stri
     HostParameters parameters;
     const DWORD rc = ReadHostParameters(serviceName, &parameters);
     if (rc != ERROR_SUCCESS) {
-        std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: %s\n", serviceName.c_str(),
+        std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: %s\n", Printable(serviceName).c_str(),
                      CodeText(rc).c_str());
         return {rc, 0};
     }
     StartFailure failure;
     const pid_t child = StartProgram(parameters, startArguments, &failure);
     if (child == 0) {
-        std::fprintf(stderr, "tvhost: %s: not started: %s\n", serviceName.c_str(), failure.text.c_str());
+        std::fprintf(stderr, "tvhost: %s: not started: %s\n", Printable(serviceName).c_str(),
+                     Printable(failure.text).c_str());
         return failure.codes;
     }
     int childDescriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0)); // the C library declares it for C only

@@ -7,6 +7,7 @@
 #include "tvreg/value_text.h"
 #include "util/guard.h"
 #include "util/ktl_strings.h"
+#include "util/printable.h"
 
 #include <CLI/CLI.hpp>
 #include <fcntl.h>
@@ -188,7 +189,7 @@ void Export(const Options &options) {
     std::string text, culprit;
     const auto dialect = options.reg4 ? RegDialect::REGEDIT4 : RegDialect::VERSION5;
     if (!WriteRegText(ReadKeys(KeyOf(options)), dialect, &text, &culprit)) {
-        throw Failure(EXIT_BAD_TEXT, fmt::format("{}: cannot stand in this kind of file{}", Printable(culprit),
+        throw Failure(EXIT_BAD_TEXT, fmt::format("{}: cannot stand in this kind of file{}", culprit,
                                                  options.reg4 ? "" : " because it is not UTF-8; try --reg4"));
     }
     if (options.files.empty() || options.files.front() == "-") return Print(text);
@@ -357,8 +358,8 @@ static int RunProgram(int argc, char **argv) {
                  "TARVO_REGISTRY_HOST names.",
                  "tvreg");
     app.set_version_flag("--version", std::string("tvreg ") + TV_VERSION);
-    app.failure_message([](const CLI::App *failed, const CLI::Error &error) {
-        return "tvreg: " + CLI::FailureMessage::simple(failed, error);
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return "tvreg: " + Printable(error.what()) + "\nRun with --help for more information.\n";
     });
     AddCommands(app, options);
     try {
@@ -379,7 +380,7 @@ int main(int argc, char **argv) {
         (void)std::fprintf(stderr, "tvreg: %s\n", Printable(failure.what()).c_str());
         return failure.status;
     } catch (const std::exception &failure) {
-        (void)std::fprintf(stderr, "tvreg: %s\n", failure.what());
+        (void)std::fprintf(stderr, "tvreg: %s\n", Printable(failure.what()).c_str());
         return EXIT_FAILED;
     }
 }

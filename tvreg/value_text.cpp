@@ -4,6 +4,7 @@
 #include "util/base64.h"
 #include "util/ktl_strings.h"
 #include "util/little_endian.h"
+#include "util/printable.h"
 #include "util/string_list.h"
 #include "util/utf8.h"
 
@@ -72,19 +73,6 @@ std::optional<std::uint32_t> ParseType(const std::string &text) {
     return ParseNumber(text);
 }
 
-std::string Printable(std::string_view text) {
-    std::string printable;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F) {
-            printable += fmt::format("\\x{:02x}", byte);
-        } else {
-            printable.push_back(c);
-        }
-    }
-    return printable;
-}
-
 std::string DataText(const RegValue &value) {
     if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) return Printable(WithoutTerminator(value.data));
     if (value.type == REG_DWORD && value.data.size() == dwordBytes)
@@ -92,7 +80,7 @@ std::string DataText(const RegValue &value) {
     if (value.type != REG_MULTI_SZ) return HexOf(value.data);
     std::string text;
     for (const std::string &string : SplitMultiString(value.data))
-        text += (text.empty() ? "" : "\\0") + Printable(string);
+        text += (text.empty() ? "" : "\\0") + Printable(string, CharsetShown(), '0');
     return text;
 }
 

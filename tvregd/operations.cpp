@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tvregd/operations.h"
 
+#include "util/printable.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -48,7 +50,7 @@ std::uint32_t Commit(Writes writes, Changes changes) {
     try {
         writes();
     } catch (const std::exception &failure) {
-        (void)std::fprintf(stderr, "tvregd: not stored: %s\n", failure.what());
+        (void)std::fprintf(stderr, "tvregd: not stored: %s\n", Printable(failure.what()).c_str());
         return ERROR_REGISTRY_IO_FAILED; // 1016
     }
     changes();

@@ -12,6 +12,7 @@
 
 #include "registry/regd_xdr.h"
 #include "rpc/door.h"
+#include "util/printable.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -249,7 +250,7 @@ void Answer(SVCXPRT *transport, bool_t (*decode)(XDR *, Arguments *),
         try {
             serve(*served, arguments, &result.body);
         } catch (const std::exception &failure) {
-            (void)std::fprintf(stderr, "tvregd: %s\n", failure.what());
+            (void)std::fprintf(stderr, "tvregd: %s\n", Printable(failure.what()).c_str());
             result.body = {};
             result.body.status = ERROR_NOT_ENOUGH_MEMORY; // 8
         }

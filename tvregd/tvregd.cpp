@@ -2,6 +2,7 @@
 // tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
 #include "tvregd/regd_svc.h"
 #include "util/standard_descriptors.h"
+#include "util/printable.h"
 
 #include <CLI/CLI.hpp>
 
@@ -152,8 +153,8 @@ static int RunProgram(int argc, char **argv) {
                  "RPC program 0x3003003C version 2 over TCP.",
                  "tvregd");
     app.set_version_flag("--version", std::string("tvregd ") + TV_VERSION);
-    app.failure_message([](const CLI::App *failed, const CLI::Error &error) {
-        return "tvregd: " + CLI::FailureMessage::simple(failed, error);
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return "tvregd: " + Printable(error.what()) + "\nRun with --help for more information.\n";
     });
     auto *database = app.add_option("--database", options.database, "the database file, made when it is not there")
                          ->type_name("FILE")
@@ -175,7 +176,7 @@ int main(int argc, char **argv) {
     try {
         return RunProgram(argc, argv);
     } catch (const std::exception &failure) {
-        (void)std::fprintf(stderr, "tvregd: %s\n", failure.what());
+        (void)std::fprintf(stderr, "tvregd: %s\n", Printable(failure.what()).c_str());
         return 1;
     }
 }

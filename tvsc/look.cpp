@@ -5,14 +5,13 @@
 // the service. Only the first two are used unless the user asks for more.
 #include "svcapi/pid_file.h"
 #include "tvsc/json_output.h"
-#include "tvsc/text.h"
 #include "tvsc/tvsc.h"
+#include "util/printable.h"
 #include "util/win32_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <fnmatch.h>
-#include <langinfo.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +27,7 @@ bool HasFailed(const SERVICE_STATUS &status) {
 
 // A mark before each line of a listing, where the terminal can show it.
 const char *MarkOf(const SERVICE_STATUS &status) {
-    static const bool utf8 = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    const bool utf8 = CharsetShown() == Charset::utf8;
     if (HasFailed(status)) return utf8 ? "✗" : "x";
     switch (status.dwCurrentState) {
     case SERVICE_RUNNING: return utf8 ? "●" : "*";
@@ -98,8 +97,10 @@ void PrintList(const std::vector<ServiceView> &views, const ListFilter &filter) 
         marks.emplace_back(MarkOf(view.service.status));
     }
     if (filter.namesOnly) {
+        // Bytes as they are for a program that reads them; a terminal would act on them.
+        const bool isRead = isatty(STDOUT_FILENO) == 0;
         for (const ServiceView &view : views) {
-            fmt::print("{}\n", view.service.name);
+            fmt::print("{}\n", isRead ? view.service.name : Printable(view.service.name));
         }
         return;
     }
@@ -390,7 +391,7 @@ int RunWithLock(Session &session, const std::vector<std::string> &command) {
         (void)sigprocmask(SIG_SETMASK, &none, nullptr); // interrupts are blocked here, for a thread that waits for them
         (void)signal(SIGPIPE, SIG_DFL);                 // and this one is ignored
         execvp(argv[0], argv.data());
-        fmt::print(stderr, "tvsc: {}: {}\n", command.front(), std::strerror(errno));
+        fmt::print(stderr, "tvsc: {}: {}\n", Printable(command.front()), std::strerror(errno));
         _exit(127);
     }
     int status = 0;

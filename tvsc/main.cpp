@@ -8,6 +8,7 @@
 // ever.
 #include "tvsc/json_output.h"
 #include "tvsc/tvsc.h"
+#include "util/printable.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -408,8 +409,8 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
     app.set_version_flag("--version", "tvsc " TV_VERSION);
-    app.failure_message([](const CLI::App *failed, const CLI::Error &error) {
-        return "tvsc: " + CLI::FailureMessage::simple(failed, error);
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return "tvsc: " + Printable(error.what()) + "\nRun with --help for more information.\n";
     });
     app.require_subcommand(0, 1);
     app.fallthrough();
@@ -459,7 +460,7 @@ void SayUnknown(const CLI::App &app, const std::string &word) {
         commands.push_back(command->get_name());
     }
     const bool isCommand = !commands.empty() && word.front() != '-';
-    fmt::print(stderr, "tvsc: {}: {}\n", word, isCommand ? "no such command" : "not expected here");
+    fmt::print(stderr, "tvsc: {}: {}\n", Printable(word), isCommand ? "no such command" : "not expected here");
     const std::vector<std::string> similar = SimilarNames(word, commands);
     if (isCommand && !similar.empty()) fmt::print(stderr, "  did you mean {}?\n", fmt::join(similar, ", "));
     fmt::print(stderr, "Run with --help for more information.\n");
@@ -524,7 +525,7 @@ int main(int argc, char **argv) {
         status = Run(argc, argv);
     } catch (const std::exception &error) {
         const bool outputFailed = std::ferror(stdout) != 0; // told below
-        if (!interrupted && !outputFailed) std::fprintf(stderr, "tvsc: %s\n", error.what());
+        if (!interrupted && !outputFailed) std::fprintf(stderr, "tvsc: %s\n", Printable(error.what()).c_str());
     }
     // Giving the handles back fails what is under way here; the interrupt's own status is the one that counts.
     while (interrupted) {

@@ -3,8 +3,8 @@
 #include "servd/limits.h"
 #include "tvsc/boot_plan.h"
 #include "tvsc/json_output.h"
-#include "tvsc/text.h"
 #include "tvsc/tvsc.h"
+#include "util/printable.h"
 
 #include <fmt/format.h>
 

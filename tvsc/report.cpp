@@ -3,6 +3,7 @@
 #include "tvsc/json_output.h"
 #include "tvsc/text.h"
 #include "tvsc/tvsc.h"
+#include "util/printable.h"
 #include "util/win32_names.h"
 
 #include <fmt/format.h>

@@ -246,4 +246,15 @@ TEST_F(Tvhost, a_program_that_nobody_here_wrote_answers) {
     EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
 }
 
+// The log of the service daemon is read at terminals.
+TEST_F(Tvhost, a_message_shows_no_byte_that_a_terminal_would_act_on) {
+    CreateShell("true", {"--cwd", "/no/\x1B[31m"});
+    const std::string script = folder + "/" + name + ".csh";
+    WriteFile(script, "#!/bin/csh -f\nexec '" + ProgramPath("tvhost") + "' >& '" + folder + "/" + name + ".err'\n");
+    WriteKey(servicesKey + "\\" + name, {{"ImagePath", REG_SZ, Sz(script)}});
+    (void)Tvsc({"start", name});
+    EXPECT_EQ(ReadFile(folder + "/" + name + ".err"),
+              "tvhost: " + name + ": not started: /no/\\x1b[31m: No such file or directory\n");
+}
+
 } // namespace

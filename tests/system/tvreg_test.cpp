@@ -200,6 +200,42 @@ TEST_F(Tvreg, an_unknown_command_is_named) {
 // Whoever reads the message may do so at a terminal.
 TEST_F(Tvreg, messages_show_control_characters_as_numbers) {
     EXPECT_THAT(Run({"query", key + "\\\x1B[31m"}).error, HasSubstr("\\x1b[31m: 2 ERROR_FILE_NOT_FOUND"));
+    EXPECT_EQ(Run({"\x9B"
+                   "31m"})
+                  .error,
+              "tvreg: \\x9b31m: no such command; see tvreg --help\n");
+    EXPECT_EQ(Run({"query", key, "-s", "--no\xE2\x80\xAE"}).error,
+              "tvreg: The following argument was not expected: --no\\xe2\\x80\\xae\n"
+              "Run with --help for more information.\n");
+    EXPECT_EQ(RunAndRead({.command = {ProgramPath("tvregd"), "--\x1B[31m"}}).error,
+              "tvregd: The following argument was not expected: --\\x1b[31m\nRun with --help for more information.\n");
+    EXPECT_THAT(RunAndRead({.command = {ProgramPath("tvregd"), "--database", "/no/\x1B[31m"}}).error,
+                StartsWith("tvregd: /no/\\x1b[31m: "));
+}
+
+// A C1 control character went through as it was, and a terminal took it for the beginning of a command.
+TEST_F(Tvreg, query_and_ls_show_no_byte_that_a_terminal_would_act_on) {
+    const std::string bad = "\xC2\x9B"
+                            "31m\xE2\x80\xAE\xE2\x80\x8B\xFF\x1B";
+    const std::string shown = "\\xc2\\x9b31m\\xe2\\x80\\xae\\xe2\\x80\\x8b\\xff\\x1b";
+    WriteKey(name + "\\" + bad, {{bad, REG_SZ, Sz(bad)}});
+    for (const char *locale : {"LC_ALL=C", "LC_ALL=C.UTF-8"}) {
+        const auto run = [&](std::vector<std::string> arguments) {
+            arguments.insert(arguments.begin(), ProgramPath("tvreg"));
+            return RunAndRead({.command = arguments, .environment = {locale}}).output;
+        };
+        EXPECT_EQ(run({"query", "-s", key + "\\" + bad}),
+                  longKey + "\\" + shown + "\n    " + shown + "    REG_SZ    " + shown + "\n\n");
+        EXPECT_EQ(run({"ls", key}), shown + "\n");
+        EXPECT_EQ(run({"get", key + "\\" + bad, bad}), shown + "\n");
+    }
+}
+
+TEST_F(Tvreg, what_the_locale_can_show_is_shown) {
+    WriteKey(name, {{"v", REG_SZ, Sz("\xC3\xBC")}});
+    const std::vector<std::string> get = {ProgramPath("tvreg"), "get", key, "v"};
+    EXPECT_EQ(RunAndRead({.command = get, .environment = {"LC_ALL=C.UTF-8"}}).output, "\xC3\xBC\n");
+    EXPECT_EQ(RunAndRead({.command = get, .environment = {"LC_ALL=C"}}).output, "\\xc3\\xbc\n");
 }
 
 TEST_F(Tvreg, missing_keys_and_values_end_with_5_and_name_the_code) {

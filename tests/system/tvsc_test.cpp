@@ -84,6 +84,36 @@ TEST_F(Tvsc, names_reach_no_terminal_with_what_it_would_act_on) {
         EXPECT_THAT(InUtf8(command, name), HasSubstr(shown)) << command;
     }
     EXPECT_THAT(Fail(5, {"start", "\x1B[31m"}), HasSubstr("tvsc: \\x1b[31m: start failed"));
+    EXPECT_THAT(Fail(2, {"\x1B[31m"}), StartsWith("tvsc: \\x1b[31m: no such command\n"));
+    EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", "/x", "--start", "\x9B"}),
+                HasSubstr("tvsc: --start: \\x9b: none of "));
+    EXPECT_EQ(Fail(127, {"with-lock", "--", "/no/\x1B[31m"}), "tvsc: /no/\\x1b[31m: No such file or directory\n");
+}
+
+// Override of direction, isolate, zero-width space, tag, C1 control.
+TEST_F(Tvsc, names_that_look_like_others_show_what_is_in_them) {
+    CreateSample(name, "",
+                 {"--display", "a\xE2\x80\xAE"
+                               "b\xE2\x81\xA6"
+                               "c\xE2\x80\x8B"
+                               "d\xF3\xA0\x81\xA1"
+                               "e\xC2\x9B"
+                               "f\\x1b"});
+    const std::string shown = "a\\xe2\\x80\\xaeb\\xe2\\x81\\xa6c\\xe2\\x80\\x8bd\\xf3\\xa0\\x81\\xa1"
+                              "e\\xc2\\x9bf\\x5cx1b";
+    for (const char *command : {"list", "status", "show", "name"}) {
+        EXPECT_THAT(InUtf8(command, name), HasSubstr(shown)) << command;
+    }
+}
+
+// Names for a program are bytes; the same command at a terminal shows them as every other does.
+TEST_F(Tvsc, list_of_names_reaches_a_pipe_as_it_is_and_a_terminal_printable) {
+    const std::string service = name + "-\x1B[31m";
+    CreateSample(service);
+    EXPECT_EQ(Do({"list", "--names-only", name + "*"}), service + "\n");
+    const std::string atTerminal = ProgramPath("tvsc") + " list --names-only '" + name + "*'";
+    EXPECT_EQ(RunAndRead({.command = {"/usr/bin/script", "-qec", atTerminal, "/dev/null"}}).output,
+              name + "-\\x1b[31m\r\n");
 }
 
 TEST_F(Tvsc, columns_are_as_wide_as_they_look) {

@@ -61,6 +61,11 @@ TEST(DataText, each_type_on_one_line_without_control_characters) {
     EXPECT_EQ(DataText(Value(REG_BINARY, "\x01\xFF")), "01ff");
 }
 
+TEST(DataText, what_stands_in_a_string_is_told_from_what_stands_for_a_byte_or_an_end) {
+    EXPECT_EQ(DataText(Value(REG_SZ, std::string("C:\\x\\0 \\x1b\0", 12))), "C:\\x\\0 \\x5cx1b");
+    EXPECT_EQ(DataText(Value(REG_MULTI_SZ, std::string("a\\0b\0\\d\0\0", 9))), "a\\x5c0b\\0\\d");
+}
+
 TEST(ValueJson, each_kind_of_data) {
     EXPECT_EQ(ValueJson(Value(REG_DWORD, std::string("\x10\0\0\0", 4))).dump(),
               R"({"name":"n","type":"REG_DWORD","type_code":4,"data":16})");
