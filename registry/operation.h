@@ -11,9 +11,6 @@
 #include <algorithm>
 #include <cstring>
 
-// A string of the caller's, or a placeholder, as a field of an argument record.
-inline char *Borrowed(const char *text) { return const_cast<char *>(text); }
-
 inline bool IsGiven(const char *name) { return name != nullptr && name[0] != '\0'; }
 
 // A name that the daemon cannot do without. Beside it travels a flag that tells a placeholder from a name.

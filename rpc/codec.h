@@ -31,6 +31,9 @@ struct CountedBytes {
 // The routine of a record without fields (xdr_void with the parameters of every other routine).
 inline bool_t xdr_nothing(XDR * /*xdrs*/, void * /*record*/) { return TRUE; }
 
+// A text as a field of a record that is only encoded: encoding reads through pointers and never writes.
+inline char *Borrowed(const char *text) { return const_cast<char *>(text); }
+
 // A 4-byte XDR integer in either sense of the sign. Never through xdr_u_long or xdr_long: those touch eight bytes of
 // memory where long is 64 bits.
 inline bool_t CodeField(XDR *xdrs, std::uint32_t &value) {

@@ -39,8 +39,6 @@ struct Connection {
     std::uint32_t xid;           // of the last call
     std::uint32_t callsTimedOut; // in a row: their answers may still come
     bool lost;
-    bool hasTimeout; // CLSET_TIMEOUT overrides the time-out of each call
-    timeval timeout;
     rpc_err error; // of the last call
     MessageInput input;
     MessageOutput output;
@@ -170,7 +168,7 @@ clnt_stat Call(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, voi
     Connection *connection = ConnectionOf(client);
     connection->error = {};
     if (connection->lost) return Fail(connection, RPC_CANTSEND, EPIPE);
-    const Milliseconds deadline = After(connection->hasTimeout ? connection->timeout : timeout);
+    const Milliseconds deadline = After(timeout);
     if (!EncodeCall(connection, procedure, codeArguments, arguments)) {
         return Fail(connection, RPC_CANTENCODEARGS, 0);
     }
@@ -220,11 +218,6 @@ void Destroy(CLIENT *client) {
 bool_t Control(CLIENT *client, u_int request, void *info) {
     Connection *connection = ConnectionOf(client);
     switch (request) {
-    case CLSET_TIMEOUT:
-        connection->hasTimeout = true;
-        connection->timeout = *static_cast<timeval *>(info);
-        return TRUE;
-    case CLGET_TIMEOUT: *static_cast<timeval *>(info) = connection->timeout; return TRUE;
     case CLGET_FD: *static_cast<int *>(info) = connection->descriptor; return TRUE;
     case CLGET_SERVER_ADDR: std::memcpy(info, &connection->server, sizeof connection->server); return TRUE;
     default: return FALSE;

@@ -41,6 +41,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <type_traits>
 
 namespace {
@@ -89,7 +90,6 @@ struct SilenceList {
 };
 
 struct Door {
-    SVCXPRT *transport;
     DoorAdmits admits;
     DoorTurn turn;
     int waitMs; // for events while there is no request: 0, or -1 when the door itself waits
@@ -658,7 +658,6 @@ bool PrepareDescriptors(int listenerNumber) {
 } // namespace
 
 bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait, DoorTurn turn) {
-    door.transport = listener;
     door.admits = admits;
     door.turn = turn;
     door.waitMs = wait == DoorWait::Inside ? -1 : 0;
@@ -687,4 +686,17 @@ void ReplaceReplies(std::uint32_t number) {
     door.substitute = number;
     SendSubstitutes();
     SettleHeld();
+}
+
+bool IsLocalPeer(const sockaddr_in &peer, const sockaddr_in &local) {
+    return ntohl(peer.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET || peer.sin_addr.s_addr == local.sin_addr.s_addr;
+}
+
+// The door's set stands for the listener and all connections: there is nothing else that the library could wait for.
+bool ServeNextRequests(int wake, const sigset_t *waitingMask) {
+    pollfd waited[] = {{door.epoll, POLLIN, 0}, {wake, POLLIN, 0}};
+    (void)ppoll(waited, std::size(waited), nullptr, waitingMask);
+    if (waited[1].revents != 0) return false;
+    if (waited[0].revents != 0) svc_getreq_poll(waited, 1);
+    return true;
 }

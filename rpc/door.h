@@ -7,15 +7,20 @@
 
 #include <netinet/in.h>
 #include <rpc/rpc.h>
+#include <signal.h>
 
 #include <cstdint>
 
 // Whether a peer may come in; `local` is this end's address of its connection. May be null: everyone may.
 using DoorAdmits = bool (*)(const sockaddr_in &peer, const sockaddr_in &local);
 
-// Where the server waits for requests: in the loop around svc_getreq_poll, which is svc_run or the program's own, or
-// inside the door, which spares two system calls a request. The loop then hands over to the door at the first request
-// and does not get its turn again: for servers that have no other transport and no end of their own.
+// A DoorAdmits: only this machine may. A peer is on it when it comes from the loopback network, or from the address
+// that it reached us at: no other machine can send from an address of ours.
+[[nodiscard]] bool IsLocalPeer(const sockaddr_in &peer, const sockaddr_in &local);
+
+// Where the server waits for requests: in a loop, which is ServeNextRequests or svc_run, or inside the door, which
+// spares two system calls a request. svc_run then hands over to the door at the first request and does not get its turn
+// again: for servers that have no other transport and no end of their own.
 enum class DoorWait { InLoop, Inside };
 
 // Called between any two requests, when all that has come has been read: for work that several requests share, such as
@@ -47,3 +52,10 @@ void ReleaseReplies();
 
 // Sends what each substitute makes of the number in place of the replies held.
 void ReplaceReplies(std::uint32_t number);
+
+// The body of a loop around a DoorWait::InLoop door that ends some time: waits for a request and serves what has come.
+//   wake          a descriptor that ends the loop when it can be read; -1 for none
+//   waitingMask   the signal mask to wait with, so that a signal that is blocked otherwise ends the wait; null for the
+//                 present one
+// Returns false once wake can be read, true in any other case, an interrupted wait included.
+[[nodiscard]] bool ServeNextRequests(int wake, const sigset_t *waitingMask = nullptr);

@@ -10,7 +10,6 @@
 #include "svcapi/port_entry.h"
 #include "svcapi/runtime.h"
 
-#include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 
@@ -197,21 +196,8 @@ void AnswerCall(svc_req *request, SVCXPRT *transport) {
 
 // Thread body: serves calls until `wake` can be read.
 void ServeCalls(int wake) {
-    std::vector<pollfd> polled;
-    for (;;) {
-        polled.assign(svc_pollfd, svc_pollfd + svc_max_pollfd);
-        polled.push_back({wake, POLLIN, 0});
-        int ready = poll(polled.data(), polled.size(), -1);
-        if (polled.back().revents != 0) return;
-        polled.pop_back();
-        if (ready > 0) svc_getreq_poll(polled.data(), ready);
+    while (ServeNextRequests(wake)) {
     }
-}
-
-// Only this machine's daemon has anything to say to a service. A connection to one's own machine comes from the address
-// that it goes to, or from one of the loopback network.
-bool IsOwnMachine(const sockaddr_in &peer, const sockaddr_in &local) {
-    return peer.sin_addr.s_addr == local.sin_addr.s_addr || ntohl(peer.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
 }
 
 // A listening socket of our own making, because it has to be close-on-exec.
@@ -226,7 +212,8 @@ SVCXPRT *Listen() {
     constexpr int noPortMapper = 0;
     const bool registered = transport != nullptr && svc_register(transport, ServiceProgramNumber(),
                                                                  serviceProgramVersion, AnswerCall, noPortMapper);
-    return registered && OpenDoor(transport, IsOwnMachine) ? transport : nullptr;
+    // Only this machine's daemon has anything to say to a service.
+    return registered && OpenDoor(transport, IsLocalPeer) ? transport : nullptr;
 }
 
 void RemovePidFiles(ServiceRuntime &runtime) {

@@ -59,9 +59,6 @@ void FreeDecoded(Record *record) {
 template <typename Record, bool_t (*Code)(XDR *, Record *)>
 using AnswerGuard = std::unique_ptr<Record, Calls<&FreeDecoded<Record, Code>>>;
 
-// Argument records hold char pointers; encoding only reads through them.
-inline char *Borrowed(const char *text) { return const_cast<char *>(text); }
-
 inline DWORD AsCode(std::int32_t status) { return static_cast<DWORD>(status); }
 
 SERVICE_STATUS ToWin32(const svd_status_t &status);

@@ -14,7 +14,6 @@
 #include "rpc/door.h"
 #include "util/printable.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <unistd.h>
@@ -259,12 +258,6 @@ void Answer(SVCXPRT *transport, bool_t (*decode)(XDR *, Arguments *),
         svcerr_decode(transport);
     }
     (void)svc_freeargs(transport, Untyped(decode), reinterpret_cast<char *>(&arguments));
-}
-
-// A peer is on this machine when it comes from a loopback address or from the address that it reached us at: no other
-// machine can send from an address of ours.
-bool IsLocalPeer(const sockaddr_in &peer, const sockaddr_in &local) {
-    return (ntohl(peer.sin_addr.s_addr) >> 24) == IN_LOOPBACKNET || peer.sin_addr.s_addr == local.sin_addr.s_addr;
 }
 
 void Dispatch(svc_req *request, SVCXPRT *transport) {

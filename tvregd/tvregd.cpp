@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
+#include "rpc/door.h"
 #include "tvregd/regd_svc.h"
 #include "util/standard_descriptors.h"
 #include "util/printable.h"
@@ -7,7 +8,6 @@
 #include <CLI/CLI.hpp>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -51,16 +51,6 @@ sigset_t PrepareSignals() {
     (void)sigdelset(&waiting, SIGTERM);
     (void)sigdelset(&waiting, SIGINT);
     return waiting;
-}
-
-// svc_run with an end.
-void ServeUntilSignalled(const sigset_t &waitingMask) {
-    std::vector<pollfd> descriptors;
-    while (endRequested == 0) {
-        descriptors.assign(svc_pollfd, svc_pollfd + svc_max_pollfd);
-        const int ready = ppoll(descriptors.data(), descriptors.size(), nullptr, &waitingMask);
-        if (ready > 0) svc_getreq_poll(descriptors.data(), ready);
-    }
 }
 
 std::string UserDatabase() {
@@ -139,7 +129,9 @@ int Serve(const Options &options) {
     if (!StartService(registry, options.allowRemote)) return 1;
     if (serving >= 0) TellServing(serving);
     NotifyManager();
-    ServeUntilSignalled(waitingMask);
+    while (endRequested == 0) {
+        (void)ServeNextRequests(-1, &waitingMask);
+    }
     store.reset();
     StopService();
     return 0;
