@@ -4,10 +4,6 @@
 // Owns: the signal mask of program start, written once by the main thread.
 #include "servd/child_signals.h"
 
-#include <signal.h>
-
-#include <initializer_list>
-
 static sigset_t maskAtStart;
 
 void BlockBrokenPipeSignal() {
@@ -18,7 +14,7 @@ void BlockBrokenPipeSignal() {
 }
 
 void RestoreSignalsInChild() {
-    for (const int caught : {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT}) {
+    for (const int caught : caughtSignals) {
         (void)signal(caught, SIG_DFL);
     }
     (void)sigprocmask(SIG_SETMASK, &maskAtStart, nullptr);

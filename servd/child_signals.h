@@ -2,6 +2,11 @@
 // child_signals: services start with the signals that the daemon itself was started with.
 #pragma once
 
+#include <signal.h>
+
+// Those that the daemon catches, all of them to end.
+inline constexpr int caughtSignals[] = {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT};
+
 // Blocks SIGPIPE in the calling thread and remembers the signal mask before that. Its disposition stays the default, so
 // that nothing is inherited. Main thread, once, before any other thread and before the first call that may send.
 void BlockBrokenPipeSignal();

@@ -9,26 +9,22 @@
 #include "servd/child_signals.h"
 #include "servd/ending.h"
 #include "servd/limits.h"
-#include "servd/servd_svc_proc/servd_svc_proc.h"
-#include "servd/servdsvc.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/startup.h"
+#include "servd/servd_xdr.h"
+#include "servd/serving.h"
+#include "tv/winerror.h"
 #include "util/standard_descriptors.h"
 
 #include <rpc/pmap_clnt.h>
-#include <signal.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
 constexpr char stopWord[] = "stop";
-
-[[noreturn]] void Fail(const char *message) {
-    (void)std::fwrite(message, 1, std::strlen(message), stderr);
-    std::exit(1);
-}
 
 // --- the stop command ---
 
@@ -62,17 +58,9 @@ void sigHandler(int /*signalNumber*/) { EndOnSignal(); }
 
 void InstallSignalHandlers() {
     PrepareEnding();
-    for (const int caught : {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT}) {
+    for (const int caught : caughtSignals) {
         CatchSignal(caught, sigHandler);
     }
-}
-
-std::uint32_t BuildDatabase() {
-    std::uint32_t rc = ReadGroupOrderList(&firstunorderedgroupindex);
-    if (rc == 0) rc = ReadServiceDatabase();
-    if (rc == 0) rc = SortServicesInGroups();
-    if (rc == 0) rc = RunAutoStartServices();
-    return rc;
 }
 
 // Builds the in-memory service state, once. Returns 0 or the failing step's code; clients learn of a failure from
@@ -88,23 +76,6 @@ std::uint32_t InitializeSCM() {
     return rc;
 }
 
-SVCXPRT *CreateTcpTransport() {
-    SVCXPRT *transport = svctcp_create(RPC_ANYSOCK, 0, 0);
-    if (transport == nullptr) Fail("cannot create tcp service.");
-    return transport;
-}
-
-void RegisterOverTcp(SVCXPRT *transport) {
-    if (!svc_register(transport, SERVDAEMONPROG, SERVDAEMONVERS, servdaemonprog_1, IPPROTO_TCP)) {
-        Fail("unable to register (SERVDAEMONPROG, SERVDAEMONVERS, tcp).");
-    }
-}
-
-[[noreturn]] void Serve() {
-    svc_run();
-    Fail("svc_run returned");
-}
-
 [[noreturn]] void RunDaemon() {
     (void)setpgid(0, 0);
     BlockBrokenPipeSignal();
@@ -114,18 +85,6 @@ void RegisterOverTcp(SVCXPRT *transport) {
     if (!OpenDoor(transport, nullptr, DoorWait::Inside)) Fail("cannot create tcp service.");
     RegisterOverTcp(transport);
     (void)InitializeSCM(); // the daemon serves even when it failed
-    Serve();
-}
-
-// Serves over UDP as well. Deliberate: kept by this name, and called by nobody; the daemon is reached over TCP only.
-[[noreturn, maybe_unused]] void tarvo_nevercallthisfunction() {
-    (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS);
-    SVCXPRT *transport = svcudp_create(RPC_ANYSOCK);
-    if (transport == nullptr) Fail("cannot create udp service.");
-    if (!svc_register(transport, SERVDAEMONPROG, SERVDAEMONVERS, servdaemonprog_1, IPPROTO_UDP)) {
-        Fail("unable to register (SERVDAEMONPROG, SERVDAEMONVERS, udp).");
-    }
-    RegisterOverTcp(CreateTcpTransport());
     Serve();
 }
 

@@ -5,7 +5,7 @@
 // it.
 #include "servd/servdsvc.h"
 
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/handlers.h"
 
 #include <algorithm>
 #include <cstddef>

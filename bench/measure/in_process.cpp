@@ -7,7 +7,11 @@
 #include "bench/measure/servers.h"
 #include "registry/registry.h"
 #include "rpc/message.h"
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/dependencies.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/handlers.h"
+#include "servd/servd_svc_proc/load.h"
 
 #include <benchmark/benchmark.h>
 #include <fmt/core.h>

@@ -5,7 +5,10 @@
 #include "bench/floor/floor_rpc.h"
 #include "bench/measure/rows.h"
 #include "bench/measure/servers.h"
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/kept_names.h"
+#include "servd/servd_svc_proc/load.h"
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>

@@ -6,7 +6,14 @@
 // Thread:  main thread only, before the first request is served.
 // Deliberate: the order is that of the records, not of groups and tags; a dependency is started whatever its own start
 // type; nothing that fails here is reported, and a dependency that fails stops nobody.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/autostart.h"
+
+#include "servd/servd_svc_proc/dependencies.h"
+#include "servd/servd_svc_proc/start.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 #include <limits>
 

@@ -11,16 +11,23 @@
 // Deliberate: "DependOnService" holds the Unix account and "DependOnGroup" every dependency; create files a service in
 //             imagepathlist under its group; a tag that was handed out is not entered into the record, nor into the
 //             group's list of tags, of which only the count goes up.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/handlers.h"
 
 #include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/account.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/dependencies.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/servd_svc_proc/word_sum.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace {
-
-constexpr std::uint32_t unknownUser = 0xFFFFFFFF; // what GetUserIDFromName answers
 
 // A value as the registry holds it.
 struct RegistryValue {

@@ -1,30 +1,31 @@
 // SPDX-License-Identifier: MIT
-// control: the procedures that move a service between its states, and the deadline by which a silent one is found dead.
+// control: the procedures that start a service and send it controls.
 //
 //   state                   event                                              next
 //   SERVICE_STOPPED         start, its process reached                         SERVICE_START_PENDING (start)
-//   any                     report of the service, or its answer to a control  whatever it says, unchecked
-//   any but STOPPED         start, control or query after the deadline         SERVICE_STOPPED with 1067
-//   any but STOPPED         control without an answer, process gone            SERVICE_STOPPED with 1067
-//
-// Nothing here runs by itself: a dead service is found at the next request about it.
+//   any                     answer of the service to a control                 whatever it says, unchecked
+//   any but STOPPED         start or control after the deadline                SERVICE_STOPPED with 1067 (status)
+//   any but STOPPED         control without an answer, process gone            SERVICE_STOPPED with 1067 (status)
 //
 // Owns:    nothing.
 // Thread:  main thread only; a start or a control request holds every other client up until its service has answered.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/handlers.h"
 
 #include "rpc/dial.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/dependencies.h"
+#include "servd/servd_svc_proc/start.h"
+#include "servd/servd_svc_proc/startup.h"
+#include "servd/servd_svc_proc/status.h"
+#include "servd/servd_svc_proc/values.h"
 #include "servd/service_clnt.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 #include <csignal>
 
 namespace {
-
-bool DeadlinePassedNow(const ServiceDatabaseEntry &entry) {
-    timeval now{};
-    (void)gettimeofday(&now, nullptr);
-    return HasDeadlinePassed(entry, now);
-}
 
 // Sums in *bytes what the stopped services that this one depends on would take in an enumeration: more than 0 when
 // there is one. Returns 0, 234, 1059 or a registry error.
@@ -41,7 +42,7 @@ std::uint32_t StartService(std::int32_t handle, svd_arglist_t *arglist, std::int
     const ServiceDatabaseEntry &entry = svcdb[handle];
     if (entry.deletePending != 0) return ERROR_SERVICE_MARKED_FOR_DELETE; // 1072
     if (entry.status.dwCurrentState != SERVICE_STOPPED) {
-        if (!DeadlinePassedNow(entry)) return ERROR_SERVICE_ALREADY_RUNNING; // 1056
+        if (!HasDeadlinePassedNow(entry)) return ERROR_SERVICE_ALREADY_RUNNING; // 1056
         ServiceFailed(handle);
     }
     std::int32_t stoppedBytes = 0;
@@ -91,7 +92,7 @@ std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_statu
 
     const std::int32_t refusal = RefusalOfControl(entry.status, control);
     if (refusal != ERROR_SUCCESS) return refusal;
-    if (DeadlinePassedNow(entry)) {
+    if (HasDeadlinePassedNow(entry)) {
         ServiceFailed(handle);
         *serviceStatus = entry.status;
         return ERROR_SERVICE_CANNOT_ACCEPT_CTRL; // 1061
@@ -109,39 +110,7 @@ std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_statu
     return ERROR_SERVICE_NOT_ACTIVE; // 1062
 }
 
-std::int32_t SetStatus(std::int32_t handle, const svd_status_t &status) {
-    if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
-    ServiceDatabaseEntry &entry = svcdb[handle];
-    // Deliberate: taken as it stands, whoever sent it; a service that reports itself stopped keeps its process id.
-    entry.status = status;
-    timeval now{};
-    (void)gettimeofday(&now, nullptr);
-    entry.statusDeadline = DeadlineAfter(now, status.dwWaitHint);
-    return ERROR_SUCCESS;
-}
-
-std::int32_t QueryStatus(std::int32_t handle, svd_status_t *serviceStatus) {
-    if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
-    if (DeadlinePassedNow(svcdb[handle])) ServiceFailed(handle);
-    *serviceStatus = svcdb[handle].status;
-    return ERROR_SUCCESS;
-}
-
 } // namespace
-
-bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const timeval &now) {
-    if (entry.status.dwWaitHint == 0) return false;
-    const StatusDeadline &deadline = entry.statusDeadline;
-    // Unsigned, so that the words of the record last until 2106 instead of 2038.
-    const auto seconds = static_cast<std::uint32_t>(now.tv_sec);
-    const auto deadlineSeconds = static_cast<std::uint32_t>(deadline.seconds);
-    if (seconds != deadlineSeconds) return seconds > deadlineSeconds;
-    return now.tv_usec > deadline.microseconds;
-}
-
-StatusDeadline DeadlineAfter(const timeval &now, std::int32_t waitHintMs) {
-    return {.seconds = WordSum(now.tv_sec, waitHintMs / 1000), .microseconds = WordSum(now.tv_usec, waitHintMs % 1000)};
-}
 
 servd_SERV_START_SERVICE_RETURN *serv_start_service_1(servd_SERV_START_SERVICE *argument, svc_req *) {
     static servd_SERV_START_SERVICE_RETURN reply; // owns nothing
@@ -152,18 +121,5 @@ servd_SERV_START_SERVICE_RETURN *serv_start_service_1(servd_SERV_START_SERVICE *
 servd_SERV_CONTROL_SERVICE_RETURN *serv_control_service_1(servd_SERV_CONTROL_SERVICE *argument, svc_req *) {
     static servd_SERV_CONTROL_SERVICE_RETURN reply; // owns nothing
     reply.status = ControlService(argument->handle, argument->control, &reply.serviceStatus);
-    return &reply;
-}
-
-servd_SERV_SET_STATUS_SERVICE_RETURN *serv_set_status_service_1(servd_SERV_SET_STATUS_SERVICE *argument, svc_req *) {
-    static servd_SERV_SET_STATUS_SERVICE_RETURN reply; // owns nothing
-    reply.status = SetStatus(argument->handle, argument->serviceStatus);
-    return &reply;
-}
-
-servd_SERV_QUERY_STATUS_SERVICE_RETURN *serv_query_status_service_1(servd_SERV_QUERY_STATUS_SERVICE *argument,
-                                                                    svc_req *) {
-    static servd_SERV_QUERY_STATUS_SERVICE_RETURN reply; // owns nothing
-    reply.status = QueryStatus(argument->handle, &reply.serviceStatus);
     return &reply;
 }

@@ -5,7 +5,7 @@
 // Thread:  main thread only; nothing here is locked.
 // Deliberate: the loader fills records from index 1, but the search for a free record begins at 0, so that the first
 // service created after start-up takes record 0.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/database.h"
 
 #include "servd/checked_memory.h"
 #include "servd/servd_svc_proc/name_index.h"
@@ -15,15 +15,6 @@
 ServiceDatabaseEntry *svcdb;
 std::int32_t svcdbsize;
 ServiceDatabaseLock svcdblock;
-GroupListEntry *grouplist;
-std::int32_t grouplistsize;
-ImagePathEntry *imagepathlist;
-std::int32_t imagepathlistsize;
-
-std::int32_t binitializing;
-std::uint32_t initstatus;
-char scmhostname[256];
-std::int32_t firstunorderedgroupindex;
 
 static constexpr std::int32_t growthRecords = 50;
 

@@ -7,9 +7,15 @@
 //
 // The walk keeps its own stack on the heap, since the depth of a dependency chain is the registry's to choose; and it
 // walks the members of a group once, since the registry chooses, too, how often a group is named.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/dependencies.h"
 
 #include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/servd_svc_proc/word_sum.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 #include <cstring>
 

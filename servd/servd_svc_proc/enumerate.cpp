@@ -7,9 +7,16 @@
 //          enumeration is one block, since a block for each of its names takes longer than all the rest.
 // Thread:  main thread only.
 // Deliberate: the status enumeration never lists record 0, and the name look-ups find services marked for deletion.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/handlers.h"
 
 #include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/dependencies.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/servd_svc_proc/word_sum.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 #include <cstring>
 

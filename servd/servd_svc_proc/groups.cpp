@@ -7,15 +7,25 @@
 // Reads:   tags in svcdb; the registry keys ServiceGroupOrder and GroupOrderList.
 // Thread:  main thread only; nothing here is locked.
 // Deliberate: removal edits grouplist, whichever list was searched.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/groups.h"
 
+#include "registry/key.h"
 #include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/database.h"
 #include "servd/servd_svc_proc/name_index.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <utility>
+
+GroupListEntry *grouplist;
+std::int32_t grouplistsize;
+ImagePathEntry *imagepathlist;
+std::int32_t imagepathlistsize;
 
 namespace {
 

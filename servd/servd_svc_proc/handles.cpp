@@ -13,9 +13,17 @@
 //
 // Owns:    svcdblock's owner name.
 // Thread:  main thread only; each result is a static record that the next call of the same handler overwrites.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/handlers.h"
 
 #include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/startup.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/servd_svc_proc/word_sum.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 #include <cstring>
 

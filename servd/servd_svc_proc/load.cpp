@@ -7,9 +7,14 @@
 // Deliberate: the first service takes record 1; "Type" and "DisplayName" have no defaults, so that one service without
 // them keeps the whole database from loading; a service without "Tag" takes over the tag of the one loaded before it;
 // a load that fails leaves its keys open.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/load.h"
 
-#include "servd/checked_memory.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 namespace {
 

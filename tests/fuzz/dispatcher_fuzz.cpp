@@ -68,7 +68,7 @@ void Dispatch(std::uint32_t procedure, char *bytes, std::size_t count) {
     Require(replies == 1, "one reply to a request");
 }
 
-void BuildDatabase() {
+void FillDatabase() {
     InstallMemoryRegistry();
     InstallService("Alpha", {.displayName = "First", .imagePath = "/bin/alpha", .group = "Net", .tag = 2});
     InstallService("Beta", {.type = SERVICE_WIN32_SHARE_PROCESS,
@@ -94,7 +94,7 @@ void CheckDatabase() {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    BuildDatabase();
+    FillDatabase();
     while (size >= 3) {
         const std::uint32_t procedure = data[0];
         const std::size_t wanted = static_cast<std::size_t>(data[1]) * 256 + data[2];

@@ -2,9 +2,13 @@
 // suite: what the cases of the handlers share. They run twice, see tests/support/procedures.h.
 #pragma once
 
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/service_keys.h"
 #include "tests/support/procedures.h"
 #include "tests/support/service_registry.h"
+#include "tv/winerror.h"
+#include "tv/winreg.h"
+#include "tv/winsvc.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,10 +3,15 @@
 // for.
 //
 // Arguments are handed over as a client's record; a reply is copied through its wire form, as the dispatcher sends it.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/handlers.h"
+#include "servd/servd_svc_proc/kept_names.h"
+#include "servd/servd_svc_proc/load.h"
+#include "servd/servd_svc_proc/startup.h"
 #include "tests/support/memory_registry.h"
 #include "tests/support/procedures.h"
 #include "tests/support/registry_faults.h"
+#include "tv/winerror.h"
 
 #include <iterator>
 

@@ -88,7 +88,6 @@ add_dependencies(tv_hazard odd_service)
 target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tv_svcapi GTest::gtest)
 
 # The daemon with a memory that fails on request: support/failing_malloc.h
-add_executable(servd_failing support/failing_malloc.cpp ${PROJECT_SOURCE_DIR}/servd/servdmain.cpp
-  ${PROJECT_SOURCE_DIR}/servd/servdsvc.cpp ${PROJECT_SOURCE_DIR}/servd/ending.cpp)
-target_link_libraries(servd_failing PRIVATE tv_options servd_core)
+add_executable(servd_failing support/failing_malloc.cpp ${PROJECT_SOURCE_DIR}/servd/servdmain.cpp)
+target_link_libraries(servd_failing PRIVATE tv_options servd_serving)
 target_link_options(servd_failing PRIVATE -Wl,--wrap=malloc,--wrap=calloc,--wrap=realloc)

@@ -7,7 +7,22 @@
 // Keys are named by their path under HKEY_LOCAL_MACHINE.
 #pragma once
 
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/account.h"
+#include "servd/servd_svc_proc/autostart.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/dependencies.h"
+#include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/handlers.h"
+#include "servd/servd_svc_proc/kept_names.h"
+#include "servd/servd_svc_proc/load.h"
+#include "servd/servd_svc_proc/process.h"
+#include "servd/servd_svc_proc/start.h"
+#include "servd/servd_svc_proc/startup.h"
+#include "servd/servd_svc_proc/status.h"
+#include "servd/servd_svc_proc/values.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "tv/winsvc.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,11 @@
 // real_daemon: the registry emptied key by key, the daemon started anew, calls over one connection.
 #include "tests/support/real_daemon.h"
 
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "registry/key.h"
 #include "tests/support/host.h"
 #include "tests/support/procedures.h"
+#include "tv/winerror.h"
+#include "tv/winreg.h"
 
 namespace {
 

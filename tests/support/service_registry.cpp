@@ -2,8 +2,10 @@
 // service_registry: keys and values through the Reg* functions. A call that must not fail ends the test program.
 #include "tests/support/service_registry.h"
 
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "registry/key.h"
+#include "servd/service_keys.h"
 #include "tests/support/procedures.h"
+#include "tv/winerror.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Control requests to service processes: the handler itself, over a registry in memory, and processes that answer over
 // TCP as each case has it.
-#include "servd/servd_svc_proc/servd_svc_proc.h"
+#include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/handlers.h"
+#include "servd/servd_svc_proc/startup.h"
 #include "tests/support/host.h"
 #include "tests/support/procedures.h"
 #include "tests/support/service_registry.h"
+#include "tv/winsvc.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+// start: bringing a service up.
+#pragma once
+
+#include "servd/service_xdr.h"
+
+// Starts the service svcdb[index] in a new process and hands it its start request.
+//   arglist  start arguments in order; may be null; borrowed for the call
+//   argc     number of arguments, as the client gave it
+// Blocks for whole seconds, up to the retry limits, plus one 25-second call.
+// Returns 0; 3 program could not be executed; 6 no fork; 1053 process unreachable or silent; 1056 the service is not
+// stopped; else the service's own refusal.
+[[nodiscard]] std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc);
