@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Every allocation refused once: through the start with a small database, and through one call of every procedure. The
-// daemon ends with its message and status 1, or answers something defined; it never crashes, and a daemon that lives
-// on answers as one does that was started afresh.
+// daemon ends with its message and status 1, or answers with a result or a refusal; it never crashes, and a daemon that
+// lives on answers as one does that was started afresh.
 #include "tests/support/failing_malloc.h"
 #include "tests/support/hazard.h"
 

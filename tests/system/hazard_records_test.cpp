@@ -22,8 +22,8 @@ namespace {
 
 constexpr std::uint32_t extremes[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
 
-// What the daemon may answer a request that it cannot or need not carry out.
-bool IsDefinedAnswer(const std::string &answer) {
+// A request that the daemon cannot or need not carry out gets a result of its procedure, or is refused as garbage.
+bool IsResultOrRefusal(const std::string &answer) {
     if (answer.size() < ServdFailure(GARBAGE_ARGS).size() || WordOf(answer, 2) != MSG_ACCEPTED) return false;
     return WordOf(answer, 5) == SUCCESS || answer == ServdFailure(GARBAGE_ARGS);
 }
@@ -61,7 +61,7 @@ TEST_F(Hazard, every_number_at_its_extremes_is_answered) {
                     argument.replace(number, 4, Words({extreme}));
                     const Socket client = Connect();
                     ASSERT_TRUE(Send(client, AsMessage(ServdCall(form.procedure, argument))));
-                    EXPECT_TRUE(IsDefinedAnswer(ReadMessage(client)))
+                    EXPECT_TRUE(IsResultOrRefusal(ReadMessage(client)))
                         << form.procedure << " at " << number << ": " << extreme;
                     ++requests;
                 }

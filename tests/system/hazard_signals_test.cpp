@@ -31,7 +31,7 @@ struct HazardSignals : Hazard {
 
     void PauseUpTo(int milliseconds) { PauseMs(std::uniform_int_distribution(0, milliseconds)(random)); }
 
-    // Sends the signal, expects the defined end, and returns how long it took in milliseconds.
+    // Sends the signal, expects status 0 and no entry in the port mapper, and returns how long it took in milliseconds.
     double EndBy(int signalNumber) {
         const Clock::time_point start = Clock::now();
         const int status = StopDaemon(daemon, signalNumber, 10000);

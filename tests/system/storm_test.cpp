@@ -2,8 +2,8 @@
 // A storm: hostile, malformed and legitimate traffic from many connections, with services that crash and a registry
 // that restarts, beside a probe that calls every procedure but the stop and knows the right answer to each.
 //
-// TV_STORM_SECONDS tells how long (15 without it). Waits behind a service start are the daemon's defined behaviour:
-// such calls are checked like any other, but counted apart.
+// TV_STORM_SECONDS tells how long (15 without it). One thread serves everybody and waits for a service that it starts:
+// calls behind such a start are checked like any other, but counted apart.
 #include "tests/support/hazard.h"
 
 #include "tv/winerror.h"
