@@ -21,7 +21,8 @@ target_link_libraries(tv_procedures PRIVATE tv_options PUBLIC servd_wire tv_regi
 add_library(tv_handler_cases OBJECT handlers/handles_cases.cpp handlers/control_cases.cpp handlers/config_cases.cpp
   handlers/enumerate_cases.cpp handlers/model_cases.cpp handlers/model.cpp)
 target_link_libraries(tv_handler_cases PRIVATE tv_options PUBLIC tv_procedures GTest::gmock)
-add_library(tv_fault_cases OBJECT handlers/fault_cases.cpp)
+add_library(tv_fault_cases OBJECT handlers/call_orders.cpp handlers/create_faults.cpp handlers/change_faults.cpp
+  handlers/other_faults.cpp)
 target_link_libraries(tv_fault_cases PRIVATE tv_options PUBLIC tv_procedures GTest::gmock)
 
 # The two ways: the handlers themselves over a registry in memory, and the real programs on a private host.
