@@ -22,8 +22,8 @@
 // Bounds: maxRequestBytes for one request, maxHeldBytes for all unfinished requests and unread replies together, and
 // the descriptor limit less a reserve for the number of connections. Past a bound the connection that has been silent
 // longest makes room; those that never sent a byte go first, but for an eighth of the places, in which newcomers have
-// the time to speak. Credentials: AUTH_NONE and AUTH_SYS are let through; anything else is refused here, before the
-// library looks at it. Thread: the thread of svc_run only.
+// the time to speak. Credentials: AUTH_NONE and whole ones of AUTH_SYS are let through; anything else is refused here,
+// before the library looks at it. Thread: the thread of svc_run only.
 #include "rpc/door.h"
 
 #include "rpc/codec.h"
@@ -530,9 +530,32 @@ void HandleEvents() {
 
 // --- requests ---
 
-bool IsCredentialKnown(const rpc_msg &message) {
-    const enum_t flavor = message.rm_call.cb_cred.oa_flavor;
-    return flavor == AUTH_NONE || flavor == AUTH_SYS;
+std::uint32_t WordAt(const opaque_auth &credential, std::size_t at) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, credential.oa_base + at, sizeof word);
+    return ntohl(word);
+}
+
+// Whether an AUTH_SYS credential (RFC 5531, appendix A: stamp, machine name, user, group, further groups) is one that
+// the library takes. More bytes than it needs are no fault.
+bool IsSystemCredentialWhole(const opaque_auth &credential) {
+    const std::size_t bytes = credential.oa_length;
+    std::size_t needed = 5 * BYTES_PER_XDR_UNIT;
+    if (bytes < needed) return false;
+    const std::uint32_t nameBytes = WordAt(credential, BYTES_PER_XDR_UNIT);
+    if (nameBytes > MAX_MACHINE_NAME) return false;
+    needed += RNDUP(nameBytes);
+    if (bytes < needed) return false;
+    const std::uint32_t groups = WordAt(credential, needed - BYTES_PER_XDR_UNIT);
+    return groups <= NGRPS && bytes >= needed + groups * std::size_t{BYTES_PER_XDR_UNIT};
+}
+
+// What the library must not see: a flavour that it would ask other machines about, and a credential whose refusal it
+// tells with a line on standard output, which nobody may be reading.
+auth_stat CheckCredential(const opaque_auth &credential) {
+    if (credential.oa_flavor == AUTH_NONE) return AUTH_OK;
+    if (credential.oa_flavor != AUTH_SYS) return AUTH_REJECTEDCRED;
+    return IsSystemCredentialWhole(credential) ? AUTH_OK : AUTH_BADCRED;
 }
 
 // Takes the request that the connection holds in hand. False when it holds no whole one, or one that is no request.
@@ -584,8 +607,9 @@ bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
     if (!TakeNextRequest(message)) return FALSE;
     transport->xp_rtaddr.buf = &door.present->peer;
     transport->xp_rtaddr.len = transport->xp_rtaddr.maxlen = sizeof door.present->peer;
-    if (IsCredentialKnown(*message)) return TRUE;
-    svcerr_auth(transport, AUTH_REJECTEDCRED);
+    const auth_stat refusal = CheckCredential(message->rm_call.cb_cred);
+    if (refusal == AUTH_OK) return TRUE;
+    svcerr_auth(transport, refusal);
     return FALSE;
 }
 

@@ -5,9 +5,12 @@
 #include "tv/winerror.h"
 #include "tv/winreg.h"
 
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <atomic>
+#include <fcntl.h>
 #include <thread>
 
 using namespace raw;
@@ -307,6 +310,33 @@ TEST_F(Hazard, credentials_of_every_flavour_are_answered_at_once) {
     }
     EXPECT_LT(worst, 1000);
     Measured("%d of 36 credentials refused with an authentication error, the slowest in %.2f ms", refused, worst);
+}
+
+// Symptom: with a pipe for its standard output that nobody reads, the daemon stopped for good after some two thousand
+// small requests. Cause: libtirpc prints a line for each of them.
+TEST_F(Hazard, credentials_in_pieces_write_nothing_to_the_launcher_s_output) {
+    const std::string output = folder + "/output";
+    ASSERT_EQ(mkfifo(output.c_str(), 0600), 0);
+    const Socket undrained(open(output.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    ASSERT_GE(undrained.descriptor, 0);
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    StartDaemon({.outputFile = output, .errorFile = output});
+
+    const int requests = Trials(5000, 100000);
+    const std::string call = AsMessage(Words({77, CALL, 2, SERVDAEMONPROG, 1, NULLPROC, AUTH_SYS}) +
+                                       XdrString(Words({1, 0, 0, 0, 16})) + Words({AUTH_NONE, 0}));
+    const std::string refusal = Words({77, REPLY, MSG_DENIED, AUTH_ERROR, AUTH_BADCRED});
+    const Clock::time_point start = Clock::now();
+    const Socket client = Connect();
+    for (int i = 0; i < requests; ++i) {
+        ASSERT_TRUE(Send(client, call));
+        ASSERT_EQ(ReadMessage(client), refusal) << "request " << i;
+    }
+    Measured("%d malformed credentials refused in %.1f s", requests, MsSince(start) / 1000);
+    EXPECT_LT(WorstCallMs(), promptMs);
+    int bytes = -1;
+    ASSERT_EQ(ioctl(undrained.descriptor, FIONREAD, &bytes), 0);
+    EXPECT_EQ(bytes, 0);
 }
 
 // --- clients in numbers ---

@@ -11,6 +11,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -152,15 +153,29 @@ void Dispatch(svc_req *request, SVCXPRT *transport) {
     }
 }
 
-[[noreturn]] void Serve(int portPipe, rlim_t descriptors, DoorAdmits admits) {
+// What a server is started with.
+struct Setting {
+    rlim_t descriptors = 0; // its limit, 0: the test's own
+    DoorAdmits admits = nullptr;
+    bool hasDoor = true; // false: the library alone
+    int output = -1;     // its standard output and error; -1: the test's own
+};
+
+[[noreturn]] void Serve(int portPipe, const Setting &setting) {
     (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (setting.output >= 0) {
+        (void)dup2(setting.output, STDOUT_FILENO);
+        (void)dup2(setting.output, STDERR_FILENO);
+        (void)setvbuf(stdout, nullptr, _IONBF, 0); // what is printed is there at once
+    }
+    const rlim_t descriptors = setting.descriptors;
     const rlimit limit = {descriptors, descriptors};
     if (descriptors != 0) (void)setrlimit(RLIMIT_NOFILE, &limit);
     SVCXPRT *transport = svctcp_create(RPC_ANYSOCK, 0, 0);
     if (transport == nullptr || !svc_register(transport, program, 1, Dispatch, 0)) _exit(3);
     const std::uint16_t port = transport->xp_port;
-    if (!OpenDoor(transport, admits, DoorWait::InLoop, EndTurn) || write(portPipe, &port, sizeof port) != sizeof port)
-        _exit(4);
+    if (setting.hasDoor && !OpenDoor(transport, setting.admits, DoorWait::InLoop, EndTurn)) _exit(4);
+    if (write(portPipe, &port, sizeof port) != sizeof port) _exit(4);
     (void)close(portPipe);
     svc_run();
     _exit(5);
@@ -171,23 +186,26 @@ struct Door : testing::Test {
     pid_t server = -1;
     std::uint16_t port = 0;
 
-    void Start(rlim_t descriptors = 0, DoorAdmits admits = nullptr) {
+    void Start(const Setting &setting = {}) {
         int ends[2];
         ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
         server = fork();
-        if (server == 0) Serve(ends[1], descriptors, admits);
+        if (server == 0) Serve(ends[1], setting);
         (void)close(ends[1]);
         EXPECT_EQ(read(ends[0], &port, sizeof port), ssize_t{sizeof port}) << "the server did not start";
         (void)close(ends[0]);
     }
 
-    void TearDown() override {
+    void Stop() {
         if (server <= 0) return;
         int status = 0;
         EXPECT_EQ(waitpid(server, &status, WNOHANG), 0) << "the server has ended: " << status;
         (void)kill(server, SIGKILL);
         (void)waitpid(server, &status, 0);
+        server = -1;
     }
+
+    void TearDown() override { Stop(); }
 
     Socket Connect(int receiveBytes = 0) const { return ConnectTo(port, receiveBytes); }
 };
@@ -549,7 +567,7 @@ struct DoorLimit : Door, testing::WithParamInterface<rlim_t> {};
 INSTANTIATE_TEST_SUITE_P(Descriptors, DoorLimit, testing::Values(256, 1024));
 
 TEST_P(DoorLimit, idle_connections_beyond_the_limit_make_room_for_a_new_client) {
-    Start(GetParam());
+    Start({.descriptors = GetParam()});
     const Socket early = Connect();
     ASSERT_TRUE(Send(early, AsMessage(CallOf(Null))));
     EXPECT_EQ(ReadMessage(early), Success(""));
@@ -569,7 +587,7 @@ TEST_P(DoorLimit, idle_connections_beyond_the_limit_make_room_for_a_new_client) 
 // Symptom: a new client's connection was closed before its first byte. Cause: of all connections it was the only one
 // that had not spoken yet, and such go first.
 TEST_P(DoorLimit, connections_that_have_all_spoken_make_room_for_a_new_client) {
-    Start(GetParam());
+    Start({.descriptors = GetParam()});
     std::vector<Socket> idle;
     for (rlim_t i = 0; i < GetParam() + 100; ++i) {
         idle.push_back(Connect());
@@ -588,7 +606,7 @@ TEST_P(DoorLimit, connections_that_have_all_spoken_make_room_for_a_new_client) {
 }
 
 TEST_F(Door, a_full_descriptor_table_makes_the_longest_silent_connection_go) {
-    Start(256);
+    Start({.descriptors = 256});
     const Socket newcomer = Connect();
     const Socket taker = Connect();
     ASSERT_TRUE(Send(taker, AsMessage(CallOf(TakeDescriptors, Words({0})))));
@@ -601,7 +619,7 @@ TEST_F(Door, a_full_descriptor_table_makes_the_longest_silent_connection_go) {
 // Symptom: the last connection that found a descriptor was closed at once. Cause: the next accept fails for want of a
 // descriptor although nobody is waiting, and room was made for nobody.
 TEST_F(Door, the_last_descriptor_serves_and_makes_room_for_the_next_client) {
-    Start(256);
+    Start({.descriptors = 256});
     {
         const Socket taker = Connect();
         ASSERT_TRUE(Send(taker, AsMessage(CallOf(TakeDescriptors, Words({0}))) +
@@ -622,7 +640,7 @@ TEST_F(Door, the_last_descriptor_serves_and_makes_room_for_the_next_client) {
 }
 
 TEST_F(Door, a_full_descriptor_table_without_connections_refuses_a_client_at_once) {
-    Start(256);
+    Start({.descriptors = 256});
     {
         const Socket taker = Connect();
         ASSERT_TRUE(Send(taker, AsMessage(CallOf(TakeThemLater, Words({0})))));
@@ -708,6 +726,79 @@ TEST_F(Door, garbage_in_a_known_credential_is_refused_at_once) {
     EXPECT_EQ(WordOf(ReadMessage(client), 6), UINT32_MAX);
 }
 
+namespace {
+
+// Bodies of AUTH_SYS credentials: with names and groups within and beyond what is allowed, cut at every byte, with
+// lengths that the rest does not hold, and with more bytes than they need.
+std::vector<std::string> SystemCredentials() {
+    std::vector<std::string> bodies;
+    const auto addCuts = [&](const std::string &body) {
+        for (std::size_t bytes = 0; bytes <= body.size(); ++bytes) {
+            bodies.push_back(body.substr(0, bytes));
+        }
+        bodies.push_back(body + Words({0}));
+        bodies.push_back(body + "x");
+    };
+    for (const std::size_t nameBytes : {0, 1, 3, 4, 5, 255, 256}) {
+        for (const std::uint32_t groups : {0, 1, 16, 17}) {
+            std::string body = Words({1}) + XdrString(std::string(nameBytes, 'm')) + Words({1234, 5, groups});
+            for (std::uint32_t group = 0; group < groups; ++group) {
+                body += Words({group});
+            }
+            addCuts(body);
+        }
+    }
+    for (const std::uint32_t length : {0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFCU, 0xFFFFFFFFU}) {
+        addCuts(Words({1, length, 0, 0, 0}));
+        addCuts(Words({1, 0, 0, 0, length}));
+    }
+    std::erase_if(bodies, [](const std::string &body) { return body.size() > MAX_AUTH_BYTES; });
+    return bodies;
+}
+
+std::vector<std::string> AnswersTo(const Socket &client, const std::vector<std::string> &credentials) {
+    std::vector<std::string> answers;
+    for (const std::string &body : credentials) {
+        EXPECT_TRUE(Send(client, AsMessage(CallWithCredential(AUTH_SYS, body))));
+        answers.push_back(ReadMessage(client));
+    }
+    return answers;
+}
+
+std::size_t BytesWaitingIn(int descriptor) {
+    int bytes = -1;
+    EXPECT_EQ(ioctl(descriptor, FIONREAD, &bytes), 0);
+    return static_cast<std::size_t>(bytes);
+}
+
+} // namespace
+
+// Symptom: a daemon whose standard output is a pipe that nobody reads stopped for good. Cause: the library prints a
+// line there for each AUTH_SYS credential whose lengths do not agree.
+TEST_F(Door, credentials_in_pieces_are_answered_as_the_library_does_without_a_word_to_anybody) {
+    const std::vector<std::string> credentials = SystemCredentials();
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const Socket output(ends[0]);
+    const Socket input(ends[1]);
+
+    Start({.output = input.descriptor});
+    const std::vector<std::string> answers = AnswersTo(Connect(), credentials);
+    EXPECT_EQ(BytesWaitingIn(output.descriptor), 0U);
+    Stop();
+    Start({.hasDoor = false, .output = input.descriptor});
+    const std::vector<std::string> expected = AnswersTo(Connect(), credentials);
+    EXPECT_GT(BytesWaitingIn(output.descriptor), 0U) << "the library is silent by now: the door can leave this to it";
+
+    std::size_t refused = 0;
+    for (std::size_t i = 0; i < credentials.size(); ++i) {
+        EXPECT_EQ(answers[i], expected[i]) << "credential " << i << " of " << credentials[i].size() << " bytes";
+        refused += answers[i] == Words({77, REPLY, MSG_DENIED, AUTH_ERROR, AUTH_BADCRED}) ? 1 : 0;
+    }
+    EXPECT_GT(refused, credentials.size() / 2);
+    EXPECT_LT(refused, credentials.size());
+}
+
 TEST_F(Door, headers_that_do_not_decode_end_their_connection_only) {
     Start();
     const std::string call = CallOf(Null);
@@ -747,7 +838,7 @@ TEST_F(Door, the_caller_s_address_is_the_present_request_s) {
 }
 
 TEST_F(Door, a_peer_that_is_not_admitted_is_closed) {
-    Start(0, [](const sockaddr_in & /*peer*/, const sockaddr_in & /*local*/) { return false; });
+    Start({.admits = [](const sockaddr_in & /*peer*/, const sockaddr_in & /*local*/) { return false; }});
     const Socket client = Connect();
     EXPECT_TRUE(IsAtEnd(client, 1000));
 }
@@ -776,7 +867,7 @@ TEST_F(Door, errors_of_the_library_are_sent_like_any_reply) {
 }
 
 TEST_F(Door, idle_connections_cost_no_time_and_little_memory) {
-    Start(2048);
+    Start({.descriptors = 2048});
     const std::size_t before = ResidentBytesOf(server);
     std::vector<Socket> idle;
     for (int i = 0; i < 900; ++i) {
