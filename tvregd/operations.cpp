@@ -5,18 +5,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <exception>
 
 namespace {
 
-// Now as a FILETIME: 100-nanosecond steps since 1601.
-std::uint64_t FileTimeNow() {
-    constexpr std::uint64_t SECONDS_1601_TO_1970 = 11'644'473'600;
-    timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now);
-    return (static_cast<std::uint64_t>(now.tv_sec) + SECONDS_1601_TO_1970) * 10'000'000 +
-           static_cast<std::uint64_t>(now.tv_nsec) / 100;
+// Finds the key that a handle names and looks at it.
+std::uint32_t FindKey(Registry &registry, std::uint32_t handle, Key **key) {
+    const std::uint32_t rc = FindHandle(registry.tree, handle, key);
+    if (rc == 0) Look(registry, **key);
+    if (rc == ERROR_KEY_DELETED && registry.group.isOpen) registry.isProvisional = true; // perhaps just now
+    return rc;
 }
 
 // Takes the first name off a path. False for an empty name.
@@ -30,30 +28,18 @@ bool TakeName(std::string_view *path, std::string_view *name) {
 // Follows a path from a key as far as it exists.
 //   reached  the last key found
 //   rest     what of the path is left, empty when all was found
-std::uint32_t Walk(const Registry &registry, std::uint32_t handle, std::string_view path, Key **reached,
+std::uint32_t Walk(Registry &registry, std::uint32_t handle, std::string_view path, Key **reached,
                    std::string_view *rest) {
-    if (const std::uint32_t rc = FindHandle(registry.tree, handle, reached); rc != 0) return rc;
+    if (const std::uint32_t rc = FindKey(registry, handle, reached); rc != 0) return rc;
     for (*rest = path; !rest->empty();) {
         std::string_view after = *rest, name;
         if (!TakeName(&after, &name)) return ERROR_BAD_PATHNAME; // 161
         Key *subKey = FindSubKey(**reached, name);
         if (subKey == nullptr) return 0;
+        Look(registry, *subKey);
         *reached = subKey;
         *rest = after;
     }
-    return 0;
-}
-
-// Stores, and only then changes the tree, so that what is in memory is never more than what is on the disk.
-template <typename Writes, typename Changes>
-std::uint32_t Commit(Writes writes, Changes changes) {
-    try {
-        writes();
-    } catch (const std::exception &failure) {
-        (void)std::fprintf(stderr, "tvregd: not stored: %s\n", Printable(failure.what()).c_str());
-        return ERROR_REGISTRY_IO_FAILED; // 1016
-    }
-    changes();
     return 0;
 }
 
@@ -82,7 +68,7 @@ std::uint32_t MakeKeys(Tree &tree, Key &parent, std::string_view path, const std
 
 } // namespace
 
-std::uint32_t OpenKey(const Registry &registry, std::uint32_t handle, std::string_view path, Key **key) {
+std::uint32_t OpenKey(Registry &registry, std::uint32_t handle, std::string_view path, Key **key) {
     std::string_view rest;
     if (const std::uint32_t rc = Walk(registry, handle, path, key, &rest); rc != 0) return rc;
     return rest.empty() ? 0 : ERROR_FILE_NOT_FOUND; // 2
@@ -101,13 +87,13 @@ std::uint32_t CreateKey(Registry &registry, std::uint32_t handle, std::string_vi
     std::vector<std::unique_ptr<Key>> made;
     if (const std::uint32_t rc = MakeKeys(registry.tree, parent, rest, keyClass, options != 0, &made); rc != 0)
         return rc;
-    return Commit([&] { StoreKeys(*registry.store, made); },
-                  [&] {
-                      parent.written = made.front()->written;
-                      for (auto &next : made)
-                          *key = AddKey(registry.tree, **key, std::move(next));
-                      *disposition = REG_CREATED_NEW_KEY;
-                  });
+    if (const std::uint32_t rc = WriteRows(registry, rest.size(), [&] { StoreKeys(*registry.store, made); }); rc != 0)
+        return rc;
+    TouchKey(registry, parent, made.front()->written);
+    for (auto &next : made)
+        *key = HangKey(registry, **key, std::move(next));
+    *disposition = REG_CREATED_NEW_KEY;
+    return 0;
 }
 
 std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_view path) {
@@ -115,44 +101,56 @@ std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_vi
     if (const std::uint32_t rc = OpenKey(registry, handle, path, &key); rc != 0) return rc;
     if (key->parent == nullptr) return ERROR_ACCESS_DENIED; // 5
     const std::uint64_t now = FileTimeNow();
-    return Commit([&] { StoreKeyDeleted(*registry.store, *key, now); },
-                  [&] {
-                      key->parent->written = now;
-                      RemoveKey(registry.tree, *key);
-                  });
+    if (const std::uint32_t rc = WriteRows(registry, 0, [&] { StoreKeyDeleted(*registry.store, *key, now); }); rc != 0)
+        return rc;
+    TouchKey(registry, *key->parent, now);
+    TakeKeyOut(registry, *key);
+    return 0;
 }
 
-std::uint32_t CloseKey(const Registry &registry, std::uint32_t handle) {
+std::uint32_t CloseKey(Registry &registry, std::uint32_t handle) {
     Key *key = nullptr;
-    const std::uint32_t rc = FindHandle(registry.tree, handle, &key);
+    const std::uint32_t rc = FindKey(registry, handle, &key);
     return rc == ERROR_KEY_DELETED ? 0 : rc; // 1018
 }
 
 std::uint32_t FlushKey(Registry &registry, std::uint32_t handle) {
     Key *key = nullptr;
-    if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;
-    return Commit([&] { FlushStore(*registry.store); }, [] {});
-}
-
-std::uint32_t SubKeyAt(const Registry &registry, std::uint32_t handle, std::uint32_t index, const Key **subKey) {
-    Key *key = nullptr;
-    if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;
-    if (index >= key->subKeys.inOrder.size()) return ERROR_NO_MORE_ITEMS; // 259
-    *subKey = key->subKeys.inOrder[index].get();
+    if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
+    if (registry.store->durability == Durability::FULL) {
+        registry.isProvisional = registry.group.isOpen;
+        return 0;
+    }
+    try {
+        (void)CommitGroup(registry);
+        SyncStore(*registry.store);
+    } catch (const std::exception &failure) {
+        (void)std::fprintf(stderr, "tvregd: not on the disk: %s\n", Printable(failure.what()).c_str());
+        return StatusOf(failure);
+    }
     return 0;
 }
 
-std::uint32_t ValueAt(const Registry &registry, std::uint32_t handle, std::uint32_t index, const Value **value) {
+std::uint32_t SubKeyAt(Registry &registry, std::uint32_t handle, std::uint32_t index, const Key **subKey) {
     Key *key = nullptr;
-    if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;
+    if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
+    if (index >= key->subKeys.inOrder.size()) return ERROR_NO_MORE_ITEMS; // 259
+    *subKey = key->subKeys.inOrder[index].get();
+    Look(registry, **subKey);
+    return 0;
+}
+
+std::uint32_t ValueAt(Registry &registry, std::uint32_t handle, std::uint32_t index, const Value **value) {
+    Key *key = nullptr;
+    if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     if (index >= key->values.inOrder.size()) return ERROR_NO_MORE_ITEMS;
     *value = key->values.inOrder[index].get();
     return 0;
 }
 
-std::uint32_t QueryValue(const Registry &registry, std::uint32_t handle, std::string_view name, const Value **value) {
+std::uint32_t QueryValue(Registry &registry, std::uint32_t handle, std::string_view name, const Value **value) {
     Key *key = nullptr;
-    if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;
+    if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     *value = FindValue(*key, name);
     return *value != nullptr ? 0 : ERROR_FILE_NOT_FOUND;
 }
@@ -160,31 +158,33 @@ std::uint32_t QueryValue(const Registry &registry, std::uint32_t handle, std::st
 std::uint32_t SetValue(Registry &registry, std::uint32_t handle, std::string_view name, std::uint32_t type,
                        std::string_view data) {
     Key *key = nullptr;
-    if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;
+    if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     if (name.size() > MAX_VALUE_NAME) return ERROR_INVALID_PARAMETER;
     Value value{std::string(name), type, std::string(data)};
     const std::uint64_t now = FileTimeNow();
-    return Commit([&] { StoreValue(*registry.store, *key, value, now); },
-                  [&] {
-                      key->written = now;
-                      if (Value *present = FindValue(*key, name); present != nullptr) {
-                          present->type = type;
-                          present->data = std::move(value.data);
-                      } else {
-                          (void)AddValue(*key, std::move(value));
-                      }
-                  });
+    if (const std::uint32_t rc =
+            WriteRows(registry, name.size() + data.size(), [&] { StoreValue(*registry.store, *key, value, now); });
+        rc != 0)
+        return rc;
+    TouchKey(registry, *key, now);
+    if (Value *present = FindValue(*key, name); present != nullptr) {
+        ReplaceValue(registry, *key, *present, std::move(value));
+    } else {
+        HangValue(registry, *key, std::move(value));
+    }
+    return 0;
 }
 
 std::uint32_t DeleteValue(Registry &registry, std::uint32_t handle, std::string_view name) {
     Key *key = nullptr;
-    if (const std::uint32_t rc = FindHandle(registry.tree, handle, &key); rc != 0) return rc;
+    if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     Value *value = FindValue(*key, name);
     if (value == nullptr) return ERROR_FILE_NOT_FOUND;
     const std::uint64_t now = FileTimeNow();
-    return Commit([&] { StoreValueDeleted(*registry.store, *key, *value, now); },
-                  [&] {
-                      key->written = now;
-                      RemoveValue(*key, *value);
-                  });
+    if (const std::uint32_t rc = WriteRows(registry, 0, [&] { StoreValueDeleted(*registry.store, *key, *value, now); });
+        rc != 0)
+        return rc;
+    TouchKey(registry, *key, now);
+    TakeValueOut(registry, *key, *value);
+    return 0;
 }

@@ -2,18 +2,13 @@
 // operations: what the Win32 registry calls do, on keys named by handles and paths.
 //
 // Every function returns a Win32 code: 0; 6 for a handle that was never given out; 1018 for a key that has been
-// deleted; 1016 when the database could not be written (a text goes to stderr), nothing has changed then; and what
-// stands beside it. A path is names of keys with one backslash between them; one at its end is allowed, an empty path
-// is the key itself. Pointers handed back are borrowed until the next change.
+// deleted; 112, 8 or 1016 when the database cannot be written (a text goes to stderr); and what stands beside it. What
+// is changed is changed at once, and stored when its group is committed (group.h): `isProvisional` says whether the
+// answer has to wait for that. A path is names of keys with one backslash between them; one at its end is allowed, an
+// empty path is the key itself. Pointers handed back are borrowed until the next change.
 #pragma once
 
-#include "tvregd/store.h"
-#include "tvregd/tree.h"
-
-struct Registry {
-    Tree tree;
-    Store *store; // borrowed
-};
+#include "tvregd/group.h"
 
 // Bytes of a key's or a value's name: the 255 and 16,383 characters of Win32, each of up to four bytes, and as many in
 // a key's as the service daemon reads of a service's name.
@@ -21,7 +16,7 @@ constexpr std::size_t MAX_KEY_NAME = 1023;
 constexpr std::size_t MAX_VALUE_NAME = 16383 * std::size_t{4};
 
 // Also 2 when there is no such key; 161 for a malformed path.
-[[nodiscard]] std::uint32_t OpenKey(const Registry &registry, std::uint32_t handle, std::string_view path, Key **key);
+[[nodiscard]] std::uint32_t OpenKey(Registry &registry, std::uint32_t handle, std::string_view path, Key **key);
 
 // Opens a key, making what is missing on the way. keyClass and options (REG_OPTION_VOLATILE) are for the keys made.
 //   disposition  REG_CREATED_NEW_KEY or REG_OPENED_EXISTING_KEY
@@ -35,19 +30,17 @@ constexpr std::size_t MAX_VALUE_NAME = 16383 * std::size_t{4};
 [[nodiscard]] std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_view path);
 
 // A handle holds nothing. Returns 0 also for a deleted key.
-[[nodiscard]] std::uint32_t CloseKey(const Registry &registry, std::uint32_t handle);
+[[nodiscard]] std::uint32_t CloseKey(Registry &registry, std::uint32_t handle);
 
-// Brings all that was acknowledged onto the disk, not only this key.
+// Brings all that was acknowledged onto the disk, not only this key. Where every commit does that, nothing is to do.
 [[nodiscard]] std::uint32_t FlushKey(Registry &registry, std::uint32_t handle);
 
 // Also 259 for an index behind the last one.
-[[nodiscard]] std::uint32_t SubKeyAt(const Registry &registry, std::uint32_t handle, std::uint32_t index,
-                                     const Key **subKey);
-[[nodiscard]] std::uint32_t ValueAt(const Registry &registry, std::uint32_t handle, std::uint32_t index,
-                                    const Value **value);
+[[nodiscard]] std::uint32_t SubKeyAt(Registry &registry, std::uint32_t handle, std::uint32_t index, const Key **subKey);
+[[nodiscard]] std::uint32_t ValueAt(Registry &registry, std::uint32_t handle, std::uint32_t index, const Value **value);
 
 // Finds a value; an empty name is the unnamed one. Also 2.
-[[nodiscard]] std::uint32_t QueryValue(const Registry &registry, std::uint32_t handle, std::string_view name,
+[[nodiscard]] std::uint32_t QueryValue(Registry &registry, std::uint32_t handle, std::string_view name,
                                        const Value **value);
 
 // Sets a value, which keeps its place and the case of its name when it exists. Also 87 for a name that is too long.

@@ -239,6 +239,35 @@ xdrproc_t Untyped(Filter *filter) {
     return reinterpret_cast<xdrproc_t>(reinterpret_cast<void *>(filter));
 }
 
+// What is answered, in place of what was, when the database fails.
+template <typename Result>
+bool_t (*routineOfResult)(XDR *, Result *) = nullptr;
+template <typename Result>
+bool_t CodeFailure(XDR *xdrs, std::uint32_t *status) {
+    Result result{};
+    result.discriminant = 1;
+    result.body.status = *status;
+    return routineOfResult<Result>(xdrs, &result);
+}
+
+// Answers those whose writes, or reads of such, were in a group that has ended.
+void TellEnd(Registry &registry) {
+    if (!registry.ended) return;
+    if (*registry.ended == 0) {
+        ReleaseReplies();
+    } else {
+        ReplaceReplies(*registry.ended);
+    }
+    registry.ended.reset();
+}
+
+// Between two requests: those that were ready at the same time share a commit.
+void EndTurn(bool requestsWait) {
+    if (!served->group.isOpen || (requestsWait && !IsGroupFull(served->group))) return;
+    (void)CommitGroup(*served);
+    TellEnd(*served);
+}
+
 template <typename Arguments, typename Body, typename Result>
 void Answer(SVCXPRT *transport, bool_t (*decode)(XDR *, Arguments *),
             void (*serve)(Registry &, const Arguments &, Body *), bool_t (*encode)(XDR *, Result *)) {
@@ -246,13 +275,16 @@ void Answer(SVCXPRT *transport, bool_t (*decode)(XDR *, Arguments *),
     if (svc_getargs(transport, Untyped(decode), reinterpret_cast<char *>(&arguments))) {
         Result result{};
         result.discriminant = 1;
+        routineOfResult<Result> = encode;
+        served->isProvisional = false;
         try {
             serve(*served, arguments, &result.body);
         } catch (const std::exception &failure) {
-            (void)std::fprintf(stderr, "tvregd: %s\n", Printable(failure.what()).c_str());
             result.body = {};
-            result.body.status = ERROR_NOT_ENOUGH_MEMORY; // 8
+            result.body.status = AbandonGroup(*served, failure);
         }
+        TellEnd(*served);
+        if (served->isProvisional && served->group.isOpen) HoldReply(CodeFailure<Result>);
         (void)svc_sendreply(transport, Untyped(encode), reinterpret_cast<char *>(&result));
     } else {
         svcerr_decode(transport);
@@ -321,7 +353,7 @@ bool StartService(Registry &registry, bool allowRemote) {
     served = &registry;
     (void)pmap_unset(REGDAEMONPROG, REGDAEMONVERS);
     SVCXPRT *listener = svctcp_create(RPC_ANYSOCK, 0, 0);
-    if (listener == nullptr || !OpenDoor(listener, allowRemote ? nullptr : IsLocalPeer)) {
+    if (listener == nullptr || !OpenDoor(listener, allowRemote ? nullptr : IsLocalPeer, DoorWait::InLoop, EndTurn)) {
         (void)std::fprintf(stderr, "tvregd: cannot listen\n");
         return false;
     }
@@ -334,6 +366,8 @@ bool StartService(Registry &registry, bool allowRemote) {
     }
     return true;
 }
+
+void FinishTurn() { EndTurn(false); }
 
 void StopService() {
     // Against a port mapper that hangs, the library waits for more than a minute, with all signals blocked.

@@ -2,6 +2,7 @@
 #include "tvregd/store.h"
 
 #include <SQLiteCpp/Exception.h>
+#include <sqlite3.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -64,22 +65,6 @@ void Run(SQLite::Statement &statement, const Arguments &...arguments) {
     int column = 0;
     (Bind(statement, ++column, arguments), ...);
     (void)statement.exec();
-}
-
-template <typename Writes>
-void Atomically(Store &store, Writes writes) {
-    Run(store.begin);
-    try {
-        writes();
-        Run(store.commit);
-    } catch (...) {
-        try {
-            Run(store.rollback);
-        } catch (const SQLite::Exception &) {
-            // SQLite has rolled back by itself.
-        }
-        throw;
-    }
 }
 
 // A time has 64 bits and SQLite's integers are signed; the times of the next 27,000 years fit.
@@ -169,9 +154,9 @@ void LoadValues(Store &store, const Tree &tree) {
 
 } // namespace
 
-Store::Store(int lock, const std::string &file, Durability durability)
-    : lockDescriptor(lock), database(OpenDatabase(file, durability)), begin(database, "BEGIN IMMEDIATE"),
-      commit(database, "COMMIT"), rollback(database, "ROLLBACK"),
+Store::Store(int lock, const std::string &file, Durability durable)
+    : lockDescriptor(lock), durability(durable), database(OpenDatabase(file, durable)),
+      begin(database, "BEGIN IMMEDIATE"), commit(database, "COMMIT"), rollback(database, "ROLLBACK"),
       insertKey(database, "INSERT INTO keys (number, parent, position, name, class, volatile, written) "
                           "VALUES (?, ?, ?, ?, ?, ?, ?)"),
       touchKey(database, "UPDATE keys SET written = ? WHERE number = ?"),
@@ -179,8 +164,7 @@ Store::Store(int lock, const std::string &file, Durability durability)
       putValue(database, "INSERT INTO key_values (key, name, type, data, written) VALUES (?, ?, ?, ?, ?) "
                          "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data, "
                          "written = excluded.written"),
-      deleteValue(database, "DELETE FROM key_values WHERE key = ? AND name = ?"),
-      checkpoint(database, "PRAGMA wal_checkpoint(FULL)") {}
+      deleteValue(database, "DELETE FROM key_values WHERE key = ? AND name = ?") {}
 
 StoreGuard OpenStore(const std::string &file, Durability durability) {
     int lock = LockFile(file);
@@ -202,21 +186,28 @@ void LoadTree(Store &store, Tree &tree) {
     LoadValues(store, tree);
 }
 
+void Begin(Store &store) { Run(store.begin); }
+
+void Commit(Store &store) { Run(store.commit); }
+
+void RollBack(Store &store) noexcept {
+    if (sqlite3_get_autocommit(store.database.getHandle()) != 0) return;
+    (void)store.rollback.tryReset();
+    (void)store.rollback.tryExecuteStep();
+    (void)store.rollback.tryReset();
+}
+
 void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys) {
-    Atomically(store, [&] {
-        for (const auto &key : keys) {
-            Run(store.insertKey, key->number, key->parent->number, ++store.lastPosition, key->name, key->keyClass,
-                static_cast<std::uint32_t>(key->isVolatile), Stored(key->written));
-        }
-        Run(store.touchKey, Stored(keys.front()->written), keys.front()->parent->number);
-    });
+    for (const auto &key : keys) {
+        Run(store.insertKey, key->number, key->parent->number, ++store.lastPosition, key->name, key->keyClass,
+            static_cast<std::uint32_t>(key->isVolatile), Stored(key->written));
+    }
+    Run(store.touchKey, Stored(keys.front()->written), keys.front()->parent->number);
 }
 
 void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written) {
-    Atomically(store, [&] {
-        Run(store.deleteKey, key.number);
-        Run(store.touchKey, Stored(written), key.parent->number);
-    });
+    Run(store.deleteKey, key.number);
+    Run(store.touchKey, Stored(written), key.parent->number);
 }
 
 void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written) {
@@ -224,15 +215,26 @@ void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t 
 }
 
 void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written) {
-    Atomically(store, [&] {
-        Run(store.deleteValue, key.number, value.name);
-        Run(store.touchKey, Stored(written), key.number);
-    });
+    Run(store.deleteValue, key.number, value.name);
+    Run(store.touchKey, Stored(written), key.number);
 }
 
-// The pragma answers with a row.
-void FlushStore(Store &store) {
-    (void)store.checkpoint.tryReset();
-    (void)store.checkpoint.executeStep();
-    (void)store.checkpoint.tryReset();
+// The log is the only file that holds what is not on the disk yet: SQLite syncs it before it brings anything from it
+// into the database.
+void SyncStore(Store &store) {
+    if (store.durability == Durability::FULL) return;
+    sqlite3_file *log = nullptr;
+    int rc = sqlite3_file_control(store.database.getHandle(), nullptr, SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    if (rc == SQLITE_OK && log != nullptr && log->pMethods != nullptr)
+        rc = log->pMethods->xSync(log, SQLITE_SYNC_FULL | SQLITE_SYNC_DATAONLY);
+    if (rc != SQLITE_OK) throw SQLite::Exception("the log cannot be synced", rc);
+}
+
+std::uint32_t StatusOf(const std::exception &failure) {
+    const auto *sqlite = dynamic_cast<const SQLite::Exception *>(&failure);
+    switch (sqlite != nullptr ? sqlite->getErrorCode() : SQLITE_NOMEM) {
+    case SQLITE_FULL: return ERROR_DISK_FULL;          // 112
+    case SQLITE_NOMEM: return ERROR_NOT_ENOUGH_MEMORY; // 8
+    default: return ERROR_REGISTRY_IO_FAILED;          // 1016
+    }
 }

@@ -2,9 +2,9 @@
 // store: the registry in its file, a SQLite database in WAL mode.
 //
 // The daemon alone writes the file, and holds a lock on it that keeps a second daemon out; other programs may read it
-// meanwhile. Every Store... function is one transaction, which survives the end of the daemon when the function
-// returns, and with Durability::FULL also the end of the machine. They throw SQLite::Exception when SQLite fails;
-// nothing has been written then. Thread: the only one.
+// meanwhile. What is written between Begin and Commit survives the end of the daemon when Commit returns, and with
+// Durability::FULL also the end of the machine. The functions throw SQLite::Exception when SQLite fails; the
+// transaction is then to be rolled back. Thread: the only one.
 #pragma once
 
 #include "tvregd/tree.h"
@@ -26,11 +26,11 @@ struct Store {
     Store(int lock, const std::string &file, Durability durability);
 
     int lockDescriptor; // the lock lasts as long as it is open
+    Durability durability;
     SQLite::Database database;
     SQLite::Statement begin, commit, rollback;
     SQLite::Statement insertKey, touchKey, deleteKey;
     SQLite::Statement putValue, deleteValue;
-    SQLite::Statement checkpoint;
     std::int64_t lastPosition = 0; // of the youngest key; keys are listed in the order of their positions
 };
 
@@ -44,6 +44,11 @@ StoreGuard OpenStore(const std::string &file, Durability durability = Durability
 // Reads everything into a fresh tree (MakeTree).
 void LoadTree(Store &store, Tree &tree);
 
+// A transaction: nothing is stored outside of one.
+void Begin(Store &store);
+void Commit(Store &store);
+void RollBack(Store &store) noexcept; // also when SQLite has done so by itself
+
 // Stores new keys, which are not in the tree yet but know their parents, each behind its own. The parent of the first
 // gets its `written` time.
 void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys);
@@ -52,5 +57,9 @@ void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written);
 // Sets a value, new or not, of a key that gets the time `written`.
 void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written);
 void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written);
-// Brings everything onto the disk.
-void FlushStore(Store &store);
+
+// Brings what Durability::NORMAL has left to the system onto the disk. Outside of a transaction.
+void SyncStore(Store &store);
+
+// The Win32 code of what a function of the store has thrown: 112 when the disk is full, 8, 1016.
+std::uint32_t StatusOf(const std::exception &failure);

@@ -17,17 +17,22 @@ static Entry *Find(const NamedList<Entry> &list, std::string_view name) {
 }
 
 template <typename Entry>
-static Entry *Append(NamedList<Entry> &list, std::unique_ptr<Entry> entry) {
-    Entry *added = list.inOrder.emplace_back(std::move(entry)).get();
+static Entry *Insert(NamedList<Entry> &list, std::unique_ptr<Entry> entry, std::size_t index) {
+    Entry *added = entry.get();
+    (void)list.inOrder.insert(list.inOrder.begin() + static_cast<std::ptrdiff_t>(index), std::move(entry));
     list.byName.emplace(added->name, added);
     return added;
 }
 
 template <typename Entry>
-static void Erase(NamedList<Entry> &list, const Entry &entry) {
+static std::unique_ptr<Entry> TakeOut(NamedList<Entry> &list, const Entry &entry, std::size_t *index) {
     list.byName.erase(entry.name);
-    list.inOrder.erase(std::find_if(list.inOrder.begin(), list.inOrder.end(),
-                                    [&](const auto &listed) { return listed.get() == &entry; }));
+    const auto found = std::find_if(list.inOrder.begin(), list.inOrder.end(),
+                                    [&](const auto &listed) { return listed.get() == &entry; });
+    *index = static_cast<std::size_t>(found - list.inOrder.begin());
+    std::unique_ptr<Entry> taken = std::move(*found);
+    list.inOrder.erase(found);
+    return taken;
 }
 
 Tree MakeTree() {
@@ -86,21 +91,39 @@ Key *AddKey(Tree &tree, Key &parent, std::unique_ptr<Key> key) {
     key->parent = &parent;
     key->depth = parent.depth + 1;
     tree.byNumber.emplace(key->number, key.get());
-    return Append(parent.subKeys, std::move(key));
+    return Insert(parent.subKeys, std::move(key), parent.subKeys.inOrder.size());
 }
 
+// This recursion, the next and the destructor's end at MAX_DEPTH.
 static void ForgetNumbers(Tree &tree, const Key &key) {
     for (const auto &subKey : key.subKeys.inOrder)
         ForgetNumbers(tree, *subKey);
     tree.byNumber.erase(key.number);
 }
 
-// Both recursions, this one and the destructor's, end at MAX_DEPTH.
-void RemoveKey(Tree &tree, Key &key) {
-    ForgetNumbers(tree, key);
-    Erase(key.parent->subKeys, key);
+static void KnowNumbers(Tree &tree, Key &key) {
+    tree.byNumber.emplace(key.number, &key);
+    for (const auto &subKey : key.subKeys.inOrder)
+        KnowNumbers(tree, *subKey);
 }
 
-Value *AddValue(Key &key, Value value) { return Append(key.values, std::make_unique<Value>(std::move(value))); }
+std::unique_ptr<Key> TakeOutKey(Tree &tree, Key &key, std::size_t *index) {
+    ForgetNumbers(tree, key);
+    return TakeOut(key.parent->subKeys, key, index);
+}
 
-void RemoveValue(Key &key, Value &value) { Erase(key.values, value); }
+void PutKeyBack(Tree &tree, Key &parent, std::unique_ptr<Key> key, std::size_t index) {
+    KnowNumbers(tree, *Insert(parent.subKeys, std::move(key), index));
+}
+
+Value *AddValue(Key &key, Value value) {
+    return Insert(key.values, std::make_unique<Value>(std::move(value)), key.values.inOrder.size());
+}
+
+std::unique_ptr<Value> TakeOutValue(Key &key, Value &value, std::size_t *index) {
+    return TakeOut(key.values, value, index);
+}
+
+void PutValueBack(Key &key, std::unique_ptr<Value> value, std::size_t index) {
+    (void)Insert(key.values, std::move(value), index);
+}

@@ -45,8 +45,9 @@ struct Key {
     std::uint32_t depth = 0; // keys above this one
     std::string name;
     std::optional<std::string> keyClass;
-    bool isVolatile = false;   // gone when the daemon starts again
-    std::uint64_t written = 0; // FILETIME of the last change to its values, or of a subkey made or deleted
+    bool isVolatile = false;     // gone when the daemon starts again
+    std::uint64_t written = 0;   // FILETIME of the last change to its values, or of a subkey made or deleted
+    std::uint32_t changedIn = 0; // number of the group (group.h) with the last change to it or to its list of subkeys
     NamedList<Key> subKeys;
     NamedList<Value> values;
 };
@@ -82,7 +83,11 @@ Value *FindValue(const Key &key, std::string_view name);
 // Hangs a key with number, name and the rest filled in below parent, as the last one. No other may have its name.
 Key *AddKey(Tree &tree, Key &parent, std::unique_ptr<Key> key);
 // Takes a key, which is not a root, out of the tree, with everything below it.
-void RemoveKey(Tree &tree, Key &key);
+//   index  where it stood among its siblings
+std::unique_ptr<Key> TakeOutKey(Tree &tree, Key &key, std::size_t *index);
+// Hangs what TakeOutKey took out back where it was.
+void PutKeyBack(Tree &tree, Key &parent, std::unique_ptr<Key> key, std::size_t index);
 
 Value *AddValue(Key &key, Value value);
-void RemoveValue(Key &key, Value &value);
+std::unique_ptr<Value> TakeOutValue(Key &key, Value &value, std::size_t *index);
+void PutValueBack(Key &key, std::unique_ptr<Value> value, std::size_t index);

@@ -2,8 +2,8 @@
 // tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
 #include "rpc/door.h"
 #include "tvregd/regd_svc.h"
-#include "util/standard_descriptors.h"
 #include "util/printable.h"
+#include "util/standard_descriptors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -131,6 +131,7 @@ int Serve(const Options &options) {
     NotifyManager();
     while (endRequested == 0) {
         (void)ServeNextRequests(-1, &waitingMask);
+        FinishTurn();
     }
     store.reset();
     StopService();

@@ -69,6 +69,11 @@ add_library(signal_child MODULE support/signal_child.cpp)
 target_link_libraries(signal_child PRIVATE tv_options)
 set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 
+# Loaded into a daemon: has its disk be slow or fail.
+add_library(slow_disk MODULE support/slow_disk.cpp)
+target_link_libraries(slow_disk PRIVATE tv_options)
+set_target_properties(slow_disk PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY} PREFIX "")
+
 # Loaded into a daemon: ends it where a signal handler or a child before its exec does what is not safe there.
 if(NOT TV_SANITIZE)
   add_library(strict_calls MODULE support/strict_calls.cpp)

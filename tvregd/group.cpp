@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+#include "tvregd/group.h"
+
+#include "util/printable.h"
+
+#include <cstdio>
+#include <ctime>
+#include <exception>
+
+namespace {
+
+// What a group may hold before it is committed although more requests wait: those in it wait for their answers.
+constexpr std::size_t MAX_WRITES = 1024;
+constexpr std::size_t MAX_BYTES = std::size_t{4} << 20;
+constexpr std::uint64_t MAX_AGE = 20'000; // 2 ms
+
+void NoteChange(Registry &registry, Key &key, Change change) {
+    key.changedIn = registry.group.number;
+    registry.group.wayBack.push_back(std::move(change));
+}
+
+void GoBack(Tree &tree, Change &change) {
+    std::size_t index = 0;
+    switch (change.kind) {
+    case Change::Kind::KeyMade: (void)TakeOutKey(tree, *change.key, &index); break;
+    case Change::Kind::KeyDeleted: PutKeyBack(tree, *change.key, std::move(change.gone), change.index); break;
+    case Change::Kind::KeyTouched: change.key->written = change.written; break;
+    case Change::Kind::ValueMade: (void)TakeOutValue(*change.key, *change.value, &index); break;
+    case Change::Kind::ValueReplaced:
+        change.value->type = change.before->type;
+        change.value->data = std::move(change.before->data);
+        break;
+    case Change::Kind::ValueDeleted: PutValueBack(*change.key, std::move(change.before), change.index); break;
+    }
+}
+
+void EndGroup(Registry &registry) {
+    Group &group = registry.group;
+    group.isOpen = false;
+    group.writes = group.writtenBytes = 0;
+    group.wayBack.clear();
+}
+
+} // namespace
+
+std::uint64_t FileTimeNow() {
+    constexpr std::uint64_t SECONDS_1601_TO_1970 = 11'644'473'600;
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    return (static_cast<std::uint64_t>(now.tv_sec) + SECONDS_1601_TO_1970) * 10'000'000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 100;
+}
+
+void Look(Registry &registry, const Key &key) {
+    if (registry.group.isOpen && key.changedIn == registry.group.number) registry.isProvisional = true;
+}
+
+void OpenGroup(Registry &registry) {
+    Begin(*registry.store);
+    registry.group.isOpen = true;
+    ++registry.group.number;
+    registry.group.begun = FileTimeNow();
+}
+
+std::uint32_t AbandonGroup(Registry &registry, const std::exception &failure) {
+    (void)std::fprintf(stderr, "tvregd: not stored: %s\n", Printable(failure.what()).c_str());
+    const std::uint32_t status = StatusOf(failure);
+    RollBack(*registry.store);
+    std::vector<Change> &wayBack = registry.group.wayBack;
+    for (auto change = wayBack.rbegin(); change != wayBack.rend(); ++change)
+        GoBack(registry.tree, *change);
+    EndGroup(registry);
+    registry.ended = status;
+    return status;
+}
+
+std::uint32_t CommitGroup(Registry &registry) {
+    if (!registry.group.isOpen) return 0;
+    try {
+        Commit(*registry.store);
+    } catch (const std::exception &failure) {
+        return AbandonGroup(registry, failure);
+    }
+    EndGroup(registry);
+    registry.ended = 0;
+    return 0;
+}
+
+bool IsGroupFull(const Group &group) {
+    return group.writes >= MAX_WRITES || group.writtenBytes >= MAX_BYTES || FileTimeNow() - group.begun >= MAX_AGE;
+}
+
+Key *HangKey(Registry &registry, Key &parent, std::unique_ptr<Key> key) {
+    Key *made = AddKey(registry.tree, parent, std::move(key));
+    parent.changedIn = registry.group.number;
+    NoteChange(registry, *made, {.kind = Change::Kind::KeyMade, .key = made});
+    return made;
+}
+
+void TakeKeyOut(Registry &registry, Key &key) {
+    Key &parent = *key.parent;
+    Change change{.kind = Change::Kind::KeyDeleted, .key = &parent};
+    change.gone = TakeOutKey(registry.tree, key, &change.index);
+    NoteChange(registry, parent, std::move(change));
+}
+
+void TouchKey(Registry &registry, Key &key, std::uint64_t written) {
+    NoteChange(registry, key, {.kind = Change::Kind::KeyTouched, .key = &key, .written = key.written});
+    key.written = written;
+}
+
+void HangValue(Registry &registry, Key &key, Value value) {
+    Value *made = AddValue(key, std::move(value));
+    NoteChange(registry, key, {.kind = Change::Kind::ValueMade, .key = &key, .value = made});
+}
+
+void ReplaceValue(Registry &registry, Key &key, Value &value, Value by) {
+    std::swap(value.type, by.type);
+    std::swap(value.data, by.data);
+    NoteChange(registry, key,
+               {.kind = Change::Kind::ValueReplaced,
+                .key = &key,
+                .before = std::make_unique<Value>(std::move(by)),
+                .value = &value});
+}
+
+void TakeValueOut(Registry &registry, Key &key, Value &value) {
+    Change change{.kind = Change::Kind::ValueDeleted, .key = &key};
+    change.before = TakeOutValue(key, value, &change.index);
+    NoteChange(registry, key, std::move(change));
+}

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+// group: the writes that share one commit, and the way back when it fails.
+//
+//   state   event                      next state
+//   closed  a write                    open: a transaction of the database
+//   open    another write              open: rows and tree have changed, the way back is noted
+//   open    CommitGroup                closed: the database has all of it
+//   open    a failure of the database  closed: nothing was written, the tree is again as the database has it
+//
+// The tree shows a change at once, to the one who made it and to everybody else, so that an answer may tell of what the
+// database does not have yet. Such an answer is provisional: it must not leave before the group is committed, and not
+// at all when that fails. Thread: the only one.
+#pragma once
+
+#include "tvregd/store.h"
+#include "tvregd/tree.h"
+
+// One step of the way back.
+struct Change {
+    enum class Kind { KeyMade, KeyDeleted, KeyTouched, ValueMade, ValueReplaced, ValueDeleted } kind;
+    Key *key;                        // that was made or touched; of the value; the parent of a key deleted
+    std::unique_ptr<Key> gone{};     // the key deleted
+    std::unique_ptr<Value> before{}; // the value deleted, or as it was before it was replaced
+    Value *value = nullptr;          // made or replaced
+    std::size_t index = 0;           // where the deleted one stood
+    std::uint64_t written = 0;       // the time that the key had
+};
+
+struct Group {
+    bool isOpen = false;
+    std::uint32_t number = 0;     // of the group that is open or was last; a key has that of its last change
+    std::size_t writes = 0;       // in the open group
+    std::size_t writtenBytes = 0; // of names and data
+    std::uint64_t begun = 0;      // FILETIME
+    std::vector<Change> wayBack;
+};
+
+struct Registry {
+    Tree tree;
+    Store *store = nullptr; // borrowed
+    Group group{};
+    bool isProvisional = false;           // what the present operation saw or did; for the caller to reset
+    std::optional<std::uint32_t> ended{}; // a group has ended with this code; to be told those in it, then reset
+};
+
+// Now as a FILETIME: 100-nanosecond steps since 1601.
+std::uint64_t FileTimeNow();
+
+// Notes that an answer tells of the key. Whoever looks at a key for an answer says so.
+void Look(Registry &registry, const Key &key);
+
+// Executes Store... functions in the open group, opening one when there is none; the tree is changed behind it, with
+// the functions below.
+//   bytes  of names and data, about
+// Returns 0; or the code of the failure, with which the group has been given up.
+template <typename Writes>
+[[nodiscard]] std::uint32_t WriteRows(Registry &registry, std::size_t bytes, Writes writes);
+
+// Changes to the tree, each with its way back.
+Key *HangKey(Registry &registry, Key &parent, std::unique_ptr<Key> key);
+void TakeKeyOut(Registry &registry, Key &key);
+void TouchKey(Registry &registry, Key &key, std::uint64_t written);
+void HangValue(Registry &registry, Key &key, Value value);
+void ReplaceValue(Registry &registry, Key &key, Value &value, Value by); // type and data; the name stays
+void TakeValueOut(Registry &registry, Key &key, Value &value);
+
+// Whether the group has become so large or old that it should not wait for more writes.
+bool IsGroupFull(const Group &group);
+
+// Ends the open group, if there is one, and says so in `ended`. Returns 0; 112 when the disk is full; 8; 1016.
+std::uint32_t CommitGroup(Registry &registry);
+
+// Gives the open group up, if there is one, after what has happened there; a text goes to stderr. Returns its code.
+std::uint32_t AbandonGroup(Registry &registry, const std::exception &failure);
+
+// --- implementation ---
+
+void OpenGroup(Registry &registry);
+
+template <typename Writes>
+std::uint32_t WriteRows(Registry &registry, std::size_t bytes, Writes writes) {
+    try {
+        if (!registry.group.isOpen) OpenGroup(registry);
+        writes();
+    } catch (const std::exception &failure) {
+        return AbandonGroup(registry, failure);
+    }
+    ++registry.group.writes;
+    registry.group.writtenBytes += bytes;
+    registry.isProvisional = true;
+    return 0;
+}
