@@ -6,6 +6,7 @@
 #include "servd/limits.h"
 #include "servd/service_xdr.h"
 #include "svcapi/last_error.h"
+#include "svcapi/launcher.h"
 #include "svcapi/pid_file.h"
 #include "svcapi/port_entry.h"
 #include "svcapi/runtime.h"
@@ -40,11 +41,12 @@ DWORD TableSize() {
     return size;
 }
 
-// The program's entry for a service; a lone entry serves any name.
-const SERVICE_TABLE_ENTRYA *FindTableEntry(const char *name) {
+// The program's entry for a service. A lone entry serves any name, but only one: that of the first start.
+const SERVICE_TABLE_ENTRYA *FindTableEntry(const ServiceRuntime &runtime, const char *name) {
     const DWORD size = TableSize();
+    if (size == 1) return runtime.services.empty() || runtime.services.front().name == name ? serviceTable : nullptr;
     for (DWORD i = 0; i < size; ++i) {
-        if (size == 1 || std::strcmp(serviceTable[i].lpServiceName, name) == 0) return &serviceTable[i];
+        if (std::strcmp(serviceTable[i].lpServiceName, name) == 0) return &serviceTable[i];
     }
     return nullptr;
 }
@@ -93,10 +95,10 @@ DWORD LaunchServiceMain(StartedService &service) {
 }
 
 service_START_SERVICE_OUT StartNamedService(const service_START_SERVICE_IN &request) {
-    const SERVICE_TABLE_ENTRYA *entry = FindTableEntry(request.servicename);
-    if (entry == nullptr) return {ERROR_SERVICE_NOT_IN_EXE, 0};
     ServiceRuntime &runtime = Runtime();
     const std::lock_guard<std::mutex> locked(runtime.guard);
+    const SERVICE_TABLE_ENTRYA *entry = FindTableEntry(runtime, request.servicename);
+    if (entry == nullptr) return {ERROR_SERVICE_NOT_IN_EXE, 0};
     StartedService *service = FindStarted(runtime, request.servicename);
     if (service != nullptr && !IsStopped(*service)) return {ERROR_SERVICE_ALREADY_RUNNING, 0};
     if (service == nullptr) {
@@ -212,8 +214,7 @@ SVCXPRT *Listen() {
     constexpr int noPortMapper = 0;
     const bool registered = transport != nullptr && svc_register(transport, ServiceProgramNumber(),
                                                                  serviceProgramVersion, AnswerCall, noPortMapper);
-    // Only this machine's daemon has anything to say to a service.
-    return registered && OpenDoor(transport, IsLocalPeer) ? transport : nullptr;
+    return registered && OpenDoor(transport, IsFromLauncher) ? transport : nullptr;
 }
 
 void RemovePidFiles(ServiceRuntime &runtime) {
@@ -252,6 +253,7 @@ bool WaitForServices(ServiceRuntime &runtime) {
 
 DWORD RunDispatcher() {
     ServiceRuntime &runtime = Runtime();
+    NoteLauncher();
     SVCXPRT *const transport = Listen();
     int wake = eventfd(0, EFD_CLOEXEC);
     if (transport == nullptr || wake < 0 || !EnterPort(transport->xp_port)) {

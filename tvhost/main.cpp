@@ -124,7 +124,12 @@ std::string CodeText(DWORD code) {
 // Runs the program to its end. Returns the codes to stop with.
 ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::string> &startArguments) {
     HostParameters parameters;
-    const DWORD rc = ReadHostParameters(serviceName, &parameters);
+    DWORD rc = CheckServiceAccount(serviceName);
+    if (rc == ERROR_INVALID_SERVICE_ACCOUNT) {
+        std::fprintf(stderr, "tvhost: %s: its account is not the one of this process\n", serviceName.c_str());
+        return {rc, 0};
+    }
+    if (rc == ERROR_SUCCESS) rc = ReadHostParameters(serviceName, &parameters);
     if (rc != ERROR_SUCCESS) {
         std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: %s\n", Printable(serviceName).c_str(),
                      CodeText(rc).c_str());

@@ -8,14 +8,17 @@
 #include "tv/winreg.h"
 #include "util/string_list.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 
 namespace {
 
-std::string ParametersKeyOf(const std::string &serviceName) {
-    return std::string(servicesKeyPath) + '\\' + serviceName + "\\Parameters";
-}
+std::string ServiceKeyOf(const std::string &serviceName) { return std::string(servicesKeyPath) + '\\' + serviceName; }
+
+std::string ParametersKeyOf(const std::string &serviceName) { return ServiceKeyOf(serviceName) + "\\Parameters"; }
 
 // A whole value. A missing one is empty, and no failure.
 DWORD ReadValue(HKEY key, const char *name, DWORD wantedType, std::string *data) {
@@ -101,6 +104,22 @@ DWORD ReadHostParameters(const std::string &serviceName, HostParameters *paramet
     if (rc == ERROR_SUCCESS) rc = ReadNumber(key, "AppStopTimeout", &parameters->stopTimeoutMs);
     parameters->stopTimeoutMs = std::min(parameters->stopTimeoutMs, longestStopTimeoutMs);
     return rc;
+}
+
+DWORD CheckServiceAccount(const std::string &serviceName) {
+    if (geteuid() != 0) return ERROR_SUCCESS;
+    HKEY key = 0;
+    auto rc = static_cast<DWORD>(
+        RegOpenKeyExA(HKEY_LOCAL_MACHINE, ServiceKeyOf(serviceName).c_str(), 0, KEY_ALL_ACCESS, &key));
+    if (rc != ERROR_SUCCESS) return rc;
+    const KeyGuard closed(&key);
+    std::string account;
+    DWORD type = 0; // the daemon does not look at it either
+    rc = static_cast<DWORD>(ReadValueData(key, accountValue, &type, &account));
+    if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
+    if (rc != ERROR_SUCCESS || *account.c_str() == '\0') return rc;
+    const passwd *user = getpwnam(account.c_str());
+    return user != nullptr && user->pw_uid == 0 ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
 }
 
 DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters) {

@@ -36,6 +36,11 @@ struct HostParameters {
 // ERROR_INVALID_DATA when a value has the wrong type, or a code of the registry.
 [[nodiscard]] DWORD ReadHostParameters(const std::string &serviceName, HostParameters *parameters);
 
+// Whether the service may run in this process as far as its account goes: the daemon never hands a process of root the
+// start of a service whose account is another's. Returns 0, 1057 ERROR_INVALID_SERVICE_ACCOUNT, or a code of the
+// registry.
+[[nodiscard]] DWORD CheckServiceAccount(const std::string &serviceName);
+
 // Writes them; what is empty is not written. Returns 0 or a code of the registry.
 [[nodiscard]] DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters);
 

@@ -300,7 +300,7 @@ typedef void (*LPSERVICE_MAIN_FUNCTIONA)(DWORD dwNumServicesArgs, LPSTR *lpServi
 typedef void (*LPHANDLER_FUNCTION)(DWORD dwControl);
 
 typedef struct SERVICE_TABLE_ENTRYA {
-    LPCSTR lpServiceName; /* with a single entry any name is taken */
+    LPCSTR lpServiceName; /* with a single entry any name is taken, once */
     LPSERVICE_MAIN_FUNCTIONA lpServiceProc;
 } SERVICE_TABLE_ENTRYA, *LPSERVICE_TABLE_ENTRYA;
 
@@ -310,9 +310,15 @@ typedef struct SERVICE_TABLE_ENTRYA {
  * Each ServiceMain runs in a thread of its own, control handlers on one other thread, all with the caller's signal
  * mask. Reports SERVICE_START_PENDING with a wait of 30 seconds for a service as soon as it is started. Writes
  * /run/tv/services/NAME.pid, or the same under $XDG_RUNTIME_DIR, where such a folder can be made, and takes it and its
- * port mapper entry away when the process exits. 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request
- * came within 60 seconds (the program was not started by the daemon, or the daemon gave up) or the port mapper refused;
- * 1056 when called twice. */
+ * port mapper entry away when the process exits.
+ *
+ * Only root and the user of the parent process, which is the daemon's, may hand over starts and controls; connections
+ * of others are closed. A table of one entry serves one service, whose name the first start request tells: a start of
+ * another is refused with 1083, in longer tables that of a name which is not among them. A service that runs is not
+ * started a second time (1056).
+ *
+ * 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request came within 60 seconds (the program was not
+ * started by the daemon, or the daemon gave up) or the port mapper refused; 1056 when called twice. */
 BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable);
 
 /* Names the handler of the controls of a service that was started; its ServiceMain calls it first. Null and 1060 when

@@ -15,6 +15,7 @@
 //   --controls N      accepted controls (default 3: stop, pause and continue)
 //   --exit-code N     Win32 exit code to stop with; with --specific N also the service-specific one
 //   --silent          never report a state at all
+//   --services A,B    be a program of several services, of these names; without it it serves whichever is started
 //
 // User controls: 128 to 199 are only written down; 200 announces a wait (CONTINUE_PENDING, --hint-ms) and never reports
 // again; 201 stops by itself; 202 ends the process on the spot without a report; 203 does not return for 60 s.
@@ -31,6 +32,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -52,6 +54,7 @@ struct Options {
     DWORD specificCode = 0;
     bool hangStart = false;
     bool silent = false;
+    std::string services;
 };
 
 Options options;
@@ -155,13 +158,18 @@ void ServiceMain(DWORD argc, LPSTR *argv) {
 }
 
 bool ReadOptions(int argc, char **argv) {
-    enum Option { log, startMs, stopMs, hintMs, controls, exitCode, specific, hangStart, silent };
-    const option known[] = {
-        {"log", required_argument, nullptr, log},           {"start-ms", required_argument, nullptr, startMs},
-        {"stop-ms", required_argument, nullptr, stopMs},    {"hint-ms", required_argument, nullptr, hintMs},
-        {"controls", required_argument, nullptr, controls}, {"exit-code", required_argument, nullptr, exitCode},
-        {"specific", required_argument, nullptr, specific}, {"hang-start", no_argument, nullptr, hangStart},
-        {"silent", no_argument, nullptr, silent},           {}};
+    enum Option { log, startMs, stopMs, hintMs, controls, exitCode, specific, hangStart, silent, services };
+    const option known[] = {{"log", required_argument, nullptr, log},
+                            {"start-ms", required_argument, nullptr, startMs},
+                            {"stop-ms", required_argument, nullptr, stopMs},
+                            {"hint-ms", required_argument, nullptr, hintMs},
+                            {"controls", required_argument, nullptr, controls},
+                            {"exit-code", required_argument, nullptr, exitCode},
+                            {"specific", required_argument, nullptr, specific},
+                            {"hang-start", no_argument, nullptr, hangStart},
+                            {"silent", no_argument, nullptr, silent},
+                            {"services", required_argument, nullptr, services},
+                            {}};
     for (int found = 0; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         const auto number = optarg != nullptr ? static_cast<unsigned>(std::strtoul(optarg, nullptr, 10)) : 0;
         switch (found) {
@@ -174,18 +182,34 @@ bool ReadOptions(int argc, char **argv) {
         case specific: options.specificCode = number; break;
         case hangStart: options.hangStart = true; break;
         case silent: options.silent = true; break;
+        case services: options.services = optarg; break;
         default: return false;
         }
     }
     return optind == argc;
 }
 
+std::vector<std::string> ServiceNames() {
+    if (options.services.empty()) return {"tvsample"};
+    std::vector<std::string> names;
+    std::istringstream text(options.services);
+    for (std::string name; std::getline(text, name, ',');) {
+        names.push_back(name);
+    }
+    return names;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
     if (!ReadOptions(argc, argv)) return 2;
-    const SERVICE_TABLE_ENTRYA table[] = {{"tvsample", ServiceMain}, {nullptr, nullptr}};
-    if (StartServiceCtrlDispatcherA(table)) return 0;
+    const std::vector<std::string> names = ServiceNames();
+    std::vector<SERVICE_TABLE_ENTRYA> table;
+    for (const std::string &name : names) {
+        table.push_back({name.c_str(), ServiceMain});
+    }
+    table.push_back({nullptr, nullptr});
+    if (StartServiceCtrlDispatcherA(table.data())) return 0;
     std::fprintf(stderr, "tvsample: error %u\n", GetLastError());
     return 1;
 }

@@ -34,6 +34,17 @@ struct Tvhost : ServiceWorld {
         const std::vector<pid_t> children = ChildrenOf(ProcessOf(name));
         return children.size() == 1 ? children.front() : 0;
     }
+    // Hands a process the start of a service, as the daemon does.
+    static std::int32_t StartBy(CLIENT *process, const std::string &service) {
+        const RpcClient daemon = DialServiceDaemon();
+        const std::int32_t index = CallServd<servd_SERV_OPEN_SERVICE_RETURN>(
+                                       daemon.get(), OPEN_SERVICE, servd_SERV_OPEN_SERVICE{Text(service.c_str()), 0})
+                                       ->handle;
+        (void)CallServd<servd_SERV_CLOSE_SERVICE_RETURN>(daemon.get(), CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE{index});
+        return CallServd<service_START_SERVICE_OUT>(process, SERVICE_PROC_START,
+                                                    service_START_SERVICE_IN{Text(service.c_str()), nullptr, 0, index})
+            ->status;
+    }
     static bool Lives(pid_t process) { return kill(process, 0) == 0; }
 };
 
@@ -222,6 +233,33 @@ TEST_F(Tvhost, the_program_gets_no_descriptors_and_default_signals) {
     // Three, and the one that ls has open itself.
     EXPECT_EQ(ReadFile(folder + "/surroundings"),
               "/dev/null\n4\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+}
+
+// Symptom: root's tvhost ran the program of another service as user 0, and its own could not be stopped any more.
+// Cause: it took every start request, under any name.
+TEST_F(Tvhost, a_start_of_another_service_is_refused_and_the_own_one_can_still_be_stopped) {
+    CreateShell("exec sleep 1000");
+    Do({"create", name + "-2", "--exec", "/usr/bin/touch " + Marker()});
+    Do({"start", name});
+    const std::uint32_t process = static_cast<std::uint32_t>(ProcessOf(name));
+    const RpcClient host(DialHost("localhost", SERVDAEMONPROG + process, 1));
+    ASSERT_NE(host, nullptr);
+    EXPECT_EQ(StartBy(host.get(), name + "-2"), ERROR_SERVICE_NOT_IN_EXE);
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_FALSE(HasMarker());
+}
+
+TEST_F(Tvhost, root_s_process_does_not_run_the_service_of_another_account) {
+    if (getuid() != 0) GTEST_SKIP() << "needs root";
+    Do({"create", name, "--exec", "/usr/bin/touch " + Marker(), "--user", "nobody"});
+    const pid_t process = StartProgram({.command = {ProgramPath("tvhost")}, .errorFile = folder + "/said"});
+    const std::uint32_t program = SERVDAEMONPROG + static_cast<std::uint32_t>(process);
+    ASSERT_TRUE(WaitForProgram(program, 1));
+    EXPECT_EQ(StartBy(RpcClient(DialHost("localhost", program, 1)).get(), name), 0);
+    EXPECT_EQ(WaitForEnd(process), 0);
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_INVALID_SERVICE_ACCOUNT);
+    EXPECT_THAT(ReadFile(folder + "/said"), HasSubstr("its account is not the one of this process"));
+    EXPECT_FALSE(HasMarker());
 }
 
 TEST_F(Tvhost, by_hand_it_tells_what_it_is_for) {

@@ -2,18 +2,25 @@
 // The service side of the service API: the sample service against a scripted daemon, over the wire.
 #include "svcapi/pid_file.h"
 #include "tests/support/host.h"
+#include "tests/support/raw_rpc.h"
 #include "tests/support/scripted_daemon.h"
 #include "tv/winsvc.h"
 
 #include <gmock/gmock.h>
 
+#include <grp.h>
+#include <signal.h>
+#include <sys/wait.h>
+
 #include <atomic>
+#include <functional>
 #include <mutex>
 
 namespace {
 
-using testing::ElementsAre;
+using namespace raw;
 using testing::HasSubstr;
+using testing::Not;
 
 constexpr std::int32_t givenIndex = 3;
 
@@ -38,6 +45,17 @@ bool SawState(std::int32_t state) {
         if (report.serviceStatus.dwCurrentState == state) return true;
     }
     return false;
+}
+
+// Does something in a process of a user without rights. Returns what that returned.
+int AsNobody(const std::function<int()> &act) {
+    constexpr uid_t nobody = 65534;
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool switched = setgroups(0, nullptr) == 0 && setgid(nobody) == 0 && setuid(nobody) == 0;
+        _exit(switched ? act() : 99);
+    }
+    return WEXITSTATUS(WaitForEnd(child));
 }
 
 class ServiceRuntime : public testing::Test {
@@ -69,8 +87,17 @@ protected:
     }
 
     service_START_SERVICE_OUT Start(svc_arglist_t *arguments = nullptr, std::int32_t argc = 0) {
+        return StartNamed("sample", arguments, argc);
+    }
+
+    service_START_SERVICE_OUT StartNamed(const char *name, svc_arglist_t *arguments = nullptr, std::int32_t argc = 0) {
         return *CallServd<service_START_SERVICE_OUT>(
-            client.get(), SERVICE_PROC_START, service_START_SERVICE_IN{Text("sample"), arguments, argc, givenIndex});
+            client.get(), SERVICE_PROC_START, service_START_SERVICE_IN{Text(name), arguments, argc, givenIndex});
+    }
+
+    // A whole start request for a service, as it goes over the wire.
+    std::string StartRequest(const std::string &name) const {
+        return AsMessage(Call(1, program, 1, SERVICE_PROC_START, XdrString(name) + Words({0, 0, givenIndex})));
     }
 
     service_CONTROL_SERVICE_OUT Control(std::int32_t control) {
@@ -124,6 +151,83 @@ TEST_F(ServiceRuntime, a_second_start_of_a_running_service_is_refused) {
     StartAndWaitUntilRunning();
     EXPECT_EQ(Start().status, ERROR_SERVICE_ALREADY_RUNNING);
 }
+
+// --- who may hand over what ---
+
+TEST_F(ServiceRuntime, a_program_of_one_service_takes_no_second_one) {
+    Launch({});
+    StartAndWaitUntilRunning();
+    EXPECT_EQ(StartNamed("other").status, ERROR_SERVICE_NOT_IN_EXE);
+    EXPECT_EQ(Control(SERVICE_CONTROL_STOP).status, 0);
+    EXPECT_EQ(WaitForEnd(process), 0);
+    EXPECT_THAT(ReadFile(log), Not(HasSubstr("start other")));
+}
+
+TEST_F(ServiceRuntime, a_program_of_several_services_takes_those_of_its_table) {
+    Launch({"--services", "sample,other"});
+    StartAndWaitUntilRunning();
+    EXPECT_EQ(StartNamed("third").status, ERROR_SERVICE_NOT_IN_EXE);
+    EXPECT_EQ(StartNamed("other").status, 0);
+    EXPECT_EQ(StartNamed("other").status, ERROR_SERVICE_ALREADY_RUNNING);
+    ASSERT_TRUE(WaitUntil([this] { return ReadFile(log).find("start other") != std::string::npos; }));
+}
+
+// Symptom: any local user started what he liked in a service process of root, which then could not be stopped any more.
+// Cause: start requests were taken from every process of this machine.
+TEST_F(ServiceRuntime, a_start_of_another_user_is_not_taken) {
+    if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
+    Launch({"--services", "sample,theirs"});
+    const std::uint16_t port = PortOf(program, 1);
+    EXPECT_EQ(AsNobody([&] {
+                  const Socket connection = ConnectTo(port);
+                  return Send(connection, StartRequest("theirs")) && !ReadMessage(connection).empty() ? 1 : 0;
+              }),
+              0);
+    StartAndWaitUntilRunning();
+    EXPECT_THAT(ReadFile(log), Not(HasSubstr("start theirs")));
+}
+
+// The kernel says of a socket that nobody holds any more that it is root's.
+TEST_F(ServiceRuntime, a_start_that_another_user_left_behind_is_not_taken) {
+    if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
+    Launch({"--services", "sample,theirs"});
+    const std::uint16_t port = PortOf(program, 1);
+    kill(process, SIGSTOP); // it finds the request when the connection is closed already
+    EXPECT_EQ(AsNobody([&] { return Send(ConnectTo(port), StartRequest("theirs")) ? 0 : 1; }), 0);
+    kill(process, SIGCONT);
+    StartAndWaitUntilRunning();
+    EXPECT_THAT(ReadFile(log), Not(HasSubstr("start theirs")));
+}
+
+TEST_F(ServiceRuntime, a_control_of_another_user_is_not_taken) {
+    if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
+    Launch({});
+    StartAndWaitUntilRunning();
+    const std::uint16_t port = PortOf(program, 1);
+    const std::string stop = AsMessage(
+        Call(1, program, 1, SERVICE_PROC_CONTROL, Words({static_cast<std::uint32_t>(context), SERVICE_CONTROL_STOP})));
+    EXPECT_EQ(AsNobody([&] {
+                  const Socket connection = ConnectTo(port);
+                  return Send(connection, stop) && !ReadMessage(connection).empty() ? 1 : 0;
+              }),
+              0);
+    EXPECT_EQ(Control(SERVICE_CONTROL_PAUSE).svcstatus.dwCurrentState, SERVICE_PAUSED);
+}
+
+TEST_F(ServiceRuntime, the_user_whose_process_launched_it_may_start_it) {
+    if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
+    const std::string copy = CopyForAnyUser(ProgramPath("tvsample"));
+    EXPECT_EQ(AsNobody([&] {
+                  const pid_t service = StartProgram({.command = {copy, "--log", "/dev/null"}});
+                  program = SERVDAEMONPROG + static_cast<std::uint32_t>(service);
+                  if (!WaitForProgram(program, 1)) return 1;
+                  client.reset(DialHost("localhost", program, 1));
+                  return Start().status == 0 ? 0 : 2;
+              }),
+              0);
+}
+
+// --- controls ---
 
 TEST_F(ServiceRuntime, pausing_is_answered_with_the_state_after_it) {
     Launch({});
@@ -250,7 +354,7 @@ TEST_F(ServiceRuntime, its_sockets_are_closed_on_exec) {
     StartAndWaitUntilRunning();
     const std::string script = "cd /proc/" + std::to_string(process) +
                                "/fdinfo && for fd in $(grep -L '^flags:.*2......$' *); do readlink ../fd/$fd; done";
-    EXPECT_THAT(RunAndRead({.command = {"/bin/sh", "-c", script}}).output, testing::Not(HasSubstr("socket")));
+    EXPECT_THAT(RunAndRead({.command = {"/bin/sh", "-c", script}}).output, Not(HasSubstr("socket")));
 }
 
 } // namespace

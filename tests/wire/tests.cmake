@@ -12,7 +12,7 @@ tv_host_test(wire registry_faults tv_fault_cases tv_registry_proxy tv_real_daemo
 add_library(tv_scripted_daemon STATIC support/scripted_daemon.cpp)
 target_link_libraries(tv_scripted_daemon PRIVATE tv_options PUBLIC tv_test_host)
 tv_host_test(wire service_api tv_svcapi tv_scripted_daemon)
-tv_host_test(wire service_runtime tv_svcapi tv_scripted_daemon)
+tv_host_test(wire service_runtime tv_svcapi tv_scripted_daemon tv_raw_rpc)
 tv_host_test(wire tvregd tv_test_host tv_raw_rpc)
 tv_host_test(wire dial tv_raw_rpc)
 tv_host_test(wire door tv_raw_rpc)
