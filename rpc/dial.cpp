@@ -261,13 +261,17 @@ CLIENT *NewHandle(int descriptor, const sockaddr_in &server, std::uint32_t progr
 
 // --- connecting ---
 
+// On failure errno tells why.
 bool Connect(int descriptor, const sockaddr_in &server) {
     if (connect(descriptor, reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0) return true;
     if (errno != EINPROGRESS && errno != EINTR) return false;
-    int error = 0;
+    int error = ETIMEDOUT;
     socklen_t length = sizeof error;
-    return WaitFor(descriptor, POLLOUT, Now() + connectTimeoutMs) &&
-           getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0;
+    if (WaitFor(descriptor, POLLOUT, Now() + connectTimeoutMs)) {
+        (void)getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
+    }
+    errno = error;
+    return error == 0;
 }
 
 void SendWithoutDelay(int descriptor) {

@@ -22,7 +22,8 @@
 // Finds the IPv4 address of a host. Returns false when the name is unknown. May block for the resolver's time-outs.
 [[nodiscard]] bool ResolveHost(const char *host, in_addr *address);
 
-// Connects to a port of a host. Returns a client handle for program and version, null when nothing accepts within 5 s.
+// Connects to a port of a host. Returns a client handle for program and version, null when nothing accepts within 5 s;
+// errno tells why then (ECONNREFUSED: nobody listens there).
 [[nodiscard]] CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version);
 
 // Connects to the port mapper of a host: PortOfProgram asks over the handle. Null when it cannot be reached.

@@ -11,6 +11,7 @@
 #include "svcapi/port_entry.h"
 #include "svcapi/runtime.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 
@@ -25,6 +26,8 @@ namespace {
 constexpr DWORD firstWaitHintMs = 30'000; // within it ServiceMain must have reported something itself
 constexpr auto firstStartTimeout =
     std::chrono::seconds(2 * newProcessRetriesAtStartUp * retryPauseSec); // the daemon gives up before
+// For so long a start is waited for whatever the daemon does, so that somebody else can play it.
+constexpr auto firstStartPatience = std::chrono::seconds(1);
 constexpr auto lastReportTimeout = std::chrono::seconds(30); // a start of another service may hold the daemon
 constexpr auto exitReportTimeout = std::chrono::seconds(5);
 
@@ -202,19 +205,21 @@ void ServeCalls(int wake) {
     }
 }
 
-// A listening socket of our own making, because it has to be close-on-exec.
-SVCXPRT *Listen() {
+// A listening socket of our own making, because it has to be close-on-exec. *listening is a second descriptor of it,
+// for its end: the door keeps the first, whose number stands for all its connections.
+SVCXPRT *Listen(int *listening) {
     int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_in any = {AF_INET, 0, {htonl(INADDR_ANY)}, {}};
     if (listener < 0 || bind(listener, reinterpret_cast<const sockaddr *>(&any), sizeof any) != 0 ||
         listen(listener, SOMAXCONN) != 0) {
         return nullptr;
     }
+    *listening = fcntl(listener, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     SVCXPRT *transport = svctcp_create(listener, 0, 0);
     constexpr int noPortMapper = 0;
     const bool registered = transport != nullptr && svc_register(transport, ServiceProgramNumber(),
                                                                  serviceProgramVersion, AnswerCall, noPortMapper);
-    return registered && OpenDoor(transport, IsFromLauncher) ? transport : nullptr;
+    return registered && *listening >= 0 && OpenDoor(transport, IsFromLauncher) ? transport : nullptr;
 }
 
 void RemovePidFiles(ServiceRuntime &runtime) {
@@ -243,20 +248,36 @@ void LeaveAtExit() {
     RemovePidFiles(Runtime());
 }
 
-// Returns whether a start request came, once all services are stopped and the last answer is out.
-bool WaitForServices(ServiceRuntime &runtime) {
+// Returns whether a start request came: false once none can come any more.
+bool AwaitFirstStart(ServiceRuntime &runtime) {
+    const auto end = std::chrono::steady_clock::now() + firstStartTimeout;
+    const auto hasCome = [&] { return !runtime.services.empty(); };
+    RpcClient daemon;
     std::unique_lock<std::mutex> locked(runtime.guard);
-    if (!runtime.changed.wait_for(locked, firstStartTimeout, [&] { return !runtime.services.empty(); })) return false;
-    runtime.changed.wait(locked, [&] { return AllStopped(runtime) && !runtime.serving; });
+    while (!runtime.changed.wait_for(locked, firstStartPatience, hasCome)) {
+        locked.unlock();
+        const bool goesOn = std::chrono::steady_clock::now() < end && MayDaemonStartProcesses(&daemon);
+        locked.lock();
+        if (!goesOn) return hasCome(); // the daemon may have answered because its start has just been answered
+    }
     return true;
+}
+
+// Returns once all services are stopped and the last answer is out.
+void WaitForServices(ServiceRuntime &runtime) {
+    std::unique_lock<std::mutex> locked(runtime.guard);
+    runtime.changed.wait(locked, [&] { return AllStopped(runtime) && !runtime.serving; });
 }
 
 DWORD RunDispatcher() {
     ServiceRuntime &runtime = Runtime();
     NoteLauncher();
-    SVCXPRT *const transport = Listen();
+    int listening = -1;
+    SVCXPRT *const transport = Listen(&listening);
+    const DescriptorGuard listeningClosed(&listening);
     int wake = eventfd(0, EFD_CLOEXEC);
     if (transport == nullptr || wake < 0 || !EnterPort(transport->xp_port)) {
+        (void)shutdown(listening, SHUT_RDWR);
         return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
     }
     const DescriptorGuard closed(&wake);
@@ -271,12 +292,14 @@ DWORD RunDispatcher() {
     std::thread reporter(ReportStates, std::ref(runtime));
     pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
 
-    const bool started = WaitForServices(runtime);
+    const bool started = AwaitFirstStart(runtime);
+    if (started) WaitForServices(runtime);
     FlushReports(runtime, lastReportTimeout);
     RemovePort();
     (void)eventfd_write(wake, 1); // an eventfd of ours always takes it
     server.join();
     reporter.join();
+    (void)shutdown(listening, SHUT_RDWR); // a program that goes on without being a service does not listen
     RemovePidFiles(runtime);
     return started ? ERROR_SUCCESS : ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
 }

@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: MIT
-// launcher: looks at the parent process.
+// launcher: looks at the parent process and at the daemon.
 #include "svcapi/launcher.h"
 
+#include "servd/servd_xdr.h"
+#include "svcapi/link.h"
 #include "svcapi/peer_owner.h"
-#include "util/guard.h"
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
 namespace {
+
+constexpr timeval lookTimeout = {1, 0};
 
 uid_t launcher; // the user who may hand over starts and controls, besides root
 
@@ -43,4 +47,24 @@ bool IsFromLauncher(const sockaddr_in &peer, const sockaddr_in &local) {
         told = true;
     }
     return found == PeerOwner::Known && (user == 0 || user == launcher);
+}
+
+bool MayDaemonStartProcesses(RpcClient *daemon) {
+    if (*daemon == nullptr) {
+        const in_addr here = {htonl(INADDR_LOOPBACK)};
+        const RpcClient portMapper(DialPortMapper(here));
+        if (portMapper == nullptr) return true; // it may come back
+        const std::uint16_t port = PortOfProgram(portMapper.get(), SERVDAEMONPROG, SERVDAEMONVERS);
+        rpc_err asked = {};
+        clnt_geterr(portMapper.get(), &asked);
+        if (port == 0) return asked.re_status != RPC_SUCCESS;
+        daemon->reset(DialPort(here, port, SERVDAEMONPROG, SERVDAEMONVERS));
+        if (*daemon == nullptr) return errno != ECONNREFUSED;
+    }
+    const clnt_stat status = clnt_call(daemon->get(), NULLPROC, reinterpret_cast<xdrproc_t>(CodeNothing), nullptr,
+                                       reinterpret_cast<xdrproc_t>(CodeNothing), nullptr, lookTimeout);
+    if (status == RPC_TIMEDOUT) return true;
+    if (status != RPC_CANTSEND && status != RPC_CANTRECV) return false;
+    daemon->reset(); // it has ended, or closed a connection that was silent too long
+    return true;
 }

@@ -317,8 +317,12 @@ typedef struct SERVICE_TABLE_ENTRYA {
  * another is refused with 1083, in longer tables that of a name which is not among them. A service that runs is not
  * started a second time (1056).
  *
- * 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request came within 60 seconds (the program was not
- * started by the daemon, or the daemon gave up) or the port mapper refused; 1056 when called twice. */
+ * 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request came and none can come: the program can go on in
+ * the foreground. The rule: the daemon answers nobody between the fork of a service process and the answer to its
+ * start. So after one second without a start the daemon is asked whether it answers; if it does, or if there is no
+ * daemon or no port mapper, nobody waits for this process, whatever stood between: a shell, a launcher, env, setpriv. A
+ * daemon that is busy with something else (another start, its own beginning) is waited for, up to 60 seconds. 1063 also
+ * when the port mapper refuses the entry, with a line on stderr. 1056 when called twice. */
 BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable);
 
 /* Names the handler of the controls of a service that was started; its ServiceMain calls it first. Null and 1060 when

@@ -16,6 +16,7 @@
 //   --exit-code N     Win32 exit code to stop with; with --specific N also the service-specific one
 //   --silent          never report a state at all
 //   --services A,B    be a program of several services, of these names; without it it serves whichever is started
+//   --foreground      when nobody starts it as a service, write "foreground" and go on
 //
 // User controls: 128 to 199 are only written down; 200 announces a wait (CONTINUE_PENDING, --hint-ms) and never reports
 // again; 201 stops by itself; 202 ends the process on the spot without a report; 203 does not return for 60 s.
@@ -54,6 +55,7 @@ struct Options {
     DWORD specificCode = 0;
     bool hangStart = false;
     bool silent = false;
+    bool foreground = false;
     std::string services;
 };
 
@@ -158,18 +160,14 @@ void ServiceMain(DWORD argc, LPSTR *argv) {
 }
 
 bool ReadOptions(int argc, char **argv) {
-    enum Option { log, startMs, stopMs, hintMs, controls, exitCode, specific, hangStart, silent, services };
-    const option known[] = {{"log", required_argument, nullptr, log},
-                            {"start-ms", required_argument, nullptr, startMs},
-                            {"stop-ms", required_argument, nullptr, stopMs},
-                            {"hint-ms", required_argument, nullptr, hintMs},
-                            {"controls", required_argument, nullptr, controls},
-                            {"exit-code", required_argument, nullptr, exitCode},
-                            {"specific", required_argument, nullptr, specific},
-                            {"hang-start", no_argument, nullptr, hangStart},
-                            {"silent", no_argument, nullptr, silent},
-                            {"services", required_argument, nullptr, services},
-                            {}};
+    enum Option { log, startMs, stopMs, hintMs, controls, exitCode, specific, hangStart, silent, services, foreground };
+    const option known[] = {
+        {"log", required_argument, nullptr, log},           {"start-ms", required_argument, nullptr, startMs},
+        {"stop-ms", required_argument, nullptr, stopMs},    {"hint-ms", required_argument, nullptr, hintMs},
+        {"controls", required_argument, nullptr, controls}, {"exit-code", required_argument, nullptr, exitCode},
+        {"specific", required_argument, nullptr, specific}, {"hang-start", no_argument, nullptr, hangStart},
+        {"silent", no_argument, nullptr, silent},           {"services", required_argument, nullptr, services},
+        {"foreground", no_argument, nullptr, foreground},   {}};
     for (int found = 0; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         const auto number = optarg != nullptr ? static_cast<unsigned>(std::strtoul(optarg, nullptr, 10)) : 0;
         switch (found) {
@@ -183,6 +181,7 @@ bool ReadOptions(int argc, char **argv) {
         case hangStart: options.hangStart = true; break;
         case silent: options.silent = true; break;
         case services: options.services = optarg; break;
+        case foreground: options.foreground = true; break;
         default: return false;
         }
     }
@@ -210,6 +209,10 @@ int main(int argc, char **argv) {
     }
     table.push_back({nullptr, nullptr});
     if (StartServiceCtrlDispatcherA(table.data())) return 0;
+    if (GetLastError() == ERROR_FAILED_SERVICE_CONTROLLER_CONNECT && options.foreground) {
+        WriteLine("foreground");
+        return pause();
+    }
     std::fprintf(stderr, "tvsample: error %u\n", GetLastError());
     return 1;
 }

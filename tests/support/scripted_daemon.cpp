@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -17,11 +18,13 @@ namespace {
 std::mutex guard; // scripts and called
 std::map<std::uint32_t, ScriptedAnswer> scripts;
 std::vector<std::uint32_t> called;
+std::atomic<bool> isStarting;
 std::thread &server = *new std::thread; // never destroyed: forked children of tests exit while it runs
 int wake = -1;
 
 void Dispatch(svc_req *request, SVCXPRT *transport) {
     if (request->rq_proc == NULLPROC) {
+        if (isStarting) return;
         (void)svc_sendreply(transport, reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void)), nullptr);
         return;
     }
@@ -93,6 +96,8 @@ std::vector<std::uint32_t> ProceduresCalled() {
     const std::lock_guard<std::mutex> locked(guard);
     return called;
 }
+
+void SetStarting(bool starting) { isStarting = starting; }
 
 void SetScript(std::uint32_t procedure, ScriptedAnswer answer) {
     const std::lock_guard<std::mutex> locked(guard);

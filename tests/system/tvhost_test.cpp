@@ -262,6 +262,14 @@ TEST_F(Tvhost, root_s_process_does_not_run_the_service_of_another_account) {
     EXPECT_FALSE(HasMarker());
 }
 
+TEST_F(Tvhost, by_hand_it_ends_at_once) {
+    const std::int64_t before = MonotonicMs();
+    const Ended ended = RunAndRead({.command = {ProgramPath("tvhost")}});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, HasSubstr("1063"));
+    EXPECT_LT(MonotonicMs() - before, 5000);
+}
+
 TEST_F(Tvhost, by_hand_it_tells_what_it_is_for) {
     const auto run = [](const char *option) { return RunAndRead({.command = {ProgramPath("tvhost"), option}}); };
     EXPECT_THAT(run("--help").output, HasSubstr("see tvhost(8)"));

@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include <grp.h>
+#include <rpc/pmap_clnt.h>
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -73,9 +74,13 @@ protected:
     void TearDown() override {
         EndAllProcesses();
         StopScriptedDaemon();
+        (void)pmap_unset(SERVDAEMONPROG, SERVDAEMONVERS); // what a test has entered itself
+        SetStarting(false);
     }
 
+    // Launches the sample service as the daemon does, which serves nobody then until it has handed over the start.
     void Launch(std::vector<std::string> options) {
+        SetStarting(true);
         log = MakeScratchFolder() + "/log";
         WriteFile(log, "");
         std::vector<std::string> command = {ProgramPath("tvsample"), "--log", log};
@@ -91,8 +96,10 @@ protected:
     }
 
     service_START_SERVICE_OUT StartNamed(const char *name, svc_arglist_t *arguments = nullptr, std::int32_t argc = 0) {
-        return *CallServd<service_START_SERVICE_OUT>(
+        const service_START_SERVICE_OUT answer = *CallServd<service_START_SERVICE_OUT>(
             client.get(), SERVICE_PROC_START, service_START_SERVICE_IN{Text(name), arguments, argc, givenIndex});
+        SetStarting(false);
+        return answer;
     }
 
     // A whole start request for a service, as it goes over the wire.
@@ -225,6 +232,43 @@ TEST_F(ServiceRuntime, the_user_whose_process_launched_it_may_start_it) {
                   return Start().status == 0 ? 0 : 2;
               }),
               0);
+}
+
+// --- started by nobody ---
+
+TEST_F(ServiceRuntime, a_program_that_no_daemon_starts_goes_on_at_once) {
+    const auto millisecondsUntil1063 = [] {
+        const std::int64_t before = MonotonicMs();
+        const Ended ended = RunAndRead({.command = {ProgramPath("tvsample")}});
+        EXPECT_THAT(ended.error, HasSubstr("error 1063"));
+        return MonotonicMs() - before;
+    };
+    EXPECT_LT(millisecondsUntil1063(), 5000) << "with a daemon that has nothing to do";
+    StopScriptedDaemon();
+    EXPECT_LT(millisecondsUntil1063(), 5000) << "without a daemon";
+}
+
+TEST_F(ServiceRuntime, a_program_whose_daemon_has_died_goes_on_at_once) {
+    const std::uint16_t port = PortOf(SERVDAEMONPROG, SERVDAEMONVERS);
+    Launch({});
+    StopScriptedDaemon();
+    ASSERT_TRUE(pmap_set(SERVDAEMONPROG, SERVDAEMONVERS, IPPROTO_TCP, port)); // a killed daemon leaves its entry
+    EXPECT_EQ(WEXITSTATUS(WaitForEnd(process, 5000)), 1);
+}
+
+TEST_F(ServiceRuntime, a_start_is_waited_for_as_long_as_the_daemon_answers_nobody) {
+    Launch({});
+    SleepMs(3000);
+    StartAndWaitUntilRunning();
+}
+
+TEST_F(ServiceRuntime, a_program_that_goes_on_without_a_start_listens_no_more) {
+    Launch({"--foreground"});
+    const std::uint16_t port = PortOf(program, 1);
+    SetStarting(false);
+    ASSERT_TRUE(WaitUntil([this] { return ReadFile(log) == "foreground\n"; }));
+    EXPECT_FALSE(IsRegistered(program, 1));
+    EXPECT_EQ(ConnectTo(port).descriptor, -1);
 }
 
 // --- controls ---
