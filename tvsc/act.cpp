@@ -3,8 +3,14 @@
 //
 // The daemon starts no dependencies and stops no dependents: this program does. It looks before it asks for a start,
 // because a start of a service whose announced wait has passed starts a second process.
+#include "tvsc/act.h"
+
+#include "svcapi/client.h"
 #include "tvsc/launcher.h"
-#include "tvsc/tvsc.h"
+#include "tvsc/names.h"
+#include "tvsc/report.h"
+#include "tvsc/waiting.h"
+#include "tvsc/words.h"
 
 #include <fmt/format.h>
 
@@ -237,7 +243,7 @@ std::vector<std::string> ActiveServices(Session &session) {
 } // namespace
 
 int RunStart(Session &session, const StartOptions &start) {
-    for (const std::string &name : ResolveNames(session, start.names, "start").names) {
+    for (const std::string &name : ResolveNames(session, start.names, "start")) {
         if (start.withDependencies && !StartDependencies(session, name)) continue;
         (void)StartOne(session, name, start); // noted
     }
@@ -250,7 +256,7 @@ int RunStop(Session &session, const StopOptions &stop) {
         each.names = ActiveServices(session);
         each.withDependents = true;
     } else {
-        each.names = ResolveNames(session, stop.names, "stop").names;
+        each.names = ResolveNames(session, stop.names, "stop");
     }
     for (const std::string &name : each.names) {
         if (ClearDependents(session, name, each)) (void)StopOne(session, name, each.wait); // noted
@@ -259,7 +265,7 @@ int RunStop(Session &session, const StopOptions &stop) {
 }
 
 int RunRestart(Session &session, const std::vector<std::string> &names) {
-    for (const std::string &name : ResolveNames(session, names, "restart").names) {
+    for (const std::string &name : ResolveNames(session, names, "restart")) {
         if (ClearDependents(session, name, {}) && StopOne(session, name, true)) {
             (void)StartOne(session, name, {}); // noted
         }
@@ -268,7 +274,7 @@ int RunRestart(Session &session, const std::vector<std::string> &names) {
 }
 
 int RunControl(Session &session, const std::vector<std::string> &names, DWORD control, bool wait) {
-    for (const std::string &name : ResolveNames(session, names, ActionName(control)).names) {
+    for (const std::string &name : ResolveNames(session, names, ActionName(control))) {
         const ServiceHandle service = OpenFor(session, name, ActionName(control));
         if (service != nullptr) (void)SendControl(session, service.get(), name, control, wait); // noted
     }
@@ -276,7 +282,7 @@ int RunControl(Session &session, const std::vector<std::string> &names, DWORD co
 }
 
 int RunWait(Session &session, const std::vector<std::string> &names, DWORD state) {
-    for (const std::string &name : ResolveNames(session, names, "wait").names) {
+    for (const std::string &name : ResolveNames(session, names, "wait")) {
         const ServiceHandle service = OpenFor(session, name, "wait");
         if (service != nullptr) (void)WaitAndTell(session, service.get(), name, "wait", state, false); // noted
     }
@@ -284,7 +290,7 @@ int RunWait(Session &session, const std::vector<std::string> &names, DWORD state
 }
 
 int RunReset(Session &session, const std::vector<std::string> &names) {
-    for (const std::string &name : ResolveNames(session, names, "reset").names) {
+    for (const std::string &name : ResolveNames(session, names, "reset")) {
         const ServiceHandle service = OpenFor(session, name, "reset");
         if (service == nullptr) continue;
         SERVICE_STATUS status = {};

@@ -3,10 +3,16 @@
 //
 // An image is a csh script. For an ordinary program it is the launcher of tvhost, the same for all of them; for a
 // program that is a service itself a launcher of its own is written.
+#include "tvsc/configure.h"
+
 #include "servd/limits.h"
+#include "svcapi/client.h"
 #include "tvhost/parameters.h"
 #include "tvsc/launcher.h"
-#include "tvsc/tvsc.h"
+#include "tvsc/names.h"
+#include "tvsc/report.h"
+#include "tvsc/waiting.h"
+#include "tvsc/words.h"
 #include "util/string_list.h"
 
 #include <fmt/format.h>
@@ -223,14 +229,14 @@ int RunConfig(Session &session, const ConfigOptions &config) {
     if (config.image && CheckImage(session, *config.image, &problem) != ERROR_SUCCESS) {
         return Refuse(session, config.name, "config", ERROR_PATH_NOT_FOUND, problem);
     }
-    for (const std::string &name : ResolveNames(session, {config.name}, "config").names) {
+    for (const std::string &name : ResolveNames(session, {config.name}, "config")) {
         ChangeOne(session, name, config);
     }
     return Finish(session);
 }
 
 int RunDelete(Session &session, const DeleteOptions &options) {
-    for (const std::string &name : ResolveNames(session, options.names, "delete").names) {
+    for (const std::string &name : ResolveNames(session, options.names, "delete")) {
         DeleteOne(session, name, options);
     }
     return Finish(session);

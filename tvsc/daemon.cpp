@@ -3,12 +3,16 @@
 //
 // It answers nothing while it works, and at boot nothing before the automatic services are started, although connecting
 // to it succeeds: these commands wait.
+#include "tvsc/daemon.h"
+
 #include "tvsc/json_output.h"
-#include "tvsc/tvsc.h"
+#include "tvsc/report.h"
+#include "tvsc/words.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 namespace {

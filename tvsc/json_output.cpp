@@ -3,6 +3,9 @@
 //
 // Names are bytes. One that is not UTF-8 is written with replacement characters, and its bytes in base64 beside it.
 #include "tvsc/json_output.h"
+
+#include "tvsc/boot_words.h"
+#include "tvsc/words.h"
 #include "util/base64.h"
 #include "util/utf8.h"
 #include "util/win32_names.h"

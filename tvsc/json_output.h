@@ -2,8 +2,11 @@
 // json_output: everything that tvsc writes as JSON. One object on stdout; stable snake_case keys.
 #pragma once
 
+#include "svcapi/client.h"
 #include "tvsc/boot_plan.h"
-#include "tvsc/tvsc.h"
+#include "tvsc/session.h"
+
+#include <optional>
 
 // A service as list, status and show print it.
 struct ServiceView {
@@ -28,7 +31,4 @@ struct PingReport {
 };
 void PrintPingJson(const Options &options, const PingReport &report);
 
-// A remark in words, and the seconds that the starts of a plan take when each fails as late and as often as it may.
-[[nodiscard]] std::string RemarkText(const BootRemark &remark);
-[[nodiscard]] std::size_t WorstCaseSec(const BootPlan &plan);
 void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan);

@@ -3,21 +3,24 @@
 //
 // Enumeration and the peek control touch nothing; a status query applies the daemon's deadline, an interrogation calls
 // the service. Only the first two are used unless the user asks for more.
+#include "tvsc/look.h"
+
 #include "svcapi/pid_file.h"
 #include "tvsc/json_output.h"
-#include "tvsc/tvsc.h"
+#include "tvsc/names.h"
+#include "tvsc/report.h"
+#include "tvsc/table.h"
+#include "tvsc/waiting.h"
+#include "tvsc/words.h"
 #include "util/printable.h"
 #include "util/win32_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <fnmatch.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
@@ -181,11 +184,11 @@ ServiceView ViewOf(const Session &session, const ListedService &service) {
 // The services of these names as they stand, or a note of a failure.
 std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string> &patterns,
                                  const std::string &action) {
-    const ResolvedNames resolved = ResolveNames(session, patterns, action);
+    const std::vector<std::string> resolved = ResolveNames(session, patterns, action);
     std::vector<ListedService> services;
     std::vector<ServiceView> views;
     if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return views;
-    for (const std::string &name : resolved.names) {
+    for (const std::string &name : resolved) {
         for (const ListedService &service : services) {
             if (service.name == name) views.push_back(ViewOf(session, service));
         }
@@ -272,8 +275,8 @@ int RunShow(Session &session, const std::vector<std::string> &names) {
 int RunDeps(Session &session, const std::string &name, bool dependents) {
     const std::string action = dependents ? "dependents" : "deps";
     const std::string relation = dependents ? "dependents" : "dependencies";
-    const ResolvedNames resolved = ResolveNames(session, {name}, action);
-    for (const std::string &one : resolved.names) {
+    const std::vector<std::string> resolved = ResolveNames(session, {name}, action);
+    for (const std::string &one : resolved) {
         const ServiceHandle service(OpenServiceA(session.manager.get(), one.c_str(), SERVICE_ENUMERATE_DEPENDENTS));
         std::vector<ListedService> found;
         DWORD rc = service != nullptr ? ERROR_SUCCESS : GetLastError();
@@ -325,78 +328,4 @@ int RunExplain(const Options &options, DWORD code) {
         fmt::print(stderr, "tvsc: {}: none of the codes that are answered here\n", code);
     }
     return isKnown ? EXIT_DONE : EXIT_FAILED;
-}
-
-int RunLockStatus(Session &session) {
-    LockStatus status;
-    const DWORD rc = QueryLock(session.manager.get(), &status);
-    if (rc != ERROR_SUCCESS) {
-        Failed(session, session.options.host, "lock status", rc);
-        return Finish(session);
-    }
-    if (session.options.json) {
-        PrintLockJson(session, status);
-    } else if (status.locked) {
-        fmt::print("locked by {} for {} s\n", Printable(status.owner), status.durationSec);
-    } else {
-        fmt::print("not locked\n");
-    }
-    return EXIT_DONE;
-}
-
-int RunLockRelease(Session &session, std::optional<DWORD> id) {
-    LockStatus status;
-    DWORD rc = QueryLock(session.manager.get(), &status);
-    if (rc == ERROR_SUCCESS && !id && status.locked) {
-        // Our library writes the identifier into the owner's name.
-        const std::size_t at = status.owner.rfind(" id=");
-        if (at != std::string::npos) id = static_cast<DWORD>(std::strtoul(status.owner.c_str() + at + 4, nullptr, 10));
-    }
-    if (rc == ERROR_SUCCESS && !id) {
-        if (!status.locked) {
-            Done(session, session.options.host, "lock release", "not locked");
-        } else {
-            Failed(session, session.options.host, "lock release", ERROR_INVALID_SERVICE_LOCK,
-                   fmt::format("\"{}\" does not tell the identifier of the lock; use --id", status.owner));
-        }
-        return Finish(session);
-    }
-    if (rc == ERROR_SUCCESS) {
-        rc = tvUnlockServiceDatabaseById(session.manager.get(), id.value_or(0)) ? ERROR_SUCCESS : GetLastError();
-    }
-    if (rc == ERROR_SUCCESS) {
-        Done(session, session.options.host, "lock release", fmt::format("freed the lock of {}", status.owner));
-    } else {
-        Failed(session, session.options.host, "lock release", rc);
-    }
-    return Finish(session);
-}
-
-int RunWithLock(Session &session, const std::vector<std::string> &command) {
-    const SC_LOCK lock = LockServiceDatabase(session.manager.get());
-    if (lock == nullptr) {
-        Failed(session, session.options.host, "with-lock", GetLastError());
-        return Finish(session);
-    }
-    std::vector<char *> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string &word : command) {
-        argv.push_back(const_cast<char *>(word.c_str()));
-    }
-    argv.push_back(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-        sigset_t none;
-        sigemptyset(&none);
-        (void)sigprocmask(SIG_SETMASK, &none, nullptr); // interrupts are blocked here, for a thread that waits for them
-        (void)signal(SIGPIPE, SIG_DFL);                 // and this one is ignored
-        execvp(argv[0], argv.data());
-        fmt::print(stderr, "tvsc: {}: {}\n", Printable(command.front()), std::strerror(errno));
-        _exit(127);
-    }
-    int status = 0;
-    const bool ended = child > 0 && waitpid(child, &status, 0) == child;
-    (void)UnlockServiceDatabase(lock); // somebody may have freed it by force
-    if (!ended) return EXIT_FAILED;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 // names: from what was typed to the services that are meant.
-#include "tvsc/tvsc.h"
+#include "tvsc/names.h"
+
+#include "svcapi/client.h"
+#include "tvsc/report.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -80,13 +83,13 @@ std::vector<std::string> SimilarNames(const std::string &name, const std::vector
     return similar;
 }
 
-ResolvedNames ResolveNames(Session &session, const std::vector<std::string> &patterns, const std::string &action) {
-    ResolvedNames resolved;
+std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
+                                      const std::string &action) {
+    std::vector<std::string> resolved;
     std::vector<ListedService> services;
     DWORD rc = EnumerateAllServices(session.manager.get(), &services);
     if (rc != ERROR_SUCCESS) {
         Failed(session, session.options.host, action, rc, "the services cannot be listed");
-        resolved.failed = true;
         return resolved;
     }
     std::vector<std::string> known;
@@ -105,11 +108,10 @@ ResolvedNames ResolveNames(Session &session, const std::vector<std::string> &pat
                 session.results.back().suggested = similar;
                 Note(session, fmt::format("  did you mean {}?", fmt::join(similar, ", ")));
             }
-            resolved.failed = true;
         }
         for (const std::string &name : meant) {
-            const bool isNew = std::find(resolved.names.begin(), resolved.names.end(), name) == resolved.names.end();
-            if (isNew) resolved.names.push_back(name);
+            const bool isNew = std::find(resolved.begin(), resolved.end(), name) == resolved.end();
+            if (isNew) resolved.push_back(name);
         }
     }
     return resolved;

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 // plan: tells what the daemon will do, without doing it and without asking it: the registry says it all.
-#include "servd/limits.h"
-#include "tvsc/boot_plan.h"
+#include "tvsc/plan.h"
+
+#include "tvsc/boot_words.h"
 #include "tvsc/json_output.h"
-#include "tvsc/tvsc.h"
+#include "tvsc/report.h"
+#include "tvsc/table.h"
+#include "tvsc/words.h"
 #include "util/printable.h"
 
 #include <fmt/format.h>
@@ -61,29 +64,6 @@ void TellFault(Session &session, const BootFault &fault) {
 }
 
 } // namespace
-
-std::string RemarkText(const BootRemark &remark) {
-    switch (remark.kind) {
-    case BootRemarkKind::disabled: return fmt::format("disabled, but started, since {} needs it", remark.text);
-    case BootRemarkKind::noImage: return "has no image path: its start fails";
-    case BootRemarkKind::ring: return fmt::format("depends on itself ({}): the walk ends there", remark.text);
-    case BootRemarkKind::unknownService:
-        return fmt::format("depends on {}, which does not exist: passed over", remark.text);
-    case BootRemarkKind::emptyGroup:
-        return fmt::format("depends on group {}, which is empty: passed over", remark.text);
-    case BootRemarkKind::unreadable: return "its dependencies cannot be read: the walk ends there";
-    case BootRemarkKind::groupOrder:
-        return fmt::format("comes after {}, whose group is a later one: the order of groups is not followed",
-                           remark.text);
-    }
-    return "";
-}
-
-// A service whose process is not reached stays stopped and is tried again; one whose process is reached and does not
-// answer is start pending from then on.
-std::size_t WorstCaseSec(const BootPlan &plan) {
-    return plan.mostTries * newProcessRetriesAtStartUp * retryPauseSec + plan.steps.size() * serviceCallTimeoutSec;
-}
 
 int RunPlanBoot(const Options &options) {
     Session session;

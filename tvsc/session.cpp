@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // session: connecting to the daemon.
+#include "tvsc/session.h"
+
 #include "servd/limits.h"
 #include "svcapi/link.h"
-#include "tvsc/tvsc.h"
+#include "tvsc/report.h"
 
 #include <fmt/format.h>
 #include <unistd.h>

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // waiting: watching a service until it is where it should be.
+#include "tvsc/waiting.h"
+
 #include "servd/limits.h"
 #include "svcapi/pid_file.h"
-#include "tvsc/tvsc.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <thread>
 

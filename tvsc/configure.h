@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// configure: the commands that create, change and delete services. Each returns the exit status.
+#pragma once
+
+#include "tvsc/session.h"
+
+#include <optional>
+
+struct CreateOptions {
+    std::string name;
+    std::string exec;    // program and arguments, run by tvhost
+    std::string program; // a service program and its arguments, started directly
+    std::string image;   // a csh script
+    std::string display;
+    DWORD type = SERVICE_WIN32_OWN_PROCESS;
+    DWORD startType = SERVICE_DEMAND_START;
+    DWORD errorControl = SERVICE_ERROR_NORMAL;
+    std::vector<std::string> dependencies;
+    std::string group;
+    bool tag = false;
+    std::string user;
+    std::vector<std::string> environment;
+    std::string directory;
+    std::string standardOutput;
+    std::string standardError;
+    std::optional<DWORD> stopTimeoutMs;
+};
+int RunCreate(Session &session, const CreateOptions &create);
+
+struct ConfigOptions {
+    std::string name;
+    std::optional<std::string> display, image, group, user;
+    std::optional<DWORD> type, startType, errorControl;
+    std::optional<std::string> dependencies; // separated by commas; "" takes all away
+    bool tag = false;
+};
+int RunConfig(Session &session, const ConfigOptions &config);
+
+struct DeleteOptions {
+    std::vector<std::string> names;
+    bool stop = false;
+    bool wait = false;
+};
+int RunDelete(Session &session, const DeleteOptions &options);

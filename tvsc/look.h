@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// look: the commands that only look. Each returns the exit status.
+#pragma once
+
+#include "tvsc/session.h"
+
+struct ListFilter {
+    std::vector<std::string> patterns;
+    std::vector<std::string> states; // "running", "start_pending", ...; "failed"; none: all
+    std::string group;
+    bool namesOnly = false;
+    bool brief = false; // no configurations
+};
+int RunList(Session &session, const ListFilter &filter);
+
+enum class StatusLook { passive, fresh, probe };
+int RunStatus(Session &session, const std::vector<std::string> &names, StatusLook look);
+int RunIsActive(Session &session, const std::vector<std::string> &names);
+int RunIsFailed(Session &session, const std::vector<std::string> &names);
+int RunShow(Session &session, const std::vector<std::string> &names);
+int RunDeps(Session &session, const std::string &name, bool dependents);
+int RunName(Session &session, const std::string &name);
+int RunExplain(const Options &options, DWORD code);

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// names: from what was typed to the services that are meant.
+#pragma once
+
+#include "tvsc/session.h"
+
+// The services that patterns mean: an exact name, else the one name that differs in case only, else the key of a
+// display name; a pattern with * ? [ stands for all that match. What means nothing is told and noted as failed.
+[[nodiscard]] std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
+                                                    const std::string &action);
+// Names of `known` that `name` may have been meant as, the nearest first, three at most.
+[[nodiscard]] std::vector<std::string> SimilarNames(const std::string &name, const std::vector<std::string> &known);
