@@ -50,7 +50,6 @@ void Put(RegKey &key, const std::string &name, std::uint32_t type, const std::ve
     value.name = name;
     value.type = type;
     value.data = ParseData(type, words).value_or("");
-    value.line = key.line;
     key.values.push_back(std::move(value));
 }
 

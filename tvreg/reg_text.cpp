@@ -161,7 +161,6 @@ bool TakeStringValue(Reader &reader, RegValue *value) {
 
 // "name"=..., the reader at its beginning.
 bool TakeValue(Reader &reader, RegValue *value) {
-    value->line = reader.line;
     if (!Take(reader, "@") && !TakeQuoted(reader, &value->name)) return false;
     SkipBlanks(reader);
     if (!Take(reader, "=")) return Fail(reader, "an equals sign must follow the name of a value");
@@ -175,7 +174,6 @@ bool TakeValue(Reader &reader, RegValue *value) {
 
 // [KEY] or [-KEY]. The name of a key may hold brackets, so the last one of the line closes.
 bool TakeKey(Reader &reader, RegKey *key) {
-    key->line = reader.line;
     (void)Take(reader, "[");
     key->isDeleted = Take(reader, "-");
     const std::string_view line = reader.rest.substr(0, reader.rest.find('\n'));
@@ -296,10 +294,6 @@ bool Append(std::string_view text, RegDialect dialect, std::string *bytes) {
 }
 
 } // namespace
-
-bool RegValue::operator==(const RegValue &other) const {
-    return name == other.name && isDeleted == other.isDeleted && type == other.type && data == other.data;
-}
 
 std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegKey> *keys) {
     keys->clear();

@@ -20,16 +20,14 @@ struct RegValue {
     bool isDeleted = false;
     std::uint32_t type = REG_NONE;
     std::string data; // the registry's bytes, terminators included
-    int line = 0;     // where it was read
 
-    bool operator==(const RegValue &other) const;
+    bool operator==(const RegValue &other) const = default;
 };
 
 struct RegKey {
     KeyPath key;
     bool isDeleted = false;
     std::vector<RegValue> values; // none when the key is deleted
-    int line = 0;
 };
 
 enum class RegDialect { REGEDIT4, VERSION5 };

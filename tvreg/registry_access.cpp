@@ -133,7 +133,7 @@ std::vector<RegKey> ReadKeys(const KeyPath &key) {
         KeyContent content = ReadKey(next);
         for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name)
             pending.push_back(Below(next, *name));
-        keys.push_back({next, false, std::move(content.values), 0});
+        keys.push_back({next, false, std::move(content.values)});
     }
     return keys;
 }

@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: MIT
+// commands: looking into the registry, writing it, and .reg files.
+#include "tvreg/commands.h"
+
+#include "tvreg/fix_services.h"
+#include "tvreg/key_path.h"
+#include "tvreg/reg_text.h"
+#include "tvreg/registry_access.h"
+#include "tvreg/value_text.h"
+#include "util/guard.h"
+#include "util/ktl_strings.h"
+#include "util/printable.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// --- shared --------------------------------------------------------------------------------------------------------
+
+KeyPath KeyOf(const Options &options) {
+    KeyPath key;
+    if (!ParseKeyPath(options.key, &key)) {
+        throw Failure(EXIT_USAGE, fmt::format("{}: not a key: a root (HKLM, HKEY_LOCAL_MACHINE ...) and names with one "
+                                              "backslash between them",
+                                              options.key));
+    }
+    return key;
+}
+
+// The output must have arrived before the program says that all went well.
+void Print(std::string_view text) {
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+        throw Failure(EXIT_FAILED, fmt::format("standard output: {}", std::strerror(errno)));
+}
+
+void PrintJson(const Json &object) { Print(object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
+
+[[noreturn]] void FailFile(const std::string &name) {
+    throw Failure(EXIT_FAILED, fmt::format("{}: {}", name, std::strerror(errno)));
+}
+
+// All that can be read of a file, a pipe or, for "-", standard input.
+std::string ReadFile(const std::string &file) {
+    const bool isInput = file == "-";
+    int descriptor = isInput ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const std::string name = isInput ? "standard input" : file;
+    if (descriptor < 0) FailFile(name);
+    DescriptorGuard closed(&descriptor);
+    if (isInput) (void)closed.release(); // not ours to close
+    std::string content;
+    char piece[64 * 1024];
+    for (ssize_t bytes = 0; (bytes = read(descriptor, piece, sizeof piece)) != 0;) {
+        if (bytes > 0) content.append(piece, static_cast<std::size_t>(bytes));
+        if (bytes < 0 && errno != EINTR) FailFile(name);
+    }
+    return content;
+}
+
+std::string NameText(const RegValue &value) { return value.name.empty() ? "(Default)" : Printable(value.name); }
+
+std::string ValueLine(const RegValue &value) {
+    return fmt::format("    {}    {}    {}\n", NameText(value), TypeText(value.type), DataText(value));
+}
+
+// --- looking -------------------------------------------------------------------------------------------------------
+
+Json KeyJson(const KeyPath &key, const KeyContent &content) {
+    Json object;
+    SetText(object, "key", KeyPathText(key));
+    object["values"] = Json::array();
+    for (const RegValue &value : content.values)
+        object["values"].push_back(ValueJson(value));
+    object["subkeys"] = Json::array();
+    for (const std::string &subKey : content.subKeys)
+        object["subkeys"].push_back(subKey);
+    return object;
+}
+
+void PrintKey(const KeyPath &key, const KeyContent &content, bool withSubKeys) {
+    std::string text = Printable(KeyPathText(key)) + "\n";
+    for (const RegValue &value : content.values)
+        text += ValueLine(value);
+    text += "\n";
+    for (const std::string &subKey : content.subKeys)
+        if (withSubKeys) text += Printable(KeyPathText(Below(key, subKey))) + "\n";
+    Print(text);
+}
+
+bool WantsOneValue(const Options &options) { return !options.valueName.empty() || options.unnamed; }
+
+// What is asked for of a key that a walk has come to; false when it has nothing of it.
+bool KeepWhatIsAskedFor(const Options &options, KeyContent *content) {
+    if (!WantsOneValue(options)) return true;
+    std::erase_if(content->values, [&](const RegValue &value) {
+        return _ktl_strcasecmp(value.name.c_str(), options.valueName.c_str()) != 0;
+    });
+    return !content->values.empty();
+}
+
+void ShowKey(const Options &options, const KeyPath &key, const KeyContent &content, Json *keys) {
+    if (options.json) {
+        keys->push_back(KeyJson(key, content));
+    } else {
+        PrintKey(key, content, !options.recursive);
+    }
+}
+
+void QueryBelow(const Options &options, Json *keys) {
+    bool isFound = false;
+    std::vector<KeyPath> pending{KeyOf(options)};
+    while (!pending.empty()) {
+        const KeyPath key = std::move(pending.back());
+        pending.pop_back();
+        KeyContent content = ReadKey(key);
+        for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name)
+            pending.push_back(Below(key, *name));
+        if (!KeepWhatIsAskedFor(options, &content)) continue;
+        isFound = true;
+        ShowKey(options, key, content, keys);
+    }
+    if (!isFound)
+        Check(ERROR_FILE_NOT_FOUND, fmt::format("{} and below, value \"{}\"", options.key, options.valueName));
+}
+
+} // namespace
+
+void Query(const Options &options) {
+    Json keys = Json::array();
+    const KeyPath key = KeyOf(options);
+    if (options.recursive) {
+        QueryBelow(options, &keys);
+    } else if (WantsOneValue(options)) {
+        ShowKey(options, key, {{ReadValue(key, options.valueName)}, {}}, &keys);
+    } else {
+        ShowKey(options, key, ReadKey(key), &keys);
+    }
+    if (options.json) PrintJson({{"schema", "tvreg.query/1"}, {"keys", keys}});
+}
+
+void List(const Options &options) {
+    const KeyPath key = KeyOf(options);
+    if (!options.recursive) {
+        for (const std::string &subKey : ReadKey(key).subKeys)
+            Print(Printable(subKey) + "\n");
+        return;
+    }
+    for (const RegKey &below : ReadKeys(key)) {
+        if (below.key.path.size() > key.path.size())
+            Print(Printable(below.key.path.substr(key.path.empty() ? 0 : key.path.size() + 1)) + "\n");
+    }
+}
+
+void Get(const Options &options) {
+    const RegValue value = ReadValue(KeyOf(options), options.valueName);
+    if (options.json) {
+        PrintJson(ValueJson(value));
+    } else {
+        Print(options.raw ? value.data : DataText(value) + "\n");
+    }
+}
+
+void Export(const Options &options) {
+    std::string text, culprit;
+    const auto dialect = options.reg4 ? RegDialect::REGEDIT4 : RegDialect::VERSION5;
+    if (!WriteRegText(ReadKeys(KeyOf(options)), dialect, &text, &culprit)) {
+        throw Failure(EXIT_BAD_TEXT, fmt::format("{}: cannot stand in this kind of file{}", culprit,
+                                                 options.reg4 ? "" : " because it is not UTF-8; try --reg4"));
+    }
+    if (options.file.value_or("-") == "-") return Print(text);
+    std::ofstream file(*options.file, std::ios::binary | std::ios::trunc);
+    if (!(file << text) || !file.flush())
+        throw Failure(EXIT_FAILED, fmt::format("{}: {}", *options.file, std::strerror(errno)));
+}
+
+void Version(const Options &options) {
+    HKEY key = 0;
+    DWORD major = 0, minor = 0, patch = 0;
+    Check(RegOpenKeyExA(HKEY_LOCAL_MACHINE, nullptr, 0, KEY_ALL_ACCESS, &key), "registry daemon");
+    Check(RegQueryVersionInfo(&major, &minor, &patch), "registry daemon");
+    if (options.json) {
+        PrintJson({{"schema", "tvreg.version/1"}, {"major", major}, {"minor", minor}, {"patch", patch}});
+    } else {
+        Print(fmt::format("registry daemon {}.{}.{}\n", major, minor, patch));
+    }
+}
+
+// --- changing ------------------------------------------------------------------------------------------------------
+
+void Import(const Options &options) {
+    // All files are read before anything is written.
+    std::vector<RegKey> all;
+    for (const std::string &file : options.files) {
+        std::vector<RegKey> keys;
+        if (const auto error = ReadRegText(ReadFile(file), &keys))
+            throw Failure(EXIT_BAD_TEXT, fmt::format("{}:{}: {}", file, error->line, error->text));
+        all.insert(all.end(), std::make_move_iterator(keys.begin()), std::make_move_iterator(keys.end()));
+    }
+    if (options.fixServices) {
+        for (const std::string &remark : FixServices(&all))
+            (void)std::fprintf(stderr, "%s\n", Printable(remark).c_str());
+    }
+    if (!options.dryRun) return WriteKeys(all);
+    for (const RegKey &key : all) {
+        Print(fmt::format("{}{}\n", key.isDeleted ? "- " : "", Printable(KeyPathText(key.key))));
+        for (const RegValue &value : key.values)
+            Print(value.isDeleted ? fmt::format("  - {}\n", NameText(value)) : ValueLine(value));
+    }
+}
+
+void Add(const Options &options) {
+    const auto type = ParseType(options.type);
+    if (!type) throw Failure(EXIT_USAGE, fmt::format("{}: not a type of a value", options.type));
+    RegKey key{KeyOf(options), false, {}};
+    if (!options.valueName.empty() || options.unnamed || !options.data.empty()) {
+        std::vector<std::string> words = options.data;
+        if (words.size() == 1 && words.front() == "-") words.front() = ReadFile("-");
+        const auto data = ParseData(*type, words);
+        if (!data) {
+            throw Failure(EXIT_USAGE,
+                          fmt::format("\"{}\": not data of the type {}", fmt::join(words, "\" \""), TypeText(*type)));
+        }
+        RegValue value;
+        value.name = options.valueName;
+        value.type = *type;
+        value.data = *data;
+        key.values.push_back(std::move(value));
+    }
+    WriteKeys({key});
+}
+
+void Set(const Options &options) {
+    Options add = options;
+    add.unnamed = add.valueName.empty();
+    Add(add);
+}
+
+void Delete(const Options &options) {
+    const KeyPath key = KeyOf(options);
+    if (options.allValues) {
+        for (const RegValue &value : ReadKey(key).values)
+            DeleteValue(key, value.name);
+    } else if (!options.valueName.empty() || options.unnamed) {
+        DeleteValue(key, options.valueName);
+    } else {
+        DeleteKey(key);
+    }
+}
+
+// Other than Delete, it leaves a key with subkeys alone unless told.
+void Remove(const Options &options) {
+    const KeyPath key = KeyOf(options);
+    if (options.goesValue) return DeleteValue(key, *options.goesValue);
+    if (!options.recursive && !ReadKey(key).subKeys.empty()) Check(ERROR_KEY_HAS_CHILDREN, KeyPathText(key));
+    DeleteKey(key);
+}
