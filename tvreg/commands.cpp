@@ -41,8 +41,9 @@ KeyPath KeyOf(const Options &options) {
 
 // The output must have arrived before the program says that all went well.
 void Print(std::string_view text) {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
         throw Failure(EXIT_FAILED, fmt::format("standard output: {}", std::strerror(errno)));
+    }
 }
 
 void PrintJson(const Json &object) { Print(object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
@@ -80,21 +81,25 @@ Json KeyJson(const KeyPath &key, const KeyContent &content) {
     Json object;
     SetText(object, "key", KeyPathText(key));
     object["values"] = Json::array();
-    for (const RegValue &value : content.values)
+    for (const RegValue &value : content.values) {
         object["values"].push_back(ValueJson(value));
+    }
     object["subkeys"] = Json::array();
-    for (const std::string &subKey : content.subKeys)
+    for (const std::string &subKey : content.subKeys) {
         object["subkeys"].push_back(subKey);
+    }
     return object;
 }
 
 void PrintKey(const KeyPath &key, const KeyContent &content, bool withSubKeys) {
     std::string text = Printable(KeyPathText(key)) + "\n";
-    for (const RegValue &value : content.values)
+    for (const RegValue &value : content.values) {
         text += ValueLine(value);
+    }
     text += "\n";
-    for (const std::string &subKey : content.subKeys)
+    for (const std::string &subKey : content.subKeys) {
         if (withSubKeys) text += Printable(KeyPathText(Below(key, subKey))) + "\n";
+    }
     Print(text);
 }
 
@@ -124,14 +129,16 @@ void QueryBelow(const Options &options, Json *keys) {
         const KeyPath key = std::move(pending.back());
         pending.pop_back();
         KeyContent content = ReadKey(key);
-        for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name)
+        for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name) {
             pending.push_back(Below(key, *name));
+        }
         if (!KeepWhatIsAskedFor(options, &content)) continue;
         isFound = true;
         ShowKey(options, key, content, keys);
     }
-    if (!isFound)
+    if (!isFound) {
         Check(ERROR_FILE_NOT_FOUND, fmt::format("{} and below, value \"{}\"", options.key, options.valueName));
+    }
 }
 
 } // namespace
@@ -152,13 +159,15 @@ void Query(const Options &options) {
 void List(const Options &options) {
     const KeyPath key = KeyOf(options);
     if (!options.recursive) {
-        for (const std::string &subKey : ReadKey(key).subKeys)
+        for (const std::string &subKey : ReadKey(key).subKeys) {
             Print(Printable(subKey) + "\n");
+        }
         return;
     }
     for (const RegKey &below : ReadKeys(key)) {
-        if (below.key.path.size() > key.path.size())
+        if (below.key.path.size() > key.path.size()) {
             Print(Printable(below.key.path.substr(key.path.empty() ? 0 : key.path.size() + 1)) + "\n");
+        }
     }
 }
 
@@ -173,15 +182,16 @@ void Get(const Options &options) {
 
 void Export(const Options &options) {
     std::string text, culprit;
-    const auto dialect = options.reg4 ? RegDialect::REGEDIT4 : RegDialect::VERSION5;
+    const auto dialect = options.reg4 ? RegDialect::regedit4 : RegDialect::version5;
     if (!WriteRegText(ReadKeys(KeyOf(options)), dialect, &text, &culprit)) {
         throw Failure(EXIT_BAD_TEXT, fmt::format("{}: cannot stand in this kind of file{}", culprit,
                                                  options.reg4 ? "" : " because it is not UTF-8; try --reg4"));
     }
     if (options.file.value_or("-") == "-") return Print(text);
     std::ofstream file(*options.file, std::ios::binary | std::ios::trunc);
-    if (!(file << text) || !file.flush())
+    if (!(file << text) || !file.flush()) {
         throw Failure(EXIT_FAILED, fmt::format("{}: {}", *options.file, std::strerror(errno)));
+    }
 }
 
 void Version(const Options &options) {
@@ -203,19 +213,22 @@ void Import(const Options &options) {
     std::vector<RegKey> all;
     for (const std::string &file : options.files) {
         std::vector<RegKey> keys;
-        if (const auto error = ReadRegText(ReadFile(file), &keys))
+        if (const auto error = ReadRegText(ReadFile(file), &keys)) {
             throw Failure(EXIT_BAD_TEXT, fmt::format("{}:{}: {}", file, error->line, error->text));
+        }
         all.insert(all.end(), std::make_move_iterator(keys.begin()), std::make_move_iterator(keys.end()));
     }
     if (options.fixServices) {
-        for (const std::string &remark : FixServices(&all))
+        for (const std::string &remark : FixServices(&all)) {
             (void)std::fprintf(stderr, "%s\n", Printable(remark).c_str());
+        }
     }
     if (!options.dryRun) return WriteKeys(all);
     for (const RegKey &key : all) {
         Print(fmt::format("{}{}\n", key.isDeleted ? "- " : "", Printable(KeyPathText(key.key))));
-        for (const RegValue &value : key.values)
+        for (const RegValue &value : key.values) {
             Print(value.isDeleted ? fmt::format("  - {}\n", NameText(value)) : ValueLine(value));
+        }
     }
 }
 
@@ -249,8 +262,9 @@ void Set(const Options &options) {
 void Delete(const Options &options) {
     const KeyPath key = KeyOf(options);
     if (options.allValues) {
-        for (const RegValue &value : ReadKey(key).values)
+        for (const RegValue &value : ReadKey(key).values) {
             DeleteValue(key, value.name);
+        }
     } else if (!options.valueName.empty() || options.unnamed) {
         DeleteValue(key, options.valueName);
     } else {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// fix_services: what is changed in a key, one value after the other.
 #include "tvreg/fix_services.h"
 
 #include "tvreg/value_text.h"
@@ -65,8 +66,9 @@ void FixDependencies(RegKey &key, std::string_view service, std::vector<std::str
     if (services == nullptr || services->type != REG_MULTI_SZ) return;
     std::vector<std::string> dependencies = SplitMultiString(services->data);
     const RegValue *groups = Find(key, "DependOnGroup");
-    for (const std::string &group : SplitMultiString(groups != nullptr ? groups->data : ""))
+    for (const std::string &group : SplitMultiString(groups != nullptr ? groups->data : "")) {
         dependencies.push_back(group.front() == '+' ? group : "+" + group);
+    }
     Remove(key, "DependOnService");
     if (!dependencies.empty()) Put(key, "DependOnGroup", REG_MULTI_SZ, dependencies);
     remarks->push_back(fmt::format("~ {}: DependOnService, several strings -> DependOnGroup \"{}\"", service,

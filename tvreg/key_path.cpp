@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// key_path: the roots, and the text behind them.
 #include "tvreg/key_path.h"
 
 #include "util/ktl_strings.h"
@@ -13,7 +14,7 @@ struct RootName {
     const char *shortName;
 };
 
-constexpr RootName ROOTS[] = {
+constexpr RootName roots[] = {
     {HKEY_CLASSES_ROOT, "HKEY_CLASSES_ROOT", "HKCR"},
     {HKEY_CURRENT_USER, "HKEY_CURRENT_USER", "HKCU"},
     {HKEY_LOCAL_MACHINE, "HKEY_LOCAL_MACHINE", "HKLM"},
@@ -33,9 +34,10 @@ bool ParseKeyPath(std::string_view text, KeyPath *key) {
     path.erase(0, std::min(root.size() + 1, path.size()));
     const bool hasEmptyName = !path.empty() && (path.front() == '\\' || path.back() == '\\');
     if (hasEmptyName || path.find("\\\\") != std::string::npos) return false;
-    for (const RootName &known : ROOTS) {
-        if (_ktl_strcasecmp(root.c_str(), known.name) != 0 && _ktl_strcasecmp(root.c_str(), known.shortName) != 0)
+    for (const RootName &known : roots) {
+        if (_ktl_strcasecmp(root.c_str(), known.name) != 0 && _ktl_strcasecmp(root.c_str(), known.shortName) != 0) {
             continue;
+        }
         *key = {known.root, std::move(path)};
         return true;
     }
@@ -43,7 +45,7 @@ bool ParseKeyPath(std::string_view text, KeyPath *key) {
 }
 
 std::string KeyPathText(const KeyPath &key) {
-    std::string text = ROOTS[key.root - HKEY_CLASSES_ROOT].name;
+    std::string text = roots[key.root - HKEY_CLASSES_ROOT].name;
     if (!key.path.empty()) text += '\\' + key.path;
     return text;
 }

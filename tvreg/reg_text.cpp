@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// reg_text: a reader that goes over the text once, and the writer.
 #include "tvreg/reg_text.h"
 
 #include "tvreg/utf16.h"
@@ -12,8 +13,8 @@
 
 namespace {
 
-constexpr std::string_view HEADER4 = "REGEDIT4";
-constexpr std::string_view HEADER5 = "Windows Registry Editor Version 5.00";
+constexpr std::string_view header4 = "REGEDIT4";
+constexpr std::string_view header5 = "Windows Registry Editor Version 5.00";
 
 // Where hexadecimal data of this type is Unicode in version 5.
 bool IsStringType(std::uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
@@ -23,7 +24,7 @@ bool IsStringType(std::uint32_t type) { return type == REG_SZ || type == REG_EXP
 struct Reader {
     std::string_view rest = {};
     int line = 1;
-    RegDialect dialect = RegDialect::REGEDIT4;
+    RegDialect dialect = RegDialect::regedit4;
     std::string error = {}; // not empty: reading has failed
 };
 
@@ -84,8 +85,9 @@ bool TakeQuoted(Reader &reader, std::string *text) {
         if (c == '\n') ++line;
         if (c == '\\') {
             if (++i == reader.rest.size()) break;
-            if (reader.rest[i] != '\\' && reader.rest[i] != '"')
+            if (reader.rest[i] != '\\' && reader.rest[i] != '"') {
                 return Fail(reader, "only \\\\ and \\\" may follow a backslash in a quoted text");
+            }
         }
         text->push_back(reader.rest[i]);
     }
@@ -120,8 +122,10 @@ bool TakeHexBytes(Reader &reader, std::string *bytes) {
         if (code != std::errc()) return Fail(reader, "hexadecimal data must be pairs of digits");
         const auto taken = static_cast<std::size_t>(stop - digits.data());
         reader.rest.remove_prefix(taken);
-        if (taken != 2 || (!reader.rest.empty() && std::isxdigit(static_cast<unsigned char>(reader.rest.front())) != 0))
+        if (taken != 2 ||
+            (!reader.rest.empty() && std::isxdigit(static_cast<unsigned char>(reader.rest.front())) != 0)) {
             return Fail(reader, "hexadecimal data must be pairs of digits");
+        }
         bytes->push_back(static_cast<char>(byte));
         SkipBlanks(reader);
         byteMayFollow = Take(reader, ",");
@@ -130,14 +134,16 @@ bool TakeHexBytes(Reader &reader, std::string *bytes) {
 
 bool TakeHexValue(Reader &reader, RegValue *value) {
     value->type = REG_BINARY;
-    if (Take(reader, "(") && (!TakeHexNumber(reader, &value->type) || !Take(reader, ")")))
+    if (Take(reader, "(") && (!TakeHexNumber(reader, &value->type) || !Take(reader, ")"))) {
         return Fail(reader, "the type in hex(...) must be a hexadecimal number");
+    }
     if (!Take(reader, ":")) return Fail(reader, "a colon must follow hex");
     if (!TakeHexBytes(reader, &value->data)) return false;
-    if (reader.dialect == RegDialect::VERSION5 && IsStringType(value->type)) {
+    if (reader.dialect == RegDialect::version5 && IsStringType(value->type)) {
         std::string text;
-        if (!Utf8FromUtf16(value->data, &text))
+        if (!Utf8FromUtf16(value->data, &text)) {
             return Fail(reader, "the data of this type must be UTF-16LE in a file of version 5.00");
+        }
         value->data = std::move(text);
     }
     return true;
@@ -182,8 +188,9 @@ bool TakeKey(Reader &reader, RegKey *key) {
     const std::string_view path = line.substr(0, close);
     reader.rest.remove_prefix(close + 1);
     // Other than on a command line, a slash is a letter like any other here.
-    if (path.find('\\') == std::string_view::npos && path.find('/') != std::string_view::npos)
+    if (path.find('\\') == std::string_view::npos && path.find('/') != std::string_view::npos) {
         return Fail(reader, "unknown root key");
+    }
     if (!ParseKeyPath(path, &key->key)) return Fail(reader, "unknown root key, or an empty name in the path");
     if (key->isDeleted && key->key.path.empty()) return Fail(reader, "a root key cannot be deleted");
     return true;
@@ -194,9 +201,10 @@ bool TakeHeader(Reader &reader) {
     }
     std::string_view header = TakeLine(reader);
     header = header.substr(0, header.find_last_not_of(" \t") + 1);
-    reader.dialect = header == HEADER5 ? RegDialect::VERSION5 : RegDialect::REGEDIT4;
-    if (header != HEADER4 && header != HEADER5)
-        return Fail(reader, fmt::format("the first line must be \"{}\" or \"{}\"", HEADER4, HEADER5));
+    reader.dialect = header == header5 ? RegDialect::version5 : RegDialect::regedit4;
+    if (header != header4 && header != header5) {
+        return Fail(reader, fmt::format("the first line must be \"{}\" or \"{}\"", header4, header5));
+    }
     return true;
 }
 
@@ -260,13 +268,13 @@ std::string HexText(std::string text, std::string_view bytes, std::string_view l
     return text;
 }
 
-std::string_view LineEnd(RegDialect dialect) { return dialect == RegDialect::VERSION5 ? "\r\n" : "\n"; }
+std::string_view LineEnd(RegDialect dialect) { return dialect == RegDialect::version5 ? "\r\n" : "\n"; }
 
 // The text of one value without its line end; false when version 5 cannot hold the data.
 bool ValueText(const RegValue &value, RegDialect dialect, std::string *text) {
     *text = (value.name.empty() ? "@" : Quoted(value.name)) + "=";
     std::string data = value.data;
-    if (dialect == RegDialect::VERSION5 && IsStringType(value.type) && !Utf16FromUtf8(value.data, &data)) return false;
+    if (dialect == RegDialect::version5 && IsStringType(value.type) && !Utf16FromUtf8(value.data, &data)) return false;
     if (value.isDeleted) {
         *text += "-";
     } else if (value.type == REG_SZ && IsPlainText(value.data)) {
@@ -283,7 +291,7 @@ bool ValueText(const RegValue &value, RegDialect dialect, std::string *text) {
 
 // Adds text of our own; false when version 5 cannot hold it.
 bool Append(std::string_view text, RegDialect dialect, std::string *bytes) {
-    if (dialect == RegDialect::REGEDIT4) {
+    if (dialect == RegDialect::regedit4) {
         *bytes += text;
         return true;
     }
@@ -310,7 +318,7 @@ std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegK
     }
     Reader reader{bytes};
     if (TakeHeader(reader)) {
-        const int line = reader.dialect == RegDialect::VERSION5 ? LineThatIsNoUtf8(bytes) : 0;
+        const int line = reader.dialect == RegDialect::version5 ? LineThatIsNoUtf8(bytes) : 0;
         if (line != 0) return RegTextError{line, "the text of a file of version 5.00 must be UTF-8 or UTF-16"};
         if (TakeKeys(reader, keys)) return std::nullopt;
     }
@@ -320,17 +328,19 @@ std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegK
 
 bool WriteRegText(const std::vector<RegKey> &keys, RegDialect dialect, std::string *bytes, std::string *culprit) {
     const std::string_view lineEnd = LineEnd(dialect);
-    *bytes = dialect == RegDialect::VERSION5 ? "\xFF\xFE" : "";
-    (void)Append(fmt::format("{}{}", dialect == RegDialect::VERSION5 ? HEADER5 : HEADER4, lineEnd), dialect, bytes);
+    *bytes = dialect == RegDialect::version5 ? "\xFF\xFE" : "";
+    (void)Append(fmt::format("{}{}", dialect == RegDialect::version5 ? header5 : header4, lineEnd), dialect, bytes);
     for (const RegKey &key : keys) {
         *culprit = KeyPathText(key.key);
         if (culprit->find_first_of("\r\n") != std::string::npos) return false;
-        if (!Append(fmt::format("{0}[{1}{2}]{0}", lineEnd, key.isDeleted ? "-" : "", *culprit), dialect, bytes))
+        if (!Append(fmt::format("{0}[{1}{2}]{0}", lineEnd, key.isDeleted ? "-" : "", *culprit), dialect, bytes)) {
             return false;
+        }
         for (const RegValue &value : key.values) {
             std::string text;
-            if (ValueText(value, dialect, &text) && Append(fmt::format("{}{}", text, lineEnd), dialect, bytes))
+            if (ValueText(value, dialect, &text) && Append(fmt::format("{}{}", text, lineEnd), dialect, bytes)) {
                 continue;
+            }
             *culprit += fmt::format(", value {}", Quoted(value.name));
             return false;
         }

@@ -30,7 +30,7 @@ struct RegKey {
     std::vector<RegValue> values; // none when the key is deleted
 };
 
-enum class RegDialect { REGEDIT4, VERSION5 };
+enum class RegDialect { regedit4, version5 };
 
 struct RegTextError {
     int line;
@@ -41,9 +41,9 @@ struct RegTextError {
 // first line that is wrong.
 std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegKey> *keys);
 
-// Writes keys in the order given. VERSION5 is UTF-16LE with byte-order mark and CRLF; REGEDIT4 is the registry's own
+// Writes keys in the order given. version5 is UTF-16LE with byte-order mark and CRLF; regedit4 is the registry's own
 // bytes with LF. Reading the text gives the same keys, types and bytes.
-// Returns false, with `culprit` saying where, when a key's name has a line end in it or when VERSION5 cannot hold a
+// Returns false, with `culprit` saying where, when a key's name has a line end in it or when version5 cannot hold a
 // name or a string because it is not UTF-8.
 [[nodiscard]] bool WriteRegText(const std::vector<RegKey> &keys, RegDialect dialect, std::string *bytes,
                                 std::string *culprit);

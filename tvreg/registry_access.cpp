@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// registry_access: each call checked, each failure with the key that it is about.
 #include "tvreg/registry_access.h"
 
 #include "registry/key.h"
@@ -82,8 +83,9 @@ void WriteKey(const RegKey &key) {
                           nullptr, &opened, &disposition),
           KeyPathText(key.key));
     const KeyGuard guard(&opened);
-    for (const RegValue &value : key.values)
+    for (const RegValue &value : key.values) {
         WriteValue(opened, key.key, value);
+    }
 }
 
 } // namespace
@@ -131,8 +133,9 @@ std::vector<RegKey> ReadKeys(const KeyPath &key) {
         const KeyPath next = std::move(pending.back());
         pending.pop_back();
         KeyContent content = ReadKey(next);
-        for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name)
+        for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name) {
             pending.push_back(Below(next, *name));
+        }
         keys.push_back({next, false, std::move(content.values)});
     }
     return keys;

@@ -92,8 +92,9 @@ int RunProgram(int argc, char **argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         const std::vector<std::string> unknown = app.remaining();
-        if (app.get_subcommands().empty() && !unknown.empty())
+        if (app.get_subcommands().empty() && !unknown.empty()) {
             throw Failure(EXIT_USAGE, unknown.front() + ": no such command; see tvreg --help");
+        }
         return app.exit(error) == 0 ? 0 : EXIT_USAGE;
     }
     return 0;

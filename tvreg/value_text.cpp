@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// value_text: how data of each type is written down.
 #include "tvreg/value_text.h"
 
 #include "util/base64.h"
@@ -16,11 +17,11 @@
 
 namespace {
 
-constexpr const char *TYPES[] = {"REG_NONE",   "REG_SZ",      "REG_EXPAND_SZ",
+constexpr const char *types[] = {"REG_NONE",   "REG_SZ",      "REG_EXPAND_SZ",
                                  "REG_BINARY", "REG_DWORD",   "REG_DWORD_BIG_ENDIAN",
                                  "REG_LINK",   "REG_MULTI_SZ"};
 
-constexpr std::string_view PREFIX = "REG_";
+constexpr std::string_view prefix = "REG_";
 
 // A whole text as a number: decimal, or hexadecimal behind 0x.
 std::optional<std::uint32_t> ParseNumber(std::string_view text) {
@@ -35,8 +36,9 @@ std::optional<std::uint32_t> ParseNumber(std::string_view text) {
 std::optional<std::string> ParseHex(const std::vector<std::string> &words) {
     std::string digits, bytes;
     for (const std::string &word : words) {
-        for (const char c : word)
+        for (const char c : word) {
             if (c != ',') digits.push_back(c);
+        }
     }
     if (digits.size() % 2 != 0) return std::nullopt;
     for (std::size_t i = 0; i < digits.size(); i += 2) {
@@ -53,20 +55,22 @@ std::string WithoutTerminator(const std::string &data) {
 
 std::string HexOf(std::string_view data) {
     std::string text;
-    for (const unsigned char byte : data)
+    for (const unsigned char byte : data) {
         text += fmt::format("{:02x}", byte);
+    }
     return text;
 }
 
 } // namespace
 
-std::string TypeText(std::uint32_t type) { return type < std::size(TYPES) ? TYPES[type] : fmt::format("{}", type); }
+std::string TypeText(std::uint32_t type) { return type < std::size(types) ? types[type] : fmt::format("{}", type); }
 
 std::optional<std::uint32_t> ParseType(const std::string &text) {
-    for (std::uint32_t type = 0; type < std::size(TYPES); ++type) {
-        const char *shortName = TYPES[type] + PREFIX.size();
-        if (_ktl_strcasecmp(text.c_str(), TYPES[type]) == 0 || _ktl_strcasecmp(text.c_str(), shortName) == 0)
+    for (std::uint32_t type = 0; type < std::size(types); ++type) {
+        const char *shortName = types[type] + prefix.size();
+        if (_ktl_strcasecmp(text.c_str(), types[type]) == 0 || _ktl_strcasecmp(text.c_str(), shortName) == 0) {
             return type;
+        }
     }
     if (_ktl_strcasecmp(text.c_str(), "multi") == 0) return REG_MULTI_SZ;
     if (_ktl_strcasecmp(text.c_str(), "expand") == 0) return REG_EXPAND_SZ;
@@ -75,12 +79,14 @@ std::optional<std::uint32_t> ParseType(const std::string &text) {
 
 std::string DataText(const RegValue &value) {
     if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) return Printable(WithoutTerminator(value.data));
-    if (value.type == REG_DWORD && value.data.size() == dwordBytes)
+    if (value.type == REG_DWORD && value.data.size() == dwordBytes) {
         return fmt::format("{:#x}", DwordAt(value.data.data()));
+    }
     if (value.type != REG_MULTI_SZ) return HexOf(value.data);
     std::string text;
-    for (const std::string &string : SplitMultiString(value.data))
+    for (const std::string &string : SplitMultiString(value.data)) {
         text += (text.empty() ? "" : "\\0") + Printable(string, CharsetShown(), '0');
+    }
     return text;
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// operations: paths are followed in the tree, changes go to the store first.
 #include "tvregd/operations.h"
 
 #include "util/printable.h"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// store: the schema, and a statement for each change.
 #include "tvregd/store.h"
 
 #include <SQLiteCpp/Exception.h>

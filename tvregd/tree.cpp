@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// tree: lists that are found by name.
 #include "tvregd/tree.h"
 
 #include <algorithm>

@@ -75,8 +75,9 @@ DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std:
     *problem = "a launcher cannot hold the end of a line";
     if (commandLine.find('\n') != std::string::npos) return ERROR_INVALID_PARAMETER;
     *problem = "the name cannot be a file name";
-    if (name.empty() || name.front() == '.' || name.find_first_of("/\n") != std::string::npos)
+    if (name.empty() || name.front() == '.' || name.find_first_of("/\n") != std::string::npos) {
         return ERROR_INVALID_NAME;
+    }
     *path = PathOf(name);
     return ERROR_SUCCESS;
 }
@@ -106,8 +107,9 @@ std::string WhyNoLauncher(const std::string &path) {
     if (!file || !std::getline(file, line)) return "cannot be read";
     if (line.rfind("\x7f"
                    "ELF",
-                   0) == 0)
+                   0) == 0) {
         return "a program; the daemon runs csh scripts (use --exec or --program)";
+    }
     if (line.rfind("#!", 0) == 0 && line.find("csh") == std::string::npos) return "a script, but not for csh";
     return "";
 }

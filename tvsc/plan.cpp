@@ -46,8 +46,9 @@ void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
     }
     fmt::print("{} of {} service{} started with the daemon", plan.steps.size(), database.services.size(),
                database.services.size() == 1 ? "" : "s");
-    if (!plan.steps.empty())
+    if (!plan.steps.empty()) {
         fmt::print(", which answers nobody before that is done: about {} at worst", SecondsText(WorstCaseSec(plan)));
+    }
     fmt::print(".\n");
 }
 

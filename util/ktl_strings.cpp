@@ -22,8 +22,9 @@ char *_ktl_strdup(const char *s) {
 
 int _ktl_strcasecmp(const char *a, const char *b) {
     std::size_t i = 0;
-    while (a[i] != '\0' && b[i] != '\0' && LowerCaseOf(a[i]) == LowerCaseOf(b[i]))
+    while (a[i] != '\0' && b[i] != '\0' && LowerCaseOf(a[i]) == LowerCaseOf(b[i])) {
         ++i;
+    }
     return LowerCaseOf(a[i]) - LowerCaseOf(b[i]);
 }
 
@@ -40,7 +41,8 @@ void _ktl_rmtrailingspaces(char *s) {
     const std::size_t length = std::strlen(s);
     std::size_t end = length;
     // Deliberate: the first character is never tested.
-    while (end > 1 && std::isspace(static_cast<unsigned char>(s[end - 1])) != 0)
+    while (end > 1 && std::isspace(static_cast<unsigned char>(s[end - 1])) != 0) {
         --end;
+    }
     if (end < length) s[end] = '\0'; // what needs no change may be read-only memory
 }

@@ -117,8 +117,9 @@ Part NameOfReference(const char *dollar, const char **end) {
     const char *start = dollar + (braced ? 2 : 1);
     const char *at = start;
     if (BeginsName(*at)) {
-        while (ContinuesName(*at))
+        while (ContinuesName(*at)) {
             ++at;
+        }
     }
     if (braced && *at != '}') at = start;
     *end = braced && at > start ? at + 1 : at;

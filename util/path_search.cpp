@@ -64,11 +64,13 @@ bool Follow(GrowingText &full, const char *path) {
 
 // A copy without the white space around it; null also when nothing is left.
 char *TrimmedCopyOf(const char *path) {
-    while (IsSpace(*path))
+    while (IsSpace(*path)) {
         ++path;
+    }
     std::size_t length = std::strlen(path);
-    while (length > 0 && IsSpace(path[length - 1]))
+    while (length > 0 && IsSpace(path[length - 1])) {
         --length;
+    }
     GrowingText copy = {};
     return length > 0 && Append(copy, path, length) ? Release(copy) : nullptr;
 }

@@ -19,7 +19,7 @@ struct ErrorWords {
 #define WORDS(code, text)                                                                                              \
     { code, #code, text }
 
-constexpr ErrorWords ERRORS[] = {
+constexpr ErrorWords errors[] = {
     WORDS(ERROR_SUCCESS, "done"),
     WORDS(ERROR_FILE_NOT_FOUND, "no such key, value or file"),
     WORDS(ERROR_PATH_NOT_FOUND, "no such path, or the program there could not be executed"),
@@ -83,14 +83,14 @@ constexpr ErrorWords ERRORS[] = {
 
 #undef WORDS
 
-static_assert(std::is_sorted(std::begin(ERRORS), std::end(ERRORS),
+static_assert(std::is_sorted(std::begin(errors), std::end(errors),
                              [](const ErrorWords &a, const ErrorWords &b) { return a.code < b.code; }));
 
 const ErrorWords *FindError(std::uint32_t code) {
     const auto *found =
-        std::lower_bound(std::begin(ERRORS), std::end(ERRORS), code,
+        std::lower_bound(std::begin(errors), std::end(errors), code,
                          [](const ErrorWords &words, std::uint32_t wanted) { return words.code < wanted; });
-    return found != std::end(ERRORS) && found->code == code ? found : nullptr;
+    return found != std::end(errors) && found->code == code ? found : nullptr;
 }
 
 } // namespace

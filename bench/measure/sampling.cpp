@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// sampling: clocks, pinned threads, and medians of ratios.
 #include "bench/measure/sampling.h"
 
 #include <sched.h>

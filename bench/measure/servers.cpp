@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// servers: starting what is measured, and reaching it.
 #include "bench/measure/servers.h"
 
 #include "bench/floor/floor_rpc.h"

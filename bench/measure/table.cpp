@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// table: figures as they are printed.
 #include "bench/measure/table.h"
 
 #include <fmt/core.h>

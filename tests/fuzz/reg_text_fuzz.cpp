@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                 "the line is one of the input");
         return 0;
     }
-    WriteAndReadAgain(keys, RegDialect::REGEDIT4);
-    WriteAndReadAgain(keys, RegDialect::VERSION5);
+    WriteAndReadAgain(keys, RegDialect::regedit4);
+    WriteAndReadAgain(keys, RegDialect::version5);
     return 0;
 }

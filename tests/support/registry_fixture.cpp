@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// registry_fixture: a fresh registry client, and DialHost in the place of the real one.
 #include "tests/support/registry_fixture.h"
 
 #include "rpc/dial.h"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// scripted_client: the operations of a client handle that plays a script.
 #include "tests/support/scripted_client.h"
 
 #include <stdexcept>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// scripted_daemon: libtirpc's server in a thread, with scripts for procedures.
 #include "tests/support/scripted_daemon.h"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// scripted_regd: sockets, records and the thread that plays the daemon.
 #include "tests/support/scripted_regd.h"
 
 #include "registry/regd_xdr.h"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// service_world: starting the two daemons, and services of tvsample.
 #include "tests/support/service_world.h"
 
 #include "servd/limits.h"

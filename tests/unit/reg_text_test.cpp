@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// .reg text, read and written.
 #include "tvreg/reg_text.h"
 
 #include "tvreg/utf16.h"
@@ -257,7 +258,7 @@ void ExpectSame(std::vector<RegKey> read, const std::vector<RegKey> &written) {
 } // namespace
 
 TEST(WriteRegText, both_dialects_read_back_as_they_were) {
-    for (const RegDialect dialect : {RegDialect::REGEDIT4, RegDialect::VERSION5}) {
+    for (const RegDialect dialect : {RegDialect::regedit4, RegDialect::version5}) {
         std::string text, culprit;
         ASSERT_TRUE(WriteRegText(EverythingTextual(), dialect, &text, &culprit)) << culprit;
         ExpectSame(Read(text), EverythingTextual());
@@ -269,7 +270,7 @@ TEST(WriteRegText, regedit4_text_is_the_one_expected) {
     key.values = {Value("", REG_SZ, Bytes("x\0")), Value("d", REG_DWORD, Bytes("\x10\0\0\0")),
                   Value("m", REG_MULTI_SZ, Bytes("A\0\0")), Value("long", REG_BINARY, std::string(30, '\1'))};
     std::string text, culprit;
-    ASSERT_TRUE(WriteRegText({key}, RegDialect::REGEDIT4, &text, &culprit));
+    ASSERT_TRUE(WriteRegText({key}, RegDialect::regedit4, &text, &culprit));
     EXPECT_EQ(text, "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\k]\n@=\"x\"\n\"d\"=dword:00000010\n\"m\"=hex(7):41,00,00\n"
                     "\"long\"=hex:01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,01,\\\n"
                     "  01,01,01,01,01,01,01,01\n");
@@ -278,7 +279,7 @@ TEST(WriteRegText, regedit4_text_is_the_one_expected) {
 TEST(WriteRegText, version_5_is_utf16_with_mark_and_crlf) {
     RegKey key{{HKEY_LOCAL_MACHINE, "k"}, false, {Value("m", REG_MULTI_SZ, Bytes("A\0\0"))}};
     std::string text, culprit;
-    ASSERT_TRUE(WriteRegText({key}, RegDialect::VERSION5, &text, &culprit));
+    ASSERT_TRUE(WriteRegText({key}, RegDialect::version5, &text, &culprit));
     EXPECT_EQ(text, "\xFF\xFE" + Utf16("Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\k]\r\n"
                                        "\"m\"=hex(7):41,00,00,00,00,00\r\n"));
 }
@@ -290,15 +291,15 @@ TEST(WriteRegText, bytes_that_are_no_utf8_fit_regedit4_only) {
     const RegKey inKey{{HKEY_USERS, "\xFF"}, false, {}};
     for (const RegKey &key : {inData, inName, inMulti, inKey}) {
         std::string text, culprit;
-        EXPECT_FALSE(WriteRegText({key}, RegDialect::VERSION5, &text, &culprit));
+        EXPECT_FALSE(WriteRegText({key}, RegDialect::version5, &text, &culprit));
         EXPECT_THAT(culprit, HasSubstr("HKEY_USERS"));
-        ASSERT_TRUE(WriteRegText({key}, RegDialect::REGEDIT4, &text, &culprit));
+        ASSERT_TRUE(WriteRegText({key}, RegDialect::regedit4, &text, &culprit));
         ExpectSame(Read(text), {key});
     }
 }
 
 TEST(WriteRegText, line_end_in_the_name_of_a_key_fits_neither) {
-    for (const RegDialect dialect : {RegDialect::REGEDIT4, RegDialect::VERSION5}) {
+    for (const RegDialect dialect : {RegDialect::regedit4, RegDialect::version5}) {
         std::string text, culprit;
         EXPECT_FALSE(WriteRegText({{{HKEY_USERS, "a\nb"}, false, {}}}, dialect, &text, &culprit));
     }

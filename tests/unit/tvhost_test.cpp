@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// What tvhost makes of command lines, environments and ends of programs.
 #include "tv/winerror.h"
 #include "tvhost/program.h"
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Types and data of values as people and programs read and write them.
 #include "tvreg/value_text.h"
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The names of result codes against the header that has their numbers.
 #include "util/win32_names.h"
 
 #include "tv/winerror.h"
