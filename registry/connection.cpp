@@ -92,7 +92,7 @@ bool ShakeHands(CLIENT *client) {
     regd_REG_QUERY_VERSION_RES *reply = reg_query_version_2(&argument, client);
     if (reply == nullptr) return false;
     const bool accepted = tvVerifyRegistryVersion(reply->body.major, reply->body.minor, reply->body.patch) >= 0;
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_regd_REG_QUERY_VERSION_RES), reply);
+    FreeRecord(reply);
     return accepted;
 }
 
@@ -236,7 +236,7 @@ LONG reg_ping_daemon(int mode) {
         return mode == 2 ? -1 : ERROR_REGISTRY_IO_FAILED;
     }
     const LONG status = static_cast<LONG>(reply->body.status);
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_regd_BASIC_RES), reply);
+    FreeRecord(reply);
     return status;
 }
 
@@ -253,7 +253,7 @@ LONG reg_query_version_info(LPDWORD major, LPDWORD minor, LPDWORD patch) {
     if (minor != nullptr) *minor = reply->body.minor;
     if (patch != nullptr) *patch = reply->body.patch;
     const LONG status = static_cast<LONG>(reply->body.status);
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_regd_REG_QUERY_VERSION_RES), reply);
+    FreeRecord(reply);
     return status;
 }
 

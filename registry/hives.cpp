@@ -45,14 +45,13 @@ LONG reg_get_key_security(HKEY hKey, SECURITY_INFORMATION SecurityInformation, P
                           LPDWORD lpcbSecurityDescriptor) {
     const DWORD room = SizeOrZero(lpcbSecurityDescriptor);
     const regd_REG_GET_KEY_SEC argument = {.securityInformation = SecurityInformation, .descriptorBytes = room};
-    return AskDaemon(reg_get_key_security_2, xdr_regd_REG_GET_KEY_SEC_RES, hKey, argument,
-                     [=](const regd_REG_GET_KEY_SEC_RETURN &reply, int) {
-                         if (pSecurityDescriptor != nullptr && reply.descriptorBytes <= room) {
-                             CopyBytes(pSecurityDescriptor, reply.descriptorBytes, reply.descriptor);
-                         }
-                         StoreIfGiven(lpcbSecurityDescriptor, reply.descriptorBytes);
-                         return reply.status;
-                     });
+    return AskDaemon(reg_get_key_security_2, hKey, argument, [=](const regd_REG_GET_KEY_SEC_RETURN &reply, int) {
+        if (pSecurityDescriptor != nullptr && reply.descriptorBytes <= room) {
+            CopyBytes(pSecurityDescriptor, reply.descriptorBytes, reply.descriptor);
+        }
+        StoreIfGiven(lpcbSecurityDescriptor, reply.descriptorBytes);
+        return reply.status;
+    });
 }
 
 // Sends an empty descriptor: nothing of what the caller gave.

@@ -33,11 +33,10 @@ void CopyName(LPSTR to, const char *name) {
 
 LONG EnumKey(HKEY hKey, DWORD dwIndex, LPSTR lpName, DWORD nameBytes) {
     const regd_REG_ENUM_KEY argument = {.index = dwIndex, .nameBytes = nameBytes};
-    return AskDaemon(reg_enum_key_2, xdr_regd_REG_ENUM_KEY_RES, hKey, argument,
-                     [=](const regd_REG_ENUM_KEY_RETURN &reply, int) {
-                         CopyName(lpName, reply.name);
-                         return reply.status;
-                     });
+    return AskDaemon(reg_enum_key_2, hKey, argument, [=](const regd_REG_ENUM_KEY_RETURN &reply, int) {
+        CopyName(lpName, reply.name);
+        return reply.status;
+    });
 }
 
 // Enumerates; the names go nowhere when their buffers are null.
@@ -45,15 +44,14 @@ LONG EnumKeyEx(HKEY hKey, DWORD dwIndex, LPSTR lpName, LPDWORD lpcName, LPSTR lp
                PFILETIME lpftLastWriteTime) {
     const regd_REG_ENUM_KEY_EX argument = {
         .index = dwIndex, .nameBytes = SizeOrZero(lpcName), .classBytes = SizeOrZero(lpcClass)};
-    return AskDaemon(reg_enum_key_ex_2, xdr_regd_REG_ENUM_KEY_RES, hKey, argument,
-                     [=](const regd_REG_ENUM_KEY_RETURN &reply, int) {
-                         CopyName(lpName, reply.nameLength != 0 ? reply.name : "");
-                         StoreIfGiven(lpcName, reply.nameLength);
-                         CopyName(lpClass, reply.classLength != 0 ? reply.keyClass : "");
-                         StoreIfGiven(lpcClass, reply.classLength);
-                         StoreIfGiven(lpftLastWriteTime, reply.lastWriteTime);
-                         return reply.status;
-                     });
+    return AskDaemon(reg_enum_key_ex_2, hKey, argument, [=](const regd_REG_ENUM_KEY_RETURN &reply, int) {
+        CopyName(lpName, reply.nameLength != 0 ? reply.name : "");
+        StoreIfGiven(lpcName, reply.nameLength);
+        CopyName(lpClass, reply.classLength != 0 ? reply.keyClass : "");
+        StoreIfGiven(lpcClass, reply.classLength);
+        StoreIfGiven(lpftLastWriteTime, reply.lastWriteTime);
+        return reply.status;
+    });
 }
 
 // Copies as much of a class as the caller has room for, without a terminator; never more than the reply holds.
@@ -72,7 +70,7 @@ LONG reg_open_key_a(HKEY hKey, LPCSTR lpSubKey, PHKEY phkResult) {
         return ERROR_SUCCESS;
     }
     const regd_REG_OPEN_KEY argument = {.subKey = Borrowed(lpSubKey)};
-    return AskDaemon(reg_open_key_2, xdr_regd_REG_OPEN_KEY_RES, hKey, argument, StoreOpenedKey(phkResult));
+    return AskDaemon(reg_open_key_2, hKey, argument, StoreOpenedKey(phkResult));
 }
 
 LONG reg_open_key_w(HKEY hKey, LPCWSTR, PHKEY phkResult) { return reg_open_key_a(hKey, nullptr, phkResult); }
@@ -81,7 +79,7 @@ LONG reg_open_key_ex_a(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM, PHKE
     if (phkResult == nullptr) return ERROR_INVALID_PARAMETER;
     const regd_REG_OPEN_KEY_EX argument = {
         .subKey = NameOrPlaceholder(lpSubKey), .options = ulOptions, .subKeyIsNull = IsNullFlag(lpSubKey)};
-    return AskDaemon(reg_open_key_ex_2, xdr_regd_REG_OPEN_KEY_RES, hKey, argument, StoreOpenedKey(phkResult));
+    return AskDaemon(reg_open_key_ex_2, hKey, argument, StoreOpenedKey(phkResult));
 }
 
 LONG reg_open_key_ex_w(HKEY hKey, LPCWSTR, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult) {
@@ -91,8 +89,7 @@ LONG reg_open_key_ex_w(HKEY hKey, LPCWSTR, DWORD ulOptions, REGSAM samDesired, P
 LONG reg_create_key_a(HKEY hKey, LPCSTR lpSubKey, PHKEY phkResult) {
     if (phkResult == nullptr) return ERROR_INVALID_PARAMETER;
     const regd_REG_CREATE_KEY argument = {.subKey = NameOrPlaceholder(lpSubKey), .subKeyIsNull = IsNullFlag(lpSubKey)};
-    return AskDaemon(reg_create_key_2, xdr_regd_REG_CREATE_KEY_RES, hKey, argument,
-                     StoreCreatedKey(phkResult, nullptr));
+    return AskDaemon(reg_create_key_2, hKey, argument, StoreCreatedKey(phkResult, nullptr));
 }
 
 LONG reg_create_key_w(HKEY hKey, LPCWSTR, PHKEY phkResult) { return reg_create_key_a(hKey, nullptr, phkResult); }
@@ -106,8 +103,7 @@ LONG reg_create_key_ex_a(HKEY hKey, LPCSTR lpSubKey, DWORD, LPSTR lpClass, DWORD
         .options = dwOptions,
         .subKeyIsNull = IsNullFlag(lpSubKey),
         .classIsNull = NullPointerFlag(lpClass)};
-    return AskDaemon(reg_create_key_ex_2, xdr_regd_REG_CREATE_KEY_RES, hKey, argument,
-                     StoreCreatedKey(phkResult, lpdwDisposition));
+    return AskDaemon(reg_create_key_ex_2, hKey, argument, StoreCreatedKey(phkResult, lpdwDisposition));
 }
 
 LONG reg_create_key_ex_w(HKEY hKey, LPCWSTR, DWORD Reserved, LPWSTR, DWORD dwOptions, REGSAM samDesired,
@@ -161,23 +157,22 @@ LONG reg_query_info_key_a(HKEY hKey, LPSTR lpClass, LPDWORD lpcClass, LPDWORD, L
                           LPDWORD lpcMaxValueNameLen, LPDWORD lpcMaxValueLen, LPDWORD, PFILETIME lpftLastWriteTime) {
     const DWORD classBytes = SizeOrZero(lpcClass);
     const regd_REG_QUERY_INFO_KEY argument = {.classBytes = classBytes};
-    return AskDaemon(reg_query_info_key_2, xdr_regd_REG_QUERY_INFO_KEY_RES, hKey, argument,
-                     [=](const regd_REG_QUERY_INFO_KEY_RETURN &reply, int) {
-                         DWORD status = reply.status;
-                         if (lpcClass != nullptr) {
-                             *lpcClass = reply.classLength;
-                             if (reply.classLength > classBytes) status = ERROR_MORE_DATA;
-                             if (reply.classIsNull == 0) CopyClass(lpClass, classBytes, reply);
-                         }
-                         StoreIfGiven(lpcSubKeys, reply.subKeys);
-                         StoreIfGiven(lpcMaxSubKeyLen, reply.maxSubKeyLength);
-                         StoreIfGiven(lpcMaxClassLen, reply.maxClassLength);
-                         StoreIfGiven(lpcValues, reply.values);
-                         StoreIfGiven(lpcMaxValueNameLen, reply.maxValueNameLength);
-                         StoreIfGiven(lpcMaxValueLen, reply.maxValueBytes);
-                         StoreIfGiven(lpftLastWriteTime, reply.lastWriteTime);
-                         return status;
-                     });
+    return AskDaemon(reg_query_info_key_2, hKey, argument, [=](const regd_REG_QUERY_INFO_KEY_RETURN &reply, int) {
+        DWORD status = reply.status;
+        if (lpcClass != nullptr) {
+            *lpcClass = reply.classLength;
+            if (reply.classLength > classBytes) status = ERROR_MORE_DATA;
+            if (reply.classIsNull == 0) CopyClass(lpClass, classBytes, reply);
+        }
+        StoreIfGiven(lpcSubKeys, reply.subKeys);
+        StoreIfGiven(lpcMaxSubKeyLen, reply.maxSubKeyLength);
+        StoreIfGiven(lpcMaxClassLen, reply.maxClassLength);
+        StoreIfGiven(lpcValues, reply.values);
+        StoreIfGiven(lpcMaxValueNameLen, reply.maxValueNameLength);
+        StoreIfGiven(lpcMaxValueLen, reply.maxValueBytes);
+        StoreIfGiven(lpftLastWriteTime, reply.lastWriteTime);
+        return status;
+    });
 }
 
 // Deliberate: the class goes nowhere; its length becomes 0 on success and otherwise stays as it was.

@@ -36,14 +36,13 @@ inline void CopyBytes(void *to, DWORD room, const CountedBytes &data) {
 }
 
 // Sends an argument record to the daemon that a key belongs to, after filling in identity and key.
-//   stub, codeResult   the client stub, and the routine of its result
-//   argument           the operation's own fields
-//   store              takes the reply's body and the number of the connection, stores the outputs and returns the
-//                      status; the reply is released afterwards
+//   stub       the client stub
+//   argument   the operation's own fields
+//   store      takes the reply's body and the number of the connection, stores the outputs and returns the status; the
+//              reply is released afterwards
 // Returns 1016 without connection or reply; store is not called then.
 template <typename Argument, typename Result, typename Store>
-LONG AskDaemon(Result *(*stub)(Argument *, CLIENT *), bool_t (*codeResult)(XDR *, Result *), HKEY key,
-               Argument argument, Store store) {
+LONG AskDaemon(Result *(*stub)(Argument *, CLIENT *), HKEY key, Argument argument, Store store) {
     int clientNum = 0;
     CLIENT *client = tvConnectRegistryDaemon(nullptr, &key, &clientNum);
     if (client == nullptr) return ERROR_REGISTRY_IO_FAILED;
@@ -55,13 +54,12 @@ LONG AskDaemon(Result *(*stub)(Argument *, CLIENT *), bool_t (*codeResult)(XDR *
         return ERROR_REGISTRY_IO_FAILED;
     }
     const DWORD status = store(reply->body, clientNum);
-    xdr_free(reinterpret_cast<xdrproc_t>(codeResult), reply);
+    FreeRecord(reply);
     return static_cast<LONG>(status);
 }
 
 // The same for a request whose reply is a status and nothing more.
 template <typename Argument>
 LONG AskForStatus(regd_BASIC_RES *(*stub)(Argument *, CLIENT *), HKEY key, Argument argument) {
-    return AskDaemon(stub, xdr_regd_BASIC_RES, key, argument,
-                     [](const regd_BASIC_RETURN &reply, int) { return reply.status; });
+    return AskDaemon(stub, key, argument, [](const regd_BASIC_RETURN &reply, int) { return reply.status; });
 }

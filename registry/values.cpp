@@ -26,17 +26,16 @@ LONG EnumValue(HKEY hKey, DWORD dwIndex, LPSTR lpValueName, LPDWORD lpcValueName
                LPDWORD lpcbData) {
     const regd_REG_ENUM_VALUE argument = {
         .index = dwIndex, .nameBytes = SizeOrZero(lpcValueName), .dataBytes = SizeOrZero(lpcbData)};
-    return AskDaemon(reg_enum_value_2, xdr_regd_REG_ENUM_VALUE_RES, hKey, argument,
-                     [=](const regd_REG_ENUM_VALUE_RETURN &reply, int) {
-                         if (lpValueName != nullptr && reply.nameLength != 0) std::strcpy(lpValueName, reply.name);
-                         StoreIfGiven(lpcValueName, reply.nameLength);
-                         if (lpData != nullptr && lpcbData != nullptr) {
-                             CopyBytes(lpData, std::min(*lpcbData, reply.dataBytes), reply.data);
-                         }
-                         StoreIfGiven(lpcbData, reply.dataBytes);
-                         StoreIfGiven(lpType, reply.type);
-                         return reply.status;
-                     });
+    return AskDaemon(reg_enum_value_2, hKey, argument, [=](const regd_REG_ENUM_VALUE_RETURN &reply, int) {
+        if (lpValueName != nullptr && reply.nameLength != 0) std::strcpy(lpValueName, reply.name);
+        StoreIfGiven(lpcValueName, reply.nameLength);
+        if (lpData != nullptr && lpcbData != nullptr) {
+            CopyBytes(lpData, std::min(*lpcbData, reply.dataBytes), reply.data);
+        }
+        StoreIfGiven(lpcbData, reply.dataBytes);
+        StoreIfGiven(lpType, reply.type);
+        return reply.status;
+    });
 }
 
 } // namespace
@@ -48,13 +47,12 @@ LONG reg_query_value_a(HKEY hKey, LPCSTR lpSubKey, LPSTR lpValue, LONG *lpcbValu
                                            .dataBytes = static_cast<DWORD>(*lpcbValue),
                                            .subKeyIsNull = IsNullFlag(lpSubKey),
                                            .dataIsNull = NullPointerFlag(lpValue)};
-    return AskDaemon(reg_query_value_2, xdr_regd_REG_QUERY_VALUE_RES, hKey, argument,
-                     [=](const regd_REG_QUERY_VALUE_RETURN &reply, int) {
-                         const DWORD room = static_cast<DWORD>(std::max(*lpcbValue, 0));
-                         if (lpValue != nullptr) CopyBytes(lpValue, room, reply.data);
-                         *lpcbValue = static_cast<LONG>(reply.dataBytes);
-                         return reply.status;
-                     });
+    return AskDaemon(reg_query_value_2, hKey, argument, [=](const regd_REG_QUERY_VALUE_RETURN &reply, int) {
+        const DWORD room = static_cast<DWORD>(std::max(*lpcbValue, 0));
+        if (lpValue != nullptr) CopyBytes(lpValue, room, reply.data);
+        *lpcbValue = static_cast<LONG>(reply.dataBytes);
+        return reply.status;
+    });
 }
 
 // Deliberate: the size comes back, the value does not; the key's unnamed value is asked for.
@@ -76,16 +74,15 @@ LONG reg_query_value_ex_a(HKEY hKey, LPCSTR lpValueName, LPDWORD, LPDWORD lpType
                                               .dataBytes = room,
                                               .nameIsNull = IsNullFlag(lpValueName),
                                               .dataIsNull = NullPointerFlag(lpData)};
-    return AskDaemon(reg_query_value_ex_2, xdr_regd_REG_QUERY_VALUE_RES, hKey, argument,
-                     [=](const regd_REG_QUERY_VALUE_RETURN &reply, int) {
-                         if (reply.status == ERROR_SUCCESS && lpData != nullptr) {
-                             std::memset(lpData, 0, room);
-                             CopyBytes(lpData, room, reply.data);
-                         }
-                         StoreIfGiven(lpcbData, reply.dataBytes);
-                         StoreIfGiven(lpType, reply.type);
-                         return reply.status;
-                     });
+    return AskDaemon(reg_query_value_ex_2, hKey, argument, [=](const regd_REG_QUERY_VALUE_RETURN &reply, int) {
+        if (reply.status == ERROR_SUCCESS && lpData != nullptr) {
+            std::memset(lpData, 0, room);
+            CopyBytes(lpData, room, reply.data);
+        }
+        StoreIfGiven(lpcbData, reply.dataBytes);
+        StoreIfGiven(lpType, reply.type);
+        return reply.status;
+    });
 }
 
 // Deliberate: the key's unnamed value is asked for, and strings are not copied.

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // codec: how each kind of field of our protocols travels in XDR (RFC 4506), one overload a kind.
 //
-// A record's routine is one line over CodeFields or CodeWhole, its fields in wire order. All overloads work in all
-// three directions of an XDR stream:
+// What is made of fields is in record.h. All overloads work in all three directions of an XDR stream:
 //   encode   a null string or an empty counted field travels with length 0; nothing is allocated;
 //   decode   pointers must be null on entry; memory comes from malloc and is taken as bytes arrive, in steps, never on
 //            the strength of a length that the peer only declared; count and pointer are set together;
@@ -13,7 +12,6 @@
 #include <rpc/rpc.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <type_traits>
 
 // Characters as an XDR array of char: a count, then one 4-byte XDR integer for each character (sign-extended).
@@ -27,9 +25,6 @@ struct CountedBytes {
     std::uint32_t count;
     char *bytes; // null when count is 0
 };
-
-// The routine of a record without fields (xdr_void with the parameters of every other routine).
-inline bool_t xdr_nothing(XDR * /*xdrs*/, void * /*record*/) { return TRUE; }
 
 // A text as a field of a record that is only encoded: encoding reads through pointers and never writes.
 inline char *Borrowed(const char *text) { return const_cast<char *>(text); }
@@ -82,62 +77,10 @@ bool CodeWordsInPlace(XDR *xdrs, Words &...words) {
 
 // Codes fields in the order given and stops at the first that fails. After a failed decode the fields before it hold
 // what was decoded; freeing the record releases them.
-template <typename... Fields>
-bool_t CodeFields(XDR *xdrs, Fields &...fields) {
-    if constexpr (sizeof...(Fields) > 1 && (isWord<Fields> && ...)) {
+template <typename... Field>
+bool_t CodeFields(XDR *xdrs, Field &...fields) {
+    if constexpr (sizeof...(Field) > 1 && (isWord<Field> && ...)) {
         if (xdrs->x_op == XDR_FREE || CodeWordsInPlace(xdrs, fields...)) return TRUE;
     }
     return (CodeField(xdrs, fields) && ...) ? TRUE : FALSE;
-}
-
-// The same, except that a failed decode leaves nothing behind: what was decoded is released before FALSE is returned.
-template <typename... Fields>
-bool_t CodeWhole(XDR *xdrs, Fields &...fields) {
-    if (CodeFields(xdrs, fields...)) return TRUE;
-    if (xdrs->x_op == XDR_DECODE) {
-        xdrs->x_op = XDR_FREE;
-        (void)CodeFields(xdrs, fields...);
-        xdrs->x_op = XDR_DECODE;
-    }
-    return FALSE;
-}
-
-// A chain of optional records (a boolean before each link, FALSE after the last), the bytes of xdr_pointer applied
-// recursively, coded in a loop: the length of a list is never the depth of the stack. A Link has a member `next` and
-// bool_t CodeLink(XDR *, Link &) that codes all the others. After a failed decode the head holds the links decoded so
-// far; freeing releases them.
-template <typename Link>
-bool_t CodeField(XDR *xdrs, Link *&head) {
-    if (xdrs->x_op == XDR_FREE) {
-        while (head != nullptr) {
-            Link *link = head;
-            head = link->next;
-            (void)CodeLink(xdrs, *link);
-            std::free(link);
-        }
-        return TRUE;
-    }
-    for (Link **next = &head;; next = &(*next)->next) {
-        std::uint32_t more = *next != nullptr ? 1 : 0;
-        if (!CodeField(xdrs, more)) return FALSE;
-        if (more == 0) return TRUE;
-        if (xdrs->x_op == XDR_DECODE) {
-            *next = static_cast<Link *>(std::calloc(1, sizeof(Link)));
-            if (*next == nullptr) return FALSE;
-        }
-        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): where none has come, more is 0 and was left as it is
-        if (!CodeLink(xdrs, **next)) return FALSE;
-    }
-}
-
-// The routine of a link itself: its fields, then the rest of the chain.
-template <typename Link>
-bool_t CodeLinkAndRest(XDR *xdrs, Link &link) {
-    bool_t coded = CodeLink(xdrs, link) && CodeField(xdrs, link.next);
-    if (!coded && xdrs->x_op == XDR_DECODE) {
-        xdrs->x_op = XDR_FREE;
-        (void)(CodeLink(xdrs, link) && CodeField(xdrs, link.next));
-        xdrs->x_op = XDR_DECODE;
-    }
-    return coded;
 }

@@ -7,8 +7,8 @@
 // Thread: a handle serves one call at a time; nothing is shared between handles.
 #include "rpc/dial.h"
 
-#include "rpc/codec.h"
 #include "rpc/message.h"
+#include "rpc/record.h"
 
 #include <netdb.h>
 #include <netinet/tcp.h>
@@ -148,7 +148,7 @@ clnt_stat DecodeReply(Connection *connection, xdrproc_t codeResults, void *resul
     rpc_msg reply = {};
     char verifier[MAX_AUTH_BYTES];
     reply.acpted_rply.ar_verf.oa_base = verifier; // else the library allocates it, and loses it when decoding fails
-    reply.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(xdr_nothing);
+    reply.acpted_rply.ar_results.proc = RoutineOf<Nothing>();
     if (!xdr_replymsg(&xdrs, &reply)) return Fail(connection, RPC_CANTDECODERES, EIO);
     _seterr_reply(&reply, &connection->error);
     if (connection->error.re_status == RPC_SUCCESS) {
@@ -315,8 +315,8 @@ std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint
     wanted.pm_vers = version;
     wanted.pm_prot = IPPROTO_TCP;
     u_short port = 0;
-    const clnt_stat status = clnt_call(portMapper, PMAPPROC_GETPORT, reinterpret_cast<xdrproc_t>(xdr_pmap), &wanted,
-                                       reinterpret_cast<xdrproc_t>(xdr_u_short), &port, portMapperTimeout);
+    const clnt_stat status = clnt_call(portMapper, PMAPPROC_GETPORT, Untyped(xdr_pmap), &wanted, Untyped(xdr_u_short),
+                                       &port, portMapperTimeout);
     return status == RPC_SUCCESS ? port : std::uint16_t{0};
 }
 

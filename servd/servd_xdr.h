@@ -1,43 +1,51 @@
 // SPDX-License-Identifier: MIT
-// servd_xdr: the records of the service daemon's protocol, program SERVDAEMONPROG over TCP (XDR, RFC 4506).
+// servd_xdr: the service daemon's protocol, program SERVDAEMONPROG over TCP (XDR, RFC 4506): its procedures and their
+// records.
 //
 // Members stand in wire order. A service handle is the index of the service's record in svcdb; a status is a Win32
 // error code. Each record has its own routine xdr_<record>; a routine that fails to decode leaves nothing decoded.
-// Strings, counted bytes and list links are malloc memory that the record's routine releases with XDR_FREE.
+// Strings, counted bytes and list links are malloc memory that FreeRecord releases.
 #pragma once
 
-#include "rpc/codec.h"
+#include "rpc/procedure.h"
 #include "servd/programs.h"
 
-// Procedure numbers of SERVDAEMONPROG; 0 is the null procedure.
-enum ServdProcedure : std::uint32_t {
-    CONNECT_SERVICE = 1,
-    CREATE_SERVICE = 2,
-    OPEN_SERVICE = 3,
-    DELETE_SERVICE = 4,
-    CLOSE_SERVICE = 5,
-    LOCK_SERVICE = 6,
-    UNLOCK_SERVICE = 7,
-    QUERY_LOCK_SERVICE = 8,
-    START_SERVICE = 9,
-    CONTROL_SERVICE = 10,
-    SET_STATUS_SERVICE = 11,
-    DUMMY_SERVICE = 12,
-    QUERY_STATUS_SERVICE = 13,
-    ENUM_STATUS_SERVICE = 14,
-    GET_DISPLAY_SERVICE = 15,
-    GET_KEY_SERVICE = 16,
-    ENUM_DEPEND_SERVICE = 17,
-    QUERY_CONFIG_SERVICE = 18,
-    CHANGE_CONFIG_SERVICE = 19,
-    STOP_DAEMON_SERVICE = 20,
-};
+// The procedures, in the order of their numbers: number, its name, the daemon's handler, the argument record. The
+// result record is named after the argument, with _RETURN behind. 0 is the null procedure.
+// clang-format off
+#define SERVD_PROCEDURES(X) \
+    X(1, CONNECT_SERVICE, serv_connect_service_1, servd_SERV_CONNECT_SERVICE) \
+    X(2, CREATE_SERVICE, serv_create_service_1, servd_SERV_CREATE_SERVICE) \
+    X(3, OPEN_SERVICE, serv_open_service_1, servd_SERV_OPEN_SERVICE) \
+    X(4, DELETE_SERVICE, serv_delete_service_1, servd_SERV_DELETE_SERVICE) \
+    X(5, CLOSE_SERVICE, serv_close_service_1, servd_SERV_CLOSE_SERVICE) \
+    X(6, LOCK_SERVICE, serv_lock_service_1, servd_SERV_LOCK_SERVICE) \
+    X(7, UNLOCK_SERVICE, serv_unlock_service_1, servd_SERV_UNLOCK_SERVICE) \
+    X(8, QUERY_LOCK_SERVICE, serv_query_lock_service_1, servd_SERV_QUERY_LOCK_SERVICE) \
+    X(9, START_SERVICE, serv_start_service_1, servd_SERV_START_SERVICE) \
+    X(10, CONTROL_SERVICE, serv_control_service_1, servd_SERV_CONTROL_SERVICE) \
+    X(11, SET_STATUS_SERVICE, serv_set_status_service_1, servd_SERV_SET_STATUS_SERVICE) \
+    X(12, DUMMY_SERVICE, serv_dummy_service_1, servd_SERV_DUMMY) \
+    X(13, QUERY_STATUS_SERVICE, serv_query_status_service_1, servd_SERV_QUERY_STATUS_SERVICE) \
+    X(14, ENUM_STATUS_SERVICE, serv_enum_status_service_1, servd_SERV_ENUM_STATUS_SERVICE) \
+    X(15, GET_DISPLAY_SERVICE, serv_get_display_service_1, servd_SERV_GET_DISPLAY_SERVICE) \
+    X(16, GET_KEY_SERVICE, serv_get_key_service_1, servd_SERV_GET_KEY_SERVICE) \
+    X(17, ENUM_DEPEND_SERVICE, serv_enum_depend_service_1, servd_SERV_ENUM_DEPEND_SERVICE) \
+    X(18, QUERY_CONFIG_SERVICE, serv_query_config_service_1, servd_SERV_QUERY_CONFIG_SERVICE) \
+    X(19, CHANGE_CONFIG_SERVICE, serv_change_config_service_1, servd_SERV_CHANGE_CONFIG_SERVICE) \
+    X(20, STOP_DAEMON_SERVICE, serv_stop_daemon_service_1, servd_STOP_DAEMON_SERVICE)
+// clang-format on
+
+#define SERVD_NUMBER(number, name, handler, Record) name = number,
+enum ServdProcedure : std::uint32_t { SERVD_PROCEDURES(SERVD_NUMBER) };
+#undef SERVD_NUMBER
 
 // One argument string of a start request.
 struct svd_arglist_t {
     char *arg;
     svd_arglist_t *next; // null at the end
 };
+constexpr auto Fields(As<svd_arglist_t> auto &r) { return std::tie(r.arg); }
 
 // The Win32 SERVICE_STATUS.
 struct svd_status_t {
@@ -49,6 +57,10 @@ struct svd_status_t {
     std::int32_t dwCheckPoint;
     std::int32_t dwWaitHint; // milliseconds
 };
+constexpr auto Fields(As<svd_status_t> auto &r) {
+    return std::tie(r.dwServiceType, r.dwCurrentState, r.dwControlsAccepted, r.dwWin32ExitCode,
+                    r.dwServiceSpecificExitCode, r.dwCheckPoint, r.dwWaitHint);
+}
 
 // One entry of an enumeration.
 struct svd_enum_status_list_t {
@@ -57,14 +69,17 @@ struct svd_enum_status_list_t {
     svd_status_t status;
     svd_enum_status_list_t *next; // null at the end
 };
+constexpr auto Fields(As<svd_enum_status_list_t> auto &r) { return std::tie(r.name, r.displayName, r.status); }
 
 struct servd_SERV_CONNECT_SERVICE {
     char *machineName;
 };
+constexpr auto Fields(As<servd_SERV_CONNECT_SERVICE> auto &r) { return std::tie(r.machineName); }
 
 struct servd_SERV_CONNECT_SERVICE_RETURN {
     std::int32_t status;
 };
+constexpr auto Fields(As<servd_SERV_CONNECT_SERVICE_RETURN> auto &r) { return std::tie(r.status); }
 
 struct servd_SERV_CREATE_SERVICE {
     char *name;
@@ -78,59 +93,75 @@ struct servd_SERV_CREATE_SERVICE {
     char *account;          // the Unix user that the service runs as; empty for the daemon's own
     std::int32_t tagWanted; // non-zero when the client asks for a tag
 };
+constexpr auto Fields(As<servd_SERV_CREATE_SERVICE> auto &r) {
+    return std::tie(r.name, r.displayName, r.serviceType, r.startType, r.errorControl, r.imagePath, r.group,
+                    r.dependencies, r.account, r.tagWanted);
+}
 
 struct servd_SERV_CREATE_SERVICE_RETURN {
     std::int32_t status;
     std::int32_t handle;
     std::uint32_t tag;
 };
+constexpr auto Fields(As<servd_SERV_CREATE_SERVICE_RETURN> auto &r) { return std::tie(r.status, r.handle, r.tag); }
 
 struct servd_SERV_OPEN_SERVICE {
     char *name;
     std::uint32_t desiredAccess;
 };
+constexpr auto Fields(As<servd_SERV_OPEN_SERVICE> auto &r) { return std::tie(r.name, r.desiredAccess); }
 
 struct servd_SERV_OPEN_SERVICE_RETURN {
     std::int32_t status;
     std::int32_t handle;
 };
+constexpr auto Fields(As<servd_SERV_OPEN_SERVICE_RETURN> auto &r) { return std::tie(r.status, r.handle); }
 
 struct servd_SERV_DELETE_SERVICE {
     std::int32_t handle;
 };
+constexpr auto Fields(As<servd_SERV_DELETE_SERVICE> auto &r) { return std::tie(r.handle); }
 
 struct servd_SERV_DELETE_SERVICE_RETURN {
     std::int32_t status;
 };
+constexpr auto Fields(As<servd_SERV_DELETE_SERVICE_RETURN> auto &r) { return std::tie(r.status); }
 
 struct servd_SERV_CLOSE_SERVICE {
     std::int32_t handle;
 };
+constexpr auto Fields(As<servd_SERV_CLOSE_SERVICE> auto &r) { return std::tie(r.handle); }
 
 struct servd_SERV_CLOSE_SERVICE_RETURN {
     std::int32_t status;
 };
+constexpr auto Fields(As<servd_SERV_CLOSE_SERVICE_RETURN> auto &r) { return std::tie(r.status); }
 
 struct servd_SERV_LOCK_SERVICE {
     std::int32_t lockId; // must not be 0
     char *owner;
 };
+constexpr auto Fields(As<servd_SERV_LOCK_SERVICE> auto &r) { return std::tie(r.lockId, r.owner); }
 
 struct servd_SERV_LOCK_SERVICE_RETURN {
     std::int32_t status;
 };
+constexpr auto Fields(As<servd_SERV_LOCK_SERVICE_RETURN> auto &r) { return std::tie(r.status); }
 
 struct servd_SERV_UNLOCK_SERVICE {
     std::int32_t lockId;
 };
+constexpr auto Fields(As<servd_SERV_UNLOCK_SERVICE> auto &r) { return std::tie(r.lockId); }
 
 struct servd_SERV_UNLOCK_SERVICE_RETURN {
     std::int32_t status;
 };
+constexpr auto Fields(As<servd_SERV_UNLOCK_SERVICE_RETURN> auto &r) { return std::tie(r.status); }
 
 struct servd_SERV_QUERY_LOCK_SERVICE {
     std::int32_t unused;
 };
+constexpr auto Fields(As<servd_SERV_QUERY_LOCK_SERVICE> auto &r) { return std::tie(r.unused); }
 
 struct servd_SERV_QUERY_LOCK_SERVICE_RETURN {
     std::int32_t status;
@@ -138,52 +169,67 @@ struct servd_SERV_QUERY_LOCK_SERVICE_RETURN {
     char *owner;
     std::int32_t lockDurationSec;
 };
+constexpr auto Fields(As<servd_SERV_QUERY_LOCK_SERVICE_RETURN> auto &r) {
+    return std::tie(r.status, r.isLocked, r.owner, r.lockDurationSec);
+}
 
 struct servd_SERV_START_SERVICE {
     std::int32_t handle;
     svd_arglist_t *arglist;
     std::int32_t argc;
 };
+constexpr auto Fields(As<servd_SERV_START_SERVICE> auto &r) { return std::tie(r.handle, r.arglist, r.argc); }
 
 struct servd_SERV_START_SERVICE_RETURN {
     std::int32_t status;
 };
+constexpr auto Fields(As<servd_SERV_START_SERVICE_RETURN> auto &r) { return std::tie(r.status); }
 
 struct servd_SERV_CONTROL_SERVICE {
     std::int32_t handle;
     std::int32_t control;
 };
+constexpr auto Fields(As<servd_SERV_CONTROL_SERVICE> auto &r) { return std::tie(r.handle, r.control); }
 
 struct servd_SERV_CONTROL_SERVICE_RETURN {
     std::int32_t status;
     svd_status_t serviceStatus;
 };
+constexpr auto Fields(As<servd_SERV_CONTROL_SERVICE_RETURN> auto &r) { return std::tie(r.status, r.serviceStatus); }
 
 struct servd_SERV_SET_STATUS_SERVICE {
     std::int32_t handle;
     svd_status_t serviceStatus;
 };
+constexpr auto Fields(As<servd_SERV_SET_STATUS_SERVICE> auto &r) { return std::tie(r.handle, r.serviceStatus); }
 
 struct servd_SERV_SET_STATUS_SERVICE_RETURN {
     std::int32_t status;
 };
+constexpr auto Fields(As<servd_SERV_SET_STATUS_SERVICE_RETURN> auto &r) { return std::tie(r.status); }
 
 struct servd_SERV_DUMMY {
     std::int32_t dummy;
 };
+constexpr auto Fields(As<servd_SERV_DUMMY> auto &r) { return std::tie(r.dummy); }
 
 struct servd_SERV_DUMMY_RETURN {
     std::int32_t dummy;
 };
+constexpr auto Fields(As<servd_SERV_DUMMY_RETURN> auto &r) { return std::tie(r.dummy); }
 
 struct servd_SERV_QUERY_STATUS_SERVICE {
     std::int32_t handle;
 };
+constexpr auto Fields(As<servd_SERV_QUERY_STATUS_SERVICE> auto &r) { return std::tie(r.handle); }
 
 struct servd_SERV_QUERY_STATUS_SERVICE_RETURN {
     std::int32_t status;
     svd_status_t serviceStatus;
 };
+constexpr auto Fields(As<servd_SERV_QUERY_STATUS_SERVICE_RETURN> auto &r) {
+    return std::tie(r.status, r.serviceStatus);
+}
 
 struct servd_SERV_ENUM_STATUS_SERVICE {
     std::int32_t resumeIndex;
@@ -191,6 +237,9 @@ struct servd_SERV_ENUM_STATUS_SERVICE {
     std::int32_t stateFilter;
     std::int32_t bufferBytes;
 };
+constexpr auto Fields(As<servd_SERV_ENUM_STATUS_SERVICE> auto &r) {
+    return std::tie(r.resumeIndex, r.typeFilter, r.stateFilter, r.bufferBytes);
+}
 
 struct servd_SERV_ENUM_STATUS_SERVICE_RETURN {
     std::int32_t status;
@@ -199,30 +248,40 @@ struct servd_SERV_ENUM_STATUS_SERVICE_RETURN {
     std::int32_t resumeIndex;
     svd_enum_status_list_t *services;
 };
+constexpr auto Fields(As<servd_SERV_ENUM_STATUS_SERVICE_RETURN> auto &r) {
+    return std::tie(r.status, r.bytesNeeded, r.servicesReturned, r.resumeIndex, r.services);
+}
 
 struct servd_SERV_GET_DISPLAY_SERVICE {
     char *name;
 };
+constexpr auto Fields(As<servd_SERV_GET_DISPLAY_SERVICE> auto &r) { return std::tie(r.name); }
 
 struct servd_SERV_GET_DISPLAY_SERVICE_RETURN {
     std::int32_t status;
     char *displayName;
 };
+constexpr auto Fields(As<servd_SERV_GET_DISPLAY_SERVICE_RETURN> auto &r) { return std::tie(r.status, r.displayName); }
 
 struct servd_SERV_GET_KEY_SERVICE {
     char *displayName;
 };
+constexpr auto Fields(As<servd_SERV_GET_KEY_SERVICE> auto &r) { return std::tie(r.displayName); }
 
 struct servd_SERV_GET_KEY_SERVICE_RETURN {
     std::int32_t status;
     char *name;
 };
+constexpr auto Fields(As<servd_SERV_GET_KEY_SERVICE_RETURN> auto &r) { return std::tie(r.status, r.name); }
 
 struct servd_SERV_ENUM_DEPEND_SERVICE {
     std::int32_t handle;
     std::int32_t stateFilter;
     std::int32_t bufferBytes;
 };
+constexpr auto Fields(As<servd_SERV_ENUM_DEPEND_SERVICE> auto &r) {
+    return std::tie(r.handle, r.stateFilter, r.bufferBytes);
+}
 
 struct servd_SERV_ENUM_DEPEND_SERVICE_RETURN {
     std::int32_t status;
@@ -230,10 +289,14 @@ struct servd_SERV_ENUM_DEPEND_SERVICE_RETURN {
     std::int32_t servicesReturned;
     svd_enum_status_list_t *services;
 };
+constexpr auto Fields(As<servd_SERV_ENUM_DEPEND_SERVICE_RETURN> auto &r) {
+    return std::tie(r.status, r.bytesNeeded, r.servicesReturned, r.services);
+}
 
 struct servd_SERV_QUERY_CONFIG_SERVICE {
     std::int32_t handle;
 };
+constexpr auto Fields(As<servd_SERV_QUERY_CONFIG_SERVICE> auto &r) { return std::tie(r.handle); }
 
 struct servd_SERV_QUERY_CONFIG_SERVICE_RETURN {
     std::int32_t status;
@@ -247,6 +310,10 @@ struct servd_SERV_QUERY_CONFIG_SERVICE_RETURN {
     char *account;          // the "DependOnService" value up to its first NUL
     char *displayName;
 };
+constexpr auto Fields(As<servd_SERV_QUERY_CONFIG_SERVICE_RETURN> auto &r) {
+    return std::tie(r.status, r.serviceType, r.startType, r.errorControl, r.imagePath, r.group, r.tag, r.dependencies,
+                    r.account, r.displayName);
+}
 
 // A count of 0 in one of the six arrays means no change; a string's count includes its terminator.
 struct servd_SERV_CHANGE_CONFIG_SERVICE {
@@ -262,72 +329,34 @@ struct servd_SERV_CHANGE_CONFIG_SERVICE {
     CharArray displayName;
     std::int32_t tagWanted;
 };
+constexpr auto Fields(As<servd_SERV_CHANGE_CONFIG_SERVICE> auto &r) {
+    return std::tie(r.handle, r.serviceType, r.startType, r.errorControl, r.imagePath, r.group, r.dependencies,
+                    r.account, r.password, r.displayName, r.tagWanted);
+}
 
 struct servd_SERV_CHANGE_CONFIG_SERVICE_RETURN {
     std::int32_t status;
     std::int32_t tag;
 };
+constexpr auto Fields(As<servd_SERV_CHANGE_CONFIG_SERVICE_RETURN> auto &r) { return std::tie(r.status, r.tag); }
 
 struct servd_STOP_DAEMON_SERVICE {
     std::int32_t unused;
 };
+constexpr auto Fields(As<servd_STOP_DAEMON_SERVICE> auto &r) { return std::tie(r.unused); }
 
 struct servd_STOP_DAEMON_SERVICE_RETURN {
     std::int32_t unused; // never sent
 };
+constexpr auto Fields(As<servd_STOP_DAEMON_SERVICE_RETURN> auto &r) { return std::tie(r.unused); }
 
-inline bool_t CodeField(XDR *xdrs, svd_status_t &status) {
-    return CodeFields(xdrs, status.dwServiceType, status.dwCurrentState, status.dwControlsAccepted,
-                      status.dwWin32ExitCode, status.dwServiceSpecificExitCode, status.dwCheckPoint, status.dwWaitHint);
-}
+TV_ROUTINE(svd_arglist_t)
+TV_ROUTINE(svd_status_t)
+TV_ROUTINE(svd_enum_status_list_t)
 
-inline bool_t CodeLink(XDR *xdrs, svd_arglist_t &link) { return CodeField(xdrs, link.arg); }
-
-inline bool_t CodeLink(XDR *xdrs, svd_enum_status_list_t &link) {
-    return CodeFields(xdrs, link.name, link.displayName, link.status);
-}
-
-bool_t xdr_svd_arglist_t(XDR *xdrs, svd_arglist_t *record);
-bool_t xdr_svd_status_t(XDR *xdrs, svd_status_t *record);
-bool_t xdr_svd_enum_status_list_t(XDR *xdrs, svd_enum_status_list_t *record);
-
-bool_t xdr_servd_SERV_CONNECT_SERVICE(XDR *xdrs, servd_SERV_CONNECT_SERVICE *record);
-bool_t xdr_servd_SERV_CONNECT_SERVICE_RETURN(XDR *xdrs, servd_SERV_CONNECT_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_CREATE_SERVICE(XDR *xdrs, servd_SERV_CREATE_SERVICE *record);
-bool_t xdr_servd_SERV_CREATE_SERVICE_RETURN(XDR *xdrs, servd_SERV_CREATE_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_OPEN_SERVICE(XDR *xdrs, servd_SERV_OPEN_SERVICE *record);
-bool_t xdr_servd_SERV_OPEN_SERVICE_RETURN(XDR *xdrs, servd_SERV_OPEN_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_DELETE_SERVICE(XDR *xdrs, servd_SERV_DELETE_SERVICE *record);
-bool_t xdr_servd_SERV_DELETE_SERVICE_RETURN(XDR *xdrs, servd_SERV_DELETE_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_CLOSE_SERVICE(XDR *xdrs, servd_SERV_CLOSE_SERVICE *record);
-bool_t xdr_servd_SERV_CLOSE_SERVICE_RETURN(XDR *xdrs, servd_SERV_CLOSE_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_LOCK_SERVICE(XDR *xdrs, servd_SERV_LOCK_SERVICE *record);
-bool_t xdr_servd_SERV_LOCK_SERVICE_RETURN(XDR *xdrs, servd_SERV_LOCK_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_UNLOCK_SERVICE(XDR *xdrs, servd_SERV_UNLOCK_SERVICE *record);
-bool_t xdr_servd_SERV_UNLOCK_SERVICE_RETURN(XDR *xdrs, servd_SERV_UNLOCK_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_QUERY_LOCK_SERVICE(XDR *xdrs, servd_SERV_QUERY_LOCK_SERVICE *record);
-bool_t xdr_servd_SERV_QUERY_LOCK_SERVICE_RETURN(XDR *xdrs, servd_SERV_QUERY_LOCK_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_START_SERVICE(XDR *xdrs, servd_SERV_START_SERVICE *record);
-bool_t xdr_servd_SERV_START_SERVICE_RETURN(XDR *xdrs, servd_SERV_START_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_CONTROL_SERVICE(XDR *xdrs, servd_SERV_CONTROL_SERVICE *record);
-bool_t xdr_servd_SERV_CONTROL_SERVICE_RETURN(XDR *xdrs, servd_SERV_CONTROL_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_SET_STATUS_SERVICE(XDR *xdrs, servd_SERV_SET_STATUS_SERVICE *record);
-bool_t xdr_servd_SERV_SET_STATUS_SERVICE_RETURN(XDR *xdrs, servd_SERV_SET_STATUS_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_DUMMY(XDR *xdrs, servd_SERV_DUMMY *record);
-bool_t xdr_servd_SERV_DUMMY_RETURN(XDR *xdrs, servd_SERV_DUMMY_RETURN *record);
-bool_t xdr_servd_SERV_QUERY_STATUS_SERVICE(XDR *xdrs, servd_SERV_QUERY_STATUS_SERVICE *record);
-bool_t xdr_servd_SERV_QUERY_STATUS_SERVICE_RETURN(XDR *xdrs, servd_SERV_QUERY_STATUS_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_ENUM_STATUS_SERVICE(XDR *xdrs, servd_SERV_ENUM_STATUS_SERVICE *record);
-bool_t xdr_servd_SERV_ENUM_STATUS_SERVICE_RETURN(XDR *xdrs, servd_SERV_ENUM_STATUS_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_GET_DISPLAY_SERVICE(XDR *xdrs, servd_SERV_GET_DISPLAY_SERVICE *record);
-bool_t xdr_servd_SERV_GET_DISPLAY_SERVICE_RETURN(XDR *xdrs, servd_SERV_GET_DISPLAY_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_GET_KEY_SERVICE(XDR *xdrs, servd_SERV_GET_KEY_SERVICE *record);
-bool_t xdr_servd_SERV_GET_KEY_SERVICE_RETURN(XDR *xdrs, servd_SERV_GET_KEY_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_ENUM_DEPEND_SERVICE(XDR *xdrs, servd_SERV_ENUM_DEPEND_SERVICE *record);
-bool_t xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN(XDR *xdrs, servd_SERV_ENUM_DEPEND_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_QUERY_CONFIG_SERVICE(XDR *xdrs, servd_SERV_QUERY_CONFIG_SERVICE *record);
-bool_t xdr_servd_SERV_QUERY_CONFIG_SERVICE_RETURN(XDR *xdrs, servd_SERV_QUERY_CONFIG_SERVICE_RETURN *record);
-bool_t xdr_servd_SERV_CHANGE_CONFIG_SERVICE(XDR *xdrs, servd_SERV_CHANGE_CONFIG_SERVICE *record);
-bool_t xdr_servd_SERV_CHANGE_CONFIG_SERVICE_RETURN(XDR *xdrs, servd_SERV_CHANGE_CONFIG_SERVICE_RETURN *record);
-bool_t xdr_servd_STOP_DAEMON_SERVICE(XDR *xdrs, servd_STOP_DAEMON_SERVICE *record);
-bool_t xdr_servd_STOP_DAEMON_SERVICE_RETURN(XDR *xdrs, servd_STOP_DAEMON_SERVICE_RETURN *record);
+#define SERVD_DECLARE(number, name, handler, Record)                                                                   \
+    TV_ROUTINE(Record)                                                                                                 \
+    TV_ROUTINE(Record##_RETURN)                                                                                        \
+    TV_PROCEDURE(number, Record, Record##_RETURN)
+SERVD_PROCEDURES(SERVD_DECLARE)
+#undef SERVD_DECLARE

@@ -43,11 +43,9 @@ CLIENT *DialDaemon(const char *host) {
     (void)gethostname(thishost, sizeof thishost);
     CLIENT *client = DialDaemon(thishost);
     if (client != nullptr) {
-        servd_STOP_DAEMON_SERVICE argument = {};
         servd_STOP_DAEMON_SERVICE_RETURN result = {};
         // The daemon ends while it handles the call: no answer is expected.
-        (void)clnt_call(client, STOP_DAEMON_SERVICE, reinterpret_cast<xdrproc_t>(xdr_servd_STOP_DAEMON_SERVICE),
-                        &argument, reinterpret_cast<xdrproc_t>(xdr_servd_STOP_DAEMON_SERVICE_RETURN), &result, TIMEOUT);
+        (void)CallProcedure(client, servd_STOP_DAEMON_SERVICE{}, &result, TIMEOUT);
     }
     std::exit(0); // takes the client handle along
 }

@@ -365,7 +365,7 @@ servd_SERV_QUERY_CONFIG_SERVICE_RETURN *serv_query_config_service_1(servd_SERV_Q
         reply.status = ERROR_INVALID_HANDLE; // 6; deliberate: the rest is that of the last call
         return &reply;
     }
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_QUERY_CONFIG_SERVICE_RETURN), &reply);
+    FreeRecord(&reply);
     FillConfiguration(svcdb[argument->handle], &reply); // deliberate: the code stays 6 once a query has failed
     return &reply;
 }

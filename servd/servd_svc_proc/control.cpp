@@ -102,7 +102,7 @@ std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_statu
         const std::int32_t code = answer->status;
         entry.status = answer->svcstatus; // whatever the code; the deadline stays
         *serviceStatus = entry.status;
-        xdr_free(reinterpret_cast<xdrproc_t>(xdr_service_CONTROL_SERVICE_OUT), answer);
+        FreeRecord(answer);
         return code;
     }
     if (kill(entry.processId, 0) == 0) return ERROR_SERVICE_REQUEST_TIMEOUT; // 1053

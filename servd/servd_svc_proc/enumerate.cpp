@@ -162,7 +162,7 @@ servd_SERV_ENUM_STATUS_SERVICE_RETURN *serv_enum_status_service_1(servd_SERV_ENU
 servd_SERV_ENUM_DEPEND_SERVICE_RETURN *serv_enum_depend_service_1(servd_SERV_ENUM_DEPEND_SERVICE *argument, svc_req *) {
     // Owns the list of the last call; xdr_free below releases it.
     static servd_SERV_ENUM_DEPEND_SERVICE_RETURN reply;
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN), &reply);
+    FreeRecord(&reply);
     reply = {};
     reply.status = static_cast<std::int32_t>(ListDependencies(*argument, &reply));
     return &reply;

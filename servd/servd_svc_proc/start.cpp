@@ -176,6 +176,6 @@ std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std:
                     .dwCheckPoint = 0,
                     .dwWaitHint = startWaitHintMs};
     const std::int32_t status = answer->status;
-    xdr_free(reinterpret_cast<xdrproc_t>(xdr_service_START_SERVICE_OUT), answer);
+    FreeRecord(answer);
     return static_cast<std::uint32_t>(status);
 }

@@ -24,23 +24,27 @@ void TryRecord(std::string_view bytes) {
     Record record = {};
     std::size_t used = 0;
     if (!DecodeRecord(bytes, record, &used)) {
-        if (!releasesItself) ReleaseRecord(record); // the leak checker tells what the others have left
+        if (!releasesItself) FreeRecord(&record); // the leak checker tells what the others have left
         return;
     }
     Require(used <= bytes.size() && used % 4 == 0, "whole words of the input are used");
     const std::string encoded = EncodeRecord(record, bytes.size() + 64);
-    ReleaseRecord(record);
+    FreeRecord(&record);
     Require(!encoded.empty() && encoded.size() <= used, "no more bytes than were used"); // a text ends at its first NUL
     Record again = {};
     Require(DecodeRecord(encoded, again), "what was encoded decodes");
     Require(EncodeRecord(again, bytes.size() + 64) == encoded, "and encodes to the same");
-    ReleaseRecord(again);
+    FreeRecord(&again);
 }
 
-#define TV_TRY_WHOLE(Record) TryRecord<Record, true>,
-#define TV_TRY_PARTS(Record) TryRecord<Record, false>,
-constexpr void (*tries[])(std::string_view) = {SERVD_RECORDS(TV_TRY_WHOLE) SERVICE_RECORDS(TV_TRY_WHOLE)
-                                                   REGD_RECORDS(TV_TRY_PARTS)};
+constexpr void (*tries[])(std::string_view) = {
+#define TV_RECORD(Record) TryRecord<Record, true>,
+    SERVD_RECORDS SERVICE_RECORDS
+#undef TV_RECORD
+#define TV_RECORD(Record) TryRecord<Record, false>,
+        REGD_RECORDS
+#undef TV_RECORD
+};
 
 } // namespace
 

@@ -27,29 +27,8 @@ struct Signature<Handler> {
 };
 
 // By procedure number.
-void *(*const handlers[])(void *) = {
-    nullptr,
-    Signature<serv_connect_service_1>::Run,
-    Signature<serv_create_service_1>::Run,
-    Signature<serv_open_service_1>::Run,
-    Signature<serv_delete_service_1>::Run,
-    Signature<serv_close_service_1>::Run,
-    Signature<serv_lock_service_1>::Run,
-    Signature<serv_unlock_service_1>::Run,
-    Signature<serv_query_lock_service_1>::Run,
-    Signature<serv_start_service_1>::Run,
-    Signature<serv_control_service_1>::Run,
-    Signature<serv_set_status_service_1>::Run,
-    Signature<serv_dummy_service_1>::Run,
-    Signature<serv_query_status_service_1>::Run,
-    Signature<serv_enum_status_service_1>::Run,
-    Signature<serv_get_display_service_1>::Run,
-    Signature<serv_get_key_service_1>::Run,
-    Signature<serv_enum_depend_service_1>::Run,
-    Signature<serv_query_config_service_1>::Run,
-    Signature<serv_change_config_service_1>::Run,
-    Signature<serv_stop_daemon_service_1>::Run,
-};
+#define TV_RUN(number, name, handler, Record) Signature<handler>::Run,
+void *(*const handlers[])(void *) = {nullptr, SERVD_PROCEDURES(TV_RUN)};
 
 } // namespace
 

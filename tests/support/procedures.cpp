@@ -2,7 +2,6 @@
 // procedures: arguments built from a test's values, and replies turned into them.
 #include "tests/support/procedures.h"
 
-#include <array>
 #include <ostream>
 
 namespace {
@@ -13,16 +12,6 @@ char *Chars(const std::string &text) { return const_cast<char *>(text.c_str()); 
 CharArray ArrayOf(const std::string &bytes) {
     return {.count = static_cast<std::uint32_t>(bytes.size()),
             .chars = bytes.empty() ? nullptr : const_cast<char *>(bytes.data())};
-}
-
-std::array<std::int32_t, 7> FieldsOf(const svd_status_t &status) {
-    return {status.dwServiceType,
-            status.dwCurrentState,
-            status.dwControlsAccepted,
-            status.dwWin32ExitCode,
-            status.dwServiceSpecificExitCode,
-            status.dwCheckPoint,
-            status.dwWaitHint};
 }
 
 } // namespace
@@ -37,7 +26,7 @@ std::string Strings(const std::vector<std::string> &strings) {
 
 std::string Terminated(const std::string &text) { return text + '\0'; }
 
-bool operator==(const svd_status_t &a, const svd_status_t &b) { return FieldsOf(a) == FieldsOf(b); }
+bool operator==(const svd_status_t &a, const svd_status_t &b) { return Fields(a) == Fields(b); }
 
 bool operator==(const Listed &a, const Listed &b) {
     return a.name == b.name && a.displayName == b.displayName && a.status == b.status;
@@ -45,9 +34,7 @@ bool operator==(const Listed &a, const Listed &b) {
 
 std::ostream &operator<<(std::ostream &out, const svd_status_t &status) {
     out << '{';
-    for (std::int32_t field : FieldsOf(status)) {
-        out << ' ' << field;
-    }
+    VisitFields(status, [&out](std::int32_t field) { out << ' ' << field; });
     return out << " }";
 }
 

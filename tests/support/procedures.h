@@ -26,50 +26,16 @@ bool IsFreshProcess();
 
 // --- typed calls ---
 
-template <typename Argument>
-struct Procedure;
-
-#define TV_PROCEDURE(number_, argument_, reply_)                                                                       \
-    template <>                                                                                                        \
-    struct Procedure<argument_> {                                                                                      \
-        using Reply = reply_;                                                                                          \
-        static constexpr std::uint32_t number = number_;                                                               \
-        static constexpr auto codeArgument = xdr_##argument_;                                                          \
-        static constexpr auto codeReply = xdr_##reply_;                                                                \
-    }
-
-TV_PROCEDURE(CONNECT_SERVICE, servd_SERV_CONNECT_SERVICE, servd_SERV_CONNECT_SERVICE_RETURN);
-TV_PROCEDURE(CREATE_SERVICE, servd_SERV_CREATE_SERVICE, servd_SERV_CREATE_SERVICE_RETURN);
-TV_PROCEDURE(OPEN_SERVICE, servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN);
-TV_PROCEDURE(DELETE_SERVICE, servd_SERV_DELETE_SERVICE, servd_SERV_DELETE_SERVICE_RETURN);
-TV_PROCEDURE(CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN);
-TV_PROCEDURE(LOCK_SERVICE, servd_SERV_LOCK_SERVICE, servd_SERV_LOCK_SERVICE_RETURN);
-TV_PROCEDURE(UNLOCK_SERVICE, servd_SERV_UNLOCK_SERVICE, servd_SERV_UNLOCK_SERVICE_RETURN);
-TV_PROCEDURE(QUERY_LOCK_SERVICE, servd_SERV_QUERY_LOCK_SERVICE, servd_SERV_QUERY_LOCK_SERVICE_RETURN);
-TV_PROCEDURE(START_SERVICE, servd_SERV_START_SERVICE, servd_SERV_START_SERVICE_RETURN);
-TV_PROCEDURE(CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN);
-TV_PROCEDURE(SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE_RETURN);
-TV_PROCEDURE(DUMMY_SERVICE, servd_SERV_DUMMY, servd_SERV_DUMMY_RETURN);
-TV_PROCEDURE(QUERY_STATUS_SERVICE, servd_SERV_QUERY_STATUS_SERVICE, servd_SERV_QUERY_STATUS_SERVICE_RETURN);
-TV_PROCEDURE(ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN);
-TV_PROCEDURE(GET_DISPLAY_SERVICE, servd_SERV_GET_DISPLAY_SERVICE, servd_SERV_GET_DISPLAY_SERVICE_RETURN);
-TV_PROCEDURE(GET_KEY_SERVICE, servd_SERV_GET_KEY_SERVICE, servd_SERV_GET_KEY_SERVICE_RETURN);
-TV_PROCEDURE(ENUM_DEPEND_SERVICE, servd_SERV_ENUM_DEPEND_SERVICE, servd_SERV_ENUM_DEPEND_SERVICE_RETURN);
-TV_PROCEDURE(QUERY_CONFIG_SERVICE, servd_SERV_QUERY_CONFIG_SERVICE, servd_SERV_QUERY_CONFIG_SERVICE_RETURN);
-TV_PROCEDURE(CHANGE_CONFIG_SERVICE, servd_SERV_CHANGE_CONFIG_SERVICE, servd_SERV_CHANGE_CONFIG_SERVICE_RETURN);
-TV_PROCEDURE(STOP_DAEMON_SERVICE, servd_STOP_DAEMON_SERVICE, servd_STOP_DAEMON_SERVICE_RETURN);
-#undef TV_PROCEDURE
-
 // The reply, released with its last owner; null when none came.
 template <typename Argument>
-std::shared_ptr<const typename Procedure<Argument>::Reply> Call(Argument argument) {
-    using Row = Procedure<Argument>;
-    std::shared_ptr<typename Row::Reply> reply(new typename Row::Reply{}, [](typename Row::Reply *record) {
-        xdr_free(reinterpret_cast<xdrproc_t>(Row::codeReply), record);
+std::shared_ptr<const ResultOf<Argument>> Call(Argument argument) {
+    using Reply = ResultOf<Argument>;
+    std::shared_ptr<Reply> reply(new Reply{}, [](Reply *record) {
+        FreeRecord(record);
         delete record;
     });
-    const bool answered = Exchange(Row::number, reinterpret_cast<xdrproc_t>(Row::codeArgument), &argument,
-                                   reinterpret_cast<xdrproc_t>(Row::codeReply), reply.get());
+    const bool answered =
+        Exchange(ProcedureOf<Argument>::number, RoutineOf<Argument>(), &argument, RoutineOf<Reply>(), reply.get());
     return answered ? reply : nullptr;
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The kinds of fields: same bytes as libtirpc's routines, and no trust in lengths that a peer declares.
-#include "rpc/codec.h"
+#include "rpc/record.h"
 
 #include "tests/support/allocations.h"
 #include "tests/support/wire.h"

@@ -14,7 +14,7 @@ using RegistryStubs = RegistryTest;
 CLIENT *LocalClient() { return clntArray[0]->client; }
 
 template <typename Result, typename Argument>
-std::uint32_t ProcedureOf(Result *(*stub)(Argument *, CLIENT *), Script &script) {
+std::uint32_t NumberSent(Result *(*stub)(Argument *, CLIENT *), Script &script) {
     script.calls.clear();
     Argument argument = {};
     (void)stub(&argument, LocalClient());
@@ -44,32 +44,32 @@ void TimeOut(Script &script, int times) {
 } // namespace
 
 TEST_F(RegistryStubs, call_the_26_procedures_and_never_0_or_17) {
-    EXPECT_EQ(ProcedureOf(reg_close_key_2, daemon), 1u);
-    EXPECT_EQ(ProcedureOf(reg_create_key_2, daemon), 2u);
-    EXPECT_EQ(ProcedureOf(reg_create_key_ex_2, daemon), 3u);
-    EXPECT_EQ(ProcedureOf(reg_delete_key_2, daemon), 4u);
-    EXPECT_EQ(ProcedureOf(reg_delete_value_2, daemon), 5u);
-    EXPECT_EQ(ProcedureOf(reg_enum_key_2, daemon), 6u);
-    EXPECT_EQ(ProcedureOf(reg_enum_key_ex_2, daemon), 7u);
-    EXPECT_EQ(ProcedureOf(reg_enum_value_2, daemon), 8u);
-    EXPECT_EQ(ProcedureOf(reg_flush_key_2, daemon), 9u);
-    EXPECT_EQ(ProcedureOf(reg_get_key_security_2, daemon), 10u);
-    EXPECT_EQ(ProcedureOf(reg_load_key_2, daemon), 11u);
-    EXPECT_EQ(ProcedureOf(reg_notify_change_key_value_2, daemon), 12u);
-    EXPECT_EQ(ProcedureOf(reg_open_key_2, daemon), 13u);
-    EXPECT_EQ(ProcedureOf(reg_open_key_ex_2, daemon), 14u);
-    EXPECT_EQ(ProcedureOf(reg_query_info_key_2, daemon), 15u);
-    EXPECT_EQ(ProcedureOf(reg_query_value_2, daemon), 16u);
-    EXPECT_EQ(ProcedureOf(reg_query_value_ex_2, daemon), 18u);
-    EXPECT_EQ(ProcedureOf(reg_replace_key_2, daemon), 19u);
-    EXPECT_EQ(ProcedureOf(reg_restore_key_2, daemon), 20u);
-    EXPECT_EQ(ProcedureOf(reg_save_key_2, daemon), 21u);
-    EXPECT_EQ(ProcedureOf(reg_set_key_security_2, daemon), 22u);
-    EXPECT_EQ(ProcedureOf(reg_set_value_2, daemon), 23u);
-    EXPECT_EQ(ProcedureOf(reg_set_value_ex_2, daemon), 24u);
-    EXPECT_EQ(ProcedureOf(reg_unload_key_2, daemon), 25u);
-    EXPECT_EQ(ProcedureOf(reg_query_version_2, daemon), 26u);
-    EXPECT_EQ(ProcedureOf(reg_ping_daemon_2, daemon), 27u);
+    EXPECT_EQ(NumberSent(reg_close_key_2, daemon), 1u);
+    EXPECT_EQ(NumberSent(reg_create_key_2, daemon), 2u);
+    EXPECT_EQ(NumberSent(reg_create_key_ex_2, daemon), 3u);
+    EXPECT_EQ(NumberSent(reg_delete_key_2, daemon), 4u);
+    EXPECT_EQ(NumberSent(reg_delete_value_2, daemon), 5u);
+    EXPECT_EQ(NumberSent(reg_enum_key_2, daemon), 6u);
+    EXPECT_EQ(NumberSent(reg_enum_key_ex_2, daemon), 7u);
+    EXPECT_EQ(NumberSent(reg_enum_value_2, daemon), 8u);
+    EXPECT_EQ(NumberSent(reg_flush_key_2, daemon), 9u);
+    EXPECT_EQ(NumberSent(reg_get_key_security_2, daemon), 10u);
+    EXPECT_EQ(NumberSent(reg_load_key_2, daemon), 11u);
+    EXPECT_EQ(NumberSent(reg_notify_change_key_value_2, daemon), 12u);
+    EXPECT_EQ(NumberSent(reg_open_key_2, daemon), 13u);
+    EXPECT_EQ(NumberSent(reg_open_key_ex_2, daemon), 14u);
+    EXPECT_EQ(NumberSent(reg_query_info_key_2, daemon), 15u);
+    EXPECT_EQ(NumberSent(reg_query_value_2, daemon), 16u);
+    EXPECT_EQ(NumberSent(reg_query_value_ex_2, daemon), 18u);
+    EXPECT_EQ(NumberSent(reg_replace_key_2, daemon), 19u);
+    EXPECT_EQ(NumberSent(reg_restore_key_2, daemon), 20u);
+    EXPECT_EQ(NumberSent(reg_save_key_2, daemon), 21u);
+    EXPECT_EQ(NumberSent(reg_set_key_security_2, daemon), 22u);
+    EXPECT_EQ(NumberSent(reg_set_value_2, daemon), 23u);
+    EXPECT_EQ(NumberSent(reg_set_value_ex_2, daemon), 24u);
+    EXPECT_EQ(NumberSent(reg_unload_key_2, daemon), 25u);
+    EXPECT_EQ(NumberSent(reg_query_version_2, daemon), 26u);
+    EXPECT_EQ(NumberSent(reg_ping_daemon_2, daemon), 27u);
 }
 
 TEST_F(RegistryStubs, return_their_own_static_result) {

@@ -42,7 +42,7 @@ void ExpectRefused(std::string_view bytes) {
     const Allocations allocations = StopCounting();
     EXPECT_FALSE(decoded);
     EXPECT_EQ(allocations.live, 0) << "left behind";
-    if (decoded) ReleaseRecord(record);
+    if (decoded) FreeRecord(&record);
 }
 
 template <typename Record>
@@ -63,7 +63,7 @@ void ExpectNoTrustInLengths(const std::string &bytes) {
             const std::string lying = bytes.substr(0, at) + Words({lie}) + bytes.substr(at + 4);
             Record record = {};
             StartCounting();
-            if (DecodeRecord(lying, record)) ReleaseRecord(record);
+            if (DecodeRecord(lying, record)) FreeRecord(&record);
             const Allocations allocations = StopCounting();
             EXPECT_EQ(allocations.live, 0) << "left behind";
             EXPECT_LE(allocations.largest, 4097u);
@@ -77,7 +77,7 @@ void ExpectRefusedWithoutMemory(const std::string &bytes) {
     StartCounting();
     ASSERT_TRUE(DecodeRecord(bytes, record));
     const long requests = StopCounting().requests;
-    ReleaseRecord(record);
+    FreeRecord(&record);
     for (long failing = 1; failing <= requests; ++failing) {
         SCOPED_TRACE("request " + std::to_string(failing) + " fails");
         Record again = {};
@@ -99,7 +99,7 @@ void ExpectBytes(Record record, const std::string &expected) {
     ASSERT_TRUE(DecodeRecord(expected + "more", decoded, &used));
     EXPECT_EQ(used, expected.size());
     EXPECT_EQ(EncodeRecord(decoded), expected);
-    ReleaseRecord(decoded);
+    FreeRecord(&decoded);
     EXPECT_EQ(StopCounting().live, 0);
 
     ExpectRefusedAtEveryCut<Record>(expected);
@@ -346,7 +346,7 @@ TEST(start_arguments, from_a_client_travel_on_to_the_service_unchanged) {
     ASSERT_TRUE(DecodeRecord(received, request));
     service_START_SERVICE_IN handedOn = {Text("S"), request.arglist, request.argc, request.handle};
     EXPECT_EQ(EncodeRecord(handedOn), XdrString("S") + Words({1}) + arguments + Words({3, 5}));
-    ReleaseRecord(request);
+    FreeRecord(&request);
 }
 
 // --- what the library's generic routines would make of them
@@ -364,7 +364,7 @@ TEST(list_markers, any_number_but_0_announces_a_link) {
     ASSERT_NE(request.arglist, nullptr);
     EXPECT_STREQ(request.arglist->arg, "one");
     EXPECT_EQ(request.arglist->next, nullptr);
-    ReleaseRecord(request);
+    FreeRecord(&request);
 }
 
 // --- long lists on a small stack
@@ -389,7 +389,7 @@ void *CodeOnThread(void *bytesOfRecord) {
     Record record = {};
     EXPECT_TRUE(DecodeRecord(bytes, record));
     EXPECT_TRUE(EncodeRecord(record, bytes.size()) == bytes);
-    ReleaseRecord(record);
+    FreeRecord(&record);
     EXPECT_FALSE(DecodeRecord(std::string_view(bytes).substr(0, bytes.size() - 1), record)); // releases all links too
     return nullptr;
 }

@@ -4,7 +4,7 @@
 // A peer is a thread that accepts one connection on the loopback interface and does what the test says.
 #include "rpc/dial.h"
 
-#include "rpc/codec.h"
+#include "rpc/record.h"
 #include "tests/support/raw_rpc.h"
 
 #include <arpa/inet.h>

@@ -4,7 +4,7 @@
 // The server is a child of this program, new for each test; it knows the procedures of `Procedure`.
 #include "rpc/door.h"
 
-#include "rpc/codec.h"
+#include "rpc/record.h"
 #include "tests/support/raw_rpc.h"
 
 #include <gtest/gtest.h>
