@@ -6,11 +6,15 @@
 // behind.
 //
 // Owns:    clntArray, its entries and their client handles, g_userData.name (malloc).
-// Thread:  under tvRegistryMutex, except for the tear-down, which takes it for each slot.
+// Thread:  under tvRegistryMutex.
+#include "registry/connection.h"
+
+#include "registry/operations.h"
+#include "registry/parameters.h"
 #include "registry/regd_clnt.h"
-#include "registry/registry.h"
-#include "registry/tvpthread.h"
+#include "registry/unused_state.h"
 #include "rpc/dial.h"
+#include "tv/winerror.h"
 #include "util/ktl_host.h"
 #include "util/ktl_strings.h"
 
@@ -29,15 +33,6 @@ int connectionTableDestroyed = 0;
 
 regd_USER_DATA g_userData = {};
 int userDataSet = 0;
-
-int destructorMsg = 0;
-int wrongVersionMsg = 0;
-int connectFailMsg = 0;
-
-int pingXtIntervalId = 0;
-int pingThreadHandle = 0;
-int regdRegPingDaemonAllowed = 0;
-int bFirstSpawn = 1;
 
 namespace {
 
@@ -152,11 +147,6 @@ int TakeSlot(const char *host) {
     return number;
 }
 
-void CloseConnection(RegistryConnectionEntry *entry) {
-    if (entry->client != nullptr) clnt_destroy(entry->client);
-    entry->client = nullptr;
-}
-
 // Returns the number that the machine's connection has, or would get. Deliberate: nothing checks that it fits into the
 // eight bits of a key; the number after 255 is the local daemon's.
 int NumberOfMachine(const char *machineName) {
@@ -173,6 +163,11 @@ CLIENT *LocalClient() {
 }
 
 } // namespace
+
+void CloseConnection(RegistryConnectionEntry *entry) {
+    if (entry->client != nullptr) clnt_destroy(entry->client);
+    entry->client = nullptr;
+}
 
 CLIENT *tvConnectRegistryDaemon(const char *host, HKEY *key, int *clientNum) {
     if (connectionTableDestroyed != 0) {
@@ -255,38 +250,4 @@ LONG reg_query_version_info(LPDWORD major, LPDWORD minor, LPDWORD patch) {
     const LONG status = static_cast<LONG>(reply->body.status);
     FreeRecord(reply);
     return status;
-}
-
-// The mode 1 ping goes over slot 0, the first to be closed: the local daemon hears it once.
-// Deliberate: the host name's copy is not released with its entry.
-void tvRegistryCleanConnections(int destroy) {
-    connectionTableDestroyed = 1;
-    if (clntArray == nullptr) return;
-    pingXtIntervalId = 0;
-    for (int number = 0; number < connectionSlots; ++number) {
-        if (clntArray[number] == nullptr) continue;
-        if (destroy != 0) (void)RegPingDaemon(1); // a farewell; nothing depends on its arrival
-        LockRegistryMutex();
-        if (destroy != 0) CloseConnection(clntArray[number]);
-        std::free(clntArray[number]);
-        clntArray[number] = nullptr;
-        UnlockRegistryMutex();
-    }
-    LockRegistryMutex(); // a ping of another thread looks at the table even now
-    std::free(clntArray);
-    clntArray = nullptr;
-    connectionSlots = 0;
-    nextClientNum = 1;
-    numConnections = 0;
-    UnlockRegistryMutex();
-}
-
-void tvRegistryInitData(void) {
-    tvRegistryCleanConnections(0);
-    clntArray = nullptr;
-    numConnections = 0;
-    nextClientNum = 1;
-    connectionTableDestroyed = 0;
-    pingXtIntervalId = 0;
-    pingThreadHandle = 0;
 }

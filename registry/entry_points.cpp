@@ -3,8 +3,10 @@
 //
 // Every function takes the registry mutex, calls its slot of the table and returns the slot's result as it is.
 // Thread: any, after the first call of the process has returned.
-#include "registry/registry.h"
+#include "registry/connection.h"
+#include "registry/operations.h"
 #include "registry/tvpthread.h"
+#include "tv/winerror.h"
 
 static constexpr RegistryOperations operations = {
     .reg_close_key = reg_close_key,

@@ -5,8 +5,10 @@
 // from the reply. Encoding only reads a record, so its strings are borrowed from the caller.
 #pragma once
 
+#include "registry/connection.h"
+#include "registry/operations.h"
 #include "registry/regd_clnt.h"
-#include "registry/registry.h"
+#include "tv/winerror.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,7 +2,11 @@
 // parameters: the options that are kept for a registry daemon, and where such a daemon is expected.
 //
 // Owns: regdLocation and regdExecLocation (malloc). Of all options only regdSystemDaemon is read by this client.
-#include "registry/registry.h"
+#include "registry/parameters.h"
+
+#include "registry/regd_xdr.h"
+#include "registry/unused_state.h"
+#include "tv/tvregistry.h"
 #include "util/ktl_strings.h"
 
 #include <unistd.h>
@@ -12,21 +16,8 @@
 #include <cstdlib>
 #include <cstring>
 
-char *regdLocation = nullptr;
-int regdFlushInterval = 0;
-int regdKeepBackup = 1;
-int regdLogLines = 0;
-int regdPingCheckInterval = 0;
-int regdVerbose = 0;
 int regdSystemDaemon = 0;
-char *regdExecLocation = nullptr;
-int regdSems = 0;
-int regdSemaphoreProc = 0;
-int regdSemaphoreAccess = 0;
-
 int bAllowSystemDaemonConnect = 1;
-int bAllowLocalDaemonConnect = 1;
-
 std::uint32_t tvreg_prognum = 0;
 
 namespace {

@@ -2,7 +2,9 @@
 // tv_getpid: the process id that the registry client reports to its daemon.
 //
 // Deliberate: asked for once, so that a forked child goes on reporting its parent's id.
-#include "registry/registry.h"
+#include "registry/tv_getpid.h"
+
+#include "tv/tvregistry.h"
 
 #include <unistd.h>
 

@@ -5,7 +5,7 @@
 // same for 10,000 services as for 1,000. A linear scan somewhere shows as a factor of ten.
 #include "bench/measure/rows.h"
 #include "bench/measure/servers.h"
-#include "registry/registry.h"
+#include "registry/operations.h"
 #include "rpc/message.h"
 #include "servd/servd_svc_proc/database.h"
 #include "servd/servd_svc_proc/dependencies.h"

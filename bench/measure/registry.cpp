@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // registry: tvregd through the registry client, and the start-up load of the daemon from it.
-#include "registry/registry.h"
+#include "registry/operations.h"
 
 #include "bench/floor/floor_rpc.h"
 #include "bench/measure/rows.h"

@@ -2,7 +2,7 @@
 // memory_registry: a tree of keys, its operations for the dispatch table, and the list of calls.
 #include "tests/support/memory_registry.h"
 
-#include "registry/registry.h"
+#include "registry/operations.h"
 
 #include <strings.h>
 

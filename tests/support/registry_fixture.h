@@ -4,8 +4,12 @@
 // DialHost, which the registry client connects with, is ours here: it hands out the clients of Dial's list.
 #pragma once
 
+#include "registry/connection.h"
+#include "registry/operations.h"
+#include "registry/parameters.h"
 #include "registry/regd_clnt.h"
-#include "registry/registry.h"
+#include "registry/tv_getpid.h"
+#include "registry/unused_state.h"
 #include "tests/support/scripted_client.h"
 
 #include <gmock/gmock.h>

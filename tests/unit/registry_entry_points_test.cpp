@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The 49 Win32 functions, the dispatch table behind them, the mutex and the base key.
-#include "registry/registry.h"
+#include "registry/connection.h"
+#include "registry/operations.h"
 #include "registry/tvpthread.h"
 
 #include <gtest/gtest.h>

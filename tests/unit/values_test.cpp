@@ -2,7 +2,7 @@
 // Reading values of any length: what comes, what stands behind it, and what is not believed.
 #include "tests/support/memory_registry.h"
 
-#include "registry/registry.h"
+#include "registry/operations.h"
 
 #include <algorithm>
 

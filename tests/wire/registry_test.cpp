@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The registry client over TCP, against daemons whose answers are bytes: every procedure, bad manners, two remote
 // machines at once, two threads at once.
+#include "registry/connection.h"
+#include "registry/operations.h"
 #include "registry/regd_clnt.h"
-#include "registry/registry.h"
+#include "registry/unused_state.h"
 #include "tests/support/host.h"
 #include "tests/support/scripted_regd.h"
 

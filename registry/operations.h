@@ -1,20 +1,19 @@
 // SPDX-License-Identifier: MIT
-// registry: what the files of the registry client share.
+// operations: what stands behind the Win32 functions, and the table through which they are called.
 //
-//   entry_points.cpp   the Win32 functions: each takes the mutex and calls its slot of the table below
-//   keys.cpp, values.cpp, hives.cpp   the operations in the slots: one call to the daemon each
-//   connection.cpp     the connections to registry daemons, who we are to them, ping and version
+// From above to below; each calls those beneath it only:
+//   tear_down.cpp      closing or forgetting all connections
+//   entry_points.cpp   the Win32 functions: each takes the mutex and calls its slot of the table
+//   keys.cpp, values.cpp, hives.cpp   the operations in the slots: one call to the daemon each (operation.h)
+//   connection.cpp     the connections to registry daemons; the slots for connecting, ping and version
 //   parameters.cpp     daemon options and address
 //   regd_clnt, regd_xdr   the daemon's protocol
 //
-// Thread: all of it runs, and all of these variables are touched, under tvRegistryMutex only (tvpthread.h).
+// Thread: all operations run, and the variables are touched, under tvRegistryMutex only (tvpthread.h).
 #pragma once
 
-#include "registry/regd_xdr.h"
 #include "tv/tvregistry.h"
 #include "tv/winreg.h"
-
-// ---- The dispatch table -----------------------------------------------------------------------------------------
 
 // The operations behind the Win32 functions: same arguments, same result codes, but without the mutex.
 decltype(RegCloseKey) reg_close_key;
@@ -67,8 +66,8 @@ decltype(RegUnLoadKeyW) reg_unload_key_w;
 decltype(RegQueryVersionInfo) reg_query_version_info;
 decltype(RegPingDaemon) reg_ping_daemon;
 
-// One row of the table. The order is the contract between entry points and operations: alphabetical by Win32 name, A
-// before W, except for the query-multiple-values pair and this system's own two at the end.
+// One row of the table. Entry points and operations meet by this order: alphabetical by Win32 name, A before W, except
+// for the query-multiple-values pair and this system's own two at the end.
 struct RegistryOperations {
     decltype(&RegCloseKey) reg_close_key;                           // 0
     decltype(&RegConnectRegistryA) reg_connect_registry_a;          // 1
@@ -132,85 +131,3 @@ extern int tvOSID; // the row in use; nothing changes it
 extern HKEY hksw;
 extern HKEY hkco;
 extern int bCached;
-
-// ---- Connections ------------------------------------------------------------------------------------------------
-
-// A connection in a slot of clntArray. The slot number stands in bits 20 to 27 of every key of that connection.
-//
-//   state       event                                  next state
-//   no entry    an operation, or RegConnectRegistry    connected (or no entry, when it fails)
-//   connected   send or receive fails                  broken: the client is null, host name and slot are kept
-//   broken      next operation on the slot             connected (or broken, when it fails)
-//   any         tear-down                              no entry
-struct RegistryConnectionEntry {
-    char *hostName; // heap copy; null for the local daemon in slot 0
-    CLIENT *client; // null when broken
-};
-
-extern RegistryConnectionEntry **clntArray; // by client number, null when free; null before the first connection
-extern int connectionSlots;                 // slots that clntArray has room for
-extern int numConnections;                  // connections made since the table was last emptied
-extern int nextClientNum;                   // client number of the next remote connection
-extern int connectionTableDestroyed;        // 1 after a tear-down: nothing is connected any more
-
-constexpr std::uint32_t tarvoVersion = 6; // our own protocol level
-extern regd_USER_DATA g_userData;         // who we are; filled on the first connection attempt
-extern int userDataSet;                   // 1 once g_userData is filled
-
-// What has happened at least once.
-extern int destructorMsg;   // a connection was asked for after a tear-down
-extern int wrongVersionMsg; // a handshake failed, or a daemon was too old
-extern int connectFailMsg;  // a daemon could not be reached
-
-// Kept with their values, otherwise unused; the first two are reset with the table.
-extern int pingXtIntervalId;
-extern int pingThreadHandle;
-extern int regdRegPingDaemonAllowed;
-extern int bFirstSpawn;
-
-constexpr HKEY clientNumberBits = 0x0FF00000;
-
-// A daemon's key as the caller gets it: with the number of its connection.
-constexpr HKEY WithClientNumber(HKEY key, int clientNumber) {
-    return (static_cast<HKEY>(clientNumber) << 20 & clientNumberBits) | key;
-}
-
-// Gives the connection that a key belongs to, making it when there is none: address, handshake, ping with mode 0.
-//   host        the machine of a new connection, null for the local daemon; not looked at when the slot is taken
-//   key         on return without its client number, as the daemon knows it
-//   clientNum   on return the number of the connection; left alone on failure
-// Returns the connection's client handle, borrowed; null when there is none. Blocks while connecting.
-[[nodiscard]] CLIENT *tvConnectRegistryDaemon(const char *host, HKEY *key, int *clientNum);
-
-// To be called when a call over a connection brought no reply. A connection that broke (as opposed to a daemon that
-// is silent, or an answer that made no sense) is closed and keeps its slot for the next operation to connect anew.
-void DropConnectionIfBroken(int clientNum);
-
-// ---- Daemon options and address ---------------------------------------------------------------------------------
-
-extern char *regdLocation;
-extern int regdFlushInterval;
-extern int regdKeepBackup;
-extern int regdLogLines;
-extern int regdPingCheckInterval;
-extern int regdVerbose;
-extern int regdSystemDaemon; // the only option that this client reads
-extern char *regdExecLocation;
-extern int regdSems;
-extern int regdSemaphoreProc;
-extern int regdSemaphoreAccess;
-
-extern int bAllowSystemDaemonConnect;
-extern int bAllowLocalDaemonConnect;
-
-extern std::uint32_t tvreg_prognum; // 0 until first computed
-
-constexpr unsigned registryHostBytes = 256; // host name buffers, terminator included
-
-// Copies a host name into a buffer of registryHostBytes; a longer one is cut.
-void CopyHostName(char *host, const char *name);
-
-// ---- Process id -------------------------------------------------------------------------------------------------
-
-extern int pid_init;
-extern pid_t cached_pid;

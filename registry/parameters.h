@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+// parameters: where registry daemons are expected, and which connections are allowed.
+//
+// Thread: under tvRegistryMutex only (tvpthread.h).
+#pragma once
+
+#include <cstdint>
+
+extern int regdSystemDaemon; // the only daemon option that this client reads; the others: unused_state.h
+extern int bAllowSystemDaemonConnect;
+extern std::uint32_t tvreg_prognum; // 0 until first computed
+
+constexpr unsigned registryHostBytes = 256; // host name buffers, terminator included
+
+// Copies a host name into a buffer of registryHostBytes; a longer one is cut.
+void CopyHostName(char *host, const char *name);
