@@ -220,15 +220,17 @@ LONG reg_connect_registry_a(LPCSTR lpMachineName, HKEY hKey, PHKEY phkResult) {
 LONG reg_connect_registry_w(LPCWSTR, HKEY, PHKEY) { return ERROR_FILE_NOT_FOUND; }
 
 LONG reg_ping_daemon(int mode) {
+    if (EntryAt(0) == nullptr) return ERROR_REGISTRY_IO_FAILED;
+    const LONG silent = mode == 2 ? -1 : ERROR_REGISTRY_IO_FAILED; // also while the slot waits to be connected again
     CLIENT *client = LocalClient();
-    if (client == nullptr) return ERROR_REGISTRY_IO_FAILED;
+    if (client == nullptr) return silent;
     regd_REG_PING_DAEMON argument = {g_userData, static_cast<std::uint32_t>(tarvo_getpid()),
                                      static_cast<std::uint32_t>(mode)};
     argument.user.uid = getuid(); // may have changed since we connected
     regd_BASIC_RES *reply = reg_ping_daemon_2(&argument, client);
     if (reply == nullptr) {
         DropConnectionIfBroken(0);
-        return mode == 2 ? -1 : ERROR_REGISTRY_IO_FAILED;
+        return silent;
     }
     const LONG status = static_cast<LONG>(reply->body.status);
     FreeRecord(reply);

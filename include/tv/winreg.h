@@ -218,8 +218,9 @@ LONG RegUnLoadKeyW(HKEY hKey, LPCWSTR lpSubKey);
 LONG RegQueryVersionInfo(LPDWORD major, LPDWORD minor, LPDWORD patch);
 
 /* Tells the registry daemon about this process: mode 0 after connecting, 1 before leaving, else the caller's own.
- * Returns the daemon's status; 1016 without connection or reply (-1 for mode 2 without reply); 1 for mode 0 once the
- * connections have been torn down. */
+ * Returns the daemon's status; 1016 when this process has not connected to it yet, or without a reply; for mode 2
+ * -1 without a reply, and as long as a connection that broke has not been made anew; 1 for mode 0 once the connections
+ * have been torn down. */
 LONG RegPingDaemon(int mode);
 
 /* Opens (creating what is missing) the runtime's own base key, HKEY_LOCAL_MACHINE\Software\Corvane\Tarvo.

@@ -611,9 +611,29 @@ TEST_F(RegistryConnections, ping_and_version_notice_a_broken_connection_but_make
     daemon.Fail(RPC_CANTRECV);
     EXPECT_EQ(RegPingDaemon(2), -1);
     EXPECT_EQ(daemon.clientsAlive, 0);
-    EXPECT_EQ(RegPingDaemon(2), ERROR_REGISTRY_IO_FAILED);
     EXPECT_EQ(RegQueryVersionInfo(nullptr, nullptr, nullptr), ERROR_REGISTRY_IO_FAILED);
     EXPECT_TRUE(dialPlan.dialled.empty());
+}
+
+// Symptom: a program that pings with mode 2 heard -1 once and then 1016 for as long as the daemon was gone. Cause: a
+// connection that had been closed counted as one that was never made.
+TEST_F(RegistryConnections, ping_of_mode_2_goes_on_answering_minus_1_until_the_broken_connection_is_made_anew) {
+    Script &daemon = NewScript();
+    Connect(0, &daemon);
+    daemon.Fail(RPC_CANTRECV);
+    EXPECT_EQ(RegPingDaemon(2), -1);
+    EXPECT_EQ(RegPingDaemon(2), -1);
+    EXPECT_EQ(RegPingDaemon(2), -1);
+    EXPECT_EQ(RegPingDaemon(1), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(RegPingDaemon(0), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_TRUE(dialPlan.dialled.empty());
+
+    Script &again = NewScript();
+    PlayLocalDaemon(again);
+    again.Answer(ok);
+    EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+    again.Answer(ok);
+    EXPECT_EQ(RegPingDaemon(2), ERROR_SUCCESS);
 }
 
 TEST_F(RegistryConnections, a_connection_that_breaks_at_a_version_query_is_closed) {
