@@ -11,6 +11,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -52,6 +53,12 @@ void ReplaceText(char **text, const char *value) {
     *text = _ktl_strdup(value);
 }
 
+// A decimal number as a machine with 32-bit words reads it: one that has no room there becomes the nearest that has.
+int DecimalOf(const char *text) {
+    const long number = std::strtol(text, nullptr, 10);
+    return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+}
+
 // Applies one word of the options, taking its value from the rest where it has one.
 void ApplyOption(const char *word, char **rest) {
     for (const Switch &option : switches) {
@@ -65,15 +72,14 @@ void ApplyOption(const char *word, char **rest) {
     for (const NumberOption &option : numberOptions) {
         if (std::strcmp(word, option.word) != 0) continue;
         const char *text = NextWord(nullptr, rest);
-        const int value = text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
+        const int value = text != nullptr ? DecimalOf(text) : 0;
         if (value != 0 && value >= option.minimum) *option.value = value;
     }
 }
 
 std::uint32_t ComputeProgramNumber() {
     const char *base = std::getenv("TARVO_REGISTRY_BASE");
-    const std::uint32_t number =
-        base != nullptr ? static_cast<std::uint32_t>(std::strtol(base, nullptr, 10)) : REGDAEMONPROG;
+    const std::uint32_t number = base != nullptr ? static_cast<std::uint32_t>(DecimalOf(base)) : REGDAEMONPROG;
     if (regdSystemDaemon != 0) return number;
     const uid_t uid = getuid();
     return number + ((uid != 0 ? uid : 1) & 0xFFFF);

@@ -7,8 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -277,6 +279,29 @@ TEST_F(RegistryParameters, the_program_number_is_computed_once_a_process) {
     setenv("TARVO_REGISTRY_BASE", "2000", 1);
     regdSystemDaemon = 1;
     EXPECT_EQ(ProgramNumber(), 1000u + OwnOffset());
+}
+
+// Symptom: a base above 2147483647 gave one program number in the 32-bit build and another in the 64-bit build. Cause:
+// strtol stops at the word size of the machine.
+TEST_F(RegistryParameters, a_base_beyond_a_32_bit_word_is_the_nearest_within_at_either_word_size) {
+    const std::pair<const char *, std::uint32_t> bases[] = {
+        {"2147483647", 0x7FFFFFFF},           {"2147483648", 0x7FFFFFFF},  {"3000000000", 0x7FFFFFFF},
+        {"4294967296", 0x7FFFFFFF},           {"-2147483648", 0x80000000}, {"-2147483649", 0x80000000},
+        {"99999999999999999999", 0x7FFFFFFF}, {"-1", 0xFFFFFFFF},          {"many", 0},
+    };
+    for (const auto &[text, base] : bases) {
+        tvreg_prognum = 0;
+        setenv("TARVO_REGISTRY_BASE", text, 1);
+        EXPECT_EQ(ProgramNumber(), base + OwnOffset()) << text;
+    }
+}
+
+TEST_F(RegistryParameters, an_option_beyond_a_32_bit_word_is_the_nearest_within_at_either_word_size) {
+    char options[] = "-l 4294967297 -n -4294967295 -p 2147483648";
+    tvSetRegistryDaemonParamsEx(options);
+    EXPECT_EQ(regdLogLines, INT_MAX);
+    EXPECT_EQ(regdSemaphoreProc, INT_MIN);
+    EXPECT_EQ(regdPingCheckInterval, INT_MAX);
 }
 
 TEST_F(RegistryParameters, the_system_daemon_has_the_base_number_itself) {
