@@ -18,6 +18,8 @@ inline constexpr std::uint32_t tagBytes = 4;
 
 // --- starting a service process ---
 
+// From the fork to the program. A child that takes longer has been halted, and is killed.
+inline constexpr int execLimitMs = 3000;
 // Attempts to reach a process: one, and these repetitions, each after a second's sleep.
 inline constexpr int sharedProcessRetries = 5;
 inline constexpr int newProcessRetries = 15;

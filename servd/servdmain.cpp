@@ -10,6 +10,7 @@
 #include "servd/ending.h"
 #include "servd/limits.h"
 #include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/process.h"
 #include "servd/servd_svc_proc/startup.h"
 #include "servd/servd_xdr.h"
 #include "servd/serving.h"
@@ -52,7 +53,10 @@ CLIENT *DialDaemon(const char *host) {
 
 // --- the daemon ---
 
-void sigHandler(int /*signalNumber*/) { EndOnSignal(); }
+void sigHandler(int /*signalNumber*/) {
+    KillChildOnItsWay();
+    EndOnSignal();
+}
 
 void InstallSignalHandlers() {
     PrepareEnding();

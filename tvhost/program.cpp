@@ -6,6 +6,7 @@
 
 #include "tv/winerror.h"
 #include "util/guard.h"
+#include "util/launch.h"
 
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -22,6 +23,7 @@ extern char **environ;
 namespace {
 
 constexpr mode_t outputMode = 0644;
+constexpr int execLimitMs = 30'000; // the way to the program leads over files that may be far
 
 // All that the child needs, in the form in which the system calls take it.
 struct ChildPlan {
@@ -32,7 +34,6 @@ struct ChildPlan {
     const char *standardOutput;
     const char *standardError;
     pid_t parent;
-    int failurePipe;
 };
 
 std::vector<char *> Pointers(std::vector<std::string> &strings) {
@@ -73,7 +74,7 @@ void RestoreSignals() {
 
 // Returns only when it failed: what could not be used, with errno.
 const char *BecomeProgram(const ChildPlan &plan) {
-    if (setpgid(0, 0) != 0 || prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) return "its process";
+    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) return "its process";
     if (getppid() != plan.parent) _exit(1); // tvhost has died already
     if (plan.directory != nullptr && chdir(plan.directory) != 0) return plan.directory;
     if (!Redirect(STDIN_FILENO, "/dev/null", O_RDONLY)) return "/dev/null";
@@ -87,30 +88,7 @@ const char *BecomeProgram(const ChildPlan &plan) {
     return plan.program;
 }
 
-// What the child tells its parent. The text lies in memory that both have at the same address.
-struct ChildFailure {
-    const char *what; // null: it became the program
-    int error;        // errno
-};
-
-[[noreturn]] void RunChild(const ChildPlan &plan) {
-    ChildFailure failure = {};
-    failure.what = BecomeProgram(plan);
-    failure.error = errno;
-    (void)!write(plan.failurePipe, &failure, sizeof failure); // nobody else could be told
-    _exit(1);
-}
-
 // --- in the parent ---
-
-ChildFailure ReadFailure(int pipe) {
-    ChildFailure failure = {};
-    ssize_t bytes = 0;
-    do {
-        bytes = read(pipe, &failure, sizeof failure);
-    } while (bytes < 0 && errno == EINTR);
-    return bytes == sizeof failure ? failure : ChildFailure{};
-}
 
 StartFailure FailureOf(const char *what, int error, const char *program) {
     // A folder that is not there is told apart from a program that is not there.
@@ -132,29 +110,20 @@ pid_t StartProgram(const HostParameters &parameters, const std::vector<std::stri
     std::vector<std::string> environment = MergedEnvironment(OwnEnvironment(), parameters.environment);
     std::vector<char *> argv = Pointers(*words);
     std::vector<char *> envp = Pointers(environment);
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        *failure = FailureOf("no pipe", errno, nullptr);
-        return 0;
-    }
-    const DescriptorGuard readEnd(&ends[0]);
-    DescriptorGuard writeEnd(&ends[1]);
     const ChildPlan plan = {parameters.application.c_str(),
                             argv.data(),
                             envp.data(),
                             OrNull(parameters.directory),
                             OrNull(parameters.standardOutput),
                             OrNull(parameters.standardError),
-                            getpid(),
-                            ends[1]};
-    const pid_t child = fork();
-    if (child == 0) RunChild(plan);
-    const ChildFailure noProcess = {"no process", errno};
-    writeEnd.reset();
-    const ChildFailure failed = child < 0 ? noProcess : ReadFailure(ends[0]);
-    if (failed.what == nullptr) return child;
-    if (child > 0) (void)waitpid(child, nullptr, 0); // it has said all that it could
-    *failure = FailureOf(failed.what, failed.error, plan.program);
+                            getpid()};
+    int pipeEnds[2] = {-1, -1};
+    const DescriptorGuard readEnd(&pipeEnds[0]); // open where no child could be forked
+    const DescriptorGuard writeEnd(&pipeEnds[1]);
+    const Launched launched = Launch<BecomeProgram>(plan, pipeEnds, execLimitMs);
+    if (launched.step == nullptr) return launched.child;
+    if (launched.child > 0) (void)waitpid(launched.child, nullptr, 0); // it has said all that it could
+    *failure = FailureOf(launched.step, launched.error, plan.program);
     return 0;
 }
 

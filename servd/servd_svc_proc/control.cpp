@@ -14,6 +14,7 @@
 #include "rpc/dial.h"
 #include "servd/servd_svc_proc/database.h"
 #include "servd/servd_svc_proc/dependencies.h"
+#include "servd/servd_svc_proc/reaper.h"
 #include "servd/servd_svc_proc/start.h"
 #include "servd/servd_svc_proc/startup.h"
 #include "servd/servd_svc_proc/status.h"
@@ -84,6 +85,7 @@ service_CONTROL_SERVICE_OUT *SendControl(const ServiceDatabaseEntry &entry, std:
 }
 
 std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_status_t *serviceStatus) {
+    TakeLeftEnds();
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
     ServiceDatabaseEntry &entry = svcdb[handle];
     // Deliberate: the other five fields are those of the previous answer until a line below fills them.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// process: the process of a service, from its fork to its end.
+// process: the process of a service, from the fork to its program.
 #pragma once
 
 #include "servd/servd_svc_proc/values.h"
@@ -12,8 +12,10 @@
 //   imagePath  in: what is known of it; out: the value, where it could be read
 //   processId  set on success only
 // Deliberate: leaves the two registry keys that it opens open.
-// Returns 0; 3 when the program could not be executed, 6 when there is no child.
+// Blocks for execLimitMs at most, beside the registry's calls. Signals that end the daemon end it meanwhile.
+// Returns 0; 3 when the program could not be executed, or was not in time, 6 when there is no child.
 [[nodiscard]] std::uint32_t LaunchService(const char *name, TextBuffer &imagePath, pid_t *processId);
 
-// Thread body: waits for a started process to end and forgets how it did. The argument carries the process id.
-void *WaitForService(void *pid);
+// Kills the child that is not its program yet, if there is one. For a signal handler that ends the daemon: a child that
+// has been halted there would keep the daemon's clients waiting. Async-signal-safe.
+void KillChildOnItsWay();

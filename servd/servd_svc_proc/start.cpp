@@ -18,6 +18,7 @@
 #include "servd/servd_svc_proc/database.h"
 #include "servd/servd_svc_proc/groups.h"
 #include "servd/servd_svc_proc/process.h"
+#include "servd/servd_svc_proc/reaper.h"
 #include "servd/servd_svc_proc/startup.h"
 #include "servd/servd_svc_proc/status.h"
 #include "servd/servd_svc_proc/values.h"
@@ -25,6 +26,7 @@
 #include "servd/service_keys.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
+#include "util/monotonic_ms.h"
 
 #include <unistd.h>
 
@@ -109,22 +111,16 @@ std::uint32_t CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, 
 
 // --- the new process ---
 
-std::int64_t NowMs() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
-
 // Waits a moment for the program of a new process to appear in the port mapper. Without it the first attempt to reach
 // the process would always come too early, and the second a whole second later.
 void AwaitRegistration(const Host &host, pid_t processId) {
     if (!host.known) return;
     const RpcClient portMapper(DialPortMapper(host.address));
     if (portMapper == nullptr) return;
-    const std::int64_t end = NowMs() + registrationWaitMs;
+    const std::int64_t end = MonotonicMs() + registrationWaitMs;
     for (std::int64_t pauseMs = 1;
          PortOfProgram(portMapper.get(), ServiceProgram(processId), serviceProgramVersion) == 0; pauseMs *= 2) {
-        const std::int64_t leftMs = end - NowMs();
+        const std::int64_t leftMs = end - MonotonicMs();
         if (leftMs <= 0) return;
         const timespec pause = {.tv_sec = 0, .tv_nsec = static_cast<long>(std::min(pauseMs, leftMs) * 1000000)};
         (void)nanosleep(&pause, nullptr);
@@ -150,6 +146,7 @@ std::uint32_t StartProcess(ServiceDatabaseEntry &entry, const Host &host, TextBu
 
 std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc) {
     ServiceDatabaseEntry &entry = svcdb[index];
+    TakeLeftEnds();
     if (entry.status.dwCurrentState != SERVICE_STOPPED)
         return ERROR_SERVICE_ALREADY_RUNNING; // no process to hand it to
     const Host host = ResolveThisHost();

@@ -64,10 +64,12 @@ add_executable(test_service support/test_service.cpp)
 target_link_libraries(test_service PRIVATE tv_options servd_wire)
 add_dependencies(tv_test_host test_service)
 
-# Loaded into a daemon: signals its children between fork and exec.
-add_library(signal_child MODULE support/signal_child.cpp)
-target_link_libraries(signal_child PRIVATE tv_options)
-set_target_properties(signal_child PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+# Loaded into a daemon: one signals its children between fork and exec, one refuses it threads.
+foreach(module signal_child no_threads)
+  add_library(${module} MODULE support/${module}.cpp)
+  target_link_libraries(${module} PRIVATE tv_options)
+  set_target_properties(${module} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+endforeach()
 
 # Loaded into a daemon: has its disk be slow or fail.
 add_library(slow_disk MODULE support/slow_disk.cpp)

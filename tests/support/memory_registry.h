@@ -15,7 +15,6 @@
 #include "servd/servd_svc_proc/handlers.h"
 #include "servd/servd_svc_proc/kept_names.h"
 #include "servd/servd_svc_proc/load.h"
-#include "servd/servd_svc_proc/process.h"
 #include "servd/servd_svc_proc/start.h"
 #include "servd/servd_svc_proc/startup.h"
 #include "servd/servd_svc_proc/status.h"

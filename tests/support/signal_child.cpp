@@ -1,23 +1,22 @@
 // SPDX-License-Identifier: MIT
-// signal_child: loaded into the daemon before its libraries (LD_PRELOAD), sends SIGTERM to each child that is about to
-// become a service: with TV_SIGNAL_CHILD=first while all signals are still blocked in it, else right before its exec.
+// signal_child: loaded into the daemon before its libraries (LD_PRELOAD), signals each child that is about to become a
+// service: with TV_SIGNAL_CHILD=first by SIGTERM while all signals are still blocked in it, with "last" by SIGTERM and
+// with "halt" by SIGSTOP right before its exec.
 //
-// Such a child is the only process of the daemon that marks a descriptor close-on-exec while SIGUSR1 is blocked, and
-// the only one that calls execve.
+// Such a child is the only process of the daemon that leaves its process group while SIGUSR1 is blocked, and the only
+// one that calls execve.
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
-bool SignalsFirst() {
-    const char *when = std::getenv("TV_SIGNAL_CHILD");
-    return when != nullptr && std::strcmp(when, "first") == 0;
+bool Wants(const char *what) {
+    const char *wanted = std::getenv("TV_SIGNAL_CHILD");
+    return wanted != nullptr && std::strcmp(wanted, what) == 0;
 }
 
 bool AreSignalsBlocked() {
@@ -26,32 +25,17 @@ bool AreSignalsBlocked() {
     return sigismember(&mask, SIGUSR1) == 1;
 }
 
-int Fcntl(const char *name, int descriptor, int command, void *argument) {
-    if (command == F_SETFD && SignalsFirst() && AreSignalsBlocked()) (void)kill(getpid(), SIGTERM);
-    using Function = int (*)(int, int, ...);
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name))(descriptor, command, argument);
-}
-
 } // namespace
 
-extern "C" int fcntl(int descriptor, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    void *argument = va_arg(arguments, void *);
-    va_end(arguments);
-    return Fcntl("fcntl", descriptor, command, argument);
-}
-
-extern "C" int fcntl64(int descriptor, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    void *argument = va_arg(arguments, void *);
-    va_end(arguments);
-    return Fcntl("fcntl64", descriptor, command, argument);
+extern "C" int setpgid(pid_t process, pid_t group) noexcept {
+    if (Wants("first") && AreSignalsBlocked()) (void)kill(getpid(), SIGTERM);
+    using Function = int (*)(pid_t, pid_t);
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setpgid"))(process, group);
 }
 
 extern "C" int execve(const char *path, char *const arguments[], char *const environment[]) noexcept {
-    if (!SignalsFirst()) (void)kill(getpid(), SIGTERM);
+    if (Wants("last")) (void)kill(getpid(), SIGTERM);
+    if (Wants("halt")) (void)kill(getpid(), SIGSTOP);
     using Function = int (*)(const char *, char *const *, char *const *);
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "execve"))(path, arguments, environment);
 }
