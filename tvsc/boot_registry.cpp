@@ -135,15 +135,26 @@ std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
 
 // One member for each tag that finds one, then the rest as they stood. The count in front is not looked at.
 void SortByTags(const BootDatabase &database, const std::string &vector, std::vector<std::size_t> *members) {
-    auto sorted = members->begin();
-    for (std::size_t offset = dwordBytes; offset + dwordBytes <= vector.size(); offset += dwordBytes) {
-        const DWORD tag = DwordAt(vector.data() + offset);
-        const auto member = std::find_if(sorted, members->end(),
-                                         [&](std::size_t service) { return database.services[service].tag == tag; });
-        if (member == members->end()) continue;
-        std::rotate(sorted, member, member + 1);
-        ++sorted;
+    struct Bearers {
+        std::vector<std::size_t> members; // in their order
+        std::size_t taken = 0;
+        std::size_t passed = 0;
+    };
+    std::unordered_map<DWORD, Bearers> bearersOf; // of each tag
+    for (const std::size_t member : *members) {
+        bearersOf[database.services[member].tag].members.push_back(member);
     }
+    std::vector<std::size_t> sorted;
+    for (std::size_t offset = dwordBytes; offset + dwordBytes <= vector.size(); offset += dwordBytes) {
+        const auto found = bearersOf.find(DwordAt(vector.data() + offset));
+        if (found == bearersOf.end() || found->second.taken == found->second.members.size()) continue;
+        sorted.push_back(found->second.members[found->second.taken++]);
+    }
+    for (const std::size_t member : *members) {
+        Bearers &bearers = bearersOf[database.services[member].tag];
+        if (bearers.passed++ >= bearers.taken) sorted.push_back(member);
+    }
+    *members = std::move(sorted);
 }
 
 std::optional<BootFault> SortGroups(BootDatabase *database, HKEY machine) {

@@ -5,6 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <random>
+#include <set>
+
 namespace {
 
 using testing::ElementsAre;
@@ -160,6 +164,178 @@ TEST_F(PlannedBoot, a_chain_of_two_thousand_services_starts_from_its_end) {
     ASSERT_EQ(plan.steps.size(), length);
     EXPECT_EQ(NameOf(plan.steps.front().service), "s1999");
     EXPECT_EQ(NameOf(plan.steps.back().service), "s0");
+}
+
+// --- against the walk as the daemon makes it: anew for each automatic service, over everything it leads to ---
+
+struct PlainWalk {
+    const BootDatabase &database;
+    std::size_t root = 0;
+    std::set<std::size_t> seen = {};
+    std::vector<std::size_t> onTheWay = {};
+    std::vector<std::string> found = {}; // steps as StepText tells them
+    std::vector<std::string> *remarks = nullptr;
+
+    void Tell(BootRemarkKind kind, std::size_t service, const std::string &text) const {
+        const std::string remark = std::to_string(static_cast<int>(kind)) + " " + std::to_string(service) + " " + text;
+        if (std::find(remarks->begin(), remarks->end(), remark) == remarks->end()) remarks->push_back(remark);
+    }
+    void TellRing(std::size_t service) const {
+        std::vector<std::size_t> ring(std::find(onTheWay.begin(), onTheWay.end(), service), onTheWay.end());
+        std::rotate(ring.begin(), std::min_element(ring.begin(), ring.end()), ring.end());
+        std::string text;
+        for (const std::size_t member : ring)
+            text += database.services[member].name + " > ";
+        Tell(BootRemarkKind::ring, ring.front(), text + database.services[ring.front()].name);
+    }
+    const BootGroup *GroupNamed(const std::string &name) const {
+        const auto found_ = std::find_if(database.groups.begin(), database.groups.end(),
+                                         [&](const BootGroup &group) { return group.name == name; });
+        return found_ != database.groups.end() && !found_->members.empty() ? &*found_ : nullptr;
+    }
+    std::optional<std::size_t> ServiceNamed(const std::string &name) const {
+        for (std::size_t i = 0; i < database.services.size(); ++i)
+            if (database.services[i].name == name) return i;
+        return {};
+    }
+    void TellUnknown(std::size_t service) const {
+        for (const std::string &name : database.services[service].dependencies) {
+            if (name.front() == '+') {
+                if (GroupNamed(name.substr(1)) == nullptr) Tell(BootRemarkKind::emptyGroup, service, name.substr(1));
+            } else if (!ServiceNamed(name)) {
+                Tell(BootRemarkKind::unknownService, service, name);
+            }
+        }
+    }
+    // Returns false when the walk ends here.
+    bool Visit(std::size_t service, const std::string &step) {
+        if (std::find(onTheWay.begin(), onTheWay.end(), service) != onTheWay.end()) {
+            TellRing(service);
+            return false;
+        }
+        if (seen.contains(service)) return true;
+        if (database.services[service].dependenciesCode != 0) {
+            Tell(BootRemarkKind::unreadable, service, "");
+            return false;
+        }
+        onTheWay.push_back(service);
+        TellUnknown(service);
+        for (const std::string &name : database.services[service].dependencies) {
+            if (name.front() == '+') {
+                const BootGroup *group = GroupNamed(name.substr(1));
+                for (const std::size_t member : group != nullptr ? group->members : std::vector<std::size_t>{})
+                    if (!Visit(member, StepText(member, service, group))) return false;
+            } else if (const auto named = ServiceNamed(name)) {
+                if (!Visit(*named, StepText(*named, service, nullptr))) return false;
+            }
+        }
+        onTheWay.pop_back();
+        seen.insert(service);
+        if (service != root) found.push_back(step);
+        return true;
+    }
+    static std::string StepText(std::size_t service, std::size_t neededBy, const BootGroup *group) {
+        return std::to_string(service) + "<" + std::to_string(neededBy) + (group != nullptr ? "+" + group->name : "");
+    }
+};
+
+BootDatabase RandomDatabase(std::mt19937 &random) {
+    const auto below = [&](std::size_t bound) { return static_cast<std::size_t>(random() % bound); };
+    BootDatabase database;
+    const std::size_t count = 1 + below(25), groups = below(5);
+    for (std::size_t i = 0; i < groups; ++i)
+        database.groups.push_back({"g" + std::to_string(i), {}});
+    const bool hasRings = below(2) == 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        BootService service = {.name = "s" + std::to_string(i), .imagePath = "/x"};
+        service.start = static_cast<DWORD>(below(5));
+        if (below(15) == 0) service.dependenciesCode = ERROR_ACCESS_DENIED;
+        for (std::size_t left = below(4); left > 0; --left) {
+            const std::size_t first = hasRings ? 0 : i + 1;
+            service.dependencies.push_back(below(4) == 0 ? "+g" + std::to_string(below(6))
+                                                         : "s" + std::to_string(first + below(count + 1)));
+        }
+        database.services.push_back(service);
+        if (groups != 0 && below(2) == 0) database.groups[below(groups)].members.push_back(i);
+    }
+    return database;
+}
+
+TEST(PlanBoot, is_what_a_walk_from_each_automatic_service_finds) {
+    for (std::uint32_t seed = 0; seed < 3000; ++seed) {
+        std::mt19937 random(seed);
+        const BootDatabase database = RandomDatabase(random);
+        std::vector<std::string> steps, remarks, planned, told;
+        std::set<std::string> started;
+        std::size_t tries = 0;
+        for (std::size_t i = 0; i < database.services.size(); ++i) {
+            if (*database.services[i].start > SERVICE_AUTO_START) continue;
+            PlainWalk walk = {.database = database, .root = i, .remarks = &remarks};
+            (void)walk.Visit(i, "");
+            tries += walk.found.size() + 1;
+            walk.found.push_back(std::to_string(i) + "<");
+            for (const std::string &step : walk.found)
+                if (started.insert(step.substr(0, step.find('<'))).second) steps.push_back(step);
+        }
+        const BootPlan plan = PlanBoot(database);
+        for (const BootStep &step : plan.steps) {
+            planned.push_back(std::to_string(step.service) + "<");
+            if (step.neededBy) planned.back() += std::to_string(*step.neededBy);
+            if (step.throughGroup != nullptr) planned.back() += "+" + *step.throughGroup;
+        }
+        for (const BootRemark &remark : plan.remarks) {
+            if (remark.kind == BootRemarkKind::disabled || remark.kind == BootRemarkKind::groupOrder) continue;
+            told.push_back(std::to_string(static_cast<int>(remark.kind)) + " " + std::to_string(remark.service) + " " +
+                           remark.text);
+        }
+        ASSERT_EQ(planned, steps) << "seed " << seed;
+        ASSERT_EQ(told, remarks) << "seed " << seed;
+        ASSERT_EQ(plan.mostTries, tries) << "seed " << seed;
+    }
+}
+
+// Walked anew from each, the first three of them would take minutes.
+TEST(PlanBoot, of_many_automatic_services_is_made_at_once) {
+    constexpr std::size_t count = 30'000;
+    enum class Shape { chain, chainBackwards, ring, oneGroup };
+    for (const Shape shape : {Shape::chain, Shape::chainBackwards, Shape::ring, Shape::oneGroup}) {
+        BootDatabase database;
+        database.groups.push_back({"all", {}});
+        for (std::size_t i = 0; i < count; ++i) {
+            BootService service = {.name = "s" + std::to_string(i), .imagePath = "/x", .start = SERVICE_AUTO_START};
+            const std::size_t next = shape == Shape::chainBackwards ? i - 1 : i + 1;
+            service.dependencies = {
+                shape == Shape::oneGroup ? "+all" : "s" + std::to_string(shape == Shape::ring ? next % count : next)};
+            database.services.push_back(service);
+            if (i != 0) database.groups[0].members.push_back(i);
+        }
+        const auto begin = std::chrono::steady_clock::now();
+        const BootPlan plan = PlanBoot(database);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+        EXPECT_EQ(plan.steps.size(), count);
+        const bool isChain = shape == Shape::chain || shape == Shape::chainBackwards;
+        EXPECT_EQ(plan.mostTries, isChain ? count * (count + 1) / 2 : count);
+    }
+}
+
+TEST_F(PlannedBoot, a_tag_vector_may_be_long) {
+    constexpr std::size_t count = 14'000;
+    BootGroup expected;
+    std::string vector = NumberBytes(0);
+    for (std::size_t i = 0; i < count; ++i) {
+        InstallService("s" + std::to_string(i), {.start = demand, .group = "Disk", .tag = static_cast<DWORD>(i % 7)});
+    }
+    for (std::size_t i = 0; i < 2'000'000; ++i) {
+        vector += NumberBytes(static_cast<DWORD>(i % 2 == 0 ? 5 : 1'000'000 + i)); // few find a member
+    }
+    SetValue(tagOrderKeyPath, "Disk", REG_BINARY, vector);
+    const auto begin = std::chrono::steady_clock::now();
+    Plan();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    const std::vector<std::size_t> &members = database.groups[0].members;
+    ASSERT_EQ(members.size(), count);
+    EXPECT_EQ(NameOf(members[0]), "s13998") << "the last to come is the first of its group";
+    EXPECT_EQ(NameOf(members[count / 7]), "s13999") << "the rest as it stood";
 }
 
 // --- what keeps the daemon from loading keeps the plan from being made, with the same code ---
