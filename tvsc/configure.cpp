@@ -18,6 +18,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 #include <thread>
 
@@ -61,8 +62,38 @@ DWORD PrepareImage(const Session &session, const CreateOptions &create, HostPara
                        create.stopTimeoutMs.value_or(defaultStopTimeoutMs)};
         return image->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
     }
-    if (!create.program.empty()) return PlanLauncher(create.name, create.program, image, problem);
+    if (!create.program.empty()) {
+        *image = LauncherPath(create.name);
+        return PlanLauncher(create.name, create.program, problem);
+    }
     return CheckImage(session, create.image, problem);
+}
+
+// The name of a service other than this one that is started with a file; nothing when there is none.
+std::optional<std::string> OtherUserOf(Session &session, const std::string &file, const std::string &name) {
+    std::vector<ListedService> services;
+    if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS)
+        return "a service that cannot be listed";
+    for (const ListedService &other : services) {
+        const ServiceHandle service(OpenServiceA(session.manager.get(), other.name.c_str(), SERVICE_QUERY_CONFIG));
+        ServiceConfig config;
+        std::error_code failed;
+        const bool isUser = other.name != name && service != nullptr &&
+                            QueryConfig(service.get(), &config) == ERROR_SUCCESS &&
+                            std::filesystem::equivalent(config.imagePath, file, failed);
+        if (isUser) return other.name;
+    }
+    return std::nullopt;
+}
+
+// Whether the launcher that lies there already may be replaced: not one that another service is started with. Returns
+// 0, or 183 and a text.
+DWORD CheckSharedLauncher(Session &session, const CreateOptions &create, std::string *problem) {
+    if (FindLauncher(create.name, problem) != ERROR_SUCCESS) return ERROR_SUCCESS; // there is none
+    const std::optional<std::string> user = OtherUserOf(session, LauncherPath(create.name), create.name);
+    if (!user) return ERROR_SUCCESS;
+    *problem = fmt::format("{}: there already, and {} is started with it", LauncherPath(create.name), *user);
+    return ERROR_ALREADY_EXISTS;
 }
 
 // "not created", with what the code does not say of itself.
@@ -119,6 +150,18 @@ bool IsGone(Session &session, const std::string &name, bool wait) {
     }
 }
 
+// A launcher goes with its service. What tvsc did not write, and what others are started with, stays.
+void RemoveUnusedLauncher(Session &session, const std::string &name) {
+    std::string problem;
+    if (!IsThisMachine(session.options) || FindLauncher(name, &problem) != ERROR_SUCCESS) return;
+    const std::optional<std::string> user = OtherUserOf(session, LauncherPath(name), name);
+    if (user) {
+        Note(session, fmt::format("tvsc: {} stays: {} is started with it", LauncherPath(name), *user));
+    } else if (RemoveLauncher(name, &problem) != ERROR_SUCCESS) {
+        Note(session, fmt::format("tvsc: not removed: {}", problem));
+    }
+}
+
 void DeleteOne(Session &session, const std::string &name, const DeleteOptions &options) {
     ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) {
@@ -138,7 +181,7 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
     }
     service.reset();
     if (IsGone(session, name, options.wait)) {
-        if (IsThisMachine(session.options)) (void)RemoveLauncher(name); // there is one only for some services
+        RemoveUnusedLauncher(session, name);
         Done(session, name, "delete", "deleted");
     } else if (options.wait) {
         Failed(session, name, "delete", ERROR_SERVICE_MARKED_FOR_DELETE, "still there");
@@ -195,7 +238,8 @@ int RunCreate(Session &session, const CreateOptions &create) {
         return Refuse(session, create.name, "create", ERROR_NOT_SUPPORTED,
                       "--exec and --program are for the daemon of this machine; another one takes --image");
     }
-    const DWORD prepared = PrepareImage(session, create, &parameters, &image, &problem);
+    DWORD prepared = PrepareImage(session, create, &parameters, &image, &problem);
+    if (prepared == ERROR_SUCCESS && !create.program.empty()) prepared = CheckSharedLauncher(session, create, &problem);
     if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
     DWORD tag = 0;
     std::vector<std::string> needed = create.dependencies;
@@ -211,13 +255,12 @@ int RunCreate(Session &session, const CreateOptions &create) {
     }
     // Only now: another service of this name would have lost what it runs.
     DWORD written = ERROR_SUCCESS;
+    problem = "its parameters cannot be written";
     if (!create.exec.empty()) written = WriteHostParameters(create.name, parameters);
-    if (!create.program.empty()) written = WriteLauncher(create.name, create.program);
+    if (!create.program.empty()) written = WriteLauncher(create.name, create.program, &problem);
     if (written != ERROR_SUCCESS) {
         (void)DeleteService(service.get()); // half a service is none
-        return Refuse(session, create.name, "create", written,
-                      create.exec.empty() ? fmt::format("{} cannot be written", image)
-                                          : "its parameters cannot be written");
+        return Refuse(session, create.name, "create", written, problem);
     }
     NoteUnknownDependencies(session, needed);
     Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");

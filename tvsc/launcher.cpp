@@ -1,28 +1,58 @@
 // SPDX-License-Identifier: MIT
 // launcher: writing and checking launchers.
+//
+// What stands in a launcher is run as root, or as the service's user. So the folder belongs to root, nobody else may
+// write in it, and all modes are set, whatever the mask of the one who creates a service. A launcher begins with two
+// lines that name its service: a file without them was written by somebody else, and stays. A new one is written beside
+// the old one and renamed when it is whole.
 #include "tvsc/launcher.h"
 
 #include "tv/winerror.h"
 #include "tvhost/parameters.h"
+#include "util/guard.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 namespace {
 
 namespace fs = std::filesystem;
 
 constexpr char launcherFolder[] = "/etc/tv/services";
+constexpr const char *launcherFolderParts[] = {"/etc", "tv", "services"}; // the last two are ours
 constexpr char hostLauncherName[] = "tvhost.csh";
-constexpr auto launcherMode = static_cast<fs::perms>(0644);
+constexpr mode_t launcherMode = 0644;
+constexpr mode_t folderMode = 0755;
+constexpr std::size_t longestFirstLine = 4096;
 
-fs::path PathOf(const std::string &name) { return fs::path(launcherFolder) / (name + ".csh"); }
+std::string FileNameOf(const std::string &name) { return name + ".csh"; }
+
+bool CanBeFileName(const std::string &name) {
+    return !name.empty() && name.front() != '.' && name.find_first_of("/\n") == std::string::npos;
+}
+
+DWORD CodeOfErrno(int error) {
+    switch (error) {
+    case ENOENT: return ERROR_FILE_NOT_FOUND;
+    case ENOSPC:
+    case EDQUOT: return ERROR_NOT_ENOUGH_MEMORY;
+    default: return ERROR_ACCESS_DENIED;
+    }
+}
+
+// The code of a system call that has just failed, and what it was about.
+DWORD FailedWithErrno(const std::string &path, std::string *problem) {
+    const int error = errno;
+    *problem = fmt::format("{}: {}", path, std::strerror(error));
+    return CodeOfErrno(error);
+}
 
 // A word as csh reads it back: in single quotes, with the exclamation mark kept from the history, and a quote outside.
 std::string QuotedForCsh(const std::string &word) {
@@ -39,12 +69,108 @@ std::string QuotedForCsh(const std::string &word) {
     return quoted + "'";
 }
 
+// What a launcher begins with, and nothing else.
+std::string LauncherMark(const std::string &name) {
+    return fmt::format("#!/bin/csh -f\n# starts the service {}; written by tvsc\n", name);
+}
+
 std::string LauncherText(const std::string &name, const std::vector<std::string> &words) {
-    std::string text = fmt::format("#!/bin/csh -f\n# starts the service {}; written by tvsc\nexec", name);
+    std::string text = LauncherMark(name) + "exec";
     for (const std::string &word : words) {
         text += " " + QuotedForCsh(word);
     }
     return text + "\n";
+}
+
+// Up to so many bytes of an open file.
+std::string ReadBeginning(int file, std::size_t bytes) {
+    std::string text(bytes, '\0');
+    std::size_t length = 0;
+    for (ssize_t taken = 1; taken > 0 && length < bytes;
+         length += static_cast<std::size_t>(std::max<ssize_t>(taken, 0))) {
+        taken = read(file, text.data() + length, bytes - length);
+    }
+    text.resize(length);
+    return text;
+}
+
+bool IsRegular(int file) {
+    struct stat found = {};
+    return fstat(file, &found) == 0 && S_ISREG(found.st_mode);
+}
+
+// Returns 0, or 5 and why launchers must not lie in a folder.
+DWORD CheckFolder(int folder, const std::string &path, std::string *problem) {
+    struct stat found = {};
+    if (fstat(folder, &found) != 0) return FailedWithErrno(path, problem);
+    const mode_t mode = found.st_mode & 07777;
+    if (found.st_uid == 0 && (mode & 0022) == 0 && (mode & 0555) == 0555) return ERROR_SUCCESS;
+    *problem =
+        fmt::format("{}: owned by user {}, mode {:04o}: services run what lies there; it must belong to root and "
+                    "have the mode {:04o}",
+                    path, found.st_uid, mode, folderMode);
+    return ERROR_ACCESS_DENIED;
+}
+
+// Opens the folder of the launchers, checked; one part of its path after the other, so that no link leads elsewhere.
+//   make    make what is missing
+//   folder  the caller closes it
+// Returns 0, 2 when it is missing, 5, or 8; with a text.
+DWORD OpenFolder(bool make, int *folder, std::string *problem) {
+    std::string path = launcherFolderParts[0];
+    *folder = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    for (const char *part : {launcherFolderParts[1], launcherFolderParts[2]}) {
+        const int above = *folder;
+        path += std::string("/") + part;
+        const bool isMade = make && mkdirat(above, part, 0700) == 0;
+        *folder = openat(above, part, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        DWORD rc = *folder < 0 ? FailedWithErrno(path, problem) : ERROR_SUCCESS;
+        (void)close(above);
+        if (rc == ERROR_SUCCESS && isMade && fchmod(*folder, folderMode) != 0) rc = FailedWithErrno(path, problem);
+        if (rc == ERROR_SUCCESS) rc = CheckFolder(*folder, path, problem);
+        if (rc == ERROR_SUCCESS) continue;
+        if (*folder >= 0) (void)close(*folder);
+        return rc;
+    }
+    return ERROR_SUCCESS;
+}
+
+// Whether a launcher of this service may be written or removed in the folder. Returns 0 when tvsc wrote the one that is
+// there, 2 when there is none, 183 and a text for a file of somebody else.
+DWORD CheckLauncher(int folder, const std::string &name, std::string *problem) {
+    int file = openat(folder, FileNameOf(name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0 && errno == ENOENT) return ERROR_FILE_NOT_FOUND;
+    const DescriptorGuard closed(&file);
+    const std::string mark = LauncherMark(name);
+    if (file >= 0 && IsRegular(file) && ReadBeginning(file, mark.size()) == mark) return ERROR_SUCCESS;
+    *problem = fmt::format("{}: there already, and not written by tvsc for this service", LauncherPath(name));
+    return ERROR_ALREADY_EXISTS;
+}
+
+// Writes all of a text to an open file, its mode set, and on the disk.
+bool WriteWhole(int file, const std::string &text) {
+    for (std::size_t written = 0; written < text.size();) {
+        const ssize_t bytes = write(file, text.data() + written, text.size() - written);
+        if (bytes < 0 && errno != EINTR) return false;
+        written += static_cast<std::size_t>(std::max<ssize_t>(bytes, 0));
+    }
+    return fchmod(file, launcherMode) == 0 && fsync(file) == 0;
+}
+
+// Puts a file with this text in the place of another one, or of none.
+DWORD ReplaceFile(int folder, const std::string &name, const std::string &text, std::string *problem) {
+    const std::string newName = fmt::format(".new-{}", getpid());
+    (void)unlinkat(folder, newName.c_str(), 0); // of a dead process of the same id
+    int file = openat(folder, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (file < 0) return FailedWithErrno(LauncherPath(name), problem);
+    const DescriptorGuard closed(&file);
+    if (WriteWhole(file, text) && renameat(folder, newName.c_str(), folder, FileNameOf(name).c_str()) == 0) {
+        (void)fsync(folder); // the launcher is there; a power failure now may take it
+        return ERROR_SUCCESS;
+    }
+    const DWORD rc = FailedWithErrno(LauncherPath(name), problem);
+    (void)unlinkat(folder, newName.c_str(), 0);
+    return rc;
 }
 
 } // namespace
@@ -65,7 +191,9 @@ std::string WhyNoProgram(const std::string &path) {
     return S_ISREG(found.st_mode) && access(path.c_str(), X_OK) == 0 ? "" : "not an executable file";
 }
 
-DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *path, std::string *problem) {
+std::string LauncherPath(const std::string &name) { return std::string(launcherFolder) + "/" + FileNameOf(name); }
+
+DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *problem) {
     const auto words = SplitCommandLine(commandLine);
     *problem = "the command line cannot be split into words";
     if (!words || words->empty()) return ERROR_INVALID_PARAMETER;
@@ -75,41 +203,57 @@ DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std:
     *problem = "a launcher cannot hold the end of a line";
     if (commandLine.find('\n') != std::string::npos) return ERROR_INVALID_PARAMETER;
     *problem = "the name cannot be a file name";
-    if (name.empty() || name.front() == '.' || name.find_first_of("/\n") != std::string::npos) {
-        return ERROR_INVALID_NAME;
-    }
-    *path = PathOf(name);
-    return ERROR_SUCCESS;
+    if (!CanBeFileName(name)) return ERROR_INVALID_NAME;
+    const DWORD rc = FindLauncher(name, problem);
+    return rc == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : rc;
 }
 
-DWORD WriteLauncher(const std::string &name, const std::string &commandLine) {
+DWORD FindLauncher(const std::string &name, std::string *problem) {
+    if (!CanBeFileName(name)) return ERROR_FILE_NOT_FOUND;
+    int folder = -1;
+    const DWORD rc = OpenFolder(false, &folder, problem);
+    if (rc != ERROR_SUCCESS) return rc;
+    const DescriptorGuard closed(&folder);
+    return CheckLauncher(folder, name, problem);
+}
+
+DWORD WriteLauncher(const std::string &name, const std::string &commandLine, std::string *problem) {
     const auto words = SplitCommandLine(commandLine);
     if (!words) return ERROR_INVALID_PARAMETER;
-    std::error_code failed;
-    fs::create_directories(launcherFolder, failed);
-    std::ofstream file(PathOf(name));
-    file << LauncherText(name, *words);
-    file.close();
-    // The service's user reads it, whatever the mask of the one who creates the service.
-    if (file) fs::permissions(PathOf(name), launcherMode, failed);
-    return file && !failed ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+    int folder = -1;
+    DWORD rc = OpenFolder(true, &folder, problem);
+    if (rc != ERROR_SUCCESS) return rc;
+    const DescriptorGuard closed(&folder);
+    rc = CheckLauncher(folder, name, problem);
+    if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
+    return ReplaceFile(folder, name, LauncherText(name, *words), problem);
 }
 
-bool RemoveLauncher(const std::string &name) {
-    std::error_code failed;
-    return name.find('/') == std::string::npos && fs::remove(PathOf(name), failed);
+DWORD RemoveLauncher(const std::string &name, std::string *problem) {
+    int folder = -1;
+    DWORD rc = OpenFolder(false, &folder, problem);
+    if (rc != ERROR_SUCCESS) return rc;
+    const DescriptorGuard closed(&folder);
+    rc = CheckLauncher(folder, name, problem);
+    if (rc == ERROR_SUCCESS && unlinkat(folder, FileNameOf(name).c_str(), 0) != 0) {
+        rc = FailedWithErrno(LauncherPath(name), problem);
+    }
+    return rc;
 }
 
 std::string WhyNoLauncher(const std::string &path) {
     if (path.empty() || path.front() != '/') return "not an absolute path";
-    std::ifstream file(path);
-    std::string line;
-    if (!file || !std::getline(file, line)) return "cannot be read";
-    if (line.rfind("\x7f"
-                   "ELF",
-                   0) == 0) {
+    int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); // a pipe would be waited for
+    if (file < 0) return "cannot be read";
+    const DescriptorGuard closed(&file);
+    if (!IsRegular(file)) return "not a file";
+    std::string line = ReadBeginning(file, longestFirstLine);
+    if (line.empty()) return "cannot be read";
+    line.resize(std::min(line.find('\n'), line.size()));
+    if (line.starts_with("\x7f"
+                         "ELF")) {
         return "a program; the daemon runs csh scripts (use --exec or --program)";
     }
-    if (line.rfind("#!", 0) == 0 && line.find("csh") == std::string::npos) return "a script, but not for csh";
+    if (line.starts_with("#!") && line.find("csh") == std::string::npos) return "a script, but not for csh";
     return "";
 }

@@ -12,14 +12,24 @@
 // The launcher of tvhost: beside tvsc itself in a build tree, else where it is installed. Empty when there is none.
 [[nodiscard]] std::string HostLauncherPath();
 
-// The launcher of a service that runs a command line, /etc/tv/services/NAME.csh. Returns 0 and the path, or a code and
-// a text: nothing is written yet.
-[[nodiscard]] DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *path,
-                                 std::string *problem);
-// Writes what was planned. Returns 0 or 5 ERROR_ACCESS_DENIED.
-[[nodiscard]] DWORD WriteLauncher(const std::string &name, const std::string &commandLine);
-// Removes it. False when there was none.
-bool RemoveLauncher(const std::string &name);
+// The launcher of a service that runs a command line: /etc/tv/services/NAME.csh.
+[[nodiscard]] std::string LauncherPath(const std::string &name);
+
+// Whether that can be written; nothing is yet. Returns 0, or a code and a text: 3 no such program, 5 a folder that
+// others may write in, 87 and 123 a command line and a name that a launcher cannot have, 183 a file that tvsc did not
+// write for this service.
+[[nodiscard]] DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *problem);
+
+// Looks for it. Returns 0 for one that tvsc wrote for this service; 2 when there is none; 5 or 183 as above, and a
+// text.
+[[nodiscard]] DWORD FindLauncher(const std::string &name, std::string *problem);
+
+// Writes it, whole or not at all, in the place of an older one. Returns 0, or a code and a text: 5 and 183 as above, 8
+// where there is no room.
+[[nodiscard]] DWORD WriteLauncher(const std::string &name, const std::string &commandLine, std::string *problem);
+
+// Removes it. Returns as FindLauncher does.
+[[nodiscard]] DWORD RemoveLauncher(const std::string &name, std::string *problem);
 
 // Why a file cannot be an image; empty when it can.
 [[nodiscard]] std::string WhyNoLauncher(const std::string &path);

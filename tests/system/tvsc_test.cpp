@@ -7,7 +7,6 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <pwd.h>
-#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
@@ -547,38 +546,6 @@ TEST_F(Tvsc, create_counts_tags_in_a_group) {
     CreateSample(name + "-2");
     EXPECT_EQ(Do({"create", name, "--image", folder + "/" + name + "-2.csh", "--group", name, "--tag"}),
               name + ": created, tag 2\n");
-}
-
-TEST_F(Tvsc, create_with_a_service_program_writes_a_launcher_that_delete_removes) {
-    if (getuid() != 0) GTEST_SKIP() << "launchers are written as root only";
-    const std::string launcher = "/etc/tv/services/" + name + ".csh";
-    Do({"create", name, "--program", ProgramPath("tvsample") + " --log \"" + LogOf(name) + "\""});
-    EXPECT_THAT(ReadFile(launcher), StartsWith("#!/bin/csh"));
-    EXPECT_EQ(Do({"start", name, "--", "it's", "!history"}), name + ": running\n");
-    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
-    Do({"delete", name, "--wait"});
-    EXPECT_EQ(access(launcher.c_str(), F_OK), -1);
-}
-
-// The launcher used to be written before the daemon was asked.
-TEST_F(Tvsc, create_that_is_refused_leaves_the_launcher_of_the_other_service_alone) {
-    if (getuid() != 0) GTEST_SKIP() << "launchers are written as root only";
-    const std::string launcher = "/etc/tv/services/" + name + ".csh";
-    Do({"create", name, "--program", ProgramPath("tvsample") + " --first"});
-    EXPECT_THAT(Fail(155, {"create", name, "--program", ProgramPath("tvsample") + " --second"}), HasSubstr("1073"));
-    EXPECT_THAT(ReadFile(launcher), AllOf(HasSubstr("--first"), Not(HasSubstr("--second"))));
-    Do({"delete", name, "--wait"});
-}
-
-TEST_F(Tvsc, create_writes_launchers_that_every_user_can_read) {
-    if (getuid() != 0) GTEST_SKIP() << "launchers are written as root only";
-    const mode_t before = umask(077);
-    Do({"create", name, "--program", ProgramPath("tvsample")});
-    (void)umask(before);
-    struct stat found = {};
-    ASSERT_EQ(stat(("/etc/tv/services/" + name + ".csh").c_str(), &found), 0);
-    EXPECT_EQ(found.st_mode & 07777u, 0644u);
-    Do({"delete", name, "--wait"});
 }
 
 TEST_F(Tvsc, create_takes_lists_before_the_name) {
