@@ -2,6 +2,7 @@
 // dependents: the Win32 direction of the dependency question, which the daemon does not answer.
 #include "svcapi/dependents.h"
 
+#include "svcapi/calls.h"
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"

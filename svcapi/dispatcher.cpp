@@ -5,6 +5,7 @@
 #include "rpc/door.h"
 #include "servd/limits.h"
 #include "servd/service_xdr.h"
+#include "svcapi/calls.h"
 #include "svcapi/last_error.h"
 #include "svcapi/launcher.h"
 #include "svcapi/pid_file.h"
@@ -97,7 +98,7 @@ DWORD LaunchServiceMain(StartedService &service) {
     }
 }
 
-service_START_SERVICE_OUT StartNamedService(const service_START_SERVICE_IN &request) {
+service_START_SERVICE_OUT Serve(const service_START_SERVICE_IN &request) {
     ServiceRuntime &runtime = Runtime();
     const std::lock_guard<std::mutex> locked(runtime.guard);
     const SERVICE_TABLE_ENTRYA *entry = FindTableEntry(runtime, request.servicename);
@@ -143,7 +144,7 @@ svc_status_t StatusForReply(ServiceRuntime &runtime, StartedService &service) {
     return ToWire(status);
 }
 
-service_CONTROL_SERVICE_OUT ControlStartedService(const service_CONTROL_SERVICE_IN &request) {
+service_CONTROL_SERVICE_OUT Serve(const service_CONTROL_SERVICE_IN &request) {
     ServiceRuntime &runtime = Runtime();
     std::unique_lock<std::mutex> locked(runtime.guard);
     if (request.servicecontext < 0 || static_cast<std::size_t>(request.servicecontext) >= runtime.services.size()) {
@@ -159,7 +160,7 @@ service_CONTROL_SERVICE_OUT ControlStartedService(const service_CONTROL_SERVICE_
     return {ERROR_SUCCESS, StatusForReply(runtime, service)};
 }
 
-service_DUMMY_OUT AnswerDummy(const service_DUMMY_IN &request) {
+service_DUMMY_OUT Serve(const service_DUMMY_IN &request) {
     return {static_cast<std::int32_t>(static_cast<std::uint32_t>(request.dummy) + 1u)};
 }
 
@@ -170,31 +171,21 @@ void SetServing(bool serving) {
     runtime.changed.notify_all();
 }
 
-template <typename Argument, typename Result>
-void Answer(SVCXPRT *transport, bool_t (*codeArgument)(XDR *, Argument *), bool_t (*codeResult)(XDR *, Result *),
-            Result (*operation)(const Argument &)) {
-    Argument argument = {};
-    if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(codeArgument), reinterpret_cast<caddr_t>(&argument))) {
-        svcerr_decode(transport);
-        return;
-    }
-    SetServing(true);
-    Result result = operation(argument);
-    if (!svc_sendreply(transport, reinterpret_cast<xdrproc_t>(codeResult), &result)) svcerr_systemerr(transport);
+template <typename Argument>
+void Answer(SVCXPRT *transport) {
+    AnswerProcedure<Argument>(transport, [](const Argument &request) {
+        SetServing(true);
+        return Serve(request);
+    });
     SetServing(false);
-    xdr_free(reinterpret_cast<xdrproc_t>(codeArgument), &argument);
 }
 
 void AnswerCall(svc_req *request, SVCXPRT *transport) {
     switch (request->rq_proc) {
-    case NULLPROC: (void)svc_sendreply(transport, reinterpret_cast<xdrproc_t>(CodeNothing), nullptr); break;
-    case SERVICE_PROC_START:
-        Answer(transport, xdr_service_START_SERVICE_IN, xdr_service_START_SERVICE_OUT, StartNamedService);
-        break;
-    case SERVICE_PROC_CONTROL:
-        Answer(transport, xdr_service_CONTROL_SERVICE_IN, xdr_service_CONTROL_SERVICE_OUT, ControlStartedService);
-        break;
-    case SERVICE_PROC_DUMMY: Answer(transport, xdr_service_DUMMY_IN, xdr_service_DUMMY_OUT, AnswerDummy); break;
+    case NULLPROC: AnswerNullProcedure(transport); break;
+#define ANSWER(number, name, stub, Record)                                                                             \
+    case number: Answer<Record##_IN>(transport); break;
+        SERVICE_PROCEDURES(ANSWER)
     default: svcerr_noproc(transport); break;
     }
 }

@@ -2,6 +2,8 @@
 // handles: the table of open handles.
 #include "svcapi/handles.h"
 
+#include "svcapi/calls.h"
+
 #include <unistd.h>
 
 #include <unordered_map>
@@ -92,38 +94,4 @@ DWORD BeginServiceCall(const void *value, HandleCall *call) {
     rc = OpenRecord(*handle.link, handle.name.c_str(), &handle.index);
     if (rc == ERROR_SUCCESS) handle.restarts = handle.link->restarts;
     return rc;
-}
-
-DWORD OpenRecord(DaemonLink &link, const char *name, std::int32_t *index) {
-    servd_SERV_OPEN_SERVICE argument = {Borrowed(name), SERVICE_ALL_ACCESS};
-    servd_SERV_OPEN_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, OPEN_SERVICE, xdr_servd_SERV_OPEN_SERVICE, &argument,
-                                xdr_servd_SERV_OPEN_SERVICE_RETURN, &answer);
-    if (rc != ERROR_SUCCESS) return rc;
-    if (answer.status == ERROR_SUCCESS) *index = answer.handle;
-    return AsCode(answer.status);
-}
-
-DWORD CloseRecord(DaemonLink &link, std::int32_t index) {
-    servd_SERV_CLOSE_SERVICE argument = {index};
-    servd_SERV_CLOSE_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, CLOSE_SERVICE, xdr_servd_SERV_CLOSE_SERVICE, &argument,
-                                xdr_servd_SERV_CLOSE_SERVICE_RETURN, &answer);
-    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
-}
-
-DWORD UnlockDatabase(DaemonLink &link, std::int32_t lockId) {
-    servd_SERV_UNLOCK_SERVICE argument = {lockId};
-    servd_SERV_UNLOCK_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, UNLOCK_SERVICE, xdr_servd_SERV_UNLOCK_SERVICE, &argument,
-                                xdr_servd_SERV_UNLOCK_SERVICE_RETURN, &answer);
-    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
-}
-
-DWORD SetRecordStatus(DaemonLink &link, std::int32_t index, const SERVICE_STATUS &status) {
-    servd_SERV_SET_STATUS_SERVICE argument = {index, ToWire(status)};
-    servd_SERV_SET_STATUS_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, SET_STATUS_SERVICE, xdr_servd_SERV_SET_STATUS_SERVICE, &argument,
-                                xdr_servd_SERV_SET_STATUS_SERVICE_RETURN, &answer);
-    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
 }

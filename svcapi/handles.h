@@ -39,9 +39,3 @@ struct HandleCall {
 // first. Return 0, 6, 1722, or the code of that open.
 [[nodiscard]] DWORD BeginManagerCall(const void *value, HandleCall *call);
 [[nodiscard]] DWORD BeginServiceCall(const void *value, HandleCall *call);
-
-// Plain calls on a connected link.
-[[nodiscard]] DWORD OpenRecord(DaemonLink &link, const char *name, std::int32_t *index);
-DWORD CloseRecord(DaemonLink &link, std::int32_t index);
-[[nodiscard]] DWORD SetRecordStatus(DaemonLink &link, std::int32_t index, const SERVICE_STATUS &status);
-[[nodiscard]] DWORD UnlockDatabase(DaemonLink &link, std::int32_t lockId);

@@ -61,8 +61,8 @@ bool MayDaemonStartProcesses(RpcClient *daemon) {
         daemon->reset(DialPort(here, port, SERVDAEMONPROG, SERVDAEMONVERS));
         if (*daemon == nullptr) return errno != ECONNREFUSED;
     }
-    const clnt_stat status = clnt_call(daemon->get(), NULLPROC, reinterpret_cast<xdrproc_t>(CodeNothing), nullptr,
-                                       reinterpret_cast<xdrproc_t>(CodeNothing), nullptr, lookTimeout);
+    Nothing nothing;
+    const clnt_stat status = CallProcedure(daemon->get(), Nothing{}, &nothing, lookTimeout);
     if (status == RPC_TIMEDOUT) return true;
     if (status != RPC_CANTSEND && status != RPC_CANTRECV) return false;
     daemon->reset(); // it has ended, or closed a connection that was silent too long

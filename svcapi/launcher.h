@@ -6,7 +6,8 @@
 //     launchers, shells, env, setpriv and the like must become the program by exec, and the parent stays the same.
 //   - The daemon is thus the parent, or, when it has ended meanwhile, gone. It is the parent's user who may hand over a
 //     start or a control; root may as well. The kernel tells the user of every connection within the machine.
-//   - The daemon serves nobody between the fork of a process and the answer to its start: a daemon that answers anything
+//   - The daemon serves nobody between the fork of a process and the answer to its start: a daemon that answers
+//   anything
 //     waits for no process.
 // What is not: the name of the service. Nothing in a process tells for which service it was started, since environment,
 // image and launcher may be those of many; it is the start request that says so, and the first one binds a program of

@@ -47,34 +47,12 @@ DWORD Connect(DaemonLink &link) {
     return ERROR_SUCCESS;
 }
 
-DWORD CallDaemonRaw(DaemonLink &link, std::uint32_t procedure, xdrproc_t codeArgument, void *argument,
-                    xdrproc_t codeResult, void *result) {
+DWORD CallOver(DaemonLink &link, const std::function<clnt_stat(CLIENT *, timeval)> &call) {
     if (link.client == nullptr) return RPC_S_CALL_FAILED;
     underWaySince = CallClock::now();
-    const clnt_stat status =
-        clnt_call(link.client.get(), procedure, codeArgument, argument, codeResult, result, ToTimeval(link.timeout));
+    const clnt_stat status = call(link.client.get(), ToTimeval(link.timeout));
     underWaySince = CallClock::time_point();
     if (status == RPC_SUCCESS) return ERROR_SUCCESS;
     link.client.reset();
     return status == RPC_TIMEDOUT ? ERROR_TIMEOUT : RPC_S_CALL_FAILED;
-}
-
-SERVICE_STATUS ToWin32(const svd_status_t &status) {
-    return {static_cast<DWORD>(status.dwServiceType),
-            static_cast<DWORD>(status.dwCurrentState),
-            static_cast<DWORD>(status.dwControlsAccepted),
-            static_cast<DWORD>(status.dwWin32ExitCode),
-            static_cast<DWORD>(status.dwServiceSpecificExitCode),
-            static_cast<DWORD>(status.dwCheckPoint),
-            static_cast<DWORD>(status.dwWaitHint)};
-}
-
-svd_status_t ToWire(const SERVICE_STATUS &status) {
-    return {static_cast<std::int32_t>(status.dwServiceType),
-            static_cast<std::int32_t>(status.dwCurrentState),
-            static_cast<std::int32_t>(status.dwControlsAccepted),
-            static_cast<std::int32_t>(status.dwWin32ExitCode),
-            static_cast<std::int32_t>(status.dwServiceSpecificExitCode),
-            static_cast<std::int32_t>(status.dwCheckPoint),
-            static_cast<std::int32_t>(status.dwWaitHint)};
 }

@@ -11,6 +11,7 @@
 #include "tv/winsvc.h"
 
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -35,31 +36,14 @@ using CallClock = std::chrono::steady_clock;
 // Makes sure of a live connection. Returns 0 or 1722 RPC_S_SERVER_UNAVAILABLE. Blocks for the waits of dial.h.
 [[nodiscard]] DWORD Connect(DaemonLink &link);
 
-// One call over a connected link; never dials, so that a service's number cannot meet another daemon than the one that
-// gave it. The caller releases the result (AnswerGuard). Returns 0, 1460 ERROR_TIMEOUT, or 1726 RPC_S_CALL_FAILED;
-// after either failure the link is no longer connected.
-[[nodiscard]] DWORD CallDaemonRaw(DaemonLink &link, std::uint32_t procedure, xdrproc_t codeArgument, void *argument,
-                                  xdrproc_t codeResult, void *result);
+// Has call(client, time-out) make one call over a connected link; never dials, so that a service's number cannot meet
+// another daemon than the one that gave it. Returns 0, 1460 ERROR_TIMEOUT, or 1726 RPC_S_CALL_FAILED; after either
+// failure the link is no longer connected.
+[[nodiscard]] DWORD CallOver(DaemonLink &link, const std::function<clnt_stat(CLIENT *, timeval)> &call);
 
-template <typename Argument, typename Result>
-[[nodiscard]] DWORD CallDaemon(DaemonLink &link, ServdProcedure procedure, bool_t (*codeArgument)(XDR *, Argument *),
-                               Argument *argument, bool_t (*codeResult)(XDR *, Result *), Result *result) {
-    return CallDaemonRaw(link, procedure, reinterpret_cast<xdrproc_t>(codeArgument), argument,
-                         reinterpret_cast<xdrproc_t>(codeResult), result);
+// Calls the procedure of an argument record that way; the result is to be released in any case.
+template <typename Argument>
+[[nodiscard]] DWORD CallDaemon(DaemonLink &link, const Argument &argument, ResultOf<Argument> *result) {
+    return CallOver(link,
+                    [&](CLIENT *client, timeval timeout) { return CallProcedure(client, argument, result, timeout); });
 }
-
-// The routine of a record without fields; libtirpc declares xdr_void without the arguments that it is called with.
-inline bool_t CodeNothing(XDR *, void *) { return TRUE; }
-
-// A decoded record that is released at the end of its scope; points at a local record.
-template <typename Record, bool_t (*Code)(XDR *, Record *)>
-void FreeDecoded(Record *record) {
-    xdr_free(reinterpret_cast<xdrproc_t>(Code), record);
-}
-template <typename Record, bool_t (*Code)(XDR *, Record *)>
-using AnswerGuard = std::unique_ptr<Record, Calls<&FreeDecoded<Record, Code>>>;
-
-inline DWORD AsCode(std::int32_t status) { return static_cast<DWORD>(status); }
-
-SERVICE_STATUS ToWin32(const svd_status_t &status);
-svd_status_t ToWire(const SERVICE_STATUS &status);

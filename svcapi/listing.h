@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// listing: what the daemon tells about services without being touched. All on a connected, locked link.
+// listing: what the daemon tells about services without their being touched, put together from several calls. All on a
+// connected, locked link.
 #pragma once
 
 #include "svcapi/link.h"
@@ -21,10 +22,6 @@
 // The configuration of the service `name` in the record `index`; the two must belong together. 1016 when the daemon
 // cannot read the registry.
 [[nodiscard]] DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config);
-
-// Translate names. 1060 when there is none.
-[[nodiscard]] DWORD DisplayNameOf(DaemonLink &link, const char *name, std::string *displayName);
-[[nodiscard]] DWORD KeyNameOf(DaemonLink &link, const char *displayName, std::string *name);
 
 // Everything that can be listed: both classes in every state, then the service in record 0, which the enumeration
 // leaves out and of which only state and accepted controls are known.

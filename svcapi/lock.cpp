@@ -3,6 +3,7 @@
 //
 // The daemon never tells a lock's identifier, so it is written into the owner's name: whoever finds a lock left behind
 // can free it with tvUnlockServiceDatabaseById.
+#include "svcapi/calls.h"
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
@@ -33,29 +34,6 @@ std::string OwnerName(std::int32_t lockId) {
     return UserName() + "@" + host + " pid=" + std::to_string(getpid()) + " id=" + std::to_string(lockId);
 }
 
-DWORD TakeLock(DaemonLink &link, std::int32_t lockId) {
-    const std::string owner = OwnerName(lockId);
-    servd_SERV_LOCK_SERVICE argument = {lockId, Borrowed(owner.c_str())};
-    servd_SERV_LOCK_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, LOCK_SERVICE, xdr_servd_SERV_LOCK_SERVICE, &argument,
-                                xdr_servd_SERV_LOCK_SERVICE_RETURN, &answer);
-    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
-}
-
-DWORD ReadLock(DaemonLink &link, LockStatus *status) {
-    servd_SERV_QUERY_LOCK_SERVICE argument = {};
-    servd_SERV_QUERY_LOCK_SERVICE_RETURN answer = {};
-    const AnswerGuard<servd_SERV_QUERY_LOCK_SERVICE_RETURN, xdr_servd_SERV_QUERY_LOCK_SERVICE_RETURN> release(&answer);
-    const DWORD rc = CallDaemon(link, QUERY_LOCK_SERVICE, xdr_servd_SERV_QUERY_LOCK_SERVICE, &argument,
-                                xdr_servd_SERV_QUERY_LOCK_SERVICE_RETURN, &answer);
-    if (rc != ERROR_SUCCESS) return rc;
-    if (answer.status != ERROR_SUCCESS) return AsCode(answer.status);
-    // Owner and seconds of a free database are left over from the lock before.
-    const bool locked = answer.isLocked != 0;
-    *status = {locked, locked ? answer.owner : "", locked ? static_cast<DWORD>(answer.lockDurationSec) : 0};
-    return ERROR_SUCCESS;
-}
-
 } // namespace
 
 SC_LOCK LockServiceDatabase(SC_HANDLE hSCManager) {
@@ -66,7 +44,7 @@ SC_LOCK LockServiceDatabase(SC_HANDLE hSCManager) {
     lock.link = call.handle->link;
     lock.lockId = NewLockId();
     lock.restarts = lock.link->restarts;
-    if (!Succeeded(TakeLock(*lock.link, lock.lockId))) return nullptr;
+    if (!Succeeded(LockDatabase(*lock.link, lock.lockId, OwnerName(lock.lockId)))) return nullptr;
     return AddHandle(std::move(lock));
 }
 
@@ -89,7 +67,7 @@ BOOL tvUnlockServiceDatabaseById(SC_HANDLE hSCManager, DWORD id) {
 DWORD QueryLock(SC_HANDLE manager, LockStatus *status) {
     HandleCall call;
     const DWORD rc = BeginManagerCall(manager, &call);
-    return rc != ERROR_SUCCESS ? rc : ReadLock(*call.handle->link, status);
+    return rc != ERROR_SUCCESS ? rc : QueryDatabaseLock(*call.handle->link, status);
 }
 
 BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA lpLockStatus, DWORD cbBufSize,

@@ -1,20 +1,12 @@
 // SPDX-License-Identifier: MIT
 // manager: opening the daemon, closing handles, and what is asked of the daemon itself.
+#include "svcapi/calls.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
 
 #include <cstring>
 
 namespace {
-
-DWORD AskInitCode(DaemonLink &link, DWORD *initCode) {
-    servd_SERV_CONNECT_SERVICE argument = {Borrowed(link.host.c_str())};
-    servd_SERV_CONNECT_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, CONNECT_SERVICE, xdr_servd_SERV_CONNECT_SERVICE, &argument,
-                                xdr_servd_SERV_CONNECT_SERVICE_RETURN, &answer);
-    if (rc == ERROR_SUCCESS) *initCode = AsCode(answer.status);
-    return rc;
-}
 
 DWORD OpenDaemon(LPCSTR host, std::shared_ptr<DaemonLink> *link, DWORD *initCode) {
     *link = std::make_shared<DaemonLink>();
@@ -80,24 +72,12 @@ BOOL tvSetCallTimeout(SC_HANDLE hSCObject, DWORD milliseconds) {
 
 BOOL tvPingDaemon(SC_HANDLE hSCManager) {
     HandleCall call;
-    DWORD rc = BeginManagerCall(hSCManager, &call);
-    if (rc == ERROR_SUCCESS) {
-        rc = CallDaemonRaw(*call.handle->link, NULLPROC, reinterpret_cast<xdrproc_t>(CodeNothing), nullptr,
-                           reinterpret_cast<xdrproc_t>(CodeNothing), nullptr);
-    }
-    return Succeeded(rc);
+    const DWORD rc = BeginManagerCall(hSCManager, &call);
+    return Succeeded(rc != ERROR_SUCCESS ? rc : PingDaemon(*call.handle->link));
 }
 
 BOOL tvStopDaemon(SC_HANDLE hSCManager) {
     HandleCall call;
-    DWORD rc = BeginManagerCall(hSCManager, &call);
-    if (rc == ERROR_SUCCESS) {
-        servd_STOP_DAEMON_SERVICE argument = {};
-        servd_STOP_DAEMON_SERVICE_RETURN answer = {};
-        rc = CallDaemon(*call.handle->link, STOP_DAEMON_SERVICE, xdr_servd_STOP_DAEMON_SERVICE, &argument,
-                        xdr_servd_STOP_DAEMON_SERVICE_RETURN, &answer);
-        // The daemon ends inside the call: the broken connection is the answer.
-        if (rc == RPC_S_CALL_FAILED) rc = ERROR_SUCCESS;
-    }
-    return Succeeded(rc);
+    const DWORD rc = BeginManagerCall(hSCManager, &call);
+    return Succeeded(rc != ERROR_SUCCESS ? rc : StopDaemon(*call.handle->link));
 }

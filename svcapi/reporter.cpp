@@ -3,7 +3,7 @@
 //
 // Of each service only the latest state is sent. A report that fails is repeated each second, so that a restarted
 // daemon hears of services that outlived it; their numbers are looked up again by name then.
-#include "svcapi/handles.h"
+#include "svcapi/calls.h"
 #include "svcapi/runtime.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // service: opening, creating, deleting, starting and controlling one service; its status and its names.
+#include "svcapi/calls.h"
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
@@ -12,8 +13,6 @@
 
 namespace {
 
-constexpr std::int32_t peekControl = 0; // below every control that the daemon would hand on
-
 SC_HANDLE AddService(const HandleCall &call, const char *name, std::int32_t index) {
     OpenHandle service;
     service.kind = HandleKind::service;
@@ -22,50 +21,6 @@ SC_HANDLE AddService(const HandleCall &call, const char *name, std::int32_t inde
     service.index = index;
     service.restarts = service.link->restarts;
     return static_cast<SC_HANDLE>(AddHandle(std::move(service)));
-}
-
-DWORD ControlRecord(DaemonLink &link, std::int32_t index, std::int32_t control,
-                    servd_SERV_CONTROL_SERVICE_RETURN *answer) {
-    servd_SERV_CONTROL_SERVICE argument = {index, control};
-    *answer = {};
-    return CallDaemon(link, CONTROL_SERVICE, xdr_servd_SERV_CONTROL_SERVICE, &argument,
-                      xdr_servd_SERV_CONTROL_SERVICE_RETURN, answer);
-}
-
-// The words of a control's answer that mean something; the others are left over from an earlier control of anybody's.
-SERVICE_STATUS TrueWords(const servd_SERV_CONTROL_SERVICE_RETURN &answer) {
-    const SERVICE_STATUS told = ToWin32(answer.serviceStatus);
-    const bool foundDead = answer.status == ERROR_SERVICE_CANNOT_ACCEPT_CTRL && told.dwCurrentState == SERVICE_STOPPED;
-    if (answer.status == ERROR_SUCCESS || foundDead) return told;
-    SERVICE_STATUS status = {};
-    status.dwCurrentState = told.dwCurrentState;
-    status.dwControlsAccepted = told.dwControlsAccepted;
-    // The state was noted before the daemon found the process gone.
-    if (answer.status == ERROR_SERVICE_NOT_ACTIVE) status.dwCurrentState = SERVICE_STOPPED;
-    return status;
-}
-
-DWORD QueryRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status) {
-    servd_SERV_QUERY_STATUS_SERVICE argument = {index};
-    servd_SERV_QUERY_STATUS_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, QUERY_STATUS_SERVICE, xdr_servd_SERV_QUERY_STATUS_SERVICE, &argument,
-                                xdr_servd_SERV_QUERY_STATUS_SERVICE_RETURN, &answer);
-    if (rc != ERROR_SUCCESS) return rc;
-    if (answer.status == ERROR_SUCCESS) *status = ToWin32(answer.serviceStatus);
-    return AsCode(answer.status);
-}
-
-DWORD StartRecord(DaemonLink &link, std::int32_t index, DWORD argc, LPCSTR *argv) {
-    std::vector<svd_arglist_t> links(argc);
-    for (DWORD i = 0; i < argc; ++i) {
-        links[i] = {Borrowed(argv[i]), i + 1 < argc ? &links[i + 1] : nullptr};
-    }
-    servd_SERV_START_SERVICE argument = {index, links.empty() ? nullptr : links.data(),
-                                         static_cast<std::int32_t>(argc)};
-    servd_SERV_START_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(link, START_SERVICE, xdr_servd_SERV_START_SERVICE, &argument,
-                                xdr_servd_SERV_START_SERVICE_RETURN, &answer);
-    return rc != ERROR_SUCCESS ? rc : AsCode(answer.status);
 }
 
 DWORD PassiveStatus(DaemonLink &link, const OpenHandle &service, SERVICE_STATUS *status, bool *complete) {
@@ -93,40 +48,6 @@ DWORD CopyName(const std::string &name, LPSTR buffer, LPDWORD chars) {
 
 } // namespace
 
-DWORD PeekRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status) {
-    servd_SERV_CONTROL_SERVICE_RETURN answer;
-    const DWORD rc = ControlRecord(link, index, peekControl, &answer);
-    if (rc != ERROR_SUCCESS) return rc;
-    if (answer.status != ERROR_SERVICE_NOT_ACTIVE && answer.status != ERROR_INVALID_SERVICE_CONTROL) {
-        return AsCode(answer.status);
-    }
-    *status = TrueWords(answer);
-    return ERROR_SUCCESS;
-}
-
-DWORD DisplayNameOf(DaemonLink &link, const char *name, std::string *displayName) {
-    servd_SERV_GET_DISPLAY_SERVICE argument = {Borrowed(name)};
-    servd_SERV_GET_DISPLAY_SERVICE_RETURN answer = {};
-    const AnswerGuard<servd_SERV_GET_DISPLAY_SERVICE_RETURN, xdr_servd_SERV_GET_DISPLAY_SERVICE_RETURN> release(
-        &answer);
-    const DWORD rc = CallDaemon(link, GET_DISPLAY_SERVICE, xdr_servd_SERV_GET_DISPLAY_SERVICE, &argument,
-                                xdr_servd_SERV_GET_DISPLAY_SERVICE_RETURN, &answer);
-    if (rc != ERROR_SUCCESS) return rc;
-    *displayName = answer.displayName;
-    return AsCode(answer.status);
-}
-
-DWORD KeyNameOf(DaemonLink &link, const char *displayName, std::string *name) {
-    servd_SERV_GET_KEY_SERVICE argument = {Borrowed(displayName)};
-    servd_SERV_GET_KEY_SERVICE_RETURN answer = {};
-    const AnswerGuard<servd_SERV_GET_KEY_SERVICE_RETURN, xdr_servd_SERV_GET_KEY_SERVICE_RETURN> release(&answer);
-    const DWORD rc = CallDaemon(link, GET_KEY_SERVICE, xdr_servd_SERV_GET_KEY_SERVICE, &argument,
-                                xdr_servd_SERV_GET_KEY_SERVICE_RETURN, &answer);
-    if (rc != ERROR_SUCCESS) return rc;
-    *name = answer.name;
-    return AsCode(answer.status);
-}
-
 SC_HANDLE OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD) {
     if (!Succeeded(lpServiceName != nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER)) return nullptr;
     HandleCall call;
@@ -153,7 +74,7 @@ SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDi
     if (!Succeeded(BeginManagerCall(hSCManager, &call))) return nullptr;
     // One lone terminator means no dependencies; a count of 0 would not say so.
     const char *dependencies = lpDependencies != nullptr ? lpDependencies : "";
-    servd_SERV_CREATE_SERVICE argument = {
+    const servd_SERV_CREATE_SERVICE service = {
         Borrowed(lpServiceName),
         Borrowed(lpDisplayName != nullptr ? lpDisplayName : lpServiceName),
         dwServiceType,
@@ -164,23 +85,17 @@ SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDi
         {static_cast<std::uint32_t>(MultiStringBytes(dependencies)), Borrowed(dependencies)},
         Borrowed(lpServiceStartName != nullptr ? lpServiceStartName : ""),
         lpdwTagId != nullptr ? 1 : 0};
-    servd_SERV_CREATE_SERVICE_RETURN answer = {};
-    const DWORD rc = CallDaemon(*call.handle->link, CREATE_SERVICE, xdr_servd_SERV_CREATE_SERVICE, &argument,
-                                xdr_servd_SERV_CREATE_SERVICE_RETURN, &answer);
-    if (!Succeeded(rc) || !Succeeded(AsCode(answer.status))) return nullptr;
-    if (lpdwTagId != nullptr) *lpdwTagId = answer.tag; // else it is the tag of somebody's earlier create
-    return AddService(call, lpServiceName, answer.handle);
+    std::int32_t index = 0;
+    DWORD tag = 0;
+    if (!Succeeded(CreateRecord(*call.handle->link, service, &index, &tag))) return nullptr;
+    if (lpdwTagId != nullptr) *lpdwTagId = tag; // else it is the tag of somebody's earlier create
+    return AddService(call, lpServiceName, index);
 }
 
 BOOL DeleteService(SC_HANDLE hService) {
     HandleCall call;
     const DWORD rc = BeginServiceCall(hService, &call);
-    if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    servd_SERV_DELETE_SERVICE argument = {call.handle->index};
-    servd_SERV_DELETE_SERVICE_RETURN answer = {};
-    const DWORD called = CallDaemon(*call.handle->link, DELETE_SERVICE, xdr_servd_SERV_DELETE_SERVICE, &argument,
-                                    xdr_servd_SERV_DELETE_SERVICE_RETURN, &answer);
-    return Succeeded(called != ERROR_SUCCESS ? called : AsCode(answer.status));
+    return Succeeded(rc != ERROR_SUCCESS ? rc : DeleteRecord(*call.handle->link, call.handle->index));
 }
 
 BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors) {
@@ -196,13 +111,10 @@ BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServ
     if (lpServiceStatus == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
     *lpServiceStatus = {};
     HandleCall call;
-    DWORD rc = BeginServiceCall(hService, &call);
-    if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    servd_SERV_CONTROL_SERVICE_RETURN answer;
-    rc = ControlRecord(*call.handle->link, call.handle->index, static_cast<std::int32_t>(dwControl), &answer);
-    if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    if (answer.status != ERROR_INVALID_HANDLE) *lpServiceStatus = TrueWords(answer);
-    return Succeeded(AsCode(answer.status));
+    const DWORD rc = BeginServiceCall(hService, &call);
+    const auto control = static_cast<std::int32_t>(dwControl);
+    return Succeeded(
+        rc != ERROR_SUCCESS ? rc : ControlRecord(*call.handle->link, call.handle->index, control, lpServiceStatus));
 }
 
 BOOL tvDeclareServiceDead(SC_HANDLE hService) {
@@ -219,7 +131,8 @@ BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus) {
     if (lpServiceStatus == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
     HandleCall call;
     const DWORD rc = BeginServiceCall(hService, &call);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : QueryRecord(*call.handle->link, call.handle->index, lpServiceStatus));
+    return Succeeded(rc != ERROR_SUCCESS ? rc
+                                         : QueryRecordStatus(*call.handle->link, call.handle->index, lpServiceStatus));
 }
 
 BOOL tvQueryServiceStatusPassive(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus, BOOL *complete) {

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+// listing: enumerations in pieces small enough that a reply stays one fragment, and what they leave out.
+#include "svcapi/listing.h"
+
+#include "svcapi/calls.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace {
+
+constexpr std::int32_t pieceBytes = 32 * 1024; // as the daemon counts: two names and 36 bytes a service
+constexpr std::int32_t peekControl = 0;        // below every control that the daemon would hand on
+
+DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, std::vector<ListedService> *services) {
+    std::int32_t resumeIndex = 0;
+    std::int32_t bytesNeeded = 0;
+    std::int32_t bytes = pieceBytes;
+    do {
+        const std::size_t before = services->size();
+        const DWORD rc = EnumerateRecords(link, type, state, bytes, &resumeIndex, &bytesNeeded, services);
+        // Place 0 is out of range only where there are no records at all.
+        if (rc == ERROR_INVALID_PARAMETER && resumeIndex == 0) return ERROR_DATABASE_DOES_NOT_EXIST;
+        if (rc != ERROR_SUCCESS) return rc;
+        // One service may be larger than a piece.
+        bytes = services->size() == before ? std::max(bytesNeeded, pieceBytes) : pieceBytes;
+    } while (bytesNeeded > 0);
+    return ERROR_SUCCESS;
+}
+
+// The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be.
+DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
+    service->reset();
+    ListedService found;
+    found.complete = false;
+    DWORD rc = PeekRecord(link, 0, &found.status);
+    if (rc == ERROR_INVALID_HANDLE) return ERROR_SUCCESS;
+    if (rc != ERROR_SUCCESS) return rc;
+    ServiceConfig config;
+    DWORD code = ERROR_SUCCESS; // as in ReadConfig it may be left over
+    rc = QueryRecordConfig(link, 0, &config, &code);
+    if (rc != ERROR_SUCCESS) return rc;
+    found.displayName = config.displayName;
+    // The lowest record wins, so a display name of record 0 always leads to its own key name.
+    rc = KeyNameOf(link, config.displayName.c_str(), &found.name);
+    // One that is marked for deletion cannot be opened, and is not listed in any other record either.
+    std::int32_t index = 0;
+    if (rc == ERROR_SUCCESS) rc = OpenRecord(link, found.name.c_str(), &index);
+    if (rc == ERROR_SUCCESS) rc = CloseRecord(link, index);
+    if (rc == ERROR_SUCCESS) *service = std::move(found);
+    return rc == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SUCCESS : rc;
+}
+
+// The daemon answers a configuration in which nothing is set when the registry does not answer it.
+bool IsOfNothing(const ServiceConfig &config) {
+    return config.imagePath.empty() && config.startType == 0 && config.errorControl == 0 && config.group.empty() &&
+           config.dependencies.empty() && config.account.empty();
+}
+
+// The dependencies come from the registry too, and the daemon says so when it cannot read them.
+DWORD WhyOfNothing(DaemonLink &link, std::int32_t index) {
+    std::vector<ListedService> dependencies;
+    const DWORD rc = ListDependencies(link, index, SERVICE_STATE_ALL, &dependencies);
+    return rc == ERROR_REGISTRY_IO_FAILED || rc == RPC_S_CALL_FAILED || rc == ERROR_TIMEOUT ? rc : ERROR_SUCCESS;
+}
+
+} // namespace
+
+DWORD PeekRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status) {
+    SERVICE_STATUS told = {};
+    const DWORD rc = ControlRecord(link, index, peekControl, &told);
+    if (rc != ERROR_SERVICE_NOT_ACTIVE && rc != ERROR_INVALID_SERVICE_CONTROL) return rc;
+    *status = told;
+    return ERROR_SUCCESS;
+}
+
+DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state, std::vector<ListedService> *services) {
+    for (std::int32_t bytes = pieceBytes;;) {
+        std::int32_t bytesNeeded = 0;
+        const DWORD rc = EnumerateRecordDependencies(link, index, state, bytes, &bytesNeeded, services);
+        if (rc != ERROR_MORE_DATA || bytesNeeded <= bytes) return rc;
+        bytes = bytesNeeded;
+    }
+}
+
+DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config) {
+    ServiceConfig answer;
+    DWORD code = ERROR_SUCCESS;
+    DWORD rc = QueryRecordConfig(link, index, &answer, &code);
+    if (rc != ERROR_SUCCESS) return rc;
+    if (code != ERROR_SUCCESS) {
+        // After anybody's query with a bad handle the daemon says 6 with every good answer too. A bad handle answers
+        // with the configuration asked for last, so the display name tells the two apart.
+        std::string displayName;
+        rc = DisplayNameOf(link, name.c_str(), &displayName);
+        if (rc != ERROR_SUCCESS) return rc;
+        if (code != ERROR_INVALID_HANDLE || displayName != answer.displayName) return code;
+    }
+    *config = std::move(answer);
+    return IsOfNothing(*config) ? WhyOfNothing(link, index) : ERROR_SUCCESS;
+}
+
+DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services) {
+    const auto stateFilter = static_cast<std::int32_t>(state);
+    // Two questions: a filter with bits of both classes means the first class only.
+    for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
+        if ((type & serviceClass) == 0) continue;
+        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, services);
+        if (rc != ERROR_SUCCESS) return rc;
+    }
+    return ERROR_SUCCESS;
+}
+
+DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services) {
+    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, services);
+    if (rc != ERROR_SUCCESS) return rc;
+    std::optional<ListedService> recordZero;
+    rc = ListRecordZero(link, &recordZero);
+    if (recordZero) services->push_back(*std::move(recordZero));
+    return rc;
+}
