@@ -169,6 +169,13 @@ void CloseConnection(RegistryConnectionEntry *entry) {
     entry->client = nullptr;
 }
 
+void ForgetConnections() {
+    clntArray = nullptr;
+    connectionSlots = 0;
+    numConnections = 0;
+    nextClientNum = 1;
+}
+
 CLIENT *tvConnectRegistryDaemon(const char *host, HKEY *key, int *clientNum) {
     if (connectionTableDestroyed != 0) {
         destructorMsg = 1;

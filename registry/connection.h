@@ -49,3 +49,6 @@ void DropConnectionIfBroken(int clientNum);
 
 // Closes the entry's connection, where it has one; the entry keeps its slot.
 void CloseConnection(RegistryConnectionEntry *entry);
+
+// Leaves a table without connections behind. What the old one held is not released and not told.
+void ForgetConnections();

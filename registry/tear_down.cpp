@@ -27,18 +27,13 @@ void tvRegistryCleanConnections(int destroy) {
     }
     LockRegistryMutex(); // a ping of another thread looks at the table even now
     std::free(clntArray);
-    clntArray = nullptr;
-    connectionSlots = 0;
-    nextClientNum = 1;
-    numConnections = 0;
+    ForgetConnections();
     UnlockRegistryMutex();
 }
 
 void tvRegistryInitData(void) {
     tvRegistryCleanConnections(0);
-    clntArray = nullptr;
-    numConnections = 0;
-    nextClientNum = 1;
+    ForgetConnections(); // also where there was no table
     connectionTableDestroyed = 0;
     pingXtIntervalId = 0;
     pingThreadHandle = 0;

@@ -20,7 +20,8 @@ extern "C" {
 /* The process id. Cached: the first call stores it and later calls return the stored value, even after a fork. */
 pid_t tarvo_getpid(void);
 
-/* Forgets all connections without closing them and makes connecting possible again after a tear-down. */
+/* Forgets all connections without closing them and makes connecting possible again after a tear-down. In a child after
+ * a fork it is the first call to make, whatever the parent's other threads did at the fork. */
 void tvRegistryInitData(void);
 
 /* Tears the connections down; until tvRegistryInitData every registry function answers 1016. Takes the registry mutex

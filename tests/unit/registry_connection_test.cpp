@@ -10,10 +10,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 namespace {
 
@@ -764,4 +767,124 @@ TEST_F(RegistryConnections, init_data_forgets_connections_without_closing_them_o
     EXPECT_TRUE(daemon.calls.empty());
     EXPECT_EQ(clntArray, nullptr);
     clnt_destroy(client);
+}
+
+// --- forks ---------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// A thread in the middle of an operation: RegFlushKey, which holds the mutex until the end of this object.
+struct Operation {
+    static inline std::atomic<bool> begun, ends;
+    std::thread thread;
+
+    Operation() {
+        begun = ends = false;
+        _tvRegistryAPISet[0].reg_flush_key = [](HKEY) -> LONG {
+            begun = true;
+            while (!ends) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+            return ERROR_SUCCESS;
+        };
+        thread = std::thread([] { (void)RegFlushKey(1); });
+        while (!begun) {
+            std::this_thread::yield();
+        }
+        _tvRegistryAPISet[0].reg_flush_key = reg_flush_key;
+    }
+    Operation(const Operation &) = delete;
+    Operation &operator=(const Operation &) = delete;
+    ~Operation() {
+        ends = true;
+        thread.join();
+    }
+};
+
+// Forks. Returns the status as of waitpid of a child that calls `answer`, and ends with what that returns or with
+// SIGALRM ten seconds later.
+template <typename Answer>
+int EndOfChild(Answer answer) {
+    const pid_t child = fork();
+    if (child == 0) {
+        (void)alarm(10);
+        _exit(answer());
+    }
+    int status = -1;
+    (void)waitpid(child, &status, 0);
+    return status;
+}
+
+} // namespace
+
+// Symptom: a child that called tvRegistryInitData, as it should, hung when another thread of its parent had been in a
+// registry function at the fork. Cause: in the child nobody gives the mutex back.
+TEST_F(RegistryConnections, a_child_of_a_fork_amid_an_operation_may_start_anew) {
+    Script &parents = NewScript();
+    Script &childs = NewScript();
+    Connect(0, &parents);
+    PlayLocalDaemon(childs);
+    childs.Answer(ok);
+    {
+        const Operation underWay;
+        EXPECT_EQ(EndOfChild([&] {
+                      tvRegistryInitData();
+                      if (numConnections != 0) return 1;
+                      if (RegFlushKey(1) != ERROR_SUCCESS) return 2;
+                      return childs.calls.size() == 3 && parents.calls.empty() ? 0 : 3;
+                  }),
+                  0);
+    }
+    EXPECT_EQ(numConnections, 1);
+    parents.Answer(ok);
+    EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS) << "the parent goes on with its connection";
+}
+
+TEST_F(RegistryConnections, a_child_of_a_fork_amid_an_operation_has_no_connections_of_its_parent) {
+    Script &parents = NewScript();
+    Script &childs = NewScript();
+    Connect(0, &parents);
+    PlayLocalDaemon(childs);
+    childs.Answer(ok);
+    const Operation underWay;
+    EXPECT_EQ(EndOfChild([&] {
+                  if (RegFlushKey(1) != ERROR_SUCCESS) return 1;
+                  return childs.calls.size() == 3 && parents.calls.empty() && numConnections == 1 ? 0 : 2;
+              }),
+              0);
+}
+
+TEST_F(RegistryConnections, a_fork_between_operations_leaves_connections_and_a_free_mutex_on_both_sides) {
+    Script &daemon = NewScript();
+    Connect(0, &daemon);
+    daemon.Answer(ok);
+    ASSERT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+    EXPECT_EQ(EndOfChild([&] {
+                  daemon.Answer(ok);
+                  return numConnections == 1 && RegFlushKey(1) == ERROR_SUCCESS ? 0 : 1;
+              }),
+              0);
+    daemon.Answer(ok);
+    EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+}
+
+TEST_F(RegistryConnections, a_fork_waits_for_a_short_operation_and_not_for_a_long_one) {
+    Script &daemon = NewScript();
+    Connect(0, &daemon);
+    bool waited = false;
+    for (int i = 0; i < 20 && !waited; ++i) { // on a busy machine even this operation may be a long one
+        Operation underWay;
+        std::thread end([] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            Operation::ends = true;
+        });
+        waited = EndOfChild([] { return numConnections; }) == W_EXITCODE(1, 0);
+        end.join();
+    }
+    EXPECT_TRUE(waited) << "every child has begun without connections";
+
+    const Operation underWay;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(EndOfChild([] { return 0; }), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
