@@ -17,15 +17,13 @@
 #include <sys/random.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
 namespace {
 
-constexpr int connectTimeoutMs = 5000;
-constexpr timeval portMapperTimeout = {10, 0};
-constexpr std::size_t maxReplyBytes = std::size_t{64} << 20;
 constexpr std::size_t keptInputBytes = std::size_t{64} << 10; // between calls, so that a call need not allocate
 
 using Milliseconds = std::int64_t; // on the monotonic clock
@@ -50,6 +48,11 @@ Milliseconds Now() {
     timespec now = {};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
     return Milliseconds{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// What a step may take: its own bound, or what is left of a budget that ends earlier.
+int Within(int boundMs, Milliseconds budgetEnd) {
+    return static_cast<int>(std::clamp<Milliseconds>(budgetEnd - Now(), 0, boundMs));
 }
 
 Milliseconds After(const timeval &wait) { return Now() + Milliseconds{wait.tv_sec} * 1000 + wait.tv_usec / 1000; }
@@ -262,12 +265,12 @@ CLIENT *NewHandle(int descriptor, const sockaddr_in &server, std::uint32_t progr
 // --- connecting ---
 
 // On failure errno tells why.
-bool Connect(int descriptor, const sockaddr_in &server) {
+bool Connect(int descriptor, const sockaddr_in &server, int timeoutMs) {
     if (connect(descriptor, reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0) return true;
     if (errno != EINPROGRESS && errno != EINTR) return false;
     int error = ETIMEDOUT;
     socklen_t length = sizeof error;
-    if (WaitFor(descriptor, POLLOUT, Now() + connectTimeoutMs)) {
+    if (WaitFor(descriptor, POLLOUT, Now() + timeoutMs)) {
         (void)getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
     }
     errno = error;
@@ -292,7 +295,10 @@ bool ResolveHost(const char *host, in_addr *address) {
     return true;
 }
 
-CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version) {
+CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version, int budgetMs) {
+    const int timeoutMs = std::min(budgetMs, connectTimeoutMs);
+    errno = ETIMEDOUT;
+    if (timeoutMs <= 0) return nullptr;
     int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (descriptor < 0) return nullptr;
     DescriptorGuard guard(&descriptor);
@@ -300,31 +306,37 @@ CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std
     server.sin_family = AF_INET;
     server.sin_port = htons(port);
     server.sin_addr = address;
-    if (!Connect(descriptor, server)) return nullptr;
+    if (!Connect(descriptor, server, timeoutMs)) return nullptr;
     SendWithoutDelay(descriptor);
     CLIENT *client = NewHandle(descriptor, server, program, version);
     if (client != nullptr) (void)guard.release();
     return client;
 }
 
-CLIENT *DialPortMapper(in_addr address) { return DialPort(address, PMAPPORT, PMAPPROG, PMAPVERS); }
+CLIENT *DialPortMapper(in_addr address, int budgetMs) {
+    return DialPort(address, PMAPPORT, PMAPPROG, PMAPVERS, budgetMs);
+}
 
-std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version) {
+std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version, int budgetMs) {
+    const int timeoutMs = std::min(budgetMs, portMapperTimeoutMs);
+    if (timeoutMs <= 0) return 0;
     pmap wanted = {};
     wanted.pm_prog = program;
     wanted.pm_vers = version;
     wanted.pm_prot = IPPROTO_TCP;
     u_short port = 0;
+    const timeval timeout = {timeoutMs / 1000, suseconds_t{timeoutMs % 1000} * 1000};
     const clnt_stat status = clnt_call(portMapper, PMAPPROC_GETPORT, Untyped(xdr_pmap), &wanted, Untyped(xdr_u_short),
-                                       &port, portMapperTimeout);
+                                       &port, timeout);
     return status == RPC_SUCCESS ? port : std::uint16_t{0};
 }
 
-CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t version) {
-    const RpcClient portMapper(DialPortMapper(address));
+CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t version, int budgetMs) {
+    const Milliseconds end = Now() + budgetMs;
+    const RpcClient portMapper(DialPortMapper(address, budgetMs));
     if (portMapper == nullptr) return nullptr;
-    const std::uint16_t port = PortOfProgram(portMapper.get(), program, version);
-    return port != 0 ? DialPort(address, port, program, version) : nullptr;
+    const std::uint16_t port = PortOfProgram(portMapper.get(), program, version, Within(portMapperTimeoutMs, end));
+    return port != 0 ? DialPort(address, port, program, version, Within(connectTimeoutMs, end)) : nullptr;
 }
 
 CLIENT *DialHost(const char *host, std::uint32_t program, std::uint32_t version) {

@@ -12,6 +12,7 @@
 // Thread: reentrant; one handle serves one call at a time.
 #pragma once
 
+#include "rpc/limits.h"
 #include "util/guard.h"
 
 #include <netinet/in.h>
@@ -22,19 +23,27 @@
 // Finds the IPv4 address of a host. Returns false when the name is unknown. May block for the resolver's time-outs.
 [[nodiscard]] bool ResolveHost(const char *host, in_addr *address);
 
-// Connects to a port of a host. Returns a client handle for program and version, null when nothing accepts within 5 s;
+// The functions below end after `budgetMs` at the latest, whatever the peers do; within it each wait keeps its own
+// bound (limits.h). A budget that is used up, negative ones included, fails at once.
+
+// Connects to a port of a host. Returns a client handle for program and version, null when nothing accepts in time;
 // errno tells why then (ECONNREFUSED: nobody listens there).
-[[nodiscard]] CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version);
+[[nodiscard]] CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version,
+                               int budgetMs = connectTimeoutMs);
 
 // Connects to the port mapper of a host: PortOfProgram asks over the handle. Null when it cannot be reached.
-[[nodiscard]] CLIENT *DialPortMapper(in_addr address);
+[[nodiscard]] CLIENT *DialPortMapper(in_addr address, int budgetMs = connectTimeoutMs);
 
-// Asks a port mapper for the TCP port of a program. Returns 0 when the program is not registered or no answer came
-// within 10 s.
-[[nodiscard]] std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version);
+// Asks a port mapper for the TCP port of a program. Returns 0 when the program is not registered or no answer came in
+// time.
+[[nodiscard]] std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version,
+                                          int budgetMs = portMapperTimeoutMs);
 
 // All of it: port mapper, then the program. Null when any step fails.
-[[nodiscard]] CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t version);
+[[nodiscard]] CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t version,
+                                  int budgetMs = dialTimeoutMs);
+
+// The same after resolving the host's name, which no budget bounds.
 [[nodiscard]] CLIENT *DialHost(const char *host, std::uint32_t program, std::uint32_t version);
 
 // clnt_destroy is a macro; a handle held by RpcClient is destroyed at the end of its scope.

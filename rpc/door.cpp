@@ -27,6 +27,7 @@
 #include "rpc/door.h"
 
 #include "rpc/codec.h"
+#include "rpc/limits.h"
 #include "rpc/message.h"
 
 #include <netinet/tcp.h>
@@ -46,11 +47,7 @@
 
 namespace {
 
-constexpr std::size_t maxRequestBytes = std::size_t{16} << 20;
-constexpr std::size_t maxHeldBytes = std::size_t{256} << 20;
-constexpr std::size_t maxUnreadReplyBytes = std::size_t{1} << 20; // beyond it a connection's requests wait
-constexpr std::size_t maxHeldReplyBytes = std::size_t{16} << 20;  // beyond it the server is to release them
-constexpr std::size_t keptReplyBytes = std::size_t{1} << 20;      // of the shared buffers between replies
+constexpr std::size_t keptReplyBytes = std::size_t{1} << 20; // of the shared buffers between replies
 constexpr rlim_t reservedDescriptors = 48; // for the listener, service processes, the registry, pipes, the C library
 constexpr std::size_t readBytes = std::size_t{64} << 10; // at most, a turn
 constexpr std::size_t newcomersShare = 8; // one in so many places is for connections that have not spoken yet

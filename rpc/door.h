@@ -30,7 +30,7 @@ enum class DoorWait { InLoop, Inside };
 using DoorTurn = void (*)(bool requestsWait);
 
 // Puts the door in front of a listening transport that svctcp_create made. From then on svc_run hands over requests
-// only when they are whole, replies never block, and the bounds at the top of door.cpp hold; the dispatcher sees an
+// only when they are whole, replies never block, and the bounds of limits.h hold; the dispatcher sees an
 // ordinary SVCXPRT, whose xp_rtaddr is the peer of the present request. To be called once in a process, before svc_run.
 // Returns false when a descriptor cannot be had; the transport is then as before.
 //   turn  may be null

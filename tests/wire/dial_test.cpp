@@ -440,6 +440,31 @@ TEST(DialPort, a_full_accept_queue_is_waited_for_five_seconds) {
     EXPECT_LT(SecondsSince(start), 6.0);
 }
 
+// A port at which nobody is accepted any more: its queue is full.
+struct FullPort {
+    std::uint16_t port = 0;
+    int listener = Listen(&port, 0);
+    DescriptorGuard guard{&listener};
+    std::vector<RpcClient> waiting;
+
+    FullPort() {
+        do {
+            waiting.emplace_back(DialPort(Loopback(), port, someProgram, 1, 200));
+        } while (waiting.back() != nullptr);
+    }
+};
+
+TEST(DialPort, a_budget_ends_the_wait_for_a_full_accept_queue) {
+    const FullPort full;
+    for (const int budgetMs : {300, 0, -1}) {
+        const Clock::time_point start = Clock::now();
+        EXPECT_EQ(DialPort(Loopback(), full.port, someProgram, 1, budgetMs), nullptr);
+        EXPECT_EQ(errno, ETIMEDOUT);
+        EXPECT_GT(SecondsSince(start), budgetMs / 1000.0 - 0.05);
+        EXPECT_LT(SecondsSince(start), 1.0);
+    }
+}
+
 TEST(ResolveHost, finds_this_host_and_not_an_unknown_one) {
     in_addr address = {};
     EXPECT_TRUE(ResolveHost("localhost", &address));
@@ -503,6 +528,30 @@ TEST(DialProgram, a_stopped_port_mapper_is_waited_for_ten_seconds) {
     EXPECT_LT(SecondsSince(start), 11.0);
     ASSERT_EQ(kill(portMapper, SIGCONT), 0);
     EXPECT_NE(RpcClient(DialPortMapper(Loopback())), nullptr);
+}
+
+// Symptom: a service's start held the daemon for 185 seconds beside a port mapper that hung, and for 96 beside a
+// process that accepted nobody. Cause: each of sixteen attempts had the time-outs of a single one.
+TEST(DialProgram, a_budget_holds_for_port_mapper_and_program_together) {
+    const FullPort full;
+    ASSERT_TRUE(pmap_set(someProgram, 1, IPPROTO_TCP, full.port));
+    Clock::time_point start = Clock::now();
+    EXPECT_EQ(DialProgram(Loopback(), someProgram, 1, 600), nullptr);
+    EXPECT_GT(SecondsSince(start), 0.5);
+    EXPECT_LT(SecondsSince(start), 1.5);
+    EXPECT_TRUE(pmap_unset(someProgram, 1));
+
+    const pid_t portMapper = ProcessNamed("rpcbind");
+    ASSERT_GT(portMapper, 0);
+    const RpcClient reached(DialPortMapper(Loopback()));
+    ASSERT_EQ(kill(portMapper, SIGSTOP), 0);
+    start = Clock::now();
+    EXPECT_EQ(DialProgram(Loopback(), someProgram, 1, 600), nullptr);
+    EXPECT_EQ(PortOfProgram(reached.get(), someProgram, 1, 600), 0);
+    EXPECT_EQ(PortOfProgram(reached.get(), someProgram, 1, 0), 0);
+    EXPECT_GT(SecondsSince(start), 1.1);
+    EXPECT_LT(SecondsSince(start), 2.5);
+    ASSERT_EQ(kill(portMapper, SIGCONT), 0);
 }
 
 // The last test of this program: the port mapper does not come back.
