@@ -25,6 +25,10 @@ inline constexpr int sharedProcessRetries = 5;
 inline constexpr int newProcessRetries = 15;
 inline constexpr int newProcessRetriesAtStartUp = 30; // while the daemon starts itself
 inline constexpr int retryPauseSec = 1;
+// Of one attempt, port mapper and process together, whatever they do: a healthy one takes a thousandth of it. It is
+// what leaves the sixteen attempts at a new process, pauses and wait for its registration included, within the half
+// minute for which a user looks at a start, and the thirty-one of the start-up within a minute.
+inline constexpr int attemptLimitMs = 850;
 // Before the first attempt to reach a new process, for its program to appear in the port mapper.
 inline constexpr int registrationWaitMs = 500;
 // Of one call to a service process: the start request and each control.
@@ -32,10 +36,20 @@ inline constexpr int serviceCallTimeoutSec = 25;
 // The wait hint that a service has from the answer to its start request until its own first report.
 inline constexpr std::int32_t startWaitHintMs = 2000;
 
-// How long one start may hold the daemon, and everybody who asks it something: a shared process and then a new one that
-// cannot be reached at once, and an answer that lets itself be waited for.
+// How long a process is tried to be reached, at the most.
+inline constexpr int LongestDialMs(int retries) {
+    return (retries + 1) * attemptLimitMs + retries * retryPauseSec * 1000;
+}
+static_assert(registrationWaitMs + LongestDialMs(newProcessRetries) <= 30'000);
+static_assert(registrationWaitMs + LongestDialMs(newProcessRetriesAtStartUp) <= 60'000);
+
+// How long one start may hold the daemon, and everybody who asks it something: a shared process that cannot be reached,
+// then a new one that is long in coming and can be reached at the last attempt only, and an answer that lets itself be
+// waited for.
 inline constexpr int longestStartSec =
-    (sharedProcessRetries + newProcessRetries) * retryPauseSec + serviceCallTimeoutSec;
+    (LongestDialMs(sharedProcessRetries) + execLimitMs + registrationWaitMs + LongestDialMs(newProcessRetries) + 999) /
+        1000 +
+    serviceCallTimeoutSec;
 // What a client should wait for an answer.
 inline constexpr int longestCallSec = longestStartSec + 30;
 

@@ -48,7 +48,8 @@ Host ResolveThisHost() {
 }
 
 CLIENT *DialProcess(const Host &host, std::int32_t processId) {
-    return host.known ? DialProgram(host.address, ServiceProgram(processId), serviceProgramVersion) : nullptr;
+    return host.known ? DialProgram(host.address, ServiceProgram(processId), serviceProgramVersion, attemptLimitMs)
+                      : nullptr;
 }
 
 // Dials at once, then up to `retries` times more, each after a second's sleep.
@@ -112,14 +113,16 @@ std::uint32_t CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, 
 // --- the new process ---
 
 // Waits a moment for the program of a new process to appear in the port mapper. Without it the first attempt to reach
-// the process would always come too early, and the second a whole second later.
+// the process would always come too early, and the second a whole second later. A port mapper that hangs is waited for
+// no longer.
 void AwaitRegistration(const Host &host, pid_t processId) {
     if (!host.known) return;
-    const RpcClient portMapper(DialPortMapper(host.address));
-    if (portMapper == nullptr) return;
     const std::int64_t end = MonotonicMs() + registrationWaitMs;
-    for (std::int64_t pauseMs = 1;
-         PortOfProgram(portMapper.get(), ServiceProgram(processId), serviceProgramVersion) == 0; pauseMs *= 2) {
+    const RpcClient portMapper(DialPortMapper(host.address, registrationWaitMs));
+    if (portMapper == nullptr) return;
+    for (std::int64_t pauseMs = 1;; pauseMs *= 2) {
+        const int budgetMs = static_cast<int>(end - MonotonicMs());
+        if (PortOfProgram(portMapper.get(), ServiceProgram(processId), serviceProgramVersion, budgetMs) != 0) return;
         const std::int64_t leftMs = end - MonotonicMs();
         if (leftMs <= 0) return;
         const timespec pause = {.tv_sec = 0, .tv_nsec = static_cast<long>(std::min(pauseMs, leftMs) * 1000000)};

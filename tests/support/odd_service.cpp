@@ -8,6 +8,7 @@
 //   brief         accepts its start and ends at once
 //   state FILE    writes its signal state and its descriptors to FILE first, then as plain
 //   never         registers nothing
+//   full          registers a port at which nobody is accepted any more: its queue is full
 #include "tests/support/raw_rpc.h"
 
 #include <netinet/in.h>
@@ -43,15 +44,30 @@ void WriteState(const char *file) {
     std::filesystem::rename(unfinished, file);
 }
 
-int Listen() {
+// The queue of a listener with this backlog holds one connection.
+constexpr int shortestBacklog = 0;
+
+// Fills the queue of a listener that has the shortest backlog.
+void FillQueue(const sockaddr_in &address) {
+    for (int i = 0; i < 2; ++i) {
+        const int queued = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        (void)connect(queued, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    }
+}
+
+int Listen(int backlog = 10) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || listen(listener, 10) != 0 ||
-        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0 ||
-        !pmap_set(Program(), 1, IPPROTO_TCP, ntohs(address.sin_port))) {
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || listen(listener, backlog) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+        std::perror("odd_service");
+        std::exit(1);
+    }
+    if (backlog == shortestBacklog) FillQueue(address);
+    if (!pmap_set(Program(), 1, IPPROTO_TCP, ntohs(address.sin_port))) {
         std::perror("odd_service");
         std::exit(1);
     }
@@ -94,6 +110,10 @@ int main(int argc, char **argv) {
     const std::string mode = argc > 1 ? argv[1] : "plain";
     if (mode == "never") (void)pause();
     if (mode == "state" && argc > 2) WriteState(argv[2]);
+    if (mode == "full") {
+        (void)Listen(shortestBacklog);
+        (void)pause();
+    }
     const int listener = Listen();
     for (;;) {
         const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);

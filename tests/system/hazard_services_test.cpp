@@ -274,6 +274,36 @@ TEST_F(HazardServices, a_stopped_port_mapper_delays_a_start_and_nothing_else_bre
     (void)kill(portMapper, SIGCONT);
 }
 
+// Symptom: a start held the daemon, and everybody, for three minutes. Cause: each of its sixteen attempts waited as
+// long as a single one may.
+TEST_F(HazardServices, a_port_mapper_that_hangs_holds_a_start_for_half_a_minute_at_most) {
+    WriteOddService("Plain", "plain");
+    StartDaemon();
+    const pid_t portMapper = ProcessNamed("rpcbind");
+    ASSERT_NE(portMapper, 0);
+    const std::string handle = Words({HandleOf("Plain")});
+    (void)kill(portMapper, SIGSTOP);
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(WordOf(Ask(START_SERVICE, handle + Words({0, 0})), 0), std::uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT});
+    const double seconds = MsSince(start) / 1000;
+    (void)kill(portMapper, SIGCONT);
+    EXPECT_GT(seconds, 15) << "the pauses between the attempts alone";
+    EXPECT_LT(seconds, 31) << "thirty, and what the fork takes on a busy machine";
+    Measured("port mapper stopped: a start answers 1053 after %.1f s", seconds);
+    EXPECT_LT(WorstCallMs(), promptMs);
+}
+
+TEST_F(HazardServices, a_process_that_accepts_nobody_holds_its_start_for_half_a_minute_at_most) {
+    if (!IsLong()) GTEST_SKIP() << "takes 29 s; set TV_LONG";
+    WriteOddService("Full", "full");
+    StartDaemon();
+    const double seconds = RefusedStartSeconds(*this, "Full");
+    EXPECT_GT(seconds, 15) << "the pauses between the attempts alone";
+    EXPECT_LT(seconds, 31) << "thirty, and what the process takes to come up on a busy machine";
+    Measured("a full accept queue: a start answers 1053 after %.1f s", seconds);
+    EXPECT_LT(WorstCallMs(), promptMs);
+}
+
 // The last test of this program: the port mapper that comes back knows nobody, this host's tests included.
 TEST_F(HazardServices, without_a_port_mapper_a_start_answers_1053_and_the_daemon_lives) {
     WriteOddService("Plain", "plain");
