@@ -13,8 +13,9 @@ inline constexpr int portMapperTimeoutMs = 10000; // for the port mapper's answe
 // For the whole way: the port mapper accepts, answers, and the program accepts.
 inline constexpr int dialTimeoutMs = connectTimeoutMs + portMapperTimeoutMs + connectTimeoutMs;
 
-// One reply.
-inline constexpr std::size_t maxReplyBytes = std::size_t{64} << 20;
+// One reply. What bounds it is the address space, in which it stands up to four times: as received, in memory that
+// doubles as it grows, decoded, and in the caller's own buffer.
+inline constexpr std::size_t maxReplyBytes = std::size_t{sizeof(void *) > 4 ? 1024 : 256} << 20;
 
 // --- being reached (door) ---
 

@@ -31,6 +31,7 @@ constexpr std::uint32_t someProgram = 0x40001234;
 constexpr std::uint32_t unregisteredProgram = 0x40004321;
 constexpr timeval halfSecond = {0, 500000};
 constexpr timeval tenSeconds = {10, 0};
+constexpr std::size_t megabyte = std::size_t{1} << 20;
 
 in_addr Loopback() { return {htonl(INADDR_LOOPBACK)}; }
 
@@ -244,7 +245,7 @@ TEST(DialPort, an_answer_cut_at_every_byte_fails_at_once) {
 TEST(DialPort, an_answer_beyond_the_bound_loses_the_connection) {
     Peer peer = StartPeer([](int connection) {
         (void)ReadCall(connection);
-        (void)Send(connection, Words({0x7FFFFFFF}));
+        (void)Send(connection, Words({0x80000000 | (std::uint32_t{maxReplyBytes} + 1)}));
         ReadUntilEnd(connection);
     });
     const RpcClient client = Dial(peer);
@@ -252,6 +253,26 @@ TEST(DialPort, an_answer_beyond_the_bound_loses_the_connection) {
     EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTRECV);
     EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTSEND);
     peer.thread.join();
+}
+
+TEST(DialPort, a_declared_length_within_the_bound_takes_no_memory) {
+    for (const std::uint32_t length : {std::uint32_t{maxReplyBytes}, std::uint32_t{maxReplyBytes} / 2}) {
+        std::size_t before = 0;
+        std::size_t meanwhile = SIZE_MAX;
+        Peer peer = StartPeer([&](int connection) {
+            const std::string call = ReadCall(connection);
+            before = VirtualBytesOf(getpid());
+            (void)Send(connection, Words({0x80000000 | length}) + Answer(XidOf(call), 5));
+            PauseMs(200);
+            meanwhile = VirtualBytesOf(getpid());
+            ReadUntilEnd(connection);
+        });
+        const RpcClient client = Dial(peer);
+        std::uint32_t result = 0;
+        EXPECT_EQ(CallWord(client, 1, &result, halfSecond), RPC_CANTRECV);
+        peer.thread.join();
+        EXPECT_LE(meanwhile, before + megabyte) << length;
+    }
 }
 
 // --- slow peers: the call ends at its time-out ---

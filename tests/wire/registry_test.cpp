@@ -7,12 +7,14 @@
 #include "registry/unused_state.h"
 #include "tests/support/host.h"
 #include "tests/support/scripted_regd.h"
+#include "tests/support/xdr_bytes.h"
 
 #include "util/ktl_strings.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -431,25 +433,49 @@ TEST_F(RegistryOverTcp, an_answer_to_another_question_ends_the_connection_with_t
     EXPECT_EQ(daemon.Connections(), 2);
 }
 
-TEST_F(RegistryOverTcp, a_megabyte_of_data_goes_both_ways) {
-    const std::string megabyte(1 << 20, 'x');
-    const ScriptedRegd daemon(localAddress, [&](const WireCall &call) {
-        if (call.procedure == 24) return WireAnswer{Hex(call.argument.size() > megabyte.size() ? ok : denied)};
-        Bytes answer = Hex("00000001 00000000 00000003 00100000");
-        answer.insert(answer.end(), megabyte.begin(), megabyte.end());
-        for (const std::uint8_t byte : Hex("00100000")) {
-            answer.push_back(byte);
-        }
-        return WireAnswer{answer};
-    });
-    EXPECT_EQ(RegSetValueExA(1, "Big", 0, REG_BINARY, reinterpret_cast<const BYTE *>(megabyte.data()), 1 << 20),
-              ERROR_SUCCESS);
-    std::string data(1 << 20, '\0');
-    DWORD size = 1 << 20;
+namespace {
+
+// An answer to a value query: binary data of so many bytes, a multiple of 4, all the same.
+Bytes AnswerOf(std::uint32_t dataBytes, std::uint8_t byte) {
+    const std::string size = Words({dataBytes});
+    const std::string head = Words({1, 0, REG_BINARY}) + size;
+    Bytes answer(head.begin(), head.end());
+    answer.insert(answer.end(), dataBytes, byte);
+    answer.insert(answer.end(), size.begin(), size.end());
+    return answer;
+}
+
+// Reads a value into a buffer of exactly its size. Returns how many of its bytes are `byte`.
+std::size_t ReadBack(DWORD bytes, char byte) {
+    std::string data(bytes, '\0');
+    DWORD size = bytes;
     EXPECT_EQ(RegQueryValueExA(1, "Big", nullptr, nullptr, reinterpret_cast<BYTE *>(data.data()), &size),
               ERROR_SUCCESS);
-    EXPECT_EQ(size, 1u << 20);
-    EXPECT_EQ(data, megabyte);
+    EXPECT_EQ(size, bytes);
+    return static_cast<std::size_t>(std::count(data.begin(), data.end(), byte));
+}
+
+} // namespace
+
+TEST_F(RegistryOverTcp, a_megabyte_of_data_goes_both_ways) {
+    constexpr DWORD megabyte = 1 << 20;
+    const std::string data(megabyte, 'x');
+    const ScriptedRegd daemon(localAddress, [&](const WireCall &call) {
+        if (call.procedure == 24) return WireAnswer{Hex(call.argument.size() > megabyte ? ok : denied)};
+        return WireAnswer{AnswerOf(megabyte, 'x')};
+    });
+    EXPECT_EQ(RegSetValueExA(1, "Big", 0, REG_BINARY, reinterpret_cast<const BYTE *>(data.data()), megabyte),
+              ERROR_SUCCESS);
+    EXPECT_EQ(ReadBack(megabyte, 'x'), megabyte);
+}
+
+// Symptom: a value of a hundred megabytes could be written, but reading it back cost the connection. Cause: a reply was
+// allowed 64 MiB.
+TEST_F(RegistryOverTcp, a_value_of_a_hundred_megabytes_is_read_back) {
+    constexpr DWORD bytes = 100'000'000;
+    const ScriptedRegd daemon(localAddress, [](const WireCall &) { return WireAnswer{AnswerOf(bytes, 'x')}; });
+    EXPECT_EQ(ReadBack(bytes, 'x'), bytes);
+    EXPECT_EQ(daemon.Connections(), 1);
 }
 
 // --- several machines ----------------------------------------------------------------------------------------------
