@@ -14,6 +14,7 @@
 #include "servd/servd_svc_proc/startup.h"
 #include "servd/servd_xdr.h"
 #include "servd/serving.h"
+#include "servd/win32_code.h"
 #include "tv/winerror.h"
 #include "util/standard_descriptors.h"
 
@@ -67,12 +68,12 @@ void InstallSignalHandlers() {
 
 // Builds the in-memory service state, once. Returns 0 or the failing step's code; clients learn of a failure from
 // initstatus, which is 1065 whatever the code was.
-std::uint32_t InitializeSCM() {
+Win32Code InitializeSCM() {
     binitializing = 1;
     InstallSignalHandlers();
     svcdblock = {};
     (void)gethostname(scmhostname, sizeof scmhostname);
-    const std::uint32_t rc = BuildDatabase();
+    const Win32Code rc = BuildDatabase();
     initstatus = rc == 0 ? ERROR_SUCCESS : ERROR_DATABASE_DOES_NOT_EXIST; // 1065
     binitializing = 0;
     return rc;

@@ -8,6 +8,7 @@
 #include "servd/checked_memory.h"
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
+#include "servd/win32_code.h"
 #include "tv/winerror.h"
 
 #include <grp.h>
@@ -40,7 +41,7 @@ bool FindGroups(const passwd &user, Account *account) {
 Account ReadAccount(HKEY serviceKey) {
     Account account = {};
     TextBuffer name = {};
-    const std::uint32_t rc = ReadText(serviceKey, accountValue, name);
+    const Win32Code rc = ReadText(serviceKey, accountValue, name);
     account.usable = rc == ERROR_SUCCESS || rc == ERROR_FILE_NOT_FOUND;
     if (rc != ERROR_SUCCESS) return account;
 

@@ -70,7 +70,7 @@ void AutoStartService(std::int32_t index, HKEY servicesKey) {
 
 } // namespace
 
-std::uint32_t RunAutoStartServices() {
+Win32Code RunAutoStartServices() {
     HKEY servicesKey = 0;
     // Without the services key no service can be read, and each would be skipped.
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &servicesKey) != ERROR_SUCCESS)

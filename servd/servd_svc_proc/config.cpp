@@ -21,6 +21,7 @@
 #include "servd/servd_svc_proc/values.h"
 #include "servd/servd_svc_proc/word_sum.h"
 #include "servd/service_keys.h"
+#include "servd/win32_code.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
 
@@ -37,10 +38,10 @@ struct RegistryValue {
 };
 
 // Returns 0, 2 when there is no such value, or the code of the registry call that failed.
-std::uint32_t ReadRegistryValue(HKEY key, const char *name, RegistryValue *value) {
+Win32Code ReadRegistryValue(HKEY key, const char *name, RegistryValue *value) {
     *value = {};
     RegistryValue read{};
-    const std::uint32_t rc = ReadWholeValue(key, name, &read.data, &read.bytes, &read.type);
+    const Win32Code rc = ReadWholeValue(key, name, &read.data, &read.bytes, &read.type);
     if (rc == ERROR_SUCCESS) *value = std::move(read);
     return rc;
 }
@@ -82,7 +83,7 @@ HKEY OpenTagOrder() {
 // *tag as it is.
 void CountUpGroup(HKEY tagOrder, const char *group, std::uint32_t *tag) {
     RegistryValue counter{};
-    const std::uint32_t rc = ReadRegistryValue(tagOrder, group, &counter);
+    const Win32Code rc = ReadRegistryValue(tagOrder, group, &counter);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return;
     std::uint32_t count = 0;
     if (rc == ERROR_SUCCESS)
@@ -99,9 +100,9 @@ void CountUpGroup(HKEY tagOrder, const char *group, std::uint32_t *tag) {
 
 // Whether the dependencies of svcdb[index] can be walked: 0, 1059 when they lead back to themselves, or a registry
 // error.
-std::uint32_t CheckDependencies(std::int32_t index, HKEY services) {
+Win32Code CheckDependencies(std::int32_t index, HKEY services) {
     std::int32_t bytes = 0;
-    const std::uint32_t rc = SumDependencies(index, services, SERVICE_STATE_ALL, &bytes);
+    const Win32Code rc = SumDependencies(index, services, SERVICE_STATE_ALL, &bytes);
     return rc == ERROR_MORE_DATA ? ERROR_SUCCESS : rc;
 }
 
@@ -111,7 +112,7 @@ bool IsEmpty(const char *text) { return text[0] == '\0'; }
 
 // Takes a record for the service, enters it into its group and checks its dependencies. Returns 0 and *index; or a
 // code, with the record and the group as they were.
-std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY services, HKEY service, std::int32_t *index) {
+Win32Code EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY services, HKEY service, std::int32_t *index) {
     *index = GetNextServiceDatabaseEntry();
     SetServiceName(*index, wanted.name);
     if (wanted.dependencies.count != 1) {
@@ -119,7 +120,7 @@ std::uint32_t EnterService(const servd_SERV_CREATE_SERVICE &wanted, HKEY service
         WriteBytes(service, dependenciesValue, REG_MULTI_SZ, wanted.dependencies.chars, wanted.dependencies.count);
     }
     if (!IsEmpty(wanted.group)) AddServiceToGroupList(&grouplist, &grouplistsize, wanted.group, *index);
-    const std::uint32_t rc = CheckDependencies(*index, services);
+    const Win32Code rc = CheckDependencies(*index, services);
     if (rc == ERROR_SUCCESS) return ERROR_SUCCESS;
     if (!IsEmpty(wanted.group)) RemoveServiceFromGroupList(grouplist, &grouplistsize, wanted.group, *index);
     SetServiceName(*index, nullptr);
@@ -156,9 +157,9 @@ void WriteConfiguration(const servd_SERV_CREATE_SERVICE &wanted, HKEY service, s
     if (!IsEmpty(wanted.account)) WriteText(service, accountValue, wanted.account);
 }
 
-std::uint32_t CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_t *handle, std::uint32_t *tag) {
+Win32Code CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_t *handle, std::uint32_t *tag) {
     HKEY services = 0;
-    LONG rc = RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services);
+    Win32Code rc = RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services);
     if (rc != ERROR_SUCCESS) return ERROR_DATABASE_DOES_NOT_EXIST; // 1065
     const KeyGuard closeServices(&services);
     HKEY service = 0;
@@ -168,7 +169,7 @@ std::uint32_t CreateService(const servd_SERV_CREATE_SERVICE &wanted, std::int32_
     KeyGuard closeService(&service);
     if (disposition == REG_OPENED_EXISTING_KEY) return ERROR_SERVICE_EXISTS; // 1073; the registry decides, not svcdb
 
-    std::uint32_t refusal = ERROR_INVALID_SERVICE_ACCOUNT; // 1057
+    Win32Code refusal = ERROR_INVALID_SERVICE_ACCOUNT; // 1057
     std::int32_t index = 0;
     if (GetUserIDFromName(wanted.account) != unknownUser) refusal = EnterService(wanted, services, service, &index);
     if (refusal != ERROR_SUCCESS) {
@@ -252,8 +253,8 @@ void MoveToGroup(const char *from, const char *to, std::int32_t index) {
 
 // Sets new dependencies and a new group, as far as they are given, and checks where they lead. Returns 0; or a code,
 // with both as they were.
-std::uint32_t ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const char *newGroup, HKEY services,
-                                 HKEY service) {
+Win32Code ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, const char *newGroup, HKEY services,
+                             HKEY service) {
     RegistryValue oldDependencies{};
     RegistryValue oldGroup{};
     if (wanted.dependencies.count != 0) {
@@ -264,7 +265,7 @@ std::uint32_t ChangeDependencies(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted,
         (void)ReadRegistryValue(service, groupValue, &oldGroup);
         MoveToGroup(oldGroup.data.get(), newGroup, wanted.handle);
     }
-    const std::uint32_t rc = CheckDependencies(wanted.handle, services);
+    const Win32Code rc = CheckDependencies(wanted.handle, services);
     if (rc == ERROR_SUCCESS) return ERROR_SUCCESS;
 
     if (newGroup != nullptr) MoveToGroup(newGroup, oldGroup.data.get(), wanted.handle);
@@ -312,7 +313,7 @@ void ChangeTag(const ServiceDatabaseEntry &entry, HKEY service, std::int32_t *ta
     } else {
         tagOrder = OpenTagOrder();
         RegistryValue group{};
-        const std::uint32_t rc = ReadRegistryValue(service, groupValue, &group);
+        const Win32Code rc = ReadRegistryValue(service, groupValue, &group);
         std::uint32_t next = static_cast<std::uint32_t>(*tag);
         if (rc == ERROR_SUCCESS) CountUpGroup(tagOrder, group.data.get(), &next);
         if (rc == ERROR_FILE_NOT_FOUND) CountUpGroup(tagOrder, "", &next);
@@ -322,7 +323,7 @@ void ChangeTag(const ServiceDatabaseEntry &entry, HKEY service, std::int32_t *ta
     (void)RegCloseKey(tagOrder); // deliberate: also when it was not opened
 }
 
-std::uint32_t ChangeService(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, std::int32_t *tag) {
+Win32Code ChangeService(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, std::int32_t *tag) {
     if (!IsServiceHandle(wanted.handle)) return ERROR_INVALID_HANDLE;                    // 6
     if (svcdb[wanted.handle].deletePending != 0) return ERROR_SERVICE_MARKED_FOR_DELETE; // 1072
     const ChangedTexts texts = TextsOf(wanted);
@@ -338,7 +339,7 @@ std::uint32_t ChangeService(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, std:
     const KeyGuard closeServices(&services);
     const KeyGuard closeService(&service);
     if (texts.group != nullptr || wanted.dependencies.count != 0) {
-        const std::uint32_t rc = ChangeDependencies(wanted, texts.group.get(), services, service);
+        const Win32Code rc = ChangeDependencies(wanted, texts.group.get(), services, service);
         if (rc != ERROR_SUCCESS) return rc;
     }
     ChangeNumbers(wanted, service);
@@ -353,7 +354,7 @@ servd_SERV_CREATE_SERVICE_RETURN *serv_create_service_1(servd_SERV_CREATE_SERVIC
     // Owns nothing. Deliberate: the tag stays that of the last create that was given one.
     static servd_SERV_CREATE_SERVICE_RETURN reply;
     reply.handle = 0;
-    reply.status = static_cast<std::int32_t>(CreateService(*argument, &reply.handle, &reply.tag));
+    reply.status = CreateService(*argument, &reply.handle, &reply.tag);
     return &reply;
 }
 
@@ -374,6 +375,6 @@ servd_SERV_CHANGE_CONFIG_SERVICE_RETURN *serv_change_config_service_1(servd_SERV
                                                                       svc_req *) {
     // Owns nothing. Deliberate: the tag stays that of the last change that wanted one.
     static servd_SERV_CHANGE_CONFIG_SERVICE_RETURN reply;
-    reply.status = static_cast<std::int32_t>(ChangeService(*argument, &reply.tag));
+    reply.status = ChangeService(*argument, &reply.tag);
     return &reply;
 }

@@ -21,6 +21,7 @@
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_clnt.h"
 #include "servd/service_keys.h"
+#include "servd/win32_code.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
 
@@ -30,14 +31,14 @@ namespace {
 
 // Sums in *bytes what the stopped services that this one depends on would take in an enumeration: more than 0 when
 // there is one. Returns 0, 234, 1059 or a registry error.
-std::uint32_t SizeOfStoppedDependencies(std::int32_t index, std::int32_t *bytes) {
+Win32Code SizeOfStoppedDependencies(std::int32_t index, std::int32_t *bytes) {
     HKEY services = 0;
     (void)RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &services); // the walk finds out
     const KeyGuard closeServices(&services);
     return SumDependencies(index, services, SERVICE_INACTIVE, bytes);
 }
 
-std::uint32_t StartService(std::int32_t handle, svd_arglist_t *arglist, std::int32_t argc) {
+Win32Code StartService(std::int32_t handle, svd_arglist_t *arglist, std::int32_t argc) {
     if (svcdblock.lockId != 0) return ERROR_SERVICE_DATABASE_LOCKED; // 1055, to the holder of the lock too
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE;       // 6
     const ServiceDatabaseEntry &entry = svcdb[handle];
@@ -47,7 +48,7 @@ std::uint32_t StartService(std::int32_t handle, svd_arglist_t *arglist, std::int
         ServiceFailed(handle);
     }
     std::int32_t stoppedBytes = 0;
-    const std::uint32_t rc = SizeOfStoppedDependencies(handle, &stoppedBytes);
+    const Win32Code rc = SizeOfStoppedDependencies(handle, &stoppedBytes);
     if (rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA) return ERROR_INVALID_HANDLE; // 6, for a cycle too
     if (stoppedBytes > 0) return ERROR_SERVICE_DEPENDENCY_FAIL;                    // 1068; they are not started here
     return QuickStartService(handle, arglist, argc);
@@ -59,7 +60,7 @@ bool IsControlCode(std::int32_t control) {
 }
 
 // What stands against sending this control to a service in this state; 0 when nothing does. The first rule decides.
-std::int32_t RefusalOfControl(const svd_status_t &status, std::int32_t control) {
+Win32Code RefusalOfControl(const svd_status_t &status, std::int32_t control) {
     const std::int32_t state = status.dwCurrentState;
     const std::int32_t accepted = status.dwControlsAccepted;
     if (state == SERVICE_STOPPED) return ERROR_SERVICE_NOT_ACTIVE;              // 1062
@@ -84,7 +85,7 @@ service_CONTROL_SERVICE_OUT *SendControl(const ServiceDatabaseEntry &entry, std:
     return service_control_service_1(&request, client.get());
 }
 
-std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_status_t *serviceStatus) {
+Win32Code ControlService(std::int32_t handle, std::int32_t control, svd_status_t *serviceStatus) {
     TakeLeftEnds();
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
     ServiceDatabaseEntry &entry = svcdb[handle];
@@ -92,7 +93,7 @@ std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_statu
     serviceStatus->dwCurrentState = entry.status.dwCurrentState;
     serviceStatus->dwControlsAccepted = entry.status.dwControlsAccepted;
 
-    const std::int32_t refusal = RefusalOfControl(entry.status, control);
+    const Win32Code refusal = RefusalOfControl(entry.status, control);
     if (refusal != ERROR_SUCCESS) return refusal;
     if (HasDeadlinePassedNow(entry)) {
         ServiceFailed(handle);
@@ -101,7 +102,7 @@ std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_statu
     }
     service_CONTROL_SERVICE_OUT *answer = SendControl(entry, control);
     if (answer != nullptr) {
-        const std::int32_t code = answer->status;
+        const Win32Code code = answer->status;
         entry.status = answer->svcstatus; // whatever the code; the deadline stays
         *serviceStatus = entry.status;
         FreeRecord(answer);
@@ -116,7 +117,7 @@ std::int32_t ControlService(std::int32_t handle, std::int32_t control, svd_statu
 
 servd_SERV_START_SERVICE_RETURN *serv_start_service_1(servd_SERV_START_SERVICE *argument, svc_req *) {
     static servd_SERV_START_SERVICE_RETURN reply; // owns nothing
-    reply.status = static_cast<std::int32_t>(StartService(argument->handle, argument->arglist, argument->argc));
+    reply.status = StartService(argument->handle, argument->arglist, argument->argc);
     return &reply;
 }
 

@@ -107,7 +107,7 @@ std::int32_t NextDependency(Walk &walk, Visit &visit) {
 }
 
 // Collects a service whose own dependencies have been walked. Returns 0, or 234 when there is no room for it.
-std::uint32_t Collect(Walk &walk, std::int32_t index) {
+Win32Code Collect(Walk &walk, std::int32_t index) {
     ServiceDatabaseEntry &entry = svcdb[index];
     if (index == walk.rootIndex) return ERROR_SUCCESS;
     entry.visiting = 0;
@@ -132,7 +132,7 @@ std::uint32_t Collect(Walk &walk, std::int32_t index) {
 }
 
 // Begins a service: reads its dependencies and leaves them to be walked, or collects it at once when it has none.
-std::uint32_t Enter(Walk &walk, std::int32_t index) {
+Win32Code Enter(Walk &walk, std::int32_t index) {
     ServiceDatabaseEntry &entry = svcdb[index];
     if (entry.name == nullptr || entry.deletePending != 0) return ERROR_SUCCESS;
     if (entry.visiting != 0) return ERROR_CIRCULAR_DEPENDENCY;
@@ -141,7 +141,7 @@ std::uint32_t Enter(Walk &walk, std::int32_t index) {
     if (entry.visited != 0 || walk.passedOver[index] != 0) return ERROR_SUCCESS;
 
     HKEY key = 0;
-    std::uint32_t rc = static_cast<std::uint32_t>(RegOpenKeyExA(walk.servicesKey, entry.name, 0, KEY_ALL_ACCESS, &key));
+    Win32Code rc = RegOpenKeyExA(walk.servicesKey, entry.name, 0, KEY_ALL_ACCESS, &key);
     if (rc != ERROR_SUCCESS) return rc;
     const KeyGuard closeKey(&key);
     DWORD bytes = 0;
@@ -156,7 +156,7 @@ std::uint32_t Enter(Walk &walk, std::int32_t index) {
     return rc;
 }
 
-bool EndsWalk(std::uint32_t rc) { return rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA; }
+bool EndsWalk(Win32Code rc) { return rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA; }
 
 } // namespace
 
@@ -172,9 +172,9 @@ svd_enum_status_list_t *NewEnumRecord(const ServiceDatabaseEntry &entry) {
     return record;
 }
 
-std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft, svd_enum_status_list_t **list,
-                                    std::int32_t *bytesNeeded, std::int32_t *count, std::int32_t rootIndex,
-                                    HKEY servicesKey, std::int32_t stateMask) {
+Win32Code CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft, svd_enum_status_list_t **list,
+                                std::int32_t *bytesNeeded, std::int32_t *count, std::int32_t rootIndex,
+                                HKEY servicesKey, std::int32_t stateMask) {
     const HeapText passedOver(static_cast<char *>(CheckedCalloc(static_cast<std::size_t>(svcdbsize), 1)));
     const HeapText walkedGroups(static_cast<char *>(CheckedCalloc(static_cast<std::size_t>(grouplistsize), 1)));
     Walk walk = {.rootIndex = rootIndex,
@@ -189,7 +189,7 @@ std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft,
                  .innermost = nullptr};
 
     // The result of a service that did not fit is overtaken by that of the service that depends on it.
-    std::uint32_t rc = Enter(walk, index);
+    Win32Code rc = Enter(walk, index);
     while (walk.innermost != nullptr && !EndsWalk(rc)) {
         const std::int32_t dependency = NextDependency(walk, *walk.innermost);
         if (dependency >= 0) {
@@ -204,12 +204,12 @@ std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft,
     return rc;
 }
 
-std::uint32_t SumDependencies(std::int32_t index, HKEY servicesKey, std::int32_t stateMask, std::int32_t *bytes) {
+Win32Code SumDependencies(std::int32_t index, HKEY servicesKey, std::int32_t stateMask, std::int32_t *bytes) {
     std::int32_t room = 0;
     svd_enum_status_list_t *none = nullptr; // no record fits into no room
     std::int32_t count = 0;
     *bytes = 0;
-    const std::uint32_t rc = CalculateDependencies(index, &room, &none, bytes, &count, index, servicesKey, stateMask);
+    const Win32Code rc = CalculateDependencies(index, &room, &none, bytes, &count, index, servicesKey, stateMask);
     ClearVisitingFlags();
     return rc;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "servd/servd_svc_proc/database.h"
+#include "servd/win32_code.h"
 #include "tv/winreg.h"
 
 // Bytes that a Win32 caller needs for one enumeration record of this service.
@@ -19,12 +20,12 @@
 //   servicesKey  the open services key
 //   stateMask    1 active, 2 stopped, 3 both
 // Returns 0; 234 when this service did not fit; 1059 on a cycle; or a registry error. ClearVisitingFlags after it.
-[[nodiscard]] std::uint32_t CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft,
-                                                  svd_enum_status_list_t **list, std::int32_t *bytesNeeded,
-                                                  std::int32_t *count, std::int32_t rootIndex, HKEY servicesKey,
-                                                  std::int32_t stateMask);
+[[nodiscard]] Win32Code CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft,
+                                              svd_enum_status_list_t **list, std::int32_t *bytesNeeded,
+                                              std::int32_t *count, std::int32_t rootIndex, HKEY servicesKey,
+                                              std::int32_t stateMask);
 
 // The same walk for nothing but its verdict and its sum: *bytes is what the services found would take. Clears the marks
 // itself. Result codes as above.
-[[nodiscard]] std::uint32_t SumDependencies(std::int32_t index, HKEY servicesKey, std::int32_t stateMask,
-                                            std::int32_t *bytes);
+[[nodiscard]] Win32Code SumDependencies(std::int32_t index, HKEY servicesKey, std::int32_t stateMask,
+                                        std::int32_t *bytes);

@@ -15,6 +15,7 @@
 #include "servd/servd_svc_proc/values.h"
 #include "servd/servd_svc_proc/word_sum.h"
 #include "servd/service_keys.h"
+#include "servd/win32_code.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
 
@@ -100,17 +101,16 @@ void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, servd_SERV_ENUM_
 }
 
 // Whether the service names dependencies at all. Returns 0 and *named; or the code of the registry call that failed.
-std::uint32_t NamesDependencies(HKEY service, bool *named) {
+Win32Code NamesDependencies(HKEY service, bool *named) {
     DWORD bytes = 0;
-    const std::uint32_t rc = QueryValueSize(service, dependenciesValue, &bytes);
+    const Win32Code rc = QueryValueSize(service, dependenciesValue, &bytes);
     *named = rc == ERROR_SUCCESS && bytes != 0;
-    return rc == ERROR_FILE_NOT_FOUND ? std::uint32_t{ERROR_SUCCESS} : rc;
+    return rc == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : rc;
 }
 
 // Lists the services that svcdb[handle] depends on, directly or through others: deliberate, Win32 names the opposite
 // direction so.
-std::uint32_t ListDependencies(const servd_SERV_ENUM_DEPEND_SERVICE &wanted,
-                               servd_SERV_ENUM_DEPEND_SERVICE_RETURN *reply) {
+Win32Code ListDependencies(const servd_SERV_ENUM_DEPEND_SERVICE &wanted, servd_SERV_ENUM_DEPEND_SERVICE_RETURN *reply) {
     if (wanted.handle < 0 || wanted.handle >= svcdbsize) return ERROR_INVALID_HANDLE; // 6
     const char *name = svcdb[wanted.handle].name;
     if (name == nullptr) return ERROR_SUCCESS; // deliberate: a free record depends on nothing
@@ -121,7 +121,7 @@ std::uint32_t ListDependencies(const servd_SERV_ENUM_DEPEND_SERVICE &wanted,
     const KeyGuard closeService(&service);
 
     bool named = false;
-    std::uint32_t rc = NamesDependencies(service, &named);
+    Win32Code rc = NamesDependencies(service, &named);
     if (rc != ERROR_SUCCESS || !named) return rc;
     std::int32_t room = wanted.bufferBytes;
     rc = CalculateDependencies(wanted.handle, &room, &reply->services, &reply->bytesNeeded, &reply->servicesReturned,
@@ -134,8 +134,8 @@ std::uint32_t ListDependencies(const servd_SERV_ENUM_DEPEND_SERVICE &wanted,
 
 // Frees the answer of the last call, and sets *answer to a new copy of the wanted name of the service that `find` finds
 // under `text`. Returns 0 or 1060.
-std::int32_t TranslateName(std::int32_t (*find)(const char *), const char *text, char *ServiceDatabaseEntry::*to,
-                           char **answer) {
+Win32Code TranslateName(std::int32_t (*find)(const char *), const char *text, char *ServiceDatabaseEntry::*to,
+                        char **answer) {
     std::free(*answer);
     *answer = nullptr; // travels as the empty string
     const std::int32_t index = text != nullptr ? find(text) : -1;
@@ -164,7 +164,7 @@ servd_SERV_ENUM_DEPEND_SERVICE_RETURN *serv_enum_depend_service_1(servd_SERV_ENU
     static servd_SERV_ENUM_DEPEND_SERVICE_RETURN reply;
     FreeRecord(&reply);
     reply = {};
-    reply.status = static_cast<std::int32_t>(ListDependencies(*argument, &reply));
+    reply.status = ListDependencies(*argument, &reply);
     return &reply;
 }
 

@@ -194,11 +194,10 @@ void RemoveServiceFromGroupList(GroupListEntry *list, const std::int32_t *size, 
     }
 }
 
-std::uint32_t ReadGroupOrderList(std::int32_t *count) {
+Win32Code ReadGroupOrderList(std::int32_t *count) {
     *count = 0;
     HKEY key = 0;
-    std::uint32_t rc =
-        static_cast<std::uint32_t>(RegOpenKeyExA(HKEY_LOCAL_MACHINE, groupOrderKeyPath, 0, KEY_ALL_ACCESS, &key));
+    Win32Code rc = RegOpenKeyExA(HKEY_LOCAL_MACHINE, groupOrderKeyPath, 0, KEY_ALL_ACCESS, &key);
     if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
     if (rc != ERROR_SUCCESS) return rc;
 
@@ -217,10 +216,9 @@ std::uint32_t ReadGroupOrderList(std::int32_t *count) {
     return ERROR_SUCCESS;
 }
 
-std::uint32_t SortServicesInGroups() {
+Win32Code SortServicesInGroups() {
     HKEY key = 0;
-    std::uint32_t rc =
-        static_cast<std::uint32_t>(RegOpenKeyExA(HKEY_LOCAL_MACHINE, tagOrderKeyPath, 0, KEY_ALL_ACCESS, &key));
+    Win32Code rc = RegOpenKeyExA(HKEY_LOCAL_MACHINE, tagOrderKeyPath, 0, KEY_ALL_ACCESS, &key);
     if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
     if (rc != ERROR_SUCCESS) return rc;
     const KeyGuard closeKey(&key);

@@ -5,6 +5,8 @@
 // Thread:  main thread only; nothing here is locked.
 #pragma once
 
+#include "servd/win32_code.h"
+
 #include <cstdint>
 #include <type_traits>
 
@@ -48,7 +50,7 @@ void RemoveServiceFromGroupList(GroupListEntry *list, const std::int32_t *size, 
 // Fills the front of grouplist, which is empty, with the groups of the order list. *count is their number, 0 also when
 // there is no order. Returns 0 or the code of the registry call that failed; a key without the value "List" is such a
 // failure, a missing key is not.
-[[nodiscard]] std::uint32_t ReadGroupOrderList(std::int32_t *count);
+[[nodiscard]] Win32Code ReadGroupOrderList(std::int32_t *count);
 // Brings the members of each group that has a tag vector into its order. Returns 0, also without any vectors, or the
 // code of the registry call that failed; the groups before it stay sorted.
-[[nodiscard]] std::uint32_t SortServicesInGroups();
+[[nodiscard]] Win32Code SortServicesInGroups();

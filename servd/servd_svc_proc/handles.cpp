@@ -22,6 +22,7 @@
 #include "servd/servd_svc_proc/values.h"
 #include "servd/servd_svc_proc/word_sum.h"
 #include "servd/service_keys.h"
+#include "servd/win32_code.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
 
@@ -55,7 +56,7 @@ void RemoveFromListNamedBy(HKEY key, const char *valueName, GroupListEntry *list
     if (ReadText(key, valueName, name) == ERROR_SUCCESS) RemoveServiceFromGroupList(list, size, name, serviceIndex);
 }
 
-std::int32_t OpenService(const char *name, std::int32_t *handle) {
+Win32Code OpenService(const char *name, std::int32_t *handle) {
     const std::int32_t index = GetServiceIndexFromName(name);
     if (index < 0 || svcdb[index].deletePending != 0) return ERROR_SERVICE_DOES_NOT_EXIST; // 1060
     svcdb[index].openCount = WordSum(svcdb[index].openCount, 1);
@@ -63,7 +64,7 @@ std::int32_t OpenService(const char *name, std::int32_t *handle) {
     return ERROR_SUCCESS;
 }
 
-std::int32_t CloseService(std::int32_t handle) {
+Win32Code CloseService(std::int32_t handle) {
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
     ServiceDatabaseEntry &entry = svcdb[handle];
     if (entry.openCount == 0) return ERROR_INVALID_HANDLE;
@@ -74,7 +75,7 @@ std::int32_t CloseService(std::int32_t handle) {
     return ERROR_SUCCESS;
 }
 
-std::int32_t DeleteService(std::int32_t handle) {
+Win32Code DeleteService(std::int32_t handle) {
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
     ServiceDatabaseEntry &entry = svcdb[handle];
     if (entry.deletePending != 0) return ERROR_SERVICE_MARKED_FOR_DELETE; // 1072
@@ -96,7 +97,7 @@ std::int32_t DeleteService(std::int32_t handle) {
     return ERROR_SUCCESS;
 }
 
-std::int32_t LockDatabase(std::int32_t lockId, const char *owner) {
+Win32Code LockDatabase(std::int32_t lockId, const char *owner) {
     if (lockId == 0 || owner == nullptr) return ERROR_INVALID_HANDLE; // 6
     if (svcdblock.lockId != 0) return ERROR_SERVICE_DATABASE_LOCKED;  // 1055, to the holder too
     svcdblock = {.lockId = lockId, .owner = CheckedCopy(owner), .lockedSinceSec = SecondsNow()};
@@ -104,7 +105,7 @@ std::int32_t LockDatabase(std::int32_t lockId, const char *owner) {
 }
 
 // A free database has the id 0, so that an unlock with id 0 always succeeds then; it must find no owner to free.
-std::int32_t UnlockDatabase(std::int32_t lockId) {
+Win32Code UnlockDatabase(std::int32_t lockId) {
     if (lockId != svcdblock.lockId) return ERROR_INVALID_SERVICE_LOCK; // 1071
     std::free(svcdblock.owner);
     svcdblock = {};
@@ -129,7 +130,7 @@ void QueryLock(servd_SERV_QUERY_LOCK_SERVICE_RETURN *reply) {
 
 servd_SERV_CONNECT_SERVICE_RETURN *serv_connect_service_1(servd_SERV_CONNECT_SERVICE *, svc_req *) {
     static servd_SERV_CONNECT_SERVICE_RETURN reply; // owns nothing
-    reply.status = static_cast<std::int32_t>(initstatus);
+    reply.status = initstatus;
     return &reply;
 }
 

@@ -19,10 +19,9 @@
 namespace {
 
 // Enters the service into the list under the name that one of its values holds, when it has that value.
-std::uint32_t FileService(HKEY key, const char *valueName, GroupListEntry **list, std::int32_t *size,
-                          std::int32_t index) {
+Win32Code FileService(HKEY key, const char *valueName, GroupListEntry **list, std::int32_t *size, std::int32_t index) {
     TextBuffer name = {};
-    const std::uint32_t rc = ReadText(key, valueName, name);
+    const Win32Code rc = ReadText(key, valueName, name);
     if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
     if (rc == ERROR_SUCCESS) AddServiceToGroupList(list, size, name, index);
     return rc;
@@ -30,13 +29,13 @@ std::uint32_t FileService(HKEY key, const char *valueName, GroupListEntry **list
 
 // Reads the values of one service into its record and files it under its group and its image path. *tag holds the tag
 // of the service before, and is left for the next.
-std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, DWORD *tag) {
+Win32Code LoadService(HKEY key, const char *name, std::int32_t index, DWORD *tag) {
     SetServiceName(index, name);
     ServiceDatabaseEntry &entry = svcdb[index];
     entry.reserved = 0;
 
     DWORD type = 0;
-    std::uint32_t rc = ReadNumber(key, typeValue, &type);
+    Win32Code rc = ReadNumber(key, typeValue, &type);
     if (rc != ERROR_SUCCESS) return rc;
     rc = ReadNumber(key, tagValue, tag);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
@@ -55,20 +54,20 @@ std::uint32_t LoadService(HKEY key, const char *name, std::int32_t index, DWORD 
 }
 
 // Whether the service was deleted while in use by an earlier daemon. Returns the registry's code.
-std::uint32_t QueryDeleteFlag(HKEY key, bool *deleted) {
+Win32Code QueryDeleteFlag(HKEY key, bool *deleted) {
     DWORD flag = 0;
-    const std::uint32_t rc = ReadNumber(key, deleteFlagValue, &flag);
+    const Win32Code rc = ReadNumber(key, deleteFlagValue, &flag);
     *deleted = rc == ERROR_SUCCESS;
-    return rc == ERROR_FILE_NOT_FOUND ? std::uint32_t{ERROR_SUCCESS} : rc;
+    return rc == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : rc;
 }
 
 } // namespace
 
-std::uint32_t ReadServiceDatabase() {
+Win32Code ReadServiceDatabase() {
     HKEY servicesKey = 0;
     DWORD disposition = 0;
-    std::uint32_t rc = static_cast<std::uint32_t>(RegCreateKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, nullptr, 0,
-                                                                  KEY_ALL_ACCESS, nullptr, &servicesKey, &disposition));
+    Win32Code rc = RegCreateKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                                   &servicesKey, &disposition);
     if (rc != ERROR_SUCCESS) return rc;
     ResizeServiceDatabase();
 
@@ -76,19 +75,19 @@ std::uint32_t ReadServiceDatabase() {
     for (std::int32_t index = 0;;) {
         TextBuffer name = {};
         DWORD nameBytes = textBytes;
-        rc = static_cast<std::uint32_t>(RegEnumKeyExA(servicesKey, static_cast<DWORD>(index), name, &nameBytes, nullptr,
-                                                      nullptr, nullptr, nullptr));
+        rc =
+            RegEnumKeyExA(servicesKey, static_cast<DWORD>(index), name, &nameBytes, nullptr, nullptr, nullptr, nullptr);
         if (rc != ERROR_SUCCESS) break;
 
         HKEY key = 0;
-        rc = static_cast<std::uint32_t>(RegOpenKeyExA(servicesKey, name, 0, KEY_ALL_ACCESS, &key));
+        rc = RegOpenKeyExA(servicesKey, name, 0, KEY_ALL_ACCESS, &key);
         if (rc != ERROR_SUCCESS) return rc;
         bool deleted = false;
         rc = QueryDeleteFlag(key, &deleted);
         if (rc != ERROR_SUCCESS) return rc;
         if (deleted) {
             (void)RegCloseKey(key);
-            rc = static_cast<std::uint32_t>(RegDeleteKeyA(servicesKey, name));
+            rc = RegDeleteKeyA(servicesKey, name);
             if (rc != ERROR_SUCCESS) return rc; // the same subkey would come again for ever
             continue;                           // the next subkey has moved to this index
         }
@@ -100,5 +99,5 @@ std::uint32_t ReadServiceDatabase() {
         (void)RegCloseKey(key);
     }
     (void)RegCloseKey(servicesKey);
-    return rc == ERROR_NO_MORE_ITEMS ? std::uint32_t{ERROR_SUCCESS} : rc;
+    return rc == ERROR_NO_MORE_ITEMS ? ERROR_SUCCESS : rc;
 }

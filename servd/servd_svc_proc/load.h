@@ -2,8 +2,10 @@
 // load: the service database from the registry.
 #pragma once
 
+#include "servd/win32_code.h"
+
 #include <cstdint>
 
 // Builds svcdb, the groups and the image paths from the registry. Returns 0 or the code of the registry call that
 // failed; the records filled so far stay.
-[[nodiscard]] std::uint32_t ReadServiceDatabase();
+[[nodiscard]] Win32Code ReadServiceDatabase();

@@ -64,7 +64,7 @@ const char *BecomeService(const Program &program) {
 
 } // namespace
 
-std::uint32_t LaunchService(const char *name, TextBuffer &imagePath, pid_t *processId) {
+Win32Code LaunchService(const char *name, TextBuffer &imagePath, pid_t *processId) {
     HKEY servicesKey = 0;
     HKEY serviceKey = 0;
     OpenServiceKeys(name, &servicesKey, &serviceKey); // Deliberate: the two stay open

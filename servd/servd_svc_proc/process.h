@@ -3,6 +3,7 @@
 #pragma once
 
 #include "servd/servd_svc_proc/values.h"
+#include "servd/win32_code.h"
 
 #include <sys/types.h>
 
@@ -14,7 +15,7 @@
 // Deliberate: leaves the two registry keys that it opens open.
 // Blocks for execLimitMs at most, beside the registry's calls. Signals that end the daemon end it meanwhile.
 // Returns 0; 3 when the program could not be executed, or was not in time, 6 when there is no child.
-[[nodiscard]] std::uint32_t LaunchService(const char *name, TextBuffer &imagePath, pid_t *processId);
+[[nodiscard]] Win32Code LaunchService(const char *name, TextBuffer &imagePath, pid_t *processId);
 
 // Kills the child that is not its program yet, if there is one. For a signal handler that ends the daemon: a child that
 // has been halted there would keep the daemon's clients waiting. Async-signal-safe.

@@ -82,7 +82,7 @@ bool HaveAllDeadlinesPassed(const GroupMember *members) {
 
 // Looks for the process that other services of this image path run in. Returns 1053 when there is one that cannot be
 // reached but may still come round; 0 when the service is to get a process of its own, which is so in any other case.
-std::uint32_t CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer &imagePath) {
+Win32Code CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer &imagePath) {
     HKEY servicesKey = 0;
     HKEY serviceKey = 0;
     OpenServiceKeys(entry.name, &servicesKey, &serviceKey);
@@ -132,9 +132,9 @@ void AwaitRegistration(const Host &host, pid_t processId) {
 
 // Starts the service's program and reaches its process. Returns 0 and the client; 3, 6, or 1053 when the process could
 // not be reached in time.
-std::uint32_t StartProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer &imagePath, RpcClient *client) {
+Win32Code StartProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer &imagePath, RpcClient *client) {
     pid_t processId = 0;
-    const std::uint32_t rc = LaunchService(entry.name, imagePath, &processId);
+    const Win32Code rc = LaunchService(entry.name, imagePath, &processId);
     if (rc != ERROR_SUCCESS) return rc;
     AwaitRegistration(host, processId);
     client->reset(
@@ -147,7 +147,7 @@ std::uint32_t StartProcess(ServiceDatabaseEntry &entry, const Host &host, TextBu
 
 } // namespace
 
-std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc) {
+Win32Code QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc) {
     ServiceDatabaseEntry &entry = svcdb[index];
     TakeLeftEnds();
     if (entry.status.dwCurrentState != SERVICE_STOPPED)
@@ -155,11 +155,11 @@ std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std:
     const Host host = ResolveThisHost();
     TextBuffer imagePath = {}; // what cannot be read into it leaves it as it is
     if ((entry.type & SERVICE_WIN32_SHARE_PROCESS) != 0) {
-        const std::uint32_t rc = CheckSharedProcess(entry, host, imagePath);
+        const Win32Code rc = CheckSharedProcess(entry, host, imagePath);
         if (rc != ERROR_SUCCESS) return rc;
     }
     RpcClient client;
-    const std::uint32_t rc = StartProcess(entry, host, imagePath, &client);
+    const Win32Code rc = StartProcess(entry, host, imagePath, &client);
     if (rc != ERROR_SUCCESS) return rc;
 
     service_START_SERVICE_IN request = {
@@ -175,7 +175,7 @@ std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std:
                     .dwServiceSpecificExitCode = 0,
                     .dwCheckPoint = 0,
                     .dwWaitHint = startWaitHintMs};
-    const std::int32_t status = answer->status;
+    const Win32Code status = answer->status;
     FreeRecord(answer);
-    return static_cast<std::uint32_t>(status);
+    return status;
 }

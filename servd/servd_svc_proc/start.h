@@ -3,6 +3,7 @@
 #pragma once
 
 #include "servd/service_xdr.h"
+#include "servd/win32_code.h"
 
 // Starts the service svcdb[index] in a new process and hands it its start request.
 //   arglist  start arguments in order; may be null; borrowed for the call
@@ -10,4 +11,4 @@
 // Blocks for whole seconds, up to the retry limits, plus one 25-second call.
 // Returns 0; 3 program could not be executed; 6 no fork; 1053 process unreachable or silent; 1056 the service is not
 // stopped; else the service's own refusal.
-[[nodiscard]] std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc);
+[[nodiscard]] Win32Code QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc);

@@ -8,11 +8,11 @@
 #include "servd/servd_svc_proc/load.h"
 
 std::int32_t binitializing;
-std::uint32_t initstatus;
+Win32Code initstatus;
 char scmhostname[256];
 
-std::uint32_t BuildDatabase() {
-    std::uint32_t rc = ReadGroupOrderList(&firstunorderedgroupindex);
+Win32Code BuildDatabase() {
+    Win32Code rc = ReadGroupOrderList(&firstunorderedgroupindex);
     if (rc == 0) rc = ReadServiceDatabase();
     if (rc == 0) rc = SortServicesInGroups();
     if (rc == 0) rc = RunAutoStartServices();

@@ -2,12 +2,14 @@
 // startup: what the daemon's initialisation makes known.
 #pragma once
 
+#include "servd/win32_code.h"
+
 #include <cstdint>
 
 extern std::int32_t binitializing; // 1 while it runs
-extern std::uint32_t initstatus;   // 0, or 1065 when the database could not be built
+extern Win32Code initstatus;       // 0, or 1065 when the database could not be built
 extern char scmhostname[256];      // this machine's name; reaches service processes
 
 // Reads the order of the groups and the services, sorts the groups and starts the automatic services. Returns 0 or the
 // code of the step that failed; those after it are not taken. Thread: main thread, once.
-[[nodiscard]] std::uint32_t BuildDatabase();
+[[nodiscard]] Win32Code BuildDatabase();

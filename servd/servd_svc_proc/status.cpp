@@ -13,12 +13,13 @@
 
 #include "servd/servd_svc_proc/handlers.h"
 #include "servd/servd_svc_proc/word_sum.h"
+#include "servd/win32_code.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
 
 namespace {
 
-std::int32_t SetStatus(std::int32_t handle, const svd_status_t &status) {
+Win32Code SetStatus(std::int32_t handle, const svd_status_t &status) {
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
     ServiceDatabaseEntry &entry = svcdb[handle];
     // Deliberate: taken as it stands, whoever sent it; a service that reports itself stopped keeps its process id.
@@ -29,7 +30,7 @@ std::int32_t SetStatus(std::int32_t handle, const svd_status_t &status) {
     return ERROR_SUCCESS;
 }
 
-std::int32_t QueryStatus(std::int32_t handle, svd_status_t *serviceStatus) {
+Win32Code QueryStatus(std::int32_t handle, svd_status_t *serviceStatus) {
     if (!IsServiceHandle(handle)) return ERROR_INVALID_HANDLE; // 6
     if (HasDeadlinePassedNow(svcdb[handle])) ServiceFailed(handle);
     *serviceStatus = svcdb[handle].status;

@@ -17,33 +17,31 @@ void OpenServiceKeys(const char *name, HKEY *services, HKEY *service) {
     (void)RegOpenKeyExA(*services, name, 0, KEY_ALL_ACCESS, service);
 }
 
-std::uint32_t ReadText(HKEY key, const char *name, TextBuffer &text) {
+Win32Code ReadText(HKEY key, const char *name, TextBuffer &text) {
     DWORD bytes = textBytes;
-    return static_cast<std::uint32_t>(
-        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &bytes));
+    return RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(text), &bytes);
 }
 
-std::uint32_t ReadNumber(HKEY key, const char *name, DWORD *number) {
+Win32Code ReadNumber(HKEY key, const char *name, DWORD *number) {
     DWORD bytes = sizeof *number;
-    return static_cast<std::uint32_t>(
-        RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(number), &bytes));
+    return RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<LPBYTE>(number), &bytes);
 }
 
-std::uint32_t QueryValueSize(HKEY key, const char *name, DWORD *bytes) {
+Win32Code QueryValueSize(HKEY key, const char *name, DWORD *bytes) {
     *bytes = 0;
-    return static_cast<std::uint32_t>(RegQueryValueExA(key, name, nullptr, nullptr, nullptr, bytes));
+    return RegQueryValueExA(key, name, nullptr, nullptr, nullptr, bytes);
 }
 
-std::uint32_t ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes, DWORD *type) {
+Win32Code ReadValue(HKEY key, const char *name, HeapText *value, DWORD *bytes, DWORD *type) {
     const DWORD room = *bytes;
     if (room > longestValueBytes) return ERROR_NOT_ENOUGH_MEMORY;
     value->reset(static_cast<char *>(CheckedCalloc(room + valueTerminatorBytes, 1)));
-    const LONG rc = RegQueryValueExA(key, name, nullptr, type, reinterpret_cast<LPBYTE>(value->get()), bytes);
+    const Win32Code rc = RegQueryValueExA(key, name, nullptr, type, reinterpret_cast<LPBYTE>(value->get()), bytes);
     *bytes = std::min(*bytes, room); // a value that has grown since is cut
-    return static_cast<std::uint32_t>(rc);
+    return rc;
 }
 
-std::uint32_t ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes, DWORD *type) {
-    const std::uint32_t rc = QueryValueSize(key, name, bytes);
+Win32Code ReadWholeValue(HKEY key, const char *name, HeapText *value, DWORD *bytes, DWORD *type) {
+    const Win32Code rc = QueryValueSize(key, name, bytes);
     return rc != ERROR_SUCCESS ? rc : ReadValue(key, name, value, bytes, type);
 }

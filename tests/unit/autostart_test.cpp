@@ -15,7 +15,7 @@ std::vector<std::string> leftovers; // arguments other than none
 
 } // namespace
 
-std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc) {
+Win32Code QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc) {
     const std::string name = svcdb[index].name;
     started.push_back(name);
     if (arglist != nullptr || argc != 0) leftovers.push_back(name);

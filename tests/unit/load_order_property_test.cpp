@@ -259,7 +259,7 @@ std::set<std::string> refused; // names whose start fails
 } // namespace
 
 // Takes the place of the starter: keeps the order, and fails for the names that are refused.
-std::uint32_t QuickStartService(std::int32_t index, svc_arglist_t *, std::int32_t) {
+Win32Code QuickStartService(std::int32_t index, svc_arglist_t *, std::int32_t) {
     started.emplace_back(svcdb[index].name);
     if (refused.contains(svcdb[index].name)) return ERROR_SERVICE_REQUEST_TIMEOUT;
     svcdb[index].status.dwCurrentState = SERVICE_START_PENDING;
