@@ -92,6 +92,9 @@ DWORD BeginServiceCall(const void *value, HandleCall *call) {
     OpenHandle &handle = *call->handle;
     if (handle.restarts == handle.link->restarts) return ERROR_SUCCESS;
     rc = OpenRecord(*handle.link, handle.name.c_str(), &handle.index);
-    if (rc == ERROR_SUCCESS) handle.restarts = handle.link->restarts;
-    return rc;
+    if (rc != ERROR_SUCCESS) return rc;
+    handle.restarts = handle.link->restarts;
+    handle.place = {.before = handle.index - 1};
+    handle.watch = {};
+    return ERROR_SUCCESS;
 }

@@ -5,7 +5,8 @@
 // process exits is given back to the daemon, which would keep it for ever.
 #pragma once
 
-#include "svcapi/link.h"
+#include "svcapi/listing.h"
+#include "svcapi/status_watch.h"
 
 #include <memory>
 
@@ -18,6 +19,8 @@ struct OpenHandle {
     // What follows is guarded by link->busy.
     std::string name;           // service: key name
     std::int32_t index = 0;     // service: its number at the daemon
+    ListedPlace place;          // service: where the enumeration has it
+    StatusWatch watch;          // service: what was seen of it
     std::int32_t lockId = 0;    // lock: its identifier
     std::uint32_t restarts = 0; // service, lock: link->restarts when it was opened
 };

@@ -28,6 +28,21 @@ DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, std::ve
     return ERROR_SUCCESS;
 }
 
+// One service is looked for among a few: services that were created or deleted have moved it a little.
+constexpr std::int32_t nearBytes = 2 * 1024;
+constexpr std::int32_t nearBefore = 4;
+
+// The service of a name among those that come behind `before` others of their class; *place is set where it is found.
+bool TakeNamed(std::vector<ListedService> &services, const std::string &name, DWORD serviceClass, std::int32_t before,
+               ListedPlace *place, std::optional<ListedService> *service) {
+    const auto found = std::find_if(services.begin(), services.end(),
+                                    [&](const ListedService &listed) { return listed.name == name; });
+    if (found == services.end()) return false;
+    *place = {serviceClass, before + static_cast<std::int32_t>(found - services.begin())};
+    *service = std::move(*found);
+    return true;
+}
+
 // The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be.
 DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
     service->reset();
@@ -107,6 +122,28 @@ DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<Listed
         if ((type & serviceClass) == 0) continue;
         const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, services);
         if (rc != ERROR_SUCCESS) return rc;
+    }
+    return ERROR_SUCCESS;
+}
+
+DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *place,
+                        std::optional<ListedService> *service) {
+    service->reset();
+    std::vector<ListedService> services;
+    if (place->before >= 0) {
+        const std::int32_t first = std::max(place->before - nearBefore, 0);
+        std::int32_t resumeIndex = first;
+        std::int32_t bytesNeeded = 0;
+        const DWORD rc = EnumerateRecords(link, static_cast<std::int32_t>(place->serviceClass), SERVICE_STATE_ALL,
+                                          nearBytes, &resumeIndex, &bytesNeeded, &services);
+        if (rc != ERROR_SUCCESS && rc != ERROR_INVALID_PARAMETER) return rc; // 87: the place is beyond the end
+        if (TakeNamed(services, name, place->serviceClass, first, place, service)) return ERROR_SUCCESS;
+    }
+    for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
+        services.clear();
+        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), SERVICE_STATE_ALL, &services);
+        if (rc != ERROR_SUCCESS) return rc;
+        if (TakeNamed(services, name, serviceClass, 0, place, service)) return ERROR_SUCCESS;
     }
     return ERROR_SUCCESS;
 }

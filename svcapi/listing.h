@@ -6,9 +6,22 @@
 #include "svcapi/link.h"
 #include "svcapi/packing.h"
 
+#include <optional>
+
 // Appends every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
 // state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database.
 [[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services);
+
+// Where the enumeration has a service.
+struct ListedPlace {
+    DWORD serviceClass = SERVICE_WIN32;
+    std::int32_t before = -1; // so many of the class come before it, as far as known; -1: not known
+};
+
+// Finds one service in the enumeration, near *place if it is there, else anywhere; *place is set to where it is.
+// *service stays empty when it is not listed. Codes as ListServices.
+[[nodiscard]] DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *place,
+                                      std::optional<ListedService> *service);
 
 // The state and the accepted controls of the service in a record; the other words are 0. Sends the control 0, which no
 // service ever sees. Returns 0; 6 when the record is free or the number out of range.

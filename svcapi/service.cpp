@@ -19,22 +19,34 @@ SC_HANDLE AddService(const HandleCall &call, const char *name, std::int32_t inde
     service.link = call.handle->link;
     service.name = name;
     service.index = index;
+    service.place = {.before = index - 1};
     service.restarts = service.link->restarts;
     return static_cast<SC_HANDLE>(AddHandle(std::move(service)));
 }
 
-DWORD PassiveStatus(DaemonLink &link, const OpenHandle &service, SERVICE_STATUS *status, bool *complete) {
-    std::vector<ListedService> services;
-    const DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, &services);
-    if (rc != ERROR_SUCCESS) return rc;
-    const auto found = std::find_if(services.begin(), services.end(),
-                                    [&](const ListedService &listed) { return listed.name == service.name; });
-    *complete = found != services.end();
-    if (*complete) {
-        *status = found->status;
-        return ERROR_SUCCESS;
+DWORD PassiveStatus(DaemonLink &link, OpenHandle &service, SERVICE_STATUS *status, bool *complete) {
+    std::optional<ListedService> listed;
+    if (service.index != 0) { // record 0 is never listed
+        const DWORD rc = FindListedService(link, service.name, &service.place, &listed);
+        if (rc != ERROR_SUCCESS) return rc;
     }
-    return PeekRecord(link, service.index, status);
+    *complete = listed.has_value();
+    if (!*complete) return PeekRecord(link, service.index, status);
+    *status = listed->status;
+    return ERROR_SUCCESS;
+}
+
+// Looks, and asks the daemon where that helps. The status ends up in the handle's watch.
+DWORD WatchedStatus(DaemonLink &link, OpenHandle &service) {
+    SERVICE_STATUS status = {};
+    bool complete = false;
+    DWORD rc = PassiveStatus(link, service, &status, &complete);
+    if (rc != ERROR_SUCCESS) return rc;
+    NoteLook(&service.watch, status, complete, CallClock::now());
+    if (!IsAskingUseful(service.watch, CallClock::now())) return ERROR_SUCCESS;
+    rc = QueryRecordStatus(link, service.index, &status);
+    if (rc == ERROR_SUCCESS) NoteLook(&service.watch, status, true, CallClock::now());
+    return rc;
 }
 
 // Hands a name out under the rules of the two name calls.
@@ -101,20 +113,23 @@ BOOL DeleteService(SC_HANDLE hService) {
 BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors) {
     if (dwNumServiceArgs != 0 && lpServiceArgVectors == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
     HandleCall call;
-    const DWORD rc = BeginServiceCall(hService, &call);
-    return Succeeded(rc != ERROR_SUCCESS
-                         ? rc
-                         : StartRecord(*call.handle->link, call.handle->index, dwNumServiceArgs, lpServiceArgVectors));
+    DWORD rc = BeginServiceCall(hService, &call);
+    if (rc != ERROR_SUCCESS) return Succeeded(rc);
+    rc = StartRecord(*call.handle->link, call.handle->index, dwNumServiceArgs, lpServiceArgVectors);
+    if (rc == ERROR_SUCCESS) NoteStart(&call.handle->watch, CallClock::now());
+    return Succeeded(rc);
 }
 
 BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus) {
     if (lpServiceStatus == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
     *lpServiceStatus = {};
     HandleCall call;
-    const DWORD rc = BeginServiceCall(hService, &call);
+    DWORD rc = BeginServiceCall(hService, &call);
+    if (rc != ERROR_SUCCESS) return Succeeded(rc);
     const auto control = static_cast<std::int32_t>(dwControl);
-    return Succeeded(
-        rc != ERROR_SUCCESS ? rc : ControlRecord(*call.handle->link, call.handle->index, control, lpServiceStatus));
+    rc = ControlRecord(*call.handle->link, call.handle->index, control, lpServiceStatus);
+    if (rc == ERROR_SUCCESS) NoteControlAnswer(&call.handle->watch, *lpServiceStatus, CallClock::now());
+    return Succeeded(rc);
 }
 
 BOOL tvDeclareServiceDead(SC_HANDLE hService) {
@@ -130,9 +145,10 @@ BOOL tvDeclareServiceDead(SC_HANDLE hService) {
 BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus) {
     if (lpServiceStatus == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
     HandleCall call;
-    const DWORD rc = BeginServiceCall(hService, &call);
-    return Succeeded(rc != ERROR_SUCCESS ? rc
-                                         : QueryRecordStatus(*call.handle->link, call.handle->index, lpServiceStatus));
+    DWORD rc = BeginServiceCall(hService, &call);
+    if (rc == ERROR_SUCCESS) rc = WatchedStatus(*call.handle->link, *call.handle);
+    if (rc == ERROR_SUCCESS) *lpServiceStatus = call.handle->watch.status;
+    return Succeeded(rc);
 }
 
 BOOL tvQueryServiceStatusPassive(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus, BOOL *complete) {

@@ -120,7 +120,7 @@ bool StartPending(Session &session, SC_HANDLE service, const std::string &name, 
         Failed(session, name, "start", ERROR_SERVICE_ALREADY_RUNNING, "paused; try: tvsc continue " + name);
         return false;
     }
-    if (status.dwWaitHint != 0 && IsFreshQuerySafe(status) && !QueryServiceStatus(service, &status)) {
+    if (!QueryServiceStatus(service, &status)) {
         Failed(session, name, "start", GetLastError());
         return false;
     }

@@ -6,11 +6,11 @@
 #include "tvsc/look.h"
 
 #include "svcapi/pid_file.h"
+#include "svcapi/status_watch.h"
 #include "tvsc/json_output.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/table.h"
-#include "tvsc/waiting.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
 #include "util/win32_names.h"
@@ -157,7 +157,7 @@ void LookCloser(Session &session, StatusLook look, ServiceView *view) {
     if (service == nullptr) return;
     SERVICE_STATUS *status = &view->service.status;
     if (look == StatusLook::fresh) {
-        if (!IsFreshQuerySafe(*status)) {
+        if (IsAsStarted(*status)) {
             Note(session, fmt::format("tvsc: {}: just started and silent so far: asking now would declare it dead",
                                       view->service.name));
             return;

@@ -210,9 +210,14 @@ BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpService
  * process is gone). Differs from Win32: dependents that run do not stop a stop (EnumDependentServicesA tells them). */
 BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus);
 
-/* Reads the status. Differs from Win32: it is not only a look. A service whose last announced wait has passed is
- * declared dead (SERVICE_STOPPED, 1067 ERROR_PROCESS_ABORTED) by this call, and a service that was just started and has
- * not reported yet as well. tvQueryServiceStatusPassive looks without touching. */
+/* Reads the status; may be called as often as one likes, also right after a start. Differs from Win32: it is not only a
+ * look. A service whose last announced wait has passed is declared dead (SERVICE_STOPPED, 1067 ERROR_PROCESS_ABORTED)
+ * by this call. The daemon would do so, too, with a service that was just started and has not reported yet, and with
+ * one that announced a wait in its answer to a control; so the library looks first (as tvQueryServiceStatusPassive
+ * does) and asks the daemon itself only where that cannot hurt: a service that has been started and stays silent is
+ * declared dead when it is seen so for 31 seconds, a wait announced in a control's answer counts from that answer.
+ * Of the service in the daemon's record 0, and of one marked for deletion, only state and accepted controls can be seen
+ * without asking: while it is SERVICE_START_PENDING and accepts nothing, the other words stay as a start leaves them. */
 BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
 
 /* Lists services, ENUM_SERVICE_STATUSA records in the daemon's order.

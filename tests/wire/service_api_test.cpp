@@ -534,6 +534,8 @@ TEST_F(ServiceApi, a_restarted_daemon_is_found_again_and_services_are_opened_ane
             asked = argument.handle;
             return servd_SERV_QUERY_STATUS_SERVICE_RETURN{0, {}};
         });
+    ScriptEnumeration({});
+    ScriptControl(ERROR_INVALID_SERVICE_CONTROL, SERVICE_RUNNING);
     OpenWeb();
     StopScriptedDaemon();
     openIndex = 9;
@@ -557,7 +559,7 @@ TEST_F(ServiceApi, a_broken_call_is_not_repeated) {
 }
 
 TEST_F(ServiceApi, a_call_ends_at_its_time_out) {
-    SetScript(QUERY_STATUS_SERVICE, [](SVCXPRT *) {});
+    SetScript(ENUM_STATUS_SERVICE, [](SVCXPRT *) {});
     OpenWeb();
     ASSERT_TRUE(tvSetCallTimeout(manager, 200));
     SERVICE_STATUS status;
@@ -604,6 +606,56 @@ TEST_F(ServiceApi, a_forked_child_that_exits_leaves_its_parents_handles_alone) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
     EXPECT_THAT(Closed(), IsEmpty());
+}
+
+// The calls that a look at the status makes, and what it takes from them.
+TEST_F(ServiceApi, a_service_is_looked_for_where_its_number_says) {
+    std::vector<std::int32_t> places;
+    OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
+        ENUM_STATUS_SERVICE, [&](servd_SERV_ENUM_STATUS_SERVICE &argument) {
+            places.push_back(argument.resumeIndex);
+            static svd_enum_status_list_t web = {Kept("web"), Kept("Web"), {0x10, 4, 1, 0, 0, 0, 0}, nullptr};
+            static svd_enum_status_list_t before = {Kept("before"), Kept("b"), {0x10, 1, 0, 0, 0, 0, 0}, &web};
+            return servd_SERV_ENUM_STATUS_SERVICE_RETURN{0, 1000, 2, 0, &before};
+        });
+    openIndex = 40;
+    OpenWeb();
+    SERVICE_STATUS status;
+    ASSERT_TRUE(QueryServiceStatus(service, &status));
+    EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_RUNNING});
+    EXPECT_THAT(places, ElementsAre(39 - 4)); // a few before it; record 0 is not counted
+    ASSERT_TRUE(QueryServiceStatus(service, &status));
+    EXPECT_THAT(places, ElementsAre(35, 36 - 4)); // it was the second from there
+}
+
+TEST_F(ServiceApi, a_service_that_is_not_where_its_number_says_is_looked_for_everywhere) {
+    std::vector<std::string> names = ManyNames(300);
+    names.push_back("web");
+    ScriptEnumeration(names);
+    openIndex = 2;
+    OpenWeb();
+    SERVICE_STATUS status;
+    BOOL complete = FALSE;
+    ASSERT_TRUE(tvQueryServiceStatusPassive(service, &status, &complete));
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_RUNNING});
+    const std::size_t calls = ProceduresCalled().size();
+    ASSERT_TRUE(tvQueryServiceStatusPassive(service, &status, &complete));
+    EXPECT_EQ(ProceduresCalled().size(), calls + 1);
+}
+
+TEST_F(ServiceApi, what_a_start_leaves_behind_is_not_asked_about) {
+    ScriptEnumeration({});
+    OnCall<servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN>(
+        CONTROL_SERVICE, [](servd_SERV_CONTROL_SERVICE &) {
+            return servd_SERV_CONTROL_SERVICE_RETURN{1052, {9, SERVICE_START_PENDING, 0, 9, 9, 9, 9}};
+        });
+    OpenWeb();
+    SERVICE_STATUS status;
+    ASSERT_TRUE(QueryServiceStatus(service, &status));
+    EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_START_PENDING});
+    const auto called = ProceduresCalled();
+    EXPECT_EQ(std::count(called.begin(), called.end(), std::uint32_t{QUERY_STATUS_SERVICE}), 0);
 }
 
 TEST_F(ServiceApi, the_peek_never_sends_a_control_that_a_service_could_see) {
