@@ -6,8 +6,8 @@
 
 #include "svcapi/packing.h"
 
-// SERVICE_WIN32, SERVICE_DRIVER or both; a state filter. What the daemon enumerates, classes in that order. 1065 while
-// the daemon has no database.
+// SERVICE_WIN32, SERVICE_DRIVER or both; a state filter. What the daemon enumerates, classes in that order, then the
+// service in record 0 if it passes the filters. 1065 while the daemon has no database.
 [[nodiscard]] DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services);
 
 // Everything that can be seen without touching anything: all that is enumerated, then the service in record 0.

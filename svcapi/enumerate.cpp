@@ -10,7 +10,7 @@
 DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services) {
     HandleCall call;
     const DWORD rc = BeginManagerCall(manager, &call);
-    return rc != ERROR_SUCCESS ? rc : ListServices(*call.handle->link, type, state, services);
+    return rc != ERROR_SUCCESS ? rc : ListServicesAndRecordZero(*call.handle->link, type, state, services);
 }
 
 DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *services) {

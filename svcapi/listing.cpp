@@ -56,14 +56,24 @@ DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
     rc = QueryRecordConfig(link, 0, &config, &code);
     if (rc != ERROR_SUCCESS) return rc;
     found.displayName = config.displayName;
+    found.status.dwServiceType = config.type;
     // The lowest record wins, so a display name of record 0 always leads to its own key name.
     rc = KeyNameOf(link, config.displayName.c_str(), &found.name);
     // One that is marked for deletion cannot be opened, and is not listed in any other record either.
     std::int32_t index = 0;
     if (rc == ERROR_SUCCESS) rc = OpenRecord(link, found.name.c_str(), &index);
     if (rc == ERROR_SUCCESS) rc = CloseRecord(link, index);
-    if (rc == ERROR_SUCCESS) *service = std::move(found);
+    if (rc == ERROR_SUCCESS && index == 0) *service = std::move(found); // else the configuration was left over
     return rc == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SUCCESS : rc;
+}
+
+// The daemon's own filters, for what it does not filter itself.
+bool PassesFilters(const SERVICE_STATUS &status, DWORD type, DWORD state) {
+    const bool isWin32 = (status.dwServiceType & SERVICE_WIN32) != 0;
+    const bool isDriver = (status.dwServiceType & (SERVICE_KERNEL_DRIVER | SERVICE_FILE_SYSTEM_DRIVER)) != 0;
+    const DWORD stateClass = status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
+    return (((type & SERVICE_WIN32) != 0 && isWin32) || ((type & SERVICE_DRIVER) != 0 && isDriver)) &&
+           (state & stateClass) != 0;
 }
 
 // The daemon answers a configuration in which nothing is set when the registry does not answer it.
@@ -124,6 +134,15 @@ DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<Listed
         if (rc != ERROR_SUCCESS) return rc;
     }
     return ERROR_SUCCESS;
+}
+
+DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services) {
+    DWORD rc = ListServices(link, type, state, services);
+    if (rc != ERROR_SUCCESS) return rc;
+    std::optional<ListedService> recordZero;
+    rc = ListRecordZero(link, &recordZero);
+    if (recordZero && PassesFilters(recordZero->status, type, state)) services->push_back(*std::move(recordZero));
+    return rc;
 }
 
 DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *place,

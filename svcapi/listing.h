@@ -12,6 +12,11 @@
 // state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database.
 [[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services);
 
+// The same, then the service in record 0 where it passes the filters; the enumeration leaves it out, so that of its
+// status type, state and accepted controls alone are known.
+[[nodiscard]] DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state,
+                                              std::vector<ListedService> *services);
+
 // Where the enumeration has a service.
 struct ListedPlace {
     DWORD serviceClass = SERVICE_WIN32;

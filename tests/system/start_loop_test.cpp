@@ -86,4 +86,29 @@ TEST_F(StartLoop, a_service_that_died_after_its_first_report_is_found_dead) {
     EXPECT_EQ(status.dwWin32ExitCode, DWORD{ERROR_PROCESS_ABORTED});
 }
 
+TEST_F(StartLoop, record_0_is_listed_last) {
+    CreateSample(name);
+    std::vector<std::byte> buffer(1 << 16);
+    auto *services = reinterpret_cast<ENUM_SERVICE_STATUSA *>(buffer.data());
+    DWORD needed = 0, returned = 0;
+    const auto list = [&](DWORD type, DWORD state) {
+        return EnumServicesStatusA(manager.handle, type, state, services, static_cast<DWORD>(buffer.size()), &needed,
+                                   &returned, nullptr);
+    };
+    ASSERT_TRUE(list(SERVICE_WIN32, SERVICE_STATE_ALL)) << GetLastError();
+    ASSERT_GE(returned, 2u);
+    EXPECT_STREQ(services[returned - 1].lpServiceName, "zero");
+    EXPECT_EQ(services[returned - 1].ServiceStatus.dwCurrentState, DWORD{SERVICE_STOPPED});
+    EXPECT_EQ(services[returned - 1].ServiceStatus.dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
+    const DWORD all = returned;
+    ASSERT_TRUE(list(SERVICE_DRIVER, SERVICE_STATE_ALL));
+    EXPECT_EQ(returned, 0u);
+    Do({"start", "zero"});
+    ASSERT_TRUE(list(SERVICE_WIN32, SERVICE_INACTIVE));
+    EXPECT_EQ(returned, all - 1);
+    ASSERT_TRUE(list(SERVICE_WIN32, SERVICE_ACTIVE));
+    EXPECT_STREQ(services[returned - 1].lpServiceName, "zero");
+    Do({"stop", "zero"});
+}
+
 } // namespace

@@ -400,6 +400,7 @@ std::vector<std::string> ManyNames(int count) {
 TEST_F(ServiceApi, an_enumeration_goes_on_until_everything_has_come) {
     const std::vector<std::string> names = ManyNames(2000);
     ScriptEnumeration(names);
+    ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();
     std::vector<ListedService> services;
     ASSERT_EQ(EnumerateServices(manager, SERVICE_WIN32, SERVICE_STATE_ALL, &services), DWORD{ERROR_SUCCESS});
@@ -412,6 +413,7 @@ TEST_F(ServiceApi, an_enumeration_goes_on_until_everything_has_come) {
 TEST_F(ServiceApi, a_service_larger_than_a_piece_is_fetched_all_the_same) {
     const std::vector<std::string> names = {"first", std::string(40000, 'x'), "last"};
     ScriptEnumeration(names);
+    ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();
     std::vector<ListedService> services;
     ASSERT_EQ(EnumerateServices(manager, SERVICE_WIN32, SERVICE_STATE_ALL, &services), DWORD{ERROR_SUCCESS});
@@ -426,6 +428,7 @@ TEST_F(ServiceApi, both_classes_are_asked_for_one_after_the_other) {
             filters.push_back(argument.typeFilter);
             return servd_SERV_ENUM_STATUS_SERVICE_RETURN{};
         });
+    ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();
     std::vector<ListedService> services;
     EXPECT_EQ(EnumerateServices(manager, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, &services),
@@ -438,6 +441,7 @@ TEST_F(ServiceApi, an_enumeration_without_any_record_says_that_there_is_no_datab
         ENUM_STATUS_SERVICE, [](servd_SERV_ENUM_STATUS_SERVICE &) {
             return servd_SERV_ENUM_STATUS_SERVICE_RETURN{87, 0, 0, 0, nullptr};
         });
+    ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();
     std::vector<ListedService> services;
     EXPECT_EQ(EnumerateServices(manager, SERVICE_WIN32, SERVICE_STATE_ALL, &services),
@@ -446,6 +450,7 @@ TEST_F(ServiceApi, an_enumeration_without_any_record_says_that_there_is_no_datab
 
 TEST_F(ServiceApi, a_small_buffer_is_filled_again_and_again_by_the_resume_handle) {
     ScriptEnumeration(ManyNames(7));
+    ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();
     ENUM_SERVICE_STATUSA buffer[4];
     std::vector<std::string> names;
