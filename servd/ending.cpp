@@ -2,21 +2,26 @@
 // ending: leaving the port mapper from inside a signal handler, and ending the process there.
 //
 // svc_unregister and exit cannot be called there: the interrupted code may hold libtirpc's or malloc's locks, and the
-// process would hang for ever. The request to the port mapper is therefore encoded beforehand and sent by hand over its
-// local socket, where the caller is known by its user id (the same request that rpcb_unset sends).
-// Thread: prepared on the main thread; the handler runs on whichever thread the signal finds.
+// process would hang for ever. The request to the port mapper is therefore encoded beforehand (the one that rpcb_unset
+// sends) and sent by hand, the same way as the library sent the registration: over the port mapper's local socket,
+// where the caller is known by its user id; and where that socket is not to be seen, in a container or a /run of one's
+// own, over the loopback interface, where a port that only root can have tells as much. Thread: prepared on the main
+// thread; the handler runs on whichever thread the signal finds.
 #include "servd/ending.h"
 
 #include "rpc/codec.h"
 #include "rpc/message.h"
 #include "servd/servd_xdr.h"
 
+#include <netinet/in.h>
+#include <rpc/pmap_prot.h>
 #include <rpc/rpcb_prot.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -25,8 +30,8 @@ namespace {
 constexpr int waitLimitMs = 250; // for each of three steps
 
 MessageOutput unsetRequest; // encoded once, never released
-sockaddr_un portMapper;     // the address of its local socket
-int portMapperSocket = -1;  // not connected yet
+int localSocket = -1;       // both not connected yet
+int loopbackSocket = -1;
 alignas(16) char handlerStack[64 * 1024];
 
 bool EncodeUnsetRequest() {
@@ -55,28 +60,56 @@ bool EncodeUnsetRequest() {
 }
 
 // A blocking socket whose waits are bounded; made beforehand, because the descriptor table may be full later.
-int MakePortMapperSocket() {
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+int MakePortMapperSocket(int family) {
+    const int descriptor = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const timeval limit = {0, suseconds_t{waitLimitMs} * 1000};
     (void)setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     (void)setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     return descriptor;
 }
 
+bool ConnectLocally() {
+    sockaddr_un portMapper = {AF_UNIX, _PATH_RPCBINDSOCK};
+    return connect(localSocket, reinterpret_cast<const sockaddr *>(&portMapper), sizeof portMapper) == 0;
+}
+
+// Takes one of the ports that only root can have, where it can have one.
+void BindToReservedPort() {
+    sockaddr_in own = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    for (int port = IPPORT_RESERVED - 1; port >= IPPORT_RESERVED / 2; --port) {
+        own.sin_port = htons(static_cast<std::uint16_t>(port));
+        if (bind(loopbackSocket, reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0 || errno != EADDRINUSE) {
+            return;
+        }
+    }
+}
+
+bool ConnectOverLoopback() {
+    BindToReservedPort();
+    const sockaddr_in portMapper = {AF_INET, htons(PMAPPORT), {htonl(INADDR_LOOPBACK)}, {}};
+    return connect(loopbackSocket, reinterpret_cast<const sockaddr *>(&portMapper), sizeof portMapper) == 0;
+}
+
+// The connected socket, -1 for none. A port mapper that is there, but does not accept in time, is not tried again.
+int ReachPortMapper() {
+    if (ConnectLocally()) return localSocket;
+    if (errno == EAGAIN) return -1;
+    return ConnectOverLoopback() ? loopbackSocket : -1;
+}
+
 void LeavePortMapper() {
+    const int portMapper = ReachPortMapper();
     char answer[64];
-    if (connect(portMapperSocket, reinterpret_cast<const sockaddr *>(&portMapper), sizeof portMapper) == 0 &&
-        send(portMapperSocket, unsetRequest.bytes, unsetRequest.size, MSG_NOSIGNAL) > 0) {
-        (void)recv(portMapperSocket, answer, sizeof answer, 0); // the entry is gone once the answer is there
+    if (portMapper >= 0 && send(portMapper, unsetRequest.bytes, unsetRequest.size, MSG_NOSIGNAL) > 0) {
+        (void)recv(portMapper, answer, sizeof answer, 0); // the entry is gone once the answer is there
     }
 }
 
 } // namespace
 
 void PrepareEnding() {
-    portMapper.sun_family = AF_UNIX;
-    std::strcpy(portMapper.sun_path, _PATH_RPCBINDSOCK);
-    portMapperSocket = MakePortMapperSocket();
+    localSocket = MakePortMapperSocket(AF_UNIX);
+    loopbackSocket = MakePortMapperSocket(AF_INET);
     if (!EncodeUnsetRequest()) ReleaseOutput(&unsetRequest); // the process still ends; the entry stays
     stack_t stack = {};
     stack.ss_sp = handlerStack;
