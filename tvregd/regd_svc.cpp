@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // regd_svc: the dispatcher and the handlers of the registry service.
 //
-// A handler fills the body of its result, in which names and data are borrowed from the tree: they are encoded before
-// anything can change. Every result goes out with the discriminant 1.
+// The handler of a procedure is the overload of Serve that takes its argument. It fills the body of the result, in which
+// names and data are borrowed from the tree: they are encoded before anything can change. Every result goes out with the
+// discriminant 1.
 //
 // Sizes. Buffer sizes for names and classes count the terminator, lengths that are answered do not. What does not fit
 // its buffer answers 234 with the length needed and without the name; a class of size 0 was not asked for. Data that
@@ -48,17 +49,17 @@ regd_FILETIME FileTime(std::uint64_t time) {
     return {static_cast<std::uint32_t>(time), static_cast<std::uint32_t>(time >> 32)};
 }
 
-void ServeCloseKey(Registry &registry, const regd_REG_CLOSE_KEY &call, regd_BASIC_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_CLOSE_KEY &call, regd_BASIC_RETURN *answer) {
     answer->status = CloseKey(registry, call.key);
 }
 
-void ServeOpenKey(Registry &registry, const regd_REG_OPEN_KEY &call, regd_REG_OPEN_KEY_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_OPEN_KEY &call, regd_REG_OPEN_KEY_RETURN *answer) {
     Key *key = nullptr;
     answer->status = OpenKey(registry, call.key, Text(call.subKey), &key);
     if (answer->status == 0) answer->key = HandleOf(*key);
 }
 
-void ServeOpenKeyEx(Registry &registry, const regd_REG_OPEN_KEY_EX &call, regd_REG_OPEN_KEY_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_OPEN_KEY_EX &call, regd_REG_OPEN_KEY_RETURN *answer) {
     Key *key = nullptr;
     answer->status = OpenKey(registry, call.key, Name(call.subKey, call.subKeyIsNull), &key);
     if (answer->status == 0) answer->key = HandleOf(*key);
@@ -71,21 +72,21 @@ void Create(Registry &registry, std::uint32_t handle, std::string_view path, con
     if (answer->status == 0) answer->key = HandleOf(*key);
 }
 
-void ServeCreateKey(Registry &registry, const regd_REG_CREATE_KEY &call, regd_REG_CREATE_KEY_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_CREATE_KEY &call, regd_REG_CREATE_KEY_RETURN *answer) {
     Create(registry, call.key, Name(call.subKey, call.subKeyIsNull), std::nullopt, REG_OPTION_NON_VOLATILE, answer);
 }
 
-void ServeCreateKeyEx(Registry &registry, const regd_REG_CREATE_KEY_EX &call, regd_REG_CREATE_KEY_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_CREATE_KEY_EX &call, regd_REG_CREATE_KEY_RETURN *answer) {
     std::optional<std::string> keyClass;
     if (call.classIsNull == 0) keyClass = Text(call.keyClass);
     Create(registry, call.key, Name(call.subKey, call.subKeyIsNull), keyClass, call.options, answer);
 }
 
-void ServeDeleteKey(Registry &registry, const regd_REG_DELETE_KEY &call, regd_BASIC_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_DELETE_KEY &call, regd_BASIC_RETURN *answer) {
     answer->status = DeleteKey(registry, call.key, Text(call.subKey));
 }
 
-void ServeDeleteValue(Registry &registry, const regd_REG_DELETE_VALUE &call, regd_BASIC_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_DELETE_VALUE &call, regd_BASIC_RETURN *answer) {
     answer->status = DeleteValue(registry, call.key, Name(call.valueName, call.nameIsNull));
 }
 
@@ -110,15 +111,15 @@ void Enumerate(Registry &registry, std::uint32_t handle, std::uint32_t index, st
     }
 }
 
-void ServeEnumKey(Registry &registry, const regd_REG_ENUM_KEY &call, regd_REG_ENUM_KEY_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_ENUM_KEY &call, regd_REG_ENUM_KEY_RETURN *answer) {
     Enumerate(registry, call.key, call.index, call.nameBytes, 0, answer);
 }
 
-void ServeEnumKeyEx(Registry &registry, const regd_REG_ENUM_KEY_EX &call, regd_REG_ENUM_KEY_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_ENUM_KEY_EX &call, regd_REG_ENUM_KEY_RETURN *answer) {
     Enumerate(registry, call.key, call.index, call.nameBytes, call.classBytes, answer);
 }
 
-void ServeEnumValue(Registry &registry, const regd_REG_ENUM_VALUE &call, regd_REG_ENUM_VALUE_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_ENUM_VALUE &call, regd_REG_ENUM_VALUE_RETURN *answer) {
     const Value *value = nullptr;
     answer->status = ValueAt(registry, call.key, call.index, &value);
     if (answer->status != 0) return;
@@ -135,8 +136,7 @@ void ServeEnumValue(Registry &registry, const regd_REG_ENUM_VALUE &call, regd_RE
 }
 
 // The caller of the class wants all of it and cuts it to its buffer itself.
-void ServeQueryInfoKey(Registry &registry, const regd_REG_QUERY_INFO_KEY &call,
-                       regd_REG_QUERY_INFO_KEY_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_QUERY_INFO_KEY &call, regd_REG_QUERY_INFO_KEY_RETURN *answer) {
     Key *key = nullptr;
     answer->status = OpenKey(registry, call.key, {}, &key);
     answer->classIsNull = 1;
@@ -171,7 +171,7 @@ void AnswerData(const Value &value, std::uint32_t dataBytes, bool dataIsNull, re
 }
 
 // The unnamed value of a subkey, which must be a string.
-void ServeQueryValue(Registry &registry, const regd_REG_QUERY_VALUE &call, regd_REG_QUERY_VALUE_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_QUERY_VALUE &call, regd_REG_QUERY_VALUE_RETURN *answer) {
     Key *key = nullptr;
     answer->status = OpenKey(registry, call.key, Name(call.subKey, call.subKeyIsNull), &key);
     if (answer->status != 0) return;
@@ -185,7 +185,7 @@ void ServeQueryValue(Registry &registry, const regd_REG_QUERY_VALUE &call, regd_
     }
 }
 
-void ServeQueryValueEx(Registry &registry, const regd_REG_QUERY_VALUE_EX &call, regd_REG_QUERY_VALUE_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_QUERY_VALUE_EX &call, regd_REG_QUERY_VALUE_RETURN *answer) {
     const Value *value = nullptr;
     answer->status = QueryValue(registry, call.key, Name(call.valueName, call.nameIsNull), &value);
     if (answer->status == 0) AnswerData(*value, call.dataBytes, call.dataIsNull != 0, answer);
@@ -193,7 +193,7 @@ void ServeQueryValueEx(Registry &registry, const regd_REG_QUERY_VALUE_EX &call, 
 
 // The unnamed value of a subkey, which is made when it is not there. Stored with its terminator; the length beside the
 // string is ignored, as Win32 does.
-void ServeSetValue(Registry &registry, const regd_REG_SET_VALUE &call, regd_BASIC_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_SET_VALUE &call, regd_BASIC_RETURN *answer) {
     answer->status = ERROR_INVALID_PARAMETER; // 87
     if (call.type != REG_SZ) return;
     Key *key = nullptr;
@@ -207,47 +207,39 @@ void ServeSetValue(Registry &registry, const regd_REG_SET_VALUE &call, regd_BASI
 }
 
 // With the size 0 the bytes are a placeholder for no data.
-void ServeSetValueEx(Registry &registry, const regd_REG_SET_VALUE_EX &call, regd_BASIC_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_SET_VALUE_EX &call, regd_BASIC_RETURN *answer) {
     answer->status = ERROR_INVALID_PARAMETER;
     if (call.dataBytes > call.data.count) return;
     const std::string_view data(call.dataBytes != 0 ? call.data.bytes : "", call.dataBytes);
     answer->status = SetValue(registry, call.key, Name(call.valueName, call.nameIsNull), call.type, data);
 }
 
-void ServeFlushKey(Registry &registry, const regd_REG_FLUSH_KEY &call, regd_BASIC_RETURN *answer) {
+void Serve(Registry &registry, const regd_REG_FLUSH_KEY &call, regd_BASIC_RETURN *answer) {
     answer->status = FlushKey(registry, call.key);
 }
 
-void ServeQueryVersion(Registry &, const regd_REG_QUERY_VERSION &, regd_REG_QUERY_VERSION_RETURN *answer) {
+void Serve(Registry &, const regd_REG_QUERY_VERSION &, regd_REG_QUERY_VERSION_RETURN *answer) {
     *answer = {0, VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH};
 }
 
 // Nothing is kept for a client, so nothing is done when it comes or goes.
-void ServePing(Registry &, const regd_REG_PING_DAEMON &call, regd_BASIC_RETURN *answer) {
+void Serve(Registry &, const regd_REG_PING_DAEMON &call, regd_BASIC_RETURN *answer) {
     answer->status = call.mode <= STILL_THERE ? 0 : ERROR_INVALID_PARAMETER;
 }
 
-// Hives, security descriptors and notification: there are none here.
-template <typename Arguments, typename Body>
-void ServeNotImplemented(Registry &, const Arguments &, Body *answer) {
+// All the others, for hives, security descriptors and notification: there are none here.
+template <typename Argument, typename Body>
+void Serve(Registry &, const Argument &, Body *answer) {
     answer->status = ERROR_CALL_NOT_IMPLEMENTED; // 120
 }
 
-// A filter as the library wants it.
-template <typename Filter>
-xdrproc_t Untyped(Filter *filter) {
-    return reinterpret_cast<xdrproc_t>(reinterpret_cast<void *>(filter));
-}
-
 // What is answered, in place of what was, when the database fails.
-template <typename Result>
-bool_t (*routineOfResult)(XDR *, Result *) = nullptr;
 template <typename Result>
 bool_t CodeFailure(XDR *xdrs, std::uint32_t *status) {
     Result result{};
     result.discriminant = 1;
     result.body.status = *status;
-    return routineOfResult<Result>(xdrs, &result);
+    return routineOf<Result>(xdrs, &result);
 }
 
 // Answers those whose writes, or reads of such, were in a group that has ended.
@@ -268,82 +260,29 @@ void EndTurn(bool requestsWait) {
     TellEnd(*served);
 }
 
-template <typename Arguments, typename Body, typename Result>
-void Answer(SVCXPRT *transport, bool_t (*decode)(XDR *, Arguments *),
-            void (*serve)(Registry &, const Arguments &, Body *), bool_t (*encode)(XDR *, Result *)) {
-    Arguments arguments{};
-    if (svc_getargs(transport, Untyped(decode), reinterpret_cast<char *>(&arguments))) {
-        Result result{};
-        result.discriminant = 1;
-        routineOfResult<Result> = encode;
-        served->isProvisional = false;
-        try {
-            serve(*served, arguments, &result.body);
-        } catch (const std::exception &failure) {
-            result.body = {};
-            result.body.status = AbandonGroup(*served, failure);
-        }
-        TellEnd(*served);
-        if (served->isProvisional && served->group.isOpen) HoldReply(CodeFailure<Result>);
-        (void)svc_sendreply(transport, Untyped(encode), reinterpret_cast<char *>(&result));
-    } else {
-        svcerr_decode(transport);
+template <typename Argument>
+ResultOf<Argument> Answer(const Argument &argument) {
+    ResultOf<Argument> result{};
+    result.discriminant = 1;
+    served->isProvisional = false;
+    try {
+        Serve(*served, argument, &result.body);
+    } catch (const std::exception &failure) {
+        result.body = {};
+        result.body.status = AbandonGroup(*served, failure);
     }
-    (void)svc_freeargs(transport, Untyped(decode), reinterpret_cast<char *>(&arguments));
+    TellEnd(*served);
+    if (served->isProvisional && served->group.isOpen) HoldReply(CodeFailure<ResultOf<Argument>>);
+    return result;
 }
 
 void Dispatch(svc_req *request, SVCXPRT *transport) {
     switch (request->rq_proc) {
-    case NULLPROC: (void)svc_sendreply(transport, Untyped(xdr_void), nullptr); return;
-    case REG_CLOSE_KEY: return Answer(transport, xdr_regd_REG_CLOSE_KEY, ServeCloseKey, xdr_regd_BASIC_RES);
-    case REG_CREATE_KEY: return Answer(transport, xdr_regd_REG_CREATE_KEY, ServeCreateKey, xdr_regd_REG_CREATE_KEY_RES);
-    case REG_CREATE_KEY_EX:
-        return Answer(transport, xdr_regd_REG_CREATE_KEY_EX, ServeCreateKeyEx, xdr_regd_REG_CREATE_KEY_RES);
-    case REG_DELETE_KEY: return Answer(transport, xdr_regd_REG_DELETE_KEY, ServeDeleteKey, xdr_regd_BASIC_RES);
-    case REG_DELETE_VALUE: return Answer(transport, xdr_regd_REG_DELETE_VALUE, ServeDeleteValue, xdr_regd_BASIC_RES);
-    case REG_ENUM_KEY: return Answer(transport, xdr_regd_REG_ENUM_KEY, ServeEnumKey, xdr_regd_REG_ENUM_KEY_RES);
-    case REG_ENUM_KEY_EX: return Answer(transport, xdr_regd_REG_ENUM_KEY_EX, ServeEnumKeyEx, xdr_regd_REG_ENUM_KEY_RES);
-    case REG_ENUM_VALUE: return Answer(transport, xdr_regd_REG_ENUM_VALUE, ServeEnumValue, xdr_regd_REG_ENUM_VALUE_RES);
-    case REG_FLUSH_KEY: return Answer(transport, xdr_regd_REG_FLUSH_KEY, ServeFlushKey, xdr_regd_BASIC_RES);
-    case REG_GET_KEY_SECURITY:
-        return Answer(transport, xdr_regd_REG_GET_KEY_SEC,
-                      ServeNotImplemented<regd_REG_GET_KEY_SEC, regd_REG_GET_KEY_SEC_RETURN>,
-                      xdr_regd_REG_GET_KEY_SEC_RES);
-    case REG_LOAD_KEY:
-        return Answer(transport, xdr_regd_REG_LOAD_KEY, ServeNotImplemented<regd_REG_LOAD_KEY, regd_BASIC_RETURN>,
-                      xdr_regd_BASIC_RES);
-    case REG_NOTIFY_CHANGE_KEY_VALUE:
-        return Answer(transport, xdr_regd_REG_NOTIFY_CHANGE_KEY_VALUE,
-                      ServeNotImplemented<regd_REG_NOTIFY_CHANGE_KEY_VALUE, regd_BASIC_RETURN>, xdr_regd_BASIC_RES);
-    case REG_OPEN_KEY: return Answer(transport, xdr_regd_REG_OPEN_KEY, ServeOpenKey, xdr_regd_REG_OPEN_KEY_RES);
-    case REG_OPEN_KEY_EX: return Answer(transport, xdr_regd_REG_OPEN_KEY_EX, ServeOpenKeyEx, xdr_regd_REG_OPEN_KEY_RES);
-    case REG_QUERY_INFO_KEY:
-        return Answer(transport, xdr_regd_REG_QUERY_INFO_KEY, ServeQueryInfoKey, xdr_regd_REG_QUERY_INFO_KEY_RES);
-    case REG_QUERY_VALUE:
-        return Answer(transport, xdr_regd_REG_QUERY_VALUE, ServeQueryValue, xdr_regd_REG_QUERY_VALUE_RES);
-    case REG_QUERY_VALUE_EX:
-        return Answer(transport, xdr_regd_REG_QUERY_VALUE_EX, ServeQueryValueEx, xdr_regd_REG_QUERY_VALUE_RES);
-    case REG_REPLACE_KEY:
-        return Answer(transport, xdr_regd_REG_REPLACE_KEY, ServeNotImplemented<regd_REG_REPLACE_KEY, regd_BASIC_RETURN>,
-                      xdr_regd_BASIC_RES);
-    case REG_RESTORE_KEY:
-        return Answer(transport, xdr_regd_REG_RESTORE_KEY, ServeNotImplemented<regd_REG_RESTORE_KEY, regd_BASIC_RETURN>,
-                      xdr_regd_BASIC_RES);
-    case REG_SAVE_KEY:
-        return Answer(transport, xdr_regd_REG_SAVE_KEY, ServeNotImplemented<regd_REG_SAVE_KEY, regd_BASIC_RETURN>,
-                      xdr_regd_BASIC_RES);
-    case REG_SET_KEY_SECURITY:
-        return Answer(transport, xdr_regd_REG_SET_KEY_SEC, ServeNotImplemented<regd_REG_SET_KEY_SEC, regd_BASIC_RETURN>,
-                      xdr_regd_BASIC_RES);
-    case REG_SET_VALUE: return Answer(transport, xdr_regd_REG_SET_VALUE, ServeSetValue, xdr_regd_BASIC_RES);
-    case REG_SET_VALUE_EX: return Answer(transport, xdr_regd_REG_SET_VALUE_EX, ServeSetValueEx, xdr_regd_BASIC_RES);
-    case REG_UNLOAD_KEY:
-        return Answer(transport, xdr_regd_REG_UNLOAD_KEY, ServeNotImplemented<regd_REG_UNLOAD_KEY, regd_BASIC_RETURN>,
-                      xdr_regd_BASIC_RES);
-    case REG_QUERY_VERSION:
-        return Answer(transport, xdr_regd_REG_QUERY_VERSION, ServeQueryVersion, xdr_regd_REG_QUERY_VERSION_RES);
-    case REG_PING_DAEMON: return Answer(transport, xdr_regd_REG_PING_DAEMON, ServePing, xdr_regd_BASIC_RES);
-    default: svcerr_noproc(transport);
+    case NULLPROC: AnswerNullProcedure(transport); break;
+#define ANSWER(number, name, stub, Argument, Result)                                                                   \
+    case number: AnswerProcedure<Argument>(transport, Answer<Argument>); break;
+        REGD_PROCEDURES(ANSWER)
+    default: svcerr_noproc(transport); break;
     }
 }
 
