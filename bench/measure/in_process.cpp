@@ -12,6 +12,7 @@
 #include "servd/servd_svc_proc/groups.h"
 #include "servd/servd_svc_proc/handlers.h"
 #include "servd/servd_svc_proc/load.h"
+#include "tv/winsvc.h"
 
 #include <benchmark/benchmark.h>
 #include <fmt/core.h>

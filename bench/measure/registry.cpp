@@ -5,10 +5,12 @@
 #include "bench/floor/floor_rpc.h"
 #include "bench/measure/rows.h"
 #include "bench/measure/servers.h"
+#include "servd/servd_svc_proc/autostart.h"
 #include "servd/servd_svc_proc/database.h"
 #include "servd/servd_svc_proc/groups.h"
 #include "servd/servd_svc_proc/kept_names.h"
 #include "servd/servd_svc_proc/load.h"
+#include "servd/service_keys.h"
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
