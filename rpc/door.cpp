@@ -714,9 +714,10 @@ bool IsLocalPeer(const sockaddr_in &peer, const sockaddr_in &local) {
 }
 
 // The door's set stands for the listener and all connections: there is nothing else that the library could wait for.
-bool ServeNextRequests(int wake, const sigset_t *waitingMask) {
+bool ServeNextRequests(int wake, const sigset_t *waitingMask, int timeoutMs) {
     pollfd waited[] = {{door.epoll, POLLIN, 0}, {wake, POLLIN, 0}};
-    (void)ppoll(waited, std::size(waited), nullptr, waitingMask);
+    const timespec timeout = {timeoutMs / 1000, timeoutMs % 1000 * 1'000'000L};
+    (void)ppoll(waited, std::size(waited), timeoutMs >= 0 ? &timeout : nullptr, waitingMask);
     if (waited[1].revents != 0) return false;
     if (waited[0].revents != 0) svc_getreq_poll(waited, 1);
     return true;

@@ -57,5 +57,6 @@ void ReplaceReplies(std::uint32_t number);
 //   wake          a descriptor that ends the loop when it can be read; -1 for none
 //   waitingMask   the signal mask to wait with, so that a signal that is blocked otherwise ends the wait; null for the
 //                 present one
+//   timeoutMs     how long to wait at most; -1 for ever
 // Returns false once wake can be read, true in any other case, an interrupted wait included.
-[[nodiscard]] bool ServeNextRequests(int wake, const sigset_t *waitingMask = nullptr);
+[[nodiscard]] bool ServeNextRequests(int wake, const sigset_t *waitingMask = nullptr, int timeoutMs = -1);

@@ -22,8 +22,11 @@ void NoteChange(Registry &registry, Key &key, Change change) {
 void GoBack(Tree &tree, Change &change) {
     std::size_t index = 0;
     switch (change.kind) {
-    case Change::Kind::KeyMade: (void)TakeOutKey(tree, *change.key, &index); break;
-    case Change::Kind::KeyDeleted: PutKeyBack(tree, *change.key, std::move(change.gone), change.index); break;
+    case Change::Kind::KeyMade: RemoveKey(tree, *change.key); break;
+    case Change::Kind::KeyBuried:
+        DigUpKey(tree, *change.key, *change.parent, change.index);
+        change.key->isErased = false;
+        break;
     case Change::Kind::KeyTouched: change.key->written = change.written; break;
     case Change::Kind::ValueMade: (void)TakeOutValue(*change.key, *change.value, &index); break;
     case Change::Kind::ValueReplaced:
@@ -97,11 +100,12 @@ Key *HangKey(Registry &registry, Key &parent, std::unique_ptr<Key> key) {
     return made;
 }
 
-void TakeKeyOut(Registry &registry, Key &key) {
+void BuryKey(Registry &registry, Key &key, bool isErased) {
     Key &parent = *key.parent;
-    Change change{.kind = Change::Kind::KeyDeleted, .key = &parent};
-    change.gone = TakeOutKey(registry.tree, key, &change.index);
-    NoteChange(registry, parent, std::move(change));
+    parent.changedIn = registry.group.number;
+    const std::size_t index = BuryKey(registry.tree, key);
+    key.isErased = isErased;
+    NoteChange(registry, key, {.kind = Change::Kind::KeyBuried, .key = &key, .parent = &parent, .index = index});
 }
 
 void TouchKey(Registry &registry, Key &key, std::uint64_t written) {

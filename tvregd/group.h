@@ -17,9 +17,9 @@
 
 // One step of the way back.
 struct Change {
-    enum class Kind { KeyMade, KeyDeleted, KeyTouched, ValueMade, ValueReplaced, ValueDeleted } kind;
-    Key *key;                        // that was made or touched; of the value; the parent of a key deleted
-    std::unique_ptr<Key> gone{};     // the key deleted
+    enum class Kind { KeyMade, KeyBuried, KeyTouched, ValueMade, ValueReplaced, ValueDeleted } kind;
+    Key *key;                        // that was made, buried or touched; of the value
+    Key *parent = nullptr;           // of the key buried
     std::unique_ptr<Value> before{}; // the value deleted, or as it was before it was replaced
     Value *value = nullptr;          // made or replaced
     std::size_t index = 0;           // where the deleted one stood
@@ -39,8 +39,9 @@ struct Registry {
     Tree tree;
     Store *store = nullptr; // borrowed
     Group group{};
-    bool isProvisional = false;           // what the present operation saw or did; for the caller to reset
-    std::optional<std::uint32_t> ended{}; // a group has ended with this code; to be told those in it, then reset
+    std::uint64_t erased = 0, eraseFailed = 0; // FILETIME of the last pieces; see graveyard.h
+    bool isProvisional = false;                // what the present operation saw or did; for the caller to reset
+    std::optional<std::uint32_t> ended{};      // a group has ended with this code; to be told those in it, then reset
 };
 
 // Now as a FILETIME: 100-nanosecond steps since 1601.
@@ -58,7 +59,7 @@ template <typename Writes>
 
 // Changes to the tree, each with its way back.
 Key *HangKey(Registry &registry, Key &parent, std::unique_ptr<Key> key);
-void TakeKeyOut(Registry &registry, Key &key);
+void BuryKey(Registry &registry, Key &key, bool isErased);
 void TouchKey(Registry &registry, Key &key, std::uint64_t written);
 void HangValue(Registry &registry, Key &key, Value value);
 void ReplaceValue(Registry &registry, Key &key, Value &value, Value by); // type and data; the name stays

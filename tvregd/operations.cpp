@@ -2,6 +2,8 @@
 // operations: paths are followed in the tree, changes go to the store first.
 #include "tvregd/operations.h"
 
+#include "tvregd/graveyard.h"
+
 #include "util/printable.h"
 
 #include <algorithm>
@@ -88,7 +90,12 @@ std::uint32_t CreateKey(Registry &registry, std::uint32_t handle, std::string_vi
     std::vector<std::unique_ptr<Key>> made;
     if (const std::uint32_t rc = MakeKeys(registry.tree, parent, rest, keyClass, options != 0, &made); rc != 0)
         return rc;
-    if (const std::uint32_t rc = WriteRows(registry, rest.size(), [&] { StoreKeys(*registry.store, made); }); rc != 0)
+    if (const std::uint32_t rc = WriteRows(registry, rest.size(),
+                                           [&] {
+                                               StoreKeys(*registry.store, made);
+                                               StoreTouched(*registry.store, parent, made.front()->written);
+                                           });
+        rc != 0)
         return rc;
     TouchKey(registry, parent, made.front()->written);
     for (auto &next : made)
@@ -101,11 +108,17 @@ std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_vi
     Key *key = nullptr;
     if (const std::uint32_t rc = OpenKey(registry, handle, path, &key); rc != 0) return rc;
     if (key->parent == nullptr) return ERROR_ACCESS_DENIED; // 5
+    bool isErased = false;
     const std::uint64_t now = FileTimeNow();
-    if (const std::uint32_t rc = WriteRows(registry, 0, [&] { StoreKeyDeleted(*registry.store, *key, now); }); rc != 0)
+    if (const std::uint32_t rc = WriteRows(registry, 0,
+                                           [&] {
+                                               isErased = StoreDeleted(*registry.store, *key);
+                                               StoreTouched(*registry.store, *key->parent, now);
+                                           });
+        rc != 0)
         return rc;
     TouchKey(registry, *key->parent, now);
-    TakeKeyOut(registry, *key);
+    BuryKey(registry, *key, isErased);
     return 0;
 }
 
@@ -162,13 +175,18 @@ std::uint32_t SetValue(Registry &registry, std::uint32_t handle, std::string_vie
     if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     if (name.size() > MAX_VALUE_NAME) return ERROR_INVALID_PARAMETER;
     Value value{std::string(name), type, std::string(data)};
+    Value *present = FindValue(*key, name);
     const std::uint64_t now = FileTimeNow();
-    if (const std::uint32_t rc =
-            WriteRows(registry, name.size() + data.size(), [&] { StoreValue(*registry.store, *key, value, now); });
-        rc != 0)
-        return rc;
+    const auto write = [&] {
+        if (present != nullptr) {
+            StoreValueReplaced(*registry.store, *present, value, now);
+        } else {
+            StoreValue(*registry.store, *key, value, now);
+        }
+    };
+    if (const std::uint32_t rc = WriteRows(registry, name.size() + data.size(), write); rc != 0) return rc;
     TouchKey(registry, *key, now);
-    if (Value *present = FindValue(*key, name); present != nullptr) {
+    if (present != nullptr) {
         ReplaceValue(registry, *key, *present, std::move(value));
     } else {
         HangValue(registry, *key, std::move(value));
@@ -182,7 +200,11 @@ std::uint32_t DeleteValue(Registry &registry, std::uint32_t handle, std::string_
     Value *value = FindValue(*key, name);
     if (value == nullptr) return ERROR_FILE_NOT_FOUND;
     const std::uint64_t now = FileTimeNow();
-    if (const std::uint32_t rc = WriteRows(registry, 0, [&] { StoreValueDeleted(*registry.store, *key, *value, now); });
+    if (const std::uint32_t rc = WriteRows(registry, 0,
+                                           [&] {
+                                               EraseValue(*registry.store, *value);
+                                               StoreTouched(*registry.store, *key, now);
+                                           });
         rc != 0)
         return rc;
     TouchKey(registry, *key, now);

@@ -13,6 +13,7 @@
 
 #include "registry/regd_xdr.h"
 #include "rpc/door.h"
+#include "tvregd/graveyard.h"
 #include "util/printable.h"
 
 #include <netinet/in.h>
@@ -253,11 +254,13 @@ void TellEnd(Registry &registry) {
     registry.ended.reset();
 }
 
-// Between two requests: those that were ready at the same time share a commit.
+// Between two requests: those that were ready at the same time share a commit. Where requests never cease, what nobody
+// waits for has its turn, too.
 void EndTurn(bool requestsWait) {
-    if (!served->group.isOpen || (requestsWait && !IsGroupFull(served->group))) return;
+    if (requestsWait && served->group.isOpen && !IsGroupFull(served->group)) return;
     (void)CommitGroup(*served);
     TellEnd(*served);
+    if (requestsWait && IsEraseDue(*served)) (void)EraseSome(*served);
 }
 
 template <typename Argument>
@@ -306,7 +309,12 @@ bool StartService(Registry &registry, bool allowRemote) {
     return true;
 }
 
-void FinishTurn() { EndTurn(false); }
+int FinishTurn() {
+    constexpr int triesAgainMs = 1000;
+    EndTurn(false);
+    if (EraseSome(*served)) return 0;
+    return IsAnythingBuried(*served) ? triesAgainMs : -1;
+}
 
 void StopService() {
     // Against a port mapper that hangs, the library waits for more than a minute, with all signals blocked.

@@ -12,9 +12,10 @@
 // Returns false after a text on stderr. One service for each process.
 [[nodiscard]] bool StartService(Registry &registry, bool allowRemote);
 
-// Commits what is not committed yet and answers those who wait for it. To be called whenever the loop has nothing more
-// to serve, and before the registry is closed.
-void FinishTurn();
+// Commits what is not committed yet, answers those who wait for it, and does a piece of the work that nobody waits for.
+// To be called whenever the loop has nothing more to serve, and before the registry is closed.
+// Returns how long the loop may wait before it calls again, in milliseconds; -1: for ever.
+int FinishTurn();
 
 // Takes the program out of the port mapper. For the end of the process: when that takes more than five seconds, the
 // entry stays and the process exits with status 0.

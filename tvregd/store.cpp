@@ -8,39 +8,49 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
 namespace {
 
-constexpr int SCHEMA_VERSION = 1;
+constexpr int SCHEMA_VERSION = 2;
 
-// AUTOINCREMENT remembers the highest number ever used, so that the handle of a deleted key does not come to name a new
-// one. The subkeys and values of a key go with it. A key was written when the youngest of its values was, unless its
-// own row tells a later time: setting a value, the most frequent write, then changes one page only.
+// Positions and ids are given out upwards, and entries listed in their order. A key was written when the youngest of
+// its values was, unless its own row tells a later time: setting a value, the most frequent write, then changes one
+// page only. The last number ever given to a key is remembered, so that the handle of a deleted key does not come to
+// name a new one. Keys in deleted_keys are no more, nor is what is below them; their rows are being erased.
 constexpr const char *SCHEMA = R"(
     CREATE TABLE keys (
-        number   INTEGER PRIMARY KEY AUTOINCREMENT,
-        parent   INTEGER REFERENCES keys ON DELETE CASCADE,
-        position INTEGER NOT NULL,
-        name     TEXT NOT NULL COLLATE NOCASE,
+        number   INTEGER NOT NULL,
+        parent   INTEGER,
+        position INTEGER PRIMARY KEY,
+        name     TEXT NOT NULL,
         class    TEXT,
         volatile INTEGER NOT NULL,
-        written  INTEGER NOT NULL,
-        UNIQUE (parent, name)
+        written  INTEGER NOT NULL
     ) STRICT;
     CREATE TABLE key_values (
         id       INTEGER PRIMARY KEY,
-        key      INTEGER NOT NULL REFERENCES keys ON DELETE CASCADE,
-        name     TEXT NOT NULL COLLATE NOCASE,
+        key      INTEGER NOT NULL,
+        name     TEXT NOT NULL,
         type     INTEGER NOT NULL,
         data     BLOB NOT NULL,
-        written  INTEGER NOT NULL,
-        UNIQUE (key, name)
+        written  INTEGER NOT NULL
     ) STRICT;
+    CREATE TABLE deleted_keys (position INTEGER PRIMARY KEY) STRICT;
+    CREATE TABLE counters (last_number INTEGER NOT NULL) STRICT;
 )";
+
+// From the first version, in which the tables had indexes, which compared names by their ASCII letters.
+constexpr const char *FROM_VERSION_1[] = {
+    "ALTER TABLE keys RENAME TO old_keys; ALTER TABLE key_values RENAME TO old_values", SCHEMA, R"(
+    INSERT INTO keys SELECT number, parent, position, name, class, volatile, written FROM old_keys ORDER BY position;
+    INSERT INTO key_values SELECT id, key, name, type, data, written FROM old_values ORDER BY id;
+    INSERT INTO counters SELECT seq FROM sqlite_sequence WHERE name = 'old_keys';
+    DROP TABLE old_values;
+    DROP TABLE old_keys;
+)"};
 
 void Bind(SQLite::Statement &statement, int column, std::int64_t value) { statement.bind(column, value); }
 void Bind(SQLite::Statement &statement, int column, std::uint32_t value) { statement.bind(column, value); }
@@ -71,30 +81,43 @@ void Run(SQLite::Statement &statement, const Arguments &...arguments) {
 // A time has 64 bits and SQLite's integers are signed; the times of the next 27,000 years fit.
 std::int64_t Stored(std::uint64_t time) { return static_cast<std::int64_t>(time); }
 
+void SetVersion(SQLite::Database &database) {
+    database.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
+}
+
 void MakeTables(SQLite::Database &database) {
     database.exec("BEGIN IMMEDIATE");
     database.exec(SCHEMA);
     for (const auto &root : MakeTree().roots) {
         SQLite::Statement insert(database, "INSERT INTO keys VALUES (?, NULL, ?, ?, NULL, 0, 0)");
-        Run(insert, root->number, root->number, root->name);
+        Run(insert, root->number, root->row, root->name);
     }
-    database.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
+    database.exec("INSERT INTO counters VALUES (" + std::to_string(ROOT_COUNT) + ")");
+    SetVersion(database);
+    database.exec("COMMIT");
+}
+
+void UpdateTables(SQLite::Database &database) {
+    database.exec("BEGIN IMMEDIATE");
+    for (const char *step : FROM_VERSION_1)
+        database.exec(step);
+    SetVersion(database);
     database.exec("COMMIT");
 }
 
 // Everything that the statements of the store need: they are prepared right after it.
 SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
-    SQLite::Database database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+    SQLite::Database database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX);
     database.setBusyTimeout(2000); // for a reader that recovers or cleans up; the daemon waits meanwhile
     const int version = database.execAndGet("PRAGMA user_version").getInt();
     const int tables = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt();
     const bool fresh = version == 0 && tables == 0;
-    if (!fresh && version != SCHEMA_VERSION) throw std::runtime_error("not a registry that this version can read");
+    if (!fresh && version != 1 && version != SCHEMA_VERSION)
+        throw std::runtime_error("not a registry that this version can read");
     (void)database.execAndGet("PRAGMA journal_mode = WAL");
     if (fresh) MakeTables(database);
+    if (version == 1) UpdateTables(database);
     database.exec(durability == Durability::FULL ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
-    database.exec("PRAGMA foreign_keys = ON");
-    database.exec("DELETE FROM keys WHERE volatile");
     return database;
 }
 
@@ -108,64 +131,22 @@ int LockFile(const std::string &file) {
     return descriptor;
 }
 
-Key *KeyOfRow(const Tree &tree, std::int64_t number) {
-    const auto found = tree.byNumber.find(static_cast<std::uint32_t>(number));
-    if (found == tree.byNumber.end())
-        throw std::runtime_error("the database is damaged: there is no key " + std::to_string(number));
-    return found->second;
-}
-
-void LoadKeys(Store &store, Tree &tree) {
-    SQLite::Statement rows(store.database, "SELECT number, parent, name, class, volatile, written, position FROM keys "
-                                           "ORDER BY position");
-    while (rows.executeStep()) {
-        const std::int64_t number = rows.getColumn(0).getInt64();
-        const auto written = static_cast<std::uint64_t>(rows.getColumn(5).getInt64());
-        store.lastPosition = rows.getColumn(6).getInt64();
-        if (rows.getColumn(1).isNull()) {
-            KeyOfRow(tree, number)->written = written;
-            continue;
-        }
-        Key *parent = KeyOfRow(tree, rows.getColumn(1).getInt64());
-        if (number <= ROOT_COUNT || number > MAX_KEY_NUMBER || parent->depth == MAX_DEPTH)
-            throw std::runtime_error("the database is damaged: key " + std::to_string(number) + " cannot be");
-        auto key = std::make_unique<Key>();
-        key->number = static_cast<std::uint32_t>(number);
-        key->name = rows.getColumn(2).getString();
-        if (!rows.getColumn(3).isNull()) key->keyClass = rows.getColumn(3).getString();
-        key->isVolatile = rows.getColumn(4).getInt() != 0;
-        key->written = written;
-        (void)AddKey(tree, *parent, std::move(key));
-    }
-    tree.lastNumber = store.database.execAndGet("SELECT seq FROM sqlite_sequence WHERE name = 'keys'").getUInt();
-}
-
-void LoadValues(Store &store, const Tree &tree) {
-    SQLite::Statement rows(store.database, "SELECT key, name, type, data, written FROM key_values ORDER BY id");
-    while (rows.executeStep()) {
-        Value value;
-        value.name = rows.getColumn(1).getString();
-        value.type = rows.getColumn(2).getUInt();
-        value.data = rows.getColumn(3).getString();
-        Key *key = KeyOfRow(tree, rows.getColumn(0).getInt64());
-        key->written = std::max(key->written, static_cast<std::uint64_t>(rows.getColumn(4).getInt64()));
-        (void)AddValue(*key, std::move(value));
-    }
-}
-
 } // namespace
 
 Store::Store(int lock, const std::string &file, Durability durable)
     : lockDescriptor(lock), durability(durable), database(OpenDatabase(file, durable)),
       begin(database, "BEGIN IMMEDIATE"), commit(database, "COMMIT"), rollback(database, "ROLLBACK"),
-      insertKey(database, "INSERT INTO keys (number, parent, position, name, class, volatile, written) "
-                          "VALUES (?, ?, ?, ?, ?, ?, ?)"),
-      touchKey(database, "UPDATE keys SET written = ? WHERE number = ?"),
-      deleteKey(database, "DELETE FROM keys WHERE number = ?"),
-      putValue(database, "INSERT INTO key_values (key, name, type, data, written) VALUES (?, ?, ?, ?, ?) "
-                         "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data, "
-                         "written = excluded.written"),
-      deleteValue(database, "DELETE FROM key_values WHERE key = ? AND name = ?") {}
+      insertKey(database, "INSERT INTO keys VALUES (?, ?, ?, ?, ?, ?, ?)"),
+      touchKey(database, "UPDATE keys SET written = ? WHERE position = ?"),
+      nameKey(database, "UPDATE keys SET name = ? WHERE position = ?"),
+      eraseKey(database, "DELETE FROM keys WHERE position = ?"),
+      insertValue(database, "INSERT INTO key_values VALUES (?, ?, ?, ?, ?, ?)"),
+      replaceValue(database, "UPDATE key_values SET type = ?, data = ?, written = ? WHERE id = ?"),
+      nameValue(database, "UPDATE key_values SET name = ? WHERE id = ?"),
+      eraseValue(database, "DELETE FROM key_values WHERE id = ?"),
+      bury(database, "INSERT INTO deleted_keys VALUES (?)"),
+      forget(database, "DELETE FROM deleted_keys WHERE position = ?"),
+      putLastNumber(database, "UPDATE counters SET last_number = ?") {}
 
 StoreGuard OpenStore(const std::string &file, Durability durability) {
     int lock = LockFile(file);
@@ -182,14 +163,13 @@ void CloseStore(Store *store) {
     CloseDescriptorAt(&lock);
 }
 
-void LoadTree(Store &store, Tree &tree) {
-    LoadKeys(store, tree);
-    LoadValues(store, tree);
-}
-
 void Begin(Store &store) { Run(store.begin); }
 
-void Commit(Store &store) { Run(store.commit); }
+void Commit(Store &store) {
+    if (store.lastNumber != store.lastNumberInFile) Run(store.putLastNumber, store.lastNumber);
+    Run(store.commit);
+    store.lastNumberInFile = store.lastNumber;
+}
 
 void RollBack(Store &store) noexcept {
     if (sqlite3_get_autocommit(store.database.getHandle()) != 0) return;
@@ -200,25 +180,37 @@ void RollBack(Store &store) noexcept {
 
 void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys) {
     for (const auto &key : keys) {
-        Run(store.insertKey, key->number, key->parent->number, ++store.lastPosition, key->name, key->keyClass,
+        key->row = ++store.lastKeyRow;
+        Run(store.insertKey, key->number, key->parent->number, key->row, key->name, key->keyClass,
             static_cast<std::uint32_t>(key->isVolatile), Stored(key->written));
+        store.lastNumber = key->number;
     }
-    Run(store.touchKey, Stored(keys.front()->written), keys.front()->parent->number);
 }
 
-void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written) {
-    Run(store.deleteKey, key.number);
-    Run(store.touchKey, Stored(written), key.parent->number);
+void StoreTouched(Store &store, const Key &key, std::uint64_t written) {
+    Run(store.touchKey, Stored(written), key.row);
 }
 
-void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written) {
-    Run(store.putValue, key.number, value.name, value.type, Blob{value.data}, Stored(written));
+void StoreKeyName(Store &store, const Key &key) { Run(store.nameKey, key.name, key.row); }
+
+void StoreValue(Store &store, const Key &key, Value &value, std::uint64_t written) {
+    value.row = ++store.lastValueRow;
+    Run(store.insertValue, value.row, key.number, value.name, value.type, Blob{value.data}, Stored(written));
 }
 
-void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written) {
-    Run(store.deleteValue, key.number, value.name);
-    Run(store.touchKey, Stored(written), key.number);
+void StoreValueReplaced(Store &store, const Value &value, const Value &by, std::uint64_t written) {
+    Run(store.replaceValue, by.type, Blob{by.data}, Stored(written), value.row);
 }
+
+void StoreValueName(Store &store, const Value &value) { Run(store.nameValue, value.name, value.row); }
+
+void EraseKey(Store &store, const Key &key) { Run(store.eraseKey, key.row); }
+
+void EraseValue(Store &store, const Value &value) { Run(store.eraseValue, value.row); }
+
+void StoreBuried(Store &store, const Key &key) { Run(store.bury, key.row); }
+
+void StoreForgotten(Store &store, const Key &key) { Run(store.forget, key.row); }
 
 // The log is the only file that holds what is not on the disk yet: SQLite syncs it before it brings anything from it
 // into the database.

@@ -4,7 +4,10 @@
 // The daemon alone writes the file, and holds a lock on it that keeps a second daemon out; other programs may read it
 // meanwhile. What is written between Begin and Commit survives the end of the daemon when Commit returns, and with
 // Durability::FULL also the end of the machine. The functions throw SQLite::Exception when SQLite fails; the
-// transaction is then to be rolled back. Thread: the only one.
+// transaction is then to be rolled back.
+//
+// Keys and values are found in memory and by their row numbers only, so that the tables have no other index: a change
+// writes one page, and reading everything at start is one walk over each table. Thread: the only one.
 #pragma once
 
 #include "tvregd/tree.h"
@@ -23,40 +26,51 @@ enum class Durability {
 };
 
 struct Store {
-    Store(int lock, const std::string &file, Durability durability);
+    Store(int lock, const std::string &file, Durability durable);
 
     int lockDescriptor; // the lock lasts as long as it is open
     Durability durability;
     SQLite::Database database;
     SQLite::Statement begin, commit, rollback;
-    SQLite::Statement insertKey, touchKey, deleteKey;
-    SQLite::Statement putValue, deleteValue;
-    std::int64_t lastPosition = 0; // of the youngest key; keys are listed in the order of their positions
+    SQLite::Statement insertKey, touchKey, nameKey, eraseKey;
+    SQLite::Statement insertValue, replaceValue, nameValue, eraseValue;
+    SQLite::Statement bury, forget;
+    SQLite::Statement putLastNumber;
+    std::int64_t lastKeyRow = 0, lastValueRow = 0; // given out last: entries are listed in the order of their rows
+    std::uint32_t lastNumber = 0;                  // of a key, given out last
+    std::uint32_t lastNumberInFile = 0;
 };
 
 void CloseStore(Store *store);
 using StoreGuard = std::unique_ptr<Store, Calls<&CloseStore>>;
 
-// Opens the file, making it and its tables when they are not there, and drops the volatile keys of an earlier daemon.
+// Opens the file, making it and its tables when they are not there, or bringing those of an earlier version up to date.
 // Throws std::runtime_error with a text for people when another daemon has the file or it is no registry of ours.
 StoreGuard OpenStore(const std::string &file, Durability durability = Durability::FULL);
-
-// Reads everything into a fresh tree (MakeTree).
-void LoadTree(Store &store, Tree &tree);
 
 // A transaction: nothing is stored outside of one.
 void Begin(Store &store);
 void Commit(Store &store);
 void RollBack(Store &store) noexcept; // also when SQLite has done so by itself
 
-// Stores new keys, which are not in the tree yet but know their parents, each behind its own. The parent of the first
-// gets its `written` time.
+// Stores new keys, which know their parents, each behind its own, and gives them their rows.
 void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys);
-// Removes a key with everything below it; `written` is for its parent.
-void StoreKeyDeleted(Store &store, const Key &key, std::uint64_t written);
-// Sets a value, new or not, of a key that gets the time `written`.
-void StoreValue(Store &store, const Key &key, const Value &value, std::uint64_t written);
-void StoreValueDeleted(Store &store, const Key &key, const Value &value, std::uint64_t written);
+void StoreTouched(Store &store, const Key &key, std::uint64_t written);
+void StoreKeyName(Store &store, const Key &key);
+
+// Stores a new value of a key, which gets the time `written`, and gives it its row.
+void StoreValue(Store &store, const Key &key, Value &value, std::uint64_t written);
+// Another type and other data for a value that is there; its key gets the time `written`.
+void StoreValueReplaced(Store &store, const Value &value, const Value &by, std::uint64_t written);
+void StoreValueName(Store &store, const Value &value);
+
+// Rows that go. A key's own row only: those of its values and subkeys are somebody's to erase before.
+void EraseKey(Store &store, const Key &key);
+void EraseValue(Store &store, const Value &value);
+
+// Marks a key as deleted with everything below it, whose rows are still to be erased, or as erased.
+void StoreBuried(Store &store, const Key &key);
+void StoreForgotten(Store &store, const Key &key);
 
 // Brings what Durability::NORMAL has left to the system onto the disk. Outside of a transaction.
 void SyncStore(Store &store);

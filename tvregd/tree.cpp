@@ -4,48 +4,73 @@
 
 #include <algorithm>
 
-static char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
+// --- lists of entries with names ---
 
-bool NoCaseLess::operator()(std::string_view a, std::string_view b) const {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                        [](char x, char y) { return LowerAscii(x) < LowerAscii(y); });
+// Most lists are so short that looking through them takes no longer than a table would, and no memory.
+static constexpr std::size_t FEW = 8;
+
+// Another entry may have the name by now, or had it first.
+template <typename Entry>
+static void ForgetName(NamedList<Entry> &list, Entry &entry) {
+    if (!list.byName) return;
+    const auto found = list.byName->find(&entry);
+    if (found != list.byName->end() && *found == &entry) (void)list.byName->erase(found);
 }
 
 template <typename Entry>
 static Entry *Find(const NamedList<Entry> &list, std::string_view name) {
-    const auto found = list.byName.find(name);
-    return found != list.byName.end() ? found->second : nullptr;
+    if (list.byName) {
+        const auto found = list.byName->find(name);
+        return found != list.byName->end() ? *found : nullptr;
+    }
+    const auto found = std::find_if(list.inOrder.begin(), list.inOrder.end(),
+                                    [&](const auto &entry) { return AreNamesEqual(entry->name, name); });
+    return found != list.inOrder.end() ? found->get() : nullptr;
 }
 
 template <typename Entry>
-static Entry *Insert(NamedList<Entry> &list, std::unique_ptr<Entry> entry, std::size_t index) {
+static Entry *Insert(NamedList<Entry> &list, std::unique_ptr<Entry> entry, std::size_t index, bool *isNameTaken) {
     Entry *added = entry.get();
+    if (isNameTaken != nullptr) *isNameTaken = !list.byName && Find(list, added->name) != nullptr;
     (void)list.inOrder.insert(list.inOrder.begin() + static_cast<std::ptrdiff_t>(index), std::move(entry));
-    list.byName.emplace(added->name, added);
+    if (list.byName) {
+        const bool isNew = list.byName->insert(added).second;
+        if (isNameTaken != nullptr) *isNameTaken = !isNew;
+    } else if (list.inOrder.size() > FEW) {
+        list.byName = std::make_unique<typename decltype(list.byName)::element_type>();
+        for (const auto &listed : list.inOrder)
+            (void)list.byName->insert(listed.get());
+    }
     return added;
 }
 
+// The last ones are looked at first: whatever empties a list does so from its end.
 template <typename Entry>
-static std::unique_ptr<Entry> TakeOut(NamedList<Entry> &list, const Entry &entry, std::size_t *index) {
-    list.byName.erase(entry.name);
-    const auto found = std::find_if(list.inOrder.begin(), list.inOrder.end(),
+static std::unique_ptr<Entry> TakeOut(NamedList<Entry> &list, Entry &entry, std::size_t *index) {
+    ForgetName(list, entry);
+    const auto found = std::find_if(list.inOrder.rbegin(), list.inOrder.rend(),
                                     [&](const auto &listed) { return listed.get() == &entry; });
-    *index = static_cast<std::size_t>(found - list.inOrder.begin());
+    *index = static_cast<std::size_t>(list.inOrder.rend() - found) - 1;
     std::unique_ptr<Entry> taken = std::move(*found);
-    list.inOrder.erase(found);
+    (void)list.inOrder.erase(list.inOrder.begin() + static_cast<std::ptrdiff_t>(*index));
     return taken;
 }
+
+// --- numbers and handles ---
 
 Tree MakeTree() {
     static constexpr const char *NAMES[ROOT_COUNT] = {
         "HKEY_CLASSES_ROOT",     "HKEY_CURRENT_USER",   "HKEY_LOCAL_MACHINE", "HKEY_USERS",
         "HKEY_PERFORMANCE_DATA", "HKEY_CURRENT_CONFIG", "HKEY_DYN_DATA"};
     Tree tree;
+    tree.graveyard = std::make_unique<Key>();
+    tree.byNumber.resize(ROOT_COUNT + 1);
     for (const char *name : NAMES) {
         auto root = std::make_unique<Key>();
         root->number = ++tree.lastNumber;
+        root->row = root->number;
         root->name = name;
-        tree.byNumber.emplace(root->number, root.get());
+        tree.byNumber[root->number] = root.get();
         tree.roots.push_back(std::move(root));
     }
     return tree;
@@ -54,6 +79,18 @@ Tree MakeTree() {
 std::uint32_t HandleOf(const Key &key) {
     if (key.number <= ROOT_COUNT) return HKEY_CLASSES_ROOT + (key.number - 1);
     return (key.number & 0xFFFFF) | (key.number >> 20) << 28;
+}
+
+static bool IsBuried(const Tree &tree, const Key &key) {
+    if (tree.graveyard->subKeys.inOrder.empty()) return false;
+    const Key *top = &key;
+    while (top->parent != nullptr)
+        top = top->parent;
+    return top == tree.graveyard.get();
+}
+
+Key *FindNumber(const Tree &tree, std::uint32_t number) {
+    return number < tree.byNumber.size() ? tree.byNumber[number] : nullptr;
 }
 
 std::uint32_t FindHandle(const Tree &tree, std::uint32_t handle, Key **key) {
@@ -66,10 +103,10 @@ std::uint32_t FindHandle(const Tree &tree, std::uint32_t handle, Key **key) {
         number = (handle & 0xFFFFF) | (handle >> 28) << 20;
         if ((handle & 0x0FF00000) != 0 || number <= ROOT_COUNT) return ERROR_INVALID_HANDLE;
     }
-    const auto found = tree.byNumber.find(number);
-    if (found == tree.byNumber.end())
-        return number <= tree.lastNumber || tree.wrapped ? ERROR_KEY_DELETED : ERROR_INVALID_HANDLE; // 1018
-    *key = found->second;
+    Key *found = FindNumber(tree, number);
+    if (found == nullptr && number > tree.lastNumber && !tree.wrapped) return ERROR_INVALID_HANDLE;
+    if (found == nullptr || IsBuried(tree, *found)) return ERROR_KEY_DELETED; // 1018
+    *key = found;
     return 0;
 }
 
@@ -79,52 +116,68 @@ std::uint32_t TakeNumber(Tree &tree) {
             tree.lastNumber = ROOT_COUNT;
             tree.wrapped = true;
         }
-        if (!tree.byNumber.contains(++tree.lastNumber)) return tree.lastNumber;
+        if (FindNumber(tree, ++tree.lastNumber) == nullptr) return tree.lastNumber;
     }
     return 0;
 }
 
+// --- keys ---
+
 Key *FindSubKey(const Key &key, std::string_view name) { return Find(key.subKeys, name); }
+
+Key *AddKey(Tree &tree, Key &parent, std::unique_ptr<Key> key, bool *isNameTaken) {
+    key->parent = &parent;
+    key->depth = parent.depth + 1;
+    if (key->number >= tree.byNumber.size()) tree.byNumber.resize(key->number + 1);
+    tree.byNumber[key->number] = key.get();
+    return Insert(parent.subKeys, std::move(key), parent.subKeys.inOrder.size(), isNameTaken);
+}
+
+void RemoveKey(Tree &tree, Key &key) {
+    std::size_t index = 0;
+    tree.byNumber[key.number] = nullptr;
+    (void)TakeOut(key.parent->subKeys, key, &index);
+}
+
+// Names are nothing in the graveyard, where many may have the same: its list is kept without the table.
+std::size_t BuryKey(Tree &tree, Key &key) {
+    std::size_t index = 0;
+    tree.graveyard->subKeys.inOrder.push_back(TakeOut(key.parent->subKeys, key, &index));
+    key.parent = tree.graveyard.get();
+    return index;
+}
+
+void DigUpKey(Tree &tree, Key &key, Key &parent, std::size_t index) {
+    std::size_t grave = 0;
+    std::unique_ptr<Key> taken = TakeOut(tree.graveyard->subKeys, key, &grave);
+    key.parent = &parent;
+    (void)Insert(parent.subKeys, std::move(taken), index, nullptr);
+}
+
+// --- values ---
 
 Value *FindValue(const Key &key, std::string_view name) { return Find(key.values, name); }
 
-Key *AddKey(Tree &tree, Key &parent, std::unique_ptr<Key> key) {
-    key->parent = &parent;
-    key->depth = parent.depth + 1;
-    tree.byNumber.emplace(key->number, key.get());
-    return Insert(parent.subKeys, std::move(key), parent.subKeys.inOrder.size());
-}
-
-// This recursion, the next and the destructor's end at MAX_DEPTH.
-static void ForgetNumbers(Tree &tree, const Key &key) {
-    for (const auto &subKey : key.subKeys.inOrder)
-        ForgetNumbers(tree, *subKey);
-    tree.byNumber.erase(key.number);
-}
-
-static void KnowNumbers(Tree &tree, Key &key) {
-    tree.byNumber.emplace(key.number, &key);
-    for (const auto &subKey : key.subKeys.inOrder)
-        KnowNumbers(tree, *subKey);
-}
-
-std::unique_ptr<Key> TakeOutKey(Tree &tree, Key &key, std::size_t *index) {
-    ForgetNumbers(tree, key);
-    return TakeOut(key.parent->subKeys, key, index);
-}
-
-void PutKeyBack(Tree &tree, Key &parent, std::unique_ptr<Key> key, std::size_t index) {
-    KnowNumbers(tree, *Insert(parent.subKeys, std::move(key), index));
-}
-
-Value *AddValue(Key &key, Value value) {
-    return Insert(key.values, std::make_unique<Value>(std::move(value)), key.values.inOrder.size());
+Value *AddValue(Key &key, Value value, bool *isNameTaken) {
+    return Insert(key.values, std::make_unique<Value>(std::move(value)), key.values.inOrder.size(), isNameTaken);
 }
 
 std::unique_ptr<Value> TakeOutValue(Key &key, Value &value, std::size_t *index) {
     return TakeOut(key.values, value, index);
 }
 
+void DropLastKey(Tree &tree, Key &key) {
+    Key &last = *key.subKeys.inOrder.back();
+    tree.byNumber[last.number] = nullptr;
+    ForgetName(key.subKeys, last);
+    key.subKeys.inOrder.pop_back();
+}
+
+void DropLastValue(Key &key) {
+    ForgetName(key.values, *key.values.inOrder.back());
+    key.values.inOrder.pop_back();
+}
+
 void PutValueBack(Key &key, std::unique_ptr<Value> value, std::size_t index) {
-    (void)Insert(key.values, std::move(value), index);
+    (void)Insert(key.values, std::move(value), index, nullptr);
 }

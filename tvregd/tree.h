@@ -1,62 +1,86 @@
 // SPDX-License-Identifier: MIT
 // tree: the keys and values of the registry in memory, as the operations look at them.
 //
-// Every read is answered from here; the database (store.h) is only read once, at start, and written before the tree
-// changes. Names compare without regard to the case of ASCII letters and keep the case in which they were first
-// written; all other bytes stand for themselves. Keys and values are listed in the order in which they were created;
-// removing one moves the following down by one index.
+// Every read is answered from here; the database (store.h) is only read once, at start, and written with each change
+// (group.h). Names are found without regard to case (names.h) and keep the case in which they were first written. Keys
+// and values are listed in the order in which they were created; removing one moves the following down by one index.
 //
 // A key has a number, which never changes while it lives. Its handle is computed from the number, so that a handle
 // takes no memory, closing it releases nothing, and it names the same key after a restart of the daemon. A number is
-// not given out again before all others have been used. Thread: the only one.
+// not given out again before all others have been used.
+//
+// A key that is deleted is buried: it hangs, with all below it, in the graveyard, where no path leads to, and its
+// handles name a deleted key. What is buried is taken apart later, in pieces (graveyard.h). Thread: the only one.
 #pragma once
 
 #include "tv/winreg.h"
+#include "tvregd/names.h"
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
-struct NoCaseLess {
-    bool operator()(std::string_view a, std::string_view b) const;
+struct NameHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const { return HashOfName(name); }
+    template <typename Entry>
+    std::size_t operator()(const Entry *entry) const {
+        return HashOfName(entry->name);
+    }
+};
+
+struct NameEqual {
+    using is_transparent = void;
+    static std::string_view NameOf(std::string_view name) { return name; }
+    template <typename Entry>
+    static std::string_view NameOf(const Entry *entry) {
+        return entry->name;
+    }
+    template <typename A, typename B>
+    bool operator()(const A &a, const B &b) const {
+        return AreNamesEqual(NameOf(a), NameOf(b));
+    }
 };
 
 // Entries with names, in the order in which they came and found by name.
 template <typename Entry>
 struct NamedList {
     std::vector<std::unique_ptr<Entry>> inOrder;
-    std::map<std::string_view, Entry *, NoCaseLess> byName; // the names are those of the entries
+    std::unique_ptr<std::unordered_set<Entry *, NameHash, NameEqual>> byName{}; // null while they are few
 };
 
 struct Value {
     std::string name; // empty: the unnamed value of the key
     std::uint32_t type = REG_NONE;
     std::string data;
+    std::int64_t row = 0; // in the database; 0: not there yet
 };
 
 struct Key {
     std::uint32_t number = 0;
-    Key *parent = nullptr;   // null for a root
     std::uint32_t depth = 0; // keys above this one
+    Key *parent = nullptr;   // null for a root
     std::string name;
     std::optional<std::string> keyClass;
-    bool isVolatile = false;     // gone when the daemon starts again
-    std::uint64_t written = 0;   // FILETIME of the last change to its values, or of a subkey made or deleted
     std::uint32_t changedIn = 0; // number of the group (group.h) with the last change to it or to its list of subkeys
+    bool isVolatile = false;     // gone when the daemon starts again
+    bool isErased = false;       // buried, and neither it nor anything below it has rows in the database any more
+    std::uint64_t written = 0;   // FILETIME of the last change to its values, or of a subkey made or deleted
+    std::int64_t row = 0;        // in the database
     NamedList<Key> subKeys;
     NamedList<Value> values;
 };
 
 struct Tree {
-    std::vector<std::unique_ptr<Key>> roots;           // the predefined roots, in the order of their handles
-    std::unordered_map<std::uint32_t, Key *> byNumber; // all keys
-    std::uint32_t lastNumber = 0;                      // given out last
-    bool wrapped = false;                              // numbers are being given out again
+    std::vector<std::unique_ptr<Key>> roots; // the predefined roots, in the order of their handles
+    std::unique_ptr<Key> graveyard;          // no key of the registry; below it those that are deleted
+    std::vector<Key *> byNumber;             // all keys, null for a number that none has; as long as need be
+    std::uint32_t lastNumber = 0;            // given out last
+    bool wrapped = false;                    // numbers are being given out again
 };
 
 // The roots are keys number 1 to 7, with the predefined handles 0x80000000 to 0x80000006.
@@ -74,20 +98,31 @@ std::uint32_t HandleOf(const Key &key);
 // deleted.
 [[nodiscard]] std::uint32_t FindHandle(const Tree &tree, std::uint32_t handle, Key **key);
 
-// The next number that no living key has; 0 when all are taken. Advances lastNumber.
+// The key with this number, buried or not; null when there is none.
+Key *FindNumber(const Tree &tree, std::uint32_t number);
+
+// The next number that no key has; 0 when all are taken. Advances lastNumber.
 std::uint32_t TakeNumber(Tree &tree);
 
 Key *FindSubKey(const Key &key, std::string_view name); // null when there is none
 Value *FindValue(const Key &key, std::string_view name);
 
-// Hangs a key with number, name and the rest filled in below parent, as the last one. No other may have its name.
-Key *AddKey(Tree &tree, Key &parent, std::unique_ptr<Key> key);
-// Takes a key, which is not a root, out of the tree, with everything below it.
-//   index  where it stood among its siblings
-std::unique_ptr<Key> TakeOutKey(Tree &tree, Key &key, std::size_t *index);
-// Hangs what TakeOutKey took out back where it was.
-void PutKeyBack(Tree &tree, Key &parent, std::unique_ptr<Key> key, std::size_t index);
+// Hangs a key with number, name and the rest filled in below parent, as the last one.
+//   isNameTaken  null when no other has its name; else whether one has, under which that one is found
+Key *AddKey(Tree &tree, Key &parent, std::unique_ptr<Key> key, bool *isNameTaken = nullptr);
+// Takes a key without anything below it out of the tree and releases it.
+void RemoveKey(Tree &tree, Key &key);
 
-Value *AddValue(Key &key, Value value);
+// Moves a key, which is not a root, to the graveyard, with everything below it.
+// Returns where it stood among its siblings.
+std::size_t BuryKey(Tree &tree, Key &key);
+// Moves what BuryKey buried back.
+void DigUpKey(Tree &tree, Key &key, Key &parent, std::size_t index);
+
+Value *AddValue(Key &key, Value value, bool *isNameTaken = nullptr);
 std::unique_ptr<Value> TakeOutValue(Key &key, Value &value, std::size_t *index);
 void PutValueBack(Key &key, std::unique_ptr<Value> value, std::size_t index);
+
+// Releases the last subkey, which has nothing below it, or the last value of a key.
+void DropLastKey(Tree &tree, Key &key);
+void DropLastValue(Key &key);

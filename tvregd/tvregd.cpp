@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
 #include "rpc/door.h"
+#include "tvregd/loading.h"
 #include "tvregd/regd_svc.h"
 #include "util/printable.h"
 #include "util/standard_descriptors.h"
@@ -130,9 +131,10 @@ int Serve(const Options &options) {
     if (serving >= 0) TellServing(serving);
     NotifyManager();
     while (endRequested == 0) {
-        (void)ServeNextRequests(-1, &waitingMask);
-        FinishTurn();
+        const int waitMs = FinishTurn();
+        (void)ServeNextRequests(-1, &waitingMask, waitMs);
     }
+    (void)FinishTurn();
     store.reset();
     StopService();
     return 0;

@@ -6,6 +6,8 @@
 #include "tests/support/slow_disk.h"
 #include "tv/winreg.h"
 
+#include <SQLiteCpp/Database.h>
+
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -240,6 +242,54 @@ TEST_F(RegistryCommits, a_disk_that_fills_up_answers_112_and_takes_writes_again_
     EXPECT_EQ(StopDaemon(daemon), 0);
     daemon = 0;
     EXPECT_EQ(umount2(small.c_str(), MNT_DETACH), 0);
+}
+
+// --- much that is deleted ---
+
+// Whether requests come meanwhile or not.
+TEST_F(RegistryCommits, the_rows_of_many_deleted_keys_go_between_other_requests) {
+    constexpr std::uint32_t count = 30'000;
+    Start();
+    for (const bool isBusy : {false, true}) {
+        std::string stream;
+        for (std::uint32_t xid = 0; xid < count; ++xid)
+            stream += CreateCall(HKEY_LOCAL_MACHINE, "much\\k" + std::to_string(xid), xid);
+        const Socket client = Connect();
+        std::thread sender([&] { EXPECT_TRUE(Send(client, stream)); });
+        for (std::uint32_t xid = 0; xid < count; ++xid)
+            ASSERT_EQ(ReadAnswer(client).status, 0u);
+        sender.join();
+
+        SQLite::Database reader(database, SQLite::OPEN_READONLY);
+        const auto rows = [&] { return reader.execAndGet("SELECT count(*) FROM keys").getUInt(); };
+        EXPECT_GT(rows(), count);
+        // Always more than one request waiting, so that the daemon never comes to rest.
+        std::atomic<bool> ends = false;
+        std::vector<std::thread> others;
+        for (int i = 0; isBusy && i < 4; ++i) {
+            others.emplace_back([&] {
+                const Socket other = Connect();
+                const std::string query = QueryCall(HKEY_USERS, "none", 1);
+                for (int waiting = 0; waiting < 50; ++waiting)
+                    (void)Send(other, query);
+                while (!ends && !ReadMessage(other).empty())
+                    (void)Send(other, query);
+            });
+        }
+        double worst = 0;
+        ASSERT_TRUE(Send(client, DeleteCall(HKEY_LOCAL_MACHINE, "much", 1)));
+        EXPECT_EQ(ReadAnswer(client).status, 0u);
+        EXPECT_TRUE(WaitUntil([&] {
+            const Clock::time_point start = Clock::now();
+            EXPECT_EQ(Query(HKEY_USERS, "none").status, static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+            worst = std::max(worst, MsSince(start));
+            return rows() < 100;
+        }));
+        ends = true;
+        for (std::thread &other : others)
+            other.join();
+        Measured("%s: another's call took %.1f ms at worst", isBusy ? "busy" : "idle", worst);
+    }
 }
 
 // --- ends in the middle ---

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The registry daemon's operations on a database in a temporary folder.
+#include "tvregd/graveyard.h"
+#include "tvregd/loading.h"
 #include "tvregd/operations.h"
 
 #include <gmock/gmock.h>
@@ -109,6 +111,18 @@ struct Tvregd : testing::Test {
         operation();
         return registry.isProvisional;
     }
+    // Ten thousand rows below one key, in the database: keys, keys below keys, values.
+    void MakeMuch() {
+        for (int i = 0; i < 30; ++i) {
+            const std::uint32_t key = Make(HKEY_USERS, "much\\k" + std::to_string(i));
+            for (int sub = 0; sub < 100; ++sub)
+                EXPECT_EQ(Set(Make(key, "s" + std::to_string(sub)), "v", "x"), 0u);
+        }
+        const std::uint32_t many = Make(HKEY_USERS, "much\\values");
+        for (int i = 0; i < 4000; ++i)
+            EXPECT_EQ(Set(many, "v" + std::to_string(i), "x"), 0u);
+        EXPECT_EQ(CommitGroup(registry), 0u);
+    }
     // All that can be seen of the registry.
     std::string Picture() { return PictureOf(HKEY_USERS, ""); }
     std::string PictureOf(std::uint32_t handle, const std::string &path) {
@@ -161,7 +175,7 @@ TEST_F(Tvregd, create_makes_the_whole_path_and_tells_new_from_old) {
     EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
 }
 
-TEST_F(Tvregd, names_keep_their_case_and_are_found_in_any_ascii_case) {
+TEST_F(Tvregd, names_keep_their_case_and_are_found_in_any) {
     const std::uint32_t handle = Make(HKEY_LOCAL_MACHINE, "SYSTEM\\Services");
     EXPECT_EQ(Make(HKEY_LOCAL_MACHINE, "system\\sERVICES"), handle);
     EXPECT_THAT(SubKeys(HKEY_LOCAL_MACHINE), ElementsAre("SYSTEM"));
@@ -170,7 +184,45 @@ TEST_F(Tvregd, names_keep_their_case_and_are_found_in_any_ascii_case) {
     EXPECT_THAT(Values(handle), ElementsAre("Start"));
     ASSERT_NE(Get(handle, "start"), nullptr);
     EXPECT_EQ(Get(handle, "start")->data, "2");
-    EXPECT_NE(Make(handle, "\xC3\xA4"), Make(handle, "\xC3\x84"));
+}
+
+TEST_F(Tvregd, names_ignore_case_by_simple_folding_and_bytes_that_are_no_utf8_stand_for_themselves) {
+    using Pair = std::pair<const char *, const char *>;
+    for (const auto &[a, b] : {Pair{"ÄRGER", "ärger"}, Pair{"ΣΊΣΥΦΟΣ", "σίσυφος"}, Pair{"Ǆ", "ǆ"}, Pair{"Ж", "ж"},
+                               Pair{"K\u212A", "kk"}, Pair{"𐐀", "𐐨"}, Pair{"a\xFFÄ", "A\xFFä"}, Pair{"\xC3", "\xC3"}}) {
+        EXPECT_TRUE(AreNamesEqual(a, b)) << a;
+        EXPECT_EQ(HashOfName(a), HashOfName(b)) << a;
+    }
+    for (const auto &[a, b] : {Pair{"straße", "strasse"}, Pair{"ä", "a\u0308"}, Pair{"İ", "i"}, Pair{"ı", "i"},
+                               Pair{"a", "ab"}, Pair{"\xC4", "\xE4"}, Pair{"\xC3", "\xC3\x83"},
+                               Pair{"\xED\xA0\x80", "\uFFFD"}, Pair{"\xF4\x90\x80\x80", "\uFFFD"}, Pair{"\xFF", "ÿ"}})
+        EXPECT_FALSE(AreNamesEqual(a, b)) << a;
+    const std::uint32_t handle = Make(HKEY_USERS, "Ärger\\Größe");
+    EXPECT_EQ(Open(HKEY_USERS, "äRGER\\gRÖßE"), handle);
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("Ärger"));
+    EXPECT_EQ(Set(handle, "Übung", "1"), 0u);
+    EXPECT_EQ(Set(handle, "übung", "2"), 0u);
+    EXPECT_THAT(Values(handle), ElementsAre("Übung"));
+    EXPECT_EQ(DeleteValue(registry, handle, "ÜBUNG"), 0u);
+}
+
+TEST_F(Tvregd, lists_find_their_entries_whether_they_are_few_or_many) {
+    const auto name = [](int i, char letter) { return std::string(1, letter) + std::to_string(i); };
+    for (int i = 0; i < 100; ++i) {
+        const std::uint32_t made = Make(HKEY_USERS, name(i, 'K'));
+        EXPECT_EQ(Open(HKEY_USERS, name(i, 'k')), made);
+        EXPECT_EQ(Set(HKEY_USERS, name(i, 'V'), name(i, 'd')), 0u);
+        for (int earlier = 0; earlier <= i; ++earlier)
+            ASSERT_EQ(Get(HKEY_USERS, name(earlier, 'v'))->data, name(earlier, 'd'));
+    }
+    for (int i = 99; i >= 0; i -= 2) {
+        EXPECT_EQ(DeleteKey(registry, HKEY_USERS, name(i, 'k')), 0u);
+        EXPECT_EQ(DeleteValue(registry, HKEY_USERS, name(i, 'v')), 0u);
+    }
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(Open(HKEY_USERS, name(i, 'k')) != 0, i % 2 == 0);
+        EXPECT_EQ(Get(HKEY_USERS, name(i, 'v')) != nullptr, i % 2 == 0);
+    }
 }
 
 TEST_F(Tvregd, malformed_paths_answer_161_and_one_backslash_at_the_end_is_allowed) {
@@ -258,6 +310,89 @@ TEST_F(Tvregd, handle_of_a_deleted_key_answers_1018_and_still_closes) {
     Restart();
     EXPECT_EQ(CodeOfOpen(again, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
     EXPECT_NE(Make(HKEY_USERS, "top"), again);
+}
+
+// --- much that is deleted ---
+
+TEST_F(Tvregd, a_key_with_much_below_it_is_gone_at_once_and_its_rows_go_in_pieces) {
+    MakeMuch();
+    const std::uint32_t below = Open(HKEY_USERS, "much\\k7\\s3"), other = Make(HKEY_USERS, "other");
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "much"), 0u);
+    EXPECT_EQ(CodeOfOpen(HKEY_USERS, "much"), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(CodeOfOpen(below, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+    const std::uint32_t again = Make(HKEY_USERS, "much");
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("other", "much"));
+    EXPECT_FALSE(EraseSome(registry)) << "the group might be given up";
+    EXPECT_EQ(CommitGroup(registry), 0u);
+    const int before = RowsOnDisk("keys") + RowsOnDisk("key_values");
+    EXPECT_GT(before, 6000) << "the deletion itself erases nothing";
+    int pieces = 1, rows = before;
+    for (; EraseSome(registry); ++pieces) {
+        const int left = RowsOnDisk("keys") + RowsOnDisk("key_values");
+        EXPECT_LT(left, rows);
+        EXPECT_GE(left, rows - 2100);
+        EXPECT_EQ(CodeOfOpen(below, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+        rows = left;
+    }
+    EXPECT_GE(pieces, 4);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 2);
+    EXPECT_EQ(RowsOnDisk("key_values"), 0);
+    EXPECT_EQ(RowsOnDisk("deleted_keys"), 0);
+    EXPECT_EQ(CodeOfOpen(below, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+    EXPECT_EQ(Open(other, ""), other);
+    Restart();
+    EXPECT_EQ(Open(HKEY_USERS, "much"), again);
+    EXPECT_EQ(CodeOfOpen(below, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+}
+
+TEST_F(Tvregd, a_daemon_that_ends_in_the_middle_of_erasing_goes_on_with_it_at_the_next_start) {
+    MakeMuch();
+    const std::uint32_t below = Open(HKEY_USERS, "much\\k7\\s3");
+    (void)Make(HKEY_USERS, "other");
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "much"), 0u);
+    for (int restart = 0; restart < 2; ++restart) {
+        Restart();
+        EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("other"));
+        EXPECT_EQ(CodeOfOpen(below, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+        EXPECT_TRUE(EraseSome(registry));
+    }
+    Restart();
+    while (EraseSome(registry)) {
+    }
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 1);
+    EXPECT_EQ(RowsOnDisk("key_values"), 0);
+    EXPECT_EQ(RowsOnDisk("deleted_keys"), 0);
+}
+
+TEST_F(Tvregd, a_deletion_of_much_that_fails_leaves_all_of_it) {
+    MakeMuch();
+    const std::string before = Picture();
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "much"), 0u);
+    store->database.exec("PRAGMA query_only = ON");
+    EXPECT_EQ(Set(HKEY_USERS, "refused", ""), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
+    store->database.exec("PRAGMA query_only = OFF");
+    EXPECT_EQ(Picture(), before);
+    EXPECT_FALSE(EraseSome(registry));
+    Restart();
+    EXPECT_EQ(Picture(), before);
+}
+
+TEST_F(Tvregd, erasing_that_fails_is_tried_again_later) {
+    MakeMuch();
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "much"), 0u);
+    EXPECT_EQ(CommitGroup(registry), 0u);
+    const int rows = RowsOnDisk("keys");
+    store->database.exec("PRAGMA query_only = ON");
+    EXPECT_FALSE(EraseSome(registry));
+    store->database.exec("PRAGMA query_only = OFF");
+    EXPECT_TRUE(IsAnythingBuried(registry));
+    EXPECT_FALSE(EraseSome(registry)) << "not at once";
+    EXPECT_EQ(RowsOnDisk("keys"), rows);
+    registry.eraseFailed -= 10'000'000;
+    while (EraseSome(registry)) {
+    }
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT));
+    EXPECT_FALSE(IsAnythingBuried(registry));
 }
 
 TEST_F(Tvregd, a_root_cannot_be_deleted) {
@@ -364,7 +499,11 @@ TEST_F(Tvregd, volatile_keys_are_gone_after_a_restart_and_have_no_lasting_childr
     EXPECT_EQ(CodeOfMake(handle, "odd", 2), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     Restart();
     EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre());
-    EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM key_values").getInt(), 0);
+    EXPECT_EQ(CodeOfOpen(handle, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+    while (EraseSome(registry)) {
+    }
+    EXPECT_EQ(RowsOnDisk("key_values"), 0);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT));
 }
 
 TEST_F(Tvregd, write_that_the_database_refuses_answers_1016_and_changes_nothing) {
@@ -591,8 +730,57 @@ TEST_F(Tvregd, file_that_is_no_registry_is_refused_and_left_as_it_is) {
     EXPECT_THROW((void)OpenStore(foreign), std::exception);
 }
 
+// The tables of the first version, with a key and a value that were two then.
+TEST_F(Tvregd, database_of_the_first_version_opens_and_equal_names_are_told_apart) {
+    const std::string old = Folder() + "/old.db";
+    {
+        SQLite::Database database(old, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        (void)database.execAndGet("PRAGMA journal_mode = WAL");
+        database.exec(R"(
+            CREATE TABLE keys (number INTEGER PRIMARY KEY AUTOINCREMENT, parent INTEGER REFERENCES keys ON DELETE CASCADE,
+                position INTEGER NOT NULL, name TEXT NOT NULL COLLATE NOCASE, class TEXT, volatile INTEGER NOT NULL,
+                written INTEGER NOT NULL, UNIQUE (parent, name)) STRICT;
+            CREATE TABLE key_values (id INTEGER PRIMARY KEY, key INTEGER NOT NULL REFERENCES keys ON DELETE CASCADE,
+                name TEXT NOT NULL COLLATE NOCASE, type INTEGER NOT NULL, data BLOB NOT NULL, written INTEGER NOT NULL,
+                UNIQUE (key, name)) STRICT;
+            INSERT INTO keys VALUES (1, NULL, 1, 'HKEY_CLASSES_ROOT', NULL, 0, 0), (2, NULL, 2, 'HKEY_CURRENT_USER', NULL, 0, 0),
+                (3, NULL, 3, 'HKEY_LOCAL_MACHINE', NULL, 0, 0), (4, NULL, 4, 'HKEY_USERS', NULL, 0, 7),
+                (5, NULL, 5, 'HKEY_PERFORMANCE_DATA', NULL, 0, 0), (6, NULL, 6, 'HKEY_CURRENT_CONFIG', NULL, 0, 0),
+                (7, NULL, 7, 'HKEY_DYN_DATA', NULL, 0, 0), (20, NULL, 20, 'gone', NULL, 0, 0);
+            DELETE FROM keys WHERE number = 20;
+            INSERT INTO keys VALUES (8, 4, 12, 'ärger', 'kind', 0, 5), (9, 4, 11, 'Ärger', NULL, 0, 6),
+                (10, 8, 13, 'below', NULL, 0, 0), (11, 4, 14, 'ÄRGER (2)', NULL, 0, 0), (12, 4, 15, 'passing', NULL, 1, 0);
+            INSERT INTO key_values VALUES (3, 8, 'ö', 1, CAST('small' AS BLOB), 8), (2, 8, 'Ö', 3, x'00FF', 9), (4, 12, 'v', 1, x'78', 1);
+            PRAGMA user_version = 1;)");
+    }
+    for (int opened = 0; opened < 2; ++opened) {
+        store.reset();
+        store = OpenStore(old);
+        registry = {MakeTree(), store.get()};
+        LoadTree(*store, registry.tree);
+        EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("Ärger", "ärger (3)", "ÄRGER (2)"));
+        EXPECT_EQ(Open(HKEY_USERS, "ärger"), 9u);
+        EXPECT_EQ(Open(HKEY_USERS, "ärger (3)\\below"), 10u);
+        EXPECT_THAT(Values(8), ElementsAre("Ö", "ö (2)"));
+        EXPECT_EQ(Get(8, "ö")->data, std::string("\0\xFF", 2));
+        EXPECT_EQ(Get(8, "ö (2)")->data, "small");
+        Key *key = nullptr;
+        ASSERT_EQ(OpenKey(registry, 8, "", &key), 0u);
+        EXPECT_EQ(key->keyClass, "kind");
+        EXPECT_EQ(key->written, 9u);
+        EXPECT_EQ(CodeOfOpen(12, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+        EXPECT_EQ(CodeOfOpen(20, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+        EXPECT_EQ(CodeOfOpen(21, ""), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    }
+    EXPECT_EQ(Make(HKEY_USERS, "new"), 21u);
+}
+
+TEST_F(Tvregd, database_of_a_later_version_is_refused) {
+    store->database.exec("PRAGMA user_version = 3");
+    EXPECT_THROW(Restart(), std::exception);
+}
+
 TEST_F(Tvregd, database_with_a_key_without_parent_is_refused) {
-    store->database.exec("PRAGMA foreign_keys = OFF");
     store->database.exec("INSERT INTO keys VALUES (100, 99, 100, 'orphan', NULL, 0, 0)");
     EXPECT_THROW(Restart(), std::exception);
 }

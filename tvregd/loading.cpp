@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+#include "tvregd/loading.h"
+
+#include "util/printable.h"
+
+#include <SQLiteCpp/Exception.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+#include <unordered_set>
+
+namespace {
+
+// --- rows, read without what SQLiteCpp adds to each column: there may be millions ---
+
+void FinishRows(sqlite3_stmt *rows) { (void)sqlite3_finalize(rows); }
+using Rows = std::unique_ptr<sqlite3_stmt, Calls<&FinishRows>>;
+
+Rows Select(Store &store, const char *query) {
+    sqlite3_stmt *rows = nullptr;
+    if (sqlite3_prepare_v2(store.database.getHandle(), query, -1, &rows, nullptr) != SQLITE_OK)
+        throw SQLite::Exception(store.database.getHandle());
+    return Rows(rows);
+}
+
+bool Next(Store &store, const Rows &rows) {
+    const int rc = sqlite3_step(rows.get());
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) throw SQLite::Exception(store.database.getHandle(), rc);
+    return rc == SQLITE_ROW;
+}
+
+std::int64_t Number(const Rows &rows, int column) { return sqlite3_column_int64(rows.get(), column); }
+std::uint32_t Word(const Rows &rows, int column) { return static_cast<std::uint32_t>(Number(rows, column)); }
+bool IsNull(const Rows &rows, int column) { return sqlite3_column_type(rows.get(), column) == SQLITE_NULL; }
+std::string Bytes(const Rows &rows, int column) {
+    const auto *bytes = static_cast<const char *>(sqlite3_column_blob(rows.get(), column));
+    return bytes != nullptr ? std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(rows.get(), column)))
+                            : std::string();
+}
+
+[[noreturn]] void Damaged(const std::string &what) { throw std::runtime_error("the database is damaged: " + what); }
+
+Key &KeyOf(const Tree &tree, std::uint32_t number) {
+    Key *key = FindNumber(tree, number);
+    if (key == nullptr) Damaged("there is no key " + std::to_string(number));
+    return *key;
+}
+
+// --- what bears the name of another ---
+
+struct Equals {
+    std::vector<Key *> keys;
+    std::vector<std::pair<Key *, Value *>> values; // with their keys
+};
+
+std::string PathOf(const Key &key) { return key.parent != nullptr ? PathOf(*key.parent) + '\\' + key.name : key.name; }
+
+// Gives an entry, which the list has under no name yet, one that no other has.
+template <typename Entry, typename Find>
+void NameApart(const Key &parent, NamedList<Entry> &list, Entry &entry, Find find) {
+    const std::string old = entry.name;
+    for (int number = 2;; ++number) {
+        const std::string name = old + " (" + std::to_string(number) + ")";
+        if (find(parent, name) != nullptr) continue;
+        entry.name = name;
+        break;
+    }
+    if (list.byName) (void)list.byName->insert(&entry);
+    (void)std::fprintf(stderr, "tvregd: in %s, another has the name of %s, which is %s now\n",
+                       Printable(PathOf(parent)).c_str(), Printable(old).c_str(), Printable(entry.name).c_str());
+}
+
+void TellApart(Store &store, const Equals &equals) {
+    if (equals.keys.empty() && equals.values.empty()) return;
+    Begin(store);
+    for (Key *key : equals.keys) {
+        NameApart(*key->parent, key->parent->subKeys, *key, FindSubKey);
+        StoreKeyName(store, *key);
+    }
+    for (const auto &[key, value] : equals.values) {
+        NameApart(*key, key->values, *value, FindValue);
+        StoreValueName(store, *value);
+    }
+    Commit(store);
+}
+
+// --- keys and values ---
+
+std::unordered_set<std::int64_t> LoadDeleted(Store &store) {
+    std::unordered_set<std::int64_t> deleted;
+    const Rows rows = Select(store, "SELECT position FROM deleted_keys");
+    while (Next(store, rows))
+        (void)deleted.insert(Number(rows, 0));
+    return deleted;
+}
+
+void LoadKeys(Store &store, Tree &tree, Equals *equals) {
+    const std::unordered_set<std::int64_t> deleted = LoadDeleted(store);
+    const Rows rows =
+        Select(store, "SELECT position, number, parent, name, class, volatile, written FROM keys ORDER BY position");
+    while (Next(store, rows)) {
+        store.lastKeyRow = Number(rows, 0);
+        const std::uint32_t number = Word(rows, 1);
+        const auto written = static_cast<std::uint64_t>(Number(rows, 6));
+        if (IsNull(rows, 2)) {
+            KeyOf(tree, number).written = written;
+            continue;
+        }
+        Key *parent = &KeyOf(tree, Word(rows, 2));
+        if (number <= ROOT_COUNT || number > MAX_KEY_NUMBER || FindNumber(tree, number) != nullptr ||
+            parent->depth == MAX_DEPTH)
+            Damaged("key " + std::to_string(number) + " cannot be");
+        auto key = std::make_unique<Key>();
+        key->number = number;
+        key->row = store.lastKeyRow;
+        key->name = Bytes(rows, 3);
+        if (!IsNull(rows, 4)) key->keyClass = Bytes(rows, 4);
+        key->isVolatile = Number(rows, 5) != 0;
+        key->written = written;
+        const bool isGone = key->isVolatile || (!deleted.empty() && deleted.contains(key->row));
+        bool isEqual = false;
+        Key *added = AddKey(tree, *parent, std::move(key), &isEqual);
+        if (isGone) {
+            (void)BuryKey(tree, *added);
+        } else if (isEqual) {
+            equals->keys.push_back(added);
+        }
+    }
+}
+
+void LoadValues(Store &store, const Tree &tree, Equals *equals) {
+    const Rows rows = Select(store, "SELECT id, key, name, type, data, written FROM key_values ORDER BY id");
+    while (Next(store, rows)) {
+        store.lastValueRow = Number(rows, 0);
+        Key &key = KeyOf(tree, Word(rows, 1));
+        Value value{Bytes(rows, 2), Word(rows, 3), Bytes(rows, 4), store.lastValueRow};
+        key.written = std::max(key.written, static_cast<std::uint64_t>(Number(rows, 5)));
+        bool isEqual = false;
+        Value *added = AddValue(key, std::move(value), &isEqual);
+        if (isEqual) equals->values.emplace_back(&key, added);
+    }
+}
+
+} // namespace
+
+void LoadTree(Store &store, Tree &tree) {
+    Equals equals;
+    LoadKeys(store, tree, &equals);
+    LoadValues(store, tree, &equals);
+    const Rows counters = Select(store, "SELECT last_number FROM counters");
+    if (!Next(store, counters)) Damaged("no counters");
+    tree.lastNumber = store.lastNumber = store.lastNumberInFile = Word(counters, 0);
+    TellApart(store, equals);
+}

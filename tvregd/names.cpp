@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#include "tvregd/names.h"
+
+#include <unicode/uchar.h>
+#include <unicode/utf8.h>
+
+#include <cstdint>
+
+namespace {
+
+constexpr std::uint32_t FIRST_NO_CHARACTER = 0x110000; // from there on: bytes that are no UTF-8
+
+std::uint32_t FoldAscii(unsigned char byte) { return byte >= 'A' && byte <= 'Z' ? byte + ('a' - 'A') : byte; }
+
+// Takes the next character off a name, folded.
+std::uint32_t TakeFolded(std::string_view *name) {
+    const auto first = static_cast<unsigned char>(name->front());
+    if (first < 0x80) {
+        name->remove_prefix(1);
+        return FoldAscii(first);
+    }
+    std::size_t length = 0;
+    UChar32 character = 0;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion" // in the macro
+    U8_NEXT(name->data(), length, name->size(), character);
+#pragma GCC diagnostic pop
+    name->remove_prefix(character >= 0 ? length : 1);
+    if (character < 0) return FIRST_NO_CHARACTER + first;
+    return static_cast<std::uint32_t>(u_foldCase(character, U_FOLD_CASE_DEFAULT));
+}
+
+} // namespace
+
+bool AreNamesEqual(std::string_view a, std::string_view b) {
+    while (!a.empty() && !b.empty()) {
+        if (TakeFolded(&a) != TakeFolded(&b)) return false;
+    }
+    return a.empty() && b.empty();
+}
+
+// FNV-1a, a step a character.
+std::size_t HashOfName(std::string_view name) {
+    std::uint64_t hash = 0xcbf29ce484222325;
+    while (!name.empty())
+        hash = (hash ^ TakeFolded(&name)) * 0x100000001b3;
+    return static_cast<std::size_t>(hash ^ hash >> 32);
+}

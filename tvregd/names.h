@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+// names: when two names of keys or values are the same.
+//
+// Names are bytes, and should be UTF-8. They are compared without regard to case, by Unicode's simple case folding:
+// each character by itself, the same for every language. Bytes that are no UTF-8 stand for themselves.
+// Thread: reentrant.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+bool AreNamesEqual(std::string_view a, std::string_view b);
+std::size_t HashOfName(std::string_view name); // the same for equal names
