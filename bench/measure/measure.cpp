@@ -30,6 +30,8 @@ int Run(const Options &options) {
     MeasureIdleConnections(bench);
     MeasureEnumeration(bench);
     MeasureRegistry(bench);
+    MeasureCommits(bench);
+    MeasureMillion(bench);
     MeasureLoad(bench);
     MeasureInProcess(bench);
     MeasureStart(bench);

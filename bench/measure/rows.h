@@ -21,6 +21,8 @@ void MeasureStatusQuery(Bench &bench);
 void MeasureManyClients(Bench &bench);
 void MeasureEnumeration(Bench &bench);
 void MeasureRegistry(Bench &bench);
+void MeasureCommits(Bench &bench);
+void MeasureMillion(Bench &bench);
 void MeasureLoad(Bench &bench);
 void MeasureStart(Bench &bench);
 void MeasureIdleConnections(Bench &bench);

@@ -3,6 +3,7 @@
 #include "bench/measure/servers.h"
 
 #include "bench/floor/floor_rpc.h"
+#include "tvregd/loading.h"
 #include "tvregd/operations.h"
 
 #include <fmt/core.h>
@@ -74,6 +75,7 @@ void WriteRegistry(const std::string &file, int services) {
     LoadTree(*store, registry.tree);
     registry.store = store.get();
     WriteGroups(registry, services);
+    Require(CommitGroup(registry));
 }
 
 std::string MakeRegistry(int services) {

@@ -1,26 +1,25 @@
 // SPDX-License-Identifier: MIT
 // status: the status query (procedure 13), alone, from many clients, and beside idle connections.
 #include "bench/floor/floor_rpc.h"
+#include "bench/measure/crowd.h"
 #include "bench/measure/rows.h"
 #include "bench/measure/servers.h"
-#include "rpc/message.h"
+#include "tests/support/xdr_bytes.h"
 
 #include <fmt/core.h>
-
-#include <sys/epoll.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 
 namespace {
 
 constexpr int services = 1000;
-constexpr std::int32_t handle = 1; // the first service
+constexpr std::uint32_t handle = 1; // the first service
 constexpr std::size_t floorRequestBytes = 40;
 constexpr std::size_t floorReplyBytes = 28;
 
 void QueryStatus(CLIENT *client) {
-    Call(client, QUERY_STATUS_SERVICE, xdr_servd_SERV_QUERY_STATUS_SERVICE, servd_SERV_QUERY_STATUS_SERVICE{handle},
+    Call(client, QUERY_STATUS_SERVICE, xdr_servd_SERV_QUERY_STATUS_SERVICE,
+         servd_SERV_QUERY_STATUS_SERVICE{static_cast<std::int32_t>(handle)},
          xdr_servd_SERV_QUERY_STATUS_SERVICE_RETURN);
 }
 
@@ -32,83 +31,15 @@ void AddComparison(Bench &bench, const std::string &setting, const Comparison &r
 
 // --- many clients ---
 
-// A closed loop of so many connections: each sends its next request as soon as the reply to the last one is there. One
-// thread and no RPC code, so that what limits is the server.
-struct Crowd {
-    std::vector<int> connections;
-    std::string request; // with its header
-    std::size_t replyBytes = 0;
-    int epoll = -1;
-};
-
-Crowd MakeCrowd(int clients, std::uint32_t program, std::uint32_t version, std::uint32_t procedure) {
-    Crowd crowd;
-    MessageOutput output = {};
-    XDR xdrs;
-    std::uint32_t words[] = {1, CALL, RPC_MSG_VERSION, program, version, procedure, AUTH_NONE, 0, AUTH_NONE, 0, handle};
-    bool coded = BeginMessage(&output, &xdrs);
-    for (std::uint32_t &word : words)
-        coded = coded && CodeField(&xdrs, word);
-    if (!coded || !FinishMessage(&output)) throw std::runtime_error("out of memory");
-    crowd.request.assign(output.bytes, output.size);
-    ReleaseOutput(&output);
-    crowd.replyBytes = 4 + 6 * 4 + 8 * 4; // fragment header, reply header, the result
-
-    crowd.epoll = epoll_create1(EPOLL_CLOEXEC);
-    const std::uint16_t port = PortOf(program, version);
-    for (int i = 0; i < clients; ++i) {
-        epoll_event event = {};
-        event.events = EPOLLIN;
-        event.data.fd = ConnectTo(port);
-        if (epoll_ctl(crowd.epoll, EPOLL_CTL_ADD, event.data.fd, &event) != 0) throw std::runtime_error("epoll");
-        crowd.connections.push_back(event.data.fd);
-    }
-    return crowd;
-}
-
-void ReleaseCrowd(Crowd &crowd) {
-    for (const int connection : crowd.connections)
-        (void)close(connection);
-    (void)close(crowd.epoll);
-}
-
-void SendRequest(const Crowd &crowd, int connection) {
-    if (send(connection, crowd.request.data(), crowd.request.size(), MSG_NOSIGNAL) !=
-        static_cast<ssize_t>(crowd.request.size()))
-        throw std::runtime_error("a server does not take a request");
-}
-
-void TakeReply(const Crowd &crowd, int connection) {
-    char reply[256];
-    if (recv(connection, reply, crowd.replyBytes, MSG_WAITALL) != static_cast<ssize_t>(crowd.replyBytes))
-        throw std::runtime_error("a server does not answer");
-}
-
-// Time for each call, the server's CPU for each call.
-Figures RunCrowd(const Crowd &crowd, pid_t server, int calls) {
-    const double begin = NowUs();
-    const double cpuBefore = CpuUs(server);
-    for (const int connection : crowd.connections)
-        SendRequest(crowd, connection);
-    int sent = static_cast<int>(crowd.connections.size());
-    for (int taken = 0; taken < sent;) {
-        epoll_event events[64];
-        const int ready = epoll_wait(crowd.epoll, events, 64, 10000);
-        if (ready <= 0) throw std::runtime_error("a server does not answer");
-        for (int i = 0; i < ready; ++i, ++taken) {
-            TakeReply(crowd, events[i].data.fd);
-            if (sent >= calls) continue;
-            SendRequest(crowd, events[i].data.fd);
-            ++sent;
-        }
-    }
-    const double each = (NowUs() - begin) / calls;
-    return {each, each, (CpuUs(server) - cpuBefore) / calls};
+Crowd MakeStatusCrowd(int clients, std::uint32_t program, std::uint32_t version, std::uint32_t procedure) {
+    constexpr std::size_t replyBytes = 4 + 6 * 4 + 8 * 4; // fragment header, reply header, the result
+    return MakeCrowd(PortOf(program, version), clients, {RpcCall(program, version, procedure, Words({handle}))},
+                     replyBytes);
 }
 
 Comparison CompareCrowds(Bench &bench, int clients, const Daemons &daemons, pid_t rpcFloor) {
-    Crowd measured = MakeCrowd(clients, SERVDAEMONPROG, SERVDAEMONVERS, QUERY_STATUS_SERVICE);
-    Crowd floor = MakeCrowd(clients, FLOORPROG, FLOORVERS, FLOOR_STATUS);
+    Crowd measured = MakeStatusCrowd(clients, SERVDAEMONPROG, SERVDAEMONVERS, QUERY_STATUS_SERVICE);
+    Crowd floor = MakeStatusCrowd(clients, FLOORPROG, FLOORVERS, FLOOR_STATUS);
     std::vector<Figures> measuredRounds, floorRounds;
     // A round is one figure of wall time here, so the turns are short and many.
     for (int i = 0; i < 10 * bench.rounds; ++i) {
@@ -182,10 +113,10 @@ void MeasureIdleConnections(Bench &bench) {
         for (int i = 0; i < bench.rounds; ++i) {
             alone.push_back(SampleRound(side, samples));
             const std::size_t before = ResidentBytes(daemons.servd);
-            Crowd idle = MakeCrowd(count, SERVDAEMONPROG, SERVDAEMONVERS, QUERY_STATUS_SERVICE);
-            for (const int connection : idle.connections) { // each has been used once
-                SendRequest(idle, connection);
-                TakeReply(idle, connection);
+            Crowd idle = MakeStatusCrowd(count, SERVDAEMONPROG, SERVDAEMONVERS, QUERY_STATUS_SERVICE);
+            for (std::size_t used = 0; used < idle.connections.size(); ++used) { // each has been used once
+                SendRequest(idle, used);
+                TakeReply(idle, used);
             }
             const auto grown = static_cast<double>(ResidentBytes(daemons.servd)) - static_cast<double>(before);
             bytes.push_back(std::max(grown, 0.0) / count);
