@@ -8,7 +8,9 @@
 #include "registry/tvpthread.h"
 #include "tv/winerror.h"
 
-static constexpr RegistryOperations operations = {
+namespace {
+
+constexpr RegistryOperations operations = {
     .reg_close_key = reg_close_key,
     .reg_connect_registry_a = reg_connect_registry_a,
     .reg_connect_registry_w = reg_connect_registry_w,
@@ -59,6 +61,8 @@ static constexpr RegistryOperations operations = {
     .reg_query_version_info = reg_query_version_info,
     .reg_ping_daemon = reg_ping_daemon,
 };
+
+} // namespace
 
 RegistryOperations _tvRegistryAPISet[2] = {operations, {}};
 int tvOSID = 0;

@@ -9,6 +9,7 @@
 
 #include "rpc/message.h"
 #include "rpc/record.h"
+#include "util/monotonic_ms.h"
 
 #include <netdb.h>
 #include <netinet/tcp.h>
@@ -20,13 +21,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 
 namespace {
 
 constexpr std::size_t keptInputBytes = std::size_t{64} << 10; // between calls, so that a call need not allocate
 
-using Milliseconds = std::int64_t; // on the monotonic clock
+using Milliseconds = std::int64_t; // a moment on the monotonic clock
 
 struct Connection {
     CLIENT client;
@@ -44,23 +44,19 @@ struct Connection {
 
 Connection *ConnectionOf(CLIENT *client) { return static_cast<Connection *>(client->cl_private); }
 
-Milliseconds Now() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return Milliseconds{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
-
 // What a step may take: its own bound, or what is left of a budget that ends earlier.
 int Within(int boundMs, Milliseconds budgetEnd) {
-    return static_cast<int>(std::clamp<Milliseconds>(budgetEnd - Now(), 0, boundMs));
+    return static_cast<int>(std::clamp<Milliseconds>(budgetEnd - MonotonicMs(), 0, boundMs));
 }
 
-Milliseconds After(const timeval &wait) { return Now() + Milliseconds{wait.tv_sec} * 1000 + wait.tv_usec / 1000; }
+Milliseconds After(const timeval &wait) {
+    return MonotonicMs() + Milliseconds{wait.tv_sec} * 1000 + wait.tv_usec / 1000;
+}
 
 // Waits until the descriptor is ready for `events`. False once the deadline has passed, ready or not: a peer that is
 // always ready, with a byte at a time, must not outlast it.
 bool WaitFor(int descriptor, short events, Milliseconds deadline) {
-    for (Milliseconds left = deadline - Now(); left > 0; left = deadline - Now()) {
+    for (Milliseconds left = deadline - MonotonicMs(); left > 0; left = deadline - MonotonicMs()) {
         pollfd waiting = {descriptor, events, 0};
         const int ready = poll(&waiting, 1, static_cast<int>(left));
         if (ready > 0) return true;
@@ -242,7 +238,7 @@ char device[] = "-";
 // Transaction ids begin anywhere, so that two processes with one connection each do not answer each other's calls.
 std::uint32_t FirstXid() {
     std::uint32_t xid = 0;
-    if (getrandom(&xid, sizeof xid, GRND_NONBLOCK) != sizeof xid) xid = static_cast<std::uint32_t>(Now());
+    if (getrandom(&xid, sizeof xid, GRND_NONBLOCK) != sizeof xid) xid = static_cast<std::uint32_t>(MonotonicMs());
     return xid;
 }
 
@@ -270,7 +266,7 @@ bool Connect(int descriptor, const sockaddr_in &server, int timeoutMs) {
     if (errno != EINPROGRESS && errno != EINTR) return false;
     int error = ETIMEDOUT;
     socklen_t length = sizeof error;
-    if (WaitFor(descriptor, POLLOUT, Now() + timeoutMs)) {
+    if (WaitFor(descriptor, POLLOUT, MonotonicMs() + timeoutMs)) {
         (void)getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
     }
     errno = error;
@@ -326,13 +322,13 @@ std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint
     wanted.pm_prot = IPPROTO_TCP;
     u_short port = 0;
     const timeval timeout = {timeoutMs / 1000, suseconds_t{timeoutMs % 1000} * 1000};
-    const clnt_stat status = clnt_call(portMapper, PMAPPROC_GETPORT, Untyped(xdr_pmap), &wanted, Untyped(xdr_u_short),
-                                       &port, timeout);
+    const clnt_stat status =
+        clnt_call(portMapper, PMAPPROC_GETPORT, Untyped(xdr_pmap), &wanted, Untyped(xdr_u_short), &port, timeout);
     return status == RPC_SUCCESS ? port : std::uint16_t{0};
 }
 
 CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t version, int budgetMs) {
-    const Milliseconds end = Now() + budgetMs;
+    const Milliseconds end = MonotonicMs() + budgetMs;
     const RpcClient portMapper(DialPortMapper(address, budgetMs));
     if (portMapper == nullptr) return nullptr;
     const std::uint16_t port = PortOfProgram(portMapper.get(), program, version, Within(portMapperTimeoutMs, end));

@@ -19,11 +19,11 @@
 //   a reply is held  it waits, encoded, in one row with all others that are held, until they are released or replaced
 //   peer closes      its requests are answered first, then its connection is closed
 //
-// Bounds: maxRequestBytes for one request, maxHeldBytes for all unfinished requests and unread replies together, and
-// the descriptor limit less a reserve for the number of connections. Past a bound the connection that has been silent
-// longest makes room; those that never sent a byte go first, but for an eighth of the places, in which newcomers have
-// the time to speak. Credentials: AUTH_NONE and whole ones of AUTH_SYS are let through; anything else is refused here,
-// before the library looks at it. Thread: the thread of svc_run only.
+// Bounds (limits.h): maxRequestBytes for one request, maxHeldBytes for all unfinished requests and unread replies
+// together, and the descriptor limit less a reserve for the number of connections. Past a bound the connection that has
+// been silent longest makes room; those that never sent a byte go first, but for an eighth of the places, in which
+// newcomers have the time to speak. Credentials: AUTH_NONE and whole ones of AUTH_SYS are let through; anything else is
+// refused here, before the library looks at it. Thread: the thread of svc_run only.
 #include "rpc/door.h"
 
 #include "rpc/codec.h"
