@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // regd_svc: the dispatcher and the handlers of the registry service.
 //
-// The handler of a procedure is the overload of Serve that takes its argument. It fills the body of the result, in which
-// names and data are borrowed from the tree: they are encoded before anything can change. Every result goes out with the
-// discriminant 1.
+// The handler of a procedure is the overload of Serve that takes its argument. It fills the body of the result, in
+// which names and data are borrowed from the tree: they are encoded before anything can change. Every result goes out
+// with the discriminant 1.
 //
 // Sizes. Buffer sizes for names and classes count the terminator, lengths that are answered do not. What does not fit
 // its buffer answers 234 with the length needed and without the name; a class of size 0 was not asked for. Data that
@@ -14,6 +14,7 @@
 #include "registry/regd_xdr.h"
 #include "rpc/door.h"
 #include "tvregd/graveyard.h"
+#include "tvregd/port_entry.h"
 #include "util/printable.h"
 
 #include <netinet/in.h>
@@ -228,10 +229,33 @@ void Serve(Registry &, const regd_REG_PING_DAEMON &call, regd_BASIC_RETURN *answ
     answer->status = call.mode <= STILL_THERE ? 0 : ERROR_INVALID_PARAMETER;
 }
 
-// All the others, for hives, security descriptors and notification: there are none here.
+// Keys have no security descriptors: everybody who reaches the daemon may do everything, and so says the one that all
+// of them answer: revision 1, self-relative, no owner and group, a DACL that is null.
+void Serve(Registry &registry, const regd_REG_GET_KEY_SEC &call, regd_REG_GET_KEY_SEC_RETURN *answer) {
+    static std::string everybody("\x01\x00\x04\x80\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, {}, &key);
+    if (answer->status != 0) return;
+    answer->descriptorBytes = Length(everybody);
+    if (call.descriptorBytes < answer->descriptorBytes) {
+        answer->status = ERROR_INSUFFICIENT_BUFFER; // 122
+    } else {
+        answer->descriptor = Bytes(everybody, answer->descriptorBytes);
+    }
+}
+
+// The protocol carries nothing that could be set.
+void Serve(Registry &registry, const regd_REG_SET_KEY_SEC &call, regd_BASIC_RETURN *answer) {
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, {}, &key);
+}
+
+// All the others, for hives and notification: there are none here.
 template <typename Argument, typename Body>
-void Serve(Registry &, const Argument &, Body *answer) {
-    answer->status = ERROR_CALL_NOT_IMPLEMENTED; // 120
+void Serve(Registry &registry, const Argument &call, Body *answer) {
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, {}, &key);
+    if (answer->status == 0) answer->status = ERROR_CALL_NOT_IMPLEMENTED; // 120
 }
 
 // What is answered, in place of what was, when the database fails.
@@ -306,6 +330,7 @@ bool StartService(Registry &registry, bool allowRemote) {
                            REGDAEMONPROG, REGDAEMONVERS);
         return false;
     }
+    KeepPortEntry(REGDAEMONPROG, REGDAEMONVERS, listener->xp_port);
     return true;
 }
 
@@ -322,5 +347,6 @@ void StopService() {
         (void)sleep(5);
         _exit(0);
     }).detach();
+    StopKeepingPortEntry();
     svc_unregister(REGDAEMONPROG, REGDAEMONVERS);
 }

@@ -498,17 +498,46 @@ TEST_F(RegistryOverTcp, pings_of_the_three_modes_answer_0_and_others_87) {
     EXPECT_EQ(Status(REG_PING_DAEMON, ping), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
 }
 
-TEST_F(RegistryOverTcp, hives_security_and_notification_answer_120) {
+TEST_F(RegistryOverTcp, every_key_answers_the_same_security_descriptor_and_takes_any) {
+    auto argument = For<regd_REG_GET_KEY_SEC>(top);
+    argument.descriptorBytes = 20;
+    auto answer = Call<regd_REG_GET_KEY_SEC_RES>(REG_GET_KEY_SECURITY, argument);
+    EXPECT_EQ(answer->body.status, 0u);
+    EXPECT_EQ(answer->body.descriptorBytes, 20u);
+    EXPECT_EQ(StringOf(answer->body.descriptor), std::string("\x01\0\x04\x80", 4) + std::string(16, '\0'));
+    argument.descriptorBytes = 19;
+    auto tooSmall = Call<regd_REG_GET_KEY_SEC_RES>(REG_GET_KEY_SECURITY, argument);
+    EXPECT_EQ(tooSmall->body.status, static_cast<std::uint32_t>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(tooSmall->body.descriptorBytes, 20u);
+    EXPECT_EQ(tooSmall->body.descriptor.count, 0u);
+    EXPECT_EQ(Status(REG_SET_KEY_SECURITY, For<regd_REG_SET_KEY_SEC>(top)), 0u);
+}
+
+TEST_F(RegistryOverTcp, hives_and_notification_answer_120) {
     constexpr auto NOT_IMPLEMENTED = static_cast<std::uint32_t>(ERROR_CALL_NOT_IMPLEMENTED);
     EXPECT_EQ(Status(REG_LOAD_KEY, For<regd_REG_LOAD_KEY>(top)), NOT_IMPLEMENTED);
     EXPECT_EQ(Status(REG_UNLOAD_KEY, For<regd_REG_UNLOAD_KEY>(top)), NOT_IMPLEMENTED);
     EXPECT_EQ(Status(REG_REPLACE_KEY, For<regd_REG_REPLACE_KEY>(top)), NOT_IMPLEMENTED);
     EXPECT_EQ(Status(REG_RESTORE_KEY, For<regd_REG_RESTORE_KEY>(top)), NOT_IMPLEMENTED);
     EXPECT_EQ(Status(REG_SAVE_KEY, For<regd_REG_SAVE_KEY>(top)), NOT_IMPLEMENTED);
-    EXPECT_EQ(Status(REG_SET_KEY_SECURITY, For<regd_REG_SET_KEY_SEC>(top)), NOT_IMPLEMENTED);
     EXPECT_EQ(Status(REG_NOTIFY_CHANGE_KEY_VALUE, For<regd_REG_NOTIFY_CHANGE_KEY_VALUE>(top)), NOT_IMPLEMENTED);
-    EXPECT_EQ(Call<regd_REG_GET_KEY_SEC_RES>(REG_GET_KEY_SECURITY, For<regd_REG_GET_KEY_SEC>(top))->body.status,
-              NOT_IMPLEMENTED);
+}
+
+TEST_F(RegistryOverTcp, bad_and_deleted_handles_answer_6_and_1018_where_nothing_is_implemented_too) {
+    const std::uint32_t gone = Make(top, "gone");
+    EXPECT_EQ(Delete(top, "gone"), 0u);
+    for (const auto &[key, code] : {std::pair{NOT_THERE, ERROR_INVALID_HANDLE}, std::pair{gone, ERROR_KEY_DELETED}}) {
+        const auto status = static_cast<std::uint32_t>(code);
+        EXPECT_EQ(Status(REG_LOAD_KEY, For<regd_REG_LOAD_KEY>(key)), status);
+        EXPECT_EQ(Status(REG_UNLOAD_KEY, For<regd_REG_UNLOAD_KEY>(key)), status);
+        EXPECT_EQ(Status(REG_REPLACE_KEY, For<regd_REG_REPLACE_KEY>(key)), status);
+        EXPECT_EQ(Status(REG_RESTORE_KEY, For<regd_REG_RESTORE_KEY>(key)), status);
+        EXPECT_EQ(Status(REG_SAVE_KEY, For<regd_REG_SAVE_KEY>(key)), status);
+        EXPECT_EQ(Status(REG_SET_KEY_SECURITY, For<regd_REG_SET_KEY_SEC>(key)), status);
+        EXPECT_EQ(Status(REG_NOTIFY_CHANGE_KEY_VALUE, For<regd_REG_NOTIFY_CHANGE_KEY_VALUE>(key)), status);
+        EXPECT_EQ(Call<regd_REG_GET_KEY_SEC_RES>(REG_GET_KEY_SECURITY, For<regd_REG_GET_KEY_SEC>(key))->body.status,
+                  status);
+    }
 }
 
 TEST_F(RegistryOverTcp, procedure_17_and_those_behind_the_last_are_unavailable) {
@@ -618,6 +647,22 @@ TEST_F(RegistryOverTcp, port_mapper_that_hangs_delays_the_end_by_five_seconds) {
     EXPECT_EQ(StopDaemon(daemon), 0);
     EXPECT_LT(MonotonicMs() - begin, 8000);
     ASSERT_EQ(kill(portMapper, SIGCONT), 0);
+    daemon = StartRegistryDaemon(database);
+}
+
+TEST_F(RegistryOverTcp, a_port_mapper_that_has_lost_its_table_learns_of_the_daemon_again) {
+    const pid_t portMapper = raw::ProcessNamed("rpcbind");
+    ASSERT_GT(portMapper, 0);
+    ASSERT_EQ(kill(portMapper, SIGKILL), 0);
+    ASSERT_TRUE(WaitUntil([] { return raw::ProcessNamed("rpcbind") == 0; }));
+    SleepMs(200); // the daemon looks for it in vain
+    EXPECT_EQ(Open(top, nullptr)->body.status, 0u) << "who is connected stays so";
+    ASSERT_EQ(RunProgram({.command = {"/usr/sbin/rpcbind"}}), 0);
+    EXPECT_TRUE(WaitUntil([] { return IsRegistered(REGDAEMONPROG, REGDAEMONVERS); }));
+    client = DialRegistryDaemon();
+    EXPECT_EQ(Open(top, nullptr)->body.status, 0u);
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    EXPECT_FALSE(IsRegistered(REGDAEMONPROG, REGDAEMONVERS));
     daemon = StartRegistryDaemon(database);
 }
 
