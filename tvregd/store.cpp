@@ -7,9 +7,11 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 namespace {
@@ -121,9 +123,31 @@ SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
     return database;
 }
 
-int LockFile(const std::string &file) {
-    int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+// Opens a file for its user alone, making it when it is not there: whoever else could open it, be it for reading, could
+// lock it and so hold the daemon.
+int OpenPrivate(const std::string &file) {
+    int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
     if (descriptor < 0) throw std::runtime_error(std::strerror(errno));
+    DescriptorGuard guard(&descriptor);
+    struct stat found = {};
+    if (fstat(descriptor, &found) != 0) throw std::runtime_error(std::strerror(errno));
+    if (!S_ISREG(found.st_mode)) throw std::runtime_error("not a regular file");
+    if ((found.st_mode & 077) != 0 && fchmod(descriptor, 0600) != 0)
+        throw std::runtime_error("open to others, and not ours to close to them");
+    (void)guard.release();
+    return descriptor;
+}
+
+// Makes sure of the database file and locks what stands for it: a file beside it, since SQLite has locks of its own in
+// the first. SQLite gives the files that it makes the mode of the database; older ones may be left over from a crash.
+int LockDatabase(const std::string &file) {
+    (void)close(OpenPrivate(file)); // before SQLite opens it: closing releases all locks of this process
+    const std::string path = std::filesystem::canonical(file); // one lock whichever way leads to the file
+    for (const char *suffix : {"-wal", "-shm"}) {
+        if (chmod((path + suffix).c_str(), 0600) != 0 && errno != ENOENT)
+            throw std::runtime_error(suffix + std::string(": ") + std::strerror(errno));
+    }
+    int descriptor = OpenPrivate(path + "-lock");
     DescriptorGuard guard(&descriptor);
     if (flock(descriptor, LOCK_EX | LOCK_NB) != 0)
         throw std::runtime_error(errno == EWOULDBLOCK ? "in use by another registry daemon" : std::strerror(errno));
@@ -149,7 +173,7 @@ Store::Store(int lock, const std::string &file, Durability durable)
       putLastNumber(database, "UPDATE counters SET last_number = ?") {}
 
 StoreGuard OpenStore(const std::string &file, Durability durability) {
-    int lock = LockFile(file);
+    int lock = LockDatabase(file);
     DescriptorGuard guard(&lock);
     StoreGuard store(new Store(lock, file, durability));
     (void)guard.release();

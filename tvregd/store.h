@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // store: the registry in its file, a SQLite database in WAL mode.
 //
-// The daemon alone writes the file, and holds a lock on it that keeps a second daemon out; other programs may read it
-// meanwhile. What is written between Begin and Commit survives the end of the daemon when Commit returns, and with
-// Durability::FULL also the end of the machine. The functions throw SQLite::Exception when SQLite fails; the
-// transaction is then to be rolled back.
+// The daemon alone writes the file, and holds a lock on another beside it that keeps a second daemon out; other
+// programs of its user may read it meanwhile. No other user can open any of its files. What is written between Begin
+// and Commit survives the end of the daemon when Commit returns, and with Durability::FULL also the end of the machine.
+// The functions throw SQLite::Exception when SQLite fails; the transaction is then to be rolled back.
 //
 // Keys and values are found in memory and by their row numbers only, so that the tables have no other index: a change
 // writes one page, and reading everything at start is one walk over each table. Thread: the only one.
@@ -45,7 +45,8 @@ void CloseStore(Store *store);
 using StoreGuard = std::unique_ptr<Store, Calls<&CloseStore>>;
 
 // Opens the file, making it and its tables when they are not there, or bringing those of an earlier version up to date.
-// Throws std::runtime_error with a text for people when another daemon has the file or it is no registry of ours.
+// Throws std::runtime_error with a text for people when another daemon has the file, it is no registry of ours, or it
+// cannot be closed to other users.
 StoreGuard OpenStore(const std::string &file, Durability durability = Durability::FULL);
 
 // A transaction: nothing is stored outside of one.

@@ -10,6 +10,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -67,6 +68,7 @@ std::string UserDatabase() {
     }
     folder /= "tvregd";
     std::filesystem::create_directories(folder);
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all); // where it was there, too
     return folder / "registry.db";
 }
 
@@ -115,6 +117,7 @@ void NotifyManager() {
 
 int Serve(const Options &options) {
     OpenStandardDescriptors();
+    (void)umask(077);
     const int serving = options.background ? GoToBackground() : -1;
     const sigset_t waitingMask = PrepareSignals();
     const std::string file = options.user ? UserDatabase() : options.database;

@@ -8,7 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <grp.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <atomic>
@@ -715,6 +718,75 @@ TEST_F(RegistryOverTcp, user_database_lies_in_the_state_folder_of_the_user) {
     EXPECT_EQ(StopDaemon(detached.process), 0);
     EXPECT_THAT(ReadFile(folder + "/tvregd/registry.db"), testing::StartsWith("SQLite format 3"));
     daemon = StartRegistryDaemon(database);
+}
+
+mode_t ModeOf(const std::string &file) {
+    struct stat found = {};
+    EXPECT_EQ(stat(file.c_str(), &found), 0) << file;
+    return found.st_mode & 07777;
+}
+
+// Another user's attempts on the files of a database. Returns how many of them could be opened.
+int OpenedByNobody(const std::string &file) {
+    const pid_t child = fork();
+    if (child == 0) {
+        if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(99);
+        int opened = 0;
+        for (const char *suffix : {"", "-wal", "-shm", "-lock"})
+            opened += open((file + suffix).c_str(), O_RDONLY) >= 0 ? 1 : 0;
+        _exit(opened);
+    }
+    return WEXITSTATUS(WaitForEnd(child));
+}
+
+// Any user who could read the database was able to lock it, so that no daemon started, or to keep a read lock on the
+// shared memory of SQLite, so that no write was answered.
+TEST_F(RegistryOverTcp, no_other_user_can_open_and_so_lock_what_the_daemon_needs) {
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    const std::string folder = MakeScratchFolder();
+    ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
+    const std::string file = folder + "/registry.db";
+    const mode_t before = umask(0);
+    for (const bool leftOpen : {false, true}) {
+        if (leftOpen) { // as by an earlier version that was killed
+            for (const char *suffix : {"", "-wal", "-shm", "-lock"})
+                ASSERT_EQ(chmod((file + suffix).c_str(), 0644), 0) << suffix;
+        }
+        daemon = StartRegistryDaemon(file);
+        WriteKey("Software\\Private", {});
+        for (const char *suffix : {"", "-wal", "-shm", "-lock"})
+            EXPECT_EQ(ModeOf(file + suffix), 0600u) << suffix;
+        if (geteuid() == 0) {
+            EXPECT_EQ(OpenedByNobody(file), 0);
+        }
+        EXPECT_EQ(StopDaemon(daemon, SIGKILL), SIGKILL);
+    }
+    (void)umask(before);
+    daemon = StartRegistryDaemon(database);
+}
+
+TEST_F(RegistryOverTcp, folder_of_the_user_database_is_the_users_alone) {
+    EXPECT_EQ(StopDaemon(daemon), 0);
+    const std::string folder = MakeScratchFolder();
+    std::filesystem::create_directories(folder + "/there/tvregd");
+    ASSERT_EQ(chmod((folder + "/there/tvregd").c_str(), 0755), 0);
+    for (const std::string &state : {folder + "/there", folder + "/new"}) {
+        const DetachedDaemon detached = StartDetached(
+            {.command = {ProgramPath("tvregd"), "--user", "--background"}, .environment = {"XDG_STATE_HOME=" + state}});
+        EXPECT_EQ(detached.launcherStatus, 0);
+        EXPECT_EQ(ModeOf(state + "/tvregd"), 0700u);
+        EXPECT_EQ(StopDaemon(detached.process), 0);
+    }
+    EXPECT_EQ(ModeOf(folder + "/new"), 0700u);
+    daemon = StartRegistryDaemon(database);
+}
+
+TEST_F(RegistryOverTcp, a_second_way_to_the_same_file_meets_the_same_lock) {
+    const std::string link = MakeScratchFolder() + "/link.db";
+    std::filesystem::create_symlink(database, link);
+    const Ended second = RunAndRead({.command = {ProgramPath("tvregd"), "--database", link}});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.error, HasSubstr("in use by another registry daemon"));
 }
 
 TEST_F(RegistryOverTcp, wrong_options_end_with_2_and_an_unusable_file_with_1) {
