@@ -104,18 +104,18 @@ xdrproc_t Untyped(bool_t (*routine)(XDR *, Record *)) {
     return reinterpret_cast<xdrproc_t>(routine);
 }
 
-// The routine of a record: xdr_ + its name.
+// The routine of a record: xdr_ + its name. Null, and of another type, for what is no record.
 template <typename Record>
-inline constexpr bool_t (*routineOf)(XDR *, Record *) = nullptr;
+inline constexpr auto routineOf = nullptr;
 
 #define TV_ROUTINE(Record)                                                                                             \
     bool_t xdr_##Record(XDR *xdrs, Record *record);                                                                    \
     template <>                                                                                                        \
-    inline constexpr bool_t (*routineOf<Record>)(XDR *, Record *) = xdr_##Record;
+    inline constexpr auto routineOf<Record> = &xdr_##Record;
 
 template <typename Record>
 xdrproc_t RoutineOf() {
-    static_assert(routineOf<Record> != nullptr);
+    static_assert(!std::is_null_pointer_v<decltype(routineOf<Record>)>);
     return Untyped(routineOf<Record>);
 }
 
@@ -123,7 +123,7 @@ xdrproc_t RoutineOf() {
 struct Nothing {};
 inline bool_t xdr_nothing(XDR * /*xdrs*/, Nothing * /*record*/) { return TRUE; }
 template <>
-inline constexpr bool_t (*routineOf<Nothing>)(XDR *, Nothing *) = xdr_nothing;
+inline constexpr auto routineOf<Nothing> = &xdr_nothing;
 
 // Releases what a record holds: decoded strings, bytes and links.
 template <typename Record>
