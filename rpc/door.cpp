@@ -89,7 +89,8 @@ struct SilenceList {
 struct Door {
     DoorAdmits admits;
     DoorTurn turn;
-    int waitMs; // for events while there is no request: 0, or -1 when the door itself waits
+    std::size_t requestBytes; // of one request at most
+    int waitMs;               // for events while there is no request: 0, or -1 when the door itself waits
     int epoll;
     int listener;
     int spare; // given up to accept, and refuse, a connection when no descriptor is left
@@ -558,7 +559,7 @@ auth_stat CheckCredential(const opaque_auth &credential) {
 // Takes the request that the connection holds in hand. False when it holds no whole one, or one that is no request.
 bool TakeRequest(Connection *connection, rpc_msg *message) {
     MessageInput *input = &connection->input;
-    const MessageState state = AssembleMessage(input, maxRequestBytes);
+    const MessageState state = AssembleMessage(input, door.requestBytes);
     if (state == MessageState::Incomplete) return false;
     if (state == MessageState::Whole) {
         xdrmem_create(&door.arguments, input->bytes + input->begin, static_cast<u_int>(input->end - input->begin),
@@ -678,9 +679,10 @@ bool PrepareDescriptors(int listenerNumber) {
 
 } // namespace
 
-bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait, DoorTurn turn) {
+bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait, DoorTurn turn, std::size_t requestBytes) {
     door.admits = admits;
     door.turn = turn;
+    door.requestBytes = requestBytes;
     door.waitMs = wait == DoorWait::Inside ? -1 : 0;
     door.maxConnections = ConnectionLimit();
     if (!PrepareDescriptors(listener->xp_fd)) {

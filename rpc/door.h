@@ -5,10 +5,13 @@
 // beneath: accepting, assembling requests, sending replies.
 #pragma once
 
+#include "rpc/limits.h"
+
 #include <netinet/in.h>
 #include <rpc/rpc.h>
 #include <signal.h>
 
+#include <cstddef>
 #include <cstdint>
 
 // Whether a peer may come in; `local` is this end's address of its connection. May be null: everyone may.
@@ -33,9 +36,10 @@ using DoorTurn = void (*)(bool requestsWait);
 // only when they are whole, replies never block, and the bounds of limits.h hold; the dispatcher sees an
 // ordinary SVCXPRT, whose xp_rtaddr is the peer of the present request. To be called once in a process, before svc_run.
 // Returns false when a descriptor cannot be had; the transport is then as before.
-//   turn  may be null
+//   turn          may be null
+//   requestBytes  of one request at most; a longer one costs its connection
 [[nodiscard]] bool OpenDoor(SVCXPRT *listener, DoorAdmits admits = nullptr, DoorWait wait = DoorWait::InLoop,
-                            DoorTurn turn = nullptr);
+                            DoorTurn turn = nullptr, std::size_t requestBytes = maxRequestBytes);
 
 // Codes what is answered in place of a reply, out of a number.
 using DoorSubstitute = bool_t (*)(XDR *xdrs, std::uint32_t *number);

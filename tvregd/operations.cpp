@@ -174,6 +174,7 @@ std::uint32_t SetValue(Registry &registry, std::uint32_t handle, std::string_vie
     Key *key = nullptr;
     if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     if (name.size() > MAX_VALUE_NAME) return ERROR_INVALID_PARAMETER;
+    if (data.size() > MAX_VALUE_BYTES) return ERROR_FILE_TOO_LARGE; // 223
     Value value{std::string(name), type, std::string(data)};
     Value *present = FindValue(*key, name);
     const std::uint64_t now = FileTimeNow();

@@ -14,6 +14,7 @@
 // a key's as the service daemon reads of a service's name.
 constexpr std::size_t MAX_KEY_NAME = 1023;
 constexpr std::size_t MAX_VALUE_NAME = 16383 * std::size_t{4};
+constexpr std::size_t MAX_VALUE_BYTES = std::size_t{16} << 20; // of data
 
 // Also 2 when there is no such key; 161 for a malformed path.
 [[nodiscard]] std::uint32_t OpenKey(Registry &registry, std::uint32_t handle, std::string_view path, Key **key);
@@ -43,7 +44,8 @@ constexpr std::size_t MAX_VALUE_NAME = 16383 * std::size_t{4};
 [[nodiscard]] std::uint32_t QueryValue(Registry &registry, std::uint32_t handle, std::string_view name,
                                        const Value **value);
 
-// Sets a value, which keeps its place and the case of its name when it exists. Also 87 for a name that is too long.
+// Sets a value, which keeps its place and the case of its name when it exists. Also 87 for a name that is too long,
+// 223 for data that is.
 [[nodiscard]] std::uint32_t SetValue(Registry &registry, std::uint32_t handle, std::string_view name,
                                      std::uint32_t type, std::string_view data);
 

@@ -28,6 +28,10 @@
 
 namespace {
 
+// Much more than the largest value, so that one that is too large is answered, and does not look like a daemon that
+// cannot be reached.
+constexpr std::size_t MAX_REQUEST_BYTES = 4 * MAX_VALUE_BYTES;
+
 constexpr std::uint32_t VERSION_MAJOR = 2, VERSION_MINOR = 3, VERSION_PATCH = 0;
 
 // What a ping says.
@@ -319,7 +323,8 @@ bool StartService(Registry &registry, bool allowRemote) {
     served = &registry;
     (void)pmap_unset(REGDAEMONPROG, REGDAEMONVERS);
     SVCXPRT *listener = svctcp_create(RPC_ANYSOCK, 0, 0);
-    if (listener == nullptr || !OpenDoor(listener, allowRemote ? nullptr : IsLocalPeer, DoorWait::InLoop, EndTurn)) {
+    if (listener == nullptr ||
+        !OpenDoor(listener, allowRemote ? nullptr : IsLocalPeer, DoorWait::InLoop, EndTurn, MAX_REQUEST_BYTES)) {
         (void)std::fprintf(stderr, "tvregd: cannot listen\n");
         return false;
     }

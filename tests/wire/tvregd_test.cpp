@@ -484,6 +484,16 @@ TEST_F(RegistryOverTcp, big_values_pass) {
     EXPECT_EQ(StringOf(Query(top, "big", 2'000'000)->body.data), big);
 }
 
+TEST_F(RegistryOverTcp, values_of_16_mebibytes_pass_and_larger_ones_answer_223_over_the_same_connection) {
+    const std::string largest(16 << 20, 'b');
+    EXPECT_EQ(Set(top, "largest", largest, REG_BINARY), 0u);
+    EXPECT_TRUE(StringOf(Query(top, "largest", 1 << 25)->body.data) == largest);
+    EXPECT_EQ(Set(top, "larger", largest + 'b', REG_BINARY), static_cast<std::uint32_t>(ERROR_FILE_TOO_LARGE));
+    EXPECT_EQ(Set(top, "largest", std::string(60 << 20, 'c')), static_cast<std::uint32_t>(ERROR_FILE_TOO_LARGE));
+    EXPECT_EQ(Query(top, "larger")->body.status, static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(Query(top, "largest", 0, true)->body.dataBytes, largest.size());
+}
+
 // --- the rest of the procedures ------------------------------------------------------------------------------------
 
 TEST_F(RegistryOverTcp, version_is_2_3_0) {
