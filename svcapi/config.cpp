@@ -6,6 +6,7 @@
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
+#include "svcapi/pid_file.h"
 #include "util/multi_string.h"
 
 #include <cstring>
@@ -64,5 +65,9 @@ BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStart
                                                      {},
                                                      Field(lpDisplayName),
                                                      lpdwTagId != nullptr ? 1 : 0};
-    return Succeeded(ChangeRecordConfig(*call.handle->link, change, lpdwTagId));
+    rc = ChangeRecordConfig(*call.handle->link, change, lpdwTagId);
+    if (rc == ERROR_SUCCESS && lpServiceStartName != nullptr && IsThisMachine(call.handle->link->host)) {
+        (void)PreparePidFile(call.handle->name, lpServiceStartName); // a hint less, where it cannot be made
+    }
+    return Succeeded(rc);
 }

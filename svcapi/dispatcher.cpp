@@ -216,7 +216,7 @@ SVCXPRT *Listen(int *listening) {
 void RemovePidFiles(ServiceRuntime &runtime) {
     const std::lock_guard<std::mutex> locked(runtime.guard);
     for (const std::string &path : runtime.pidFiles) {
-        (void)unlink(path.c_str()); // a hint only
+        RemovePidFile(path);
     }
     runtime.pidFiles.clear();
 }

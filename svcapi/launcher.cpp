@@ -5,6 +5,7 @@
 #include "servd/servd_xdr.h"
 #include "svcapi/link.h"
 #include "svcapi/peer_owner.h"
+#include "svcapi/process_user.h"
 
 #include <unistd.h>
 
@@ -17,19 +18,6 @@ namespace {
 constexpr timeval lookTimeout = {1, 0};
 
 uid_t launcher; // the user who may hand over starts and controls, besides root
-
-using File = std::unique_ptr<FILE, Calls<&std::fclose>>;
-
-// The effective user of a process: what its sockets are made as.
-bool FindUserOf(pid_t process, uid_t *user) {
-    const File status(std::fopen(("/proc/" + std::to_string(process) + "/status").c_str(), "re"));
-    if (status == nullptr) return false;
-    char line[256];
-    while (std::fgets(line, sizeof line, status.get()) != nullptr) {
-        if (std::sscanf(line, "Uid: %*u %u", user) == 1) return true;
-    }
-    return false;
-}
 
 } // namespace
 

@@ -5,6 +5,7 @@
 #include "servd/limits.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 
@@ -32,6 +33,12 @@ CallClock::time_point CallUnderWaySince() { return underWaySince; }
 
 std::chrono::milliseconds FirstCallTimeout() { return firstCallTimeout; }
 void SetFirstCallTimeout(std::chrono::milliseconds timeout) { firstCallTimeout = timeout; }
+
+bool IsThisMachine(const std::string &host) {
+    char ownName[256] = {};
+    (void)gethostname(ownName, sizeof ownName - 1); // an empty name is no host's
+    return host == "localhost" || host == ownName || host.rfind("127.", 0) == 0;
+}
 
 DWORD Connect(DaemonLink &link) {
     if (link.client != nullptr && IsAlive(link.client.get())) return ERROR_SUCCESS;

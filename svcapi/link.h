@@ -33,6 +33,9 @@ struct DaemonLink {
 using CallClock = std::chrono::steady_clock;
 [[nodiscard]] CallClock::time_point CallUnderWaySince();
 
+// Whether a daemon's host is this machine.
+[[nodiscard]] bool IsThisMachine(const std::string &host);
+
 // Makes sure of a live connection. Returns 0 or 1722 RPC_S_SERVER_UNAVAILABLE. Blocks for the waits of dial.h.
 [[nodiscard]] DWORD Connect(DaemonLink &link);
 

@@ -2,15 +2,30 @@
 // pid_file: a hint for people and tools, because the daemon tells nobody a process id.
 //
 // The file is NAME.pid under /run/tv/services, or under $XDG_RUNTIME_DIR/tv/services where the first cannot be written.
-// It holds the process id and a newline. It is a hint only: it may be missing, or left over from a killed process.
+// It holds the process id and a newline, or nothing. It is a hint only: it may be missing, or left over from a killed
+// process.
+//
+// /run/tv/services is root's, and nobody else makes or removes files there. A service that runs under an account gets a
+// file of its own, which root has made for it and given to the account: when the service is created or its account
+// changes (CreateServiceA, ChangeServiceConfigA), and at boot, since /run is empty then (tvsc prepare). What is
+// trusted: that the file NAME.pid was put there by root. What an account writes into its file can only lead to
+// processes of its own; that of another user does not count.
 #pragma once
 
 #include <sys/types.h>
 
 #include <string>
 
+// Makes the file of a service that will run under this account, empty, or makes it anew where it is another user's.
+// Returns 0, also where there is nothing to do, because the account is empty or root's; EPERM for anybody but root,
+// EINVAL for a name that cannot be a file's, ENOENT for an unknown account, or the errno of what failed.
+[[nodiscard]] int PreparePidFile(const std::string &serviceName, const std::string &account);
+
 // Writes the hint for this process. Returns the file's path; empty when it could not be written.
 [[nodiscard]] std::string WritePidFile(const std::string &serviceName);
+
+// Takes the hint away; the file stays, and is empty, where it is not ours to remove.
+void RemovePidFile(const std::string &path);
 
 struct PidHint {
     pid_t pid = 0; // 0 when there is no hint

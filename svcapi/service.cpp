@@ -6,6 +6,7 @@
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
+#include "svcapi/pid_file.h"
 #include "util/multi_string.h"
 
 #include <algorithm>
@@ -101,6 +102,9 @@ SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDi
     DWORD tag = 0;
     if (!Succeeded(CreateRecord(*call.handle->link, service, &index, &tag))) return nullptr;
     if (lpdwTagId != nullptr) *lpdwTagId = tag; // else it is the tag of somebody's earlier create
+    if (lpServiceStartName != nullptr && IsThisMachine(call.handle->link->host)) {
+        (void)PreparePidFile(lpServiceName, lpServiceStartName); // a hint less, where it cannot be made
+    }
     return AddService(call, lpServiceName, index);
 }
 

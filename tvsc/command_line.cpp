@@ -13,6 +13,7 @@
 #include "tvsc/look.h"
 #include "tvsc/names.h"
 #include "tvsc/plan.h"
+#include "tvsc/prepare.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
@@ -403,6 +404,8 @@ void AddDaemonCommands(CLI::App &app, CommandLine &line) {
     daemon->add_subcommand("status", "Whether it runs, with its services")->callback([&line] {
         line.run = [&line] { return RunDaemonStatus(line.options); };
     });
+    app.add_subcommand("prepare", "Make the files that services with accounts leave their process ids in; for root")
+        ->callback([&line] { line.run = [&line] { return RunPrepare(line.options); }; });
     daemon->add_subcommand("stop", "End it; services are left running")->callback([&line] {
         line.run = [&line] { return RunDaemonStop(line.options); };
     });

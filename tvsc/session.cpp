@@ -7,7 +7,6 @@
 #include "tvsc/report.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <thread>
 
@@ -23,11 +22,7 @@ bool IsBusy() {
 
 } // namespace
 
-bool IsThisMachine(const Options &options) {
-    char ownName[256] = {};
-    (void)gethostname(ownName, sizeof ownName - 1); // an empty name is no host's
-    return options.host == "localhost" || options.host == ownName || options.host.rfind("127.", 0) == 0;
-}
+bool IsThisMachine(const Options &options) { return IsThisMachine(options.host); }
 
 void WatchForBusyDaemon() {
     std::thread([] {

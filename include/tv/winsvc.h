@@ -172,7 +172,8 @@ SC_HANDLE OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD dwDesir
 /* Closes either kind of handle. A manager handle may be closed before the services opened through it. */
 BOOL CloseServiceHandle(SC_HANDLE hSCObject);
 
-/* Creates a service and opens it.
+/* Creates a service and opens it. Called by root on the daemon's machine, it also makes the file that a service with an
+ * account of its own leaves its process id in.
  *   lpDisplayName       null for the service name
  *   lpBinaryPathName    a csh script that ends in `exec PROGRAM`; the daemon hands it to /bin/csh as its one argument
  *   lpLoadOrderGroup    null or "" for none
@@ -315,8 +316,8 @@ typedef struct SERVICE_TABLE_ENTRYA {
  *   lpServiceStartTable  entries, the last one all null; must stay valid
  * Each ServiceMain runs in a thread of its own, control handlers on one other thread, all with the caller's signal
  * mask. Reports SERVICE_START_PENDING with a wait of 30 seconds for a service as soon as it is started. Writes
- * /run/tv/services/NAME.pid, or the same under $XDG_RUNTIME_DIR, where such a folder can be made, and takes it and its
- * port mapper entry away when the process exits.
+ * /run/tv/services/NAME.pid, or the same under $XDG_RUNTIME_DIR, where such a file can be made or is there for it, and
+ * takes its process id and its port mapper entry away when the process exits.
  *
  * Only root and the user of the parent process, which is the daemon's, may hand over starts and controls; connections
  * of others are closed. A table of one entry serves one service, whose name the first start request tells: a start of

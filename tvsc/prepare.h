@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: MIT
+// prepare: what services need that nobody but root can make, and that a boot takes away. Returns the exit status.
+#pragma once
+
+#include "tvsc/session.h"
+
+// Makes the files that services under accounts leave their process ids in (svcapi/pid_file.h). Reads the registry of
+// this machine; the daemon need not run.
+int RunPrepare(const Options &options);
