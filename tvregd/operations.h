@@ -19,7 +19,8 @@ constexpr std::size_t MAX_VALUE_BYTES = std::size_t{16} << 20; // of data
 // Also 2 when there is no such key; 161 for a malformed path.
 [[nodiscard]] std::uint32_t OpenKey(Registry &registry, std::uint32_t handle, std::string_view path, Key **key);
 
-// Opens a key, making what is missing on the way. keyClass and options (REG_OPTION_VOLATILE) are for the keys made.
+// Opens a key, making what is missing on the way; a new key has its seeds (seeds.h). keyClass and options
+// (REG_OPTION_VOLATILE) are for the keys made.
 //   disposition  REG_CREATED_NEW_KEY or REG_OPENED_EXISTING_KEY
 // Also 161; 87 for a name that is too long, a key that is too deep or other options; 1021 for a lasting key below a
 // volatile one; 8 when there are eight million keys.

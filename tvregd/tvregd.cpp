@@ -3,6 +3,7 @@
 #include "rpc/door.h"
 #include "tvregd/loading.h"
 #include "tvregd/regd_svc.h"
+#include "tvregd/seeds.h"
 #include "util/printable.h"
 #include "util/standard_descriptors.h"
 
@@ -130,6 +131,7 @@ int Serve(const Options &options) {
         throw std::runtime_error(file + ": " + failure.what());
     }
     registry.store = store.get();
+    (void)PlantSeeds(registry); // it has said what was in the way; what is there can be read all the same
     if (!StartService(registry, options.allowRemote)) return 1;
     if (serving >= 0) TellServing(serving);
     NotifyManager();

@@ -3,6 +3,7 @@
 #include "tvregd/graveyard.h"
 #include "tvregd/loading.h"
 #include "tvregd/operations.h"
+#include "tvregd/seeds.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -489,6 +490,49 @@ TEST_F(Tvregd, changes_move_the_write_time_of_the_key_that_they_happen_in) {
     Restart();
     ASSERT_EQ(OpenKey(registry, handle, "", &key), 0u);
     EXPECT_EQ(key->written, gone);
+}
+
+// Programs make the key with their event sources; without values the service daemon would load no service at all.
+TEST_F(Tvregd, the_key_of_the_event_sources_is_made_with_the_values_of_a_service_that_is_never_started) {
+    const std::string services = "SYSTEM\\CurrentControlSet\\Services";
+    (void)Make(HKEY_LOCAL_MACHINE, services + "\\eventlog\\Application\\web");
+    (void)Make(HKEY_LOCAL_MACHINE, services + "\\web\\EventLog");
+    (void)Make(HKEY_USERS, services + "\\EventLog");
+    const auto valuesOf = [&](std::uint32_t root, const std::string &path) {
+        Key *key = nullptr;
+        EXPECT_EQ(OpenKey(registry, root, path, &key), 0u);
+        std::vector<std::string> values;
+        for (const auto &value : key->values.inOrder)
+            values.push_back(value->name + "=" + value->data);
+        return values;
+    };
+    const auto isSeeded =
+        ElementsAre(std::string("Type=\4\0\0\0", 9), std::string("Start=\4\0\0\0", 10),
+                    std::string("ErrorControl=\0\0\0\0", 17), std::string("DisplayName=EventLog\0", 21));
+    EXPECT_THAT(valuesOf(HKEY_LOCAL_MACHINE, services + "\\EventLog"), isSeeded);
+    Restart();
+    EXPECT_THAT(valuesOf(HKEY_LOCAL_MACHINE, services + "\\EventLog"), isSeeded);
+    for (const char *other : {"", "\\EventLog\\Application", "\\EventLog\\Application\\web", "\\web\\EventLog"})
+        EXPECT_THAT(valuesOf(HKEY_LOCAL_MACHINE, services + other), ElementsAre()) << other;
+    EXPECT_THAT(valuesOf(HKEY_USERS, services + "\\EventLog"), ElementsAre());
+}
+
+TEST_F(Tvregd, values_that_the_key_of_the_event_sources_lacks_at_start_are_added) {
+    const std::string path = "SYSTEM\\CurrentControlSet\\Services\\EventLog";
+    EXPECT_EQ(PlantSeeds(registry), 0u);
+    Key *key = nullptr;
+    EXPECT_EQ(OpenKey(registry, HKEY_LOCAL_MACHINE, path, &key), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+    const std::uint32_t handle = Make(HKEY_LOCAL_MACHINE, path);
+    for (const char *name : {"Type", "Start", "ErrorControl"})
+        EXPECT_EQ(DeleteValue(registry, handle, name), 0u);
+    EXPECT_EQ(Set(handle, "DisplayName", "Events"), 0u);
+    Restart();
+    EXPECT_EQ(PlantSeeds(registry), 0u);
+    Restart();
+    ASSERT_EQ(OpenKey(registry, HKEY_LOCAL_MACHINE, path, &key), 0u);
+    EXPECT_EQ(FindValue(*key, "Type")->data, std::string("\4\0\0\0", 4));
+    EXPECT_EQ(FindValue(*key, "DisplayName")->data, "Events");
+    EXPECT_EQ(key->values.inOrder.size(), 4u);
 }
 
 TEST_F(Tvregd, volatile_keys_are_gone_after_a_restart_and_have_no_lasting_children) {
