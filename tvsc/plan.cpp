@@ -2,6 +2,7 @@
 // plan: tells what the daemon will do, without doing it and without asking it: the registry says it all.
 #include "tvsc/plan.h"
 
+#include "servd/service_keys.h"
 #include "tvsc/boot_words.h"
 #include "tvsc/json_output.h"
 #include "tvsc/report.h"
@@ -52,6 +53,26 @@ void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
     fmt::print(".\n");
 }
 
+std::string ShellQuoted(const std::string &text) {
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+// A key among the services that is none, as some programs keep one there: what makes it one that loads and is never
+// started.
+void TellMending(Session &session, const std::string &key) {
+    const std::string path = ShellQuoted(fmt::format("HKLM\\{}\\{}", servicesKeyPath, key));
+    Note(session, "  a service that is never started, so that the others load:");
+    Note(session, fmt::format("    tvreg add {} -v {} -t dword -d {}", path, typeValue, SERVICE_ADAPTER));
+    Note(session, fmt::format("    tvreg add {} -v {} -t dword -d {}", path, startTypeValue, SERVICE_DISABLED));
+    Note(session, fmt::format("    tvreg add {} -v {} -d {}", path, displayNameValue, ShellQuoted(key)));
+    Note(session, "  or, with all below it, away with it:");
+    Note(session, fmt::format("    tvreg delete {}", path));
+}
+
 // The registry cannot be reached, or the daemon would find its database broken.
 void TellFault(Session &session, const BootFault &fault) {
     if (fault.code == ERROR_REGISTRY_IO_FAILED) {
@@ -62,6 +83,8 @@ void TellFault(Session &session, const BootFault &fault) {
     Failed(session, fault.key, "plan", ERROR_DATABASE_DOES_NOT_EXIST,
            fmt::format("{} cannot be read ({}); a daemon that starts now loads no services and starts none", what,
                        CodeText(fault.code)));
+    const bool isIncomplete = fault.value == typeValue || fault.value == displayNameValue;
+    if (fault.code == ERROR_FILE_NOT_FOUND && isIncomplete) TellMending(session, fault.key);
 }
 
 } // namespace

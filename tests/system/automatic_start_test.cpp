@@ -302,6 +302,34 @@ TEST_F(AutomaticStart, the_order_of_a_broken_database_is_why_nothing_starts) {
                                    HasSubstr("1065 ERROR_DATABASE_DOES_NOT_EXIST")));
 }
 
+// Symptom: after its next start the daemon answered 1065 to everybody. Cause: the key that an event source had brought
+// along is a service without values.
+TEST_F(AutomaticStart, the_key_of_the_event_sources_costs_no_service) {
+    WriteService("Alpha", automatic, image.path);
+    WriteKey(servicesKey + "\\EventLog\\Application\\Alpha", {{"TypesSupported", REG_DWORD, Dword(7)}});
+    EXPECT_THAT(Order().output, HasSubstr("\n1 of 2 services started"));
+    StartServiceDaemon({}, bootMs);
+    EXPECT_EQ(Connect(), 0);
+    EXPECT_THAT(States(), UnorderedElementsAre(Pair("Alpha", SERVICE_START_PENDING))) << "it is not listed";
+}
+
+TEST_F(AutomaticStart, what_the_order_says_mends_a_key_that_is_no_service) {
+    WriteService("Alpha", automatic, image.path);
+    const std::string odd = "it's odd";
+    WriteKey(servicesKey + "\\" + odd + "\\more", {});
+    const Ended broken = Order();
+    EXPECT_EQ(broken.status, 6);
+    std::string commands = "PATH=" + ProgramPath("").substr(0, ProgramPath("").rfind('/')) + ":$PATH; set -e\n";
+    std::istringstream lines(broken.error);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("    tvreg add ")) commands += line + "\n";
+    }
+    EXPECT_EQ(RunProgram({.command = {"/bin/sh", "-c", commands}}), 0) << commands;
+    EXPECT_THAT(Order().output, HasSubstr("\n1 of 2 services started"));
+    StartServiceDaemon({}, bootMs);
+    EXPECT_EQ(Connect(), 0);
+}
+
 TEST(AutomaticStartAlone, without_a_registry_daemon_the_order_is_not_told) {
     const Ended ended = Order({"--json"});
     EXPECT_EQ(ended.status, 150);
