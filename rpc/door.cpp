@@ -20,8 +20,9 @@
 //   peer closes      its requests are answered first, then its connection is closed
 //
 // Bounds (limits.h): maxRequestBytes for one request, maxHeldBytes for all unfinished requests and unread replies
-// together, and the descriptor limit less a reserve for the number of connections. Past a bound the connection that has
-// been silent longest makes room; those that never sent a byte go first, but for an eighth of the places, in which
+// together, and the descriptor limit less a reserve for the number of connections; the same, of the limit at
+// ShareDescriptors, for connections and what the process keeps beside them together. Past a bound the connection that
+// has been silent longest makes room; those that never sent a byte go first, but for an eighth of the places, in which
 // newcomers have the time to speak. Credentials: AUTH_NONE and whole ones of AUTH_SYS are let through; anything else is
 // refused here, before the library looks at it. Thread: the thread of svc_run only.
 #include "rpc/door.h"
@@ -93,7 +94,10 @@ struct Door {
     int waitMs;               // for events while there is no request: 0, or -1 when the door itself waits
     int epoll;
     int listener;
-    int spare; // given up to accept, and refuse, a connection when no descriptor is left
+    std::size_t (*kept)(); // descriptors beside the connections; null where there are none
+    void (*giveUp)();
+    std::size_t maxDescriptors; // of both together
+    int spare;                  // given up to accept, and refuse, a connection when no descriptor is left
     std::size_t connections;
     std::size_t maxConnections;
     std::size_t muteConnections; // never sent a byte
@@ -285,9 +289,14 @@ bool IsAdmitted(int descriptor, const sockaddr_in &peer) {
     return getsockname(descriptor, reinterpret_cast<sockaddr *>(&local), &length) == 0 && door.admits(peer, local);
 }
 
-// No descriptor, or no memory for one, is left: a silent connection makes room; without any, the waiting peer is
-// refused with the spare descriptor, so that it does not wait for ever while the loop turns idly.
+// No descriptor, or no memory for one, is left: what the process can do without goes, then a silent connection; without
+// any, the waiting peer is refused with the spare descriptor, so that it does not wait for ever while the loop turns
+// idly.
 void MakeRoomToAccept() {
+    if (door.kept != nullptr && door.kept() > 0) {
+        door.giveUp();
+        return;
+    }
     if (CloseSilentConnection(nullptr, 0)) return;
     (void)close(door.spare);
     const int refused = accept4(door.listener, nullptr, nullptr, SOCK_CLOEXEC);
@@ -317,6 +326,7 @@ void AcceptConnections() {
             continue;
         }
         if (door.connections > door.maxConnections) (void)CloseSilentConnection(nullptr, 0);
+        GiveUpWhatIsTooMany();
     }
 }
 
@@ -693,6 +703,18 @@ bool OpenDoor(SVCXPRT *listener, DoorAdmits admits, DoorWait wait, DoorTurn turn
     }
     listener->xp_ops = &doorOps;
     return true;
+}
+
+void ShareDescriptors(std::size_t (*kept)(), void (*giveUp)()) {
+    door.kept = kept;
+    door.giveUp = giveUp;
+    door.maxDescriptors = ConnectionLimit();
+}
+
+void GiveUpWhatIsTooMany() {
+    while (door.kept != nullptr && door.kept() > 0 && door.connections + door.kept() > door.maxDescriptors) {
+        door.giveUp();
+    }
 }
 
 void HoldReply(DoorSubstitute substitute) {

@@ -41,6 +41,16 @@ using DoorTurn = void (*)(bool requestsWait);
 [[nodiscard]] bool OpenDoor(SVCXPRT *listener, DoorAdmits admits = nullptr, DoorWait wait = DoorWait::InLoop,
                             DoorTurn turn = nullptr, std::size_t requestBytes = maxRequestBytes);
 
+// Has descriptors that the process keeps beside the connections, and can do without, counted together with these: as
+// long as there are any, they make room near the descriptor limit, which is taken as it is now. To be called once,
+// after OpenDoor.
+//   kept    how many there are
+//   giveUp  closes one; called only when there are any
+void ShareDescriptors(std::size_t (*kept)(), void (*giveUp)());
+
+// Has those given up that are too many by now. To be called when one has been added.
+void GiveUpWhatIsTooMany();
+
 // Codes what is answered in place of a reply, out of a number.
 using DoorSubstitute = bool_t (*)(XDR *xdrs, std::uint32_t *number);
 

@@ -7,9 +7,11 @@
 #include "rpc/dial.h"
 #include "rpc/door.h"
 #include "servd/child_signals.h"
+#include "servd/descriptor_limit.h"
 #include "servd/ending.h"
 #include "servd/limits.h"
 #include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/kept_clients.h"
 #include "servd/servd_svc_proc/process.h"
 #include "servd/servd_svc_proc/startup.h"
 #include "servd/servd_xdr.h"
@@ -86,6 +88,9 @@ Win32Code InitializeSCM() {
     SVCXPRT *transport = CreateTcpTransport();
     // The door is part of the transport: a daemon that cannot have one leaves no entry in the port mapper.
     if (!OpenDoor(transport, nullptr, DoorWait::Inside)) Fail("cannot create tcp service.");
+    // The door's bound is that of the limit which the daemon was given; what lies above is for the daemon's own use.
+    RaiseDescriptorLimit();
+    ShareDescriptors(KeptClients, GiveUpOldestClient);
     RegisterOverTcp(transport);
     (void)InitializeSCM(); // the daemon serves even when it failed
     Serve();

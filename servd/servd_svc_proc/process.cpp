@@ -8,6 +8,7 @@
 
 #include "servd/checked_memory.h"
 #include "servd/child_signals.h"
+#include "servd/descriptor_limit.h"
 #include "servd/limits.h"
 #include "servd/servd_svc_proc/account.h"
 #include "servd/servd_svc_proc/reaper.h"
@@ -53,6 +54,7 @@ std::unique_ptr<char *, Calls<&std::free>> EnvironmentWithShell() {
 // Between fork and exec. Deliberate: the image path is the shell's one argument, and both ways name the shell by its
 // full path.
 const char *BecomeService(const Program &program) {
+    RestoreDescriptorLimitInChild();
     RestoreSignalsInChild();
     if (!BecomeAccount(*program.account)) return "account";
     const char *const texts[] = {"csh", program.imagePath, nullptr};

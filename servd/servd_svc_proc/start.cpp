@@ -9,7 +9,7 @@
 // Reads:   "ImagePath".
 // Thread:  main thread only.
 // Deliberate: a sibling in a shared process that can be reached never takes the start, a new process does, and the
-// client handle to the sibling is left over for good; a process that cannot be reached in time is left running and
+// client handle to the sibling is left over; a process that cannot be reached in time is left running and
 // unrecorded.
 #include "servd/servd_svc_proc/start.h"
 
@@ -17,6 +17,7 @@
 #include "servd/limits.h"
 #include "servd/servd_svc_proc/database.h"
 #include "servd/servd_svc_proc/groups.h"
+#include "servd/servd_svc_proc/kept_clients.h"
 #include "servd/servd_svc_proc/process.h"
 #include "servd/servd_svc_proc/reaper.h"
 #include "servd/servd_svc_proc/startup.h"
@@ -100,6 +101,7 @@ Win32Code CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, Text
     if (client != nullptr) {
         // Deliberate: the client is neither used nor destroyed, and as the service is still stopped a new process
         // replaces the process id. Each such start thus keeps one connection to the sibling open.
+        KeepClient(client);
         entry.processId = sibling->processId;
         return ERROR_SUCCESS;
     }

@@ -12,6 +12,7 @@
 #include <link.h>
 #include <netinet/in.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -211,6 +212,8 @@ pid_t StartProgram(const Launch &launch) {
     RedirectTo(launch.errorFile, STDERR_FILENO);
     for (const int descriptor : launch.closed)
         (void)close(descriptor);
+    const rlimit limit = {launch.descriptors, launch.descriptors};
+    if (launch.descriptors != 0 && setrlimit(RLIMIT_NOFILE, &limit) != 0) _exit(127);
     (void)execve(arguments[0], arguments.data(), variables.data());
     _exit(127);
 }

@@ -29,6 +29,7 @@ struct Launch {
     std::string errorFile = {};                // takes standard error, likewise
     std::string directory = {};                // to start in; empty: the test's own
     std::vector<int> closed = {};              // standard descriptors to close before the program starts
+    unsigned descriptors = 0;                  // soft and hard limit; 0: the test's own
 };
 
 // The path of a program of ours: in the folder that TV_BIN names.

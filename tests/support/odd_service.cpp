@@ -6,11 +6,13 @@
 //   drip          answers one byte a second
 //   wrong         answers, but never with the awaited transaction id
 //   brief         accepts its start and ends at once
+//   first FILE    plain where there is no such file yet, which is made then; else brief
 //   state FILE    writes its signal state and its descriptors to FILE first, then as plain
 //   never         registers nothing
 //   full          registers a port at which nobody is accepted any more: its queue is full
 #include "tests/support/raw_rpc.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
@@ -104,10 +106,17 @@ void Serve(int descriptor, const std::string &mode) {
     }
 }
 
+// The mode that "first" stands for.
+std::string ModeByFile(const char *file) {
+    const int made = open(file, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    return made >= 0 ? "plain" : "brief";
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
-    const std::string mode = argc > 1 ? argv[1] : "plain";
+    std::string mode = argc > 1 ? argv[1] : "plain";
+    if (mode == "first" && argc > 2) mode = ModeByFile(argv[2]);
     if (mode == "never") (void)pause();
     if (mode == "state" && argc > 2) WriteState(argv[2]);
     if (mode == "full") {

@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <signal.h>
 
+#include <sstream>
 #include <thread>
 
 using namespace raw;
@@ -186,6 +187,87 @@ TEST_F(HazardServices, services_started_and_stopped_by_controls_leave_nothing_be
              DescriptorsOf(daemon));
     EXPECT_TRUE(CloseServiceHandle(service));
     EXPECT_TRUE(CloseServiceHandle(manager));
+}
+
+// --- siblings in a shared process ---
+
+namespace {
+
+// Starts a service of a shared process, and then another of its image, time and again: each start leaves a client to
+// the first one's process over, which is neither used nor destroyed.
+struct HazardSiblings : HazardServices {
+    std::uint32_t sibling = 0;
+    std::uint32_t other = 0;
+
+    void StartSibling(Launch launch) {
+        const std::vector<RegistryValue> shared = {{"Type", REG_DWORD, Dword(SERVICE_WIN32_SHARE_PROCESS)}};
+        const std::string mark = MakeScratchFolder() + "/started";
+        WriteOddService("Sibling", "first " + mark, 3, shared);
+        WriteService("Other", 3, folder + "/Sibling.csh", shared);
+        StartDaemon(std::move(launch));
+        sibling = HandleOf("Sibling");
+        other = HandleOf("Other");
+        ASSERT_EQ(WordOf(Ask(START_SERVICE, Words({sibling, 0, 0})), 0), 0U);
+        EXPECT_EQ(Ask(SET_STATUS_SERVICE, Words({sibling, 0x20, 4, 1, 0, 0, 0, 0})), Words({0}));
+    }
+
+    void StartOther(int times) {
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(WordOf(Ask(START_SERVICE, Words({other, 0, 0})), 0), 0U) << "start " << i;
+            ReportStopped(other);
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(HazardSiblings, clients_left_over_fill_no_descriptor_table) {
+    const unsigned limit = IsLong() ? 1024 : 120;
+    const int starts = Trials(160, 5000);
+    StartSibling({.descriptors = limit});
+    StartOther(starts);
+    const std::size_t descriptors = DescriptorsOf(daemon);
+    EXPECT_GT(descriptors, limit / 2) << "only what is too much gives way";
+    EXPECT_LE(descriptors, limit - 32) << "some are kept in reserve";
+    EXPECT_EQ(WordOf(Ask(CONTROL_SERVICE, Words({sibling, SERVICE_CONTROL_INTERROGATE})), 0), 0U);
+    Measured("%d starts beside a sibling at a limit of %u: %zu descriptors", starts, limit, descriptors);
+
+    std::vector<Socket> clients; // they need room, too
+    for (unsigned i = 0; i < limit; ++i) {
+        clients.push_back(Connect());
+        (void)Send(clients.back(), "\x80");
+    }
+    EXPECT_LT(WorstCallMs(), promptMs);
+    StartOther(1);
+    EXPECT_LE(DescriptorsOf(daemon), limit - 32);
+}
+
+namespace {
+
+// The soft and the hard descriptor limit of a process.
+std::pair<rlim_t, rlim_t> DescriptorLimitsOf(pid_t process) {
+    const std::string limits = ReadFile("/proc/" + std::to_string(process) + "/limits");
+    std::istringstream line(limits.substr(limits.find("Max open files") + std::string("Max open files").size()));
+    std::pair<rlim_t, rlim_t> softAndHard;
+    line >> softAndHard.first >> softAndHard.second;
+    return softAndHard;
+}
+
+} // namespace
+
+TEST_F(HazardSiblings, the_soft_descriptor_limit_is_raised_and_services_get_it_as_it_was) {
+    const unsigned soft = 64;
+    rlimit own = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &own), 0);
+    ASSERT_GT(own.rlim_max, soft);
+    {
+        const LimitGuard limit(RLIMIT_NOFILE, soft);
+        StartSibling({});
+    }
+    EXPECT_EQ(DescriptorLimitsOf(daemon), std::pair(own.rlim_max, own.rlim_max));
+    const std::vector<pid_t> services = ChildrenOf(daemon, "odd_service");
+    ASSERT_EQ(services.size(), 1U);
+    EXPECT_EQ(DescriptorLimitsOf(services.front()), std::pair(rlim_t{soft}, own.rlim_max));
 }
 
 // --- services that do not answer ---

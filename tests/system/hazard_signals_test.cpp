@@ -154,10 +154,7 @@ TEST_F(HazardSignals, a_full_descriptor_table_does_not_keep_the_entry) {
     if (IsSanitized()) GTEST_SKIP() << "a sanitizer itself opens a file in the handler, and dies if it can't";
     std::vector<double> taken;
     for (int trial = 0; trial < Trials(3, 20); ++trial) {
-        {
-            const LimitGuard limit(RLIMIT_NOFILE, tableSize);
-            StartDaemon();
-        }
+        StartDaemon({.descriptors = tableSize});
         std::vector<Socket> connections;
         for (int i = 0; i < 60; ++i) {
             connections.push_back(Connect());
