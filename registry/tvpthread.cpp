@@ -17,7 +17,9 @@ namespace {
 
 constexpr long forkWaitNs = 100'000'000;
 
-thread_local bool heldForFork; // by the thread that forks; its child inherits the answer
+// Whether the thread that forks holds it; its child inherits the answer. Laid out when the program starts, so that the
+// library needs nothing of the dynamic linker's.
+[[gnu::tls_model("initial-exec")]] thread_local bool heldForFork;
 
 void HoldForFork() {
     timespec end = {};
