@@ -9,19 +9,44 @@
 
 namespace {
 
-constexpr std::int32_t pieceBytes = 32 * 1024; // as the daemon counts: two names and 36 bytes a service
+constexpr std::int32_t pieceBytes = 32 * 1024; // as the daemon counts: two names and a fixed part a service
+constexpr std::int32_t fixedBytes = 36;        // of a service, beside its names
 constexpr std::int32_t peekControl = 0;        // below every control that the daemon would hand on
+constexpr int mostIdleAnswers = 64;            // services may be made and grow while they are listed
+constexpr int mostQuestions = 64;              // likewise
+
+// How far an enumeration has come. Each answer announces the bytes that are still to come: less than the one before, by
+// what it brings itself.
+struct Progress {
+    std::int64_t announced = INT64_MAX; // the least so far
+    int idleAnswers = 0;                // that brought it no further
+};
+
+// Returns false where the enumeration goes on without coming to an end.
+bool HasEndAhead(const ListedService *first, const ListedService *last, std::int32_t bytesNeeded, Progress *progress) {
+    std::int64_t brought = 0;
+    for (const ListedService *service = first; service != last; ++service) {
+        brought += static_cast<std::int64_t>(service->name.size() + 1 + service->displayName.size() + 1) + fixedBytes;
+    }
+    const bool isIdle = first == last || bytesNeeded + brought > progress->announced;
+    progress->announced = std::min<std::int64_t>(progress->announced, bytesNeeded);
+    progress->idleAnswers += isIdle ? 1 : 0;
+    return bytesNeeded <= 0 || progress->idleAnswers <= mostIdleAnswers;
+}
 
 DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, std::vector<ListedService> *services) {
     std::int32_t resumeIndex = 0;
     std::int32_t bytesNeeded = 0;
     std::int32_t bytes = pieceBytes;
+    Progress progress;
     do {
         const std::size_t before = services->size();
         const DWORD rc = EnumerateRecords(link, type, state, bytes, &resumeIndex, &bytesNeeded, services);
         // Place 0 is out of range only where there are no records at all.
         if (rc == ERROR_INVALID_PARAMETER && resumeIndex == 0) return ERROR_DATABASE_DOES_NOT_EXIST;
         if (rc != ERROR_SUCCESS) return rc;
+        const ListedService *const end = services->data() + services->size();
+        if (!HasEndAhead(services->data() + before, end, bytesNeeded, &progress)) return ERROR_INVALID_DATA;
         // One service may be larger than a piece.
         bytes = services->size() == before ? std::max(bytesNeeded, pieceBytes) : pieceBytes;
     } while (bytesNeeded > 0);
@@ -100,12 +125,14 @@ DWORD PeekRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status) {
 }
 
 DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state, std::vector<ListedService> *services) {
-    for (std::int32_t bytes = pieceBytes;;) {
+    std::int32_t bytes = pieceBytes;
+    for (int question = 0; question < mostQuestions; ++question) {
         std::int32_t bytesNeeded = 0;
         const DWORD rc = EnumerateRecordDependencies(link, index, state, bytes, &bytesNeeded, services);
         if (rc != ERROR_MORE_DATA || bytesNeeded <= bytes) return rc;
         bytes = bytesNeeded;
     }
+    return ERROR_INVALID_DATA;
 }
 
 DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config) {

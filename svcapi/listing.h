@@ -9,7 +9,8 @@
 #include <optional>
 
 // Appends every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
-// state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database.
+// state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database; 13
+// ERROR_INVALID_DATA for an enumeration that does not come to an end.
 [[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services);
 
 // The same, then the service in record 0 where it passes the filters; the enumeration leaves it out, so that of its
@@ -33,7 +34,7 @@ struct ListedPlace {
 [[nodiscard]] DWORD PeekRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status);
 
 // Appends what the service in a record depends on, nearest first; 1059 on a ring, 1016 when the daemon cannot read the
-// registry. The record must be in use.
+// registry, 13 as above. The record must be in use.
 [[nodiscard]] DWORD ListDependencies(DaemonLink &link, std::int32_t index, std::int32_t state,
                                      std::vector<ListedService> *services);
 

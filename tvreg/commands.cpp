@@ -124,18 +124,11 @@ void ShowKey(const Options &options, const KeyPath &key, const KeyContent &conte
 
 void QueryBelow(const Options &options, Json *keys) {
     bool isFound = false;
-    std::vector<KeyPath> pending{KeyOf(options)};
-    while (!pending.empty()) {
-        const KeyPath key = std::move(pending.back());
-        pending.pop_back();
-        KeyContent content = ReadKey(key);
-        for (auto name = content.subKeys.rbegin(); name != content.subKeys.rend(); ++name) {
-            pending.push_back(Below(key, *name));
-        }
-        if (!KeepWhatIsAskedFor(options, &content)) continue;
+    ForEachKey(KeyOf(options), [&](const KeyPath &key, KeyContent &content) {
+        if (!KeepWhatIsAskedFor(options, &content)) return;
         isFound = true;
         ShowKey(options, key, content, keys);
-    }
+    });
     if (!isFound) {
         Check(ERROR_FILE_NOT_FOUND, fmt::format("{} and below, value \"{}\"", options.key, options.valueName));
     }

@@ -4,6 +4,7 @@
 
 #include "tvreg/reg_text.h"
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -30,6 +31,7 @@ KeyContent ReadKey(const KeyPath &key);
 RegValue ReadValue(const KeyPath &key, const std::string &name);
 
 // A key and everything below it, each key before its subkeys, in the registry's order.
+void ForEachKey(const KeyPath &key, const std::function<void(const KeyPath &, KeyContent &)> &use);
 std::vector<RegKey> ReadKeys(const KeyPath &key);
 
 // Makes the keys, sets and deletes their values, deletes the keys marked so, in the order given. What is to be deleted

@@ -232,8 +232,7 @@ bool ClearDependents(Session &session, const std::string &name, const StopOption
 std::vector<std::string> ActiveServices(Session &session) {
     std::vector<ListedService> services;
     std::vector<std::string> names;
-    const DWORD rc = EnumerateAllServices(session.manager.get(), &services);
-    if (rc != ERROR_SUCCESS) Failed(session, session.options.host, "stop", rc);
+    (void)ListServicesFor(session, "stop", &services); // noted
     for (const ListedService &service : services) {
         if (service.status.dwCurrentState != SERVICE_STOPPED) names.push_back(service.name);
     }

@@ -187,7 +187,7 @@ std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string
     const std::vector<std::string> resolved = ResolveNames(session, patterns, action);
     std::vector<ListedService> services;
     std::vector<ServiceView> views;
-    if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return views;
+    if (resolved.empty() || !ListServicesFor(session, action, &services)) return views;
     for (const std::string &name : resolved) {
         for (const ListedService &service : services) {
             if (service.name == name) views.push_back(ViewOf(session, service));
@@ -210,11 +210,7 @@ int WorstStatus(const Session &session, const std::vector<ServiceView> &views) {
 
 int RunList(Session &session, const ListFilter &filter) {
     std::vector<ListedService> services;
-    const DWORD rc = EnumerateAllServices(session.manager.get(), &services);
-    if (rc != ERROR_SUCCESS) {
-        Failed(session, session.options.host, "list", rc);
-        return Finish(session);
-    }
+    if (!ListServicesFor(session, "list", &services)) return Finish(session);
     std::vector<ServiceView> views;
     for (const ListedService &service : services) {
         if (!PassesFilter(service, filter)) continue;

@@ -67,6 +67,15 @@ DWORD WhyUnknown(Session &session, const std::string &name) {
 
 } // namespace
 
+bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services) {
+    const DWORD rc = EnumerateAllServices(session.manager.get(), services);
+    if (rc == ERROR_SUCCESS) return true;
+    Failed(session, session.options.host, action, rc,
+           rc == ERROR_INVALID_DATA ? "the daemon's list of services does not come to an end"
+                                    : "the services cannot be listed");
+    return false;
+}
+
 std::vector<std::string> SimilarNames(const std::string &name, const std::vector<std::string> &known) {
     std::vector<std::pair<std::size_t, std::string>> ranked;
     for (const std::string &candidate : known) {
@@ -87,11 +96,7 @@ std::vector<std::string> ResolveNames(Session &session, const std::vector<std::s
                                       const std::string &action) {
     std::vector<std::string> resolved;
     std::vector<ListedService> services;
-    DWORD rc = EnumerateAllServices(session.manager.get(), &services);
-    if (rc != ERROR_SUCCESS) {
-        Failed(session, session.options.host, action, rc, "the services cannot be listed");
-        return resolved;
-    }
+    if (!ListServicesFor(session, action, &services)) return resolved;
     std::vector<std::string> known;
     known.reserve(services.size());
     for (const ListedService &service : services) {
@@ -100,7 +105,7 @@ std::vector<std::string> ResolveNames(Session &session, const std::vector<std::s
     for (const std::string &pattern : patterns) {
         const std::vector<std::string> meant = Resolve(pattern, services);
         if (meant.empty()) {
-            rc = WhyUnknown(session, pattern);
+            const DWORD rc = WhyUnknown(session, pattern);
             Failed(session, pattern, action, rc, fmt::format("{} failed", action));
             std::vector<std::string> similar = MeansSeveral(pattern, services);
             if (similar.empty()) similar = SimilarNames(pattern, known);

@@ -2,7 +2,11 @@
 // names: from what was typed to the services that are meant.
 #pragma once
 
+#include "svcapi/packing.h"
 #include "tvsc/session.h"
+
+// Everything that can be seen without touching anything. Where that fails it is told and noted, and false returned.
+[[nodiscard]] bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services);
 
 // The services that patterns mean: an exact name, else the one name that differs in case only, else the key of a
 // display name; a pattern with * ? [ stands for all that match. What means nothing is told and noted as failed.

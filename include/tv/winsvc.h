@@ -226,9 +226,10 @@ BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
  *   dwServiceState  SERVICE_ACTIVE, SERVICE_INACTIVE or SERVICE_STATE_ALL
  *   lpServices      may be null when cbBufSize is 0
  *   lpResumeHandle  0 to begin; on 234 the place to go on from, 0 at the end. May be null.
- * 234 ERROR_MORE_DATA when not all fitted; *pcbBytesNeeded is then the room for the rest. Services marked for deletion
- * are not listed. The service in the daemon's record 0 (the first one created after it started) is the last: the daemon
- * does not list it, so that of its status only type, state and accepted controls are known, the other words are 0. */
+ * 234 ERROR_MORE_DATA when not all fitted; *pcbBytesNeeded is then the room for the rest. 13 ERROR_INVALID_DATA when
+ * what the daemon answers does not come to an end. Services marked for deletion are not listed. The service in the
+ * daemon's record 0 (the first one created after it started) is the last: the daemon does not list it, so that of its
+ * status only type, state and accepted controls are known, the other words are 0. */
 BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
                          LPENUM_SERVICE_STATUSA lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
                          LPDWORD lpServicesReturned, LPDWORD lpResumeHandle);

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+// tvreg against a registry daemon whose answers never come to an end: each command ends by itself, with a message and a
+// status of its own.
+#include "tests/support/host.h"
+#include "tests/support/scripted_regd.h"
+#include "tv/winreg.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::HasSubstr;
+
+void Put(Bytes &bytes, std::uint32_t word) {
+    for (const int shift : {24, 16, 8, 0})
+        bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+}
+
+void Put(Bytes &bytes, const std::string &text) {
+    Put(bytes, static_cast<std::uint32_t>(text.size()));
+    bytes.insert(bytes.end(), text.begin(), text.end());
+    bytes.resize((bytes.size() + 3) / 4 * 4);
+}
+
+template <typename... Fields>
+WireAnswer Answer(const Fields &...fields) {
+    WireAnswer answer;
+    Put(answer.result, 1);
+    (Put(answer.result, fields), ...);
+    return answer;
+}
+
+constexpr std::uint32_t success = 0, noMoreItems = ERROR_NO_MORE_ITEMS, none = 0;
+
+WireAnswer NoMoreItems() { return Answer(noMoreItems, std::string(), none, std::string(), none, none, none); }
+WireAnswer Subkey(const std::string &name) {
+    return Answer(success, name, static_cast<std::uint32_t>(name.size()), std::string(), none, none, none);
+}
+WireAnswer NoMoreValues() { return Answer(noMoreItems, std::string(), none, none, std::string(), none); }
+WireAnswer Value(const std::string &name) {
+    return Answer(success, name, static_cast<std::uint32_t>(name.size()), std::uint32_t{REG_SZ}, std::string("x"),
+                  std::uint32_t{1});
+}
+
+struct LyingRegd : testing::Test {
+    std::uint32_t items = 0;    // that a key says it has, of either kind
+    std::uint32_t longest = 10; // as it says
+    std::uint32_t calls = 0;
+    std::function<WireAnswer()> subkey = NoMoreItems, value = NoMoreValues;
+
+    WireAnswer AnswerTo(const WireCall &call) {
+        ++calls;
+        switch (call.procedure) {
+        case REG_OPEN_KEY_EX: return Answer(success, std::uint32_t{7});
+        case REG_QUERY_INFO_KEY:
+            return Answer(success, std::string(), none, none, items, longest, none, items, longest, longest, none, none,
+                          none, none);
+        case REG_ENUM_KEY_EX: return subkey();
+        case REG_ENUM_VALUE: return value();
+        default: return Answer(success);
+        }
+    }
+    void ExpectEnd(const std::string &message) {
+        RegisterRegistryDaemon();
+        const ScriptedRegd daemon("127.0.0.1", [this](const WireCall &call) { return AnswerTo(call); });
+        for (const std::vector<std::string> &command :
+             {std::vector<std::string>{"query", "-s"}, {"export"}, {"export", "--reg4"}, {"ls", "-r"}}) {
+            std::vector<std::string> arguments = command;
+            arguments.insert(arguments.begin(), ProgramPath("tvreg"));
+            arguments.emplace_back("HKLM");
+            calls = 0;
+            const Ended ended = RunAndRead({.command = arguments});
+            EXPECT_EQ(ended.status, 1) << command.front();
+            EXPECT_THAT(ended.error, HasSubstr(message)) << command.front();
+            EXPECT_LT(calls, 10000u) << command.front();
+        }
+        UnregisterRegistryDaemon();
+    }
+};
+
+constexpr char noEnd[] = ": what the registry daemon answers does not come to an end\n";
+
+TEST_F(LyingRegd, the_same_subkey_for_ever) {
+    subkey = [] { return Subkey("a"); };
+    items = UINT32_MAX;
+    ExpectEnd(noEnd);
+}
+
+TEST_F(LyingRegd, the_same_value_for_ever) {
+    value = [] { return Value("a"); };
+    items = UINT32_MAX;
+    ExpectEnd(noEnd);
+}
+
+TEST_F(LyingRegd, more_subkeys_than_there_are) {
+    subkey = [this] { return Subkey("a" + std::to_string(calls)); };
+    items = 3;
+    ExpectEnd(noEnd);
+}
+
+TEST_F(LyingRegd, more_values_than_there_are) {
+    value = [this] { return Value("a" + std::to_string(calls)); };
+    items = 3;
+    ExpectEnd(noEnd);
+}
+
+TEST_F(LyingRegd, a_key_below_each_key) {
+    subkey = [first = false]() mutable { return (first = !first) ? Subkey("a") : NoMoreItems(); };
+    items = 1;
+    ExpectEnd(noEnd);
+}
+
+TEST_F(LyingRegd, answers_without_a_body) {
+    value = subkey = [] { return WireAnswer{Hex("00000000")}; };
+    ExpectEnd(noEnd);
+    value = NoMoreValues;
+    ExpectEnd(": the registry daemon answers a subkey without a name\n");
+}
+
+TEST_F(LyingRegd, sizes_beyond_all_reason) {
+    value = [this] { return Value("a" + std::to_string(calls)); };
+    items = 3;
+    longest = UINT32_MAX;
+    ExpectEnd(noEnd);
+}
+
+TEST_F(LyingRegd, a_value_that_never_fits) {
+    value = [this] {
+        return Answer(std::uint32_t{ERROR_MORE_DATA}, std::string(), none, std::uint32_t{REG_SZ}, std::string(),
+                      std::uint32_t{3'000'000} + calls);
+    };
+    items = 1;
+    ExpectEnd("234 ERROR_MORE_DATA");
+}
+
+} // namespace
