@@ -2,7 +2,8 @@
 // main: a service that runs any Unix program.
 //
 // Which program is told by the "Parameters" subkey of the service (parameters.h). States:
-//   starting       START_PENDING   until the program was started; a program that cannot be is reported as STOPPED
+//   starting       START_PENDING   until the program was started; a program that cannot be is reported as STOPPED, and
+//                                  after a stop nothing is started
 //   running        RUNNING         pause -> SIGSTOP to its group, PAUSED; continue -> SIGCONT, RUNNING
 //   stopping       STOP_PENDING    SIGTERM to its group; after the stop time-out SIGKILL
 //   ended          STOPPED         0, or 1066 with the program's own status, whoever ended it
@@ -10,7 +11,9 @@
 // on (128 plus the signal's number).
 //
 // Threads: the one of the dispatcher's caller sleeps; ServiceMain's starts the program and waits for its end; controls
-// come on a third. What they share is below `guard`.
+// come on a third. What can hold the start up is left to one more, or watched by it, so that a stop is heard in all of
+// it: the reading of the registry, the way of the child to its program, and the wait for the start request. What they
+// share is below `guard`.
 #include "tv/winsvc.h"
 #include "tvhost/program.h"
 #include "util/guard.h"
@@ -23,9 +26,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <mutex>
+#include <thread>
 
 namespace {
 
@@ -39,15 +46,25 @@ SERVICE_STATUS_HANDLE statusHandle;
 int stopAsked = -1; // an eventfd, readable once the program has to end; also written by the signal handler
 std::mutex guard;   // what follows
 SERVICE_STATUS status;
-pid_t program; // 0 when there is none
+pid_t program;                // 0 when there is none
+std::atomic<pid_t> onItsWay;  // the child that is to become it
+std::atomic<bool> startOrEnd; // taken by the start request, or by a signal that comes before it
 DWORD stopTimeoutMs = defaultStopTimeoutMs;
+
+DWORD AcceptedIn(DWORD state) {
+    switch (state) {
+    case SERVICE_START_PENDING: return SERVICE_ACCEPT_STOP;
+    case SERVICE_RUNNING:
+    case SERVICE_PAUSED: return SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE;
+    default: return 0;
+    }
+}
 
 // Reports a state; the guard is held.
 void Report(DWORD state, DWORD waitMs = 0, ExitCodes codes = {}) {
     status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
     status.dwCurrentState = state;
-    status.dwControlsAccepted =
-        state == SERVICE_RUNNING || state == SERVICE_PAUSED ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE : 0;
+    status.dwControlsAccepted = AcceptedIn(state);
     status.dwWin32ExitCode = codes.win32;
     status.dwServiceSpecificExitCode = codes.specific;
     status.dwWaitHint = waitMs;
@@ -61,14 +78,28 @@ void ReportLocked(DWORD state, DWORD waitMs = 0, ExitCodes codes = {}) {
 
 void AskToStop() { (void)eventfd_write(stopAsked, 1); } // fails only where it was asked 2^64 times
 
+bool IsReadable(int descriptor, int timeoutMs = 0) {
+    pollfd waited = {descriptor, POLLIN, 0};
+    return poll(&waited, 1, timeoutMs) > 0;
+}
+
+// Waits until something has happened or a stop is asked for. Returns whether it is.
+bool AwaitOrStop(int happened) {
+    pollfd waited[] = {{stopAsked, POLLIN, 0}, {happened, POLLIN, 0}};
+    while (poll(waited, 2, -1) <= 0) {
+    }
+    return waited[0].revents != 0;
+}
+
 void HandleControl(DWORD control) {
     const std::lock_guard<std::mutex> locked(guard);
-    if (program == 0) return;
-    switch (control) {
-    case SERVICE_CONTROL_STOP:
+    if (control == SERVICE_CONTROL_STOP) {
         Report(SERVICE_STOP_PENDING, stopTimeoutMs + afterKillMs);
         AskToStop();
-        break;
+        return;
+    }
+    if (program == 0) return;
+    switch (control) {
     case SERVICE_CONTROL_PAUSE:
         SignalProgram(program, SIGSTOP);
         Report(SERVICE_PAUSED);
@@ -102,7 +133,7 @@ bool AwaitEnd(pid_t child, int childDescriptor) {
     for (;;) {
         pollfd polled[] = {{childDescriptor, POLLIN, 0}, {stopping ? -1 : stopAsked, POLLIN, 0}};
         const int ready = poll(polled, 2, stopping && !killed ? MillisecondsUntil(deadline) : -1);
-        if (polled[0].revents != 0) return stopping;
+        if (polled[0].revents != 0) return stopping || polled[1].revents != 0;
         if (ready > 0) {
             stopping = true;
             deadline = Clock::now() + std::chrono::milliseconds(stopTimeoutMs);
@@ -121,22 +152,63 @@ std::string CodeText(DWORD code) {
     return std::to_string(code) + " " + (name != nullptr ? name : "");
 }
 
+// What the registry tells of a service. A thread of its own reads it, and may never come to the end of it.
+struct Reading {
+    HostParameters parameters;
+    DWORD rc = ERROR_SUCCESS;
+    int done = eventfd(0, EFD_CLOEXEC);
+    const DescriptorGuard closed{&done};
+};
+
+void ReadService(const std::string &serviceName, const std::shared_ptr<Reading> &reading) {
+    reading->rc = CheckServiceAccount(serviceName);
+    if (reading->rc == ERROR_SUCCESS) reading->rc = ReadHostParameters(serviceName, &reading->parameters);
+    (void)eventfd_write(reading->done, 1);
+}
+
+// Reads, unless a stop comes first: then nothing is returned.
+std::shared_ptr<Reading> ReadUnlessStopped(const std::string &serviceName) {
+    auto reading = std::make_shared<Reading>();
+    std::thread(ReadService, serviceName, reading).detach();
+    return AwaitOrStop(reading->done) ? nullptr : reading;
+}
+
+// Starts the program; a stop ends a child that has not become it yet. Results as StartProgram.
+pid_t StartUnlessStopped(const HostParameters &parameters, const std::vector<std::string> &startArguments,
+                         StartFailure *failure) {
+    int started = eventfd(0, EFD_CLOEXEC);
+    const DescriptorGuard closed(&started);
+    std::thread watch([started] {
+        if (!AwaitOrStop(started)) return;
+        constexpr int pauseMs = 10;
+        while (!IsReadable(started, pauseMs)) {
+            if (const pid_t child = onItsWay; child != 0) (void)kill(child, SIGKILL);
+        }
+    });
+    const pid_t child = StartProgram(parameters, startArguments, failure, &onItsWay);
+    (void)eventfd_write(started, 1);
+    watch.join();
+    return child;
+}
+
 // Runs the program to its end. Returns the codes to stop with.
 ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::string> &startArguments) {
-    HostParameters parameters;
-    DWORD rc = CheckServiceAccount(serviceName);
+    const std::shared_ptr<Reading> reading = ReadUnlessStopped(serviceName);
+    if (reading == nullptr) return {};
+    const HostParameters &parameters = reading->parameters;
+    const DWORD rc = reading->rc;
     if (rc == ERROR_INVALID_SERVICE_ACCOUNT) {
-        std::fprintf(stderr, "tvhost: %s: its account is not the one of this process\n", serviceName.c_str());
+        std::fprintf(stderr, "tvhost: %s: its account is not the one of this process\n",
+                     Printable(serviceName).c_str());
         return {rc, 0};
     }
-    if (rc == ERROR_SUCCESS) rc = ReadHostParameters(serviceName, &parameters);
     if (rc != ERROR_SUCCESS) {
         std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: %s\n", Printable(serviceName).c_str(),
                      CodeText(rc).c_str());
         return {rc, 0};
     }
     StartFailure failure;
-    const pid_t child = StartProgram(parameters, startArguments, &failure);
+    const pid_t child = StartUnlessStopped(parameters, startArguments, &failure);
     if (child == 0) {
         std::fprintf(stderr, "tvhost: %s: not started: %s\n", Printable(serviceName).c_str(),
                      Printable(failure.text).c_str());
@@ -148,7 +220,7 @@ ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::stri
         const std::lock_guard<std::mutex> locked(guard);
         program = child;
         stopTimeoutMs = parameters.stopTimeoutMs;
-        Report(SERVICE_RUNNING);
+        if (!IsReadable(stopAsked)) Report(SERVICE_RUNNING);
     }
     const bool asked = AwaitEnd(child, childDescriptor);
     const std::lock_guard<std::mutex> locked(guard);
@@ -158,7 +230,8 @@ ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::stri
 
 void ServiceMain(DWORD argc, LPSTR *argv) {
     statusHandle = RegisterServiceCtrlHandlerA(argv[0], HandleControl);
-    ReportLocked(SERVICE_START_PENDING, startWaitMs);
+    const bool isEnding = startOrEnd.exchange(true); // by a signal: nothing is begun any more
+    if (!isEnding) ReportLocked(SERVICE_START_PENDING, startWaitMs);
     const ExitCodes codes = RunProgram(argv[0], std::vector<std::string>(argv + 1, argv + argc));
     ReportLocked(SERVICE_STOPPED, 0, codes);
 }
@@ -169,6 +242,13 @@ void StopOnSignals() {
     action.sa_flags = SA_RESTART;
     (void)sigaction(SIGTERM, &action, nullptr);
     (void)sigaction(SIGINT, &action, nullptr);
+}
+
+// Thread body: ends the process at a signal that comes before the start request.
+void EndUnlessStarted() {
+    while (!IsReadable(stopAsked, -1)) {
+    }
+    if (!startOrEnd.exchange(true)) std::exit(1); // the library takes its traces away
 }
 
 constexpr char usage[] = "usage: tvhost [--help | --version]\n\n"
@@ -188,6 +268,7 @@ int main(int argc, char **argv) {
     stopAsked = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     StopOnSignals();
     const SERVICE_TABLE_ENTRYA table[] = {{"tvhost", ServiceMain}, {nullptr, nullptr}};
+    if (stopAsked >= 0) std::thread(EndUnlessStarted).detach();
     if (stopAsked >= 0 && StartServiceCtrlDispatcherA(table)) return 0;
     std::fprintf(stderr, "tvhost: %s: no start request came; it is the service daemon that starts this program\n",
                  CodeText(GetLastError()).c_str());

@@ -12,6 +12,7 @@
 #include <linux/close_range.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -58,9 +59,17 @@ std::vector<std::string> OwnEnvironment() {
 
 // --- in the child ---
 
+// A FIFO that nobody reads or a line without a carrier would hold the opening for good; a disk is nobody's output.
 bool Redirect(int descriptor, const char *path, int flags) {
-    const int file = open(path, flags | O_CLOEXEC, outputMode);
-    return file >= 0 && dup2(file, descriptor) >= 0;
+    const int file = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, outputMode);
+    struct stat found = {};
+    if (file < 0 || fstat(file, &found) != 0) return false;
+    if (!S_ISREG(found.st_mode) && !S_ISCHR(found.st_mode) && !S_ISFIFO(found.st_mode)) {
+        errno = EINVAL;
+        return false;
+    }
+    const int state = fcntl(file, F_GETFL);
+    return fcntl(file, F_SETFL, state & ~O_NONBLOCK) == 0 && dup2(file, descriptor) >= 0;
 }
 
 void RestoreSignals() {
@@ -99,7 +108,7 @@ StartFailure FailureOf(const char *what, int error, const char *program) {
 } // namespace
 
 pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
-                   StartFailure *failure) {
+                   StartFailure *failure, std::atomic<pid_t> *onItsWay) {
     auto words = SplitCommandLine(parameters.arguments);
     if (!words) {
         *failure = {{ERROR_INVALID_DATA, 0}, "AppParameters: a quote is not closed"};
@@ -120,7 +129,7 @@ pid_t StartProgram(const HostParameters &parameters, const std::vector<std::stri
     int pipeEnds[2] = {-1, -1};
     const DescriptorGuard readEnd(&pipeEnds[0]); // open where no child could be forked
     const DescriptorGuard writeEnd(&pipeEnds[1]);
-    const Launched launched = Launch<BecomeProgram>(plan, pipeEnds, execLimitMs);
+    const Launched launched = Launch<BecomeProgram>(plan, pipeEnds, execLimitMs, onItsWay);
     if (launched.step == nullptr) return launched.child;
     if (launched.child > 0) (void)waitpid(launched.child, nullptr, 0); // it has said all that it could
     *failure = FailureOf(launched.step, launched.error, plan.program);

@@ -7,7 +7,12 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 using testing::HasSubstr;
@@ -33,6 +38,35 @@ struct Tvhost : ServiceWorld {
     pid_t OnlyChild() {
         const std::vector<pid_t> children = ChildrenOf(ProcessOf(name));
         return children.size() == 1 ? children.front() : 0;
+    }
+    // Starts the service with the registry daemon halted before tvhost can read anything.
+    SC_HANDLE manager = nullptr;
+    SC_HANDLE opened = nullptr;
+    void StartWithSilentRegistry() {
+        CreateShell("touch " + Marker());
+        const std::string script = folder + "/" + name + ".csh";
+        WriteFile(script, "#!/bin/csh -f\n/bin/kill -STOP " + std::to_string(registryDaemon) + "\nexec " +
+                              ProgramPath("tvhost") + "\n");
+        Do({"config", name, "--image", script});
+        manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+        opened = OpenServiceA(manager, name.c_str(), SERVICE_ALL_ACCESS);
+        ASSERT_TRUE(StartServiceA(opened, 0, nullptr)) << GetLastError();
+        ASSERT_TRUE(WaitUntil([this] { return StatusNow().dwControlsAccepted == SERVICE_ACCEPT_STOP; }));
+    }
+    SERVICE_STATUS StatusNow() const {
+        SERVICE_STATUS status = {};
+        EXPECT_TRUE(QueryServiceStatus(opened, &status)) << GetLastError();
+        return status;
+    }
+    bool HasStoppedWell() {
+        const bool stopped = WaitUntil([this] { return StatusNow().dwCurrentState == SERVICE_STOPPED; }, 10000);
+        kill(registryDaemon, SIGCONT);
+        return stopped && StatusNow().dwWin32ExitCode == ERROR_SUCCESS && !HasMarker();
+    }
+    void TearDown() override {
+        kill(registryDaemon, SIGCONT);
+        if (opened != nullptr) (void)CloseServiceHandle(opened);
+        if (manager != nullptr) (void)CloseServiceHandle(manager);
     }
     // Hands a process the start of a service, as the daemon does.
     static std::int32_t StartBy(CLIENT *process, const std::string &service) {
@@ -180,6 +214,77 @@ TEST_F(Tvhost, a_missing_folder_of_an_output_file_stops_the_service_with_3) {
     CreateShell("true", {"--stdout", "/no/such/folder/out"});
     (void)Tvsc({"start", name});
     EXPECT_EQ(Status().at("exit").at("win32"), ERROR_PATH_NOT_FOUND);
+}
+
+// Symptom: the service hung in its start, and neither stop nor SIGTERM ended it. Cause: opening a FIFO waits for a
+// reader.
+TEST_F(Tvhost, a_fifo_that_nobody_reads_fails_the_start) {
+    const std::string fifo = folder + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    CreateShell("touch " + Marker(), {"--stdout", fifo});
+    EXPECT_THAT(Tvsc({"start", name}).error, HasSubstr("1066"));
+    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_SERVICE_SPECIFIC_ERROR);
+    EXPECT_EQ(Status().at("exit").at("service_specific"), ENXIO);
+    EXPECT_FALSE(HasMarker());
+}
+
+TEST_F(Tvhost, a_fifo_that_somebody_reads_takes_the_output) {
+    const std::string fifo = folder + "/read_fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const DescriptorGuard closed(&reader);
+    CreateShell("echo hello; exec sleep 1000", {"--stdout", fifo});
+    Do({"start", name});
+    char text[32] = {};
+    EXPECT_TRUE(WaitUntil([&] { return read(reader, text, sizeof text - 1) == 6; }));
+    EXPECT_STREQ(text, "hello\n");
+    Do({"stop", name});
+}
+
+TEST_F(Tvhost, a_disk_takes_no_output) {
+    const std::string disk = folder + "/disk";
+    if (mknod(disk.c_str(), S_IFBLK | 0600, makedev(7, 200)) != 0) GTEST_SKIP() << "no device can be made here";
+    int probe = open(disk.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    const DescriptorGuard closed(&probe);
+    if (probe < 0) GTEST_SKIP() << "this kernel has no loop devices";
+    CreateShell("touch " + Marker(), {"--stdout", disk});
+    (void)Tvsc({"start", name});
+    EXPECT_EQ(Status().at("exit").at("service_specific"), EINVAL);
+}
+
+// --- a stop while it starts ---
+
+TEST_F(Tvhost, a_stop_is_heard_while_the_registry_does_not_answer) {
+    StartWithSilentRegistry();
+    SERVICE_STATUS status = {};
+    EXPECT_TRUE(ControlService(opened, SERVICE_CONTROL_STOP, &status)) << GetLastError();
+    EXPECT_TRUE(HasStoppedWell());
+}
+
+TEST_F(Tvhost, a_termination_signal_is_heard_while_the_registry_does_not_answer) {
+    StartWithSilentRegistry();
+    const pid_t host = ProcessOf(name);
+    ASSERT_NE(host, 0);
+    kill(host, SIGTERM);
+    EXPECT_TRUE(HasStoppedWell());
+}
+
+TEST_F(Tvhost, a_stop_is_heard_while_the_program_does_not_begin) {
+    CreateShell("touch " + Marker());
+    const std::string script = folder + "/" + name + ".csh";
+    const std::string module = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "libsignal_child.so";
+    WriteFile(script, "#!/bin/csh -f\nexec env TV_SIGNAL_CHILD=halt ASAN_OPTIONS=verify_asan_link_order=0 " +
+                          ("LD_PRELOAD=" + module + " " + ProgramPath("tvhost") + "\n"));
+    Do({"config", name, "--image", script});
+    Do({"start", "--no-wait", name});
+    const pid_t host = ProcessOf(name);
+    ASSERT_TRUE(WaitUntil([&] { return OnlyChild() != 0; }));
+    const std::int64_t before = MonotonicMs();
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_LT(MonotonicMs() - before, 10000) << "a child may take 30 s";
+    EXPECT_EQ(Status().at("exit").at("win32"), 0);
+    EXPECT_FALSE(HasMarker());
+    EXPECT_TRUE(WaitUntil([&] { return !Lives(host); }));
 }
 
 TEST_F(Tvhost, a_file_that_is_no_program_stops_the_service_with_193) {

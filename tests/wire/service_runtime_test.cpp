@@ -256,6 +256,16 @@ TEST_F(ServiceRuntime, a_program_whose_daemon_has_died_goes_on_at_once) {
     EXPECT_EQ(WEXITSTATUS(WaitForEnd(process, 5000)), 1);
 }
 
+TEST_F(ServiceRuntime, tvhost_hears_a_termination_signal_before_its_start) {
+    SetStarting(true);
+    process = StartProgram({.command = {ProgramPath("tvhost")}});
+    program = SERVDAEMONPROG + static_cast<std::uint32_t>(process);
+    ASSERT_TRUE(WaitForProgram(program, 1));
+    kill(process, SIGTERM);
+    EXPECT_EQ(WEXITSTATUS(WaitForEnd(process, 5000)), 1);
+    EXPECT_FALSE(IsRegistered(program, 1));
+}
+
 TEST_F(ServiceRuntime, a_start_is_waited_for_as_long_as_the_daemon_answers_nobody) {
     Launch({});
     SleepMs(3000);
