@@ -330,9 +330,8 @@ TEST_F(WithoutCalls, a_change_that_is_refused_at_once_calls_nothing) {
     ForgetRegistryCalls();
     EXPECT_EQ(ChangeConfig({.handle = 0})->status, ERROR_INVALID_HANDLE);
     EXPECT_EQ(ChangeConfig({.handle = 2})->status, ERROR_SERVICE_MARKED_FOR_DELETE);
-    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated("Browser")})->status, ERROR_DUP_NAME);
-    EXPECT_EQ(ChangeConfig({.handle = 1, .account = Terminated("no-such-user-here")})->status,
-              ERROR_INVALID_SERVICE_ACCOUNT);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Sz("Browser")})->status, ERROR_DUP_NAME);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .account = Sz("no-such-user-here")})->status, ERROR_INVALID_SERVICE_ACCOUNT);
     EXPECT_THAT(RegistryCallsMade(), IsEmpty());
 }
 

@@ -36,11 +36,11 @@ const Change everything = {.handle = 1,
                            .serviceType = 0x20,
                            .startType = 4,
                            .errorControl = 2,
-                           .imagePath = Terminated("/bin/new"),
-                           .group = Terminated("new"),
-                           .dependencies = Strings({"browser"}),
-                           .account = Terminated("root"),
-                           .displayName = Terminated("New"),
+                           .imagePath = Sz("/bin/new"),
+                           .group = Sz("new"),
+                           .dependencies = MultiSz({"browser"}),
+                           .account = Sz("root"),
+                           .displayName = Sz("New"),
                            .tagWanted = 1};
 
 const Values valuesAfter = {{"Type", AsNumber(0x20)},
@@ -217,9 +217,7 @@ void ExpectUndone(std::int32_t status, std::size_t keysKept = 0) {
 
 } // namespace
 
-void Run() {
-    RunChange({.handle = 1, .errorControl = 9, .group = Terminated("new"), .dependencies = Strings({"alerter"})});
-}
+void Run() { RunChange({.handle = 1, .errorControl = 9, .group = Sz("new"), .dependencies = MultiSz({"alerter"})}); }
 
 const Rule undone = {"is_undone", [](const std::string &) { ExpectUndone(ERROR_CIRCULAR_DEPENDENCY); }};
 

@@ -27,7 +27,7 @@ TEST_F(Handlers, create_writes_every_value_that_is_given) {
                                .errorControl = 2,
                                .imagePath = "/usr/libexec/spooler",
                                .group = "print",
-                               .dependencies = Strings({"alerter", "+print"}).replace(8, 6, "+other"),
+                               .dependencies = MultiSz({"alerter", "+print"}).replace(8, 6, "+other"),
                                .account = "root",
                                .tagWanted = 1});
     EXPECT_EQ(reply->status, ERROR_SUCCESS);
@@ -192,10 +192,10 @@ TEST_F(Handlers, create_in_a_circle_of_dependencies_answers_1059_and_leaves_noth
     StartDaemon();
     const auto before = ServicesInRegistry();
     const NewService circles[] = {
-        {.name = "spooler", .dependencies = Strings({"spooler"})},
-        {.name = "spooler", .dependencies = Strings({"alerter"})},
-        {.name = "spooler", .group = "print", .dependencies = Strings({"+print"})},
-        {.name = "spooler", .displayName = "x", .group = "print", .dependencies = Strings({"browser"})},
+        {.name = "spooler", .dependencies = MultiSz({"spooler"})},
+        {.name = "spooler", .dependencies = MultiSz({"alerter"})},
+        {.name = "spooler", .group = "print", .dependencies = MultiSz({"+print"})},
+        {.name = "spooler", .displayName = "x", .group = "print", .dependencies = MultiSz({"browser"})},
     };
     for (NewService circle : circles) {
         circle.imagePath = "/bin/true";
@@ -216,7 +216,7 @@ TEST_F(Handlers, create_in_a_circle_of_dependencies_answers_1059_and_leaves_noth
 TEST_F(Handlers, create_answers_the_registry_s_code_when_a_dependency_cannot_be_walked) {
     Load({"alerter"});
     DropKey(servicesKeyPath, "alerter");
-    const auto reply = Create({.name = "spooler", .group = "print", .dependencies = Strings({"alerter"})});
+    const auto reply = Create({.name = "spooler", .group = "print", .dependencies = MultiSz({"alerter"})});
     EXPECT_EQ(reply->status, ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(reply->handle, 0);
     EXPECT_THAT(ServicesInRegistry(), IsEmpty());
@@ -307,7 +307,7 @@ TEST_F(Handlers, a_query_answers_the_whole_configuration) {
     EXPECT_EQ(reply->imagePath, std::string("/usr/libexec/alerter"));
     EXPECT_EQ(reply->group, std::string("net"));
     EXPECT_EQ(reply->tag, 7);
-    EXPECT_EQ(BytesOf(reply->dependencies), Strings({"browser", "+print"}));
+    EXPECT_EQ(BytesOf(reply->dependencies), MultiSz({"browser", "+print"}));
     EXPECT_EQ(reply->account, std::string("root"));
     EXPECT_EQ(reply->displayName, std::string("The alerter"));
 }
@@ -394,7 +394,7 @@ TEST_F(Handlers, a_query_of_no_handle_answers_6_and_the_last_configuration_delib
         EXPECT_EQ(reply->serviceType, 0x10u) << handle;
         EXPECT_EQ(reply->startType, 3u) << handle;
         EXPECT_EQ(reply->group, std::string("net")) << handle;
-        EXPECT_EQ(BytesOf(reply->dependencies), Strings({"x"})) << handle;
+        EXPECT_EQ(BytesOf(reply->dependencies), MultiSz({"x"})) << handle;
         EXPECT_EQ(reply->displayName, std::string("The alerter")) << handle;
     }
     const auto reply = QueryConfig(2);
@@ -440,12 +440,12 @@ TEST_F(Handlers, a_change_of_everything_writes_the_bytes_given) {
                             .serviceType = 0x20,
                             .startType = 4,
                             .errorControl = 2,
-                            .imagePath = Terminated("/bin/new"),
-                            .group = Terminated("net"),
-                            .dependencies = Strings({"browser"}),
-                            .account = Terminated("root"),
-                            .password = Terminated("secret"),
-                            .displayName = Terminated("New name"),
+                            .imagePath = Sz("/bin/new"),
+                            .group = Sz("net"),
+                            .dependencies = MultiSz({"browser"}),
+                            .account = Sz("root"),
+                            .password = Sz("secret"),
+                            .displayName = Sz("New name"),
                             .tagWanted = 1})
                   ->status,
               ERROR_SUCCESS);
@@ -473,11 +473,11 @@ TEST_F(Handlers, each_single_change_writes_its_value_and_the_error_control) {
     } changes[] = {
         {{.serviceType = 0x20}, "Type", AsNumber(0x20)},
         {{.startType = 4}, "Start", AsNumber(4)},
-        {{.imagePath = Terminated("/bin/x")}, "ImagePath", AsText("/bin/x")},
-        {{.group = Terminated("net")}, "Group", AsText("net")},
-        {{.dependencies = Strings({"nobody"})}, "DependOnGroup", AsMulti({"nobody"})},
-        {{.account = Terminated("root")}, "DependOnService", AsText("root")},
-        {{.displayName = Terminated("Other")}, "DisplayName", AsText("Other")},
+        {{.imagePath = Sz("/bin/x")}, "ImagePath", AsText("/bin/x")},
+        {{.group = Sz("net")}, "Group", AsText("net")},
+        {{.dependencies = MultiSz({"nobody"})}, "DependOnGroup", AsMulti({"nobody"})},
+        {{.account = Sz("root")}, "DependOnService", AsText("root")},
+        {{.displayName = Sz("Other")}, "DisplayName", AsText("Other")},
     };
     for (const auto &row : changes) {
         SCOPED_TRACE(row.name);
@@ -551,15 +551,14 @@ TEST_F(Handlers, a_change_of_the_group_moves_the_service) {
     PutService("older", "older", {{"DependOnGroup", AsMulti({"+old"})}});
     StartDaemon();
     EXPECT_THAT(Dependencies(3), ElementsAre("alerter"));
-    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Terminated("new")})->status, ERROR_SUCCESS);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Sz("new")})->status, ERROR_SUCCESS);
     EXPECT_THAT(Dependencies(2), ElementsAre("alerter"));
     EXPECT_THAT(Dependencies(3), IsEmpty());
 }
 
 TEST_F(Handlers, a_change_is_loaded_by_the_next_daemon) {
     Load({"alerter"});
-    ASSERT_EQ(ChangeConfig({.handle = 1, .serviceType = 0x20, .displayName = Terminated("New")})->status,
-              ERROR_SUCCESS);
+    ASSERT_EQ(ChangeConfig({.handle = 1, .serviceType = 0x20, .displayName = Sz("New")})->status, ERROR_SUCCESS);
     StartDaemon();
     EXPECT_EQ(QueryConfig(1)->serviceType, 0x20u);
     EXPECT_EQ(GetKey("New")->name, std::string("alerter"));
@@ -578,7 +577,7 @@ TEST_F(Handlers, a_change_of_a_marked_service_answers_1072) {
     Load({"alerter"});
     ASSERT_EQ(Delete(1), ERROR_SUCCESS);
     const auto before = ServicesInRegistry();
-    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated("x"), .tagWanted = 1})->status,
+    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Sz("x"), .tagWanted = 1})->status,
               ERROR_SERVICE_MARKED_FOR_DELETE);
     EXPECT_EQ(ServicesInRegistry(), before);
 }
@@ -590,12 +589,12 @@ TEST_F(Handlers, a_change_to_the_display_name_of_another_service_answers_52) {
     const auto before = ServicesInRegistry();
     EXPECT_EQ(ChangeConfig({.handle = 1,
                             .errorControl = 3,
-                            .account = Terminated(nobody), // the name is looked at first
-                            .displayName = Terminated("The browser")})
+                            .account = Sz(nobody), // the name is looked at first
+                            .displayName = Sz("The browser")})
                   ->status,
               ERROR_DUP_NAME);
     ASSERT_EQ(Delete(2), ERROR_SUCCESS);
-    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated("The browser")})->status, ERROR_DUP_NAME);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Sz("The browser")})->status, ERROR_DUP_NAME);
     EXPECT_EQ(ValuesOf(KeyPath("alerter")), before.at("alerter"));
 }
 
@@ -604,7 +603,7 @@ TEST_F(Handlers, a_change_may_take_its_own_display_name_another_case_and_any_key
     PutService("browser", "The browser");
     StartDaemon();
     for (const char *name : {"The alerter", "the browser", "browser"}) {
-        EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated(name)})->status, ERROR_SUCCESS) << name;
+        EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Sz(name)})->status, ERROR_SUCCESS) << name;
         EXPECT_EQ(GetDisplay("alerter")->displayName, std::string(name));
     }
 }
@@ -615,9 +614,9 @@ TEST_F(Handlers, a_change_to_an_unknown_account_answers_1057_and_writes_nothing)
     EXPECT_EQ(ChangeConfig({.handle = 1,
                             .serviceType = 0x20,
                             .errorControl = 3,
-                            .group = Terminated("net"),
-                            .account = Terminated(nobody),
-                            .displayName = Terminated("New")})
+                            .group = Sz("net"),
+                            .account = Sz(nobody),
+                            .displayName = Sz("New")})
                   ->status,
               ERROR_INVALID_SERVICE_ACCOUNT);
     EXPECT_EQ(ServicesInRegistry(), before);
@@ -634,8 +633,8 @@ TEST_F(Handlers, a_change_that_closes_a_circle_answers_1059_and_undoes_the_depen
     EXPECT_EQ(ChangeConfig({.handle = 1,
                             .serviceType = 0x20,
                             .errorControl = 3,
-                            .dependencies = Strings({"browser"}),
-                            .displayName = Terminated("New"),
+                            .dependencies = MultiSz({"browser"}),
+                            .displayName = Sz("New"),
                             .tagWanted = 1})
                   ->status,
               ERROR_CIRCULAR_DEPENDENCY);
@@ -648,7 +647,7 @@ TEST_F(Handlers, a_change_that_closes_a_circle_answers_1059_and_undoes_the_depen
 TEST_F(Handlers, a_change_that_closes_a_circle_leaves_no_dependencies_where_there_were_none) {
     Load({"alerter"});
     const auto before = ServicesInRegistry();
-    EXPECT_EQ(ChangeConfig({.handle = 1, .dependencies = Strings({"alerter"})})->status, ERROR_CIRCULAR_DEPENDENCY);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .dependencies = MultiSz({"alerter"})})->status, ERROR_CIRCULAR_DEPENDENCY);
     EXPECT_EQ(ServicesInRegistry(), before);
 }
 
@@ -658,7 +657,7 @@ TEST_F(Handlers, a_change_of_the_group_that_closes_a_circle_moves_the_service_ba
     PutService("older", "older", {{"DependOnGroup", AsMulti({"+old"})}});
     StartDaemon();
     const auto before = ServicesInRegistry();
-    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Terminated("new")})->status, ERROR_CIRCULAR_DEPENDENCY);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Sz("new")})->status, ERROR_CIRCULAR_DEPENDENCY);
     EXPECT_EQ(ServicesInRegistry(), before);
     EXPECT_THAT(Dependencies(2), IsEmpty());
     EXPECT_THAT(Dependencies(3), ElementsAre("alerter"));
@@ -669,7 +668,7 @@ TEST_F(Handlers, a_change_of_the_group_that_closes_a_circle_leaves_no_group_wher
     PutService("newer", "newer", {{"DependOnGroup", AsMulti({"+new"})}});
     StartDaemon();
     const auto before = ServicesInRegistry();
-    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Terminated("new")})->status, ERROR_CIRCULAR_DEPENDENCY);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Sz("new")})->status, ERROR_CIRCULAR_DEPENDENCY);
     EXPECT_EQ(ServicesInRegistry(), before);
     EXPECT_THAT(Dependencies(2), IsEmpty());
 }
@@ -681,7 +680,7 @@ TEST_F(Handlers, a_change_of_both_that_closes_a_circle_undoes_both) {
     PutService("older", "older", {{"DependOnGroup", AsMulti({"+old"})}});
     StartDaemon();
     const auto before = ServicesInRegistry();
-    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Terminated("new"), .dependencies = Strings({"newer"})})->status,
+    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Sz("new"), .dependencies = MultiSz({"newer"})})->status,
               ERROR_CIRCULAR_DEPENDENCY);
     EXPECT_EQ(ServicesInRegistry(), before);
     EXPECT_THAT(Dependencies(1), ElementsAre("carrier"));
@@ -692,8 +691,8 @@ TEST_F(Handlers, a_change_of_both_that_closes_a_circle_undoes_both) {
 TEST_F(Handlers, a_change_of_something_else_does_not_look_at_a_circle) {
     PutService("alerter", "alerter", {{"DependOnGroup", AsMulti({"alerter"})}});
     StartDaemon();
-    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated("New")})->status, ERROR_SUCCESS);
-    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Terminated("net")})->status, ERROR_CIRCULAR_DEPENDENCY);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Sz("New")})->status, ERROR_SUCCESS);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Sz("net")})->status, ERROR_CIRCULAR_DEPENDENCY);
 }
 
 // --- change: tags ---
@@ -716,7 +715,7 @@ TEST_F(Handlers, a_change_hands_out_a_tag_of_the_new_group) {
     PutService("alerter", "alerter", {{"Group", AsText("old")}});
     PutKey(TagOrderPath(), {{"old", AsBinary(Words({5}))}, {"new", AsBinary(Words({8, 1}))}});
     StartDaemon();
-    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Terminated("new"), .tagWanted = 1})->tag, 9);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Sz("new"), .tagWanted = 1})->tag, 9);
     EXPECT_EQ(ValuesOf(TagOrderPath()), (Values{{"old", AsBinary(Words({5}))}, {"new", AsBinary(Words({9, 1}))}}));
 }
 
@@ -730,7 +729,7 @@ TEST_F(Handlers, a_service_loaded_with_a_tag_keeps_it) {
     PutService("alerter", "alerter", {{"Group", AsText("net")}, {"Tag", AsNumber(7)}});
     StartDaemon();
     PutKey(KeyPath("alerter"), {{"Tag", AsNumber(99)}});
-    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Terminated("new"), .tagWanted = 1})->tag, 7);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .group = Sz("new"), .tagWanted = 1})->tag, 7);
     EXPECT_EQ(ValuesOf(KeyPath("alerter")).at("Tag"), AsNumber(7));
     EXPECT_FALSE(HasKeyAt(TagOrderPath()));
 }

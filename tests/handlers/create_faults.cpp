@@ -40,7 +40,7 @@ const NewService service = {.name = "spooler",
                             .displayName = "Spooler",
                             .imagePath = "/bin/spooler",
                             .group = "net",
-                            .dependencies = Strings({"alerter"}),
+                            .dependencies = MultiSz({"alerter"}),
                             .account = "root",
                             .tagWanted = 1};
 
@@ -169,7 +169,7 @@ void Prepare() {
     StartDaemon();
 }
 
-void Run() { RunCreate({.name = "spooler", .group = "net", .dependencies = Strings({"alerter"})}); }
+void Run() { RunCreate({.name = "spooler", .group = "net", .dependencies = MultiSz({"alerter"})}); }
 
 const Rule undone = {"is_undone", [](const std::string &) { ExpectUndone(ERROR_CIRCULAR_DEPENDENCY, 0, false); }};
 

@@ -344,7 +344,7 @@ TEST_F(Handlers, dependencies_pass_over_a_service_marked_for_deletion_and_all_be
 TEST_F(Handlers, dependencies_list_record_0_too) {
     Load({"alerter"});
     ASSERT_EQ(Create({.name = "first"})->handle, 0);
-    ASSERT_EQ(Create({.name = "second", .dependencies = Strings({"first", "alerter"})})->handle, 2);
+    ASSERT_EQ(Create({.name = "second", .dependencies = MultiSz({"first", "alerter"})})->handle, 2);
     EXPECT_THAT(Dependencies(2), ElementsAre("alerter", "first"));
 }
 

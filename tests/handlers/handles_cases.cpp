@@ -379,7 +379,7 @@ TEST_F(Handlers, a_lock_stops_starts_and_nothing_else) {
     ASSERT_EQ(Lock(7, "setup"), ERROR_SUCCESS);
     EXPECT_EQ(Start(1), ERROR_SERVICE_DATABASE_LOCKED);
     EXPECT_EQ(Create({.name = "first"})->status, ERROR_SUCCESS);
-    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated("New")})->status, ERROR_SUCCESS);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Sz("New")})->status, ERROR_SUCCESS);
     EXPECT_EQ(Open("alerter")->status, ERROR_SUCCESS);
     EXPECT_EQ(Delete(1), ERROR_SUCCESS);
     EXPECT_EQ(Close(1), ERROR_SUCCESS);
@@ -420,7 +420,7 @@ TEST_F(Handlers, without_a_database_nothing_is_there_and_a_create_begins_one) {
     }
     EXPECT_EQ(Create({.name = "alerter"})->status, ERROR_SERVICE_EXISTS);
     EXPECT_EQ(Create({.name = "first", .group = "net"})->handle, 0);
-    EXPECT_EQ(Create({.name = "second", .dependencies = Strings({"+net"})})->handle, 1);
+    EXPECT_EQ(Create({.name = "second", .dependencies = MultiSz({"+net"})})->handle, 1);
     EXPECT_THAT(Dependencies(1), ElementsAre("first"));
     EXPECT_EQ(EnumStatus(49, SERVICE_WIN32, SERVICE_STATE_ALL, enoughBytes)->status, ERROR_SUCCESS);
     EXPECT_EQ(EnumStatus(50, SERVICE_WIN32, SERVICE_STATE_ALL, enoughBytes)->status, ERROR_INVALID_PARAMETER);
@@ -441,9 +441,9 @@ TEST_F(Handlers, a_record_that_was_half_loaded_is_served) {
     EXPECT_EQ(EnumStatus(0, -1, SERVICE_STATE_ALL, enoughBytes)->servicesReturned, 0);
     EXPECT_EQ(Start(1), ERROR_SERVICE_ALREADY_RUNNING);
     EXPECT_EQ(Control(1, SERVICE_CONTROL_INTERROGATE)->status, ERROR_SERVICE_REQUEST_TIMEOUT);
-    ASSERT_EQ(Create({.name = "other", .dependencies = Strings({"broken"})})->handle, 0);
+    ASSERT_EQ(Create({.name = "other", .dependencies = MultiSz({"broken"})})->handle, 0);
     EXPECT_THAT(Dependencies(0), ElementsAre("broken"));
-    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Terminated("Mended")})->status, ERROR_SUCCESS);
+    EXPECT_EQ(ChangeConfig({.handle = 1, .displayName = Sz("Mended")})->status, ERROR_SUCCESS);
     EXPECT_EQ(GetKey("Mended")->name, std::string("broken"));
     ASSERT_EQ(SetStatus(1, stopped), ERROR_SUCCESS);
     ASSERT_EQ(Delete(1), ERROR_SUCCESS);

@@ -2,102 +2,19 @@
 // model: the rules, one function a procedure.
 #include "tests/handlers/model.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
-constexpr std::size_t growth = 50;
-
-std::string UpToZero(const std::string &bytes) { return bytes.substr(0, bytes.find('\0')); }
-
-// --- registry ---
-
-ModelKey *FindKey(Model &model, const std::string &name) {
-    for (ModelKey &key : model.services) {
-        if (strcasecmp(key.name.c_str(), name.c_str()) == 0) return &key;
-    }
-    return nullptr;
-}
-
 void RemoveServiceKey(Model &model, const std::string &name) {
     std::erase_if(model.services, [&](const ModelKey &key) { return key.name == name; });
 }
 
-const Value *FindValue(const Values &values, const std::string &name) {
-    const auto found = values.find(name);
-    return found == values.end() ? nullptr : &found->second;
-}
-
-std::string TextValue(const Values &values, const std::string &name) {
-    const Value *value = FindValue(values, name);
-    return value == nullptr ? "" : UpToZero(value->bytes);
-}
-
-std::uint32_t NumberValue(const Values &values, const std::string &name) {
-    const Value *value = FindValue(values, name);
-    std::uint32_t number = 0;
-    if (value != nullptr && value->bytes.size() <= 4) std::memcpy(&number, value->bytes.data(), value->bytes.size());
-    return number;
-}
-
-std::vector<std::string> StringsOf(const std::string &bytes) {
-    std::vector<std::string> strings;
-    for (std::size_t at = 0; at < bytes.size() && bytes[at] != '\0';) {
-        strings.push_back(bytes.c_str() + at);
-        at += strings.back().size() + 1;
-    }
-    return strings;
-}
-
-// --- records and groups ---
-
 bool IsHandle(const Model &model, std::int32_t handle) {
     return handle >= 0 && handle < static_cast<std::int32_t>(model.records.size()) &&
            model.records[static_cast<std::size_t>(handle)].used;
-}
-
-ModelRecord &RecordOf(Model &model, std::int32_t handle) { return model.records[static_cast<std::size_t>(handle)]; }
-
-std::int32_t IndexOf(const Model &model, const std::string &name) {
-    for (std::size_t i = 0; i < model.records.size(); ++i) {
-        if (model.records[i].used && model.records[i].name == name) return static_cast<std::int32_t>(i);
-    }
-    return -1;
-}
-
-std::int32_t TakeRecord(Model &model) {
-    for (std::size_t i = 0; i < model.records.size(); ++i) {
-        if (!model.records[i].used) return static_cast<std::int32_t>(i);
-    }
-    model.records.resize(model.records.size() + growth);
-    return static_cast<std::int32_t>(model.records.size() - growth);
-}
-
-std::size_t GroupNumber(const std::vector<ModelGroup> &groups, const std::string &name) {
-    std::size_t number = 0;
-    while (number < groups.size() && groups[number].name != name) {
-        ++number;
-    }
-    return number;
-}
-
-void Join(std::vector<ModelGroup> &groups, const std::string &name, std::int32_t index) {
-    const std::size_t number = GroupNumber(groups, name);
-    if (number == groups.size()) groups.push_back({name});
-    groups[number].members.push_front(index);
-}
-
-// The group of the same number loses the member, whichever list was searched.
-void Leave(Model &model, const std::vector<ModelGroup> &searched, const std::string &name, std::int32_t index) {
-    const std::size_t number = GroupNumber(searched, name);
-    if (number == searched.size() || number >= model.groups.size()) return;
-    std::deque<std::int32_t> &members = model.groups[number].members;
-    const auto found = std::find(members.begin(), members.end(), index);
-    if (found != members.end()) members.erase(found);
 }
 
 // --- deadline ---
@@ -114,88 +31,21 @@ void FindDead(ModelRecord &record) {
 
 // --- dependencies ---
 
-struct ModelWalk {
-    std::int32_t root;
-    std::int32_t mask;
-    std::int32_t left;
-    std::int32_t needed = 0;
-    std::int32_t count = 0;
-    std::deque<Listed> list = {};
-};
-
-std::int32_t SizeOf(const ModelRecord &record) {
-    return static_cast<std::int32_t>(record.name.size() + 1 + record.displayName.size() + 1 + 36);
-}
-
-bool Passes(const ModelRecord &record, std::int32_t mask) {
-    const std::int32_t state = record.status.dwCurrentState;
-    if ((mask & 3) == 3) return true;
-    if ((mask & 1) != 0) return state >= 2 && state <= 7;
-    if ((mask & 2) != 0) return state == 1;
-    return false;
-}
-
-std::int32_t Walk(Model &model, std::int32_t index, ModelWalk &walk) {
-    ModelRecord &record = RecordOf(model, index);
-    if (!record.used || record.marked) return 0;
-    if (record.visiting) return 1059;
-    if (record.visited) return 0;
-    ModelKey *key = FindKey(model, record.name);
-    if (key == nullptr) return 2;
-    const Value *value = FindValue(key->values, "DependOnGroup");
-    if (value != nullptr && !value->bytes.empty()) {
-        record.visiting = true;
-        for (const std::string &text : StringsOf(value->bytes)) {
-            std::deque<std::int32_t> next;
-            if (text[0] == '+') {
-                const std::size_t number = GroupNumber(model.groups, text.substr(1));
-                if (number < model.groups.size()) next = model.groups[number].members;
-            } else if (IndexOf(model, text) >= 0) {
-                next = {IndexOf(model, text)};
-            }
-            for (std::int32_t dependency : next) {
-                const std::int32_t code = Walk(model, dependency, walk);
-                if (code != 0 && code != 234) return code;
-            }
-        }
-    }
-    if (index == walk.root) return 0;
-    record.visiting = false;
-    if (!Passes(record, walk.mask)) return 0;
-    record.visited = true;
-    const std::int32_t size = SizeOf(record);
-    walk.needed += size;
-    if (size > walk.left) {
-        walk.left = -1;
-        return 234;
-    }
-    walk.list.push_front({record.name, record.displayName, record.status});
-    walk.left -= size;
-    ++walk.count;
-    return 0;
-}
-
-std::int32_t WalkFrom(Model &model, std::int32_t index, ModelWalk &walk) {
-    const std::int32_t code = Walk(model, index, walk);
-    for (ModelRecord &record : model.records) {
-        record.visited = record.visiting = false;
-    }
-    return code;
-}
-
 std::int32_t CheckDependencies(Model &model, std::int32_t index) {
     ModelWalk walk = {.root = index, .mask = 3, .left = 0};
     const std::int32_t code = WalkFrom(model, index, walk);
     return code == 234 ? 0 : code;
 }
 
-std::string LineOf(const std::deque<Listed> &list) {
+std::string LineOf(const std::vector<Listed> &list) {
     std::ostringstream line;
     for (const Listed &entry : list) {
         line << entry << ';';
     }
     return line.str();
 }
+
+Listed AsListed(const ModelRecord &record) { return {record.name, record.displayName, record.status}; }
 
 bool IsAccount(const std::string &name) { return name.empty() || name == "root" || name == "daemon"; }
 
@@ -219,52 +69,9 @@ std::uint32_t CountUp(Model &model, const std::string &group) {
 
 // --- start of the daemon ---
 
-static void SortGroup(Model &model, ModelGroup &group) {
-    const Value *vector = FindValue(model.tagOrder, group.name);
-    if (vector == nullptr || vector->bytes.size() <= 3) return;
-    std::deque<std::int32_t> rest;
-    std::swap(rest, group.members);
-    for (std::size_t at = 4; at + 4 <= vector->bytes.size(); at += 4) {
-        std::int32_t tag = 0;
-        std::memcpy(&tag, vector->bytes.data() + at, 4);
-        const auto found = std::find_if(rest.begin(), rest.end(),
-                                        [&](std::int32_t index) { return RecordOf(model, index).tag == tag; });
-        if (found == rest.end()) continue;
-        group.members.push_back(*found);
-        rest.erase(found);
-    }
-    group.members.insert(group.members.end(), rest.begin(), rest.end());
-}
-
 void StartModel(Model &model) {
-    std::erase_if(model.services, [](const ModelKey &key) { return key.values.contains("DeleteFlag"); });
-    model.records.assign(growth, {});
-    model.groups.clear();
-    model.imagePaths.clear();
+    LoadModel(model);
     model.lockId = 0;
-    for (const std::string &name : model.groupOrder) {
-        model.groups.push_back({name});
-    }
-    std::size_t index = 0;
-    std::int32_t tag = 0; // a service without one takes that of the service before it
-    for (const ModelKey &key : model.services) {
-        if (++index >= model.records.size()) model.records.resize(model.records.size() + growth);
-        const Values &values = key.values;
-        ModelRecord &record = model.records[index];
-        if (values.contains("Tag")) tag = static_cast<std::int32_t>(NumberValue(values, "Tag"));
-        record.used = true;
-        record.name = key.name;
-        record.displayName = TextValue(values, "DisplayName");
-        record.type = static_cast<std::int32_t>(NumberValue(values, "Type"));
-        record.tag = tag;
-        record.status.dwCurrentState = 1;
-        const auto number = static_cast<std::int32_t>(index);
-        if (values.contains("Group")) Join(model.groups, TextValue(values, "Group"), number);
-        if (values.contains("ImagePath")) Join(model.imagePaths, TextValue(values, "ImagePath"), number);
-    }
-    for (ModelGroup &group : model.groups) {
-        SortGroup(model, group);
-    }
 }
 
 // --- handles and lock ---
@@ -401,7 +208,7 @@ std::string EnumStatus(Model &model, std::int32_t resumeIndex, std::int32_t type
     std::int32_t returned = 0;
     std::int32_t needed = 0;
     std::int32_t resume = -1;
-    std::deque<Listed> list;
+    std::vector<Listed> list;
     for (std::size_t i = 1; i < model.records.size(); ++i) {
         const ModelRecord &record = model.records[i];
         if (!record.used || record.marked || !IsOfType(record.type, typeFilter) ||
@@ -417,7 +224,7 @@ std::string EnumStatus(Model &model, std::int32_t resumeIndex, std::int32_t type
         } else {
             remaining -= size;
             ++returned;
-            list.push_back({record.name, record.displayName, record.status});
+            list.push_back(AsListed(record));
         }
     }
     model.replies.enumeration = Line(needed, returned, std::max(resume, 0), LineOf(list));
@@ -434,7 +241,11 @@ std::string EnumDepend(Model &model, std::int32_t handle, std::int32_t stateFilt
     ModelWalk walk = {.root = handle, .mask = stateFilter, .left = bufferBytes};
     std::int32_t code = WalkFrom(model, handle, walk);
     if ((code == 0 || code == 234) && walk.left == -1 && walk.needed > 0) code = 234;
-    return Line(code, walk.needed, walk.count, LineOf(walk.list));
+    std::vector<Listed> list;
+    for (const std::int32_t index : walk.list) {
+        list.push_back(AsListed(RecordOf(model, index)));
+    }
+    return Line(code, walk.needed, walk.count, LineOf(list));
 }
 
 std::string GetDisplay(Model &model, const std::string &name) {
@@ -570,10 +381,7 @@ std::string ChangeConfig(Model &model, const Change &change) {
 
 // --- replies ---
 
-static std::string LineOf(const svd_enum_status_list_t *list) {
-    const std::vector<Listed> entries = EntriesOf(list);
-    return LineOf(std::deque<Listed>(entries.begin(), entries.end()));
-}
+static std::string LineOf(const svd_enum_status_list_t *list) { return LineOf(EntriesOf(list)); }
 
 std::string LineOf(const servd_SERV_CREATE_SERVICE_RETURN &reply) {
     return Line(reply.status, reply.handle, reply.tag);

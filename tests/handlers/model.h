@@ -1,40 +1,15 @@
 // SPDX-License-Identifier: MIT
 // model: what the daemon must answer, in plain words of its own.
 //
-// The rules of the procedures over simple values: a vector of records, vectors of groups, the registry as a list of
-// keys. No process is ever started, so that a record never has one. Each function answers one call as a line of text;
-// LineOf makes the same line of a reply.
+// The rules of the procedures over the model of the database. Each function answers one call as a line of text; LineOf
+// makes the same line of a reply.
 #pragma once
 
+#include "tests/support/database_model.h"
 #include "tests/support/procedures.h"
-#include "tests/support/service_registry.h"
 
 #include <chrono>
-#include <deque>
 #include <sstream>
-
-struct ModelRecord {
-    bool used = false;
-    std::string name = {};
-    std::string displayName = {};
-    std::int32_t openCount = 0;
-    bool marked = false;
-    svd_status_t status = {};
-    std::int32_t type = 0;
-    std::int32_t tag = 0;
-    bool visited = false;
-    bool visiting = false;
-};
-
-struct ModelGroup {
-    std::string name;
-    std::deque<std::int32_t> members = {};
-};
-
-struct ModelKey {
-    std::string name;
-    Values values = {};
-};
 
 // What each procedure's reply still holds of the call before.
 struct ModelReplies {
@@ -49,16 +24,7 @@ struct ModelReplies {
     std::string enumeration = "|0|0|0|";
 };
 
-struct Model {
-    // the registry
-    std::vector<ModelKey> services = {};
-    Values servicesKeyValues = {}; // of the services key itself
-    Values tagOrder = {};
-    std::vector<std::string> groupOrder = {};
-    // the daemon
-    std::vector<ModelRecord> records = {};
-    std::vector<ModelGroup> groups = {};
-    std::vector<ModelGroup> imagePaths = {};
+struct Model : ModelDatabase {
     std::int32_t lockId = 0;
     std::string lockOwner = {};
     std::chrono::steady_clock::time_point lockedAt = {};

@@ -60,7 +60,7 @@ std::string SomeDependencies(Play &play) {
     for (int left = 1 + Below(play, 3); left > 0; --left) {
         names.push_back(OneIn(play, 4) ? "+" + SomeGroup(play) : SomeName(play));
     }
-    return Strings(names);
+    return MultiSz(names);
 }
 
 // Nothing that starts by itself with the daemon.
@@ -82,7 +82,7 @@ svd_status_t SomeStatus(Play &play) {
 std::string Maybe(Play &play, const std::string &text) {
     if (!OneIn(play, 3)) return "";
     if (OneIn(play, 8)) return text;
-    return OneIn(play, 8) ? Terminated(text) + "tail" : Terminated(text);
+    return OneIn(play, 8) ? Sz(text) + "tail" : Sz(text);
 }
 
 NewService SomeService(Play &play) {
@@ -291,9 +291,7 @@ void Prepare(Play &play) {
     model.groupOrder = {"g2", "unused", "g2", "g1"};
     model.tagOrder = {{"g1", AsBinary(Words({3, 2, 1, 3}))}, {"g2", {REG_NONE, Words({0xFFFFFFFF})}}};
     if (OneIn(play, 2)) model.servicesKeyValues = {{"Group", AsText("g1")}, {"ImagePath", AsText("/bin/p1")}};
-    PutKey(groupOrderKeyPath, {{"List", AsMulti(model.groupOrder)}});
-    PutKey(TagOrderPath(), model.tagOrder);
-    PutKey(servicesKeyPath, model.servicesKeyValues);
+    WriteModel(model);
 }
 
 std::uint64_t NumberFrom(const char *variable, std::uint64_t otherwise) {

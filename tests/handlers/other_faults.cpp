@@ -96,7 +96,7 @@ const Texts allTexts = {{"Start", "3"},
                         {"ErrorControl", "1"},
                         {"ImagePath", "/bin/x"},
                         {"Group", "net"},
-                        {"DependOnGroup", Strings({"nobody"})},
+                        {"DependOnGroup", MultiSz({"nobody"})},
                         {"DependOnService", "root"}};
 const Texts noTexts = {{"Start", "0"}, {"ErrorControl", "0"}, {"ImagePath", ""},
                        {"Group", ""},  {"DependOnGroup", ""}, {"DependOnService", ""}};

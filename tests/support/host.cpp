@@ -361,21 +361,6 @@ const std::string servicesKey = "SYSTEM\\CurrentControlSet\\Services";
 const std::string groupOrderKey = "SYSTEM\\CurrentControlSet\\Control\\ServiceGroupOrder";
 const std::string groupTagsKey = "SYSTEM\\CurrentControlSet\\Control\\GroupOrderList";
 
-std::string Sz(std::string_view text) { return std::string(text) + '\0'; }
-
-std::string MultiSz(const std::vector<std::string> &texts) {
-    std::string result;
-    for (const std::string &text : texts)
-        result += Sz(text);
-    return result + '\0';
-}
-
-std::string Dword(std::uint32_t number) {
-    std::string result(sizeof number, '\0');
-    std::memcpy(result.data(), &number, sizeof number);
-    return result;
-}
-
 void WriteKey(const std::string &key, const std::vector<RegistryValue> &values) {
     const OpenedKey opened = CreateKey(key);
     for (const RegistryValue &value : values) {

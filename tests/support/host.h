@@ -9,6 +9,7 @@
 
 #include "rpc/dial.h"
 #include "tests/support/records.h"
+#include "tests/support/value_bytes.h"
 
 #include <sys/types.h>
 
@@ -121,11 +122,6 @@ Decoded<Result> CallServd(CLIENT *client, std::uint32_t procedure, Argument argu
 }
 
 // --- registry ------------------------------------------------------------------------------------------------------
-
-// The bytes of values. Terminators are part of them.
-std::string Sz(std::string_view text);
-std::string MultiSz(const std::vector<std::string> &texts);
-std::string Dword(std::uint32_t number);
 
 struct RegistryValue {
     std::string name;

@@ -13,14 +13,22 @@ if(TV_BUILD_FUZZ)
   target_compile_options(tv_test_registry PRIVATE -fno-sanitize=fuzzer-no-link)
 endif()
 
+# What the registry holds of the services, written and compared through the Reg* functions.
+add_library(tv_service_registry STATIC support/service_registry.cpp)
+target_link_libraries(tv_service_registry PRIVATE tv_options PUBLIC servd_wire tv_registry)
+
 # Calls of the daemon's procedures; a program that uses them brings one of the ways below.
-add_library(tv_procedures STATIC support/procedures.cpp support/service_registry.cpp)
-target_link_libraries(tv_procedures PRIVATE tv_options PUBLIC servd_wire tv_registry)
+add_library(tv_procedures STATIC support/procedures.cpp)
+target_link_libraries(tv_procedures PRIVATE tv_options PUBLIC tv_service_registry)
+
+# The service database in plain words, to hold the daemon's against.
+add_library(tv_database_model STATIC support/database_model.cpp)
+target_link_libraries(tv_database_model PRIVATE tv_options PUBLIC tv_service_registry)
 
 # The cases of the handlers, which run whichever way.
 add_library(tv_handler_cases OBJECT handlers/handles_cases.cpp handlers/control_cases.cpp handlers/config_cases.cpp
   handlers/enumerate_cases.cpp handlers/model_cases.cpp handlers/model.cpp)
-target_link_libraries(tv_handler_cases PRIVATE tv_options PUBLIC tv_procedures GTest::gmock)
+target_link_libraries(tv_handler_cases PRIVATE tv_options PUBLIC tv_procedures tv_database_model GTest::gmock)
 add_library(tv_fault_cases OBJECT handlers/call_orders.cpp handlers/create_faults.cpp handlers/change_faults.cpp
   handlers/other_faults.cpp)
 target_link_libraries(tv_fault_cases PRIVATE tv_options PUBLIC tv_procedures GTest::gmock)

@@ -281,11 +281,11 @@ void SetText(const std::string &path, const std::string &name, const std::string
 }
 
 void SetNumber(const std::string &path, const std::string &name, DWORD number) {
-    SetValue(path, name, REG_DWORD, NumberBytes(number));
+    SetValue(path, name, REG_DWORD, Dword(number));
 }
 
 void SetTexts(const std::string &path, const std::string &name, const std::vector<std::string> &texts) {
-    SetValue(path, name, REG_MULTI_SZ, MultiString(texts));
+    SetValue(path, name, REG_MULTI_SZ, MultiSz(texts));
 }
 
 void RemoveValue(const std::string &path, const std::string &name) {
@@ -299,20 +299,6 @@ std::optional<MemoryValue> GetValue(const std::string &path, const std::string &
     if (key == nullptr) return std::nullopt;
     const auto found = FindValue(*key, name);
     return found == key->values.end() ? std::nullopt : std::optional(found->second);
-}
-
-std::string MultiString(const std::vector<std::string> &texts) {
-    std::string data;
-    for (const std::string &text : texts)
-        data += text + '\0';
-    return data + '\0';
-}
-
-std::string NumberBytes(DWORD number) {
-    std::string bytes;
-    for (int shift = 0; shift < 32; shift += 8)
-        bytes += static_cast<char>(number >> shift & 0xFF);
-    return bytes;
 }
 
 const std::vector<std::string> &RegistryCalls() { return registry.calls; }

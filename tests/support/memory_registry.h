@@ -20,6 +20,7 @@
 #include "servd/servd_svc_proc/status.h"
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
+#include "tests/support/value_bytes.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
 
@@ -51,9 +52,6 @@ void SetNumber(const std::string &path, const std::string &name, DWORD number); 
 void SetTexts(const std::string &path, const std::string &name, const std::vector<std::string> &texts); // REG_MULTI_SZ
 void RemoveValue(const std::string &path, const std::string &name);
 std::optional<MemoryValue> GetValue(const std::string &path, const std::string &name);
-// Bytes of a REG_MULTI_SZ and of a 32-bit number.
-std::string MultiString(const std::vector<std::string> &texts);
-std::string NumberBytes(DWORD number);
 
 // The calls since InstallMemoryRegistry or ForgetCalls, failed ones included, in order:
 //   open PATH, create PATH, close PATH, delete PATH, enum PATH INDEX,

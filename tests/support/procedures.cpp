@@ -16,16 +16,6 @@ CharArray ArrayOf(const std::string &bytes) {
 
 } // namespace
 
-std::string Strings(const std::vector<std::string> &strings) {
-    std::string bytes;
-    for (const std::string &text : strings) {
-        bytes += Terminated(text);
-    }
-    return bytes + '\0';
-}
-
-std::string Terminated(const std::string &text) { return text + '\0'; }
-
 bool operator==(const svd_status_t &a, const svd_status_t &b) { return Fields(a) == Fields(b); }
 
 bool operator==(const Listed &a, const Listed &b) {

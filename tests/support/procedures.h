@@ -6,6 +6,7 @@
 #pragma once
 
 #include "servd/servd_xdr.h"
+#include "tests/support/value_bytes.h"
 
 #include <memory>
 #include <optional>
@@ -41,9 +42,6 @@ std::shared_ptr<const ResultOf<Argument>> Call(Argument argument) {
 
 // --- the procedures with arguments that are easy to write down ---
 
-// The bytes of a multi-string, both terminators included; one zero byte for no strings.
-std::string Strings(const std::vector<std::string> &strings);
-
 struct NewService {
     std::string name = {};
     std::string displayName = {};
@@ -52,7 +50,7 @@ struct NewService {
     std::uint32_t errorControl = 1;
     std::string imagePath = {};
     std::string group = {};
-    std::string dependencies = Strings({}); // raw bytes
+    std::string dependencies = MultiSz({}); // raw bytes
     std::string account = {};
     std::int32_t tagWanted = 0;
 };
@@ -71,9 +69,6 @@ struct Change {
     std::string displayName = {};
     std::int32_t tagWanted = 0;
 };
-
-// A string as Change carries it: with its terminator.
-std::string Terminated(const std::string &text);
 
 struct Listed {
     std::string name;

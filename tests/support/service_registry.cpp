@@ -4,7 +4,7 @@
 
 #include "registry/key.h"
 #include "servd/service_keys.h"
-#include "tests/support/procedures.h"
+#include "tests/support/value_bytes.h"
 #include "tv/winerror.h"
 
 #include <cstdio>
@@ -40,9 +40,9 @@ std::ostream &operator<<(std::ostream &out, const Value &value) {
     return out << std::dec;
 }
 
-Value AsNumber(DWORD number) { return {REG_DWORD, Words({number})}; }
-Value AsText(const std::string &text) { return {REG_SZ, Terminated(text)}; }
-Value AsMulti(const std::vector<std::string> &strings) { return {REG_MULTI_SZ, Strings(strings)}; }
+Value AsNumber(DWORD number) { return {REG_DWORD, Dword(number)}; }
+Value AsText(const std::string &text) { return {REG_SZ, Sz(text)}; }
+Value AsMulti(const std::vector<std::string> &strings) { return {REG_MULTI_SZ, MultiSz(strings)}; }
 Value AsBinary(const std::string &bytes) { return {REG_BINARY, bytes}; }
 
 std::string Words(const std::vector<DWORD> &words) {

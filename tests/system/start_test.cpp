@@ -243,7 +243,7 @@ TEST_F(StartingAs, an_account_brings_its_user_group_and_supplementary_groups) {
 TEST_F(StartingAs, only_the_first_string_of_the_value_is_the_user) {
     const ServiceImage image = MakeServiceImage("first-string");
     const std::int32_t index = Load(image);
-    SetValue(ServicePath("Alpha"), "DependOnService", REG_MULTI_SZ, MultiString({"nobody", "root"}));
+    SetValue(ServicePath("Alpha"), "DependOnService", REG_MULTI_SZ, MultiSz({"nobody", "root"}));
     EXPECT_EQ(Start(index), 0u);
     EXPECT_EQ(LogLine(image, "uid"), std::to_string(getpwnam("nobody")->pw_uid));
 }

@@ -74,7 +74,7 @@ TEST_F(AutoStart, start_types_0_1_and_2_are_started_and_no_other) {
 
 TEST_F(AutoStart, the_type_of_the_start_value_is_not_looked_at) {
     InstallService("a");
-    SetValue(ServicePath("a"), "Start", REG_BINARY, NumberBytes(2));
+    SetValue(ServicePath("a"), "Start", REG_BINARY, Dword(2));
     InstallService("b");
     SetValue(ServicePath("b"), "Start", REG_SZ, std::string("\1", 2));
     LoadAndRun();
@@ -103,7 +103,7 @@ TEST_F(AutoStart, dependencies_start_in_the_order_in_which_they_are_found) {
     InstallService("d", {.dependencies = {"e"}});
     InstallService("e");
     InstallService("f", {.group = "G", .tag = 1});
-    SetValue(tagOrderKeyPath, "G", REG_BINARY, NumberBytes(2) + NumberBytes(2) + NumberBytes(1));
+    SetValue(tagOrderKeyPath, "G", REG_BINARY, Dword(2) + Dword(2) + Dword(1));
     LoadAndRun();
     EXPECT_THAT(started, ElementsAre("e", "d", "b", "c", "f", "a"));
 }
@@ -231,7 +231,7 @@ TEST_F(AutoStart, the_calls_for_one_service_with_one_dependency) {
 
 TEST_F(AutoStart, the_whole_start_up_asks_the_registry_in_this_order) {
     SetTexts(groupOrderKeyPath, "List", {"G"});
-    SetValue(tagOrderKeyPath, "G", REG_BINARY, NumberBytes(0));
+    SetValue(tagOrderKeyPath, "G", REG_BINARY, Dword(0));
     InstallService("Alpha", {.start = demand, .group = "G"});
     const std::string alpha = ServicePath("Alpha");
     const std::string order = groupOrderKeyPath;

@@ -72,7 +72,7 @@ TEST_F(PlannedBoot, services_without_a_start_value_never_start_by_themselves) {
 }
 
 TEST_F(PlannedBoot, members_of_a_group_come_in_the_order_of_its_tags) {
-    SetValue(tagOrderKeyPath, "Disk", REG_BINARY, NumberBytes(2) + NumberBytes(2) + NumberBytes(1));
+    SetValue(tagOrderKeyPath, "Disk", REG_BINARY, Dword(2) + Dword(2) + Dword(1));
     InstallService("one", {.start = demand, .group = "Disk", .tag = 1});
     InstallService("two", {.start = demand, .group = "Disk", .tag = 2});
     InstallService("seven", {.start = demand, .group = "Disk", .tag = 7});
@@ -321,12 +321,12 @@ TEST(PlanBoot, of_many_automatic_services_is_made_at_once) {
 TEST_F(PlannedBoot, a_tag_vector_may_be_long) {
     constexpr std::size_t count = 14'000;
     BootGroup expected;
-    std::string vector = NumberBytes(0);
+    std::string vector = Dword(0);
     for (std::size_t i = 0; i < count; ++i) {
         InstallService("s" + std::to_string(i), {.start = demand, .group = "Disk", .tag = static_cast<DWORD>(i % 7)});
     }
     for (std::size_t i = 0; i < 2'000'000; ++i) {
-        vector += NumberBytes(static_cast<DWORD>(i % 2 == 0 ? 5 : 1'000'000 + i)); // few find a member
+        vector += Dword(static_cast<DWORD>(i % 2 == 0 ? 5 : 1'000'000 + i)); // few find a member
     }
     SetValue(tagOrderKeyPath, "Disk", REG_BINARY, vector);
     const auto begin = std::chrono::steady_clock::now();

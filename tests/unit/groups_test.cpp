@@ -37,9 +37,9 @@ std::vector<std::string> GroupNames() {
 }
 
 std::string TagVector(const std::vector<DWORD> &tags) {
-    std::string data = NumberBytes(static_cast<DWORD>(tags.size()));
+    std::string data = Dword(static_cast<DWORD>(tags.size()));
     for (const DWORD tag : tags)
-        data += NumberBytes(tag);
+        data += Dword(tag);
     return data;
 }
 
@@ -314,7 +314,7 @@ TEST_F(Groups, a_tag_takes_one_member_for_each_time_it_is_named) {
 TEST_F(Groups, the_count_word_is_not_looked_at) {
     LoadGroup({3, 1, 2});
     for (const DWORD count : {0u, 1u, 0xFFFFFFFFu}) {
-        SetValue(tagsPath, "G", REG_BINARY, NumberBytes(count) + NumberBytes(1) + NumberBytes(2) + NumberBytes(3));
+        SetValue(tagsPath, "G", REG_BINARY, Dword(count) + Dword(1) + Dword(2) + Dword(3));
         EXPECT_EQ(SortServicesInGroups(), 0u);
         EXPECT_THAT(MembersOf(grouplist, grouplistsize, "G"), ElementsAre("b", "c", "a"));
     }

@@ -254,10 +254,10 @@ TEST_F(Handlers, a_walk_leaves_no_marks_behind) {
         expectNoMarks();
         (void)Start(handle); // 6 and 1068
         expectNoMarks();
-        (void)ChangeConfig({.handle = handle, .group = Terminated("net")});
+        (void)ChangeConfig({.handle = handle, .group = Sz("net")});
         expectNoMarks();
     }
-    (void)Create({.name = "driver", .dependencies = Strings({"browser"})});
+    (void)Create({.name = "driver", .dependencies = MultiSz({"browser"})});
     expectNoMarks();
 }
 
@@ -281,7 +281,7 @@ TEST_F(Handlers, create_files_the_image_path_under_the_group_deliberate) {
 
 TEST_F(Handlers, a_create_that_is_undone_leaves_an_empty_group) {
     StartDaemon();
-    ASSERT_EQ(Create({.name = "a", .imagePath = "/bin/x", .group = "net", .dependencies = Strings({"a"})})->status,
+    ASSERT_EQ(Create({.name = "a", .imagePath = "/bin/x", .group = "net", .dependencies = MultiSz({"a"})})->status,
               ERROR_CIRCULAR_DEPENDENCY);
     EXPECT_THAT(GroupMembers("net"), IsEmpty());
     EXPECT_EQ(PathMembers("net"), noEntry);
@@ -293,7 +293,7 @@ TEST_F(Handlers, a_create_that_is_undone_leaves_an_empty_group) {
 TEST_F(Handlers, a_change_of_the_image_path_files_the_service_under_the_new_one_too_deliberate) {
     PutService("a", "a", {{"ImagePath", AsText("/bin/old")}});
     StartDaemon();
-    ASSERT_EQ(ChangeConfig({.handle = 1, .imagePath = Terminated("/bin/new")})->status, ERROR_SUCCESS);
+    ASSERT_EQ(ChangeConfig({.handle = 1, .imagePath = Sz("/bin/new")})->status, ERROR_SUCCESS);
     EXPECT_THAT(PathMembers("/bin/new"), ElementsAre("a"));
     EXPECT_THAT(PathMembers("/bin/old"), ElementsAre("a")); // the removal edits the other list
 }
@@ -301,7 +301,7 @@ TEST_F(Handlers, a_change_of_the_image_path_files_the_service_under_the_new_one_
 TEST_F(Handlers, a_change_of_the_image_path_takes_the_service_out_of_the_group_of_that_number_deliberate) {
     PutService("a", "a", {{"ImagePath", AsText("/bin/old")}, {"Group", AsText("net")}}); // both in entry 0
     StartDaemon();
-    ASSERT_EQ(ChangeConfig({.handle = 1, .imagePath = Terminated("/bin/new")})->status, ERROR_SUCCESS);
+    ASSERT_EQ(ChangeConfig({.handle = 1, .imagePath = Sz("/bin/new")})->status, ERROR_SUCCESS);
     EXPECT_THAT(GroupMembers("net"), IsEmpty());
 }
 

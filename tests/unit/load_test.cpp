@@ -124,7 +124,7 @@ TEST_F(Load, services_with_DeleteFlag_are_deleted_wherever_they_stand) {
 }
 
 TEST_F(Load, a_DeleteFlag_of_any_type_up_to_4_bytes_deletes) {
-    for (const std::string &data : {std::string(), std::string("x"), std::string("abcd"), NumberBytes(0)}) {
+    for (const std::string &data : {std::string(), std::string("x"), std::string("abcd"), Dword(0)}) {
         InstallService("Alpha");
         SetValue(alpha, "DeleteFlag", REG_BINARY, data);
         ASSERT_EQ(ReadServiceDatabase(), 0u);
