@@ -8,6 +8,10 @@
 // The daemon walks anew for each automatic service, this once over all: a service that was walked to its end has
 // nothing new to tell, and one that ended a walk ends every later walk that comes by at the same place. How often each
 // start is tried when all fail follows from who leads to whom, for 64 automatic services at a time.
+//
+// The daemon's walk (servd/servd_svc_proc/dependencies.cpp) is another one: it reads the registry as it goes, marks its
+// records and adds up bytes for a caller's buffer. tests/unit/load_order_property_test.cpp has both start the same
+// services in the same order.
 #include "tvsc/boot_plan.h"
 
 #include "tv/winsvc.h"

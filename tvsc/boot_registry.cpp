@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: MIT
 // boot_registry: reads the services as the daemon loads them: the same values in the same order, into buffers of the
 // same sizes, so that what would end its load ends this, too.
+//
+// A loader of its own beside the daemon's (servd/servd_svc_proc/load.cpp): that one creates, deletes and files in its
+// lists between two reads; this one leaves the registry as it is, tells which value is at fault, and reads on to values
+// that a load leaves for later. A change of the one is a change of the other: tests/unit/load_order_property_test.cpp
+// holds both against one model.
 #include "tvsc/boot_plan.h"
 
 #include "servd/servd_svc_proc/values.h"

@@ -6,7 +6,8 @@
 // Thread:  main thread only.
 //
 // The walk keeps its own stack on the heap, since the depth of a dependency chain is the registry's to choose; and it
-// walks the members of a group once, since the registry chooses, too, how often a group is named.
+// walks the members of a group once, since the registry chooses, too, how often a group is named. A plan of a start is
+// walked by tvsc/boot_plan.cpp, which says why.
 #include "servd/servd_svc_proc/dependencies.h"
 
 #include "servd/checked_memory.h"
