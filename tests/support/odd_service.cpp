@@ -46,34 +46,23 @@ void WriteState(const char *file) {
     std::filesystem::rename(unfinished, file);
 }
 
-// The queue of a listener with this backlog holds one connection.
-constexpr int shortestBacklog = 0;
-
-// Fills the queue of a listener that has the shortest backlog.
-void FillQueue(const sockaddr_in &address) {
+// Listens, and lets nobody in: the queue of a listener with this backlog holds one connection, and it is full before
+// anybody can know the port.
+[[noreturn]] void ServeNobody() {
+    constexpr int shortestBacklog = 0;
+    std::uint16_t port = 0;
+    const Socket listener = Listen(&port, shortestBacklog);
+    const sockaddr_in address = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     for (int i = 0; i < 2; ++i) {
         const int queued = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         (void)connect(queued, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     }
-}
-
-int Listen(int backlog = 10) {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || listen(listener, backlog) != 0 ||
-        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+    if (listener.descriptor < 0 || !pmap_set(Program(), 1, IPPROTO_TCP, port)) {
         std::perror("odd_service");
         std::exit(1);
     }
-    if (backlog == shortestBacklog) FillQueue(address);
-    if (!pmap_set(Program(), 1, IPPROTO_TCP, ntohs(address.sin_port))) {
-        std::perror("odd_service");
-        std::exit(1);
-    }
-    return listener;
+    for (;;)
+        (void)pause();
 }
 
 void Answer(const Socket &connection, const std::string &mode, const std::string &call) {
@@ -119,13 +108,14 @@ int main(int argc, char **argv) {
     if (mode == "first" && argc > 2) mode = ModeByFile(argv[2]);
     if (mode == "never") (void)pause();
     if (mode == "state" && argc > 2) WriteState(argv[2]);
-    if (mode == "full") {
-        (void)Listen(shortestBacklog);
-        (void)pause();
+    if (mode == "full") ServeNobody();
+    const Socket listener = ListenAs(Program(), 1);
+    if (listener.descriptor < 0) {
+        std::perror("odd_service");
+        return 1;
     }
-    const int listener = Listen();
     for (;;) {
-        const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const int connection = accept4(listener.descriptor, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection >= 0) std::thread(Serve, connection, mode).detach();
     }
 }

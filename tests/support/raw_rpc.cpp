@@ -95,6 +95,28 @@ Socket ConnectTo(std::uint16_t port, int receiveBytes) {
     return connection;
 }
 
+Socket Listen(std::uint16_t *port, int backlog) {
+    Socket listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto *where = reinterpret_cast<sockaddr *>(&address);
+    if (bind(listener.descriptor, where, length) != 0 || listen(listener.descriptor, backlog) != 0 ||
+        getsockname(listener.descriptor, where, &length) != 0) {
+        return Socket();
+    }
+    *port = ntohs(address.sin_port);
+    return listener;
+}
+
+Socket ListenAs(std::uint32_t program, std::uint32_t version) {
+    std::uint16_t port = 0;
+    Socket listener = Listen(&port);
+    (void)pmap_unset(program, version);
+    return listener.descriptor >= 0 && pmap_set(program, version, IPPROTO_TCP, port) ? std::move(listener) : Socket();
+}
+
 bool Send(const Socket &socket, const std::string &bytes) {
     for (std::size_t sent = 0; sent < bytes.size();) {
         const ssize_t now = send(socket.descriptor, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);

@@ -51,6 +51,11 @@ std::string ReadMessage(const Socket &socket);                  // whole, withou
 bool IsAtEnd(const Socket &socket, int timeoutMs);              // whether the peer has closed, within the time
 void Reset(Socket socket);                                      // closes with a reset
 
+// Listens on a free port of the loopback interface. The descriptor is -1 when that fails.
+Socket Listen(std::uint16_t *port, int backlog = 20);
+// The same, with the port entered into the port mapper in the place of what stood there.
+Socket ListenAs(std::uint32_t program, std::uint32_t version);
+
 // The port of a program over TCP as the port mapper of this host tells it, 0 for none.
 std::uint16_t PortOf(std::uint32_t program, std::uint32_t version);
 

@@ -86,23 +86,15 @@ namespace {
 struct Peer {
     std::uint32_t program;
     std::uint32_t version;
-    int listener = -1;
+    Socket listener;
     std::list<std::thread> threads = {}; // the first accepts, each other serves a connection
 
     template <typename Answer>
-    Peer(std::uint32_t number, std::uint32_t itsVersion, Answer answer) : program(number), version(itsVersion) {
-        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), length), 0);
-        EXPECT_EQ(listen(listener, 20), 0);
-        EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length), 0);
-        (void)pmap_unset(program, version);
-        EXPECT_TRUE(pmap_set(program, version, IPPROTO_TCP, ntohs(address.sin_port)));
+    Peer(std::uint32_t number, std::uint32_t itsVersion, Answer answer)
+        : program(number), version(itsVersion), listener(ListenAs(number, itsVersion)) {
+        EXPECT_GE(listener.descriptor, 0);
         threads.emplace_back([this, answer] {
-            for (int accepted; (accepted = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+            for (int accepted; (accepted = accept4(listener.descriptor, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
                 threads.emplace_back([accepted, answer] {
                     const Socket connection(accepted);
                     const timeval patience = {2, 0};
@@ -118,10 +110,9 @@ struct Peer {
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
     ~Peer() {
-        (void)shutdown(listener, SHUT_RDWR);
+        (void)shutdown(listener.descriptor, SHUT_RDWR);
         threads.front().join();
         threads.pop_front();
-        (void)close(listener);
         for (std::thread &thread : threads) {
             thread.join();
         }

@@ -45,23 +45,14 @@ struct HazardRegistry : Hazard {
 struct FakeRegistry {
     std::atomic<bool> ends = false;
     std::atomic<int> present = -1; // the connection that is served
-    int listener = -1;
+    Socket listener = ListenAs(REGDAEMONPROG, REGDAEMONVERS);
     std::thread thread;
 
     template <typename Behave>
     explicit FakeRegistry(Behave behave) {
-        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), length), 0);
-        EXPECT_EQ(listen(listener, 10), 0);
-        EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length), 0);
-        (void)pmap_unset(REGDAEMONPROG, REGDAEMONVERS);
-        EXPECT_TRUE(pmap_set(REGDAEMONPROG, REGDAEMONVERS, IPPROTO_TCP, ntohs(address.sin_port)));
+        EXPECT_GE(listener.descriptor, 0);
         thread = std::thread([this, behave] {
-            for (int accepted; (accepted = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+            for (int accepted; (accepted = accept4(listener.descriptor, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
                 const Socket connection(accepted);
                 present = accepted;
                 for (std::string call; !(call = ReadMessage(connection)).empty();) {
@@ -83,10 +74,9 @@ struct FakeRegistry {
 
     ~FakeRegistry() {
         ends = true;
-        (void)shutdown(listener, SHUT_RDWR);
+        (void)shutdown(listener.descriptor, SHUT_RDWR);
         (void)shutdown(present, SHUT_RDWR);
         thread.join();
-        (void)close(listener);
         (void)pmap_unset(REGDAEMONPROG, REGDAEMONVERS);
     }
 };

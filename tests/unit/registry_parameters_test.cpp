@@ -93,6 +93,16 @@ TEST(FreshRegistryProcess, has_no_connection_allows_all_and_keeps_backups) {
     EXPECT_EQ(freshProcess.programNumber, 0u);
 }
 
+// The numbers of the options -i, -l, -m, -n, -p and -s.
+static void ExpectOneToSix() {
+    EXPECT_EQ(regdFlushInterval, 1);
+    EXPECT_EQ(regdLogLines, 2);
+    EXPECT_EQ(regdSemaphoreAccess, 3);
+    EXPECT_EQ(regdSemaphoreProc, 4);
+    EXPECT_EQ(regdPingCheckInterval, 5);
+    EXPECT_EQ(regdSems, 6);
+}
+
 // --- options -------------------------------------------------------------------------------------------------------
 
 TEST_F(RegistryParameters, options_come_from_the_environment_word_by_word) {
@@ -113,12 +123,7 @@ TEST_F(RegistryParameters, every_option_has_its_place) {
     char words[] = "-d /a -i 1 -l 2 -m 3 -n 4 -p 5 -s 6 -v -dir /b";
     tvSetRegistryDaemonParamsEx(words);
     EXPECT_STREQ(regdLocation, "/a");
-    EXPECT_EQ(regdFlushInterval, 1);
-    EXPECT_EQ(regdLogLines, 2);
-    EXPECT_EQ(regdSemaphoreAccess, 3);
-    EXPECT_EQ(regdSemaphoreProc, 4);
-    EXPECT_EQ(regdPingCheckInterval, 5);
-    EXPECT_EQ(regdSems, 6);
+    ExpectOneToSix();
     EXPECT_EQ(regdVerbose, 1);
     EXPECT_STREQ(regdExecLocation, "/b");
     EXPECT_EQ(regdSystemDaemon, 0);
@@ -129,12 +134,7 @@ TEST_F(RegistryParameters, a_zero_changes_no_number_and_only_the_flush_interval_
     tvSetRegistryDaemonParamsEx(first);
     char zeros[] = "-i 0 -l 0 -m zero -n 0 -p 0 -s 0";
     tvSetRegistryDaemonParamsEx(zeros);
-    EXPECT_EQ(regdFlushInterval, 1);
-    EXPECT_EQ(regdLogLines, 2);
-    EXPECT_EQ(regdSemaphoreAccess, 3);
-    EXPECT_EQ(regdSemaphoreProc, 4);
-    EXPECT_EQ(regdPingCheckInterval, 5);
-    EXPECT_EQ(regdSems, 6);
+    ExpectOneToSix();
     for (std::string last : {"-i", "-l", "-m", "-n", "-p", "-s"}) {
         tvSetRegistryDaemonParamsEx(last.data()); // no value follows
     }

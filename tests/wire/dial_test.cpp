@@ -37,21 +37,6 @@ in_addr Loopback() { return {htonl(INADDR_LOOPBACK)}; }
 
 double SecondsSince(Clock::time_point start) { return MsSince(start) / 1000; }
 
-// A listening socket on a free port of the loopback interface.
-int Listen(std::uint16_t *port, int backlog = 10) {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr = Loopback();
-    socklen_t length = sizeof address;
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || listen(listener, backlog) != 0 ||
-        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
-        ADD_FAILURE() << "cannot listen: " << std::strerror(errno);
-    }
-    *port = ntohs(address.sin_port);
-    return listener;
-}
-
 struct Peer {
     std::uint16_t port;
     std::thread thread;
@@ -60,10 +45,11 @@ struct Peer {
 // Starts a peer. `behave` gets the accepted connection, which is closed after it.
 Peer StartPeer(std::function<void(int)> behave) {
     Peer peer;
-    const int listener = Listen(&peer.port);
-    peer.thread = std::thread([listener, behave = std::move(behave)] {
-        const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        (void)close(listener);
+    Socket listener = Listen(&peer.port);
+    EXPECT_GE(listener.descriptor, 0);
+    peer.thread = std::thread([listener = std::move(listener), behave = std::move(behave)]() mutable {
+        const int connection = accept4(listener.descriptor, nullptr, nullptr, SOCK_CLOEXEC);
+        listener = Socket();
         behave(connection);
         (void)close(connection);
     });
@@ -439,7 +425,7 @@ TEST(DialPort, sending_to_a_peer_that_has_gone_raises_no_signal) {
 
 TEST(DialPort, nobody_listening_fails_at_once) {
     std::uint16_t port = 0;
-    (void)close(Listen(&port));
+    (void)Listen(&port); // and closed at once
     const Clock::time_point start = Clock::now();
     EXPECT_EQ(DialPort(Loopback(), port, someProgram, 1), nullptr);
     EXPECT_LT(SecondsSince(start), 0.5);
@@ -447,8 +433,7 @@ TEST(DialPort, nobody_listening_fails_at_once) {
 
 TEST(DialPort, a_full_accept_queue_is_waited_for_five_seconds) {
     std::uint16_t port = 0;
-    int listener = Listen(&port, 0);
-    const DescriptorGuard guard(&listener);
+    const Socket listener = Listen(&port, 0);
     std::vector<RpcClient> waiting;
     Clock::time_point start = Clock::now();
     for (int i = 0; i < 10; ++i) {
@@ -464,8 +449,7 @@ TEST(DialPort, a_full_accept_queue_is_waited_for_five_seconds) {
 // A port at which nobody is accepted any more: its queue is full.
 struct FullPort {
     std::uint16_t port = 0;
-    int listener = Listen(&port, 0);
-    DescriptorGuard guard{&listener};
+    raw::Socket listener = Listen(&port, 0);
     std::vector<RpcClient> waiting;
 
     FullPort() {
@@ -511,12 +495,11 @@ TEST(DialProgram, reaches_a_registered_program_and_no_other) {
 
 TEST(DialProgram, a_thousand_failing_and_good_connects_leave_nothing_behind) {
     std::uint16_t port = 0;
-    int listener = Listen(&port, 128);
-    const DescriptorGuard guard(&listener);
+    const Socket listener = Listen(&port, 128);
     std::atomic<bool> ends = false;
     std::thread acceptor([&] {
         for (int connection = 0; !ends && connection >= 0;) {
-            connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+            connection = accept4(listener.descriptor, nullptr, nullptr, SOCK_CLOEXEC);
             (void)close(connection);
         }
     });
