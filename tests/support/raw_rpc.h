@@ -69,7 +69,7 @@ bool IsSanitized(); // whether this is a sanitizer build
 std::size_t ResidentBytesOf(pid_t process);
 std::size_t VirtualBytesOf(pid_t process);
 std::size_t PeakVirtualBytesOf(pid_t process); // the most that it has ever been
-std::size_t MappingsOf(pid_t process);
+std::size_t MappingsOf(pid_t process); // 0, too, under the thread sanitizer, which keeps those of threads that ended
 double CpuSecondsOf(pid_t process);
 // How long its first thread has waited for a processor, ready to run; 0 where the kernel does not count it.
 double ReadyMsOf(pid_t process);

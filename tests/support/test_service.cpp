@@ -144,11 +144,12 @@ void Dispatch(svc_req *request, SVCXPRT *transport) {
 
 } // namespace
 
-// Built with AddressSanitizer, it is to catch no signals either: they would show among those that it writes down. What
-// the library leaks at its end is no concern of the tests.
+// Built with a sanitizer, it is to catch no signals either: they would show among those that it writes down. What the
+// library leaks at its end is no concern of the tests.
 extern "C" const char *__asan_default_options() {
     return "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_abort=0:handle_sigill=0:detect_leaks=0";
 }
+extern "C" const char *__tsan_default_options() { return "handle_segv=0:handle_sigbus=0:handle_sigfpe=0"; }
 
 int main(int argc, char **argv) {
     if (argc < 2) return 8;
