@@ -108,7 +108,9 @@ void LoadKeys(Store &store, Tree &tree, Equals *equals) {
             KeyOf(tree, number).written = written;
             continue;
         }
-        Key *parent = &KeyOf(tree, Word(rows, 2));
+        // What is deleted may have lost the row of its parent, which was deleted after it, already.
+        const bool isGone = Number(rows, 5) != 0 || (!deleted.empty() && deleted.contains(store.lastKeyRow));
+        Key *parent = isGone ? tree.graveyard.get() : &KeyOf(tree, Word(rows, 2));
         if (number <= ROOT_COUNT || number > MAX_KEY_NUMBER || FindNumber(tree, number) != nullptr ||
             parent->depth == MAX_DEPTH)
             Damaged("key " + std::to_string(number) + " cannot be");
@@ -119,14 +121,13 @@ void LoadKeys(Store &store, Tree &tree, Equals *equals) {
         if (!IsNull(rows, 4)) key->keyClass = Bytes(rows, 4);
         key->isVolatile = Number(rows, 5) != 0;
         key->written = written;
-        const bool isGone = key->isVolatile || (!deleted.empty() && deleted.contains(key->row));
+        if (isGone) {
+            AddBuriedKey(tree, std::move(key));
+            continue;
+        }
         bool isEqual = false;
         Key *added = AddKey(tree, *parent, std::move(key), &isEqual);
-        if (isGone) {
-            (void)BuryKey(tree, *added);
-        } else if (isEqual) {
-            equals->keys.push_back(added);
-        }
+        if (isEqual) equals->keys.push_back(added);
     }
 }
 

@@ -125,11 +125,15 @@ std::uint32_t TakeNumber(Tree &tree) {
 
 Key *FindSubKey(const Key &key, std::string_view name) { return Find(key.subKeys, name); }
 
+static void HangBelow(Tree &tree, Key &parent, Key &key) {
+    key.parent = &parent;
+    key.depth = parent.depth + 1;
+    if (key.number >= tree.byNumber.size()) tree.byNumber.resize(key.number + 1);
+    tree.byNumber[key.number] = &key;
+}
+
 Key *AddKey(Tree &tree, Key &parent, std::unique_ptr<Key> key, bool *isNameTaken) {
-    key->parent = &parent;
-    key->depth = parent.depth + 1;
-    if (key->number >= tree.byNumber.size()) tree.byNumber.resize(key->number + 1);
-    tree.byNumber[key->number] = key.get();
+    HangBelow(tree, parent, *key);
     return Insert(parent.subKeys, std::move(key), parent.subKeys.inOrder.size(), isNameTaken);
 }
 
@@ -145,6 +149,11 @@ std::size_t BuryKey(Tree &tree, Key &key) {
     tree.graveyard->subKeys.inOrder.push_back(TakeOut(key.parent->subKeys, key, &index));
     key.parent = tree.graveyard.get();
     return index;
+}
+
+void AddBuriedKey(Tree &tree, std::unique_ptr<Key> key) {
+    HangBelow(tree, *tree.graveyard, *key);
+    tree.graveyard->subKeys.inOrder.push_back(std::move(key));
 }
 
 void DigUpKey(Tree &tree, Key &key, Key &parent, std::size_t index) {

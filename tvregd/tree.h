@@ -116,6 +116,8 @@ void RemoveKey(Tree &tree, Key &key);
 // Moves a key, which is not a root, to the graveyard, with everything below it.
 // Returns where it stood among its siblings.
 std::size_t BuryKey(Tree &tree, Key &key);
+// Hangs a key with number, name and the rest filled in where BuryKey would have moved it.
+void AddBuriedKey(Tree &tree, std::unique_ptr<Key> key);
 // Moves what BuryKey buried back.
 void DigUpKey(Tree &tree, Key &key, Key &parent, std::size_t index);
 

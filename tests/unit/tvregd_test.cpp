@@ -365,6 +365,22 @@ TEST_F(Tvregd, a_daemon_that_ends_in_the_middle_of_erasing_goes_on_with_it_at_th
     EXPECT_EQ(RowsOnDisk("deleted_keys"), 0);
 }
 
+// The row of the outer key goes with its deletion, those below the inner one later: after a restart they have no
+// parent.
+TEST_F(Tvregd, a_daemon_that_ends_between_deleting_a_key_and_erasing_one_deleted_below_it_before_starts_again) {
+    for (int number = 0; number < 300; ++number)
+        (void)Make(HKEY_USERS, "outer\\inner\\k" + std::to_string(number));
+    (void)Make(HKEY_USERS, "other");
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "outer\\inner"), 0u);
+    EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "outer"), 0u);
+    Restart();
+    EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("other"));
+    while (EraseSome(registry)) {
+    }
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 1);
+    EXPECT_EQ(RowsOnDisk("deleted_keys"), 0);
+}
+
 TEST_F(Tvregd, a_deletion_of_much_that_fails_leaves_all_of_it) {
     MakeMuch();
     const std::string before = Picture();
