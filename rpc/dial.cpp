@@ -36,6 +36,7 @@ struct Connection {
     std::uint32_t version;
     std::uint32_t xid;           // of the last call
     std::uint32_t callsTimedOut; // in a row: their answers may still come
+    std::size_t replyLimit;      // in bytes
     bool lost;
     rpc_err error; // of the last call
     MessageInput input;
@@ -114,7 +115,7 @@ int SendMessage(Connection *connection, Milliseconds deadline) {
 int ReceiveMessage(Connection *connection, Milliseconds deadline, bool *heard) {
     MessageInput *input = &connection->input;
     for (;;) {
-        const MessageState state = AssembleMessage(input, maxReplyBytes);
+        const MessageState state = AssembleMessage(input, connection->replyLimit);
         if (state == MessageState::Whole) return 0;
         if (state == MessageState::TooLong) return EMSGSIZE;
         const std::size_t room = MakeRoom(input);
@@ -255,6 +256,7 @@ CLIENT *NewHandle(int descriptor, const sockaddr_in &server, std::uint32_t progr
     connection->program = program;
     connection->version = version;
     connection->xid = FirstXid();
+    connection->replyLimit = maxReplyBytes;
     return &connection->client;
 }
 
@@ -310,7 +312,7 @@ CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std
 }
 
 CLIENT *DialPortMapper(in_addr address, int budgetMs) {
-    return DialPort(address, PMAPPORT, PMAPPROG, PMAPVERS, budgetMs);
+    return WithReplyLimit(DialPort(address, PMAPPORT, PMAPPROG, PMAPVERS, budgetMs), maxShortReplyBytes);
 }
 
 std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version, int budgetMs) {
@@ -338,4 +340,9 @@ CLIENT *DialProgram(in_addr address, std::uint32_t program, std::uint32_t versio
 CLIENT *DialHost(const char *host, std::uint32_t program, std::uint32_t version) {
     in_addr address = {};
     return ResolveHost(host, &address) ? DialProgram(address, program, version) : nullptr;
+}
+
+CLIENT *WithReplyLimit(CLIENT *client, std::size_t bytes) {
+    if (client != nullptr) ConnectionOf(client)->replyLimit = bytes;
+    return client;
 }

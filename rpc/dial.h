@@ -46,6 +46,10 @@
 // The same after resolving the host's name, which no budget bounds.
 [[nodiscard]] CLIENT *DialHost(const char *host, std::uint32_t program, std::uint32_t version);
 
+// Bounds what the peer of a handle made here may send in one reply; without it that is maxReplyBytes. A peer that sends
+// more counts as lost. Returns the handle, null for null.
+CLIENT *WithReplyLimit(CLIENT *client, std::size_t bytes);
+
 // clnt_destroy is a macro; a handle held by RpcClient is destroyed at the end of its scope.
 inline void DestroyClient(CLIENT *client) { clnt_destroy(client); }
 using RpcClient = std::unique_ptr<CLIENT, Calls<&DestroyClient>>;

@@ -17,6 +17,10 @@ inline constexpr int dialTimeoutMs = connectTimeoutMs + portMapperTimeoutMs + co
 // doubles as it grows, decoded, and in the caller's own buffer.
 inline constexpr std::size_t maxReplyBytes = std::size_t{sizeof(void *) > 4 ? 1024 : 256} << 20;
 
+// The same from programs that answer a few words, and that anybody may have registered: the port mapper and service
+// processes.
+inline constexpr std::size_t maxShortReplyBytes = std::size_t{64} << 10;
+
 // --- being reached (door) ---
 
 inline constexpr std::size_t maxRequestBytes = std::size_t{16} << 20;

@@ -360,7 +360,7 @@ servd_SERV_CREATE_SERVICE_RETURN *serv_create_service_1(servd_SERV_CREATE_SERVIC
 
 servd_SERV_QUERY_CONFIG_SERVICE_RETURN *serv_query_config_service_1(servd_SERV_QUERY_CONFIG_SERVICE *argument,
                                                                     svc_req *) {
-    // Owns the strings and bytes of the last query with a good handle; xdr_free below releases them.
+    // Owns the strings and bytes of the last query with a good handle; FreeRecord below releases them.
     static servd_SERV_QUERY_CONFIG_SERVICE_RETURN reply;
     if (!IsServiceHandle(argument->handle)) {
         reply.status = ERROR_INVALID_HANDLE; // 6; deliberate: the rest is that of the last call

@@ -74,12 +74,13 @@ Win32Code RefusalOfControl(const svd_status_t &status, std::int32_t control) {
 }
 
 // Sends a control to the service's process. Returns null when no answer came; an answer is static, and the caller
-// releases it with xdr_free.
+// releases it with FreeRecord.
 service_CONTROL_SERVICE_OUT *SendControl(const ServiceDatabaseEntry &entry, std::int32_t control) {
     // Without a process there is nobody to ask: the program of process 0 would be this daemon itself, which could only
     // wait for its own answer.
     if (entry.processId == 0) return nullptr;
-    const RpcClient client(DialHost(scmhostname, ServiceProgram(entry.processId), serviceProgramVersion));
+    const RpcClient client(WithReplyLimit(DialHost(scmhostname, ServiceProgram(entry.processId), serviceProgramVersion),
+                                          maxShortReplyBytes));
     if (client == nullptr) return nullptr;
     service_CONTROL_SERVICE_IN request{.servicecontext = entry.serviceContext, .control = control};
     return service_control_service_1(&request, client.get());

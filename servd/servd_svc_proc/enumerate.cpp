@@ -160,7 +160,7 @@ servd_SERV_ENUM_STATUS_SERVICE_RETURN *serv_enum_status_service_1(servd_SERV_ENU
 }
 
 servd_SERV_ENUM_DEPEND_SERVICE_RETURN *serv_enum_depend_service_1(servd_SERV_ENUM_DEPEND_SERVICE *argument, svc_req *) {
-    // Owns the list of the last call; xdr_free below releases it.
+    // Owns the list of the last call; FreeRecord below releases it.
     static servd_SERV_ENUM_DEPEND_SERVICE_RETURN reply;
     FreeRecord(&reply);
     reply = {};

@@ -49,8 +49,9 @@ Host ResolveThisHost() {
 }
 
 CLIENT *DialProcess(const Host &host, std::int32_t processId) {
-    return host.known ? DialProgram(host.address, ServiceProgram(processId), serviceProgramVersion, attemptLimitMs)
-                      : nullptr;
+    if (!host.known) return nullptr;
+    return WithReplyLimit(DialProgram(host.address, ServiceProgram(processId), serviceProgramVersion, attemptLimitMs),
+                          maxShortReplyBytes);
 }
 
 // Dials at once, then up to `retries` times more, each after a second's sleep.

@@ -5,6 +5,7 @@
 //   silent        registers its program and never answers
 //   drip          answers one byte a second
 //   wrong         answers, but never with the awaited transaction id
+//   long          answers what it should, and a megabyte more
 //   brief         accepts its start and ends at once
 //   first FILE    plain where there is no such file yet, which is made then; else brief
 //   state FILE    writes its signal state and its descriptors to FILE first, then as plain
@@ -69,7 +70,8 @@ void Answer(const Socket &connection, const std::string &mode, const std::string
     const std::uint32_t xid = WordOf(call, 0);
     const std::string start = Words({0, 7});
     const std::string control = Words({0, 0x10, 1, 0, 0, 0, 0, 0});
-    const std::string result = WordOf(call, 5) == 1 ? start : control;
+    const std::string rest(mode == "long" ? 1 << 20 : 0, '\0'); // libraries pass over what follows a result
+    const std::string result = (WordOf(call, 5) == 1 ? start : control) + rest;
     const std::string header = Words({REPLY, MSG_ACCEPTED, AUTH_NONE, 0, SUCCESS});
     if (mode == "silent") return;
     if (mode == "wrong") {

@@ -287,6 +287,14 @@ void ExpectStartGivenUp(HazardServices *host, const char *mode) {
 
 } // namespace
 
+// Memory is a peer's to take only as far as what it has to say needs it.
+TEST_F(HazardServices, a_service_that_answers_a_megabyte_is_not_listened_to) {
+    WriteOddService("Odd", "long");
+    StartDaemon();
+    EXPECT_LT(RefusedStartSeconds(*this, "Odd"), 20) << "refused as it comes, not at the end of a time-out";
+    EXPECT_LT(WorstCallMs(), promptMs);
+}
+
 TEST_F(HazardServices, a_service_that_answers_byte_by_byte_is_given_up_at_the_time_out) {
     ExpectStartGivenUp(this, "drip");
 }

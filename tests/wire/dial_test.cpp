@@ -229,16 +229,19 @@ TEST(DialPort, an_answer_cut_at_every_byte_fails_at_once) {
 }
 
 TEST(DialPort, an_answer_beyond_the_bound_loses_the_connection) {
-    Peer peer = StartPeer([](int connection) {
-        (void)ReadCall(connection);
-        (void)Send(connection, Words({0x80000000 | (std::uint32_t{maxReplyBytes} + 1)}));
-        ReadUntilEnd(connection);
-    });
-    const RpcClient client = Dial(peer);
-    std::uint32_t result = 0;
-    EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTRECV);
-    EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTSEND);
-    peer.thread.join();
+    for (const std::size_t limit : {maxReplyBytes, maxShortReplyBytes}) {
+        Peer peer = StartPeer([limit](int connection) {
+            (void)ReadCall(connection);
+            (void)Send(connection, Words({0x80000000 | (static_cast<std::uint32_t>(limit) + 1)}));
+            ReadUntilEnd(connection);
+        });
+        RpcClient client = Dial(peer);
+        if (limit != maxReplyBytes) (void)WithReplyLimit(client.get(), limit);
+        std::uint32_t result = 0;
+        EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTRECV);
+        EXPECT_EQ(CallWord(client, 1, &result, tenSeconds), RPC_CANTSEND);
+        peer.thread.join();
+    }
 }
 
 TEST(DialPort, a_declared_length_within_the_bound_takes_no_memory) {
