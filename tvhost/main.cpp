@@ -47,7 +47,7 @@ int stopAsked = -1; // an eventfd, readable once the program has to end; also wr
 std::mutex guard;   // what follows
 SERVICE_STATUS status;
 pid_t program;                // 0 when there is none
-std::atomic<pid_t> onItsWay;  // the child that is to become it
+ChildOnItsWay onItsWay;       // the child that is to become it
 std::atomic<bool> startOrEnd; // taken by the start request, or by a signal that comes before it
 DWORD stopTimeoutMs = defaultStopTimeoutMs;
 
@@ -182,7 +182,7 @@ pid_t StartUnlessStopped(const HostParameters &parameters, const std::vector<std
         if (!AwaitOrStop(started)) return;
         constexpr int pauseMs = 10;
         while (!IsReadable(started, pauseMs)) {
-            if (const pid_t child = onItsWay; child != 0) (void)kill(child, SIGKILL);
+            KillOnItsWay(onItsWay);
         }
     });
     const pid_t child = StartProgram(parameters, startArguments, failure, &onItsWay);

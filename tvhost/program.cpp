@@ -108,7 +108,7 @@ StartFailure FailureOf(const char *what, int error, const char *program) {
 } // namespace
 
 pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
-                   StartFailure *failure, std::atomic<pid_t> *onItsWay) {
+                   StartFailure *failure, ChildOnItsWay *onItsWay) {
     auto words = SplitCommandLine(parameters.arguments);
     if (!words) {
         *failure = {{ERROR_INVALID_DATA, 0}, "AppParameters: a quote is not closed"};

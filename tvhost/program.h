@@ -6,10 +6,9 @@
 #pragma once
 
 #include "tvhost/parameters.h"
+#include "util/launch.h"
 
 #include <sys/types.h>
-
-#include <atomic>
 
 // Why a program could not be started, or how it ended, as a service reports it.
 struct ExitCodes {
@@ -25,12 +24,11 @@ struct StartFailure {
 // Starts it. Returns its process id, or 0 and the reason. What takes its output may be a file, a device or a FIFO that
 // somebody reads; nothing is waited for.
 //   startArguments  added behind the configured arguments
-//   onItsWay        may be null; holds the child's process id until it has become the program; whoever kills it ends
-//   the wait. The
-//                   child has ended then when its process id is returned.
+//   onItsWay        may be null; tells of the child until it has become the program. Whoever kills it then ends the
+//                   wait, and the child has ended when its process id is returned.
 // To be called by a thread that outlives the child: the child ends with that thread.
 [[nodiscard]] pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
-                                 StartFailure *failure, std::atomic<pid_t> *onItsWay = nullptr);
+                                 StartFailure *failure, ChildOnItsWay *onItsWay = nullptr);
 
 // Signals the program and everything in its group. The program must not have been taken with TakeEnd.
 void SignalProgram(pid_t program, int signal);

@@ -49,7 +49,7 @@ Launched Outcome(pid_t child, int pipe, int limitMs) {
 } // namespace
 
 Launched LaunchChild(const char *(*become)(const void *plan), const void *plan, int (&pipeEnds)[2], int limitMs,
-                     std::atomic<pid_t> *onItsWay) {
+                     ChildOnItsWay *onItsWay) {
     if (pipeEnds[0] < 0 && pipe2(pipeEnds, O_CLOEXEC) != 0) return {0, "no pipe", errno};
     sigset_t all;
     sigset_t before;
@@ -58,15 +58,26 @@ Launched LaunchChild(const char *(*become)(const void *plan), const void *plan, 
     const pid_t child = fork();
     if (child == 0) RunChild(become, plan, pipeEnds[1]);
     const int error = errno;
-    if (onItsWay != nullptr && child > 0) *onItsWay = child; // before any handler can run
+    if (child > 0) (void)close(pipeEnds[1]);
+    if (child > 0 && onItsWay != nullptr) { // before any handler can run
+        onItsWay->pipe = pipeEnds[0];
+        onItsWay->process = child;
+    }
     (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (child < 0) return {0, "no process", error};
 
-    (void)close(pipeEnds[1]);
     const Launched launched = Outcome(child, pipeEnds[0], limitMs);
-    if (onItsWay != nullptr) *onItsWay = 0;
+    if (onItsWay != nullptr) onItsWay->process = 0;
     (void)close(pipeEnds[0]);
     pipeEnds[0] = pipeEnds[1] = -1;
     if (launched.step != nullptr) (void)kill(child, SIGKILL); // it may be halted even behind its report
     return launched;
+}
+
+void KillOnItsWay(const ChildOnItsWay &child) {
+    const pid_t process = child.process;
+    if (process <= 0) return;
+    pollfd pipe = {child.pipe, POLLIN, 0};
+    const bool isProgram = poll(&pipe, 1, 0) > 0 && (pipe.revents & POLLIN) == 0; // the end, and no report before it
+    if (!isProgram) (void)kill(process, SIGKILL);
 }

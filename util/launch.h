@@ -10,6 +10,13 @@
 
 #include <atomic>
 
+// A child that is not its program yet, as a signal handler sees it.
+struct ChildOnItsWay {
+    std::atomic<pid_t> process; // 0 when there is none
+    std::atomic<int> pipe;      // where it tells of a failure; its program's start closes the other end
+};
+static_assert(std::atomic<pid_t>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
 struct Launched {
     pid_t child = 0;            // 0 when there is none
     const char *step = nullptr; // what failed, for people; null when the child has become its program
@@ -23,17 +30,20 @@ struct Launched {
 //   pipeEnds  the pipe between the two: -1 and -1, or the ends that an earlier call left. Where no child could be
 //             forked it stays open, otherwise it is closed. Close-on-exec.
 //   limitMs   how long the child may take; then it is killed
-//   onItsWay  holds the child's process id as long as the call waits for it, otherwise 0; may be null. A handler that
-//             ends the process kills it: halted, it would hold on to the process's sockets.
+//   onItsWay  tells of the child as long as the call waits for it; may be null
 // A child that failed is killed and left to the caller, who waits for it as for any other. Blocks for limitMs at most.
 // Thread: reentrant with a pipe of its own.
 [[nodiscard]] Launched LaunchChild(const char *(*become)(const void *plan), const void *plan, int (&pipeEnds)[2],
-                                   int limitMs, std::atomic<pid_t> *onItsWay);
+                                   int limitMs, ChildOnItsWay *onItsWay);
 
 // The same with a typed plan.
 template <auto Become, typename Plan>
-[[nodiscard]] Launched Launch(const Plan &plan, int (&pipeEnds)[2], int limitMs,
-                              std::atomic<pid_t> *onItsWay = nullptr) {
+[[nodiscard]] Launched Launch(const Plan &plan, int (&pipeEnds)[2], int limitMs, ChildOnItsWay *onItsWay = nullptr) {
     return LaunchChild([](const void *opaque) { return Become(*static_cast<const Plan *>(opaque)); }, &plan, pipeEnds,
                        limitMs, onItsWay);
 }
+
+// Kills a child that is still on its way, for a handler that ends the process: halted, the child would hold on to the
+// process's sockets. A child that has become its program is left alone, also before the call that waits for it has
+// noticed. Async-signal-safe.
+void KillOnItsWay(const ChildOnItsWay &child);

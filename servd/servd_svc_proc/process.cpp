@@ -24,8 +24,7 @@
 
 namespace {
 
-std::atomic<pid_t> childOnItsWay;
-static_assert(std::atomic<pid_t>::is_always_lock_free);
+ChildOnItsWay childOnItsWay;
 
 constexpr char shell[] = "/bin/csh";
 constexpr char shellVariable[] = "SHELL=/bin/csh";
@@ -88,7 +87,4 @@ Win32Code LaunchService(const char *name, TextBuffer &imagePath, pid_t *processI
     return ERROR_SUCCESS;
 }
 
-void KillChildOnItsWay() {
-    const pid_t child = childOnItsWay;
-    if (child > 0) (void)kill(child, SIGKILL);
-}
+void KillChildOnItsWay() { KillOnItsWay(childOnItsWay); }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -109,6 +110,45 @@ TEST(Launch, a_pipe_that_was_left_is_taken) {
     (void)TakeEnd(launched.child);
     EXPECT_EQ(pipeEnds[0], -1);
     EXPECT_FALSE(IsOpen(readEnd));
+}
+
+// What a handler that ends the process sees of a child: the process, and the pipe with only the child at its other end.
+pid_t StartOnItsWay(int (&pipeEnds)[2], void (*inChild)(int pipe)) {
+    EXPECT_EQ(pipe2(pipeEnds, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        inChild(pipeEnds[1]);
+        for (;;)
+            (void)pause();
+    }
+    (void)close(pipeEnds[1]);
+    return child;
+}
+
+// How the child ended that was killed on its way with `inChild` done; SIGTERM when it was not.
+int EndOnItsWay(void (*inChild)(int pipe), bool isPipeReady) {
+    int pipeEnds[2];
+    const pid_t child = StartOnItsWay(pipeEnds, inChild);
+    pollfd ready = {pipeEnds[0], POLLIN, 0};
+    EXPECT_EQ(poll(&ready, 1, isPipeReady ? patientMs : 0), isPipeReady ? 1 : 0);
+    const ChildOnItsWay seen = {child, pipeEnds[0]};
+    KillOnItsWay(seen);
+    (void)kill(child, SIGTERM); // comes too late for a child that was killed
+    (void)close(pipeEnds[0]);
+    return WTERMSIG(TakeEnd(child));
+}
+
+TEST(Launch, a_child_that_is_halted_on_its_way_is_killed_with_the_process) {
+    EXPECT_EQ(EndOnItsWay([](int) {}, false), SIGKILL);
+}
+
+TEST(Launch, a_child_that_has_told_of_a_failure_is_killed_with_the_process) {
+    EXPECT_EQ(EndOnItsWay([](int pipe) { (void)!write(pipe, "failed", 6); }, true), SIGKILL);
+}
+
+// The program runs as soon as its exec has closed the pipe, and the launching process may hear of it much later.
+TEST(Launch, a_child_that_has_become_its_program_outlives_the_process) {
+    EXPECT_EQ(EndOnItsWay([](int pipe) { (void)close(pipe); }, true), SIGTERM);
 }
 
 } // namespace
