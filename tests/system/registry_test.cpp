@@ -246,15 +246,21 @@ TEST_F(RegistryClientSystem, wide_functions_work_on_the_key_itself_and_its_unnam
 }
 
 TEST_F(RegistryClientSystem, what_the_daemon_does_not_do_comes_back_as_it_says) {
-    DWORD size = 0;
     EXPECT_EQ(RegLoadKeyA(root, "Hive", "/file"), ERROR_CALL_NOT_IMPLEMENTED);
     EXPECT_EQ(RegUnLoadKeyA(root, "Hive"), ERROR_CALL_NOT_IMPLEMENTED);
     EXPECT_EQ(RegReplaceKeyA(root, "Hive", "/new", "/old"), ERROR_CALL_NOT_IMPLEMENTED);
     EXPECT_EQ(RegRestoreKeyA(root, "/file", 0), ERROR_CALL_NOT_IMPLEMENTED);
     EXPECT_EQ(RegSaveKeyA(root, "/file", nullptr), ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(RegGetKeySecurity(root, 7, nullptr, &size), ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(RegSetKeySecurity(root, 7, nullptr), ERROR_CALL_NOT_IMPLEMENTED);
     EXPECT_EQ(RegNotifyChangeKeyValue(root, TRUE, 1, nullptr, FALSE), ERROR_REGISTRY_IO_FAILED);
+}
+
+TEST_F(RegistryClientSystem, every_key_has_the_same_security_descriptor) {
+    DWORD size = 0;
+    EXPECT_EQ(RegGetKeySecurity(root, 7, nullptr, &size), ERROR_INSUFFICIENT_BUFFER);
+    std::vector<char> descriptor(size);
+    EXPECT_EQ(RegGetKeySecurity(root, 7, descriptor.data(), &size), ERROR_SUCCESS);
+    EXPECT_EQ(size, descriptor.size());
+    EXPECT_EQ(RegSetKeySecurity(root, 7, nullptr), ERROR_SUCCESS);
 }
 
 TEST_F(RegistryClientSystem, the_base_key_is_made_and_handed_out_twice) {
