@@ -135,10 +135,8 @@ int ReceiveMessage(Connection *connection, Milliseconds deadline, bool *heard) {
 // How many calls ago the message's call was made: 0 for the present one.
 std::uint32_t CallsAgo(const Connection *connection) {
     const MessageInput &input = connection->input;
-    std::uint32_t word = 0;
-    if (input.end - input.begin < sizeof word) return UINT32_MAX;
-    std::memcpy(&word, input.bytes + input.begin, sizeof word);
-    return connection->xid - ntohl(word);
+    if (input.end - input.begin < sizeof connection->xid) return UINT32_MAX;
+    return connection->xid - WordAt(input.bytes + input.begin);
 }
 
 clnt_stat DecodeReply(Connection *connection, xdrproc_t codeResults, void *results) {

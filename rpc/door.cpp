@@ -30,6 +30,7 @@
 #include "rpc/codec.h"
 #include "rpc/limits.h"
 #include "rpc/message.h"
+#include "rpc/record.h"
 
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -488,7 +489,7 @@ bool EncodeSubstitute(HeldReply *held) {
     message.acpted_rply.ar_verf = _null_auth;
     message.acpted_rply.ar_stat = SUCCESS;
     message.acpted_rply.ar_results.where = reinterpret_cast<char *>(held);
-    message.acpted_rply.ar_results.proc = reinterpret_cast<xdrproc_t>(CodeSubstitute);
+    message.acpted_rply.ar_results.proc = Untyped(CodeSubstitute);
     XDR xdrs;
     return BeginMessage(&door.reply, &xdrs) && xdr_replymsg(&xdrs, &message) && FinishMessage(&door.reply);
 }
@@ -538,23 +539,17 @@ void HandleEvents() {
 
 // --- requests ---
 
-std::uint32_t WordAt(const opaque_auth &credential, std::size_t at) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, credential.oa_base + at, sizeof word);
-    return ntohl(word);
-}
-
 // Whether an AUTH_SYS credential (RFC 5531, appendix A: stamp, machine name, user, group, further groups) is one that
 // the library takes. More bytes than it needs are no fault.
 bool IsSystemCredentialWhole(const opaque_auth &credential) {
     const std::size_t bytes = credential.oa_length;
     std::size_t needed = 5 * BYTES_PER_XDR_UNIT;
     if (bytes < needed) return false;
-    const std::uint32_t nameBytes = WordAt(credential, BYTES_PER_XDR_UNIT);
+    const std::uint32_t nameBytes = WordAt(credential.oa_base + BYTES_PER_XDR_UNIT);
     if (nameBytes > MAX_MACHINE_NAME) return false;
     needed += RNDUP(nameBytes);
     if (bytes < needed) return false;
-    const std::uint32_t groups = WordAt(credential, needed - BYTES_PER_XDR_UNIT);
+    const std::uint32_t groups = WordAt(credential.oa_base + needed - BYTES_PER_XDR_UNIT);
     return groups <= NGRPS && bytes >= needed + groups * std::size_t{BYTES_PER_XDR_UNIT};
 }
 

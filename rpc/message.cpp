@@ -12,12 +12,6 @@ constexpr std::size_t headerBytes = 4;
 constexpr std::uint32_t lastFragmentBit = 0x80000000;
 constexpr std::size_t firstCapacity = 4096;
 
-std::uint32_t LoadWord(const char *at) {
-    std::uint32_t word;
-    std::memcpy(&word, at, sizeof word);
-    return ntohl(word);
-}
-
 void StoreWord(char *at, std::uint32_t word) {
     word = htonl(word);
     std::memcpy(at, &word, sizeof word);
@@ -25,7 +19,7 @@ void StoreWord(char *at, std::uint32_t word) {
 
 // Takes the header of the next fragment.
 void BeginFragment(MessageInput *input) {
-    const std::uint32_t header = LoadWord(input->bytes + input->parsed);
+    const std::uint32_t header = WordAt(input->bytes + input->parsed);
     input->parsed += headerBytes;
     input->fragmentLeft = header & ~lastFragmentBit;
     input->lastFragment = (header & lastFragmentBit) != 0;
@@ -57,6 +51,12 @@ void Compact(MessageInput *input) {
 }
 
 } // namespace
+
+std::uint32_t WordAt(const char *at) {
+    std::uint32_t word;
+    std::memcpy(&word, at, sizeof word);
+    return ntohl(word);
+}
 
 std::size_t MakeRoom(MessageInput *input) {
     if (input->capacity - input->received >= firstCapacity) return input->capacity - input->received;

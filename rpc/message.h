@@ -43,6 +43,9 @@ void ReleaseIfEmpty(MessageInput *input);
 
 void ReleaseInput(MessageInput *input);
 
+// The 4-byte word at this place of a message, in the order of this machine.
+[[nodiscard]] std::uint32_t WordAt(const char *at);
+
 // A message being written: an XDR stream that grows, with room for one fragment header in front.
 struct MessageOutput {
     char *bytes; // malloc memory: the header, then the payload

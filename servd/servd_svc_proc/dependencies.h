@@ -16,7 +16,7 @@
 //   list         head of the collected records, the one found last first; the caller frees them
 //   bytesNeeded  raised by the size of every service that passed the filter
 //   count        raised by the number of records collected
-//   rootIndex    walked but never collected
+//   rootIndex    walked but never collected: `index` itself, or a record that the walk does not meet
 //   servicesKey  the open services key
 //   stateMask    1 active, 2 stopped, 3 both
 // Returns 0; 234 when this service did not fit; 1059 on a cycle; or a registry error. ClearVisitingFlags after it.

@@ -16,6 +16,7 @@
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
 #include "tv/winerror.h"
+#include "util/little_endian.h"
 
 #include <algorithm>
 #include <bit>
@@ -62,12 +63,6 @@ void AppendOrderedGroup(std::int32_t *count, const char *name) {
     const std::int32_t index = (*count)++;
     if (index >= grouplistsize) ResizeGroupList(&grouplist, &grouplistsize);
     FillEntry(grouplist, &grouplistsize, index, name, nullptr);
-}
-
-std::uint32_t TagAt(const char *vector, DWORD offset) {
-    const auto *bytes = reinterpret_cast<const unsigned char *>(vector + offset);
-    return bytes[0] | static_cast<std::uint32_t>(bytes[1]) << 8 | static_cast<std::uint32_t>(bytes[2]) << 16 |
-           static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
 // A member of the group that is being sorted.
@@ -135,7 +130,7 @@ GroupMember *SortedByTags(GroupMember *members, const char *vector, DWORD bytes)
     GroupMember **end = &sorted;
     std::int32_t left = count;
     for (DWORD offset = tagBytes; offset + tagBytes <= bytes && left > 0; offset += tagBytes) {
-        GroupMember *member = TakeMemberWithTag(byTag.get(), count, TagAt(vector, offset));
+        GroupMember *member = TakeMemberWithTag(byTag.get(), count, DwordAt(vector + offset));
         if (member == nullptr) continue;
         *end = member;
         end = &member->next;
