@@ -33,6 +33,30 @@ struct HazardServices : Hazard {
     void ReportStopped(std::uint32_t handle) const {
         EXPECT_EQ(Ask(SET_STATUS_SERVICE, Words({handle, 0x10, 1, 0, 0, 0, 0, 0})), Words({0}));
     }
+
+    // Starts a service of a shared process, and then another of its image, time and again: each start leaves a client
+    // to the first one's process over, which is neither used nor destroyed.
+    std::uint32_t sibling = 0;
+    std::uint32_t other = 0;
+
+    void StartSibling(Launch launch) {
+        const std::vector<RegistryValue> shared = {{"Type", REG_DWORD, Dword(SERVICE_WIN32_SHARE_PROCESS)}};
+        const std::string mark = MakeScratchFolder() + "/started";
+        WriteOddService("Sibling", "first " + mark, 3, shared);
+        WriteService("Other", 3, folder + "/Sibling.csh", shared);
+        StartDaemon(std::move(launch));
+        sibling = HandleOf("Sibling");
+        other = HandleOf("Other");
+        ASSERT_EQ(WordOf(Ask(START_SERVICE, Words({sibling, 0, 0})), 0), 0U);
+        EXPECT_EQ(Ask(SET_STATUS_SERVICE, Words({sibling, 0x20, 4, 1, 0, 0, 0, 0})), Words({0}));
+    }
+
+    void StartOther(int times) {
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(WordOf(Ask(START_SERVICE, Words({other, 0, 0})), 0), 0U) << "start " << i;
+            ReportStopped(other);
+        }
+    }
 };
 
 // Seconds that a start of the service takes, which must be refused as unreachable.
@@ -191,37 +215,7 @@ TEST_F(HazardServices, services_started_and_stopped_by_controls_leave_nothing_be
 
 // --- siblings in a shared process ---
 
-namespace {
-
-// Starts a service of a shared process, and then another of its image, time and again: each start leaves a client to
-// the first one's process over, which is neither used nor destroyed.
-struct HazardSiblings : HazardServices {
-    std::uint32_t sibling = 0;
-    std::uint32_t other = 0;
-
-    void StartSibling(Launch launch) {
-        const std::vector<RegistryValue> shared = {{"Type", REG_DWORD, Dword(SERVICE_WIN32_SHARE_PROCESS)}};
-        const std::string mark = MakeScratchFolder() + "/started";
-        WriteOddService("Sibling", "first " + mark, 3, shared);
-        WriteService("Other", 3, folder + "/Sibling.csh", shared);
-        StartDaemon(std::move(launch));
-        sibling = HandleOf("Sibling");
-        other = HandleOf("Other");
-        ASSERT_EQ(WordOf(Ask(START_SERVICE, Words({sibling, 0, 0})), 0), 0U);
-        EXPECT_EQ(Ask(SET_STATUS_SERVICE, Words({sibling, 0x20, 4, 1, 0, 0, 0, 0})), Words({0}));
-    }
-
-    void StartOther(int times) {
-        for (int i = 0; i < times; ++i) {
-            ASSERT_EQ(WordOf(Ask(START_SERVICE, Words({other, 0, 0})), 0), 0U) << "start " << i;
-            ReportStopped(other);
-        }
-    }
-};
-
-} // namespace
-
-TEST_F(HazardSiblings, clients_left_over_fill_no_descriptor_table) {
+TEST_F(HazardServices, clients_left_over_fill_no_descriptor_table) {
     const unsigned limit = IsLong() ? 1024 : 120;
     const int starts = Trials(160, 5000);
     StartSibling({.descriptors = limit});
@@ -255,7 +249,7 @@ std::pair<rlim_t, rlim_t> DescriptorLimitsOf(pid_t process) {
 
 } // namespace
 
-TEST_F(HazardSiblings, the_soft_descriptor_limit_is_raised_and_services_get_it_as_it_was) {
+TEST_F(HazardServices, the_soft_descriptor_limit_is_raised_and_services_get_it_as_it_was) {
     const unsigned soft = 64;
     rlimit own = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &own), 0);

@@ -96,7 +96,7 @@ TEST_F(PidFile, a_service_without_an_account_makes_its_file_anew) {
     Do({"start", name});
     EXPECT_EQ(OwnerOf(path), 0u);
     Do({"stop", name});
-    EXPECT_FALSE(fs::exists(path));
+    EXPECT_TRUE(WaitUntil([this] { return !fs::exists(path); })) << "the process takes it away at its end";
 }
 
 // --- what is believed ---
