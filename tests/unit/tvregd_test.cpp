@@ -752,7 +752,7 @@ TEST_F(Tvregd, a_log_that_is_cut_or_spoiled_anywhere_leaves_whole_groups) {
         return picture;
     };
     constexpr std::uintmax_t frame = 512 + 24;
-    for (std::uintmax_t size = ends[1]; size <= log.size(); ++size) {
+    for (auto size = static_cast<std::size_t>(ends[1]); size <= log.size(); ++size) {
         const std::uintmax_t inFrame = (size - 32) % frame;
         const bool isTried = inFrame < 26 || inFrame > frame - 3 || size % 61 == 0;
         if (!isTried && std::getenv("TV_LONG") == nullptr) continue;
