@@ -8,6 +8,7 @@
 #include "tvreg/registry_access.h"
 #include "tvreg/value_text.h"
 #include "util/guard.h"
+#include "util/json_text.h"
 #include "util/ktl_strings.h"
 #include "util/printable.h"
 
@@ -46,7 +47,7 @@ void Print(std::string_view text) {
     }
 }
 
-void PrintJson(const Json &object) { Print(object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
+void PrintJson(const Json &object) { Print(JsonText(object) + "\n"); }
 
 [[noreturn]] void FailFile(const std::string &name) {
     throw Failure(EXIT_FAILED, fmt::format("{}: {}", name, std::strerror(errno)));
@@ -84,10 +85,7 @@ Json KeyJson(const KeyPath &key, const KeyContent &content) {
     for (const RegValue &value : content.values) {
         object["values"].push_back(ValueJson(value));
     }
-    object["subkeys"] = Json::array();
-    for (const std::string &subKey : content.subKeys) {
-        object["subkeys"].push_back(subKey);
-    }
+    SetTexts(object, "subkeys", content.subKeys);
     return object;
 }
 

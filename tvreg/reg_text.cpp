@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::string_view header4 = "REGEDIT4";
 constexpr std::string_view header5 = "Windows Registry Editor Version 5.00";
+constexpr std::string_view escape = R"(\\x)"; // in front of a byte of a key's name
+constexpr std::size_t escapeDigits = 2;
 
 // Where hexadecimal data of this type is Unicode in version 5.
 bool IsStringType(std::uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
@@ -178,6 +180,22 @@ bool TakeValue(Reader &reader, RegValue *value) {
     return value->isDeleted || Fail(reader, "a value must be a quoted text, dword:, hex:, hex(n): or -");
 }
 
+// A byte of a key's name that its line cannot hold stands there as \\xNN, behind two backslashes: names have none, and
+// no name is empty. Puts the bytes back; returns false for one that no name has.
+bool TakeEscapedBytes(std::string_view written, std::string *path) {
+    while (!written.empty()) {
+        const std::string_view digits = written.substr(std::min(escape.size(), written.size()), escapeDigits);
+        std::uint32_t byte = 0;
+        const auto [stop, code] = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
+        const bool isEscape = written.starts_with(escape) && code == std::errc() && digits.size() == escapeDigits &&
+                              stop == digits.data() + digits.size();
+        if (isEscape && (byte == '\0' || byte == '\\')) return false;
+        path->push_back(isEscape ? static_cast<char>(byte) : written.front());
+        written.remove_prefix(isEscape ? escape.size() + escapeDigits : 1);
+    }
+    return true;
+}
+
 // [KEY] or [-KEY]. The name of a key may hold brackets, so the last one of the line closes.
 bool TakeKey(Reader &reader, RegKey *key) {
     (void)Take(reader, "[");
@@ -185,10 +203,13 @@ bool TakeKey(Reader &reader, RegKey *key) {
     const std::string_view line = reader.rest.substr(0, reader.rest.find('\n'));
     const std::size_t close = line.rfind(']');
     if (close == std::string_view::npos) return Fail(reader, "closing bracket missing");
-    const std::string_view path = line.substr(0, close);
+    std::string path;
+    if (!TakeEscapedBytes(line.substr(0, close), &path)) {
+        return Fail(reader, "neither a backslash nor a zero byte can stand in the name of a key");
+    }
     reader.rest.remove_prefix(close + 1);
     // Other than on a command line, a slash is a letter like any other here.
-    if (path.find('\\') == std::string_view::npos && path.find('/') != std::string_view::npos) {
+    if (path.find('\\') == std::string::npos && path.find('/') != std::string::npos) {
         return Fail(reader, "unknown root key");
     }
     if (!ParseKeyPath(path, &key->key)) return Fail(reader, "unknown root key, or an empty name in the path");
@@ -245,6 +266,27 @@ std::string Quoted(std::string_view text) {
         quoted.push_back(c);
     }
     return quoted + '"';
+}
+
+// A key between its brackets; see TakeEscapedBytes.
+std::string BracketedPath(const KeyPath &key, RegDialect dialect) {
+    const std::string path = KeyPathText(key);
+    std::string written;
+    for (std::string_view rest = path; !rest.empty();) {
+        std::string_view behind = rest;
+        std::uint32_t character = 0;
+        const bool isCharacter = TakeUtf8(&behind, &character);
+        if (!isCharacter) behind.remove_prefix(1);
+        const std::string_view bytes = rest.substr(0, rest.size() - behind.size());
+        const bool isLineEnd = character == '\r' || character == '\n';
+        if (isLineEnd || (!isCharacter && dialect == RegDialect::version5)) {
+            written += fmt::format("{}{:02x}", escape, static_cast<unsigned char>(bytes.front()));
+        } else {
+            written += bytes;
+        }
+        rest = behind;
+    }
+    return written;
 }
 
 // Whether a string can stand in quotes: with its terminator, and nothing in it that would not survive an editor.
@@ -332,10 +374,8 @@ bool WriteRegText(const std::vector<RegKey> &keys, RegDialect dialect, std::stri
     (void)Append(fmt::format("{}{}", dialect == RegDialect::version5 ? header5 : header4, lineEnd), dialect, bytes);
     for (const RegKey &key : keys) {
         *culprit = KeyPathText(key.key);
-        if (culprit->find_first_of("\r\n") != std::string::npos) return false;
-        if (!Append(fmt::format("{0}[{1}{2}]{0}", lineEnd, key.isDeleted ? "-" : "", *culprit), dialect, bytes)) {
-            return false;
-        }
+        (void)Append(fmt::format("{0}[{1}{2}]{0}", lineEnd, key.isDeleted ? "-" : "", BracketedPath(key.key, dialect)),
+                     dialect, bytes);
         for (const RegValue &value : key.values) {
             std::string text;
             if (ValueText(value, dialect, &text) && Append(fmt::format("{}{}", text, lineEnd), dialect, bytes)) {

@@ -43,7 +43,8 @@ std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegK
 
 // Writes keys in the order given. version5 is UTF-16LE with byte-order mark and CRLF; regedit4 is the registry's own
 // bytes with LF. Reading the text gives the same keys, types and bytes.
-// Returns false, with `culprit` saying where, when a key's name has a line end in it or when version5 cannot hold a
-// name or a string because it is not UTF-8.
+// Ends of lines in the names of keys, and for version5 their bytes that are no UTF-8, are written as \\xNN.
+// Returns false, with `culprit` saying where, when version5 cannot hold the name of a value or a string because it is
+// not UTF-8.
 [[nodiscard]] bool WriteRegText(const std::vector<RegKey> &keys, RegDialect dialect, std::string *bytes,
                                 std::string *culprit);

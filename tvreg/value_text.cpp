@@ -2,12 +2,11 @@
 // value_text: how data of each type is written down.
 #include "tvreg/value_text.h"
 
-#include "util/base64.h"
+#include "util/json_text.h"
 #include "util/ktl_strings.h"
 #include "util/little_endian.h"
 #include "util/printable.h"
 #include "util/string_list.h"
-#include "util/utf8.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -117,11 +116,6 @@ std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::
     }
 }
 
-void SetText(nlohmann::ordered_json &object, const std::string &member, const std::string &text) {
-    object[member] = text;
-    if (!IsUtf8(text)) object[member + "_bytes"] = Base64(text);
-}
-
 nlohmann::ordered_json ValueJson(const RegValue &value) {
     nlohmann::ordered_json object;
     SetText(object, "name", value.name);
@@ -131,8 +125,8 @@ nlohmann::ordered_json ValueJson(const RegValue &value) {
         SetText(object, "data", WithoutTerminator(value.data));
     } else if (value.type == REG_DWORD && value.data.size() == dwordBytes) {
         object["data"] = DwordAt(value.data.data());
-    } else if (value.type == REG_MULTI_SZ && IsUtf8(value.data)) {
-        object["data"] = SplitMultiString(value.data);
+    } else if (value.type == REG_MULTI_SZ) {
+        SetTexts(object, "data", SplitMultiString(value.data));
     } else {
         object["data"] = HexOf(value.data);
     }

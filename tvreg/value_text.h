@@ -24,8 +24,5 @@ std::string DataText(const RegValue &value);
 // 0x... number for REG_DWORD, hexadecimal digits for the rest. Nothing when the words are not of that kind.
 std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words);
 
-// Members name, type, type_code, data; name_bytes and data_bytes (base 64) for what is not UTF-8.
+// Members name, type, type_code, data; name_bytes and data_bytes for what is not UTF-8 (json_text.h).
 nlohmann::ordered_json ValueJson(const RegValue &value);
-
-// Sets a member to a text; when that is not UTF-8, also MEMBER_bytes to its base 64.
-void SetText(nlohmann::ordered_json &object, const std::string &member, const std::string &text);

@@ -155,8 +155,12 @@ CLI::Validator ReadState() {
         "");
 }
 
+// Also as an option: a name that begins with a dash would be taken for one.
+constexpr char nameOption[] = "name,--name";
+
 void AddNames(CLI::App *command, CommandLine &line, bool required = true) {
-    command->add_option("name", line.names, "Service names, display names or patterns (* ? [])")->required(required);
+    command->add_option(nameOption, line.names, "Service names, display names or patterns (* ? [])")
+        ->required(required);
 }
 
 void AddTimeout(CLI::App *command, CommandLine &line) {
@@ -207,15 +211,15 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     AddNames(show, line);
     AddCommand(app, line, "deps", "List what a service depends on",
                [&line](Session &session) { return RunDeps(session, line.name, false); })
-        ->add_option("name", line.name)
+        ->add_option(nameOption, line.name)
         ->required();
     AddCommand(app, line, "dependents", "List what depends on a service",
                [&line](Session &session) { return RunDeps(session, line.name, true); })
-        ->add_option("name", line.name)
+        ->add_option(nameOption, line.name)
         ->required();
     AddCommand(app, line, "name", "Translate between name and display name",
                [&line](Session &session) { return RunName(session, line.name); })
-        ->add_option("name", line.name)
+        ->add_option(nameOption, line.name)
         ->required();
     const auto planBoot = [&line] { line.run = [&line] { return RunPlanBoot(line.options); }; };
     app.add_subcommand("order", "Tell what the daemon starts with itself, in which order and why (plan boot)")
@@ -274,7 +278,7 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     CLI::App *control =
         AddCommand(app, line, "control", "Send a control by its number (1 to 4, 128 to 255)",
                    [&line](Session &session) { return RunControl(session, {line.name}, line.control, false); });
-    control->add_option("name", line.name)->required();
+    control->add_option(nameOption, line.name)->required();
     control->add_option("code", line.control)->required();
 
     CLI::App *wait = AddCommand(app, line, "wait", "Wait until services are in a state",
@@ -303,7 +307,7 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
     CreateOptions &create = line.create;
     CLI::App *command = AddCommand(app, line, "create", "Create a service",
                                    [&line](Session &session) { return RunCreate(session, line.create); });
-    command->add_option("name", create.name)->required();
+    command->add_option(nameOption, create.name)->required();
     auto *image = command->add_option_group("image", "What is run: exactly one of");
     auto *exec = image->add_option("--exec", create.exec, "Any program and its arguments, run by tvhost");
     image->add_option("--program", create.program, "A service program and its arguments; writes a launcher");
@@ -350,7 +354,7 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
         [&line] {
             if (!ChangesSomething(line.config)) throw CLI::RequiredError("something to change");
         });
-    change->add_option("name", config.name)->required();
+    change->add_option(nameOption, config.name)->required();
     change->add_option("--display", config.display, "Display name");
     change->add_option("--image", config.image, "A csh script that ends in exec");
     change->add_option("--group", config.group, "Load-order group");
@@ -438,6 +442,13 @@ const CLI::App &CommandReached(const CLI::App &app) {
     return *reached;
 }
 
+// Two commands hand on what stands behind "--"; nobody else may have it fall under the table.
+void CheckBehindDashes(const CLI::App &app, const CommandLine &line) {
+    const std::string &command = CommandReached(app).get_name();
+    if (line.behindDashes.empty() || command == "start" || command == "with-lock") return;
+    throw CLI::ValidationError("--", "not expected here; a name that begins with a dash is given as --name=NAME");
+}
+
 // What stands on the command line and means nothing: a command, an option, or an argument too many.
 void SayUnknown(const CLI::App &app, const std::string &word) {
     std::vector<std::string> commands;
@@ -474,6 +485,7 @@ std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
     };
     try {
         app.parse(words, argv);
+        CheckBehindDashes(app, *line);
     } catch (const CLI::Success &asked) {
         *status = app.exit(asked); // help or version
         return nullptr;

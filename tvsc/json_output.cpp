@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
 // json_output: the JSON side of the output.
-//
-// Names are bytes. One that is not UTF-8 is written with replacement characters, and its bytes in base64 beside it.
 #include "tvsc/json_output.h"
 
 #include "tvsc/boot_words.h"
 #include "tvsc/words.h"
-#include "util/base64.h"
-#include "util/utf8.h"
+#include "util/json_text.h"
 #include "util/win32_names.h"
 
 #include <nlohmann/json.hpp>
@@ -44,16 +41,10 @@ Json WordsOf(DWORD mask, const BitWord (&words)[N]) {
     return list;
 }
 
-void AddName(Json &object, const std::string &name) {
-    object["name"] = name;
-    if (!IsUtf8(name)) object["name_bytes"] = Base64(name);
-}
-
-void Print(const Json &object) { std::puts(object.dump(2, ' ', false, Json::error_handler_t::replace).c_str()); }
+void Print(const Json &object) { std::puts(JsonText(object).c_str()); }
 
 Json ConfigJson(const ServiceConfig &config) {
-    Json services = Json::array();
-    Json groups = Json::array();
+    std::vector<std::string> services, groups;
     for (const std::string &dependency : config.dependencies) {
         const bool isGroup = dependency.front() == SC_GROUP_IDENTIFIERA;
         (isGroup ? groups : services).push_back(isGroup ? dependency.substr(1) : dependency);
@@ -62,20 +53,20 @@ Json ConfigJson(const ServiceConfig &config) {
     object["start"] = config.startType <= SERVICE_DISABLED ? StartWord(config.startType) : "unknown";
     object["start_code"] = config.startType;
     object["error_control"] = config.errorControl;
-    object["image_path"] = config.imagePath;
-    object["group"] = config.group;
+    SetText(object, "image_path", config.imagePath);
+    SetText(object, "group", config.group);
     object["tag"] = config.tag;
-    object["depends_on"] = services;
-    object["depends_on_groups"] = groups;
-    object["account"] = config.account;
+    SetTexts(object, "depends_on", services);
+    SetTexts(object, "depends_on_groups", groups);
+    SetText(object, "account", config.account);
     return object;
 }
 
 Json StatusJson(const ListedService &service) {
     const SERVICE_STATUS &status = service.status;
     Json object;
-    AddName(object, service.name);
-    object["display_name"] = service.displayName;
+    SetText(object, "name", service.name);
+    SetText(object, "display_name", service.displayName);
     object["state"] = StateWord(status.dwCurrentState, true);
     object["state_code"] = status.dwCurrentState;
     object["accepts"] = WordsOf(status.dwControlsAccepted, controlWords);
@@ -92,7 +83,7 @@ Json StatusJson(const ListedService &service) {
 Json Header(const char *schema, const std::string &host) {
     Json object;
     object["schema"] = schema;
-    object["host"] = host;
+    SetText(object, "host", host);
     return object;
 }
 
@@ -103,11 +94,11 @@ Json ErrorsOf(const Session &session) {
         const char *symbol = Win32ErrorName(result.code);
         const char *message = Win32ErrorText(result.code);
         Json error;
-        AddName(error, result.name);
+        SetText(error, "name", result.name);
         error["win32"] = result.code;
         error["symbol"] = symbol != nullptr ? symbol : "";
         error["message"] = message != nullptr ? message : "";
-        if (!result.suggested.empty()) error["suggest"] = result.suggested;
+        if (!result.suggested.empty()) SetTexts(error, "suggest", result.suggested);
         errors.push_back(std::move(error));
     }
     return errors;
@@ -121,15 +112,15 @@ Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t po
     const BootService &service = database.services[step.service];
     Json object;
     object["position"] = position;
-    AddName(object, service.name);
+    SetText(object, "name", service.name);
     object["record"] = step.service + 1;
     object["start"] = service.start && *service.start <= SERVICE_DISABLED ? StartWord(*service.start) : "unknown";
     if (service.start) object["start_code"] = *service.start;
     object["reason"] = step.neededBy ? "dependency" : "automatic";
-    if (step.neededBy) object["needed_by"] = database.services[*step.neededBy].name;
-    if (step.throughGroup != nullptr) object["through_group"] = *step.throughGroup;
-    object["started_for"] = database.services[step.startedFor].name;
-    object["image_path"] = service.imagePath;
+    if (step.neededBy) SetText(object, "needed_by", database.services[*step.neededBy].name);
+    if (step.throughGroup != nullptr) SetText(object, "through_group", *step.throughGroup);
+    SetText(object, "started_for", database.services[step.startedFor].name);
+    SetText(object, "image_path", service.imagePath);
     return object;
 }
 
@@ -166,11 +157,11 @@ void PrintResultsJson(const Session &session) {
     object["results"] = Json::array();
     for (const ActionResult &result : session.results) {
         Json entry;
-        AddName(entry, result.name);
+        SetText(entry, "name", result.name);
         entry["action"] = result.action;
         entry["win32"] = result.code;
         entry["exit_status"] = result.exitStatus;
-        entry["text"] = result.text;
+        SetText(entry, "text", result.text);
         object["results"].push_back(std::move(entry));
     }
     object["errors"] = ErrorsOf(session);
@@ -180,7 +171,7 @@ void PrintResultsJson(const Session &session) {
 void PrintRelationJson(const Session &session, const std::string &name, const std::string &relation,
                        const std::vector<ListedService> &services) {
     Json object = Header("tvsc.relation/1", session.options.host);
-    AddName(object, name);
+    SetText(object, "name", name);
     object["relation"] = relation;
     object["services"] = Json::array();
     for (const ListedService &service : services) {
@@ -192,15 +183,15 @@ void PrintRelationJson(const Session &session, const std::string &name, const st
 void PrintLockJson(const Session &session, const LockStatus &status) {
     Json object = Header("tvsc.lock/1", session.options.host);
     object["locked"] = status.locked;
-    object["owner"] = status.owner;
+    SetText(object, "owner", status.owner);
     object["duration_s"] = status.durationSec;
     Print(object);
 }
 
 void PrintNamesJson(const Session &session, const std::string &name, const std::string &displayName) {
     Json object = Header("tvsc.name/1", session.options.host);
-    AddName(object, name);
-    object["display_name"] = displayName;
+    SetText(object, "name", name);
+    SetText(object, "display_name", displayName);
     Print(object);
 }
 
@@ -225,12 +216,12 @@ void PrintPlanJson(const Options &options, const BootDatabase &database, const B
     object["remarks"] = Json::array();
     for (const BootRemark &remark : plan.remarks) {
         Json entry;
-        AddName(entry, database.services[remark.service].name);
+        SetText(entry, "name", database.services[remark.service].name);
         entry["kind"] = remarkWords[static_cast<std::size_t>(remark.kind)];
-        entry["text"] = RemarkText(remark);
+        SetText(entry, "text", RemarkText(remark));
         object["remarks"].push_back(std::move(entry));
     }
-    object["deleted"] = database.deleted;
+    SetTexts(object, "deleted", database.deleted);
     object["services"] = database.services.size();
     object["worst_case_s"] = WorstCaseSec(plan);
     Print(object);

@@ -166,6 +166,45 @@ TEST_F(Tvreg, export_of_what_is_no_utf8_fails_with_6_unless_reg4) {
     EXPECT_EQ(Do({"export", key, "--reg4"}), "REGEDIT4\n\n[" + longKey + "]\n\"v\"=\"\xFF\"\n");
 }
 
+TEST_F(Tvreg, names_of_keys_export_and_import_whatever_bytes_they_are) {
+    const std::vector<std::string> names = {"a\rb", "a\nb", "\xFF\xC3", "x0d", "-"};
+    for (const bool isReg4 : {true, false}) {
+        for (const std::string &odd : names) {
+            WriteKey(name + "\\" + odd + "\\below", {{"v", REG_SZ, Sz(odd == "\xFF\xC3" ? "" : odd)}});
+        }
+        const std::string file = folder + "/export.reg";
+        EXPECT_EQ(isReg4 ? Do({"export", key, file, "--reg4"}) : Do({"export", key, file}), "");
+        DeleteKey(name);
+        EXPECT_EQ(Do({"import", file}), "");
+        EXPECT_EQ(ReadSubKeys(name), names);
+        EXPECT_THAT(ReadValues(name + "\\a\rb\\below"), ElementsAre(RegistryValue{"v", REG_SZ, Sz("a\rb")}));
+        DeleteKey(name);
+    }
+}
+
+TEST_F(Tvreg, names_and_data_may_begin_with_a_dash) {
+    (void)Do({"set", key, "--", "-x", "-y"});
+    (void)Do({"add", key, "--value=-m", "-t", "multi", "--data=-a", "--data=-t"});
+    (void)Do({"add", key, "-v", "-s", "-d", "-t"});
+    EXPECT_THAT(ReadValues(name), ElementsAre(RegistryValue{"-x", REG_SZ, Sz("-y")},
+                                              RegistryValue{"-m", REG_MULTI_SZ, MultiSz({"-a", "-t"})},
+                                              RegistryValue{"-s", REG_SZ, Sz("-t")}));
+    EXPECT_EQ(Do({"get", key, "--", "-x"}), "-y\n");
+    EXPECT_EQ(Do({"query", key, "--value=-x"}), longKey + "\n    -x    REG_SZ    -y\n\n");
+    (void)Do({"rm", key, "--", "-x"});
+    (void)Do({"delete", key, "--value=-s"});
+    EXPECT_EQ(ReadValues(name).size(), 1u);
+}
+
+TEST_F(Tvreg, json_keeps_bytes_that_are_no_utf8) {
+    WriteKey(name + "\\a\xFF", {});
+    WriteKey(name + "\\b", {});
+    WriteKey(name, {{"\xFE", REG_SZ, Sz("\xFD")}});
+    EXPECT_THAT(Do({"query", key, "--json"}),
+                AllOf(HasSubstr("\"name_bytes\": \"/g==\""), HasSubstr("\"data_bytes\": \"/Q==\""),
+                      HasSubstr("\"subkeys_bytes\": [\n        \"Yf8=\",\n        \"Yg==\"\n      ]")));
+}
+
 TEST_F(Tvreg, query_shows_values_and_subkeys) {
     WriteKey(name, {{"Start", REG_DWORD, Dword(3)}, {"", REG_SZ, Sz("un")}, {"m", REG_MULTI_SZ, MultiSz({"a", "b"})}});
     WriteKey(name + "\\sub", {{"v", REG_BINARY, "\x01"}});

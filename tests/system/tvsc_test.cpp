@@ -3,6 +3,7 @@
 #include "tests/support/service_world.h"
 #include "tv/winreg.h"
 #include "tv/winsvc.h"
+#include "util/base64.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -652,6 +653,45 @@ TEST_F(Tvsc, a_wrong_command_line_exits_2) {
     EXPECT_EQ(ServiceWorld::Tvsc({"frobnicate"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"create", "x"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"control", "zero", "many"}).status, 2);
+}
+
+TEST_F(Tvsc, a_name_may_begin_with_a_dash) {
+    CreateSample(name);
+    const std::string dashed = "-" + name;
+    Do({"create", "--name=" + dashed, "--image", folder + "/" + name + ".csh", "--depends=" + name});
+    EXPECT_EQ(Do({"start", name, "--name=" + dashed, "--", "-argument"}),
+              name + ": running\n" + dashed + ": running\n");
+    EXPECT_THAT(Do({"deps", "--name=" + dashed}), HasSubstr(name + "  running"));
+    EXPECT_EQ(Do({"config", "--name=" + dashed, "--start", "disabled"}), dashed + ": changed\n");
+    EXPECT_EQ(Do({"stop", "--name=" + dashed, "--name=" + name}), dashed + ": stopped\n" + name + ": stopped\n");
+    EXPECT_EQ(Do({"delete", "--name=" + dashed}), dashed + ": deleted\n");
+}
+
+// What stood there used to be passed over.
+TEST_F(Tvsc, what_stands_behind_two_dashes_is_refused_where_it_means_nothing) {
+    CreateSample(name);
+    EXPECT_THAT(Fail(2, {"stop", name, "--", "-x"}), StartsWith("tvsc: --: not expected here; "));
+    EXPECT_THAT(Fail(2, {"list", "--", "x"}), StartsWith("tvsc: --: not expected here; "));
+}
+
+TEST_F(Tvsc, json_keeps_bytes_that_are_no_utf8) {
+    CreateSample(name + "-base\xFF");
+    CreateSample(name + "\xFE", "", {"--display", "d\xFD", "--group", "g\xFC", "--depends", name + "-base\xFF,+h\xFB"});
+    const std::string text = Do({"show", name + "\xFE", "--json"});
+    EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x7F; }));
+    const Json service = Json::parse(text).at("services").at(0);
+    EXPECT_EQ(service.at("name_bytes"), Base64(name + "\xFE"));
+    EXPECT_EQ(service.at("display_name_bytes"), Base64("d\xFD"));
+    const Json &config = service.at("config");
+    EXPECT_EQ(config.at("group_bytes"), Base64("g\xFC"));
+    EXPECT_EQ(config.at("depends_on_bytes"), Json::array({Base64(name + "-base\xFF")}));
+    EXPECT_EQ(config.at("depends_on_groups_bytes"), Json::array({Base64("h\xFB")}));
+    EXPECT_EQ(config.at("image_path_bytes"), Base64(folder + "/" + name + "\xFE.csh"));
+    const Json error = Json::parse(ServiceWorld::Tvsc({"start", name + "\xFA", "--json"}).output).at("errors").at(0);
+    EXPECT_EQ(error.at("name_bytes"), Base64(name + "\xFA"));
+    EXPECT_EQ(error.at("suggest_bytes").at(0), Base64(name + "\xFE"));
+    const Json result = Json::parse(Do({"start", name + "-base\xFF", "--json"})).at("results").at(0);
+    EXPECT_EQ(result.at("name_bytes"), Base64(name + "-base\xFF"));
 }
 
 TEST_F(Tvsc, an_unknown_command_is_named_and_brings_a_suggestion) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Types and data of values as people and programs read and write them.
 #include "tvreg/value_text.h"
+#include "util/json_text.h"
 
 #include <nlohmann/json.hpp>
 
@@ -75,6 +76,22 @@ TEST(ValueJson, each_kind_of_data) {
     EXPECT_EQ(ValueJson(Value(REG_MULTI_SZ, std::string("a\0b\0\0", 5))).dump(),
               R"({"name":"n","type":"REG_MULTI_SZ","type_code":7,"data":["a","b"]})");
     EXPECT_EQ(ValueJson(Value(77, "\x01")).dump(), R"({"name":"n","type":"77","type_code":77,"data":"01"})");
+}
+
+TEST(ValueJson, of_several_texts_each_is_there_as_base64_where_one_is_no_utf8) {
+    const auto object = ValueJson(Value(REG_MULTI_SZ, std::string("a\0\xFF\0\0", 5)));
+    EXPECT_EQ(object["data"].size(), 2u);
+    EXPECT_EQ(object["data_bytes"].dump(), R"(["YQ==","/w=="])");
+    EXPECT_FALSE(ValueJson(Value(REG_MULTI_SZ, std::string("a\0\0", 3))).contains("data_bytes"));
+}
+
+// JSON is looked at with terminals, too.
+TEST(JsonText, is_ascii_and_keeps_what_it_can) {
+    nlohmann::ordered_json object;
+    SetText(object, "t", "\xC3\xBC\xC2\x9B\x7F\xE2\x80\xAE");
+    SetText(object, "bad", "a\xFF");
+    EXPECT_EQ(JsonText(object), "{\n  \"t\": \"\\u00fc\\u009b\\u007f\\u202e\",\n  \"bad\": \"a\\ufffd\",\n"
+                                "  \"bad_bytes\": \"Yf8=\"\n}");
 }
 
 TEST(ValueJson, text_that_is_no_utf8_is_there_as_base64_too) {
