@@ -218,7 +218,8 @@ BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServ
  * does) and asks the daemon itself only where that cannot hurt: a service that has been started and stays silent is
  * declared dead when it is seen so for 31 seconds, a wait announced in a control's answer counts from that answer.
  * Of the service in the daemon's record 0, and of one marked for deletion, only state and accepted controls can be seen
- * without asking: while it is SERVICE_START_PENDING and accepts nothing, the other words stay as a start leaves them. */
+ * without asking: while it is SERVICE_START_PENDING and accepts nothing, the other words stay as a start leaves them.
+ */
 BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
 
 /* Lists services, ENUM_SERVICE_STATUSA records in the daemon's order.

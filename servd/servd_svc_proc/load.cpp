@@ -8,10 +8,10 @@
 // them keeps the whole database from loading; a service without "Tag" takes over the tag of the one loaded before it;
 // a load that fails leaves its keys open.
 //
-// tvsc reads the same for the plan of a start (tvsc/boot_registry.cpp) in a loader of its own. This one creates, deletes
-// and files as it reads, so that a load that fails half-way leaves what clients see from then on: its calls have to be
-// seen here in their order. What both read one value with is shared (values.h), and one model holds them together
-// (tests/unit/load_order_property_test.cpp).
+// tvsc reads the same for the plan of a start (tvsc/boot_registry.cpp) in a loader of its own. This one creates,
+// deletes and files as it reads, so that a load that fails half-way leaves what clients see from then on: its calls
+// have to be seen here in their order. What both read one value with is shared (values.h), and one model holds them
+// together (tests/unit/load_order_property_test.cpp).
 #include "servd/servd_svc_proc/load.h"
 
 #include "servd/servd_svc_proc/database.h"

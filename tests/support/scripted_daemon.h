@@ -18,8 +18,8 @@ void StopScriptedDaemon();
 // Removes all scripts and what was noted.
 void ForgetScripts();
 
-// While it starts a process, the daemon answers nobody. With true the null procedure stays unanswered; what has a script
-// is answered all the same.
+// While it starts a process, the daemon answers nobody. With true the null procedure stays unanswered; what has a
+// script is answered all the same.
 void SetStarting(bool starting);
 
 // The numbers of the procedures called, in order.
