@@ -7,6 +7,7 @@
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
 #include "svcapi/pid_file.h"
+#include "svcapi/query.h"
 #include "util/multi_string.h"
 
 #include <cstring>
@@ -28,12 +29,7 @@ DWORD QueryConfig(SC_HANDLE service, ServiceConfig *config) {
 
 BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceConfig, DWORD cbBufSize,
                          LPDWORD pcbBytesNeeded) {
-    if (pcbBytesNeeded == nullptr || (lpServiceConfig == nullptr && cbBufSize != 0)) {
-        return Succeeded(ERROR_INVALID_PARAMETER);
-    }
-    ServiceConfig config;
-    const DWORD rc = QueryConfig(hService, &config);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : PackConfig(config, lpServiceConfig, cbBufSize, pcbBytesNeeded));
+    return AnswerIntoBuffer(QueryConfig, PackConfig, hService, lpServiceConfig, cbBufSize, pcbBytesNeeded);
 }
 
 BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,

@@ -5,7 +5,6 @@
 #include "svcapi/calls.h"
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
-#include "svcapi/last_error.h"
 #include "svcapi/listing.h"
 
 #include <algorithm>
@@ -76,16 +75,4 @@ DWORD EnumerateDependents(SC_HANDLE service, DWORD state, std::vector<ListedServ
     HandleCall call;
     const DWORD rc = BeginServiceCall(service, &call);
     return rc != ERROR_SUCCESS ? rc : ListDependents(*call.handle->link, call.handle->name, state, services);
-}
-
-BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
-                            DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
-    if (pcbBytesNeeded == nullptr || lpServicesReturned == nullptr || (lpServices == nullptr && cbBufSize != 0)) {
-        return Succeeded(ERROR_INVALID_PARAMETER);
-    }
-    std::vector<ListedService> services;
-    const DWORD rc = EnumerateDependents(hService, dwServiceState, &services);
-    return Succeeded(rc != ERROR_SUCCESS
-                         ? rc
-                         : PackServices(services, 0, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned));
 }

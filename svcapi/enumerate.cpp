@@ -7,6 +7,35 @@
 
 #include <algorithm>
 
+namespace {
+
+// Where the caller wants a list.
+struct ListBuffer {
+    ENUM_SERVICE_STATUSA *services;
+    DWORD bytes;
+    DWORD *bytesNeeded;
+    DWORD *returned;
+};
+
+bool IsUsable(const ListBuffer &buffer) {
+    return buffer.bytesNeeded != nullptr && buffer.returned != nullptr &&
+           (buffer.services != nullptr || buffer.bytes == 0);
+}
+
+DWORD Pack(const std::vector<ListedService> &services, std::size_t first, const ListBuffer &buffer) {
+    return PackServices(services, first, buffer.services, buffer.bytes, buffer.bytesNeeded, buffer.returned);
+}
+
+// The services that `list` tells of a service.
+BOOL Related(decltype(EnumerateDependents) *list, SC_HANDLE service, DWORD state, const ListBuffer &buffer) {
+    if (!IsUsable(buffer)) return Succeeded(ERROR_INVALID_PARAMETER);
+    std::vector<ListedService> services;
+    const DWORD rc = list(service, state, &services);
+    return Succeeded(rc != ERROR_SUCCESS ? rc : Pack(services, 0, buffer));
+}
+
+} // namespace
+
 DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services) {
     HandleCall call;
     const DWORD rc = BeginManagerCall(manager, &call);
@@ -29,29 +58,30 @@ DWORD EnumerateDependencies(SC_HANDLE service, DWORD state, std::vector<ListedSe
 BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
                          LPENUM_SERVICE_STATUSA lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
                          LPDWORD lpServicesReturned, LPDWORD lpResumeHandle) {
-    if (pcbBytesNeeded == nullptr || lpServicesReturned == nullptr || (lpServices == nullptr && cbBufSize != 0) ||
-        (dwServiceType & (SERVICE_WIN32 | SERVICE_DRIVER)) == 0 || (dwServiceState & SERVICE_STATE_ALL) == 0) {
+    const ListBuffer buffer = {lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned};
+    if (!IsUsable(buffer) || (dwServiceType & (SERVICE_WIN32 | SERVICE_DRIVER)) == 0 ||
+        (dwServiceState & SERVICE_STATE_ALL) == 0) {
         return Succeeded(ERROR_INVALID_PARAMETER);
     }
     std::vector<ListedService> services;
     DWORD rc = EnumerateServices(hSCManager, dwServiceType, dwServiceState, &services);
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
     const std::size_t first = std::min<std::size_t>(lpResumeHandle != nullptr ? *lpResumeHandle : 0, services.size());
-    rc = PackServices(services, first, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned);
+    rc = Pack(services, first, buffer);
     if (lpResumeHandle != nullptr) {
         *lpResumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *lpServicesReturned : 0;
     }
     return Succeeded(rc);
 }
 
+BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
+                            DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
+    return Related(EnumerateDependents, hService, dwServiceState,
+                   {lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned});
+}
+
 BOOL tvEnumServiceDependencies(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
                                DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
-    if (pcbBytesNeeded == nullptr || lpServicesReturned == nullptr || (lpServices == nullptr && cbBufSize != 0)) {
-        return Succeeded(ERROR_INVALID_PARAMETER);
-    }
-    std::vector<ListedService> services;
-    const DWORD rc = EnumerateDependencies(hService, dwServiceState, &services);
-    return Succeeded(rc != ERROR_SUCCESS
-                         ? rc
-                         : PackServices(services, 0, lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned));
+    return Related(EnumerateDependencies, hService, dwServiceState,
+                   {lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned});
 }

@@ -7,6 +7,7 @@
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
+#include "svcapi/query.h"
 
 #include <pwd.h>
 #include <unistd.h>
@@ -72,10 +73,5 @@ DWORD QueryLock(SC_HANDLE manager, LockStatus *status) {
 
 BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA lpLockStatus, DWORD cbBufSize,
                              LPDWORD pcbBytesNeeded) {
-    if (pcbBytesNeeded == nullptr || (lpLockStatus == nullptr && cbBufSize != 0)) {
-        return Succeeded(ERROR_INVALID_PARAMETER);
-    }
-    LockStatus status;
-    const DWORD rc = QueryLock(hSCManager, &status);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : PackLockStatus(status, lpLockStatus, cbBufSize, pcbBytesNeeded));
+    return AnswerIntoBuffer(QueryLock, PackLockStatus, hSCManager, lpLockStatus, cbBufSize, pcbBytesNeeded);
 }
