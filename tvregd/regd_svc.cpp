@@ -254,9 +254,15 @@ void Serve(Registry &registry, const regd_REG_SET_KEY_SEC &call, regd_BASIC_RETU
     answer->status = OpenKey(registry, call.key, {}, &key);
 }
 
-// All the others, for hives and notification: there are none here.
-template <typename Argument, typename Body>
-void Serve(Registry &registry, const Argument &call, Body *answer) {
+// Hives and notification, of which there is nothing here. A procedure that is neither in this list nor has a handler of
+// its own does not compile.
+template <typename Argument>
+concept NotServed = As<Argument, regd_REG_LOAD_KEY> || As<Argument, regd_REG_UNLOAD_KEY> ||
+    As<Argument, regd_REG_REPLACE_KEY> || As<Argument, regd_REG_RESTORE_KEY> || As<Argument, regd_REG_SAVE_KEY> ||
+    As<Argument, regd_REG_NOTIFY_CHANGE_KEY_VALUE>;
+
+template <NotServed Argument>
+void Serve(Registry &registry, const Argument &call, regd_BASIC_RETURN *answer) {
     Key *key = nullptr;
     answer->status = OpenKey(registry, call.key, {}, &key);
     if (answer->status == 0) answer->status = ERROR_CALL_NOT_IMPLEMENTED; // 120
