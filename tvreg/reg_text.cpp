@@ -143,7 +143,7 @@ bool TakeHexValue(Reader &reader, RegValue *value) {
     if (!TakeHexBytes(reader, &value->data)) return false;
     if (reader.dialect == RegDialect::version5 && IsStringType(value->type)) {
         std::string text;
-        if (!Utf8FromUtf16(value->data, &text)) {
+        if (!Utf8FromUtf16Bytes(value->data, &text)) {
             return Fail(reader, "the data of this type must be UTF-16LE in a file of version 5.00");
         }
         value->data = std::move(text);
@@ -316,7 +316,8 @@ std::string_view LineEnd(RegDialect dialect) { return dialect == RegDialect::ver
 bool ValueText(const RegValue &value, RegDialect dialect, std::string *text) {
     *text = (value.name.empty() ? "@" : Quoted(value.name)) + "=";
     std::string data = value.data;
-    if (dialect == RegDialect::version5 && IsStringType(value.type) && !Utf16FromUtf8(value.data, &data)) return false;
+    if (dialect == RegDialect::version5 && IsStringType(value.type) && !Utf16BytesFromUtf8(value.data, &data))
+        return false;
     if (value.isDeleted) {
         *text += "-";
     } else if (value.type == REG_SZ && IsPlainText(value.data)) {
@@ -338,7 +339,7 @@ bool Append(std::string_view text, RegDialect dialect, std::string *bytes) {
         return true;
     }
     std::string converted;
-    if (!Utf16FromUtf8(text, &converted)) return false;
+    if (!Utf16BytesFromUtf8(text, &converted)) return false;
     *bytes += converted;
     return true;
 }
@@ -349,7 +350,7 @@ std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegK
     keys->clear();
     std::string converted;
     if (bytes.starts_with("\xFF\xFE")) {
-        if (!Utf8FromUtf16(bytes.substr(2), &converted)) return RegTextError{1, "the text is not proper UTF-16"};
+        if (!Utf8FromUtf16Bytes(bytes.substr(2), &converted)) return RegTextError{1, "the text is not proper UTF-16"};
         bytes = converted;
     } else if (bytes.starts_with("\xEF\xBB\xBF")) {
         bytes.remove_prefix(3);

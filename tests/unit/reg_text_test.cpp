@@ -19,7 +19,7 @@ std::string Bytes(const char (&text)[N]) {
 
 std::string Utf16(std::string_view text) {
     std::string bytes;
-    EXPECT_TRUE(Utf16FromUtf8(text, &bytes));
+    EXPECT_TRUE(Utf16BytesFromUtf8(text, &bytes));
     return bytes;
 }
 
@@ -332,10 +332,10 @@ TEST(Utf16, wrong_sequences_are_refused) {
     std::string converted;
     for (const char *text : {"\x80", "\xC3", "\xC0\x80", "\xE0\x80\x80", "\xED\xA0\x80", "\xF5\x80\x80\x80",
                              "\xF4\x90\x80\x80", "\xC3x", "\xF0\x9F\x98"})
-        EXPECT_FALSE(Utf16FromUtf8(text, &converted)) << testing::PrintToString(text);
+        EXPECT_FALSE(Utf16BytesFromUtf8(text, &converted)) << testing::PrintToString(text);
     for (const std::string &bytes :
          {Bytes("\x00"), Bytes("\x00\xD8"), Bytes("\x00\xDC\x41\x00"), Bytes("\x00\xD8\x00\xD8")})
-        EXPECT_FALSE(Utf8FromUtf16(bytes, &converted)) << testing::PrintToString(bytes);
+        EXPECT_FALSE(Utf8FromUtf16Bytes(bytes, &converted)) << testing::PrintToString(bytes);
 }
 
 TEST(KeyPath, separators_roots_and_wrong_paths) {

@@ -4,6 +4,7 @@
 #include "util/little_endian.h"
 #include "util/multi_string.h"
 #include "util/string_list.h"
+#include "util/utf16.h"
 #include "util/utf8.h"
 
 #include <gmock/gmock.h>
@@ -75,4 +76,26 @@ TEST(TakeUtf8, leaves_what_is_no_character) {
     EXPECT_EQ(character, 0x20ACu);
     EXPECT_FALSE(TakeUtf8(&text, &character));
     EXPECT_EQ(text.size(), 2u);
+}
+
+TEST(Utf16, characters_of_one_to_four_bytes_there_and_back) {
+    const std::string text = "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xEF\xBF\xBF";
+    std::u16string units;
+    ASSERT_TRUE(Utf16FromUtf8(text, &units));
+    EXPECT_EQ(units, u"a\u00E4\u20AC\U0001F600\uFFFF");
+    std::string back;
+    ASSERT_TRUE(Utf8FromUtf16(units, &back));
+    EXPECT_EQ(back, text);
+}
+
+TEST(Utf16, what_is_no_text_is_refused) {
+    std::string bytes;
+    for (const std::u16string &units : {std::u16string{0xD800}, std::u16string{0xDC00}, std::u16string{0xD800, u'a'},
+                                        std::u16string{0xDC00, 0xD800}, std::u16string{0xD800, 0xD800}}) {
+        EXPECT_FALSE(Utf8FromUtf16(units, &bytes)) << testing::PrintToString(units);
+    }
+    std::u16string units;
+    for (const char *text : {"\x80", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82"}) {
+        EXPECT_FALSE(Utf16FromUtf8(text, &units)) << testing::PrintToString(text);
+    }
 }
