@@ -15,15 +15,12 @@ namespace {
 
 constexpr int services = 1000;
 
-void QueryStatus(CLIENT *client) {
-    (void)CallServd<servd_SERV_QUERY_STATUS_SERVICE_RETURN>(client, QUERY_STATUS_SERVICE,
-                                                            servd_SERV_QUERY_STATUS_SERVICE{1});
-}
+void QueryStatus(CLIENT *client) { (void)CallForAnswer(client, servd_SERV_QUERY_STATUS_SERVICE{1}); }
 
 void Enumerate(CLIENT *client) {
     const servd_SERV_ENUM_STATUS_SERVICE everything = {0, SERVICE_WIN32, SERVICE_STATE_ALL,
                                                        std::numeric_limits<std::int32_t>::max()};
-    (void)CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(client, ENUM_STATUS_SERVICE, everything);
+    (void)CallForAnswer(client, everything);
 }
 
 void ReadImagePath() {

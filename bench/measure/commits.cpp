@@ -33,7 +33,7 @@ std::uint32_t MakeKey(const std::string &path) {
     regd_REG_CREATE_KEY argument = {};
     argument.key = HKEY_LOCAL_MACHINE;
     argument.subKey = Text(path.c_str());
-    auto made = CallServd<regd_REG_CREATE_KEY_RES>(client.get(), REG_CREATE_KEY, argument);
+    auto made = CallForAnswer(client.get(), argument);
     return made->body.key;
 }
 
@@ -149,7 +149,7 @@ void MeasureReadsBesideWriters(Bench &bench, pid_t tvregd, std::uint32_t key) {
     const auto read = [&] {
         regd_REG_QUERY_INFO_KEY argument = {};
         argument.key = quiet;
-        (void)CallServd<regd_REG_QUERY_INFO_KEY_RES>(client.get(), REG_QUERY_INFO_KEY, argument);
+        (void)CallForAnswer(client.get(), argument);
     };
     const int samples = Samples(bench, 2000);
     std::vector<Figures> alone, beside;

@@ -18,17 +18,14 @@ servd_SERV_ENUM_STATUS_SERVICE Everything() {
     return {0, SERVICE_WIN32, SERVICE_STATE_ALL, std::numeric_limits<std::int32_t>::max()};
 }
 
-void Enumerate(CLIENT *client) {
-    Call(client, ENUM_STATUS_SERVICE, xdr_servd_SERV_ENUM_STATUS_SERVICE, Everything(),
-         xdr_servd_SERV_ENUM_STATUS_SERVICE_RETURN);
-}
+void Enumerate(CLIENT *client) { (void)CallForAnswer(client, Everything()); }
 
-void EnumerateFloor(CLIENT *client, int services) { Call(client, FLOOR_LIST, xdr_int, services, xdr_FloorList); }
+void EnumerateFloor(CLIENT *client, int services) { CallFloor(client, FLOOR_LIST, xdr_int, services, xdr_FloorList); }
 
 std::size_t ReplyBytes(CLIENT *client, int services) {
-    auto reply = CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(client, ENUM_STATUS_SERVICE, Everything());
+    auto reply = CallForAnswer(client, Everything());
     if (reply->servicesReturned != services) throw std::runtime_error("not all services are listed");
-    return headerBytes + xdr_sizeof(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_ENUM_STATUS_SERVICE_RETURN), &*reply);
+    return headerBytes + xdr_sizeof(RoutineOf<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(), &*reply);
 }
 
 // Returns the time of one enumeration of this size, with hardly anything in between: the two sizes that are compared

@@ -56,7 +56,7 @@ double WorstMsBesideDeletion(const std::string &file, double *deletionMs) {
             const double begin = NowUs();
             regd_REG_QUERY_INFO_KEY argument = {};
             argument.key = HKEY_USERS;
-            (void)CallServd<regd_REG_QUERY_INFO_KEY_RES>(client.get(), REG_QUERY_INFO_KEY, argument);
+            (void)CallForAnswer(client.get(), argument);
             worst = std::max(worst.load(), (NowUs() - begin) / 1000);
         }
     });

@@ -48,18 +48,18 @@ struct EchoSizes {
     u_int reply;   // without its 4
 };
 
-template <typename Argument, typename Result>
-EchoSizes SizesOf(bool_t (*codeArgument)(XDR *, Argument *), Argument argument, bool_t (*codeResult)(XDR *, Result *),
-                  Result result) {
+template <typename Argument>
+EchoSizes SizesOf(Argument argument, ResultOf<Argument> result = {}) {
     argument.user = {6, 0, Text("root"), 0};
     result.discriminant = 1;
-    return {static_cast<u_int>(xdr_sizeof(reinterpret_cast<xdrproc_t>(codeArgument), &argument)) - 8,
-            static_cast<u_int>(xdr_sizeof(reinterpret_cast<xdrproc_t>(codeResult), &result)) - 4};
+    return {static_cast<u_int>(xdr_sizeof(RoutineOf<Argument>(), &argument)) - 8,
+            static_cast<u_int>(xdr_sizeof(RoutineOf<ResultOf<Argument>>(), &result)) - 4};
 }
 
 void CallEcho(CLIENT *client, const EchoSizes &sizes) {
     static std::vector<char> payload(1024);
-    Call(client, FLOOR_ECHO, xdr_FloorEcho, FloorEcho{sizes.reply, {sizes.request, payload.data()}}, xdr_FloorBytes);
+    CallFloor(client, FLOOR_ECHO, xdr_FloorEcho, FloorEcho{sizes.reply, {sizes.request, payload.data()}},
+              xdr_FloorBytes);
 }
 
 std::vector<EchoSizes> OpenQueryCloseSizes() {
@@ -70,9 +70,7 @@ std::vector<EchoSizes> OpenQueryCloseSizes() {
     query.valueName = Text("ImagePath");
     regd_REG_QUERY_VALUE_RES value = {};
     value.body.data = {static_cast<std::uint32_t>(image.size()), image.data()};
-    return {SizesOf(xdr_regd_REG_OPEN_KEY_EX, open, xdr_regd_REG_OPEN_KEY_RES, regd_REG_OPEN_KEY_RES{}),
-            SizesOf(xdr_regd_REG_QUERY_VALUE_EX, query, xdr_regd_REG_QUERY_VALUE_RES, value),
-            SizesOf(xdr_regd_REG_CLOSE_KEY, regd_REG_CLOSE_KEY{}, xdr_regd_BASIC_RES, regd_BASIC_RES{})};
+    return {SizesOf(open), SizesOf(query, value), SizesOf(regd_REG_CLOSE_KEY{})};
 }
 
 EchoSizes SetSizes() {
@@ -80,7 +78,7 @@ EchoSizes SetSizes() {
     regd_REG_SET_VALUE_EX set = {};
     set.valueName = Text("Description");
     set.data = {static_cast<std::uint32_t>(data.size()), data.data()};
-    return SizesOf(xdr_regd_REG_SET_VALUE_EX, set, xdr_regd_BASIC_RES, regd_BASIC_RES{});
+    return SizesOf(set);
 }
 
 Comparison CompareReading(pid_t tvregd, pid_t rpcFloor, int rounds, int samples) {

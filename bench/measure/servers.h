@@ -52,17 +52,15 @@ RpcClient DialWithLibtirpc(std::uint32_t program, std::uint32_t version);
 int ConnectTo(std::uint16_t port);
 std::uint16_t PortOf(std::uint32_t program, std::uint32_t version);
 
-// One call, its result released. Throws when it fails.
+// One call to a floor, its result released. Throws when it fails.
 template <typename Argument, typename Result>
-void Call(CLIENT *client, std::uint32_t procedure, bool_t (*encode)(XDR *, Argument *), Argument argument,
-          bool_t (*decode)(XDR *, Result *)) {
+void CallFloor(CLIENT *client, std::uint32_t procedure, bool_t (*encode)(XDR *, Argument *), Argument argument,
+               bool_t (*decode)(XDR *, Result *)) {
     Result result = {};
-    const timeval timeout = {25, 0};
     const clnt_stat status =
-        clnt_call(client, procedure, reinterpret_cast<xdrproc_t>(encode), reinterpret_cast<char *>(&argument),
-                  reinterpret_cast<xdrproc_t>(decode), reinterpret_cast<char *>(&result), timeout);
+        clnt_call(client, procedure, Untyped(encode), &argument, Untyped(decode), &result, answerTimeout);
     if (status != RPC_SUCCESS) FailCall(procedure, status);
-    xdr_free(reinterpret_cast<xdrproc_t>(decode), reinterpret_cast<char *>(&result));
+    xdr_free(Untyped(decode), &result);
 }
 
 // Resident memory of a process, bytes.

@@ -57,7 +57,7 @@ double FloorStart(const std::string &image) {
 // service failed.
 std::int32_t StateOfService(CLIENT *client) {
     const servd_SERV_ENUM_STATUS_SERVICE everything = {0, SERVICE_WIN32, SERVICE_STATE_ALL, 10000};
-    const auto reply = CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(client, ENUM_STATUS_SERVICE, everything);
+    const auto reply = CallForAnswer(client, everything);
     return reply.record.services->status.dwCurrentState;
 }
 
@@ -69,20 +69,17 @@ void AwaitState(CLIENT *client, std::int32_t state) {
 // Starts the service and stops it again. Returns what the start took, microseconds.
 double MeasureStartOnce(CLIENT *client, std::int32_t handle) {
     const double begin = NowUs();
-    const auto reply =
-        CallServd<servd_SERV_START_SERVICE_RETURN>(client, START_SERVICE, servd_SERV_START_SERVICE{handle, nullptr, 0});
+    const auto reply = CallForAnswer(client, servd_SERV_START_SERVICE{handle, nullptr, 0});
     const double time = NowUs() - begin;
     if (reply.record.status != 0) throw std::runtime_error(fmt::format("the start answers {}", reply.record.status));
     AwaitState(client, SERVICE_RUNNING);
-    (void)CallServd<servd_SERV_CONTROL_SERVICE_RETURN>(client, CONTROL_SERVICE,
-                                                       servd_SERV_CONTROL_SERVICE{handle, SERVICE_CONTROL_STOP});
+    (void)CallForAnswer(client, servd_SERV_CONTROL_SERVICE{handle, SERVICE_CONTROL_STOP});
     AwaitState(client, SERVICE_STOPPED);
     return time;
 }
 
 std::int32_t OpenService(CLIENT *client, const std::string &name) {
-    const auto reply = CallServd<servd_SERV_OPEN_SERVICE_RETURN>(client, OPEN_SERVICE,
-                                                                 servd_SERV_OPEN_SERVICE{Text(name.c_str()), 0xF01FF});
+    const auto reply = CallForAnswer(client, servd_SERV_OPEN_SERVICE{Text(name.c_str()), 0xF01FF});
     if (reply.record.status != 0) throw std::runtime_error(name + " cannot be opened");
     return reply.record.handle;
 }

@@ -18,9 +18,7 @@ constexpr std::size_t floorRequestBytes = 40;
 constexpr std::size_t floorReplyBytes = 28;
 
 void QueryStatus(CLIENT *client) {
-    Call(client, QUERY_STATUS_SERVICE, xdr_servd_SERV_QUERY_STATUS_SERVICE,
-         servd_SERV_QUERY_STATUS_SERVICE{static_cast<std::int32_t>(handle)},
-         xdr_servd_SERV_QUERY_STATUS_SERVICE_RETURN);
+    (void)CallForAnswer(client, servd_SERV_QUERY_STATUS_SERVICE{static_cast<std::int32_t>(handle)});
 }
 
 void AddComparison(Bench &bench, const std::string &setting, const Comparison &result) {

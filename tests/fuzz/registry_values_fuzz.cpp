@@ -73,7 +73,7 @@ void WalkDependencies() {
         Require(links == count, "the count is the list's length");
         servd_SERV_ENUM_DEPEND_SERVICE_RETURN reply = {};
         reply.services = list;
-        xdr_free(reinterpret_cast<xdrproc_t>(xdr_servd_SERV_ENUM_DEPEND_SERVICE_RETURN), &reply);
+        FreeRecord(&reply);
         ClearVisitingFlags();
     }
     (void)RegCloseKey(servicesKey);

@@ -124,12 +124,10 @@ void CleanUpAtExit() {
 regd_USER_DATA Identity() { return {tarvoVersion, getuid(), Text("test"), 0}; }
 
 // Calls a procedure of the registry daemon and hands out the body; the discriminant must be 1.
-template <typename Result, typename Argument>
-Decoded<Result> CallRegistry(CLIENT *client, std::uint32_t procedure, Argument argument) {
+template <typename Argument>
+Decoded<ResultOf<Argument>> CallRegistry(CLIENT *client, Argument argument) {
     argument.user = Identity();
-    Decoded<Result> result;
-    const clnt_stat status = CallProcedure(client, procedure, argument, *result, patienceMs);
-    if (status != RPC_SUCCESS) FailCall(procedure, status);
+    auto result = CallForAnswer(client, argument);
     if (result->discriminant != 1) Fail("registry daemon: a reply without body");
     return result;
 }
@@ -149,7 +147,7 @@ struct OpenedKey {
     ~OpenedKey() {
         regd_REG_CLOSE_KEY argument = {Identity(), key};
         Decoded<regd_BASIC_RES> result;
-        if (client && status == 0) (void)CallProcedure(client.get(), REG_CLOSE_KEY, argument, *result, patienceMs);
+        if (client && status == 0) (void)CallProcedure(client.get(), argument, &*result, answerTimeout);
     }
 };
 
@@ -159,7 +157,7 @@ OpenedKey OpenKey(const std::string &path) {
     regd_REG_OPEN_KEY_EX argument = {};
     argument.key = HKEY_LOCAL_MACHINE;
     argument.subKey = Text(path.c_str());
-    const auto result = CallRegistry<regd_REG_OPEN_KEY_RES>(opened.client.get(), REG_OPEN_KEY_EX, argument);
+    const auto result = CallRegistry(opened.client.get(), argument);
     opened.status = result.record.body.status;
     opened.key = result.record.body.key;
     return opened;
@@ -179,7 +177,7 @@ OpenedKey CreateKey(const std::string &path) {
     argument.subKey = Text(path.c_str());
     argument.keyClass = Text("classIsNull");
     argument.classIsNull = 1;
-    const auto result = CallRegistry<regd_REG_CREATE_KEY_RES>(opened.client.get(), REG_CREATE_KEY_EX, argument);
+    const auto result = CallRegistry(opened.client.get(), argument);
     opened.status = result.record.body.status;
     opened.key = result.record.body.key;
     Require(opened.status, path);
@@ -328,8 +326,8 @@ bool WaitForProgram(std::uint32_t program, std::uint32_t version, int timeoutMs)
         // A daemon that is still starting accepts the connection long before it answers.
         const std::int64_t left = std::max<std::int64_t>(end - MonotonicMs(), 100);
         const timeval wait = {static_cast<time_t>(left / 1000), static_cast<suseconds_t>(left % 1000 * 1000)};
-        const auto nothing = reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void));
-        return clnt_call(client.get(), NULLPROC, nothing, nullptr, nothing, nullptr, wait) == RPC_SUCCESS;
+        Nothing nothing;
+        return CallProcedure(client.get(), nothing, &nothing, wait) == RPC_SUCCESS;
     };
     return WaitUntil(answers, timeoutMs);
 }
@@ -371,7 +369,7 @@ void WriteKey(const std::string &key, const std::vector<RegistryValue> &values) 
         argument.data = {static_cast<std::uint32_t>(value.data.size()), Text(value.data.data())};
         argument.dataBytes = argument.data.count;
         argument.nameIsNull = value.name.empty() ? 1 : 0;
-        const auto result = CallRegistry<regd_BASIC_RES>(opened.client.get(), REG_SET_VALUE_EX, argument);
+        const auto result = CallRegistry(opened.client.get(), argument);
         Require(result.record.body.status, key + "\\" + value.name);
     }
 }
@@ -385,7 +383,7 @@ std::optional<RegistryValue> ReadValue(const std::string &key, const std::string
     argument.valueName = Text(name.c_str());
     argument.dataBytes = roomBytes;
     argument.nameIsNull = name.empty() ? 1 : 0;
-    const auto result = CallRegistry<regd_REG_QUERY_VALUE_RES>(opened.client.get(), REG_QUERY_VALUE_EX, argument);
+    const auto result = CallRegistry(opened.client.get(), argument);
     if (result.record.body.status == ERROR_FILE_NOT_FOUND) return {};
     Require(result.record.body.status, key + "\\" + name);
     return RegistryValue{name, result.record.body.type, StringOf(result.record.body.data)};
@@ -400,7 +398,7 @@ std::vector<RegistryValue> ReadValues(const std::string &key) {
         argument.index = static_cast<std::uint32_t>(values.size());
         argument.nameBytes = roomBytes;
         argument.dataBytes = roomBytes;
-        const auto result = CallRegistry<regd_REG_ENUM_VALUE_RES>(opened.client.get(), REG_ENUM_VALUE, argument);
+        const auto result = CallRegistry(opened.client.get(), argument);
         if (result.record.body.status == ERROR_NO_MORE_ITEMS) return values;
         Require(result.record.body.status, key);
         values.push_back({result.record.body.name, result.record.body.type, StringOf(result.record.body.data)});
@@ -415,7 +413,7 @@ std::vector<std::string> ReadSubKeys(const std::string &key) {
         argument.key = opened.key;
         argument.index = static_cast<std::uint32_t>(names.size());
         argument.nameBytes = roomBytes;
-        const auto result = CallRegistry<regd_REG_ENUM_KEY_RES>(opened.client.get(), REG_ENUM_KEY, argument);
+        const auto result = CallRegistry(opened.client.get(), argument);
         if (result.record.body.status == ERROR_NO_MORE_ITEMS) return names;
         Require(result.record.body.status, key);
         names.emplace_back(result.record.body.name);
@@ -433,7 +431,7 @@ void DeleteKey(const std::string &key) {
     regd_REG_DELETE_KEY argument = {};
     argument.key = HKEY_LOCAL_MACHINE;
     argument.subKey = Text(key.c_str());
-    Require(CallRegistry<regd_BASIC_RES>(client.get(), REG_DELETE_KEY, argument).record.body.status, key);
+    Require(CallRegistry(client.get(), argument).record.body.status, key);
 }
 
 void DeleteValue(const std::string &key, const std::string &name) {
@@ -442,7 +440,7 @@ void DeleteValue(const std::string &key, const std::string &name) {
     argument.key = opened.key;
     argument.valueName = Text(name.c_str());
     argument.nameIsNull = name.empty() ? 1 : 0;
-    const auto result = CallRegistry<regd_BASIC_RES>(opened.client.get(), REG_DELETE_VALUE, argument);
+    const auto result = CallRegistry(opened.client.get(), argument);
     Require(result.record.body.status, key + "\\" + name);
 }
 

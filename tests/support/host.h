@@ -101,23 +101,16 @@ std::string HostName();
 RpcClient DialServiceDaemon();
 RpcClient DialRegistryDaemon();
 
-// Calls a procedure. Returns how the call went; the result is filled when that is RPC_SUCCESS.
-template <typename Argument, typename Result>
-clnt_stat CallProcedure(CLIENT *client, std::uint32_t procedure, Argument &argument, Result &result,
-                        int timeoutMs = 60000) {
-    return clnt_call(client, procedure, reinterpret_cast<xdrproc_t>(routineOf<Argument>),
-                     reinterpret_cast<char *>(&argument), reinterpret_cast<xdrproc_t>(routineOf<Result>),
-                     reinterpret_cast<char *>(&result), (timeval{timeoutMs / 1000, timeoutMs % 1000 * 1000}));
-}
+constexpr timeval answerTimeout = {60, 0};
 
 [[noreturn]] void FailCall(std::uint32_t procedure, clnt_stat status);
 
-// Calls a procedure that must answer: CallServd<servd_SERV_OPEN_SERVICE_RETURN>(client, OPEN_SERVICE, argument).
-template <typename Result, typename Argument>
-Decoded<Result> CallServd(CLIENT *client, std::uint32_t procedure, Argument argument, int timeoutMs = 60000) {
-    Decoded<Result> result;
-    const clnt_stat status = CallProcedure(client, procedure, argument, *result, timeoutMs);
-    if (status != RPC_SUCCESS) FailCall(procedure, status);
+// Calls a procedure that must answer: CallForAnswer(client, servd_SERV_OPEN_SERVICE{...}).
+template <typename Argument>
+Decoded<ResultOf<Argument>> CallForAnswer(CLIENT *client, const Argument &argument) {
+    Decoded<ResultOf<Argument>> result;
+    const clnt_stat status = CallProcedure(client, argument, &*result, answerTimeout);
+    if (status != RPC_SUCCESS) FailCall(ProcedureOf<Argument>::number, status);
     return result;
 }
 

@@ -25,8 +25,7 @@ int wake = -1;
 
 void Dispatch(svc_req *request, SVCXPRT *transport) {
     if (request->rq_proc == NULLPROC) {
-        if (isStarting) return;
-        (void)svc_sendreply(transport, reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void)), nullptr);
+        if (!isStarting) AnswerNullProcedure(transport);
         return;
     }
     ScriptedAnswer answer;

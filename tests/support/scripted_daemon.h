@@ -28,18 +28,16 @@ std::vector<std::uint32_t> ProceduresCalled();
 using ScriptedAnswer = std::function<void(SVCXPRT *)>;
 void SetScript(std::uint32_t procedure, ScriptedAnswer answer);
 
-// Answers `procedure` with what the script returns for its argument. Runs on the daemon's thread. What the result
-// points at is borrowed.
-template <typename Argument, typename Result>
-void OnCall(std::uint32_t procedure, std::function<Result(Argument &)> script) {
-    SetScript(procedure, [script](SVCXPRT *transport) {
-        Decoded<Argument> argument;
-        if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(routineOf<Argument>),
-                         reinterpret_cast<caddr_t>(&*argument))) {
-            svcerr_decode(transport);
-            return;
-        }
-        Result result = script(*argument);
-        (void)svc_sendreply(transport, reinterpret_cast<xdrproc_t>(routineOf<Result>), &result);
-    });
+template <typename Result, typename Argument>
+void SetTypedScript(const std::function<Result(Argument &)> &script) {
+    static_assert(std::is_same_v<Result, ResultOf<Argument>>);
+    SetScript(ProcedureOf<Argument>::number,
+              [script](SVCXPRT *transport) { AnswerProcedure<Argument>(transport, script); });
+}
+
+// Answers the procedure that takes the argument of the script with what the script returns. Runs on the daemon's
+// thread. What the result points at is borrowed.
+template <typename Script>
+void OnCall(Script script) {
+    SetTypedScript(std::function(script));
 }

@@ -111,7 +111,7 @@ void ParseOptions(int argc, char **argv) {
 
 void AnswerStart(SVCXPRT *transport) {
     service_START_SERVICE_IN request = {};
-    if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(xdr_service_START_SERVICE_IN), &request)) std::exit(7);
+    if (!svc_getargs(transport, RoutineOf<service_START_SERVICE_IN>(), &request)) std::exit(7);
     std::string text = std::string("start ") + request.servicename + " " + std::to_string(request.serviceindex) + " " +
                        std::to_string(request.argc);
     for (const svc_arglist_t *link = request.arglist; link != nullptr; link = link->next)
@@ -119,25 +119,23 @@ void AnswerStart(SVCXPRT *transport) {
     Log(text + "\n");
     if (options.silent) return;
     service_START_SERVICE_OUT answer = {.status = options.answer, .servicecontext = options.context};
-    svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_service_START_SERVICE_OUT),
-                  reinterpret_cast<char *>(&answer));
+    svc_sendreply(transport, RoutineOf<service_START_SERVICE_OUT>(), &answer);
     if (options.exitsOnceStarted) std::exit(0);
 }
 
 void AnswerControl(SVCXPRT *transport) {
     service_CONTROL_SERVICE_IN request = {};
-    if (!svc_getargs(transport, reinterpret_cast<xdrproc_t>(xdr_service_CONTROL_SERVICE_IN), &request)) std::exit(7);
+    if (!svc_getargs(transport, RoutineOf<service_CONTROL_SERVICE_IN>(), &request)) std::exit(7);
     Log("control " + std::to_string(request.servicecontext) + " " + std::to_string(request.control) + "\n");
     service_CONTROL_SERVICE_OUT answer = {};
-    svc_sendreply(transport, reinterpret_cast<xdrproc_t>(xdr_service_CONTROL_SERVICE_OUT),
-                  reinterpret_cast<char *>(&answer));
+    svc_sendreply(transport, RoutineOf<service_CONTROL_SERVICE_OUT>(), &answer);
 }
 
 void Dispatch(svc_req *request, SVCXPRT *transport) {
     switch (request->rq_proc) {
-    case 0: svc_sendreply(transport, reinterpret_cast<xdrproc_t>(reinterpret_cast<void *>(xdr_void)), nullptr); return;
-    case 1: AnswerStart(transport); return;
-    case 2: AnswerControl(transport); return;
+    case NULLPROC: AnswerNullProcedure(transport); return;
+    case SERVICE_PROC_START: AnswerStart(transport); return;
+    case SERVICE_PROC_CONTROL: AnswerControl(transport); return;
     default: svcerr_noproc(transport);
     }
 }

@@ -52,10 +52,10 @@ struct AutomaticStart : testing::Test {
 // State of every service in the listing.
 std::map<std::string, std::int32_t> States() {
     const RpcClient client = DialServiceDaemon();
-    auto listing = CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        client.get(), ENUM_STATUS_SERVICE,
-        servd_SERV_ENUM_STATUS_SERVICE{
-            .resumeIndex = 0, .typeFilter = SERVICE_WIN32, .stateFilter = SERVICE_STATE_ALL, .bufferBytes = 1 << 20});
+    auto listing = CallForAnswer(client.get(), servd_SERV_ENUM_STATUS_SERVICE{.resumeIndex = 0,
+                                                                              .typeFilter = SERVICE_WIN32,
+                                                                              .stateFilter = SERVICE_STATE_ALL,
+                                                                              .bufferBytes = 1 << 20});
     std::map<std::string, std::int32_t> states;
     for (const svd_enum_status_list_t *record = listing->services; record != nullptr; record = record->next)
         states[record->name] = record->status.dwCurrentState;
@@ -64,9 +64,7 @@ std::map<std::string, std::int32_t> States() {
 
 std::int32_t Connect() {
     const RpcClient client = DialServiceDaemon();
-    return CallServd<servd_SERV_CONNECT_SERVICE_RETURN>(client.get(), CONNECT_SERVICE,
-                                                        servd_SERV_CONNECT_SERVICE{.machineName = Text("")})
-        ->status;
+    return CallForAnswer(client.get(), servd_SERV_CONNECT_SERVICE{.machineName = Text("")})->status;
 }
 
 TEST_F(AutomaticStart, gamma_beta_alpha) {

@@ -33,12 +33,10 @@ struct Children : testing::Test {
 
 std::int32_t Start(const char *name) {
     const RpcClient client = DialServiceDaemon();
-    auto opened = CallServd<servd_SERV_OPEN_SERVICE_RETURN>(
-        client.get(), OPEN_SERVICE, servd_SERV_OPEN_SERVICE{.name = Text(name), .desiredAccess = 0});
+    auto opened = CallForAnswer(client.get(), servd_SERV_OPEN_SERVICE{.name = Text(name), .desiredAccess = 0});
     EXPECT_EQ(opened->status, 0);
-    return CallServd<servd_SERV_START_SERVICE_RETURN>(
-               client.get(), START_SERVICE,
-               servd_SERV_START_SERVICE{.handle = opened->handle, .arglist = nullptr, .argc = 0})
+    return CallForAnswer(client.get(),
+                         servd_SERV_START_SERVICE{.handle = opened->handle, .arglist = nullptr, .argc = 0})
         ->status;
 }
 
@@ -47,8 +45,7 @@ void ReportStopped(std::int32_t handle) {
     const RpcClient client = DialServiceDaemon();
     svd_status_t status = {};
     status.dwCurrentState = SERVICE_STOPPED;
-    auto set = CallServd<servd_SERV_SET_STATUS_SERVICE_RETURN>(
-        client.get(), SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE{.handle = handle, .serviceStatus = status});
+    auto set = CallForAnswer(client.get(), servd_SERV_SET_STATUS_SERVICE{.handle = handle, .serviceStatus = status});
     EXPECT_EQ(set->status, 0);
 }
 
@@ -140,8 +137,7 @@ TEST_F(Children, where_no_thread_can_be_had_ends_are_taken_at_the_next_start_and
     };
     startsLeaveZombies(5);
     const RpcClient client = DialServiceDaemon();
-    (void)CallServd<servd_SERV_CONTROL_SERVICE_RETURN>(
-        client.get(), CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE{.handle = 1, .control = SERVICE_CONTROL_INTERROGATE});
+    (void)CallForAnswer(client.get(), servd_SERV_CONTROL_SERVICE{.handle = 1, .control = SERVICE_CONTROL_INTERROGATE});
     EXPECT_THAT(ZombiesOf(daemon), IsEmpty());
 
     startsLeaveZombies(5);
@@ -194,9 +190,9 @@ TEST_F(Children, a_daemon_that_waits_for_a_halted_child_can_be_ended) {
     const pid_t daemon = StartServiceDaemon(SignallingChildren("halt"));
     std::thread starting([] {
         const RpcClient client = DialServiceDaemon();
-        servd_SERV_START_SERVICE start = {.handle = 1, .arglist = nullptr, .argc = 0};
+        const servd_SERV_START_SERVICE start = {.handle = 1, .arglist = nullptr, .argc = 0};
         servd_SERV_START_SERVICE_RETURN result = {};
-        EXPECT_NE(CallProcedure(client.get(), START_SERVICE, start, result), RPC_SUCCESS);
+        EXPECT_NE(CallProcedure(client.get(), start, &result, answerTimeout), RPC_SUCCESS);
     });
     EXPECT_TRUE(WaitUntil([&] { return !ChildrenOf(daemon).empty(); }));
     const std::int64_t begin = MonotonicMs();

@@ -144,7 +144,7 @@ TEST(StartServiceDaemon, the_detached_process_is_found_and_stopped) {
     const pid_t registry = StartRegistryDaemon(MakeScratchFolder() + "/registry.db");
     const pid_t daemon = StartServiceDaemon();
     const RpcClient client = DialServiceDaemon();
-    const auto answer = CallServd<servd_SERV_DUMMY_RETURN>(client.get(), DUMMY_SERVICE, servd_SERV_DUMMY{41});
+    const auto answer = CallForAnswer(client.get(), servd_SERV_DUMMY{41});
     EXPECT_EQ(answer.record.dummy, 42);
     EXPECT_EQ(StopDaemon(daemon), 0);
     EXPECT_FALSE(IsRegistered(SERVDAEMONPROG, SERVDAEMONVERS));

@@ -31,16 +31,14 @@ bool IsServdRegistered() { return IsRegistered(SERVDAEMONPROG, SERVDAEMONVERS); 
 
 std::int32_t InitStatus() {
     const RpcClient client = DialServiceDaemon();
-    return CallServd<servd_SERV_CONNECT_SERVICE_RETURN>(client.get(), CONNECT_SERVICE,
-                                                        servd_SERV_CONNECT_SERVICE{.machineName = Text("")})
-        ->status;
+    return CallForAnswer(client.get(), servd_SERV_CONNECT_SERVICE{.machineName = Text("")})->status;
 }
 
 // The key names that a listing of all services shows.
 std::vector<std::string> ListedServices() {
     const RpcClient client = DialServiceDaemon();
-    auto reply = CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        client.get(), ENUM_STATUS_SERVICE,
+    auto reply = CallForAnswer(
+        client.get(),
         servd_SERV_ENUM_STATUS_SERVICE{.resumeIndex = 0, .typeFilter = 0x30, .stateFilter = 3, .bufferBytes = 100000});
     std::vector<std::string> names;
     for (const svd_enum_status_list_t *at = reply->services; at != nullptr; at = at->next) {
@@ -203,8 +201,8 @@ TEST_F(LifeCycle, a_group_order_that_cannot_be_read_ends_initialisation_before_t
     (void)StartServiceDaemon();
     EXPECT_EQ(InitStatus(), ERROR_DATABASE_DOES_NOT_EXIST);
     const RpcClient client = DialServiceDaemon();
-    auto reply = CallServd<servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        client.get(), ENUM_STATUS_SERVICE,
+    auto reply = CallForAnswer(
+        client.get(),
         servd_SERV_ENUM_STATUS_SERVICE{.resumeIndex = 0, .typeFilter = 0x30, .stateFilter = 3, .bufferBytes = 1000});
     EXPECT_EQ(reply->status, ERROR_INVALID_PARAMETER) << "the database has no records at all";
 }

@@ -22,18 +22,16 @@ struct LyingServd : testing::Test {
 
     void SetUp() override {
         ForgetScripts();
-        OnCall<servd_SERV_CONNECT_SERVICE, servd_SERV_CONNECT_SERVICE_RETURN>(
-            CONNECT_SERVICE, [](servd_SERV_CONNECT_SERVICE &) { return servd_SERV_CONNECT_SERVICE_RETURN{}; });
+        OnCall([](servd_SERV_CONNECT_SERVICE &) { return servd_SERV_CONNECT_SERVICE_RETURN{}; });
         StartScriptedDaemon();
     }
     void TearDown() override { StopScriptedDaemon(); }
 
     void AnswerEnumerations(const std::function<servd_SERV_ENUM_STATUS_SERVICE_RETURN()> &answer) {
-        OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-            ENUM_STATUS_SERVICE, [this, answer](servd_SERV_ENUM_STATUS_SERVICE &) {
-                ++answers;
-                return answer();
-            });
+        OnCall([this, answer](servd_SERV_ENUM_STATUS_SERVICE &) {
+            ++answers;
+            return answer();
+        });
     }
     // A service to answer with, another one each time.
     svd_enum_status_list_t *NewService() {
@@ -71,21 +69,14 @@ TEST_F(LyingServd, an_enumeration_that_brings_nothing_and_announces_ever_more) {
 
 TEST_F(LyingServd, dependencies_that_never_fit) {
     AnswerEnumerations([this] { return servd_SERV_ENUM_STATUS_SERVICE_RETURN{0, 0, 1, 0, NewService()}; });
-    OnCall<servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN>(OPEN_SERVICE, [](servd_SERV_OPEN_SERVICE &) {
-        return servd_SERV_OPEN_SERVICE_RETURN{0, 1};
-    });
-    OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(
-        CLOSE_SERVICE, [](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
-    OnCall<servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN>(
-        CONTROL_SERVICE, [](servd_SERV_CONTROL_SERVICE &) {
-            return servd_SERV_CONTROL_SERVICE_RETURN{ERROR_INVALID_HANDLE, {}};
-        });
+    OnCall([](servd_SERV_OPEN_SERVICE &) { return servd_SERV_OPEN_SERVICE_RETURN{0, 1}; });
+    OnCall([](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
+    OnCall([](servd_SERV_CONTROL_SERVICE &) { return servd_SERV_CONTROL_SERVICE_RETURN{ERROR_INVALID_HANDLE, {}}; });
     int questions = 0;
-    OnCall<servd_SERV_ENUM_DEPEND_SERVICE, servd_SERV_ENUM_DEPEND_SERVICE_RETURN>(
-        ENUM_DEPEND_SERVICE, [&](servd_SERV_ENUM_DEPEND_SERVICE &argument) {
-            ++questions;
-            return servd_SERV_ENUM_DEPEND_SERVICE_RETURN{ERROR_MORE_DATA, argument.bufferBytes + 1, 0, nullptr};
-        });
+    OnCall([&](servd_SERV_ENUM_DEPEND_SERVICE &argument) {
+        ++questions;
+        return servd_SERV_ENUM_DEPEND_SERVICE_RETURN{ERROR_MORE_DATA, argument.bufferBytes + 1, 0, nullptr};
+    });
     const Ended ended = RunAndRead({.command = {ProgramPath("tvsc"), "deps", "service-1"}});
     EXPECT_EQ(ended.status, 1);
     EXPECT_THAT(ended.error, HasSubstr("13 ERROR_INVALID_DATA"));
@@ -95,10 +86,7 @@ TEST_F(LyingServd, dependencies_that_never_fit) {
 // Anybody who may write in the folder of the hints could stop every look at a service.
 TEST_F(LyingServd, a_pipe_in_the_place_of_a_hint_is_not_waited_for) {
     AnswerEnumerations([this] { return servd_SERV_ENUM_STATUS_SERVICE_RETURN{0, 0, 1, 0, NewService()}; });
-    OnCall<servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN>(
-        CONTROL_SERVICE, [](servd_SERV_CONTROL_SERVICE &) {
-            return servd_SERV_CONTROL_SERVICE_RETURN{ERROR_INVALID_HANDLE, {}};
-        });
+    OnCall([](servd_SERV_CONTROL_SERVICE &) { return servd_SERV_CONTROL_SERVICE_RETURN{ERROR_INVALID_HANDLE, {}}; });
     const std::string folder = MakeScratchFolder();
     std::filesystem::create_directories(folder + "/tv/services");
     for (int i = 0; i < 10; ++i) {

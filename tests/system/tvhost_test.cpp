@@ -71,13 +71,10 @@ struct Tvhost : ServiceWorld {
     // Hands a process the start of a service, as the daemon does.
     static std::int32_t StartBy(CLIENT *process, const std::string &service) {
         const RpcClient daemon = DialServiceDaemon();
-        const std::int32_t index = CallServd<servd_SERV_OPEN_SERVICE_RETURN>(
-                                       daemon.get(), OPEN_SERVICE, servd_SERV_OPEN_SERVICE{Text(service.c_str()), 0})
-                                       ->handle;
-        (void)CallServd<servd_SERV_CLOSE_SERVICE_RETURN>(daemon.get(), CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE{index});
-        return CallServd<service_START_SERVICE_OUT>(process, SERVICE_PROC_START,
-                                                    service_START_SERVICE_IN{Text(service.c_str()), nullptr, 0, index})
-            ->status;
+        const std::int32_t index =
+            CallForAnswer(daemon.get(), servd_SERV_OPEN_SERVICE{Text(service.c_str()), 0})->handle;
+        (void)CallForAnswer(daemon.get(), servd_SERV_CLOSE_SERVICE{index});
+        return CallForAnswer(process, service_START_SERVICE_IN{Text(service.c_str()), nullptr, 0, index})->status;
     }
     static bool Lives(pid_t process) { return kill(process, 0) == 0; }
 };

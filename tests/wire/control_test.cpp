@@ -42,13 +42,12 @@ service_CONTROL_SERVICE_OUT AnswerTo(const service_CONTROL_SERVICE_IN &request) 
 
 void Serve(svc_req *request, SVCXPRT *transport) {
     if (request->rq_proc == NULLPROC) {
-        (void)svc_sendreply(transport, reinterpret_cast<xdrproc_t>(reinterpret_cast<void (*)()>(xdr_void)), nullptr);
+        AnswerNullProcedure(transport);
         return;
     }
     service_CONTROL_SERVICE_IN argument = {};
     if (request->rq_proc != SERVICE_PROC_CONTROL ||
-        !svc_getargs(transport, reinterpret_cast<xdrproc_t>(xdr_service_CONTROL_SERVICE_IN),
-                     reinterpret_cast<char *>(&argument))) {
+        !svc_getargs(transport, RoutineOf<service_CONTROL_SERVICE_IN>(), &argument)) {
         svcerr_noproc(transport);
         return;
     }
@@ -59,9 +58,9 @@ void Serve(svc_req *request, SVCXPRT *transport) {
         return;
     }
     service_CONTROL_SERVICE_OUT answer = AnswerTo(argument);
-    const auto code = argument.control == garbles ? reinterpret_cast<xdrproc_t>(xdr_service_DUMMY_OUT)
-                                                  : reinterpret_cast<xdrproc_t>(xdr_service_CONTROL_SERVICE_OUT);
-    (void)svc_sendreply(transport, code, reinterpret_cast<char *>(&answer));
+    const auto code =
+        argument.control == garbles ? RoutineOf<service_DUMMY_OUT>() : RoutineOf<service_CONTROL_SERVICE_OUT>();
+    (void)svc_sendreply(transport, code, &answer);
 }
 
 [[noreturn]] void RunService() {

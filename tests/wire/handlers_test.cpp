@@ -24,11 +24,9 @@ TEST_F(Handlers, a_lock_outlives_the_connection_that_took_it) {
     Load({});
     ASSERT_EQ(Lock(7, "setup"), ERROR_SUCCESS);
     const RpcClient another = DialServiceDaemon();
-    const auto reply = CallServd<servd_SERV_LOCK_SERVICE_RETURN>(
-        another.get(), LOCK_SERVICE, servd_SERV_LOCK_SERVICE{.lockId = 8, .owner = Text("other")});
+    const auto reply = CallForAnswer(another.get(), servd_SERV_LOCK_SERVICE{.lockId = 8, .owner = Text("other")});
     EXPECT_EQ(reply.record.status, ERROR_SERVICE_DATABASE_LOCKED);
-    const auto unlocked = CallServd<servd_SERV_UNLOCK_SERVICE_RETURN>(another.get(), UNLOCK_SERVICE,
-                                                                      servd_SERV_UNLOCK_SERVICE{.lockId = 7});
+    const auto unlocked = CallForAnswer(another.get(), servd_SERV_UNLOCK_SERVICE{.lockId = 7});
     EXPECT_EQ(unlocked.record.status, ERROR_SUCCESS);
 }
 
@@ -43,7 +41,7 @@ TEST_F(Handlers, stop_ends_the_daemon_with_status_0_and_without_a_reply) {
 
 TEST_F(Handlers, a_number_above_20_is_no_procedure_and_the_null_procedure_answers_nothing) {
     Load({});
-    const auto nothing = reinterpret_cast<xdrproc_t>(xdr_nothing);
+    const xdrproc_t nothing = RoutineOf<Nothing>();
     for (const std::uint32_t procedure : {21u, 22u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         EXPECT_EQ(clnt_call(DaemonConnection(), procedure, nothing, nullptr, nothing, nullptr, (timeval{25, 0})),
                   RPC_PROCUNAVAIL)

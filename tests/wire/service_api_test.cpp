@@ -52,20 +52,16 @@ class ServiceApi : public testing::Test {
 protected:
     void SetUp() override {
         ForgetScripts();
-        OnCall<servd_SERV_CONNECT_SERVICE, servd_SERV_CONNECT_SERVICE_RETURN>(
-            CONNECT_SERVICE,
-            [this](servd_SERV_CONNECT_SERVICE &) { return servd_SERV_CONNECT_SERVICE_RETURN{initCode}; });
-        OnCall<servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN>(
-            OPEN_SERVICE, [this](servd_SERV_OPEN_SERVICE &argument) {
-                opened.emplace_back(argument.name);
-                return servd_SERV_OPEN_SERVICE_RETURN{0, openIndex};
-            });
-        OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(
-            CLOSE_SERVICE, [this](servd_SERV_CLOSE_SERVICE &argument) {
-                const std::lock_guard<std::mutex> locked(closing);
-                closed.push_back(argument.handle);
-                return servd_SERV_CLOSE_SERVICE_RETURN{0};
-            });
+        OnCall([this](servd_SERV_CONNECT_SERVICE &) { return servd_SERV_CONNECT_SERVICE_RETURN{initCode}; });
+        OnCall([this](servd_SERV_OPEN_SERVICE &argument) {
+            opened.emplace_back(argument.name);
+            return servd_SERV_OPEN_SERVICE_RETURN{0, openIndex};
+        });
+        OnCall([this](servd_SERV_CLOSE_SERVICE &argument) {
+            const std::lock_guard<std::mutex> locked(closing);
+            closed.push_back(argument.handle);
+            return servd_SERV_CLOSE_SERVICE_RETURN{0};
+        });
         StartScriptedDaemon();
     }
     void TearDown() override {
@@ -87,23 +83,20 @@ protected:
         ASSERT_NE(service, nullptr) << GetLastError();
     }
     void ScriptControl(std::int32_t code, std::int32_t state) {
-        OnCall<servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN>(
-            CONTROL_SERVICE, [=](servd_SERV_CONTROL_SERVICE &) {
-                return servd_SERV_CONTROL_SERVICE_RETURN{code, {0x99, state, 3, 77, 78, 79, 80}};
-            });
+        OnCall([=](servd_SERV_CONTROL_SERVICE &) {
+            return servd_SERV_CONTROL_SERVICE_RETURN{code, {0x99, state, 3, 77, 78, 79, 80}};
+        });
     }
     void ScriptConfig(std::int32_t code, const std::string &display, std::uint32_t errorControl = 2) {
-        OnCall<servd_SERV_QUERY_CONFIG_SERVICE, servd_SERV_QUERY_CONFIG_SERVICE_RETURN>(
-            QUERY_CONFIG_SERVICE, [=](servd_SERV_QUERY_CONFIG_SERVICE &) {
-                return servd_SERV_QUERY_CONFIG_SERVICE_RETURN{
-                    code,           0x10,         3, errorControl,
-                    Kept("/image"), Kept("grp"),  4, {6, Kept(std::string("a\0+b\0\0", 6))},
-                    Kept("user"),   Kept(display)};
-            });
-        OnCall<servd_SERV_GET_DISPLAY_SERVICE, servd_SERV_GET_DISPLAY_SERVICE_RETURN>(
-            GET_DISPLAY_SERVICE, [](servd_SERV_GET_DISPLAY_SERVICE &) {
-                return servd_SERV_GET_DISPLAY_SERVICE_RETURN{0, Kept("Web front")};
-            });
+        OnCall([=](servd_SERV_QUERY_CONFIG_SERVICE &) {
+            return servd_SERV_QUERY_CONFIG_SERVICE_RETURN{
+                code,           0x10,         3, errorControl,
+                Kept("/image"), Kept("grp"),  4, {6, Kept(std::string("a\0+b\0\0", 6))},
+                Kept("user"),   Kept(display)};
+        });
+        OnCall([](servd_SERV_GET_DISPLAY_SERVICE &) {
+            return servd_SERV_GET_DISPLAY_SERVICE_RETURN{0, Kept("Web front")};
+        });
     }
 
     std::int32_t initCode = 0;
@@ -156,12 +149,11 @@ TEST_F(ServiceApi, the_last_error_belongs_to_its_thread) {
 TEST_F(ServiceApi, create_without_dependencies_sends_one_terminator) {
     servd_SERV_CREATE_SERVICE seen = {};
     std::string display;
-    OnCall<servd_SERV_CREATE_SERVICE, servd_SERV_CREATE_SERVICE_RETURN>(
-        CREATE_SERVICE, [&](servd_SERV_CREATE_SERVICE &argument) {
-            seen = argument;
-            display = argument.displayName;
-            return servd_SERV_CREATE_SERVICE_RETURN{0, 8, 55};
-        });
+    OnCall([&](servd_SERV_CREATE_SERVICE &argument) {
+        seen = argument;
+        display = argument.displayName;
+        return servd_SERV_CREATE_SERVICE_RETURN{0, 8, 55};
+    });
     Open();
     service =
         CreateServiceA(manager, "web", nullptr, 0, 0x10, 2, 1, "/image", nullptr, nullptr, nullptr, nullptr, nullptr);
@@ -173,11 +165,10 @@ TEST_F(ServiceApi, create_without_dependencies_sends_one_terminator) {
 
 TEST_F(ServiceApi, create_sends_the_whole_multi_string_and_gives_the_tag) {
     std::string dependencies;
-    OnCall<servd_SERV_CREATE_SERVICE, servd_SERV_CREATE_SERVICE_RETURN>(
-        CREATE_SERVICE, [&](servd_SERV_CREATE_SERVICE &argument) {
-            dependencies = StringOf(argument.dependencies);
-            return servd_SERV_CREATE_SERVICE_RETURN{0, 8, 55};
-        });
+    OnCall([&](servd_SERV_CREATE_SERVICE &argument) {
+        dependencies = StringOf(argument.dependencies);
+        return servd_SERV_CREATE_SERVICE_RETURN{0, 8, 55};
+    });
     Open();
     DWORD tag = 0;
     service = CreateServiceA(manager, "web", "Web", 0, 0x10, 2, 1, "/image", "grp", &tag, "a\0+b\0", "user", nullptr);
@@ -206,10 +197,7 @@ TEST_F(ServiceApi, a_service_that_could_not_be_loaded_again_is_refused_unsent) {
         (void)CloseServiceHandle(made);
         return ERROR_SUCCESS;
     };
-    OnCall<servd_SERV_CREATE_SERVICE, servd_SERV_CREATE_SERVICE_RETURN>(
-        CREATE_SERVICE, [](servd_SERV_CREATE_SERVICE &) {
-            return servd_SERV_CREATE_SERVICE_RETURN{0, 8, 0};
-        });
+    OnCall([](servd_SERV_CREATE_SERVICE &) { return servd_SERV_CREATE_SERVICE_RETURN{0, 8, 0}; });
     Open();
     for (const std::string &name : {std::string(), std::string("a\\b"), std::string("a/b"), tooLong}) {
         EXPECT_EQ(create(name, "Web", "/image", "grp"), DWORD{ERROR_INVALID_NAME}) << name;
@@ -238,14 +226,13 @@ TEST_F(ServiceApi, a_change_that_could_not_be_loaded_again_is_refused_unsent) {
 TEST_F(ServiceApi, start_arguments_travel_in_order) {
     std::vector<std::string> arguments;
     std::int32_t argc = 0;
-    OnCall<servd_SERV_START_SERVICE, servd_SERV_START_SERVICE_RETURN>(
-        START_SERVICE, [&](servd_SERV_START_SERVICE &argument) {
-            for (const svd_arglist_t *link = argument.arglist; link != nullptr; link = link->next) {
-                arguments.emplace_back(link->arg);
-            }
-            argc = argument.argc;
-            return servd_SERV_START_SERVICE_RETURN{0};
-        });
+    OnCall([&](servd_SERV_START_SERVICE &argument) {
+        for (const svd_arglist_t *link = argument.arglist; link != nullptr; link = link->next) {
+            arguments.emplace_back(link->arg);
+        }
+        argc = argument.argc;
+        return servd_SERV_START_SERVICE_RETURN{0};
+    });
     OpenWeb();
     const char *argv[] = {"one", "", "three"};
     EXPECT_TRUE(StartServiceA(service, 3, argv));
@@ -300,47 +287,44 @@ TEST_F(ServiceApi, a_6_with_the_configuration_of_another_service_is_a_6) {
 
 // Serves `names` as the daemon does: in pieces that fit, code 0 always.
 void ScriptEnumeration(std::vector<std::string> names) {
-    OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        ENUM_STATUS_SERVICE, [names](servd_SERV_ENUM_STATUS_SERVICE &argument) {
-            static std::vector<svd_enum_status_list_t> list;
-            list.clear();
-            list.reserve(names.size());
-            servd_SERV_ENUM_STATUS_SERVICE_RETURN answer = {};
-            if (argument.typeFilter != SERVICE_WIN32) return answer;
-            std::int32_t left = argument.bufferBytes;
-            for (auto i = static_cast<std::size_t>(argument.resumeIndex); i < names.size(); ++i) {
-                const auto bytes = static_cast<std::int32_t>(2 * names[i].size() + 2 + 36);
-                if (bytes > left) {
-                    if (answer.bytesNeeded == 0) answer.resumeIndex = static_cast<std::int32_t>(i);
-                    answer.bytesNeeded += bytes;
-                    left = 0;
-                    continue;
-                }
-                left -= bytes;
-                list.push_back({Kept(names[i]), Kept(names[i]), {0x10, 4, 0, 0, 0, 0, 0}, nullptr});
+    OnCall([names](servd_SERV_ENUM_STATUS_SERVICE &argument) {
+        static std::vector<svd_enum_status_list_t> list;
+        list.clear();
+        list.reserve(names.size());
+        servd_SERV_ENUM_STATUS_SERVICE_RETURN answer = {};
+        if (argument.typeFilter != SERVICE_WIN32) return answer;
+        std::int32_t left = argument.bufferBytes;
+        for (auto i = static_cast<std::size_t>(argument.resumeIndex); i < names.size(); ++i) {
+            const auto bytes = static_cast<std::int32_t>(2 * names[i].size() + 2 + 36);
+            if (bytes > left) {
+                if (answer.bytesNeeded == 0) answer.resumeIndex = static_cast<std::int32_t>(i);
+                answer.bytesNeeded += bytes;
+                left = 0;
+                continue;
             }
-            for (std::size_t i = 1; i < list.size(); ++i) {
-                list[i - 1].next = &list[i];
-            }
-            answer.servicesReturned = static_cast<std::int32_t>(list.size());
-            answer.services = list.empty() ? nullptr : list.data();
-            return answer;
-        });
+            left -= bytes;
+            list.push_back({Kept(names[i]), Kept(names[i]), {0x10, 4, 0, 0, 0, 0, 0}, nullptr});
+        }
+        for (std::size_t i = 1; i < list.size(); ++i) {
+            list[i - 1].next = &list[i];
+        }
+        answer.servicesReturned = static_cast<std::int32_t>(list.size());
+        answer.services = list.empty() ? nullptr : list.data();
+        return answer;
+    });
 }
 
 // Without a registry daemon every value reads as 0, and a dependent would look like a stranger.
 TEST_F(ServiceApi, a_configuration_of_nothing_is_none_when_the_registry_cannot_be_read) {
-    OnCall<servd_SERV_QUERY_CONFIG_SERVICE, servd_SERV_QUERY_CONFIG_SERVICE_RETURN>(
-        QUERY_CONFIG_SERVICE, [](servd_SERV_QUERY_CONFIG_SERVICE &) {
-            servd_SERV_QUERY_CONFIG_SERVICE_RETURN answer = {};
-            answer.serviceType = 0x10;
-            return answer;
-        });
+    OnCall([](servd_SERV_QUERY_CONFIG_SERVICE &) {
+        servd_SERV_QUERY_CONFIG_SERVICE_RETURN answer = {};
+        answer.serviceType = 0x10;
+        return answer;
+    });
     std::int32_t dependenciesCode = ERROR_REGISTRY_IO_FAILED;
-    OnCall<servd_SERV_ENUM_DEPEND_SERVICE, servd_SERV_ENUM_DEPEND_SERVICE_RETURN>(
-        ENUM_DEPEND_SERVICE, [&](servd_SERV_ENUM_DEPEND_SERVICE &) {
-            return servd_SERV_ENUM_DEPEND_SERVICE_RETURN{dependenciesCode, 0, 0, nullptr};
-        });
+    OnCall([&](servd_SERV_ENUM_DEPEND_SERVICE &) {
+        return servd_SERV_ENUM_DEPEND_SERVICE_RETURN{dependenciesCode, 0, 0, nullptr};
+    });
     ScriptEnumeration({"web", "shop"});
     ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED);
     OpenWeb();
@@ -357,11 +341,10 @@ TEST_F(ServiceApi, a_configuration_of_nothing_is_none_when_the_registry_cannot_b
 TEST_F(ServiceApi, changing_nothing_sends_the_present_error_control) {
     ScriptConfig(0, "Web front", 3);
     servd_SERV_CHANGE_CONFIG_SERVICE seen = {};
-    OnCall<servd_SERV_CHANGE_CONFIG_SERVICE, servd_SERV_CHANGE_CONFIG_SERVICE_RETURN>(
-        CHANGE_CONFIG_SERVICE, [&](servd_SERV_CHANGE_CONFIG_SERVICE &argument) {
-            seen = argument;
-            return servd_SERV_CHANGE_CONFIG_SERVICE_RETURN{0, 0};
-        });
+    OnCall([&](servd_SERV_CHANGE_CONFIG_SERVICE &argument) {
+        seen = argument;
+        return servd_SERV_CHANGE_CONFIG_SERVICE_RETURN{0, 0};
+    });
     OpenWeb();
     EXPECT_TRUE(ChangeServiceConfigA(service, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, nullptr, nullptr,
                                      nullptr, nullptr, nullptr, nullptr, nullptr));
@@ -376,12 +359,11 @@ TEST_F(ServiceApi, changing_nothing_sends_the_present_error_control) {
 TEST_F(ServiceApi, changed_strings_count_their_terminators) {
     ScriptConfig(0, "Web front");
     std::string image, dependencies;
-    OnCall<servd_SERV_CHANGE_CONFIG_SERVICE, servd_SERV_CHANGE_CONFIG_SERVICE_RETURN>(
-        CHANGE_CONFIG_SERVICE, [&](servd_SERV_CHANGE_CONFIG_SERVICE &argument) {
-            image = StringOf(argument.imagePath);
-            dependencies = StringOf(argument.dependencies);
-            return servd_SERV_CHANGE_CONFIG_SERVICE_RETURN{0, 0};
-        });
+    OnCall([&](servd_SERV_CHANGE_CONFIG_SERVICE &argument) {
+        image = StringOf(argument.imagePath);
+        dependencies = StringOf(argument.dependencies);
+        return servd_SERV_CHANGE_CONFIG_SERVICE_RETURN{0, 0};
+    });
     OpenWeb();
     EXPECT_TRUE(ChangeServiceConfigA(service, SERVICE_NO_CHANGE, 2, 1, "/new", nullptr, nullptr, "a\0b\0", nullptr,
                                      nullptr, nullptr));
@@ -423,11 +405,10 @@ TEST_F(ServiceApi, a_service_larger_than_a_piece_is_fetched_all_the_same) {
 
 TEST_F(ServiceApi, both_classes_are_asked_for_one_after_the_other) {
     std::vector<std::int32_t> filters;
-    OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        ENUM_STATUS_SERVICE, [&](servd_SERV_ENUM_STATUS_SERVICE &argument) {
-            filters.push_back(argument.typeFilter);
-            return servd_SERV_ENUM_STATUS_SERVICE_RETURN{};
-        });
+    OnCall([&](servd_SERV_ENUM_STATUS_SERVICE &argument) {
+        filters.push_back(argument.typeFilter);
+        return servd_SERV_ENUM_STATUS_SERVICE_RETURN{};
+    });
     ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();
     std::vector<ListedService> services;
@@ -437,10 +418,9 @@ TEST_F(ServiceApi, both_classes_are_asked_for_one_after_the_other) {
 }
 
 TEST_F(ServiceApi, an_enumeration_without_any_record_says_that_there_is_no_database) {
-    OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        ENUM_STATUS_SERVICE, [](servd_SERV_ENUM_STATUS_SERVICE &) {
-            return servd_SERV_ENUM_STATUS_SERVICE_RETURN{87, 0, 0, 0, nullptr};
-        });
+    OnCall([](servd_SERV_ENUM_STATUS_SERVICE &) {
+        return servd_SERV_ENUM_STATUS_SERVICE_RETURN{87, 0, 0, 0, nullptr};
+    });
     ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();
     std::vector<ListedService> services;
@@ -475,18 +455,16 @@ TEST_F(ServiceApi, a_small_buffer_is_filled_again_and_again_by_the_resume_handle
 TEST_F(ServiceApi, a_lock_writes_its_identifier_into_the_owners_name) {
     std::int32_t id = 0;
     std::string owner;
-    OnCall<servd_SERV_LOCK_SERVICE, servd_SERV_LOCK_SERVICE_RETURN>(LOCK_SERVICE,
-                                                                    [&](servd_SERV_LOCK_SERVICE &argument) {
-                                                                        id = argument.lockId;
-                                                                        owner = argument.owner;
-                                                                        return servd_SERV_LOCK_SERVICE_RETURN{0};
-                                                                    });
+    OnCall([&](servd_SERV_LOCK_SERVICE &argument) {
+        id = argument.lockId;
+        owner = argument.owner;
+        return servd_SERV_LOCK_SERVICE_RETURN{0};
+    });
     std::int32_t unlocked = 0;
-    OnCall<servd_SERV_UNLOCK_SERVICE, servd_SERV_UNLOCK_SERVICE_RETURN>(UNLOCK_SERVICE,
-                                                                        [&](servd_SERV_UNLOCK_SERVICE &argument) {
-                                                                            unlocked = argument.lockId;
-                                                                            return servd_SERV_UNLOCK_SERVICE_RETURN{0};
-                                                                        });
+    OnCall([&](servd_SERV_UNLOCK_SERVICE &argument) {
+        unlocked = argument.lockId;
+        return servd_SERV_UNLOCK_SERVICE_RETURN{0};
+    });
     Open();
     const SC_LOCK lock = LockServiceDatabase(manager);
     ASSERT_NE(lock, nullptr);
@@ -499,10 +477,9 @@ TEST_F(ServiceApi, a_lock_writes_its_identifier_into_the_owners_name) {
 }
 
 TEST_F(ServiceApi, owner_and_seconds_of_a_free_database_are_not_told) {
-    OnCall<servd_SERV_QUERY_LOCK_SERVICE, servd_SERV_QUERY_LOCK_SERVICE_RETURN>(
-        QUERY_LOCK_SERVICE, [](servd_SERV_QUERY_LOCK_SERVICE &) {
-            return servd_SERV_QUERY_LOCK_SERVICE_RETURN{0, 0, Kept("left over"), 99};
-        });
+    OnCall([](servd_SERV_QUERY_LOCK_SERVICE &) {
+        return servd_SERV_QUERY_LOCK_SERVICE_RETURN{0, 0, Kept("left over"), 99};
+    });
     Open();
     LockStatus status;
     ASSERT_EQ(QueryLock(manager, &status), DWORD{ERROR_SUCCESS});
@@ -534,11 +511,10 @@ TEST_F(ServiceApi, a_name_that_does_not_fit_tells_its_length) {
 TEST_F(ServiceApi, a_restarted_daemon_is_found_again_and_services_are_opened_anew) {
     ScriptConfig(0, "Web front");
     std::int32_t asked = -1;
-    OnCall<servd_SERV_QUERY_STATUS_SERVICE, servd_SERV_QUERY_STATUS_SERVICE_RETURN>(
-        QUERY_STATUS_SERVICE, [&](servd_SERV_QUERY_STATUS_SERVICE &argument) {
-            asked = argument.handle;
-            return servd_SERV_QUERY_STATUS_SERVICE_RETURN{0, {}};
-        });
+    OnCall([&](servd_SERV_QUERY_STATUS_SERVICE &argument) {
+        asked = argument.handle;
+        return servd_SERV_QUERY_STATUS_SERVICE_RETURN{0, {}};
+    });
     ScriptEnumeration({});
     ScriptControl(ERROR_INVALID_SERVICE_CONTROL, SERVICE_RUNNING);
     OpenWeb();
@@ -616,13 +592,12 @@ TEST_F(ServiceApi, a_forked_child_that_exits_leaves_its_parents_handles_alone) {
 // The calls that a look at the status makes, and what it takes from them.
 TEST_F(ServiceApi, a_service_is_looked_for_where_its_number_says) {
     std::vector<std::int32_t> places;
-    OnCall<servd_SERV_ENUM_STATUS_SERVICE, servd_SERV_ENUM_STATUS_SERVICE_RETURN>(
-        ENUM_STATUS_SERVICE, [&](servd_SERV_ENUM_STATUS_SERVICE &argument) {
-            places.push_back(argument.resumeIndex);
-            static svd_enum_status_list_t web = {Kept("web"), Kept("Web"), {0x10, 4, 1, 0, 0, 0, 0}, nullptr};
-            static svd_enum_status_list_t before = {Kept("before"), Kept("b"), {0x10, 1, 0, 0, 0, 0, 0}, &web};
-            return servd_SERV_ENUM_STATUS_SERVICE_RETURN{0, 1000, 2, 0, &before};
-        });
+    OnCall([&](servd_SERV_ENUM_STATUS_SERVICE &argument) {
+        places.push_back(argument.resumeIndex);
+        static svd_enum_status_list_t web = {Kept("web"), Kept("Web"), {0x10, 4, 1, 0, 0, 0, 0}, nullptr};
+        static svd_enum_status_list_t before = {Kept("before"), Kept("b"), {0x10, 1, 0, 0, 0, 0, 0}, &web};
+        return servd_SERV_ENUM_STATUS_SERVICE_RETURN{0, 1000, 2, 0, &before};
+    });
     openIndex = 40;
     OpenWeb();
     SERVICE_STATUS status;
@@ -651,10 +626,9 @@ TEST_F(ServiceApi, a_service_that_is_not_where_its_number_says_is_looked_for_eve
 
 TEST_F(ServiceApi, what_a_start_leaves_behind_is_not_asked_about) {
     ScriptEnumeration({});
-    OnCall<servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN>(
-        CONTROL_SERVICE, [](servd_SERV_CONTROL_SERVICE &) {
-            return servd_SERV_CONTROL_SERVICE_RETURN{1052, {9, SERVICE_START_PENDING, 0, 9, 9, 9, 9}};
-        });
+    OnCall([](servd_SERV_CONTROL_SERVICE &) {
+        return servd_SERV_CONTROL_SERVICE_RETURN{1052, {9, SERVICE_START_PENDING, 0, 9, 9, 9, 9}};
+    });
     OpenWeb();
     SERVICE_STATUS status;
     ASSERT_TRUE(QueryServiceStatus(service, &status));
@@ -665,11 +639,10 @@ TEST_F(ServiceApi, what_a_start_leaves_behind_is_not_asked_about) {
 
 TEST_F(ServiceApi, the_peek_never_sends_a_control_that_a_service_could_see) {
     std::vector<std::int32_t> controls;
-    OnCall<servd_SERV_CONTROL_SERVICE, servd_SERV_CONTROL_SERVICE_RETURN>(
-        CONTROL_SERVICE, [&](servd_SERV_CONTROL_SERVICE &argument) {
-            controls.push_back(argument.control);
-            return servd_SERV_CONTROL_SERVICE_RETURN{1052, {9, SERVICE_PAUSED, 1, 9, 9, 9, 9}};
-        });
+    OnCall([&](servd_SERV_CONTROL_SERVICE &argument) {
+        controls.push_back(argument.control);
+        return servd_SERV_CONTROL_SERVICE_RETURN{1052, {9, SERVICE_PAUSED, 1, 9, 9, 9, 9}};
+    });
     ScriptEnumeration({});
     OpenWeb();
     SERVICE_STATUS status;

@@ -64,11 +64,10 @@ protected:
     void SetUp() override {
         reports.seen.clear();
         ForgetScripts();
-        OnCall<servd_SERV_SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE_RETURN>(
-            SET_STATUS_SERVICE, [](servd_SERV_SET_STATUS_SERVICE &argument) {
-                NoteReport(argument);
-                return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
-            });
+        OnCall([](servd_SERV_SET_STATUS_SERVICE &argument) {
+            NoteReport(argument);
+            return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
+        });
         StartScriptedDaemon();
     }
     void TearDown() override {
@@ -96,8 +95,8 @@ protected:
     }
 
     service_START_SERVICE_OUT StartNamed(const char *name, svc_arglist_t *arguments = nullptr, std::int32_t argc = 0) {
-        const service_START_SERVICE_OUT answer = *CallServd<service_START_SERVICE_OUT>(
-            client.get(), SERVICE_PROC_START, service_START_SERVICE_IN{Text(name), arguments, argc, givenIndex});
+        const service_START_SERVICE_OUT answer =
+            *CallForAnswer(client.get(), service_START_SERVICE_IN{Text(name), arguments, argc, givenIndex});
         SetStarting(false);
         return answer;
     }
@@ -108,8 +107,7 @@ protected:
     }
 
     service_CONTROL_SERVICE_OUT Control(std::int32_t control) {
-        return *CallServd<service_CONTROL_SERVICE_OUT>(client.get(), SERVICE_PROC_CONTROL,
-                                                       service_CONTROL_SERVICE_IN{context, control});
+        return *CallForAnswer(client.get(), service_CONTROL_SERVICE_IN{context, control});
     }
 
     void StartAndWaitUntilRunning() {
@@ -326,7 +324,7 @@ TEST_F(ServiceRuntime, a_control_with_an_unknown_context_is_refused) {
 
 TEST_F(ServiceRuntime, the_dummy_procedure_adds_one) {
     Launch({});
-    EXPECT_EQ(CallServd<service_DUMMY_OUT>(client.get(), SERVICE_PROC_DUMMY, service_DUMMY_IN{41})->dummy, 42);
+    EXPECT_EQ(CallForAnswer(client.get(), service_DUMMY_IN{41})->dummy, 42);
 }
 
 TEST_F(ServiceRuntime, an_answer_never_waits_for_a_report) {
@@ -348,15 +346,14 @@ TEST_F(ServiceRuntime, no_answer_tells_of_the_end_before_the_last_report) {
     std::atomic<bool> lastHasCome = false;
     std::atomic<bool> lastIsHeld = true;
     StopScriptedDaemon();
-    OnCall<servd_SERV_SET_STATUS_SERVICE, servd_SERV_SET_STATUS_SERVICE_RETURN>(
-        SET_STATUS_SERVICE, [&](servd_SERV_SET_STATUS_SERVICE &argument) {
-            NoteReport(argument);
-            if (argument.serviceStatus.dwCurrentState == SERVICE_STOPPED) {
-                lastHasCome = true;
-                (void)WaitUntil([&] { return !lastIsHeld; });
-            }
-            return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
-        });
+    OnCall([&](servd_SERV_SET_STATUS_SERVICE &argument) {
+        NoteReport(argument);
+        if (argument.serviceStatus.dwCurrentState == SERVICE_STOPPED) {
+            lastHasCome = true;
+            (void)WaitUntil([&] { return !lastIsHeld; });
+        }
+        return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
+    });
     StartScriptedDaemon();
     Launch({});
     StartAndWaitUntilRunning();
@@ -374,13 +371,11 @@ TEST_F(ServiceRuntime, after_a_restart_of_the_daemon_the_index_is_looked_up_by_n
     StartAndWaitUntilRunning();
     StopScriptedDaemon();
     std::string opened;
-    OnCall<servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN>(OPEN_SERVICE,
-                                                                    [&](servd_SERV_OPEN_SERVICE &argument) {
-                                                                        opened = argument.name;
-                                                                        return servd_SERV_OPEN_SERVICE_RETURN{0, 9};
-                                                                    });
-    OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(
-        CLOSE_SERVICE, [](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
+    OnCall([&](servd_SERV_OPEN_SERVICE &argument) {
+        opened = argument.name;
+        return servd_SERV_OPEN_SERVICE_RETURN{0, 9};
+    });
+    OnCall([](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
     StartScriptedDaemon();
     EXPECT_EQ(Control(SERVICE_CONTROL_PAUSE).status, 0);
     ASSERT_TRUE(WaitUntil([] { return SawState(SERVICE_PAUSED); }));
@@ -392,11 +387,8 @@ TEST_F(ServiceRuntime, a_report_that_could_not_be_sent_is_sent_once_the_daemon_i
     Launch({});
     StartAndWaitUntilRunning();
     StopScriptedDaemon();
-    OnCall<servd_SERV_OPEN_SERVICE, servd_SERV_OPEN_SERVICE_RETURN>(OPEN_SERVICE, [](servd_SERV_OPEN_SERVICE &) {
-        return servd_SERV_OPEN_SERVICE_RETURN{0, 9};
-    });
-    OnCall<servd_SERV_CLOSE_SERVICE, servd_SERV_CLOSE_SERVICE_RETURN>(
-        CLOSE_SERVICE, [](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
+    OnCall([](servd_SERV_OPEN_SERVICE &) { return servd_SERV_OPEN_SERVICE_RETURN{0, 9}; });
+    OnCall([](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
     EXPECT_EQ(Control(SERVICE_CONTROL_PAUSE).status, 0);
     SleepMs(300);
     StartScriptedDaemon();
