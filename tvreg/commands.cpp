@@ -4,29 +4,21 @@
 
 #include "tvreg/fix_services.h"
 #include "tvreg/key_path.h"
+#include "tvreg/output.h"
 #include "tvreg/reg_text.h"
-#include "tvreg/registry_access.h"
+#include "tvreg/registry_reading.h"
 #include "tvreg/value_text.h"
-#include "util/guard.h"
 #include "util/json_text.h"
 #include "util/ktl_strings.h"
 #include "util/printable.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <nlohmann/json.hpp>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <iterator>
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // --- shared --------------------------------------------------------------------------------------------------------
 
@@ -38,42 +30,6 @@ KeyPath KeyOf(const Options &options) {
                                               options.key));
     }
     return key;
-}
-
-// The output must have arrived before the program says that all went well.
-void Print(std::string_view text) {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
-        throw Failure(EXIT_FAILED, fmt::format("standard output: {}", std::strerror(errno)));
-    }
-}
-
-void PrintJson(const Json &object) { Print(JsonText(object) + "\n"); }
-
-[[noreturn]] void FailFile(const std::string &name) {
-    throw Failure(EXIT_FAILED, fmt::format("{}: {}", name, std::strerror(errno)));
-}
-
-// All that can be read of a file, a pipe or, for "-", standard input.
-std::string ReadFile(const std::string &file) {
-    const bool isInput = file == "-";
-    int descriptor = isInput ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    const std::string name = isInput ? "standard input" : file;
-    if (descriptor < 0) FailFile(name);
-    DescriptorGuard closed(&descriptor);
-    if (isInput) (void)closed.release(); // not ours to close
-    std::string content;
-    char piece[64 * 1024];
-    for (ssize_t bytes = 0; (bytes = read(descriptor, piece, sizeof piece)) != 0;) {
-        if (bytes > 0) content.append(piece, static_cast<std::size_t>(bytes));
-        if (bytes < 0 && errno != EINTR) FailFile(name);
-    }
-    return content;
-}
-
-std::string NameText(const RegValue &value) { return value.name.empty() ? "(Default)" : Printable(value.name); }
-
-std::string ValueLine(const RegValue &value) {
-    return fmt::format("    {}    {}    {}\n", NameText(value), TypeText(value.type), DataText(value));
 }
 
 // --- looking -------------------------------------------------------------------------------------------------------
@@ -140,7 +96,7 @@ void Query(const Options &options) {
     if (options.recursive) {
         QueryBelow(options, &keys);
     } else if (WantsOneValue(options)) {
-        ShowKey(options, key, {{ReadValue(key, options.valueName)}, {}}, &keys);
+        ShowKey(options, key, {{ReadValue(key, options.valueName)}, {}, {}}, &keys);
     } else {
         ShowKey(options, key, ReadKey(key), &keys);
     }
@@ -179,10 +135,7 @@ void Export(const Options &options) {
                                                  options.reg4 ? "" : " because it is not UTF-8; try --reg4"));
     }
     if (options.file.value_or("-") == "-") return Print(text);
-    std::ofstream file(*options.file, std::ios::binary | std::ios::trunc);
-    if (!(file << text) || !file.flush()) {
-        throw Failure(EXIT_FAILED, fmt::format("{}: {}", *options.file, std::strerror(errno)));
-    }
+    WriteFile(*options.file, text);
 }
 
 void Version(const Options &options) {

@@ -47,6 +47,9 @@ struct LyingRegd : testing::Test {
     std::uint32_t items = 0;    // that a key says it has, of either kind
     std::uint32_t longest = 10; // as it says
     std::uint32_t calls = 0;
+    bool hasSubkeys = true;
+    bool isResting = true; // the time of the last write stays the same
+    std::vector<std::vector<std::string>> commands = {{"query", "-s"}, {"export"}, {"export", "--reg4"}, {"ls", "-r"}};
     std::function<WireAnswer()> subkey = NoMoreItems, value = NoMoreValues;
 
     WireAnswer AnswerTo(const WireCall &call) {
@@ -54,8 +57,8 @@ struct LyingRegd : testing::Test {
         switch (call.procedure) {
         case REG_OPEN_KEY_EX: return Answer(success, std::uint32_t{7});
         case REG_QUERY_INFO_KEY:
-            return Answer(success, std::string(), none, none, items, longest, none, items, longest, longest, none, none,
-                          none, none);
+            return Answer(success, std::string(), none, none, hasSubkeys ? items : none, longest, none, items, longest,
+                          longest, none, isResting ? none : calls, none, none);
         case REG_ENUM_KEY_EX: return subkey();
         case REG_ENUM_VALUE: return value();
         default: return Answer(success);
@@ -64,8 +67,7 @@ struct LyingRegd : testing::Test {
     void ExpectEnd(const std::string &message) {
         RegisterRegistryDaemon();
         const ScriptedRegd daemon("127.0.0.1", [this](const WireCall &call) { return AnswerTo(call); });
-        for (const std::vector<std::string> &command :
-             {std::vector<std::string>{"query", "-s"}, {"export"}, {"export", "--reg4"}, {"ls", "-r"}}) {
+        for (const std::vector<std::string> &command : commands) {
             std::vector<std::string> arguments = command;
             arguments.insert(arguments.begin(), ProgramPath("tvreg"));
             arguments.emplace_back("HKLM");
@@ -132,6 +134,22 @@ TEST_F(LyingRegd, a_value_that_never_fits) {
     };
     items = 1;
     ExpectEnd("234 ERROR_MORE_DATA");
+}
+
+// Other clients may write for ever.
+TEST_F(LyingRegd, a_key_that_never_rests) {
+    commands = {{"export"}};
+    isResting = false;
+    ExpectEnd(": changes faster than it can be read\n");
+}
+
+// Each reading of the values ends where the key says, with other values: no two readings are one state.
+TEST_F(LyingRegd, values_that_differ_each_time_under_a_time_that_stands_still) {
+    commands = {{"export"}};
+    items = 1;
+    hasSubkeys = false;
+    value = [this, n = 0]() mutable { return n++ % 2 == 0 ? Value("a" + std::to_string(calls)) : NoMoreValues(); };
+    ExpectEnd("HKEY_LOCAL_MACHINE: changes faster than it can be read\n");
 }
 
 } // namespace
