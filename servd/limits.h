@@ -20,41 +20,42 @@ inline constexpr std::uint32_t tagBytes = 4;
 
 // From the fork to the program. A child that takes longer has been halted, and is killed.
 inline constexpr int execLimitMs = 3000;
-// Attempts to reach a process: one, and these repetitions, each after a second's sleep.
+// Attempts to reach a process: one, and these repetitions, each after a second's sleep. To a new process that makes
+// fifteen seconds from the fork to the last, thirty while the daemon starts itself.
 inline constexpr int sharedProcessRetries = 5;
 inline constexpr int newProcessRetries = 15;
 inline constexpr int newProcessRetriesAtStartUp = 30; // while the daemon starts itself
-inline constexpr int retryPauseSec = 1;
+inline constexpr int retryPauseMs = 1000;
 // Of one attempt, port mapper and process together, whatever they do: a healthy one takes a thousandth of it. It is
-// what leaves the sixteen attempts at a new process, pauses and wait for its registration included, within the half
-// minute for which a user looks at a start, and the thirty-one of the start-up within a minute.
+// what leaves the sixteen attempts at a new process, pauses included, within the half minute for which a user looks
+// at a start, and the thirty-one of the start-up within a minute.
 inline constexpr int attemptLimitMs = 850;
-// Before the first attempt to reach a new process, for its program to appear in the port mapper.
+// Before the first attempt to reach a new process, for its program to appear in the port mapper. The first of the
+// pauses between the attempts is shorter by what this took, so that it makes no start longer.
 inline constexpr int registrationWaitMs = 500;
+static_assert(registrationWaitMs <= retryPauseMs);
 // Of one call to a service process: the start request and each control.
 inline constexpr int serviceCallTimeoutSec = 25;
 // The wait hint that a service has from the answer to its start request until its own first report.
 inline constexpr std::int32_t startWaitHintMs = 2000;
 
 // How long a process is tried to be reached, at the most.
-inline constexpr int LongestDialMs(int retries) {
-    return (retries + 1) * attemptLimitMs + retries * retryPauseSec * 1000;
-}
-static_assert(registrationWaitMs + LongestDialMs(newProcessRetries) <= 30'000);
-static_assert(registrationWaitMs + LongestDialMs(newProcessRetriesAtStartUp) <= 60'000);
+inline constexpr int LongestDialMs(int retries) { return (retries + 1) * attemptLimitMs + retries * retryPauseMs; }
+static_assert(LongestDialMs(newProcessRetries) <= 30'000);
+static_assert(LongestDialMs(newProcessRetriesAtStartUp) <= 60'000);
 
 // How long one start may hold the daemon, and everybody who asks it something: a shared process that cannot be reached,
 // then a new one that is long in coming and can be reached at the last attempt only, and an answer that lets itself be
 // waited for.
 inline constexpr int longestStartSec =
-    (LongestDialMs(sharedProcessRetries) + execLimitMs + registrationWaitMs + LongestDialMs(newProcessRetries) + 999) /
-        1000 +
+    (LongestDialMs(sharedProcessRetries) + execLimitMs + LongestDialMs(newProcessRetries) + 999) / 1000 +
     serviceCallTimeoutSec;
 // What a client should wait for an answer.
 inline constexpr int longestCallSec = longestStartSec + 30;
 
 // --- the stop command ---
 
-// Attempts to reach the daemon, with a second between them, and what the call itself may take.
+// Attempts to reach the daemon, the pause between them, and what the call itself may take.
 inline constexpr int stopAttempts = 6;
+inline constexpr int stopPauseMs = 1000;
 inline constexpr int stopCallTimeoutSec = 25;

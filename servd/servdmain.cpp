@@ -18,6 +18,7 @@
 #include "servd/serving.h"
 #include "servd/win32_code.h"
 #include "tv/winerror.h"
+#include "util/monotonic_ms.h"
 #include "util/standard_descriptors.h"
 
 #include <rpc/pmap_clnt.h>
@@ -36,7 +37,7 @@ CLIENT *DialDaemon(const char *host) {
     for (int attempt = 1;; ++attempt) {
         CLIENT *client = DialHost(host, SERVDAEMONPROG, SERVDAEMONVERS);
         if (client != nullptr || attempt == stopAttempts) return client;
-        (void)sleep(retryPauseSec);
+        SleepMs(stopPauseMs);
     }
 }
 

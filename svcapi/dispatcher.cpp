@@ -26,7 +26,7 @@ namespace {
 
 constexpr DWORD firstWaitHintMs = 30'000; // within it ServiceMain must have reported something itself
 constexpr auto firstStartTimeout =
-    std::chrono::seconds(2 * newProcessRetriesAtStartUp * retryPauseSec); // the daemon gives up before
+    std::chrono::milliseconds(2 * newProcessRetriesAtStartUp * retryPauseMs); // the daemon gives up before
 // For so long a start is waited for whatever the daemon does, so that somebody else can play it.
 constexpr auto firstStartPatience = std::chrono::seconds(1);
 constexpr auto lastReportTimeout = std::chrono::seconds(30); // a start of another service may hold the daemon

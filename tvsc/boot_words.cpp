@@ -26,5 +26,6 @@ std::string RemarkText(const BootRemark &remark) {
 // A service whose process is not reached stays stopped and is tried again; one whose process is reached and does not
 // answer is start pending from then on.
 std::size_t WorstCaseSec(const BootPlan &plan) {
-    return plan.mostTries * newProcessRetriesAtStartUp * retryPauseSec + plan.steps.size() * serviceCallTimeoutSec;
+    return plan.mostTries * newProcessRetriesAtStartUp * (retryPauseMs / 1000) +
+           plan.steps.size() * serviceCallTimeoutSec;
 }

@@ -32,8 +32,8 @@ extern "C" {
 
 /* Limits of this daemon. */
 #define TV_MAX_TEXT_BYTES 1023 /* of a name, display name, image path or group, without the terminator */
-#define TV_LONGEST_START_SEC 68
-#define TV_CALL_TIMEOUT_SEC 98
+#define TV_LONGEST_START_SEC 67
+#define TV_CALL_TIMEOUT_SEC 97
 
 /* Service types. */
 #define SERVICE_KERNEL_DRIVER 0x01

@@ -6,13 +6,13 @@
 #include "servd/servd_svc_proc/reaper.h"
 
 #include "servd/checked_memory.h"
+#include "util/monotonic_ms.h"
 
 #include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
 
 #include <cstdint>
-#include <ctime>
 
 namespace {
 
@@ -50,8 +50,7 @@ void HaveEndTaken(pid_t child) {
 void TakeEndOfKilled(pid_t child) {
     for (int look = 0; look < killedLooks; ++look) {
         if (TakesEnd(child)) return;
-        const timespec pause = {.tv_sec = 0, .tv_nsec = 1000000};
-        (void)nanosleep(&pause, nullptr);
+        SleepMs(1);
     }
     LeaveEnd(child);
 }

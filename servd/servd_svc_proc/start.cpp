@@ -29,10 +29,7 @@
 #include "tv/winsvc.h"
 #include "util/monotonic_ms.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <ctime>
 
 namespace {
 
@@ -54,11 +51,13 @@ CLIENT *DialProcess(const Host &host, std::int32_t processId) {
                           maxShortReplyBytes);
 }
 
-// Dials at once, then up to `retries` times more, each after a second's sleep.
-CLIENT *DialProcessWithRetries(const Host &host, std::int32_t processId, int retries) {
+// Dials at once, then up to `retries` times more, each after a second's sleep. waitedMs: what the process has been
+// waited for already, which shortens the first sleep.
+CLIENT *DialProcessWithRetries(const Host &host, std::int32_t processId, int retries, std::int64_t waitedMs) {
     CLIENT *client = DialProcess(host, processId);
     for (; client == nullptr && retries > 0; retries--) {
-        (void)sleep(retryPauseSec);
+        SleepMs(std::max<std::int64_t>(retryPauseMs - waitedMs, 0));
+        waitedMs = 0;
         client = DialProcess(host, processId);
     }
     return client;
@@ -98,7 +97,7 @@ Win32Code CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, Text
     const ServiceDatabaseEntry *sibling = RunningSibling(members);
     if (sibling == nullptr) return ERROR_SUCCESS;
 
-    CLIENT *client = DialProcessWithRetries(host, sibling->processId, sharedProcessRetries);
+    CLIENT *client = DialProcessWithRetries(host, sibling->processId, sharedProcessRetries, 0);
     if (client != nullptr) {
         // Deliberate: the client is neither used nor destroyed, and as the service is still stopped a new process
         // replaces the process id. Each such start thus keeps one connection to the sibling open.
@@ -128,8 +127,7 @@ void AwaitRegistration(const Host &host, pid_t processId) {
         if (PortOfProgram(portMapper.get(), ServiceProgram(processId), serviceProgramVersion, budgetMs) != 0) return;
         const std::int64_t leftMs = end - MonotonicMs();
         if (leftMs <= 0) return;
-        const timespec pause = {.tv_sec = 0, .tv_nsec = static_cast<long>(std::min(pauseMs, leftMs) * 1000000)};
-        (void)nanosleep(&pause, nullptr);
+        SleepMs(std::min(pauseMs, leftMs));
     }
 }
 
@@ -139,9 +137,10 @@ Win32Code StartProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer
     pid_t processId = 0;
     const Win32Code rc = LaunchService(entry.name, imagePath, &processId);
     if (rc != ERROR_SUCCESS) return rc;
+    const std::int64_t forkMs = MonotonicMs();
     AwaitRegistration(host, processId);
-    client->reset(
-        DialProcessWithRetries(host, processId, binitializing != 0 ? newProcessRetriesAtStartUp : newProcessRetries));
+    client->reset(DialProcessWithRetries(
+        host, processId, binitializing != 0 ? newProcessRetriesAtStartUp : newProcessRetries, MonotonicMs() - forkMs));
     if (*client == nullptr) return ERROR_SERVICE_REQUEST_TIMEOUT; // 1053
     entry.status.dwCurrentState = SERVICE_START_PENDING;
     entry.processId = processId;
