@@ -345,31 +345,31 @@ SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLE
  * not one of the seven. */
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus);
 
-/* Source compatibility: without a suffix the names mean the forms for bytes. */
-#define ENUM_SERVICE_STATUS ENUM_SERVICE_STATUSA
-#define LPENUM_SERVICE_STATUS LPENUM_SERVICE_STATUSA
-#define QUERY_SERVICE_CONFIG QUERY_SERVICE_CONFIGA
-#define LPQUERY_SERVICE_CONFIG LPQUERY_SERVICE_CONFIGA
-#define QUERY_SERVICE_LOCK_STATUS QUERY_SERVICE_LOCK_STATUSA
-#define LPQUERY_SERVICE_LOCK_STATUS LPQUERY_SERVICE_LOCK_STATUSA
-#define SERVICE_TABLE_ENTRY SERVICE_TABLE_ENTRYA
-#define LPSERVICE_TABLE_ENTRY LPSERVICE_TABLE_ENTRYA
-#define LPSERVICE_MAIN_FUNCTION LPSERVICE_MAIN_FUNCTIONA
-#define SERVICES_ACTIVE_DATABASE SERVICES_ACTIVE_DATABASEA
-#define SC_GROUP_IDENTIFIER SC_GROUP_IDENTIFIERA
-#define OpenSCManager OpenSCManagerA
-#define OpenService OpenServiceA
-#define CreateService CreateServiceA
-#define StartService StartServiceA
-#define EnumServicesStatus EnumServicesStatusA
-#define EnumDependentServices EnumDependentServicesA
-#define QueryServiceConfig QueryServiceConfigA
-#define ChangeServiceConfig ChangeServiceConfigA
-#define QueryServiceLockStatus QueryServiceLockStatusA
-#define GetServiceDisplayName GetServiceDisplayNameA
-#define GetServiceKeyName GetServiceKeyNameA
-#define StartServiceCtrlDispatcher StartServiceCtrlDispatcherA
-#define RegisterServiceCtrlHandler RegisterServiceCtrlHandlerA
+/* Source compatibility: the names without a suffix. */
+#define ENUM_SERVICE_STATUS TV_FORM(ENUM_SERVICE_STATUS)
+#define LPENUM_SERVICE_STATUS TV_FORM(LPENUM_SERVICE_STATUS)
+#define QUERY_SERVICE_CONFIG TV_FORM(QUERY_SERVICE_CONFIG)
+#define LPQUERY_SERVICE_CONFIG TV_FORM(LPQUERY_SERVICE_CONFIG)
+#define QUERY_SERVICE_LOCK_STATUS TV_FORM(QUERY_SERVICE_LOCK_STATUS)
+#define LPQUERY_SERVICE_LOCK_STATUS TV_FORM(LPQUERY_SERVICE_LOCK_STATUS)
+#define SERVICE_TABLE_ENTRY TV_FORM(SERVICE_TABLE_ENTRY)
+#define LPSERVICE_TABLE_ENTRY TV_FORM(LPSERVICE_TABLE_ENTRY)
+#define LPSERVICE_MAIN_FUNCTION TV_FORM(LPSERVICE_MAIN_FUNCTION)
+#define SERVICES_ACTIVE_DATABASE TV_FORM(SERVICES_ACTIVE_DATABASE)
+#define SC_GROUP_IDENTIFIER TV_FORM(SC_GROUP_IDENTIFIER)
+#define OpenSCManager TV_FORM(OpenSCManager)
+#define OpenService TV_FORM(OpenService)
+#define CreateService TV_FORM(CreateService)
+#define StartService TV_FORM(StartService)
+#define EnumServicesStatus TV_FORM(EnumServicesStatus)
+#define EnumDependentServices TV_FORM(EnumDependentServices)
+#define QueryServiceConfig TV_FORM(QueryServiceConfig)
+#define ChangeServiceConfig TV_FORM(ChangeServiceConfig)
+#define QueryServiceLockStatus TV_FORM(QueryServiceLockStatus)
+#define GetServiceDisplayName TV_FORM(GetServiceDisplayName)
+#define GetServiceKeyName TV_FORM(GetServiceKeyName)
+#define StartServiceCtrlDispatcher TV_FORM(StartServiceCtrlDispatcher)
+#define RegisterServiceCtrlHandler TV_FORM(RegisterServiceCtrlHandler)
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

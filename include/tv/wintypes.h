@@ -16,8 +16,26 @@ typedef uint16_t WORD;
 typedef int32_t LONG;
 typedef uint32_t DWORD;
 typedef int32_t BOOL;
-typedef uint16_t WCHAR; /* one UTF-16 code unit */
 typedef uintptr_t DWORD_PTR;
+
+/* One UTF-16 code unit, 16 bits whatever the compiler's wchar_t is. A literal of them is u"..." (C11, C++11), not
+ * L"...", whose characters have 32 bits here. With the compiler option -fshort-wchar wchar_t has 16 bits and L"..."
+ * means the same as u"..."; the wide functions of libc (wcslen, wprintf) must not be called in such a program. The
+ * libraries serve programs of both kinds. */
+#if !defined(__cplusplus)
+typedef uint16_t WCHAR;
+#elif __SIZEOF_WCHAR_T__ == 2
+typedef wchar_t WCHAR;
+#else
+typedef char16_t WCHAR;
+#endif
+
+/* The form that a name without suffix stands for: bytes, or UTF-16 where UNICODE is defined. */
+#ifdef UNICODE
+#define TV_FORM(name) name##W
+#else
+#define TV_FORM(name) name##A
+#endif
 
 typedef char *LPSTR;
 typedef const char *LPCSTR;
@@ -26,6 +44,7 @@ typedef const WCHAR *LPCWSTR;
 typedef BYTE *LPBYTE;
 typedef DWORD *LPDWORD;
 typedef void *LPVOID;
+typedef const void *LPCVOID;
 typedef void *HANDLE;
 
 #ifndef TRUE

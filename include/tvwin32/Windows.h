@@ -1,0 +1,3 @@
+/* SPDX-License-Identifier: MIT */
+/* Windows: the other spelling of windows.h. */
+#include "windows.h"
