@@ -283,11 +283,15 @@ bool Register(int descriptor, const sockaddr_in &peer) {
     return true;
 }
 
+bool FindLocalAddress(int descriptor, sockaddr_in *local) {
+    *local = {};
+    socklen_t length = sizeof *local;
+    return getsockname(descriptor, reinterpret_cast<sockaddr *>(local), &length) == 0;
+}
+
 bool IsAdmitted(int descriptor, const sockaddr_in &peer) {
-    if (door.admits == nullptr) return true;
     sockaddr_in local = {};
-    socklen_t length = sizeof local;
-    return getsockname(descriptor, reinterpret_cast<sockaddr *>(&local), &length) == 0 && door.admits(peer, local);
+    return door.admits == nullptr || (FindLocalAddress(descriptor, &local) && door.admits(peer, local));
 }
 
 // No descriptor, or no memory for one, is left: what the process can do without goes, then a silent connection; without
@@ -710,6 +714,11 @@ void GiveUpWhatIsTooMany() {
     while (door.kept != nullptr && door.kept() > 0 && door.connections + door.kept() > door.maxDescriptors) {
         door.giveUp();
     }
+}
+
+bool AddressesOfRequest(sockaddr_in *peer, sockaddr_in *local) {
+    *peer = door.present->peer;
+    return FindLocalAddress(door.present->descriptor, local);
 }
 
 void HoldReply(DoorSubstitute substitute) {

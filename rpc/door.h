@@ -51,6 +51,10 @@ void ShareDescriptors(std::size_t (*kept)(), void (*giveUp)());
 // Has those given up that are too many by now. To be called when one has been added.
 void GiveUpWhatIsTooMany();
 
+// The two ends of the connection whose request is in hand: whose socket the peer's is can be asked of the kernel with
+// them (peer_owner.h). Returns false when the connection has no address any more.
+[[nodiscard]] bool AddressesOfRequest(sockaddr_in *peer, sockaddr_in *local);
+
 // Codes what is answered in place of a reply, out of a number.
 using DoorSubstitute = bool_t (*)(XDR *xdrs, std::uint32_t *number);
 

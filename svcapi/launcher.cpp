@@ -2,9 +2,9 @@
 // launcher: looks at the parent process and at the daemon.
 #include "svcapi/launcher.h"
 
+#include "rpc/peer_owner.h"
 #include "servd/servd_xdr.h"
 #include "svcapi/link.h"
-#include "svcapi/peer_owner.h"
 #include "svcapi/process_user.h"
 
 #include <unistd.h>

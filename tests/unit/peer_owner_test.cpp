@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // peer_owner: what the kernel tells of connections of this process.
-#include "svcapi/peer_owner.h"
+#include "rpc/peer_owner.h"
 
 #include "util/guard.h"
 

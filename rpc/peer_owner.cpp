@@ -4,7 +4,7 @@
 // The netlink question is for one socket (sock_diag(7), no dump). Its look-up falls back to a listening socket on the
 // same port, whosever that is, and a socket that no process holds any more is said to be of user 0: an answer counts
 // only for a socket that is connected to ours, and that has an inode.
-#include "svcapi/peer_owner.h"
+#include "rpc/peer_owner.h"
 
 #include "util/guard.h"
 
