@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tvregd/graveyard.h"
 
-#include "util/printable.h"
-
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 
 namespace {
@@ -100,7 +97,7 @@ bool EraseSome(Registry &registry) {
             Commit(*registry.store);
         }
     } catch (const std::exception &failure) {
-        (void)std::fprintf(stderr, "tvregd: not erased: %s\n", Printable(failure.what()).c_str());
+        TellTrouble(registry.trouble, "not erased", failure, now);
         RollBack(*registry.store);
         registry.eraseFailed = now;
         return false;

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tvregd/group.h"
 
-#include "util/printable.h"
-
-#include <cstdio>
 #include <ctime>
 #include <exception>
 
@@ -66,7 +63,7 @@ void OpenGroup(Registry &registry) {
 }
 
 std::uint32_t AbandonGroup(Registry &registry, const std::exception &failure) {
-    (void)std::fprintf(stderr, "tvregd: not stored: %s\n", Printable(failure.what()).c_str());
+    TellTrouble(registry.trouble, "not stored", failure, FileTimeNow());
     const std::uint32_t status = StatusOf(failure);
     RollBack(*registry.store);
     std::vector<Change> &wayBack = registry.group.wayBack;
@@ -84,6 +81,7 @@ std::uint32_t CommitGroup(Registry &registry) {
     } catch (const std::exception &failure) {
         return AbandonGroup(registry, failure);
     }
+    TellTroubleIsOver(registry.trouble);
     EndGroup(registry);
     registry.ended = 0;
     return 0;

@@ -14,6 +14,7 @@
 
 #include "tvregd/store.h"
 #include "tvregd/tree.h"
+#include "tvregd/trouble.h"
 
 // One step of the way back.
 struct Change {
@@ -42,6 +43,7 @@ struct Registry {
     std::uint64_t erased = 0, eraseFailed = 0; // FILETIME of the last pieces; see graveyard.h
     bool isProvisional = false;                // what the present operation saw or did; for the caller to reset
     std::optional<std::uint32_t> ended{};      // a group has ended with this code; to be told those in it, then reset
+    Trouble trouble{};
 };
 
 // Now as a FILETIME: 100-nanosecond steps since 1601.

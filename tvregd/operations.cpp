@@ -4,10 +4,8 @@
 
 #include "tvregd/graveyard.h"
 #include "tvregd/seeds.h"
-#include "util/printable.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 
 namespace {
@@ -143,7 +141,7 @@ std::uint32_t FlushKey(Registry &registry, std::uint32_t handle) {
         (void)CommitGroup(registry);
         SyncStore(*registry.store);
     } catch (const std::exception &failure) {
-        (void)std::fprintf(stderr, "tvregd: not on the disk: %s\n", Printable(failure.what()).c_str());
+        TellTrouble(registry.trouble, "not on the disk", failure, FileTimeNow());
         return StatusOf(failure);
     }
     return 0;

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -15,6 +16,7 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
 namespace {
 
@@ -580,6 +582,45 @@ TEST_F(Tvregd, write_that_the_database_refuses_answers_1016_and_changes_nothing)
     store->database.exec("PRAGMA query_only = OFF");
     EXPECT_EQ(Set(handle, "v", "new"), 0u);
     EXPECT_EQ(Get(handle, "v")->data, "new");
+}
+
+TEST_F(Tvregd, a_failing_disk_is_told_once_and_once_that_it_is_over) {
+    testing::internal::CaptureStderr();
+    store->database.exec("PRAGMA query_only = ON");
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(Set(HKEY_USERS, "v", "x"), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
+    store->database.exec("PRAGMA query_only = OFF");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Set(HKEY_USERS, "v", "x"), 0u);
+        EXPECT_EQ(CommitGroup(registry), 0u);
+    }
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                MatchesRegex("tvregd: not stored: [^\n]+\ntvregd: the database can be written again\n"));
+    testing::internal::CaptureStderr();
+    Trouble trouble;
+    const std::runtime_error failure("no room");
+    for (std::uint64_t second = 1; second <= 119; ++second) {
+        TellTrouble(trouble, "not stored", failure, second * 10'000'000);
+        TellTroubleIsOver(trouble);
+    }
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 4) << "two a minute: " << told;
+}
+
+TEST_F(Tvregd, a_reader_of_messages_who_does_not_read_holds_up_nothing) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int before = dup(STDERR_FILENO);
+    ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+    const std::runtime_error failure(std::string(10'000, 'x'));
+    for (int i = 0; i < 100; ++i) { // more than the pipe takes
+        Trouble trouble;
+        TellTrouble(trouble, "not stored", failure, 1);
+        TellTroubleIsOver(trouble);
+    }
+    (void)dup2(before, STDERR_FILENO);
+    for (const int descriptor : {before, ends[0], ends[1]})
+        (void)close(descriptor);
 }
 
 // --- writes that share a commit ---
