@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tvregd/loading.h"
 
+#include "tvregd/views.h"
 #include "util/printable.h"
 
 #include <SQLiteCpp/Exception.h>
@@ -12,6 +13,8 @@
 #include <unordered_set>
 
 namespace {
+
+constexpr std::uint32_t MAX_LOADED_DEPTH = 2 * MAX_DEPTH; // what MoveIntoViews has moved may hang a little lower
 
 // --- rows, read without what SQLiteCpp adds to each column: there may be millions ---
 
@@ -55,18 +58,11 @@ struct Equals {
     std::vector<std::pair<Key *, Value *>> values; // with their keys
 };
 
-std::string PathOf(const Key &key) { return key.parent != nullptr ? PathOf(*key.parent) + '\\' + key.name : key.name; }
-
 // Gives an entry, which the list has under no name yet, one that no other has.
 template <typename Entry, typename Find>
 void NameApart(const Key &parent, NamedList<Entry> &list, Entry &entry, Find find) {
     const std::string old = entry.name;
-    for (int number = 2;; ++number) {
-        const std::string name = old + " (" + std::to_string(number) + ")";
-        if (find(parent, name) != nullptr) continue;
-        entry.name = name;
-        break;
-    }
+    entry.name = NumberedName(old, [&](const std::string &name) { return find(parent, name) != nullptr; });
     if (list.byName) (void)list.byName->insert(&entry);
     (void)std::fprintf(stderr, "tvregd: in %s, another has the name of %s, which is %s now\n",
                        Printable(PathOf(parent)).c_str(), Printable(old).c_str(), Printable(entry.name).c_str());
@@ -112,7 +108,7 @@ void LoadKeys(Store &store, Tree &tree, Equals *equals) {
         const bool isGone = Number(rows, 5) != 0 || (!deleted.empty() && deleted.contains(store.lastKeyRow));
         Key *parent = isGone ? tree.graveyard.get() : &KeyOf(tree, Word(rows, 2));
         if (number <= ROOT_COUNT || number > MAX_KEY_NUMBER || FindNumber(tree, number) != nullptr ||
-            parent->depth == MAX_DEPTH)
+            parent->depth >= MAX_LOADED_DEPTH)
             Damaged("key " + std::to_string(number) + " cannot be");
         auto key = std::make_unique<Key>();
         key->number = number;
@@ -154,4 +150,5 @@ void LoadTree(Store &store, Tree &tree) {
     if (!Next(store, counters)) Damaged("no counters");
     tree.lastNumber = store.lastNumber = store.lastNumberInFile = Word(counters, 0);
     TellApart(store, equals);
+    MoveIntoViews(store, tree);
 }

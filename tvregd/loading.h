@@ -3,7 +3,8 @@
 //
 // Volatile keys of an earlier daemon, and deleted ones whose rows it had not erased, are buried. Entries of one key
 // that have the same name, which an earlier version told apart by the case of letters beyond ASCII, are told apart by a
-// number behind the name of all but the first: "Ärger", "ärger (2)". A line on stderr tells of each.
+// number behind the name of all but the first: "Ärger", "ärger (2)". A line on stderr tells of each. What lies below a
+// root that shows other keys (views.h) is moved to them.
 #pragma once
 
 #include "tvregd/store.h"

@@ -4,6 +4,7 @@
 
 #include "tvregd/graveyard.h"
 #include "tvregd/seeds.h"
+#include "tvregd/views.h"
 
 #include <algorithm>
 #include <exception>
@@ -13,7 +14,10 @@ namespace {
 // Finds the key that a handle names and looks at it.
 std::uint32_t FindKey(Registry &registry, std::uint32_t handle, Key **key) {
     const std::uint32_t rc = FindHandle(registry.tree, handle, key);
-    if (rc == 0) Look(registry, **key);
+    if (rc == 0) {
+        *key = &Shown(registry, **key);
+        Look(registry, **key);
+    }
     if (rc == ERROR_KEY_DELETED && registry.group.isOpen) registry.isProvisional = true; // perhaps just now
     return rc;
 }
@@ -67,6 +71,13 @@ std::uint32_t MakeKeys(Tree &tree, Key &parent, std::string_view path, const std
     return 0;
 }
 
+// Makes the key that a root shows, if it is one that shows nothing yet.
+std::uint32_t MakeShown(Registry &registry, Key **key) {
+    const View *view = ViewOf(**key);
+    std::uint32_t disposition = 0;
+    return view == nullptr ? 0 : CreateKey(registry, view->shownBelow, view->path, {}, 0, key, &disposition);
+}
+
 } // namespace
 
 std::uint32_t OpenKey(Registry &registry, std::uint32_t handle, std::string_view path, Key **key) {
@@ -83,6 +94,7 @@ std::uint32_t CreateKey(Registry &registry, std::uint32_t handle, std::string_vi
     if (const std::uint32_t rc = Walk(registry, handle, path, key, &rest); rc != 0) return rc;
     if ((options & ~REG_OPTION_VOLATILE) != 0) return ERROR_INVALID_PARAMETER;
     if (rest.empty()) return 0;
+    if (const std::uint32_t rc = MakeShown(registry, key); rc != 0) return rc;
 
     Key &parent = **key;
     std::vector<std::unique_ptr<Key>> made;
@@ -109,7 +121,8 @@ std::uint32_t CreateKey(Registry &registry, std::uint32_t handle, std::string_vi
 std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_view path) {
     Key *key = nullptr;
     if (const std::uint32_t rc = OpenKey(registry, handle, path, &key); rc != 0) return rc;
-    if (key->parent == nullptr) return ERROR_ACCESS_DENIED; // 5
+    const bool isRoot = path.empty() && handle >= HKEY_CLASSES_ROOT;
+    if (isRoot) return ERROR_ACCESS_DENIED; // 5
     bool isErased = false;
     const std::uint64_t now = FileTimeNow();
     if (const std::uint32_t rc = WriteRows(registry, 0,
@@ -177,6 +190,7 @@ std::uint32_t SetValue(Registry &registry, std::uint32_t handle, std::string_vie
     if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     if (name.size() > MAX_VALUE_NAME) return ERROR_INVALID_PARAMETER;
     if (data.size() > MAX_VALUE_BYTES) return ERROR_FILE_TOO_LARGE; // 223
+    if (const std::uint32_t rc = MakeShown(registry, &key); rc != 0) return rc;
     Value value{std::string(name), type, std::string(data)};
     Value *present = FindValue(*key, name);
     const std::uint64_t now = FileTimeNow();

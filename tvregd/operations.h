@@ -5,7 +5,8 @@
 // deleted; 112, 8 or 1016 when the database cannot be written (a text goes to stderr); and what stands beside it. What
 // is changed is changed at once, and stored when its group is committed (group.h): `isProvisional` says whether the
 // answer has to wait for that. A path is names of keys with one backslash between them; one at its end is allowed, an
-// empty path is the key itself. Pointers handed back are borrowed until the next change.
+// empty path is the key itself. Some roots show keys below other roots (views.h). Pointers handed back are borrowed
+// until the next change.
 #pragma once
 
 #include "tvregd/group.h"

@@ -163,10 +163,13 @@ Store::Store(int lock, const std::string &file, Durability durable)
       insertKey(database, "INSERT INTO keys VALUES (?, ?, ?, ?, ?, ?, ?)"),
       touchKey(database, "UPDATE keys SET written = ? WHERE position = ?"),
       nameKey(database, "UPDATE keys SET name = ? WHERE position = ?"),
+      classKey(database, "UPDATE keys SET class = ? WHERE position = ?"),
+      moveKey(database, "UPDATE keys SET position = ?, parent = ? WHERE position = ?"),
       eraseKey(database, "DELETE FROM keys WHERE position = ?"),
       insertValue(database, "INSERT INTO key_values VALUES (?, ?, ?, ?, ?, ?)"),
       replaceValue(database, "UPDATE key_values SET type = ?, data = ?, written = ? WHERE id = ?"),
       nameValue(database, "UPDATE key_values SET name = ? WHERE id = ?"),
+      moveValue(database, "UPDATE key_values SET id = ?, key = ?, name = ? WHERE id = ?"),
       eraseValue(database, "DELETE FROM key_values WHERE id = ?"),
       bury(database, "INSERT INTO deleted_keys VALUES (?)"),
       forget(database, "DELETE FROM deleted_keys WHERE position = ?"),
@@ -217,6 +220,14 @@ void StoreTouched(Store &store, const Key &key, std::uint64_t written) {
 
 void StoreKeyName(Store &store, const Key &key) { Run(store.nameKey, key.name, key.row); }
 
+void StoreKeyClass(Store &store, const Key &key) { Run(store.classKey, key.keyClass, key.row); }
+
+void StoreKeyMoved(Store &store, Key &key) {
+    const std::int64_t before = key.row;
+    key.row = ++store.lastKeyRow;
+    Run(store.moveKey, key.row, key.parent->number, before);
+}
+
 void StoreValue(Store &store, const Key &key, Value &value, std::uint64_t written) {
     value.row = ++store.lastValueRow;
     Run(store.insertValue, value.row, key.number, value.name, value.type, Blob{value.data}, Stored(written));
@@ -227,6 +238,12 @@ void StoreValueReplaced(Store &store, const Value &value, const Value &by, std::
 }
 
 void StoreValueName(Store &store, const Value &value) { Run(store.nameValue, value.name, value.row); }
+
+void StoreValueMoved(Store &store, Value &value, const Key &key) {
+    const std::int64_t before = value.row;
+    value.row = ++store.lastValueRow;
+    Run(store.moveValue, value.row, key.number, value.name, before);
+}
 
 void EraseKey(Store &store, const Key &key) { Run(store.eraseKey, key.row); }
 

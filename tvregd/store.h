@@ -32,8 +32,8 @@ struct Store {
     Durability durability;
     SQLite::Database database;
     SQLite::Statement begin, commit, rollback;
-    SQLite::Statement insertKey, touchKey, nameKey, eraseKey;
-    SQLite::Statement insertValue, replaceValue, nameValue, eraseValue;
+    SQLite::Statement insertKey, touchKey, nameKey, classKey, moveKey, eraseKey;
+    SQLite::Statement insertValue, replaceValue, nameValue, moveValue, eraseValue;
     SQLite::Statement bury, forget;
     SQLite::Statement putLastNumber;
     std::int64_t lastKeyRow = 0, lastValueRow = 0; // given out last: entries are listed in the order of their rows
@@ -58,12 +58,18 @@ void RollBack(Store &store) noexcept; // also when SQLite has done so by itself
 void StoreKeys(Store &store, const std::vector<std::unique_ptr<Key>> &keys);
 void StoreTouched(Store &store, const Key &key, std::uint64_t written);
 void StoreKeyName(Store &store, const Key &key);
+void StoreKeyClass(Store &store, const Key &key);
+
+// Stores that a key hangs below its parent now, as the last one, and gives it its new row.
+void StoreKeyMoved(Store &store, Key &key);
 
 // Stores a new value of a key, which gets the time `written`, and gives it its row.
 void StoreValue(Store &store, const Key &key, Value &value, std::uint64_t written);
 // Another type and other data for a value that is there; its key gets the time `written`.
 void StoreValueReplaced(Store &store, const Value &value, const Value &by, std::uint64_t written);
 void StoreValueName(Store &store, const Value &value);
+// A value, perhaps with another name, is now a key's last one: gives it its new row.
+void StoreValueMoved(Store &store, Value &value, const Key &key);
 
 // Rows that go. A key's own row only: those of its values and subkeys are somebody's to erase before.
 void EraseKey(Store &store, const Key &key);

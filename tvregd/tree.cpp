@@ -123,6 +123,8 @@ std::uint32_t TakeNumber(Tree &tree) {
 
 // --- keys ---
 
+std::string PathOf(const Key &key) { return key.parent != nullptr ? PathOf(*key.parent) + '\\' + key.name : key.name; }
+
 Key *FindSubKey(const Key &key, std::string_view name) { return Find(key.subKeys, name); }
 
 static void HangBelow(Tree &tree, Key &parent, Key &key) {

@@ -87,7 +87,7 @@ struct Tree {
 constexpr std::uint32_t ROOT_COUNT = 7;
 // Handles have 23 bits for the number: 0 to 19 and 28 to 30. Bits 20 to 27 are the client's, bit 31 marks the roots.
 constexpr std::uint32_t MAX_KEY_NUMBER = 0x7FFFFF;
-constexpr std::uint32_t MAX_DEPTH = 512;
+constexpr std::uint32_t MAX_DEPTH = 512; // of a key that is made
 
 // Makes a tree of the seven roots without subkeys and values.
 Tree MakeTree();
@@ -103,6 +103,18 @@ Key *FindNumber(const Tree &tree, std::uint32_t number);
 
 // The next number that no key has; 0 when all are taken. Advances lastNumber.
 std::uint32_t TakeNumber(Tree &tree);
+
+// The names from a root down to a key, with backslashes between them.
+std::string PathOf(const Key &key);
+
+// The name with a number behind it, "name (2)", that is not taken.
+template <typename IsTaken>
+std::string NumberedName(const std::string &name, IsTaken isTaken) {
+    for (int number = 2;; ++number) {
+        std::string numbered = name + " (" + std::to_string(number) + ")";
+        if (!isTaken(numbered)) return numbered;
+    }
+}
 
 Key *FindSubKey(const Key &key, std::string_view name); // null when there is none
 Value *FindValue(const Key &key, std::string_view name);

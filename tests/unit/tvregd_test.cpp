@@ -246,16 +246,16 @@ TEST_F(Tvregd, too_long_names_and_too_deep_keys_answer_87_and_make_nothing) {
     std::string deep = "d";
     for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth)
         deep += "\\d";
-    EXPECT_EQ(CodeOfMake(HKEY_CLASSES_ROOT, deep), 0u);
+    EXPECT_EQ(CodeOfMake(HKEY_CURRENT_CONFIG, deep), 0u);
     EXPECT_EQ(CodeOfMake(HKEY_USERS, deep + "\\d"), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre());
     EXPECT_EQ(Set(HKEY_USERS, std::string(MAX_VALUE_NAME, 'v'), ""), 0u);
     EXPECT_EQ(Set(HKEY_USERS, std::string(MAX_VALUE_NAME + 1, 'v'), ""),
               static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     Restart();
-    EXPECT_EQ(CodeOfOpen(HKEY_CLASSES_ROOT, deep), 0u);
-    EXPECT_EQ(DeleteKey(registry, HKEY_CLASSES_ROOT, "d"), 0u);
-    EXPECT_THAT(SubKeys(HKEY_CLASSES_ROOT), ElementsAre());
+    EXPECT_EQ(CodeOfOpen(HKEY_CURRENT_CONFIG, deep), 0u);
+    EXPECT_EQ(DeleteKey(registry, HKEY_CURRENT_CONFIG, "d"), 0u);
+    EXPECT_THAT(SubKeys(HKEY_CURRENT_CONFIG), ElementsAre());
 }
 
 TEST_F(Tvregd, keys_and_values_are_listed_in_the_order_in_which_they_came) {
@@ -416,6 +416,81 @@ TEST_F(Tvregd, erasing_that_fails_is_tried_again_later) {
 
 TEST_F(Tvregd, a_root_cannot_be_deleted) {
     EXPECT_EQ(DeleteKey(registry, HKEY_USERS, ""), static_cast<std::uint32_t>(ERROR_ACCESS_DENIED));
+}
+
+// --- roots that show other keys ---
+
+TEST_F(Tvregd, two_roots_show_keys_below_other_roots_and_make_them_when_they_are_written_to) {
+    for (const auto &[root, above, path] : {std::tuple{HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE, "Software\\Classes"},
+                                            std::tuple{HKEY_CURRENT_USER, HKEY_USERS, ".Default"}}) {
+        EXPECT_EQ(Open(root, ""), root) << "shows nothing yet";
+        EXPECT_THAT(SubKeys(root), ElementsAre());
+        EXPECT_THAT(Values(root), ElementsAre());
+        EXPECT_EQ(CodeOfOpen(root, "x"), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+        EXPECT_EQ(CodeOfOpen(above, path), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND)) << "looking makes nothing";
+        const std::uint32_t made = Make(root, "x\\y");
+        EXPECT_EQ(Open(above, path + std::string("\\X\\Y")), made);
+        EXPECT_EQ(Open(root, ""), Open(above, path));
+        EXPECT_THAT(SubKeys(root), ElementsAre("x"));
+        EXPECT_EQ(DeleteKey(registry, root, ""), static_cast<std::uint32_t>(ERROR_ACCESS_DENIED)) << "a root";
+        EXPECT_EQ(DeleteKey(registry, above, path), 0u);
+        EXPECT_THAT(SubKeys(root), ElementsAre());
+        EXPECT_EQ(Set(root, "v", "1"), 0u);
+        EXPECT_EQ(Get(Open(above, path), "v")->data, "1");
+        Restart();
+        EXPECT_THAT(Values(root), ElementsAre("v"));
+        EXPECT_EQ(DeleteValue(registry, root, "v"), 0u);
+        EXPECT_THAT(Values(Open(above, path)), ElementsAre());
+    }
+}
+
+TEST_F(Tvregd, an_answer_through_a_root_that_shows_an_uncommitted_change_is_provisional) {
+    (void)Make(HKEY_USERS, "quiet");
+    EXPECT_EQ(CommitGroup(registry), 0u);
+    EXPECT_TRUE(IsProvisional([&] { (void)Make(HKEY_USERS, ".Default\\x"); }));
+    EXPECT_TRUE(IsProvisional([&] { EXPECT_EQ(SubKeys(HKEY_CURRENT_USER).size(), 1u); }));
+    EXPECT_EQ(CommitGroup(registry), 0u);
+    EXPECT_TRUE(IsProvisional([&] { EXPECT_EQ(DeleteKey(registry, HKEY_USERS, ".Default"), 0u); }));
+    EXPECT_TRUE(IsProvisional([&] { EXPECT_EQ(SubKeys(HKEY_CURRENT_USER).size(), 0u); }));
+}
+
+// As an earlier version has left it: with content of their own below these roots.
+TEST_F(Tvregd, what_lay_below_a_root_that_shows_other_keys_is_moved_to_them_and_nothing_is_lost) {
+    const std::uint32_t there = Make(HKEY_LOCAL_MACHINE, "Software\\Classes\\.txt\\shell");
+    const std::uint32_t txt = Open(HKEY_LOCAL_MACHINE, "Software\\Classes\\.txt");
+    EXPECT_EQ(Set(txt, "same", "1"), 0u);
+    EXPECT_EQ(Set(txt, "differs", "there"), 0u);
+    EXPECT_EQ(CommitGroup(registry), 0u);
+    store->database.exec(R"(
+        INSERT INTO keys VALUES (5000, 1, 5000, '.TXT', 'kind', 0, 7), (5001, 5000, 5001, 'shell', NULL, 0, 7),
+            (5002, 5001, 5002, 'open', NULL, 0, 7), (5003, 1, 5003, '.doc', NULL, 0, 7),
+            (5004, 5003, 5004, 'below', NULL, 0, 7), (5005, 2, 5005, 'mine', NULL, 0, 7);
+        INSERT INTO key_values VALUES (600, 1, 'own', 1, x'61', 7), (601, 5000, 'SAME', 1, x'31', 7),
+            (602, 5000, 'Differs', 1, x'32', 7), (603, 5002, 'deep', 3, x'0001', 7), (604, 2, 'me', 1, x'62', 7);
+        UPDATE counters SET last_number = 5005;)");
+    testing::internal::CaptureStderr();
+    Restart();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("another value has the name of Differs, which is Differs (2) now"));
+    for (int opened = 0; opened < 2; ++opened) {
+        EXPECT_THAT(SubKeys(HKEY_CLASSES_ROOT), ElementsAre(".txt", ".doc"));
+        EXPECT_THAT(Values(HKEY_CLASSES_ROOT), ElementsAre("own"));
+        EXPECT_THAT(Values(txt), ElementsAre("same", "differs", "Differs (2)"));
+        EXPECT_EQ(Get(txt, "differs")->data, "there");
+        EXPECT_EQ(Get(txt, "differs (2)")->data, "2");
+        Key *key = nullptr;
+        ASSERT_EQ(OpenKey(registry, txt, "", &key), 0u);
+        EXPECT_EQ(key->keyClass, "kind");
+        EXPECT_THAT(SubKeys(there), ElementsAre("open"));
+        EXPECT_EQ(Get(Open(there, "open"), "deep")->data, std::string("\0\1", 2));
+        EXPECT_EQ(Open(HKEY_CLASSES_ROOT, ".doc\\below"), 5004u) << "keeps its handle";
+        EXPECT_EQ(Open(HKEY_USERS, ".default\\mine"), 5005u);
+        EXPECT_THAT(Values(HKEY_CURRENT_USER), ElementsAre("me"));
+        EXPECT_EQ(CodeOfOpen(5000, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
+        Restart();
+    }
+    EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM keys WHERE parent IN (1, 2)").getInt(), 0);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 9);
 }
 
 TEST_F(Tvregd, handles_hold_over_a_restart_and_leave_the_clients_bits_clear) {
