@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 # TvServices: the libraries of the Win32 service daemon.
+#   TvServices::base       what Win32 service programs use between their service calls
 #   TvServices::registry   the Win32 registry functions
 #   TvServices::service    the Win32 service functions, for clients and service programs
 # Each with _static behind the name is the static library. Those that are installed are there.

@@ -22,6 +22,7 @@
 #ifndef TV_WINSVC_H
 #define TV_WINSVC_H
 
+#include "tv/lasterror.h"
 #include "tv/winerror.h"
 #include "tv/wintypes.h"
 
@@ -97,12 +98,6 @@ typedef struct SERVICE_STATUS {
     DWORD dwCheckPoint;
     DWORD dwWaitHint; /* milliseconds */
 } SERVICE_STATUS, *LPSERVICE_STATUS;
-
-/* --- last error ------------------------------------------------------------------------------------------------- */
-
-/* The code of the calling thread's last failure; each thread has its own, 0 at first. */
-DWORD GetLastError(void);
-void SetLastError(DWORD dwErrCode);
 
 /* --- the client side -------------------------------------------------------------------------------------------- */
 

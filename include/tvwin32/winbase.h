@@ -1,17 +1,15 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * winbase: what service programs use of Win32 between their service calls.
+ * winbase: tv/winbase.h, and the macros that Win32 sources expect beside it.
  */
 #ifndef TVWIN32_WINBASE_H
 #define TVWIN32_WINBASE_H
 
+#include "tv/winbase.h"
 #include "winerror.h"
 #include "winnt.h"
 
 #include <string.h>
-
-#define INFINITE 0xFFFFFFFFu
-#define INVALID_HANDLE_VALUE ((HANDLE)(LONG_PTR)-1)
 
 #define CopyMemory(to, from, bytes) ((void)memcpy((to), (from), (bytes)))
 #define MoveMemory(to, from, bytes) ((void)memmove((to), (from), (bytes)))

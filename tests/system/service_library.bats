@@ -72,12 +72,12 @@ withDaemons() { # CLIENT SERVICE
 }
 
 @test "the library exports the functions of its header and no others" {
-    declared=$(sed -nE 's/^(DWORD|void|BOOL|SC_HANDLE|SC_LOCK|SERVICE_STATUS_HANDLE) (\w+)\(.*/\2/p' "$prefix/include/tv/winsvc.h" | sort)
+    declared=$(sed -nE 's/^(DWORD|void|BOOL|SC_HANDLE|SC_LOCK|SERVICE_STATUS_HANDLE) (\w+)\(.*/\2/p' "$prefix"/include/tv/{winsvc,lasterror}.h | sort)
     exported=$(nm -D --defined-only "$libraryFolder/libtvsvc.so" | awk '$2 == "T" { sub(/@.*/, "", $3); print $3 }' | sort)
     [ "$(wc -l <<<"$declared")" -eq 30 ]
     [ "$declared" = "$exported" ]
 }
 
-@test "the installed headers are the three that the library needs" {
-    [ "$(ls "$prefix/include/tv" | tr '\n' ' ')" = "winerror.h winsvc.h wintypes.h " ]
+@test "the installed headers are the four that the library needs" {
+    [ "$(ls "$prefix/include/tv" | tr '\n' ' ')" = "lasterror.h winerror.h winsvc.h wintypes.h " ]
 }

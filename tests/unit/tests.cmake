@@ -1,6 +1,9 @@
 # SPDX-License-Identifier: MIT
 # One line a test program, in alphabetical order.
 tv_unit_test(autostart tv_test_registry)
+tv_unit_test(base_messages tv_base)
+tv_unit_test(base_program tv_base)
+tv_unit_test(base_waits tv_base)
 tv_unit_test(boot_plan tvsc_plan tv_test_registry)
 tv_unit_test(codec servd_wire tv_registry tv_test_allocations)
 tv_unit_test(database tv_test_registry)

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+// What a program learns of itself: its file, its arguments, its numbers.
+#include "tests/support/win32_handle.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+std::string OwnPath() { return std::filesystem::read_symlink("/proc/self/exe").string(); }
+
+TEST(GetModuleFileName, is_the_path_of_the_program) {
+    char path[PATH_MAX];
+    EXPECT_EQ(GetModuleFileNameA(nullptr, path, sizeof path), OwnPath().size());
+    EXPECT_EQ(path, OwnPath());
+    EXPECT_EQ(GetModuleFileNameA(GetModuleHandleA(nullptr), path, sizeof path), OwnPath().size());
+    WCHAR wide[PATH_MAX];
+    EXPECT_EQ(GetModuleFileNameW(GetModuleHandleW(nullptr), wide, PATH_MAX), OwnPath().size());
+    EXPECT_EQ(std::string(wide, wide + OwnPath().size() + 1), OwnPath() + '\0');
+}
+
+TEST(GetModuleFileName, room_one_below_at_and_above_what_is_needed) {
+    const std::string own = OwnPath();
+    const auto needed = static_cast<DWORD>(own.size() + 1);
+    std::vector<char> path(needed + 1, '#');
+    SetLastError(0);
+    EXPECT_EQ(GetModuleFileNameA(nullptr, path.data(), needed - 1), needed - 1);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(path.data(), own.substr(0, own.size() - 1));
+    EXPECT_EQ(path[needed - 1], '#');
+    SetLastError(0);
+    EXPECT_EQ(GetModuleFileNameA(nullptr, path.data(), needed), needed - 1);
+    EXPECT_EQ(GetModuleFileNameA(nullptr, path.data(), needed + 1), needed - 1);
+    EXPECT_EQ(GetLastError(), 0u);
+
+    std::vector<WCHAR> wide(needed + 1, u'#');
+    EXPECT_EQ(GetModuleFileNameW(nullptr, wide.data(), needed - 1), needed - 1);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(wide[needed - 2], 0);
+    EXPECT_EQ(wide[needed - 1], u'#');
+    EXPECT_EQ(GetModuleFileNameW(nullptr, wide.data(), needed), needed - 1);
+}
+
+TEST(GetModuleFileName, no_room_is_87_and_another_module_126) {
+    char path[16];
+    WCHAR wide[16];
+    int other = 0;
+    EXPECT_CODE(GetModuleFileNameA(nullptr, nullptr, 16), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(GetModuleFileNameA(nullptr, path, 0), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(GetModuleFileNameA(&other, path, sizeof path), ERROR_MOD_NOT_FOUND);
+    EXPECT_CODE(GetModuleFileNameW(nullptr, nullptr, 16), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(GetModuleFileNameW(&other, wide, 16), ERROR_MOD_NOT_FOUND);
+}
+
+// Runs this program again, for the one test below that does what TV_CHILD says.
+std::string RunChild(const std::string &program, const std::string &what, const std::string &arguments = "") {
+    const std::string command = "TV_CHILD=" + what + " " + program + " --gtest_filter=Child.* " + arguments + " 2>&1";
+    FILE *output = popen(command.c_str(), "r");
+    std::string text;
+    for (int c = 0; (c = fgetc(output)) != EOF;) {
+        text += static_cast<char>(c);
+    }
+    EXPECT_EQ(pclose(output), 0) << text;
+    const std::size_t begin = text.find('<'), end = text.rfind('>');
+    return end == std::string::npos ? text : text.substr(begin + 1, end - begin - 1);
+}
+
+TEST(Child, tells_what_it_is_asked) {
+    const char *what = std::getenv("TV_CHILD");
+    if (what == nullptr) return;
+    if (what == std::string("replaced")) {
+        ASSERT_EQ(unlink(OwnPath().c_str()), 0);
+    }
+    char path[PATH_MAX];
+    ASSERT_NE(GetModuleFileNameA(nullptr, path, sizeof path), 0u);
+    printf("<%s>\n", what == std::string("line") ? GetCommandLineA() : path);
+}
+
+// A service goes on while a package manager puts a new file in the place of its program.
+TEST(GetModuleFileName, of_a_program_whose_file_was_replaced_is_the_path_that_it_had) {
+    const std::string copy = testing::TempDir() + "replaced" + std::to_string(getpid());
+    std::filesystem::copy_file(OwnPath(), copy);
+    EXPECT_EQ(RunChild(copy, "path"), copy);
+    EXPECT_EQ(RunChild(copy, "replaced"), copy);
+    EXPECT_FALSE(std::filesystem::exists(copy));
+}
+
+TEST(GetCommandLine, quotes_as_Win32_programs_take_lines_apart) {
+    const std::string line = RunChild(OwnPath(), "line", R"(plain 'a b' '' 'q"q' 'back\slash' 'C:\a b\' 'x\"y z')");
+    const std::string expected = R"( plain "a b" "" "q\"q" back\slash "C:\a b\\" "x\\\"y z")";
+    EXPECT_EQ(line, OwnPath() + " --gtest_filter=Child.*" + expected);
+}
+
+TEST(GetModuleHandle, of_a_name_is_126) {
+    EXPECT_CODE(GetModuleHandleA("kernel32") != nullptr, ERROR_MOD_NOT_FOUND);
+    EXPECT_CODE(GetModuleHandleW(Wide(u"kernel32")) != nullptr, ERROR_MOD_NOT_FOUND);
+}
+
+TEST(GetCommandLine, begins_with_the_program_and_is_the_same_each_time) {
+    const std::string line = GetCommandLineA();
+    EXPECT_NE(line.find("base_program_test"), std::string::npos) << line;
+    EXPECT_EQ(GetCommandLineA(), GetCommandLineA());
+    EXPECT_EQ(std::string(GetCommandLineW(), GetCommandLineW() + line.size()), line);
+}
+
+TEST(GetCurrentProcessId, and_the_thread_s_are_the_kernel_s) {
+    EXPECT_EQ(GetCurrentProcessId(), static_cast<DWORD>(getpid()));
+    EXPECT_EQ(GetCurrentThreadId(), static_cast<DWORD>(gettid()));
+    std::thread([] { EXPECT_NE(GetCurrentThreadId(), GetCurrentProcessId()); }).join();
+}
+
+TEST(OutputDebugString, goes_to_standard_error_as_it_is) {
+    testing::internal::CaptureStderr();
+    OutputDebugStringA("a %s b\n");
+    OutputDebugStringW(Wide(u"w\u00E4\n"));
+    OutputDebugStringA(nullptr);
+    OutputDebugStringW(nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "a %s b\nw\xC3\xA4\n");
+}
+
+} // namespace

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+// processes: their handles, which are process descriptors of the kernel, and their end.
+//
+// One thread watches all processes that somebody has waited for; it is started with the first and stays.
+#include "tvbase/processes.h"
+
+#include "tvbase/result.h"
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <thread>
+#include <unordered_map>
+
+namespace {
+
+constexpr int shellSignalBase = 128; // a process that a signal ended has this plus the signal, as in a shell
+
+// Belongs to the lock of all objects. A descriptor that was closed has left the epoll set by itself, and its number may
+// stand for another process by now.
+struct Watch {
+    int epoll = -1;
+    std::unordered_map<int, std::weak_ptr<Object>> processes; // by descriptor
+};
+
+Watch &TheWatch() {
+    static Watch *const watch = new Watch; // for ever: its thread uses it while the process ends
+    return *watch;
+}
+
+bool HasEnded(int descriptor) {
+    pollfd process = {descriptor, POLLIN, 0};
+    return poll(&process, 1, 0) == 1;
+}
+
+DWORD CodeOf(const siginfo_t &info) {
+    const int code = info.si_code == CLD_EXITED ? info.si_status : shellSignalBase + info.si_status;
+    return static_cast<DWORD>(code);
+}
+
+// The end is left to whoever waits for it by Unix's means.
+void NoteEnd(const ObjectsLock &lock, Object *process) {
+    siginfo_t info = {};
+    const auto descriptor = static_cast<id_t>(process->descriptor);
+    process->codeKnown = waitid(P_PIDFD, descriptor, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
+    SignalEnd(lock, process, process->codeKnown ? CodeOf(info) : 0);
+}
+
+// An end that shows at this descriptor.
+void TakeEnd(int descriptor) {
+    ObjectRef process; // let go of behind the lock
+    const ObjectsLock lock = LockObjects();
+    const auto found = TheWatch().processes.find(descriptor);
+    if (found == TheWatch().processes.end()) return;
+    process = found->second.lock();
+    if (process != nullptr && !HasEnded(descriptor)) return;
+    TheWatch().processes.erase(found);
+    if (process == nullptr) return;
+    (void)epoll_ctl(TheWatch().epoll, EPOLL_CTL_DEL, descriptor, nullptr);
+    if (!process->ended) NoteEnd(lock, process.get());
+}
+
+[[noreturn]] void WatchForEver(int epoll) {
+    for (;;) {
+        epoll_event event;
+        if (epoll_wait(epoll, &event, 1, -1) == 1) TakeEnd(event.data.fd);
+    }
+}
+
+// The thread takes none of the program's signals.
+void StartWatching(Watch *watch) {
+    sigset_t all, before;
+    (void)sigfillset(&all);
+    const int epoll = epoll_create1(EPOLL_CLOEXEC);
+    if (epoll < 0) throw std::bad_alloc();
+    (void)pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+        std::thread(WatchForEver, epoll).detach();
+    } catch (...) {
+        (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        (void)close(epoll);
+        throw;
+    }
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    watch->epoll = epoll;
+}
+
+void EnterInWatch(const ObjectRef &process) {
+    Watch &watch = TheWatch();
+    if (watch.epoll < 0) StartWatching(&watch);
+    watch.processes[process->descriptor] = process;
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.fd = process->descriptor;
+    if (epoll_ctl(watch.epoll, EPOLL_CTL_ADD, process->descriptor, &event) != 0 && errno != EEXIST)
+        throw std::bad_alloc();
+}
+
+// glibc's own function cannot be linked from C++ before its version 2.37.
+int OpenDescriptor(pid_t id) { return static_cast<int>(syscall(SYS_pidfd_open, id, 0)); }
+
+DWORD OpenById(DWORD id, HANDLE *handle) {
+    const ObjectRef process = std::make_shared<Object>(ObjectKind::process);
+    process->id = id;
+    process->descriptor = OpenDescriptor(static_cast<pid_t>(id));
+    if (process->descriptor < 0) {
+        if (errno == ESRCH || errno == EINVAL) return ERROR_INVALID_PARAMETER;
+        return errno == ENOSYS ? ERROR_NOT_SUPPORTED : ERROR_NOT_ENOUGH_MEMORY;
+    }
+    *handle = OpenObject(LockObjects(), process);
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+void WatchProcess(const ObjectRef &object, bool untilItEnds) {
+    const ObjectsLock lock = LockObjects();
+    if (object->kind != ObjectKind::process || object->descriptor < 0 || object->ended) return;
+    if (HasEnded(object->descriptor)) {
+        NoteEnd(lock, object.get());
+    } else if (untilItEnds) {
+        EnterInWatch(object);
+    }
+}
+
+HANDLE OpenProcess(DWORD, BOOL, DWORD dwProcessId) {
+    HANDLE handle = nullptr;
+    (void)Answer(Guarded([&] { return OpenById(dwProcessId, &handle); }));
+    return handle;
+}
+
+BOOL GetExitCodeProcess(HANDLE hProcess, LPDWORD lpExitCode) {
+    if (lpExitCode == nullptr) return Answer(ERROR_INVALID_PARAMETER);
+    const ObjectRef process = FindObject(hProcess, ObjectKind::process);
+    if (process == nullptr) return Answer(ERROR_INVALID_HANDLE);
+    const ObjectsLock lock = LockObjects();
+    if (!process->ended && process->descriptor >= 0 && HasEnded(process->descriptor)) NoteEnd(lock, process.get());
+    *lpExitCode = process->exitCode;
+    return Answer(process->codeKnown ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED);
+}
+
+DWORD GetCurrentProcessId() { return static_cast<DWORD>(getpid()); }
+
+void ExitProcess(unsigned uExitCode) {
+    constexpr unsigned lowByte = 0xFF;
+    const unsigned status = uExitCode & lowByte;
+    std::exit(static_cast<int>(status == 0 && uExitCode != 0 ? lowByte : status));
+}
