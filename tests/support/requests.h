@@ -5,36 +5,8 @@
 #include "servd/servd_xdr.h"
 #include "tests/support/raw_rpc.h"
 
-#include <iterator>
+#include <type_traits>
 #include <vector>
-
-// The argument of a procedure, a letter for each field: u a number, s a string, c a char-array, l an argument list.
-struct RequestForm {
-    std::uint32_t procedure;
-    const char *fields;
-};
-
-inline constexpr RequestForm requestForms[] = {
-    {CONNECT_SERVICE, "s"},
-    {CREATE_SERVICE, "ssuuusscsu"},
-    {OPEN_SERVICE, "su"},
-    {DELETE_SERVICE, "u"},
-    {CLOSE_SERVICE, "u"},
-    {LOCK_SERVICE, "us"},
-    {UNLOCK_SERVICE, "u"},
-    {QUERY_LOCK_SERVICE, "u"},
-    {START_SERVICE, "ulu"},
-    {CONTROL_SERVICE, "uu"},
-    {SET_STATUS_SERVICE, "uuuuuuuu"},
-    {DUMMY_SERVICE, "u"},
-    {QUERY_STATUS_SERVICE, "u"},
-    {ENUM_STATUS_SERVICE, "uuuu"},
-    {GET_DISPLAY_SERVICE, "s"},
-    {GET_KEY_SERVICE, "s"},
-    {ENUM_DEPEND_SERVICE, "uuu"},
-    {QUERY_CONFIG_SERVICE, "u"},
-    {CHANGE_CONFIG_SERVICE, "uuuuccccccu"},
-};
 
 struct Request {
     std::string bytes;
@@ -42,37 +14,67 @@ struct Request {
     std::vector<std::size_t> lengths; // offsets of the words that are lengths
 };
 
-// A whole argument: every number is `number`, every text of any kind `text`.
-inline Request MakeRequest(const RequestForm &form, std::uint32_t number, const std::string &text) {
-    Request request;
-    const auto addText = [&] {
-        request.lengths.push_back(request.bytes.size());
-        request.bytes += XdrString(text);
-    };
-    for (const char *field = form.fields; *field != '\0'; ++field) {
-        switch (*field) {
-        case 'u':
-            request.numbers.push_back(request.bytes.size());
-            request.bytes += Words({number});
-            break;
-        case 's': addText(); break;
-        case 'c':
-            request.lengths.push_back(request.bytes.size());
-            request.bytes += Words({static_cast<std::uint32_t>(text.size())});
-            for (const char character : text) {
-                request.bytes += Words({static_cast<std::uint32_t>(character)});
-            }
-            break;
-        default:
-            for (int link = 0; link < 2; ++link) {
-                request.bytes += Words({1});
-                addText();
-            }
-            request.bytes += Words({0});
-        }
+inline void AppendNumber(Request *request, std::uint32_t number) {
+    request->numbers.push_back(request->bytes.size());
+    request->bytes += Words({number});
+}
+
+inline void AppendText(Request *request, const std::string &text) {
+    request->lengths.push_back(request->bytes.size());
+    request->bytes += XdrString(text);
+}
+
+inline void AppendCharacters(Request *request, const std::string &text) {
+    request->lengths.push_back(request->bytes.size());
+    request->bytes += Words({static_cast<std::uint32_t>(text.size())});
+    for (const char character : text) {
+        request->bytes += Words({static_cast<std::uint32_t>(character)});
     }
+}
+
+// A whole record: every number is `number`, every text of any kind `text`, every list two links long.
+template <typename Record>
+void AppendRecord(Request *request, std::uint32_t number, const std::string &text) {
+    Record record = {};
+    VisitFields(record, [&]<typename Field>(Field &) {
+        if constexpr (std::is_integral_v<Field>) {
+            AppendNumber(request, number);
+        } else if constexpr (std::is_same_v<Field, char *>) {
+            AppendText(request, text);
+        } else if constexpr (std::is_same_v<Field, CharArray>) {
+            AppendCharacters(request, text);
+        } else if constexpr (std::is_pointer_v<Field>) {
+            for (int link = 0; link < 2; ++link) {
+                request->bytes += Words({1});
+                AppendRecord<std::remove_pointer_t<Field>>(request, number, text);
+            }
+            request->bytes += Words({0});
+        } else {
+            AppendRecord<Field>(request, number, text);
+        }
+    });
+}
+
+template <typename Argument>
+Request MakeRequest(std::uint32_t number, const std::string &text) {
+    Request request;
+    AppendRecord<Argument>(&request, number, text);
     return request;
 }
+
+struct RequestForm {
+    std::uint32_t procedure;
+    Request (*make)(std::uint32_t number, const std::string &text);
+};
+
+// Of every procedure but the one that ends the daemon.
+#define TV_REQUEST_FORM(number, name, handler, Argument) {name, MakeRequest<Argument>},
+inline const std::vector<RequestForm> requestForms = [] {
+    std::vector<RequestForm> forms = {SERVD_PROCEDURES(TV_REQUEST_FORM)};
+    std::erase_if(forms, [](const RequestForm &form) { return form.procedure == STOP_DAEMON_SERVICE; });
+    return forms;
+}();
+#undef TV_REQUEST_FORM
 
 inline std::string ServdCall(std::uint32_t procedure, const std::string &argument, std::uint32_t xid = 77) {
     return raw::Call(xid, SERVDAEMONPROG, SERVDAEMONVERS, procedure, argument);

@@ -169,7 +169,7 @@ TEST_F(Hazard, declared_lengths_without_data_are_refused_and_cost_nothing) {
     for (int round = 0; round <= rounds; ++round) {
         for (const RequestForm &form : requestForms) {
             for (const std::uint32_t lie : liedLengths) {
-                const Request request = MakeRequest(form, 0, "text");
+                const Request request = form.make(0, "text");
                 for (const std::size_t length : request.lengths) {
                     std::string argument = request.bytes;
                     argument.replace(length, 4, Words({lie}));

@@ -34,7 +34,7 @@ TEST_F(Hazard, every_argument_cut_at_every_byte_is_refused) {
     const Socket client = Connect();
     int requests = 0;
     for (const RequestForm &form : requestForms) {
-        const Request request = MakeRequest(form, 0xFFFFFFFF, "some text");
+        const Request request = form.make(0xFFFFFFFF, "some text");
         for (std::size_t kept = 0; kept < request.bytes.size(); ++kept) {
             ASSERT_TRUE(Send(client, AsMessage(ServdCall(form.procedure, request.bytes.substr(0, kept)))));
             ASSERT_EQ(ReadMessage(client), ServdFailure(GARBAGE_ARGS)) << form.procedure << " cut at " << kept;
@@ -54,7 +54,7 @@ TEST_F(Hazard, every_number_at_its_extremes_is_answered) {
     for (const RequestForm &form : requestForms) {
         if (form.procedure == START_SERVICE) continue; // valid handles would wait for a process
         for (const std::uint32_t base : {0xFFFFFFFFU, 1U}) {
-            const Request request = MakeRequest(form, base, "Alpha");
+            const Request request = form.make(base, "Alpha");
             for (const std::size_t number : request.numbers) {
                 for (const std::uint32_t extreme : extremes) {
                     std::string argument = request.bytes;

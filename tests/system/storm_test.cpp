@@ -172,7 +172,7 @@ double WorstOf(const std::vector<double> &values) {
 // Bytes that are no request, or one that cannot be decoded.
 std::string Malformed(Random *random) {
     const RequestForm &form = AnyForm(random);
-    Request request = MakeRequest(form, 0xFFFFFFFF, std::string(Below(random, 50), 't'));
+    Request request = form.make(0xFFFFFFFF, std::string(Below(random, 50), 't'));
     std::string bytes(Below(random, 200), '\0');
     switch (Below(random, 5)) {
     case 0:
