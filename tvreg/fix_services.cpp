@@ -2,6 +2,7 @@
 // fix_services: what is changed in a key, one value after the other.
 #include "tvreg/fix_services.h"
 
+#include "servd/service_keys.h"
 #include "tvreg/value_text.h"
 #include "util/ktl_strings.h"
 #include "util/string_list.h"
@@ -13,25 +14,42 @@
 
 namespace {
 
-constexpr std::string_view numberedSet = "ControlSet"; // and a number
+// What the values are called in a registry from elsewhere. There, each holds what it is named for.
+constexpr char servicesElsewhere[] = "DependOnService"; // several strings
+constexpr char groupsElsewhere[] = "DependOnGroup";
+constexpr char accountElsewhere[] = "ObjectName";
 
 bool IsSameName(std::string_view a, std::string_view b) {
     return _ktl_strcasecmp(std::string(a).c_str(), std::string(b).c_str()) == 0;
 }
 
+std::vector<std::string_view> NamesOf(std::string_view path) {
+    std::vector<std::string_view> names;
+    while (!path.empty()) {
+        const std::size_t length = std::min(path.find('\\'), path.size());
+        names.push_back(path.substr(0, length));
+        path.remove_prefix(std::min(length + 1, path.size()));
+    }
+    return names;
+}
+
+// Beside the current set of a kind stand numbered ones: CurrentControlSet, ControlSet001.
+bool IsNumberedSet(std::string_view name, std::string_view currentSet) {
+    constexpr std::string_view current = "Current";
+    if (!currentSet.starts_with(current)) return false;
+    const std::string_view set = currentSet.substr(current.size());
+    return IsSameName(name.substr(0, set.size()), set);
+}
+
 // The name of the service whose key this is; empty for any other key.
 std::string_view ServiceOf(const KeyPath &key) {
-    std::vector<std::string_view> names;
-    for (std::string_view rest = key.path; !rest.empty();) {
-        const std::size_t length = std::min(rest.find('\\'), rest.size());
-        names.push_back(rest.substr(0, length));
-        rest.remove_prefix(std::min(length + 1, rest.size()));
-    }
-    const bool isService = key.root == HKEY_LOCAL_MACHINE && names.size() == 4 && IsSameName(names[0], "SYSTEM") &&
-                           (IsSameName(names[1], "CurrentControlSet") ||
-                            IsSameName(names[1].substr(0, numberedSet.size()), numberedSet)) &&
-                           IsSameName(names[2], "Services");
-    return isService ? names[3] : std::string_view();
+    const std::vector<std::string_view> names = NamesOf(key.path), upper = NamesOf(servicesKeyPath);
+    const auto stands = [](std::string_view meant, std::string_view name) {
+        return IsSameName(name, meant) || IsNumberedSet(name, meant);
+    };
+    const bool isService = key.root == HKEY_LOCAL_MACHINE && names.size() == upper.size() + 1 &&
+                           std::equal(upper.begin(), upper.end(), names.begin(), stands);
+    return isService ? names.back() : std::string_view();
 }
 
 RegValue *Find(RegKey &key, std::string_view name) {
@@ -62,37 +80,38 @@ std::string UserOf(const std::string &account) {
 }
 
 void FixDependencies(RegKey &key, std::string_view service, std::vector<std::string> *remarks) {
-    const RegValue *services = Find(key, "DependOnService");
+    const RegValue *services = Find(key, servicesElsewhere);
     if (services == nullptr || services->type != REG_MULTI_SZ) return;
     std::vector<std::string> dependencies = SplitMultiString(services->data);
-    const RegValue *groups = Find(key, "DependOnGroup");
+    const RegValue *groups = Find(key, groupsElsewhere);
     for (const std::string &group : SplitMultiString(groups != nullptr ? groups->data : "")) {
         dependencies.push_back(group.front() == '+' ? group : "+" + group);
     }
-    Remove(key, "DependOnService");
-    if (!dependencies.empty()) Put(key, "DependOnGroup", REG_MULTI_SZ, dependencies);
-    remarks->push_back(fmt::format("~ {}: DependOnService, several strings -> DependOnGroup \"{}\"", service,
-                                   fmt::join(dependencies, "\", \"")));
+    Remove(key, servicesElsewhere);
+    if (!dependencies.empty()) Put(key, dependenciesValue, REG_MULTI_SZ, dependencies);
+    remarks->push_back(fmt::format("~ {}: {}, several strings -> {} \"{}\"", service, servicesElsewhere,
+                                   dependenciesValue, fmt::join(dependencies, "\", \"")));
 }
 
 void FixAccount(RegKey &key, std::string_view service, std::vector<std::string> *remarks) {
-    const RegValue *object = Find(key, "ObjectName");
+    const RegValue *object = Find(key, accountElsewhere);
     if (object == nullptr || object->type != REG_SZ) return;
     const std::string account = object->data.c_str();
     const std::string user = UserOf(account);
-    Remove(key, "ObjectName");
-    if (!user.empty()) Put(key, "DependOnService", REG_SZ, {user});
-    remarks->push_back(fmt::format("~ {}: ObjectName \"{}\" -> {}", service, account,
+    Remove(key, accountElsewhere);
+    if (!user.empty()) Put(key, accountValue, REG_SZ, {user});
+    remarks->push_back(fmt::format("~ {}: {} \"{}\" -> {}", service, accountElsewhere, account,
                                    user.empty() ? "the daemon's own user"
-                                                : fmt::format("the Unix user {}, in DependOnService", user)));
+                                                : fmt::format("the Unix user {}, in {}", user, accountValue)));
 }
 
 void LookAtTheRest(RegKey &key, std::string_view service, std::vector<std::string> *remarks) {
-    const RegValue *image = Find(key, "ImagePath");
+    const RegValue *image = Find(key, imagePathValue);
     if (image != nullptr && image->data.find_first_of("\\%") != std::string::npos) {
-        remarks->push_back(fmt::format("! {}: ImagePath \"{}\" is no csh script", service, image->data.c_str()));
+        remarks->push_back(
+            fmt::format("! {}: {} \"{}\" is no csh script", service, imagePathValue, image->data.c_str()));
     }
-    for (const char *required : {"Type", "DisplayName"}) {
+    for (const char *required : {typeValue, displayNameValue}) {
         if (Find(key, required) != nullptr) continue;
         remarks->push_back(fmt::format("! {}: no {} here; unless the registry has one, the daemon loads no service",
                                        service, required));
