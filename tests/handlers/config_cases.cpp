@@ -167,7 +167,9 @@ TEST_F(Handlers, create_of_a_service_that_is_marked_answers_1073) {
 
 TEST_F(Handlers, create_without_a_services_key_answers_1065) {
     Load({});
-    DropKey("SYSTEM\\CurrentControlSet", "Services");
+    const std::string path = servicesKeyPath;
+    const std::size_t upper = path.rfind('\\');
+    DropKey(path.substr(0, upper), path.substr(upper + 1));
     const auto reply = Create({.name = "spooler"});
     EXPECT_EQ(reply->status, ERROR_DATABASE_DOES_NOT_EXIST);
     EXPECT_EQ(reply->handle, 0);

@@ -6,6 +6,7 @@
 // client runs here.
 #include "tests/support/host.h"
 
+#include "servd/service_keys.h"
 #include "tv/winreg.h"
 
 #include <fcntl.h>
@@ -355,9 +356,9 @@ void FailCall(std::uint32_t procedure, clnt_stat status) {
 
 // --- registry ------------------------------------------------------------------------------------------------------
 
-const std::string servicesKey = "SYSTEM\\CurrentControlSet\\Services";
-const std::string groupOrderKey = "SYSTEM\\CurrentControlSet\\Control\\ServiceGroupOrder";
-const std::string groupTagsKey = "SYSTEM\\CurrentControlSet\\Control\\GroupOrderList";
+const std::string servicesKey = servicesKeyPath;
+const std::string groupOrderKey = groupOrderKeyPath;
+const std::string groupTagsKey = tagOrderKeyPath;
 
 void WriteKey(const std::string &key, const std::vector<RegistryValue> &values) {
     const OpenedKey opened = CreateKey(key);

@@ -11,6 +11,7 @@
 //   state FILE    writes its signal state and its descriptors to FILE first, then as plain
 //   never         registers nothing
 //   full          registers a port at which nobody is accepted any more: its queue is full
+#include "servd/programs.h"
 #include "tests/support/raw_rpc.h"
 
 #include <fcntl.h>
@@ -29,7 +30,7 @@ using namespace raw;
 
 namespace {
 
-std::uint32_t Program() { return 0x40000000 + static_cast<std::uint32_t>(getpid()); }
+std::uint32_t Program() { return SERVDAEMONPROG + static_cast<std::uint32_t>(getpid()); }
 
 void WriteState(const char *file) {
     const std::string unfinished = std::string(file) + ".new";

@@ -2,6 +2,7 @@
 // Starting services: real processes, a real shell and a real port mapper; the registry is in memory, and this test
 // takes the daemon's place, so that it sees the database.
 #include "servd/child_signals.h"
+#include "servd/limits.h"
 #include "tests/support/host.h"
 #include "tests/support/memory_registry.h"
 #include "tests/support/service_image.h"
@@ -96,7 +97,7 @@ TEST_F(Starting, a_refusal_is_returned_and_leaves_start_pending) {
     const std::int32_t index = Load(MakeServiceImage("refusing", "--answer 1234 --context 5"));
     EXPECT_EQ(Start(index), 1234u);
     EXPECT_EQ(svcdb[index].status.dwCurrentState, SERVICE_START_PENDING);
-    EXPECT_EQ(svcdb[index].status.dwWaitHint, 2000);
+    EXPECT_EQ(svcdb[index].status.dwWaitHint, startWaitHintMs);
     EXPECT_EQ(svcdb[index].serviceContext, 5);
     EXPECT_NE(svcdb[index].processId, 0);
 }
@@ -271,8 +272,9 @@ TEST_F(StartingAs, an_empty_account_is_user_0_with_the_groups_of_the_daemon) {
 }
 
 TEST_F(StartingAs, an_account_that_cannot_be_read_answers_3) {
-    const std::int32_t index = Load(MakeServiceImage("unreadable-account"), {.account = std::string(1100, 'x')});
-    EXPECT_EQ(Start(index), std::uint32_t{ERROR_PATH_NOT_FOUND}) << "longer than 1024 bytes";
+    const std::int32_t index =
+        Load(MakeServiceImage("unreadable-account"), {.account = std::string(textBytes + 1, 'x')});
+    EXPECT_EQ(Start(index), std::uint32_t{ERROR_PATH_NOT_FOUND}) << "longer than can be read";
     SetText(ServicePath("Alpha"), "DependOnService", "nobody");
     FailCalls("query " + ServicePath("Alpha") + " DependOnService", ERROR_REGISTRY_IO_FAILED);
     EXPECT_EQ(Start(index), std::uint32_t{ERROR_PATH_NOT_FOUND});

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What is said to start with the daemon, in which order and why, from registries of a few services.
+#include "servd/limits.h"
 #include "tests/support/memory_registry.h"
 #include "tvsc/boot_plan.h"
 
@@ -366,7 +367,7 @@ TEST_P(BrokenBoot, is_told_with_the_code_of_the_daemon_s_load) {
     EXPECT_EQ(fault->value, GetParam().value);
 }
 
-void SpoilText(const std::string &value) { SetText(ServicePath("Alpha"), value, std::string(1024, 'x')); }
+void SpoilText(const std::string &value) { SetText(ServicePath("Alpha"), value, std::string(textBytes, 'x')); }
 
 // For the daemon, which asks for all access, and for the plan, which only reads.
 void FailOpening(const std::string &path) {
@@ -386,7 +387,7 @@ const BrokenRegistry brokenRegistries[] = {
     {"unreadable_service", "Alpha", "", [] { FailOpening(ServicePath("Alpha")); }},
     {"order_without_list", "ServiceGroupOrder", "List", [] { MakeKey(groupOrderKeyPath); }},
     {"huge_order", "ServiceGroupOrder", "List",
-     [] { SetText(groupOrderKeyPath, "List", std::string(std::size_t{16} * 1024 * 1024, 'x')); }},
+     [] { SetText(groupOrderKeyPath, "List", std::string(longestValueBytes, 'x')); }},
     {"unreadable_order", "ServiceGroupOrder", "", [] { FailOpening(groupOrderKeyPath); }},
     {"unreadable_tags", "GroupOrderList", "Disk",
      [] {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The dependency walk: what it collects, in which order, how it counts bytes, and how it ends.
+#include "servd/limits.h"
 #include "tests/support/cpu_time.h"
 #include "tests/support/memory_registry.h"
 
@@ -416,7 +417,7 @@ TEST_F(Dependencies, a_value_that_is_gone_between_the_two_queries_ends_the_walk)
 
 TEST_F(Dependencies, a_value_beyond_reason_ends_the_walk) {
     Load({{"a", {"b"}}, {"b", {}}});
-    SetValue(ServicePath("a"), "DependOnGroup", REG_MULTI_SZ, std::string(16 * 1024 * 1024 + 1, 'x'));
+    SetValue(ServicePath("a"), "DependOnGroup", REG_MULTI_SZ, std::string(longestValueBytes + 1, 'x'));
     EXPECT_EQ(Walk("a").rc, std::uint32_t{ERROR_NOT_ENOUGH_MEMORY});
 }
 

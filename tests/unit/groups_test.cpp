@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Load-order groups and the image-path list: growth, filing, removal, the order list and the tag vectors.
+#include "servd/limits.h"
 #include "tests/support/cpu_time.h"
 #include "tests/support/memory_registry.h"
 
@@ -381,7 +382,7 @@ TEST_F(Groups, a_failing_sort_closes_the_key_and_gives_the_code) {
 
 TEST_F(Groups, a_tag_vector_beyond_reason_is_refused_without_memory_for_it) {
     LoadGroup({1});
-    SetValue(tagsPath, "G", REG_BINARY, std::string(16 * 1024 * 1024 + 1, '\0'));
+    SetValue(tagsPath, "G", REG_BINARY, std::string(longestValueBytes + 1, '\0'));
     EXPECT_EQ(SortServicesInGroups(), std::uint32_t{ERROR_NOT_ENOUGH_MEMORY});
 }
 

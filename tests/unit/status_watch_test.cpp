@@ -2,13 +2,15 @@
 // status_watch: when a client may ask the daemon for a status, worked out on a clock of the test's own.
 #include "svcapi/status_watch.h"
 
+#include "servd/limits.h"
+
 #include <gtest/gtest.h>
 
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr SERVICE_STATUS asStarted = {0x10, SERVICE_START_PENDING, 0, 0, 0, 0, 2000};
+constexpr SERVICE_STATUS asStarted = {0x10, SERVICE_START_PENDING, 0, 0, 0, 0, startWaitHintMs};
 constexpr SERVICE_STATUS running = {0x10, SERVICE_RUNNING, SERVICE_ACCEPT_STOP, 0, 0, 0, 0};
 constexpr SERVICE_STATUS stopping = {0x10, SERVICE_STOP_PENDING, 0, 0, 0, 1, 5000};
 constexpr SERVICE_STATUS stopped = {0x10, SERVICE_STOPPED, 0, 1067, 0, 0, 0};

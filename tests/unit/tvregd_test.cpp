@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The registry daemon's operations on a database in a temporary folder.
+#include "servd/service_keys.h"
 #include "tvregd/graveyard.h"
 #include "tvregd/loading.h"
 #include "tvregd/operations.h"
@@ -587,7 +588,7 @@ TEST_F(Tvregd, changes_move_the_write_time_of_the_key_that_they_happen_in) {
 
 // Programs make the key with their event sources; without values the service daemon would load no service at all.
 TEST_F(Tvregd, the_key_of_the_event_sources_is_made_with_the_values_of_a_service_that_is_never_started) {
-    const std::string services = "SYSTEM\\CurrentControlSet\\Services";
+    const std::string services = servicesKeyPath;
     (void)Make(HKEY_LOCAL_MACHINE, services + "\\eventlog\\Application\\web");
     (void)Make(HKEY_LOCAL_MACHINE, services + "\\web\\EventLog");
     (void)Make(HKEY_USERS, services + "\\EventLog");
@@ -611,7 +612,7 @@ TEST_F(Tvregd, the_key_of_the_event_sources_is_made_with_the_values_of_a_service
 }
 
 TEST_F(Tvregd, values_that_the_key_of_the_event_sources_lacks_at_start_are_added) {
-    const std::string path = "SYSTEM\\CurrentControlSet\\Services\\EventLog";
+    const std::string path = std::string(servicesKeyPath) + "\\EventLog";
     EXPECT_EQ(PlantSeeds(registry), 0u);
     Key *key = nullptr;
     EXPECT_EQ(OpenKey(registry, HKEY_LOCAL_MACHINE, path, &key), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));

@@ -3,12 +3,11 @@
 #include "tests/support/memory_registry.h"
 
 #include "registry/operations.h"
+#include "servd/limits.h"
 
 #include <algorithm>
 
 namespace {
-
-constexpr DWORD longestBytes = 16 * 1024 * 1024;
 
 struct Values : MemoryRegistryTest {
     Values() {
@@ -53,12 +52,12 @@ TEST_F(Values, a_value_that_has_grown_between_the_two_queries_is_refused) {
 }
 
 TEST_F(Values, sixteen_mebibytes_are_read_and_one_more_byte_is_not) {
-    SetValue(servicesPath, "V", REG_BINARY, std::string(longestBytes, 'x'));
+    SetValue(servicesPath, "V", REG_BINARY, std::string(longestValueBytes, 'x'));
     EXPECT_EQ(ReadWholeValue(key, "V", &value, &bytes), 0u);
-    EXPECT_EQ(bytes, longestBytes);
+    EXPECT_EQ(bytes, longestValueBytes);
     EXPECT_TRUE(std::all_of(value.get(), value.get() + bytes, [](char byte) { return byte == 'x'; }));
 
-    SetValue(servicesPath, "V", REG_BINARY, std::string(longestBytes + 1, 'x'));
+    SetValue(servicesPath, "V", REG_BINARY, std::string(longestValueBytes + 1, 'x'));
     EXPECT_EQ(ReadWholeValue(key, "V", &value, &bytes), std::uint32_t{ERROR_NOT_ENOUGH_MEMORY});
 }
 

@@ -13,7 +13,7 @@ using testing::Contains;
 // Its initialisation: only a whole daemon has one.
 class StartUpFaults : public Handlers {
 protected:
-    static constexpr char startQuery[] = "query SYSTEM\\CurrentControlSet\\Services\\alerter Start";
+    const std::string startQuery = std::string("query ") + servicesKeyPath + "\\alerter " + startTypeValue;
     const ServiceImage image = MakeServiceImage("alerter");
 
     // One service that is started at once, in an ordered group that has a tag vector.

@@ -188,7 +188,7 @@ TEST_F(ServiceApi, a_tag_without_a_group_is_refused_unsent) {
 
 // With any of these in the registry the daemon would start without a single service.
 TEST_F(ServiceApi, a_service_that_could_not_be_loaded_again_is_refused_unsent) {
-    const std::string fits(1023, 'x'), tooLong(1024, 'x');
+    const std::string fits(TV_MAX_TEXT_BYTES, 'x'), tooLong(TV_MAX_TEXT_BYTES + 1, 'x');
     const auto create = [&](const std::string &name, const std::string &display, const std::string &image,
                             const std::string &group) -> DWORD {
         const SC_HANDLE made = CreateServiceA(manager, name.c_str(), display.c_str(), 0, 0x10, 2, 1, image.c_str(),
@@ -210,7 +210,7 @@ TEST_F(ServiceApi, a_service_that_could_not_be_loaded_again_is_refused_unsent) {
 }
 
 TEST_F(ServiceApi, a_change_that_could_not_be_loaded_again_is_refused_unsent) {
-    const std::string tooLong(1024, 'x');
+    const std::string tooLong(TV_MAX_TEXT_BYTES + 1, 'x');
     const auto change = [&](const char *image, const char *group, const char *display) {
         EXPECT_FALSE(ChangeServiceConfigA(service, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, 1, image, group, nullptr,
                                           nullptr, nullptr, nullptr, display));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Starts and controls of real service processes, asked of a real daemon over TCP.
+#include "servd/limits.h"
 #include "tests/handlers/suite.h"
 #include "tests/support/host.h"
 #include "tests/support/real_daemon.h"
@@ -29,7 +30,7 @@ protected:
     }
 };
 
-constexpr svd_status_t justStarted = {0x10, SERVICE_START_PENDING, 0, 0, 0, 0, 2000};
+constexpr svd_status_t justStarted = {0x10, SERVICE_START_PENDING, 0, 0, 0, 0, startWaitHintMs};
 
 TEST_F(ServiceRequests, a_start_brings_the_service_up) {
     const ServiceImage image = PutImage("alerter");
