@@ -303,6 +303,20 @@ CLI::Validator ReadVariable() {
         "");
 }
 
+// What a service is created with and what can be changed, as far as it is a word of several.
+template <typename Options>
+void AddWordOptions(CLI::App *command, Options &options) {
+    command->add_option("--start", options.startType, "auto, demand, disabled, boot or system")
+        ->transform(ReadWord(startTypes))
+        ->type_name("WORD");
+    command->add_option("--type", options.type, "own, share, kernel or filesys")
+        ->transform(ReadWord(serviceTypes))
+        ->type_name("WORD");
+    command->add_option("--error", options.errorControl, "ignore, normal, severe or critical")
+        ->transform(ReadWord(errorControls))
+        ->type_name("WORD");
+}
+
 void AddCreateCommand(CLI::App &app, CommandLine &line) {
     CreateOptions &create = line.create;
     CLI::App *command = AddCommand(app, line, "create", "Create a service",
@@ -314,15 +328,7 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
     image->add_option("--image", create.image, "A csh script that ends in exec");
     image->require_option(1);
     command->add_option("--display", create.display, "Display name (default: the name)");
-    command->add_option("--start", create.startType, "auto, demand, disabled, boot or system")
-        ->transform(ReadWord(startTypes))
-        ->type_name("WORD");
-    command->add_option("--type", create.type, "own, share, kernel or filesys")
-        ->transform(ReadWord(serviceTypes))
-        ->type_name("WORD");
-    command->add_option("--error", create.errorControl, "ignore, normal, severe or critical")
-        ->transform(ReadWord(errorControls))
-        ->type_name("WORD");
+    AddWordOptions(command, create);
     command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")
         ->delimiter(',')
         ->allow_extra_args(false);
@@ -359,15 +365,7 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
     change->add_option("--image", config.image, "A csh script that ends in exec");
     change->add_option("--group", config.group, "Load-order group");
     change->add_option("--user", config.user, "Unix user to run as");
-    change->add_option("--start", config.startType, "auto, demand, disabled, boot or system")
-        ->transform(ReadWord(startTypes))
-        ->type_name("WORD");
-    change->add_option("--type", config.type, "own, share, kernel or filesys")
-        ->transform(ReadWord(serviceTypes))
-        ->type_name("WORD");
-    change->add_option("--error", config.errorControl, "ignore, normal, severe or critical")
-        ->transform(ReadWord(errorControls))
-        ->type_name("WORD");
+    AddWordOptions(change, config);
     change->add_option("--depends", config.dependencies, "Services, and groups with a leading +; \"\" for none");
     change->add_flag("--tag", config.tag, "Ask for a tag inside the group");
 
