@@ -97,13 +97,8 @@ LONG reg_create_key_w(HKEY hKey, LPCWSTR, PHKEY phkResult) { return reg_create_k
 LONG reg_create_key_ex_a(HKEY hKey, LPCSTR lpSubKey, DWORD, LPSTR lpClass, DWORD dwOptions, REGSAM,
                          LPSECURITY_ATTRIBUTES, PHKEY phkResult, LPDWORD lpdwDisposition) {
     if (phkResult == nullptr || lpSubKey == nullptr) return ERROR_INVALID_PARAMETER;
-    const regd_REG_CREATE_KEY_EX argument = {
-        .subKey = NameOrPlaceholder(lpSubKey),
-        .keyClass = Borrowed(lpClass != nullptr ? lpClass : "classIsNull"), // an empty class is a class
-        .options = dwOptions,
-        .subKeyIsNull = IsNullFlag(lpSubKey),
-        .classIsNull = NullPointerFlag(lpClass)};
-    return AskDaemon(reg_create_key_ex_2, hKey, argument, StoreCreatedKey(phkResult, lpdwDisposition));
+    return AskDaemon(reg_create_key_ex_2, hKey, CreateKeyRequest(lpSubKey, lpClass, dwOptions),
+                     StoreCreatedKey(phkResult, lpdwDisposition));
 }
 
 LONG reg_create_key_ex_w(HKEY hKey, LPCWSTR, DWORD Reserved, LPWSTR, DWORD dwOptions, REGSAM samDesired,

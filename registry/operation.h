@@ -37,6 +37,33 @@ inline void CopyBytes(void *to, DWORD room, const CountedBytes &data) {
     if (data.count != 0) std::memcpy(to, data.bytes, std::min(room, data.count));
 }
 
+// --- requests that are made in two ways: one by one, and many on their way at once (pipeline.h) ---
+
+// An empty class is a class.
+inline regd_REG_CREATE_KEY_EX CreateKeyRequest(const char *subKey, const char *keyClass, DWORD options) {
+    return {.subKey = NameOrPlaceholder(subKey),
+            .keyClass = Borrowed(keyClass != nullptr ? keyClass : "classIsNull"),
+            .options = options,
+            .subKeyIsNull = IsNullFlag(subKey),
+            .classIsNull = NullPointerFlag(keyClass)};
+}
+
+// No data travel as a placeholder of 11 bytes; the size beside it says 0.
+inline regd_REG_SET_VALUE_EX SetValueRequest(const char *name, DWORD type, const BYTE *data, DWORD bytes) {
+    static const char noData[] = "ValueIsNull";
+    return {.valueName = NameOrPlaceholder(name),
+            .type = type,
+            .data = bytes != 0 ? CountedBytes{bytes, Borrowed(reinterpret_cast<const char *>(data))}
+                               : CountedBytes{sizeof noData - 1, Borrowed(noData)},
+            .dataBytes = bytes,
+            .nameIsNull = IsNullFlag(name)};
+}
+
+// An empty name is sent as it is.
+inline regd_REG_DELETE_VALUE DeleteValueRequest(const char *name) {
+    return {.valueName = Borrowed(name != nullptr ? name : "valueIsNull"), .nameIsNull = NullPointerFlag(name)};
+}
+
 // Sends an argument record to the daemon that a key belongs to, after filling in identity and key.
 //   stub       the client stub
 //   argument   the operation's own fields

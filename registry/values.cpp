@@ -118,18 +118,9 @@ LONG reg_set_value_w(HKEY hKey, LPCWSTR, DWORD dwType, LPCWSTR, DWORD cbData) {
     return reg_set_value_a(hKey, nullptr, dwType, nullptr, cbData); // 87
 }
 
-// No data travel as a placeholder of 11 bytes; the size beside it says 0.
 LONG reg_set_value_ex_a(HKEY hKey, LPCSTR lpValueName, DWORD, DWORD dwType, const BYTE *lpData, DWORD cbData) {
     if (lpData == nullptr) return ERROR_INVALID_PARAMETER;
-    static const char noData[] = "ValueIsNull";
-    const CountedBytes data = cbData != 0 ? CountedBytes{cbData, Borrowed(reinterpret_cast<const char *>(lpData))}
-                                          : CountedBytes{sizeof noData - 1, Borrowed(noData)};
-    const regd_REG_SET_VALUE_EX argument = {.valueName = NameOrPlaceholder(lpValueName),
-                                            .type = dwType,
-                                            .data = data,
-                                            .dataBytes = cbData,
-                                            .nameIsNull = IsNullFlag(lpValueName)};
-    return AskForStatus(reg_set_value_ex_2, hKey, argument);
+    return AskForStatus(reg_set_value_ex_2, hKey, SetValueRequest(lpValueName, dwType, lpData, cbData));
 }
 
 // Deliberate: the key's unnamed value is written, and strings are refused with 87.
@@ -164,11 +155,8 @@ LONG reg_enum_value_w(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcV
     return rc;
 }
 
-// An empty name is sent as it is.
 LONG reg_delete_value_a(HKEY hKey, LPCSTR lpValueName) {
-    const regd_REG_DELETE_VALUE argument = {.valueName = Borrowed(lpValueName != nullptr ? lpValueName : "valueIsNull"),
-                                            .nameIsNull = NullPointerFlag(lpValueName)};
-    return AskForStatus(reg_delete_value_2, hKey, argument);
+    return AskForStatus(reg_delete_value_2, hKey, DeleteValueRequest(lpValueName));
 }
 
 LONG reg_delete_value_w(HKEY hKey, LPCWSTR) { return reg_delete_value_a(hKey, nullptr); }

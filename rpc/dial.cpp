@@ -161,17 +161,30 @@ clnt_stat DecodeReply(Connection *connection, xdrproc_t codeResults, void *resul
     return connection->error.re_status;
 }
 
-clnt_stat Call(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, void *arguments, xdrproc_t codeResults,
-               void *results, timeval timeout) {
-    Connection *connection = ConnectionOf(client);
+clnt_stat Send(Connection *connection, rpcproc_t procedure, xdrproc_t codeArguments, void *arguments,
+               Milliseconds deadline) {
     connection->error = {};
     if (connection->lost) return Fail(connection, RPC_CANTSEND, EPIPE);
-    const Milliseconds deadline = After(timeout);
     if (!EncodeCall(connection, procedure, codeArguments, arguments)) {
         return Fail(connection, RPC_CANTENCODEARGS, 0);
     }
     const int sendError = SendMessage(connection, deadline);
-    if (sendError != 0) return Lose(connection, RPC_CANTSEND, sendError);
+    return sendError == 0 ? RPC_SUCCESS : Lose(connection, RPC_CANTSEND, sendError);
+}
+
+clnt_stat DecodeAndDrop(Connection *connection, xdrproc_t codeResults, void *results) {
+    const clnt_stat status = DecodeReply(connection, codeResults, results);
+    DropMessage(&connection->input);
+    if (connection->input.capacity > keptInputBytes) ReleaseIfEmpty(&connection->input);
+    return status;
+}
+
+clnt_stat Call(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, void *arguments, xdrproc_t codeResults,
+               void *results, timeval timeout) {
+    Connection *connection = ConnectionOf(client);
+    const Milliseconds deadline = After(timeout);
+    const clnt_stat sent = Send(connection, procedure, codeArguments, arguments, deadline);
+    if (sent != RPC_SUCCESS) return sent;
     for (bool heard = false;;) {
         const int receiveError = ReceiveMessage(connection, deadline, &heard);
         if (receiveError == ETIMEDOUT && !heard) {
@@ -186,10 +199,7 @@ clnt_stat Call(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, voi
         DropMessage(&connection->input);
     }
     connection->callsTimedOut = 0;
-    const clnt_stat status = DecodeReply(connection, codeResults, results);
-    DropMessage(&connection->input);
-    if (connection->input.capacity > keptInputBytes) ReleaseIfEmpty(&connection->input);
-    return status;
+    return DecodeAndDrop(connection, codeResults, results);
 }
 
 // --- the other operations of a handle ---
@@ -343,4 +353,19 @@ CLIENT *DialHost(const char *host, std::uint32_t program, std::uint32_t version)
 CLIENT *WithReplyLimit(CLIENT *client, std::size_t bytes) {
     if (client != nullptr) ConnectionOf(client)->replyLimit = bytes;
     return client;
+}
+
+clnt_stat SendCall(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, void *arguments, timeval timeout) {
+    return Send(ConnectionOf(client), procedure, codeArguments, arguments, After(timeout));
+}
+
+clnt_stat ReceiveAnswer(CLIENT *client, std::uint32_t callsAgo, xdrproc_t codeResults, void *results, timeval timeout) {
+    Connection *connection = ConnectionOf(client);
+    connection->error = {};
+    if (connection->lost) return Fail(connection, RPC_CANTRECV, EPIPE);
+    bool heard = false;
+    const int receiveError = ReceiveMessage(connection, After(timeout), &heard);
+    if (receiveError != 0) return Lose(connection, RPC_CANTRECV, receiveError);
+    if (CallsAgo(connection) != callsAgo) return Lose(connection, RPC_CANTRECV, EPROTO);
+    return DecodeAndDrop(connection, codeResults, results);
 }

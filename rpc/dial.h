@@ -50,6 +50,17 @@
 // more counts as lost. Returns the handle, null for null.
 CLIENT *WithReplyLimit(CLIENT *client, std::size_t bytes);
 
+// Several calls on their way over one handle, made here, instead of one after the other: each is sent without waiting
+// for an answer, and the answers are taken in the order of the calls. Between the first of them and the last answer the
+// handle serves no other call. A peer that answers late or in another order counts as lost (RPC_CANTRECV), and whatever
+// is still on its way with it. The caller bounds what is on its way: a peer that cannot get rid of its answers reads no
+// more calls.
+//   callsAgo  how many calls were sent behind the one whose answer is next
+[[nodiscard]] clnt_stat SendCall(CLIENT *client, rpcproc_t procedure, xdrproc_t codeArguments, void *arguments,
+                                 timeval timeout);
+[[nodiscard]] clnt_stat ReceiveAnswer(CLIENT *client, std::uint32_t callsAgo, xdrproc_t codeResults, void *results,
+                                      timeval timeout);
+
 // clnt_destroy is a macro; a handle held by RpcClient is destroyed at the end of its scope.
 inline void DestroyClient(CLIENT *client) { clnt_destroy(client); }
 using RpcClient = std::unique_ptr<CLIENT, Calls<&DestroyClient>>;

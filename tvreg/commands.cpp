@@ -2,11 +2,12 @@
 // commands: looking into the registry, writing it, and .reg files.
 #include "tvreg/commands.h"
 
-#include "tvreg/fix_services.h"
+#include "tvreg/encoding.h"
 #include "tvreg/key_path.h"
 #include "tvreg/output.h"
 #include "tvreg/reg_text.h"
 #include "tvreg/registry_reading.h"
+#include "tvreg/registry_writing.h"
 #include "tvreg/value_text.h"
 #include "util/json_text.h"
 #include "util/ktl_strings.h"
@@ -14,6 +15,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <iterator>
@@ -24,7 +26,7 @@ namespace {
 
 KeyPath KeyOf(const Options &options) {
     KeyPath key;
-    if (!ParseKeyPath(options.key, &key)) {
+    if (!ParseKeyOfHost(options.key, &key)) {
         throw Failure(EXIT_USAGE, fmt::format("{}: not a key: a root (HKLM, HKEY_LOCAL_MACHINE ...) and names with one "
                                               "backslash between them",
                                               options.key));
@@ -88,6 +90,18 @@ void QueryBelow(const Options &options, Json *keys) {
     }
 }
 
+// What a terminal cannot show as it is, is not for it: UTF-16, ends of lines with CR, control characters.
+void PrintAtTerminal(const std::string &regText) {
+    std::string text;
+    if (!TextOfFile(regText, {}, &text)) text = regText;
+    for (std::string_view rest = text; !rest.empty();) {
+        std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        Print(Printable(line) + "\n");
+    }
+}
+
 } // namespace
 
 void Query(const Options &options) {
@@ -134,7 +148,7 @@ void Export(const Options &options) {
         throw Failure(EXIT_BAD_TEXT, fmt::format("{}: cannot stand in this kind of file{}", culprit,
                                                  options.reg4 ? "" : " because it is not UTF-8; try --reg4"));
     }
-    if (options.file.value_or("-") == "-") return Print(text);
+    if (options.file.value_or("-") == "-") return isatty(STDOUT_FILENO) == 1 ? PrintAtTerminal(text) : Print(text);
     WriteFile(*options.file, text);
 }
 
@@ -152,38 +166,14 @@ void Version(const Options &options) {
 
 // --- changing ------------------------------------------------------------------------------------------------------
 
-void Import(const Options &options) {
-    // All files are read before anything is written.
-    std::vector<RegKey> all;
-    for (const std::string &file : options.files) {
-        std::vector<RegKey> keys;
-        if (const auto error = ReadRegText(ReadFile(file), &keys)) {
-            throw Failure(EXIT_BAD_TEXT, fmt::format("{}:{}: {}", file, error->line, error->text));
-        }
-        all.insert(all.end(), std::make_move_iterator(keys.begin()), std::make_move_iterator(keys.end()));
-    }
-    if (options.fixServices) {
-        for (const std::string &remark : FixServices(&all)) {
-            (void)std::fprintf(stderr, "%s\n", Printable(remark).c_str());
-        }
-    }
-    if (!options.dryRun) return WriteKeys(all);
-    for (const RegKey &key : all) {
-        Print(fmt::format("{}{}\n", key.isDeleted ? "- " : "", Printable(KeyPathText(key.key))));
-        for (const RegValue &value : key.values) {
-            Print(value.isDeleted ? fmt::format("  - {}\n", NameText(value)) : ValueLine(value));
-        }
-    }
-}
-
 void Add(const Options &options) {
     const auto type = ParseType(options.type);
     if (!type) throw Failure(EXIT_USAGE, fmt::format("{}: not a type of a value", options.type));
-    RegKey key{KeyOf(options), false, {}};
+    RegKey key{KeyOf(options), false, {}, 0};
     if (!options.valueName.empty() || options.unnamed || !options.data.empty()) {
         std::vector<std::string> words = options.data;
         if (words.size() == 1 && words.front() == "-") words.front() = ReadFile("-");
-        const auto data = ParseData(*type, words);
+        const auto data = ParseData(*type, words, options.separator);
         if (!data) {
             throw Failure(EXIT_USAGE,
                           fmt::format("\"{}\": not data of the type {}", fmt::join(words, "\" \""), TypeText(*type)));
@@ -194,7 +184,7 @@ void Add(const Options &options) {
         value.data = *data;
         key.values.push_back(std::move(value));
     }
-    WriteKeys({key});
+    MustWriteKeys({key});
 }
 
 void Set(const Options &options) {

@@ -19,7 +19,10 @@ struct Options {
     bool dryRun = false;
     bool fixServices = false;
     bool reg4 = false;
-    bool force = false; // taken and ignored: nothing is ever asked
+    bool isLenient = false;
+    std::string encoding = {};     // of .reg text; empty: told from the text
+    std::string separator = "\\0"; // between the strings of a REG_MULTI_SZ
+    bool force = false;            // taken and ignored: nothing is ever asked
     std::string type = "REG_SZ";
     std::vector<std::string> data;
     std::vector<std::string> files;       // import

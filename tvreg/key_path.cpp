@@ -4,9 +4,13 @@
 
 #include "util/ktl_strings.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace {
+
+constexpr std::string_view hostMark = R"(\\)";
 
 struct RootName {
     HKEY root;
@@ -38,14 +42,25 @@ bool ParseKeyPath(std::string_view text, KeyPath *key) {
         if (_ktl_strcasecmp(root.c_str(), known.name) != 0 && _ktl_strcasecmp(root.c_str(), known.shortName) != 0) {
             continue;
         }
-        *key = {known.root, std::move(path)};
+        *key = {.root = known.root, .path = std::move(path)};
         return true;
     }
     return false;
 }
 
+bool ParseKeyOfHost(std::string_view text, KeyPath *key) {
+    if (!text.starts_with(hostMark)) return ParseKeyPath(text, key);
+    const std::string_view rest = text.substr(hostMark.size());
+    const std::size_t length = rest.find('\\');
+    if (length == 0 || length == std::string_view::npos || !ParseKeyPath(rest.substr(length + 1), key)) return false;
+    key->host = rest.substr(0, length);
+    return true;
+}
+
 std::string KeyPathText(const KeyPath &key) {
-    std::string text = roots[key.root - HKEY_CLASSES_ROOT].name;
+    std::string text;
+    if (!key.host.empty()) text = fmt::format("{}{}\\", hostMark, key.host);
+    text += roots[key.root - HKEY_CLASSES_ROOT].name;
     if (!key.path.empty()) text += '\\' + key.path;
     return text;
 }

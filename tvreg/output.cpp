@@ -62,6 +62,8 @@ void Print(std::string_view text) {
 
 void PrintJson(const Json &object) { Print(JsonText(object) + "\n"); }
 
+void Tell(const std::string &text) { (void)std::fprintf(stderr, "tvreg: %s\n", Printable(text).c_str()); }
+
 std::string NameText(const RegValue &value) { return value.name.empty() ? "(Default)" : Printable(value.name); }
 
 std::string ValueLine(const RegValue &value) {

@@ -15,6 +15,9 @@ using Json = nlohmann::ordered_json;
 void Print(std::string_view text);
 void PrintJson(const Json &object);
 
+// A line on standard error, behind the program's name.
+void Tell(const std::string &text);
+
 // The name of a value, and a value with its type and data on a line of its own, as a terminal may show them.
 std::string NameText(const RegValue &value);
 std::string ValueLine(const RegValue &value);

@@ -2,6 +2,7 @@
 // reg_text: a reader that goes over the text once, and the writer.
 #include "tvreg/reg_text.h"
 
+#include "tvreg/encoding.h"
 #include "tvreg/utf16.h"
 #include "util/little_endian.h"
 #include "util/utf8.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 namespace {
 
@@ -26,8 +28,9 @@ bool IsStringType(std::uint32_t type) { return type == REG_SZ || type == REG_EXP
 struct Reader {
     std::string_view rest = {};
     int line = 1;
+    RegReadingRules rules = {};
     RegDialect dialect = RegDialect::regedit4;
-    std::string error = {}; // not empty: reading has failed
+    std::string error = {}; // not empty: reading a line has failed
 };
 
 bool Fail(Reader &reader, std::string_view text) {
@@ -86,10 +89,12 @@ bool TakeQuoted(Reader &reader, std::string *text) {
         }
         if (c == '\n') ++line;
         if (c == '\\') {
-            if (++i == reader.rest.size()) break;
-            if (reader.rest[i] != '\\' && reader.rest[i] != '"') {
+            if (i + 1 == reader.rest.size()) break;
+            const bool isEscape = reader.rest[i + 1] == '\\' || reader.rest[i + 1] == '"';
+            if (!isEscape && !reader.rules.isLenient) {
                 return Fail(reader, "only \\\\ and \\\" may follow a backslash in a quoted text");
             }
+            if (isEscape) ++i;
         }
         text->push_back(reader.rest[i]);
     }
@@ -145,6 +150,12 @@ bool TakeHexValue(Reader &reader, RegValue *value) {
         std::string text;
         if (!Utf8FromUtf16Bytes(value->data, &text)) {
             return Fail(reader, "the data of this type must be UTF-16LE in a file of version 5.00");
+        }
+        value->data = std::move(text);
+    } else if (IsStringType(value->type) && !reader.rules.encoding.empty()) {
+        std::string text;
+        if (!Utf8FromEncoding(reader.rules.encoding, value->data, &text)) {
+            return Fail(reader, fmt::format("the data of this type is not {}", reader.rules.encoding));
         }
         value->data = std::move(text);
     }
@@ -220,31 +231,13 @@ bool TakeKey(Reader &reader, RegKey *key) {
 bool TakeHeader(Reader &reader) {
     while (SkipBlanks(reader), TakeLineEnd(reader)) {
     }
+    const Reader atHeader = reader;
     std::string_view header = TakeLine(reader);
     header = header.substr(0, header.find_last_not_of(" \t") + 1);
     reader.dialect = header == header5 ? RegDialect::version5 : RegDialect::regedit4;
-    if (header != header4 && header != header5) {
-        return Fail(reader, fmt::format("the first line must be \"{}\" or \"{}\"", header4, header5));
-    }
-    return true;
-}
-
-bool TakeKeys(Reader &reader, std::vector<RegKey> *keys) {
-    for (;;) {
-        if (!TakeRestOfLine(reader)) return false;
-        SkipBlanks(reader);
-        if (reader.rest.empty()) return true;
-        if (AtLineEnd(reader) || reader.rest.starts_with(';')) continue;
-        if (reader.rest.starts_with('[')) {
-            if (!TakeKey(reader, &keys->emplace_back())) return false;
-        } else if (reader.rest.starts_with('"') || reader.rest.starts_with('@')) {
-            if (keys->empty()) return Fail(reader, "a value before the first key");
-            if (keys->back().isDeleted) return Fail(reader, "a value below a key that is deleted");
-            if (!TakeValue(reader, &keys->back().values.emplace_back())) return false;
-        } else {
-            return Fail(reader, "neither a key, a value nor a comment");
-        }
-    }
+    if (header == header4 || header == header5) return TakeRestOfLine(reader);
+    reader = atHeader;
+    return Fail(reader, fmt::format("the first line must be \"{}\" or \"{}\"", header4, header5));
 }
 
 // The number of the first line that is not UTF-8; 0 when all are.
@@ -255,6 +248,60 @@ int LineThatIsNoUtf8(std::string_view text) {
         text.remove_prefix(length);
     }
     return 0;
+}
+
+// A key line. `isBelowWrongKey` tells of the values that follow.
+bool TakeKeyLine(Reader &reader, std::vector<RegKey> *keys, bool *isBelowWrongKey) {
+    RegKey key;
+    key.line = reader.line;
+    *isBelowWrongKey = !TakeKey(reader, &key) || !TakeRestOfLine(reader);
+    if (*isBelowWrongKey) return false;
+    keys->push_back(std::move(key));
+    return true;
+}
+
+bool TakeValueLine(Reader &reader, std::vector<RegKey> *keys, bool isBelowWrongKey) {
+    if (!isBelowWrongKey && keys->empty()) return Fail(reader, "a value before the first key");
+    if (!isBelowWrongKey && keys->back().isDeleted) return Fail(reader, "a value below a key that is deleted");
+    RegValue value;
+    value.line = reader.line;
+    if (!TakeValue(reader, &value) || !TakeRestOfLine(reader)) return false;
+    if (!isBelowWrongKey) keys->back().values.push_back(std::move(value));
+    return true;
+}
+
+// A line, with those that continue it.
+bool TakeAnyLine(Reader &reader, std::vector<RegKey> *keys, bool *isBelowWrongKey) {
+    SkipBlanks(reader);
+    if (reader.rest.starts_with('[')) return TakeKeyLine(reader, keys, isBelowWrongKey);
+    if (reader.rest.starts_with('"') || reader.rest.starts_with('@')) {
+        return TakeValueLine(reader, keys, *isBelowWrongKey);
+    }
+    if (AtLineEnd(reader) || reader.rest.starts_with(';')) return TakeRestOfLine(reader);
+    return Fail(reader, "neither a key, a value nor a comment");
+}
+
+// Goes on behind a line that cannot be read, and behind the hexadecimal data that continue it.
+void PassLine(Reader &reader) {
+    for (bool isContinued = true; isContinued && !reader.rest.empty();) {
+        const std::string_view line = TakeLine(reader);
+        isContinued = line.ends_with(",\\");
+        (void)TakeLineEnd(reader);
+    }
+}
+
+void NoteError(Reader &reader, std::vector<RegTextError> *errors) {
+    errors->push_back({reader.line, std::exchange(reader.error, {})});
+}
+
+void TakeKeys(Reader &reader, std::vector<RegKey> *keys, std::vector<RegTextError> *errors) {
+    bool isBelowWrongKey = false;
+    while (!reader.rest.empty() && errors->size() < mostRegTextErrors) {
+        if (!TakeAnyLine(reader, keys, &isBelowWrongKey)) {
+            NoteError(reader, errors);
+            PassLine(reader);
+        }
+    }
 }
 
 // --- writing -------------------------------------------------------------------------------------------------------
@@ -270,7 +317,7 @@ std::string Quoted(std::string_view text) {
 
 // A key between its brackets; see TakeEscapedBytes.
 std::string BracketedPath(const KeyPath &key, RegDialect dialect) {
-    const std::string path = KeyPathText(key);
+    const std::string path = KeyPathText({.root = key.root, .path = key.path});
     std::string written;
     for (std::string_view rest = path; !rest.empty();) {
         std::string_view behind = rest;
@@ -346,27 +393,30 @@ bool Append(std::string_view text, RegDialect dialect, std::string *bytes) {
 
 } // namespace
 
-std::optional<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegKey> *keys) {
+std::vector<RegTextError> ReadRegText(std::string_view bytes, std::vector<RegKey> *keys, const RegReadingRules &rules) {
     keys->clear();
-    std::string converted;
-    if (bytes.starts_with("\xFF\xFE")) {
-        if (!Utf8FromUtf16Bytes(bytes.substr(2), &converted)) return RegTextError{1, "the text is not proper UTF-16"};
-        bytes = converted;
-    } else if (bytes.starts_with("\xEF\xBB\xBF")) {
-        bytes.remove_prefix(3);
+    std::string text;
+    const auto lineAt = [&](std::size_t place) {
+        return 1 + static_cast<int>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(place), '\n'));
+    };
+    if (!TextOfFile(bytes, rules.encoding, &text)) {
+        return {{lineAt(text.size()),
+                 fmt::format("the text is not proper {}", rules.encoding.empty() ? "UTF-16" : rules.encoding)}};
     }
-    if (const std::size_t nul = bytes.find('\0'); nul != std::string_view::npos) {
-        return RegTextError{1 + static_cast<int>(std::count(bytes.begin(), bytes.begin() + nul, '\n')),
-                            "a zero byte: this is no text, or UTF-16 without its byte-order mark"};
+    if (const std::size_t nul = text.find('\0'); nul != std::string::npos) {
+        return {{lineAt(nul), "a zero byte: this is no text"}};
     }
-    Reader reader{bytes};
-    if (TakeHeader(reader)) {
-        const int line = reader.dialect == RegDialect::version5 ? LineThatIsNoUtf8(bytes) : 0;
-        if (line != 0) return RegTextError{line, "the text of a file of version 5.00 must be UTF-8 or UTF-16"};
-        if (TakeKeys(reader, keys)) return std::nullopt;
+    std::vector<RegTextError> errors;
+    Reader reader = {.rest = text, .rules = rules};
+    const bool hasHeader = TakeHeader(reader);
+    if (!hasHeader) NoteError(reader, &errors);
+    if (reader.dialect == RegDialect::version5 && LineThatIsNoUtf8(text) != 0) {
+        return {{LineThatIsNoUtf8(text), "the text of a file of version 5.00 must be UTF-8 or UTF-16; or its encoding "
+                                         "must be told"}};
     }
-    keys->clear();
-    return RegTextError{reader.line, reader.error};
+    if (hasHeader || rules.isLenient) TakeKeys(reader, keys, &errors);
+    if (!errors.empty() && !rules.isLenient) keys->clear();
+    return errors;
 }
 
 bool WriteRegText(const std::vector<RegKey> &keys, RegDialect dialect, std::string *bytes, std::string *culprit) {

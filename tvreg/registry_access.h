@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// registry_access: the Win32 functions with each call checked; keys and values written. Reading: registry_reading.h.
+// registry_access: the Win32 functions with each call checked; for a few keys or one value. The rest:
+// registry_reading.h, registry_writing.h.
 #pragma once
 
 #include "tvreg/reg_text.h"
@@ -19,16 +20,17 @@ struct Failure : std::runtime_error {
 // Exit statuses.
 enum : int { EXIT_FAILED = 1, EXIT_USAGE = 2, EXIT_NOT_FOUND = 5, EXIT_BAD_TEXT = 6, EXIT_UNREACHABLE = 150 };
 
+// "5 ERROR_ACCESS_DENIED: access denied", and the status to exit with.
+std::string CodeText(LONG code);
+int StatusOf(LONG code);
+
 // Throws a Failure that says what was tried and names the Win32 code; nothing for 0.
 void Check(LONG code, const std::string &what);
 
+HKEY RootOf(const KeyPath &key);  // on the key's machine
 HKEY OpenKey(const KeyPath &key); // to be closed by the caller
 bool KeyExists(const KeyPath &key);
 RegValue ReadValue(const KeyPath &key, const std::string &name);
-
-// Makes the keys, sets and deletes their values, deletes the keys marked so, in the order given. What is to be deleted
-// may be missing.
-void WriteKeys(const std::vector<RegKey> &keys);
 
 void DeleteKey(const KeyPath &key);
 void DeleteValue(const KeyPath &key, const std::string &name);

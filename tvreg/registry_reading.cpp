@@ -3,6 +3,7 @@
 #include "tvreg/registry_reading.h"
 
 #include "registry/key.h"
+#include "registry/limits.h"
 
 #include <fmt/format.h>
 
@@ -21,8 +22,8 @@ constexpr std::uint32_t mostDataRoom = 1024u * 1024 * 1024; // longer than any a
 constexpr int mostReadingsOfValue = 4;                      // that grows
 constexpr int mostReadingsOfKey = 40;                       // that changes; about three seconds of pauses
 constexpr int mostContradictions = 5;                       // of a key that says it has not changed
-constexpr int mostWalks = 40;                               // over a tree that changes
-constexpr std::ptrdiff_t mostKeysBelowEachOther = 512;      // as deep as keys go
+constexpr std::ptrdiff_t mostKeysBelowEachOther = 2 * std::ptrdiff_t{MAX_DEPTH}; // a hive in another
+constexpr int mostWalks = 40;                                                    // over a tree that changes
 
 [[noreturn]] void FailWithoutEnd(const KeyPath &key) {
     throw Failure(EXIT_FAILED,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // tvreg: the registry on the command line. Commands and their options; what they do is in commands.
 #include "tvreg/commands.h"
+#include "tvreg/encoding.h"
 #include "tvreg/registry_access.h"
 #include "util/printable.h"
 
@@ -55,28 +56,33 @@ void AddCommands(CLI::App &app, Options &options) {
     CLI::App *import = Command(app, "import", "read .reg files into the registry", Import, options);
     import->add_option("FILE", options.files, ".reg text, version 5.00 or REGEDIT4; - for standard input")->required();
     import->add_flag("-n,--dry-run", options.dryRun, "show what would be written");
-    import->add_flag("--fix-services", options.fixServices, "make services of a Win32 registry ones of this system");
+    import->add_flag("--lenient", options.isLenient, "tell wrong lines, pass them over and write the rest");
+    import->add_option("--encoding", options.encoding, "of the text, such as UTF-16LE or CP1252; told from it without")
+        ->check(CLI::Validator([](std::string &name) { return IsEncoding(name) ? "" : name + ": no such encoding";
+}, "NAME"));
+import->add_flag("--json", options.json, "as JSON");
+import->add_flag("--fix-services", options.fixServices, "make services of a Win32 registry ones of this system");
 
-    CLI::App *export_ = KeyCommand(app, "export", "write a key with all below it as .reg text", Export, options);
-    export_->add_option("FILE", options.file, "standard output when it is left out or -");
-    export_->add_flag("--reg4", options.reg4, "REGEDIT4 instead of version 5.00: bytes as they are");
+CLI::App *export_ = KeyCommand(app, "export", "write a key with all below it as .reg text", Export, options);
+export_->add_option("FILE", options.file, "standard output when it is left out or -");
+export_->add_flag("--reg4", options.reg4, "REGEDIT4 instead of version 5.00: bytes as they are");
 
-    CLI::App *list = KeyCommand(app, "ls", "list the names of the subkeys", List, options);
-    list->add_flag("-r", options.recursive, "of all keys below");
-    CLI::App *get = KeyCommand(app, "get", "print the data of a value", Get, options);
-    get->add_option("VALUE", options.valueName, "its name; the value without a name when left out");
-    get->add_flag("--raw", options.raw, "the bytes as they are");
-    get->add_flag("--json", options.json, "as JSON")->excludes(get->get_option("--raw"));
-    CLI::App *set = KeyCommand(app, "set", "set a value", Set, options);
-    set->add_option("VALUE", options.valueName, "its name; may be empty")->required();
-    set->add_option("DATA", options.data, "as for add -d");
-    set->add_option("-t,--type", options.type, "as for add")->capture_default_str();
-    CLI::App *rm = KeyCommand(app, "rm", "delete a value, or a key", Remove, options);
-    rm->add_option("VALUE", options.goesValue, "its name");
-    rm->add_flag("-r", options.recursive, "a key with subkeys, too");
-    CLI::App *version = Command(app, "version", "ask the registry daemon for its version", Version, options);
-    version->add_flag("--json", options.json, "as JSON");
-}
+CLI::App *list = KeyCommand(app, "ls", "list the names of the subkeys", List, options);
+list->add_flag("-r", options.recursive, "of all keys below");
+CLI::App *get = KeyCommand(app, "get", "print the data of a value", Get, options);
+get->add_option("VALUE", options.valueName, "its name; the value without a name when left out");
+get->add_flag("--raw", options.raw, "the bytes as they are");
+get->add_flag("--json", options.json, "as JSON")->excludes(get->get_option("--raw"));
+CLI::App *set = KeyCommand(app, "set", "set a value", Set, options);
+set->add_option("VALUE", options.valueName, "its name; may be empty")->required();
+set->add_option("DATA", options.data, "as for add -d");
+set->add_option("-t,--type", options.type, "as for add")->capture_default_str();
+CLI::App *rm = KeyCommand(app, "rm", "delete a value, or a key", Remove, options);
+rm->add_option("VALUE", options.goesValue, "its name");
+rm->add_flag("-r", options.recursive, "a key with subkeys, too");
+CLI::App *version = Command(app, "version", "ask the registry daemon for its version", Version, options);
+version->add_flag("--json", options.json, "as JSON");
+} // namespace
 
 int RunProgram(int argc, char **argv) {
     Options options;

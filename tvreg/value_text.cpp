@@ -11,22 +11,34 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
 
 namespace {
 
-constexpr const char *types[] = {"REG_NONE",   "REG_SZ",      "REG_EXPAND_SZ",
-                                 "REG_BINARY", "REG_DWORD",   "REG_DWORD_BIG_ENDIAN",
-                                 "REG_LINK",   "REG_MULTI_SZ"};
+constexpr const char *types[] = {"REG_NONE",
+                                 "REG_SZ",
+                                 "REG_EXPAND_SZ",
+                                 "REG_BINARY",
+                                 "REG_DWORD",
+                                 "REG_DWORD_BIG_ENDIAN",
+                                 "REG_LINK",
+                                 "REG_MULTI_SZ",
+                                 "REG_RESOURCE_LIST",
+                                 "REG_FULL_RESOURCE_DESCRIPTOR",
+                                 "REG_RESOURCE_REQUIREMENTS_LIST",
+                                 "REG_QWORD"};
 
+constexpr std::size_t qwordBytes = std::size_t{2} * dwordBytes;
 constexpr std::string_view prefix = "REG_";
 
 // A whole text as a number: decimal, or hexadecimal behind 0x.
-std::optional<std::uint32_t> ParseNumber(std::string_view text) {
+template <typename Number = std::uint32_t>
+std::optional<Number> ParseNumber(std::string_view text) {
     const bool isHex = text.starts_with("0x") || text.starts_with("0X");
     if (isHex) text.remove_prefix(2);
-    std::uint32_t number = 0;
+    Number number = 0;
     const auto [stop, code] = std::from_chars(text.data(), text.data() + text.size(), number, isHex ? 16 : 10);
     if (code != std::errc() || stop != text.data() + text.size()) return std::nullopt;
     return number;
@@ -47,6 +59,27 @@ std::optional<std::string> ParseHex(const std::vector<std::string> &words) {
     }
     return bytes;
 }
+
+// Cuts each word at the separator; false for an empty string, which would end the list.
+bool CutWords(const std::vector<std::string> &words, std::string_view separator, std::vector<std::string> *strings) {
+    for (std::string_view rest : words) {
+        if (rest.empty()) return false;
+        while (!separator.empty() && rest.ends_with(separator)) {
+            rest.remove_suffix(separator.size());
+        }
+        while (!rest.empty()) {
+            const std::size_t length = separator.empty() ? rest.size() : std::min(rest.find(separator), rest.size());
+            if (length == 0) return false;
+            strings->emplace_back(rest.substr(0, length));
+            rest.remove_prefix(std::min(length + separator.size(), rest.size()));
+        }
+    }
+    return true;
+}
+
+std::uint64_t QwordAt(const char *bytes) { return std::uint64_t{DwordAt(bytes + dwordBytes)} << 32 | DwordAt(bytes); }
+
+bool IsQword(const RegValue &value) { return value.type == REG_QWORD && value.data.size() == qwordBytes; }
 
 std::string WithoutTerminator(const std::string &data) {
     return data.ends_with('\0') ? data.substr(0, data.size() - 1) : data;
@@ -81,6 +114,7 @@ std::string DataText(const RegValue &value) {
     if (value.type == REG_DWORD && value.data.size() == dwordBytes) {
         return fmt::format("{:#x}", DwordAt(value.data.data()));
     }
+    if (IsQword(value)) return fmt::format("{:#x}", QwordAt(value.data.data()));
     if (value.type != REG_MULTI_SZ) return HexOf(value.data);
     std::string text;
     for (const std::string &string : SplitMultiString(value.data)) {
@@ -89,7 +123,8 @@ std::string DataText(const RegValue &value) {
     return text;
 }
 
-std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words) {
+std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words,
+                                     std::string_view separator) {
     std::string data;
     switch (type) {
     case REG_SZ:
@@ -98,13 +133,19 @@ std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::
         if (!words.empty()) data = words.front();
         data.push_back('\0');
         return data;
-    case REG_MULTI_SZ:
-        for (const std::string &word : words) {
-            if (word.empty()) return std::nullopt; // would end the list
-            data += word + '\0';
-        }
-        data.push_back('\0');
+    case REG_MULTI_SZ: {
+        std::vector<std::string> strings;
+        if (!CutWords(words, separator, &strings)) return std::nullopt;
+        return JoinMultiString(strings);
+    }
+    case REG_QWORD: {
+        const auto number = words.size() == 1 ? ParseNumber<std::uint64_t>(words.front()) : std::nullopt;
+        if (!number) return std::nullopt;
+        data.resize(qwordBytes);
+        PutDword(static_cast<std::uint32_t>(*number), data.data());
+        PutDword(static_cast<std::uint32_t>(*number >> 32), data.data() + dwordBytes);
         return data;
+    }
     case REG_DWORD: {
         const auto number = words.size() == 1 ? ParseNumber(words.front()) : std::nullopt;
         if (!number) return std::nullopt;
@@ -125,6 +166,8 @@ nlohmann::ordered_json ValueJson(const RegValue &value) {
         SetText(object, "data", WithoutTerminator(value.data));
     } else if (value.type == REG_DWORD && value.data.size() == dwordBytes) {
         object["data"] = DwordAt(value.data.data());
+    } else if (IsQword(value)) {
+        object["data"] = QwordAt(value.data.data());
     } else if (value.type == REG_MULTI_SZ) {
         SetTexts(object, "data", SplitMultiString(value.data));
     } else {

@@ -21,8 +21,11 @@ std::optional<std::uint32_t> ParseType(const std::string &text);
 std::string DataText(const RegValue &value);
 
 // Makes data of a type out of words: one string for REG_SZ and REG_EXPAND_SZ, any number for REG_MULTI_SZ, a decimal or
-// 0x... number for REG_DWORD, hexadecimal digits for the rest. Nothing when the words are not of that kind.
-std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words);
+// 0x... number for REG_DWORD and REG_QWORD, hexadecimal digits for the rest. Nothing when the words are not of that
+// kind.
+//   separator  cuts a word of REG_MULTI_SZ into several strings; at its end it means nothing; empty: words stay whole
+std::optional<std::string> ParseData(std::uint32_t type, const std::vector<std::string> &words,
+                                     std::string_view separator = {});
 
 // Members name, type, type_code, data; name_bytes and data_bytes for what is not UTF-8 (json_text.h).
 nlohmann::ordered_json ValueJson(const RegValue &value);

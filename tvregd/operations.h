@@ -9,13 +9,8 @@
 // until the next change.
 #pragma once
 
+#include "registry/limits.h"
 #include "tvregd/group.h"
-
-// Bytes of a key's or a value's name: the 255 and 16,383 characters of Win32, each of up to four bytes, and as many in
-// a key's as the service daemon reads of a service's name.
-constexpr std::size_t MAX_KEY_NAME = 1023;
-constexpr std::size_t MAX_VALUE_NAME = 16383 * std::size_t{4};
-constexpr std::size_t MAX_VALUE_BYTES = std::size_t{16} << 20; // of data
 
 // Also 2 when there is no such key; 161 for a malformed path.
 [[nodiscard]] std::uint32_t OpenKey(Registry &registry, std::uint32_t handle, std::string_view path, Key **key);

@@ -13,6 +13,7 @@
 // handles name a deleted key. What is buried is taken apart later, in pieces (graveyard.h). Thread: the only one.
 #pragma once
 
+#include "registry/limits.h"
 #include "tv/winreg.h"
 #include "tvregd/names.h"
 
@@ -87,7 +88,6 @@ struct Tree {
 constexpr std::uint32_t ROOT_COUNT = 7;
 // Handles have 23 bits for the number: 0 to 19 and 28 to 30. Bits 20 to 27 are the client's, bit 31 marks the roots.
 constexpr std::uint32_t MAX_KEY_NUMBER = 0x7FFFFF;
-constexpr std::uint32_t MAX_DEPTH = 512; // of a key that is made
 
 // Makes a tree of the seven roots without subkeys and values.
 Tree MakeTree();

@@ -55,6 +55,7 @@ typedef HKEY *PHKEY;
 #define REG_DWORD_BIG_ENDIAN 5u
 #define REG_LINK 6u
 #define REG_MULTI_SZ 7u
+#define REG_QWORD 11u
 
 #define REG_OPTION_NON_VOLATILE 0u
 #define REG_OPTION_VOLATILE 1u

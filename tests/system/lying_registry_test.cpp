@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace {
 
 using testing::HasSubstr;
@@ -150,6 +152,61 @@ TEST_F(LyingRegd, values_that_differ_each_time_under_a_time_that_stands_still) {
     hasSubkeys = false;
     value = [this, n = 0]() mutable { return n++ % 2 == 0 ? Value("a" + std::to_string(calls)) : NoMoreValues(); };
     ExpectEnd("HKEY_LOCAL_MACHINE: changes faster than it can be read\n");
+}
+
+// The commands below meet a daemon that answers, but not as wished.
+struct UnwillingRegd : testing::Test {
+    std::string file = MakeScratchFolder() + "/file.reg";
+
+    Ended Import(const WireHandler &handler, int *connections) {
+        WriteFile(file, "REGEDIT4\n[HKLM\\a]\n\"v\"=\"x\"\n\"w\"=\"y\"\n\n[HKLM\\b]\n\"v\"=\"z\"\n");
+        RegisterRegistryDaemon();
+        const ScriptedRegd daemon("127.0.0.1", handler);
+        const Ended ended = RunAndRead({.command = {ProgramPath("tvreg"), "import", file}});
+        *connections = daemon.Connections();
+        UnregisterRegistryDaemon();
+        return ended;
+    }
+};
+
+constexpr std::uint32_t accessDenied = ERROR_ACCESS_DENIED;
+
+TEST_F(UnwillingRegd, import_tells_everything_that_is_refused_with_its_line) {
+    int connections = 0;
+    const Ended ended = Import(
+        [](const WireCall &call) {
+            if (call.procedure == REG_CREATE_KEY_EX) return Answer(success, std::uint32_t{7}, std::uint32_t{1});
+            return call.procedure == REG_SET_VALUE_EX ? Answer(accessDenied) : Answer(success, std::uint32_t{7});
+        },
+        &connections);
+    EXPECT_EQ(ended.status, 1);
+    const std::string refused = "5 ERROR_ACCESS_DENIED";
+    EXPECT_THAT(ended.error,
+                testing::AllOf(HasSubstr("tvreg: " + file + ":3: HKEY_LOCAL_MACHINE\\a, value \"v\": " + refused),
+                               HasSubstr("tvreg: " + file + ":4: HKEY_LOCAL_MACHINE\\a, value \"w\": " + refused),
+                               HasSubstr("tvreg: " + file + ":7: HKEY_LOCAL_MACHINE\\b, value \"v\": " + refused)));
+}
+
+TEST_F(UnwillingRegd, import_goes_one_by_one_where_several_requests_at_once_are_not_taken) {
+    int connections = 0, sets = 0;
+    bool isFirst = true;
+    const Ended ended = Import(
+        [&](const WireCall &call) {
+            if (call.procedure == REG_CREATE_KEY_EX) return Answer(success, std::uint32_t{7}, std::uint32_t{1});
+            if (call.procedure != REG_SET_VALUE_EX) return Answer(success, std::uint32_t{7});
+            WireAnswer answer = Answer(success);
+            if (std::exchange(isFirst, false)) {
+                answer.cutAfter = 0;
+            } else {
+                ++sets;
+            }
+            return answer;
+        },
+        &connections);
+    EXPECT_EQ(ended.status, 0) << ended.error;
+    EXPECT_EQ(ended.output, "2 keys, 3 values written\n");
+    EXPECT_EQ(sets, 3);
+    EXPECT_EQ(connections, 2);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The command line of the registry against a real registry daemon: what it prints, what it leaves in the registry, and
 // its exit statuses.
-#include "tests/support/host.h"
+#include "tests/support/tvreg_fixture.h"
 #include "tv/winreg.h"
 
 #include <gmock/gmock.h>
@@ -14,38 +14,7 @@ using testing::StartsWith;
 
 namespace {
 
-// One daemon for the whole program; each test works below HKEY_LOCAL_MACHINE\TESTNAME.
-struct Tvreg : testing::Test {
-    static inline std::string folder;
-    static inline pid_t daemon = 0;
-
-    static void SetUpTestSuite() {
-        folder = MakeScratchFolder();
-        daemon = StartRegistryDaemon(folder + "/registry.db");
-    }
-    static void TearDownTestSuite() { EXPECT_EQ(StopDaemon(daemon), 0); }
-
-    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
-    const std::string key = "HKLM\\" + name;
-    const std::string longKey = "HKEY_LOCAL_MACHINE\\" + name;
-
-    Ended Run(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), ProgramPath("tvreg"));
-        return RunAndRead({.command = std::move(arguments)});
-    }
-    // Runs a command that must work. Returns what it prints.
-    std::string Do(std::vector<std::string> arguments) {
-        const Ended ended = Run(std::move(arguments));
-        EXPECT_EQ(ended.status, 0) << ended.error;
-        EXPECT_EQ(ended.error, "");
-        return ended.output;
-    }
-    std::string File(const std::string &content) {
-        const std::string path = folder + "/" + name + ".reg";
-        WriteFile(path, content);
-        return path;
-    }
-};
+struct Tvreg : TvregFixture {};
 
 const std::vector<RegistryValue> everyKind = {
     {"", REG_SZ, Sz("unnamed")},
@@ -68,7 +37,7 @@ TEST_F(Tvreg, import_writes_keys_values_types_and_bytes_in_the_order_of_the_file
                                  "\\z]\n\"Type\"=dword:00000010\n@=\"un\\\\named\"\n"
                                  "[" +
                                  key + "\\a]\n\"m\"=hex(7):61,00,\\\n  62,00,00\n")}),
-              "");
+              "2 keys, 3 values written\n");
     EXPECT_THAT(ReadSubKeys(name), ElementsAre("z", "a"));
     EXPECT_THAT(ReadValues(name + "\\z"),
                 ElementsAre(RegistryValue{"Type", REG_DWORD, Dword(0x10)}, RegistryValue{"", REG_SZ, Sz("un\\named")}));
@@ -78,8 +47,9 @@ TEST_F(Tvreg, import_writes_keys_values_types_and_bytes_in_the_order_of_the_file
 TEST_F(Tvreg, import_deletes_keys_and_values_that_may_be_missing) {
     WriteKey(name + "\\goes\\too", {{"v", REG_SZ, Sz("x")}});
     WriteKey(name, {{"old", REG_SZ, Sz("x")}, {"stays", REG_SZ, Sz("x")}, {"", REG_SZ, Sz("x")}});
-    (void)Do({"import", File("REGEDIT4\n[-" + key + "\\goes]\n[-" + key + "\\never]\n[" + key +
-                             "]\n\"OLD\"=-\n\"never\"=-\n@=-\n")});
+    EXPECT_EQ(Do({"import", File("REGEDIT4\n[-" + key + "\\goes]\n[-" + key + "\\never]\n[" + key +
+                                 "]\n\"OLD\"=-\n\"never\"=-\n@=-\n")}),
+              "1 key, 0 values written; 2 keys, 3 values deleted\n");
     EXPECT_THAT(ReadSubKeys(name), ElementsAre());
     EXPECT_THAT(ReadValues(name), ElementsAre(RegistryValue{"stays", REG_SZ, Sz("x")}));
 }
@@ -149,12 +119,22 @@ TEST_F(Tvreg, export_and_import_give_back_everything_in_both_dialects) {
         EXPECT_EQ(isReg4 ? Do({"export", key + "\\k", file, "--reg4"}) : Do({"export", key + "\\k", file}), "");
         EXPECT_THAT(ReadFile(file), StartsWith(isReg4 ? "REGEDIT4\n" : "\xFF\xFEW"));
         DeleteKey(name);
-        EXPECT_EQ(Do({"import", file}), "");
+        EXPECT_EQ(Do({"import", file}), "3 keys, 11 values written\n");
         EXPECT_THAT(ReadSubKeys(name + "\\k"), ElementsAre("b", "a"));
         EXPECT_EQ(ReadValues(name + "\\k\\b"), everyKind);
         EXPECT_THAT(ReadValues(name + "\\k\\a"), ElementsAre());
         DeleteKey(name);
     }
+}
+
+TEST_F(Tvreg, export_at_a_terminal_is_text_that_it_shows) {
+    WriteKey(name, {{"v", REG_SZ, Sz("\xC3\xBC")}, {"w", REG_SZ, Sz("\xC2\x9B")}});
+    int status = -1;
+    EXPECT_EQ(RunAtTerminal("LC_ALL=C.UTF-8 " + ProgramPath("tvreg") + " export 'HKLM\\" + name + "'", &status),
+              "Windows Registry Editor Version 5.00\r\n\r\n[" + longKey +
+                  "]\r\n\"v\"=\"\xC3\xBC\"\r\n\"w\"=\"\\xc2\\x9b\"\r\n");
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(Do({"export", key, "-"}), StartsWith("\xFF\xFEW"));
 }
 
 TEST_F(Tvreg, export_of_what_is_no_utf8_fails_with_6_unless_reg4) {
@@ -175,7 +155,7 @@ TEST_F(Tvreg, names_of_keys_export_and_import_whatever_bytes_they_are) {
         const std::string file = folder + "/export.reg";
         EXPECT_EQ(isReg4 ? Do({"export", key, file, "--reg4"}) : Do({"export", key, file}), "");
         DeleteKey(name);
-        EXPECT_EQ(Do({"import", file}), "");
+        EXPECT_EQ(Do({"import", file}), "11 keys, 5 values written\n");
         EXPECT_EQ(ReadSubKeys(name), names);
         EXPECT_THAT(ReadValues(name + "\\a\rb\\below"), ElementsAre(RegistryValue{"v", REG_SZ, Sz("a\rb")}));
         DeleteKey(name);

@@ -21,7 +21,7 @@ const std::string webKey = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Web";
 
 Fixed Fix(const std::string &values, const std::string &key = webKey) {
     Fixed fixed;
-    EXPECT_FALSE(ReadRegText("REGEDIT4\n[" + key + "]\n" + common + values, &fixed.keys).has_value());
+    EXPECT_TRUE(ReadRegText("REGEDIT4\n[" + key + "]\n" + common + values, &fixed.keys).empty());
     fixed.remarks = FixServices(&fixed.keys);
     return fixed;
 }

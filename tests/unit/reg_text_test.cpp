@@ -25,8 +25,9 @@ std::string Utf16(std::string_view text) {
 
 std::vector<RegKey> Read(std::string_view text) {
     std::vector<RegKey> keys;
-    const auto error = ReadRegText(text, &keys);
-    EXPECT_FALSE(error.has_value()) << error->line << ": " << error->text;
+    for (const RegTextError &error : ReadRegText(text, &keys)) {
+        ADD_FAILURE() << error.line << ": " << error.text;
+    }
     return keys;
 }
 
@@ -139,9 +140,9 @@ TEST(ReadRegText, regedit4_keeps_bytes_that_are_no_unicode) {
 // It could be written, but in no file of version 5.00 any more.
 TEST(ReadRegText, version_5_refuses_bytes_that_are_no_unicode) {
     std::vector<RegKey> keys;
-    const auto error = ReadRegText("Windows Registry Editor Version 5.00\n[HKLM\\a]\n\"v\"=\"\xFC\"\n", &keys);
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->line, 3);
+    const auto errors = ReadRegText("Windows Registry Editor Version 5.00\n[HKLM\\a]\n\"v\"=\"\xFC\"\n", &keys);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0].line, 3);
     EXPECT_TRUE(keys.empty());
 }
 
@@ -200,16 +201,98 @@ TEST(ReadRegText, every_error_names_its_line_and_leaves_nothing) {
          1, "proper UTF-16"},
         {"\xFF\xFE" + std::string("\x00\xDC", 2), 1, "proper UTF-16"},
         {Bytes("REGEDIT4\n\0"), 2, "zero byte"},
-        {Utf16(V5), 1, "zero byte"},
     };
     for (const Wrong &wrong : wrongs) {
         std::vector<RegKey> keys(3);
-        const auto error = ReadRegText(wrong.text, &keys);
-        ASSERT_TRUE(error.has_value()) << wrong.text;
-        EXPECT_EQ(error->line, wrong.line) << wrong.text;
-        EXPECT_THAT(error->text, HasSubstr(wrong.says)) << wrong.text;
+        const auto errors = ReadRegText(wrong.text, &keys);
+        ASSERT_FALSE(errors.empty()) << wrong.text;
+        EXPECT_EQ(errors[0].line, wrong.line) << wrong.text;
+        EXPECT_THAT(errors[0].text, HasSubstr(wrong.says)) << wrong.text;
         EXPECT_TRUE(keys.empty());
     }
+}
+
+TEST(ReadRegText, every_wrong_line_is_told) {
+    std::vector<RegKey> keys;
+    const auto errors =
+        ReadRegText("REGEDIT4\n[HKLM\\a]\n\"x\"=nonsense\n\"y\"=\"right\"\n\"h\"=hex:0g,\\\n  00,\\\n  01\n"
+                    "[HKXX\\b]\n\"below\"=\"it\"\nwhat\n",
+                    &keys);
+    std::vector<int> lines;
+    for (const RegTextError &error : errors) {
+        lines.push_back(error.line);
+    }
+    EXPECT_EQ(lines, (std::vector<int>{3, 5, 8, 10}));
+    EXPECT_TRUE(keys.empty());
+}
+
+TEST(ReadRegText, errors_end_at_a_number_that_can_be_read) {
+    std::string text = "REGEDIT4\n";
+    for (int i = 0; i < 500; ++i) {
+        text += "wrong\n";
+    }
+    std::vector<RegKey> keys;
+    EXPECT_EQ(ReadRegText(text, &keys).size(), mostRegTextErrors);
+}
+
+TEST(ReadRegText, lenient_takes_what_can_be_read) {
+    std::vector<RegKey> keys;
+    const auto errors = ReadRegText(
+        "no header\n[HKLM\\a]\n\"p\"=\"C:\\temp\"\n\"x\"=nonsense\n[HKXX\\b]\n\"below\"=\"it\"\n[HKLM\\c]\n", &keys,
+        {.isLenient = true});
+    EXPECT_EQ(errors.size(), 4u); // the header, its line, line 4 and line 5
+    ASSERT_EQ(keys.size(), 2u);
+    EXPECT_EQ(keys[0].key.path, "a");
+    ASSERT_EQ(keys[0].values.size(), 1u);
+    EXPECT_EQ(keys[0].values[0], Value("p", REG_SZ, Bytes("C:\\temp\0")));
+    EXPECT_EQ(keys[1].key.path, "c");
+}
+
+TEST(ReadRegText, keys_and_values_know_their_lines) {
+    const auto keys = Read("REGEDIT4\n\n[HKLM\\a]\n; remark\n\"v\"=\"over\nlines\"\n\"w\"=hex:00,\\\n  01\n\"x\"=-\n");
+    ASSERT_EQ(keys.size(), 1u);
+    EXPECT_EQ(keys[0].line, 3);
+    ASSERT_EQ(keys[0].values.size(), 3u);
+    EXPECT_EQ(keys[0].values[0].line, 5);
+    EXPECT_EQ(keys[0].values[1].line, 7);
+    EXPECT_EQ(keys[0].values[2].line, 9);
+}
+
+TEST(ReadRegText, utf16_of_both_byte_orders_with_and_without_mark) {
+    const std::string text = std::string(V5) + "\r\n[HKLM\\k]\r\n\"n\"=\"\xE2\x82\xAC\"\r\n";
+    const std::string little = Utf16(text);
+    std::string big = little;
+    for (std::size_t i = 0; i < big.size(); i += 2) {
+        std::swap(big[i], big[i + 1]);
+    }
+    for (const std::string &bytes : {little, "\xFF\xFE" + little, big, "\xFE\xFF" + big}) {
+        const auto keys = Read(bytes);
+        ASSERT_EQ(keys.size(), 1u);
+        EXPECT_EQ(keys[0].values.at(0), Value("n", REG_SZ, Bytes("\xE2\x82\xAC\0")));
+    }
+}
+
+// Some editors of old end a file with it.
+TEST(ReadRegText, a_mark_of_the_end_of_the_file_is_no_text) {
+    EXPECT_EQ(Read("REGEDIT4\n[HKLM\\k]\n\x1A").size(), 1u);
+    EXPECT_EQ(Read("\xFF\xFE" + Utf16(std::string(V5) + "\n[HKLM\\k]\n\x1A")).size(), 1u);
+    std::vector<RegKey> keys;
+    EXPECT_EQ(ReadRegText("REGEDIT4\n\x1A\n[HKLM\\k]\n", &keys).size(), 1u); // in the middle it is one
+}
+
+TEST(ReadRegText, an_encoding_that_is_told_holds_for_the_text_and_for_regedit4_strings_in_hexadecimal) {
+    std::vector<RegKey> keys;
+    const RegReadingRules rules = {.encoding = "CP1252"};
+    EXPECT_TRUE(ReadRegText("REGEDIT4\n[HKLM\\\xE4]\n\"v\"=\"\x80\"\n\"x\"=hex(2):80,00\n\"b\"=hex:80\n", &keys, rules)
+                    .empty());
+    EXPECT_EQ(keys.at(0).key.path, "\xC3\xA4");
+    EXPECT_EQ(keys[0].values.at(0), Value("v", REG_SZ, Bytes("\xE2\x82\xAC\0")));
+    EXPECT_EQ(keys[0].values.at(1), Value("x", REG_EXPAND_SZ, Bytes("\xE2\x82\xAC\0")));
+    EXPECT_EQ(keys[0].values.at(2), Value("b", REG_BINARY, "\x80"));
+    const auto errors =
+        ReadRegText("REGEDIT4\n[HKLM\\k]\n\"v\"=\"\x81\"\n", &keys, rules); // 0x81 is no character there
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0].line, 3);
 }
 
 TEST(ReadRegText, every_cut_of_a_file_is_read_or_refused) {
@@ -324,7 +407,7 @@ TEST(ReadRegText, bytes_by_their_numbers_make_no_name_that_no_key_can_have) {
     for (const char *line :
          {R"([HKU\a\\x00])", R"([HKU\a\\x5C])", R"([HKU\a\\x0])", R"([HKU\a\\x0g])", R"([HKU\a\\b])"}) {
         std::vector<RegKey> keys;
-        EXPECT_TRUE(ReadRegText(std::string("REGEDIT4\n") + line, &keys).has_value()) << line;
+        EXPECT_FALSE(ReadRegText(std::string("REGEDIT4\n") + line, &keys).empty()) << line;
     }
 }
 

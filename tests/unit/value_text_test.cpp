@@ -43,6 +43,26 @@ TEST(ParseData, words_of_each_type) {
     EXPECT_EQ(ParseData(REG_NONE, {}), "");
 }
 
+TEST(ParseData, a_separator_cuts_words_into_strings) {
+    EXPECT_EQ(ParseData(REG_MULTI_SZ, {"a\\0b", "c"}, "\\0"), std::string("a\0b\0c\0\0", 7));
+    EXPECT_EQ(ParseData(REG_MULTI_SZ, {"a\\0b\\0\\0"}, "\\0"), std::string("a\0b\0\0", 5));
+    EXPECT_EQ(ParseData(REG_MULTI_SZ, {"a;b"}, ";"), std::string("a\0b\0\0", 5));
+    EXPECT_EQ(ParseData(REG_MULTI_SZ, {"a\\0b"}), std::string("a\\0b\0\0", 6));
+    EXPECT_EQ(ParseData(REG_MULTI_SZ, {"a\\0\\0b"}, "\\0"), std::nullopt);
+    EXPECT_EQ(ParseData(REG_SZ, {"a\\0b"}, "\\0"), std::string("a\\0b\0", 5));
+}
+
+TEST(ParseData, numbers_of_64_bits) {
+    EXPECT_EQ(ParseData(REG_QWORD, {"0x123456789abcdef0"}), "\xF0\xDE\xBC\x9A\x78\x56\x34\x12");
+    EXPECT_EQ(ParseData(REG_QWORD, {"18446744073709551616"}), std::nullopt);
+    EXPECT_EQ(ParseType("qword"), REG_QWORD);
+    EXPECT_EQ(TypeText(11), "REG_QWORD");
+    EXPECT_EQ(TypeText(12), "12");
+    EXPECT_EQ(DataText(Value(REG_QWORD, "\xF0\xDE\xBC\x9A\x78\x56\x34\x12")), "0x123456789abcdef0");
+    EXPECT_EQ(DataText(Value(REG_QWORD, "\xF0")), "f0");
+    EXPECT_EQ(ValueJson(Value(REG_QWORD, "\xF0\xDE\xBC\x9A\x78\x56\x34\x12"))["data"], 0x123456789abcdef0u);
+}
+
 TEST(ParseData, words_of_the_wrong_kind_give_nothing) {
     EXPECT_EQ(ParseData(REG_SZ, {"a", "b"}), std::nullopt);
     EXPECT_EQ(ParseData(REG_MULTI_SZ, {"a", ""}), std::nullopt);

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+// pipeline: many writes on their way to a registry daemon at once, for the programs around it.
+//
+// One write after the other costs a way there and back each, and a daemon that shares a commit among the requests that
+// are ready finds one. The writes stand in the order of the array, and reach a daemon in that order.
+#pragma once
+
+#include "tv/winreg.h"
+
+#include <cstddef>
+
+struct RegistryWrite {
+    enum Kind { createKey, setValue, deleteValue, closeKey };
+
+    Kind kind;
+    HKEY key;         // createKey: the one above
+    const char *name; // createKey: a path below it; else of the value; null: closeKey; borrowed
+    DWORD type;       // setValue, like the next two
+    const BYTE *data; // borrowed
+    DWORD dataBytes;
+    LONG code;    // afterwards: the daemon's
+    HKEY created; // afterwards, for createKey
+};
+
+// Writes over the connection of the first key, which all of them belong to. Returns how many were answered, counted
+// from the first one: fewer than all when there is no connection or when it breaks, also under a daemon that cannot
+// take several requests at once; whether one of the rest was done is not known then, and the next call, one by one,
+// connects anew. Blocks; takes the registry's mutex.
+[[nodiscard]] std::size_t WriteTogether(RegistryWrite *writes, std::size_t count);
