@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tvregd/group.h"
 
-#include <ctime>
+#include "util/wall_time.h"
+
 #include <exception>
 
 namespace {
@@ -45,10 +46,9 @@ void EndGroup(Registry &registry) {
 
 std::uint64_t FileTimeNow() {
     constexpr std::uint64_t SECONDS_1601_TO_1970 = 11'644'473'600;
-    timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now);
-    return (static_cast<std::uint64_t>(now.tv_sec) + SECONDS_1601_TO_1970) * 10'000'000 +
-           static_cast<std::uint64_t>(now.tv_nsec) / 100;
+    const WallTime now = WallTimeNow();
+    return (static_cast<std::uint64_t>(now.seconds) + SECONDS_1601_TO_1970) * 10'000'000 +
+           static_cast<std::uint64_t>(now.microseconds) * 10;
 }
 
 void Look(Registry &registry, const Key &key) {

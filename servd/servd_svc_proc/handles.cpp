@@ -25,16 +25,14 @@
 #include "servd/win32_code.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
+#include "util/wall_time.h"
 
 #include <cstring>
 
 namespace {
 
-std::int32_t SecondsNow() {
-    timeval now{};
-    (void)gettimeofday(&now, nullptr);
-    return static_cast<std::int32_t>(now.tv_sec);
-}
+// A word of seconds lasts until 2106: differences of two are right beyond 2038, when its sign turns.
+std::int32_t SecondsNow() { return static_cast<std::int32_t>(WallTimeNow().seconds); }
 
 // Removes the service's registry key and returns its record to the free state. Deliberate: the nodes of the record in
 // grouplist and imagepathlist stay, and so does every field but the names and the mark.

@@ -74,8 +74,7 @@ const ServiceDatabaseEntry *RunningSibling(const GroupMember *members) {
 
 // Whether every announced wait among the services of an image path has passed.
 bool HaveAllDeadlinesPassed(const GroupMember *members) {
-    timeval now = {};
-    (void)gettimeofday(&now, nullptr);
+    const WallTime now = WallTimeNow();
     for (; members != nullptr; members = members->next)
         if (!HasDeadlinePassed(svcdb[members->serviceIndex], now)) return false;
     return true;

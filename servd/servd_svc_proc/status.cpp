@@ -24,9 +24,7 @@ Win32Code SetStatus(std::int32_t handle, const svd_status_t &status) {
     ServiceDatabaseEntry &entry = svcdb[handle];
     // Deliberate: taken as it stands, whoever sent it; a service that reports itself stopped keeps its process id.
     entry.status = status;
-    timeval now{};
-    (void)gettimeofday(&now, nullptr);
-    entry.statusDeadline = DeadlineAfter(now, status.dwWaitHint);
+    entry.statusDeadline = DeadlineAfter(WallTimeNow(), status.dwWaitHint);
     return ERROR_SUCCESS;
 }
 
@@ -39,24 +37,21 @@ Win32Code QueryStatus(std::int32_t handle, svd_status_t *serviceStatus) {
 
 } // namespace
 
-bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const timeval &now) {
+bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const WallTime &now) {
     if (entry.status.dwWaitHint == 0) return false;
     const StatusDeadline &deadline = entry.statusDeadline;
     // Unsigned, so that the words of the record last until 2106 instead of 2038.
-    const auto seconds = static_cast<std::uint32_t>(now.tv_sec);
+    const auto seconds = static_cast<std::uint32_t>(now.seconds);
     const auto deadlineSeconds = static_cast<std::uint32_t>(deadline.seconds);
     if (seconds != deadlineSeconds) return seconds > deadlineSeconds;
-    return now.tv_usec > deadline.microseconds;
+    return now.microseconds > deadline.microseconds;
 }
 
-bool HasDeadlinePassedNow(const ServiceDatabaseEntry &entry) {
-    timeval now{};
-    (void)gettimeofday(&now, nullptr);
-    return HasDeadlinePassed(entry, now);
-}
+bool HasDeadlinePassedNow(const ServiceDatabaseEntry &entry) { return HasDeadlinePassed(entry, WallTimeNow()); }
 
-StatusDeadline DeadlineAfter(const timeval &now, std::int32_t waitHintMs) {
-    return {.seconds = WordSum(now.tv_sec, waitHintMs / 1000), .microseconds = WordSum(now.tv_usec, waitHintMs % 1000)};
+StatusDeadline DeadlineAfter(const WallTime &now, std::int32_t waitHintMs) {
+    return {.seconds = WordSum(now.seconds, waitHintMs / 1000),
+            .microseconds = WordSum(now.microseconds, waitHintMs % 1000)};
 }
 
 // Deliberate: the accepted controls, the specific exit code, the context and the deadline keep their values.

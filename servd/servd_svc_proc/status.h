@@ -4,13 +4,13 @@
 
 #include "servd/servd_svc_proc/database.h"
 
-#include <sys/time.h>
+#include "util/wall_time.h"
 
 // Whether a service's announced wait has passed: its wait hint is not 0 and `now` is later than its deadline.
-[[nodiscard]] bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const timeval &now);
+[[nodiscard]] bool HasDeadlinePassed(const ServiceDatabaseEntry &entry, const WallTime &now);
 // The deadline that a report with this wait hint (milliseconds) sets. Deliberate: the hint's part below one second is
 // added to the microseconds as it is.
-[[nodiscard]] StatusDeadline DeadlineAfter(const timeval &now, std::int32_t waitHintMs);
+[[nodiscard]] StatusDeadline DeadlineAfter(const WallTime &now, std::int32_t waitHintMs);
 // Whether it has passed by now.
 [[nodiscard]] bool HasDeadlinePassedNow(const ServiceDatabaseEntry &entry);
 

@@ -520,16 +520,3 @@ std::string ReadWhatIsThere(const std::string &path) {
     content << file.rdbuf(); // swallows what the buffer throws when a read fails
     return content.str();
 }
-
-// --- time ----------------------------------------------------------------------------------------------------------
-
-void SleepMs(int milliseconds) {
-    const timespec time = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
-    (void)nanosleep(&time, nullptr);
-}
-
-std::int64_t MonotonicMs() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}

@@ -10,6 +10,7 @@
 #include "rpc/dial.h"
 #include "tests/support/records.h"
 #include "tests/support/value_bytes.h"
+#include "util/monotonic_ms.h"
 
 #include <sys/types.h>
 
@@ -157,9 +158,6 @@ std::string ReadFile(const std::string &path);
 std::string ReadWhatIsThere(const std::string &path);
 
 // --- implementation ------------------------------------------------------------------------------------------------
-
-void SleepMs(int milliseconds);
-std::int64_t MonotonicMs();
 
 template <typename Condition>
 bool WaitUntil(Condition condition, int timeoutMs) {

@@ -72,6 +72,10 @@ add_executable(test_service support/test_service.cpp)
 target_link_libraries(test_service PRIVATE tv_options servd_wire)
 add_dependencies(tv_test_host test_service)
 
+# Runs a daemon at another time of day.
+add_executable(moved_clock support/moved_clock.cpp)
+target_link_libraries(moved_clock PRIVATE tv_options)
+
 # Loaded into a daemon: one signals its children between fork and exec, one refuses it threads.
 foreach(module signal_child no_threads)
   add_library(${module} MODULE support/${module}.cpp)

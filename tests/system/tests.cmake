@@ -3,6 +3,8 @@
 tv_host_test(system automatic_start tv_test_host nlohmann_json::nlohmann_json)
 tv_host_test(system children tv_test_host)
 add_dependencies(children_system_test signal_child no_threads)
+tv_host_test(system clock tv_test_host)
+add_dependencies(clock_system_test moved_clock)
 tv_host_test(system failing_allocations tv_hazard)
 add_dependencies(failing_allocations_system_test servd_failing)
 find_package(nlohmann_json REQUIRED)

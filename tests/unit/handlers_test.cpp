@@ -4,7 +4,6 @@
 #include "tests/handlers/suite.h"
 #include "tests/support/memory_registry.h"
 
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,11 +24,11 @@ ServiceDatabaseEntry Reported(std::int32_t waitHintMs, StatusDeadline deadline) 
     return entry;
 }
 
-bool Passed(std::int32_t waitHintMs, StatusDeadline deadline, timeval now) {
+bool Passed(std::int32_t waitHintMs, StatusDeadline deadline, WallTime now) {
     return HasDeadlinePassed(Reported(waitHintMs, deadline), now);
 }
 
-void ExpectDeadline(timeval now, std::int32_t waitHintMs, std::int32_t seconds, std::int32_t microseconds) {
+void ExpectDeadline(WallTime now, std::int32_t waitHintMs, std::int32_t seconds, std::int32_t microseconds) {
     const StatusDeadline deadline = DeadlineAfter(now, waitHintMs);
     EXPECT_EQ(deadline.seconds, seconds) << waitHintMs;
     EXPECT_EQ(deadline.microseconds, microseconds) << waitHintMs;
@@ -76,16 +75,16 @@ TEST(HasDeadlinePassed, seconds_go_before_microseconds) {
 }
 
 TEST(HasDeadlinePassed, it_holds_beyond_the_32nd_bit_of_the_seconds) {
-    const timeval after2038 = {static_cast<time_t>(std::int64_t{INT32_MAX} + 1000), 0};
+    const WallTime after2038 = {std::int64_t{INT32_MAX} + 1000, 0};
     const StatusDeadline deadline = DeadlineAfter(after2038, 5000);
     EXPECT_FALSE(Passed(5000, deadline, after2038));
-    EXPECT_FALSE(Passed(5000, deadline, {after2038.tv_sec + 5, 0}));
-    EXPECT_TRUE(Passed(5000, deadline, {after2038.tv_sec + 5, 1}));
+    EXPECT_FALSE(Passed(5000, deadline, {after2038.seconds + 5, 0}));
+    EXPECT_TRUE(Passed(5000, deadline, {after2038.seconds + 5, 1}));
 }
 
 TEST(HasDeadlinePassed, the_seconds_outlast_the_sign_of_their_word) {
-    const timeval lastSecondOfTheSign = {INT32_MAX, 0};
-    const timeval afterIt = {static_cast<time_t>(static_cast<std::int32_t>(0x80000001U)), 0}; // as 32-bit time has it
+    const WallTime lastSecondOfTheSign = {INT32_MAX, 0};
+    const WallTime afterIt = {0x80000001, 0};
     EXPECT_FALSE(Passed(2000, DeadlineAfter(lastSecondOfTheSign, 2000), lastSecondOfTheSign));
     EXPECT_FALSE(Passed(2000, DeadlineAfter(lastSecondOfTheSign, 2000), afterIt));
     EXPECT_TRUE(Passed(1000, DeadlineAfter(lastSecondOfTheSign, 1000), afterIt));
@@ -114,21 +113,14 @@ TEST_F(Handlers, a_query_of_a_lock_without_an_owner_answers_6) {
     EXPECT_EQ(reply->isLocked, 1);
 }
 
-// By the clock that the daemon reads; time() may be a little behind it.
-std::int64_t SecondsNow() {
-    timeval now{};
-    (void)gettimeofday(&now, nullptr);
-    return now.tv_sec;
-}
-
 TEST_F(Handlers, the_age_of_a_lock_is_counted_from_the_second_it_was_taken) {
     StartDaemon();
     ASSERT_EQ(Lock(7, "setup"), ERROR_SUCCESS);
     svcdblock.lockedSinceSec -= 100;
-    const std::int64_t before = SecondsNow();
+    const std::int64_t before = WallTimeNow().seconds;
     const std::int32_t age = QueryLock()->lockDurationSec;
     EXPECT_GE(age, before - svcdblock.lockedSinceSec);
-    EXPECT_LE(age, SecondsNow() - svcdblock.lockedSinceSec);
+    EXPECT_LE(age, WallTimeNow().seconds - svcdblock.lockedSinceSec);
     EXPECT_GE(age, 100);
     ASSERT_EQ(Unlock(7), ERROR_SUCCESS);
     EXPECT_EQ(svcdblock.lockedSinceSec, 0);
@@ -155,16 +147,16 @@ TEST_F(Handlers, a_report_keeps_process_and_context_and_sets_the_deadline) {
     Load({"alerter"});
     svcdb[1].processId = 4711;
     svcdb[1].serviceContext = 5;
-    std::int64_t before = SecondsNow();
+    std::int64_t before = WallTimeNow().seconds;
     ASSERT_EQ(SetStatus(1, {0x10, SERVICE_STOPPED, 0, 0, 0, 0, 3000}), ERROR_SUCCESS);
     EXPECT_EQ(svcdb[1].processId, 4711); // deliberate: also when it reports itself stopped
     EXPECT_EQ(svcdb[1].serviceContext, 5);
     EXPECT_GE(svcdb[1].statusDeadline.seconds, before + 3);
-    EXPECT_LE(svcdb[1].statusDeadline.seconds, SecondsNow() + 3);
-    before = SecondsNow();
+    EXPECT_LE(svcdb[1].statusDeadline.seconds, WallTimeNow().seconds + 3);
+    before = WallTimeNow().seconds;
     ASSERT_EQ(SetStatus(1, running), ERROR_SUCCESS); // set without a hint, too
     EXPECT_GE(svcdb[1].statusDeadline.seconds, before);
-    EXPECT_LE(svcdb[1].statusDeadline.seconds, SecondsNow());
+    EXPECT_LE(svcdb[1].statusDeadline.seconds, WallTimeNow().seconds);
 }
 
 TEST_F(Handlers, a_service_found_dead_loses_its_process_and_keeps_the_rest) {
