@@ -36,15 +36,42 @@ function(tv_public_library name)
   tv_install_package(${name})
 endfunction()
 
+# tv_public_bundle(NAME EXPORT_NAME ... DESCRIPTION ... HEADERS ... LIBRARIES ...)
+#   NAME         NAME.pc and the install component; leads to the libraries and to a header folder of its own
+#   EXPORT_NAME  TvServices::EXPORT_NAME stands for the shared libraries, ..._static for the static ones
+#   HEADERS      files of include/NAME
+#   LIBRARIES    names of public libraries; their components have to be installed, too
+function(tv_public_bundle name)
+  cmake_parse_arguments(PARSE_ARGV 1 BUNDLE "" "EXPORT_NAME;DESCRIPTION" "HEADERS;LIBRARIES")
+  foreach(kind shared static)
+    add_library(${name}_${kind} INTERFACE)
+    target_include_directories(${name}_${kind} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/${name}>)
+    list(TRANSFORM BUNDLE_LIBRARIES APPEND _${kind} OUTPUT_VARIABLE libraries)
+    target_link_libraries(${name}_${kind} INTERFACE ${libraries})
+  endforeach()
+  set_target_properties(${name}_shared PROPERTIES EXPORT_NAME ${BUNDLE_EXPORT_NAME})
+  set_target_properties(${name}_static PROPERTIES EXPORT_NAME ${BUNDLE_EXPORT_NAME}_static)
+
+  install(TARGETS ${name}_shared ${name}_static EXPORT ${name} COMPONENT ${name})
+  install(FILES ${BUNDLE_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${name} COMPONENT ${name})
+  list(JOIN BUNDLE_LIBRARIES " " PKGCONFIG_REQUIRES)
+  tv_configure_pkgconfig(${name} "${BUNDLE_DESCRIPTION}" bundle.pc.in)
+  tv_install_package(${name})
+endfunction()
+
 # The .pc file finds its prefix from its own place, so that an installation can be moved.
 function(tv_install_pkgconfig name description systemLibs)
+  list(TRANSFORM systemLibs PREPEND "-l" OUTPUT_VARIABLE flags)
+  list(JOIN flags " " PKGCONFIG_SYSTEM_LIBS)
+  tv_configure_pkgconfig(${name} "${description}" library.pc.in)
+endfunction()
+
+function(tv_configure_pkgconfig name description template)
   file(RELATIVE_PATH upwards /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
   set(PKGCONFIG_NAME ${name})
   set(PKGCONFIG_DESCRIPTION ${description})
   set(PKGCONFIG_UPWARDS ${upwards})
-  list(TRANSFORM systemLibs PREPEND "-l" OUTPUT_VARIABLE flags)
-  list(JOIN flags " " PKGCONFIG_SYSTEM_LIBS)
-  configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${template} ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT ${name})
 endfunction()
 
