@@ -10,8 +10,12 @@
 #include "servd/descriptor_limit.h"
 #include "servd/ending.h"
 #include "servd/limits.h"
+#include "servd/servd_svc_proc/autostart.h"
 #include "servd/servd_svc_proc/database.h"
+#include "servd/servd_svc_proc/groups.h"
 #include "servd/servd_svc_proc/kept_clients.h"
+#include "servd/servd_svc_proc/kept_names.h"
+#include "servd/servd_svc_proc/load.h"
 #include "servd/servd_svc_proc/process.h"
 #include "servd/servd_svc_proc/startup.h"
 #include "servd/servd_xdr.h"
@@ -67,6 +71,16 @@ void InstallSignalHandlers() {
     for (const int caught : caughtSignals) {
         CatchSignal(caught, sigHandler);
     }
+}
+
+// Reads the order of the groups and the services, sorts the groups and starts the automatic services. Returns 0 or the
+// code of the step that failed; those after it are not taken.
+Win32Code BuildDatabase() {
+    Win32Code rc = ReadGroupOrderList(&firstunorderedgroupindex);
+    if (rc == 0) rc = ReadServiceDatabase();
+    if (rc == 0) rc = SortServicesInGroups();
+    if (rc == 0) rc = RunAutoStartServices();
+    return rc;
 }
 
 // Builds the in-memory service state, once. Returns 0 or the failing step's code; clients learn of a failure from

@@ -9,7 +9,3 @@
 extern std::int32_t binitializing; // 1 while it runs
 extern Win32Code initstatus;       // 0, or 1065 when the database could not be built
 extern char scmhostname[256];      // this machine's name; reaches service processes
-
-// Reads the order of the groups and the services, sorts the groups and starts the automatic services. Returns 0 or the
-// code of the step that failed; those after it are not taken. Thread: main thread, once.
-[[nodiscard]] Win32Code BuildDatabase();
