@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// graveyard: how deleted keys and their rows are taken apart, piece by piece.
 #include "tvregd/graveyard.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// group: the transaction that writes share, and the way back for what it has changed.
 #include "tvregd/group.h"
 
 #include "util/wall_time.h"

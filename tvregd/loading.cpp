@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// loading: rows into keys and values, and what earlier versions left otherwise.
 #include "tvregd/loading.h"
 
 #include "tvregd/views.h"

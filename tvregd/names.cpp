@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// names: the folding and hashing of names.
 #include "tvregd/names.h"
 
 #include <unicode/uchar.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// port_entry: looks again and again whether the port mapper still knows the daemon.
 #include "tvregd/port_entry.h"
 
 #include "util/guard.h"

@@ -5,7 +5,6 @@
 #include "servd/service_keys.h"
 #include "tv/winsvc.h"
 #include "tvregd/names.h"
-#include "tvregd/operations.h"
 #include "util/little_endian.h"
 
 namespace {
@@ -45,15 +44,4 @@ std::vector<Value> MissingSeeds(const Key &key) {
     return missing;
 }
 
-std::uint32_t PlantSeeds(Registry &registry) {
-    Key *key = nullptr;
-    const std::string path = std::string(servicesKeyPath) + '\\' + std::string(eventLogName);
-    std::uint32_t rc = OpenKey(registry, HKEY_LOCAL_MACHINE, path, &key);
-    if (rc == ERROR_FILE_NOT_FOUND) return 0;
-    if (rc != 0) return rc;
-    for (const Value &value : MissingSeeds(*key)) {
-        rc = SetValue(registry, HandleOf(*key), value.name, value.type, value.data);
-        if (rc != 0) return rc;
-    }
-    return CommitGroup(registry);
-}
+std::string SeededKeyPath() { return std::string(servicesKeyPath) + '\\' + std::string(eventLogName); }

@@ -6,11 +6,10 @@
 // gets the values of a service that loads, is never started, and that the daemon's enumeration does not list.
 #pragma once
 
-#include "tvregd/group.h"
+#include "tvregd/tree.h"
 
 // The values that a key with its name and parents should have and has not.
 [[nodiscard]] std::vector<Value> MissingSeeds(const Key &key);
 
-// Gives a registry that was just loaded, perhaps from a database of an earlier version, the values that are missing.
-// Returns 0 or the code of a failed write.
-[[nodiscard]] std::uint32_t PlantSeeds(Registry &registry);
+// The path of the one key that should have some, below HKEY_LOCAL_MACHINE.
+[[nodiscard]] std::string SeededKeyPath();

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// trouble: what is told of a database that fails, and when.
 #include "tvregd/trouble.h"
 
 #include "util/printable.h"

@@ -2,8 +2,8 @@
 // tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
 #include "rpc/door.h"
 #include "tvregd/loading.h"
+#include "tvregd/planting.h"
 #include "tvregd/regd_svc.h"
-#include "tvregd/seeds.h"
 #include "util/printable.h"
 #include "util/standard_descriptors.h"
 

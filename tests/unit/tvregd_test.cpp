@@ -4,7 +4,7 @@
 #include "tvregd/graveyard.h"
 #include "tvregd/loading.h"
 #include "tvregd/operations.h"
-#include "tvregd/seeds.h"
+#include "tvregd/planting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
