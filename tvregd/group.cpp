@@ -32,6 +32,7 @@ void GoBack(Tree &tree, Change &change) {
         change.value->type = change.before->type;
         change.value->data = std::move(change.before->data);
         break;
+    case Change::Kind::HivesChanged: tree.hives = std::move(*change.hives); break;
     case Change::Kind::ValueDeleted: PutValueBack(*change.key, std::move(change.before), change.index); break;
     }
 }
@@ -50,6 +51,13 @@ std::uint64_t FileTimeNow() {
     const WallTime now = WallTimeNow();
     return (static_cast<std::uint64_t>(now.seconds) + SECONDS_1601_TO_1970) * 10'000'000 +
            static_cast<std::uint64_t>(now.microseconds) * 10;
+}
+
+std::uint64_t TimeOfChange() {
+    static std::uint64_t last = 0;
+    const std::uint64_t now = FileTimeNow();
+    last = now == last ? now + 1 : now;
+    return last;
 }
 
 void Look(Registry &registry, const Key &key) {
@@ -131,4 +139,10 @@ void TakeValueOut(Registry &registry, Key &key, Value &value) {
     Change change{.kind = Change::Kind::ValueDeleted, .key = &key};
     change.before = TakeOutValue(key, value, &change.index);
     NoteChange(registry, key, std::move(change));
+}
+
+void SetHives(Registry &registry, std::vector<Hive> hives) {
+    registry.tree.hives.swap(hives);
+    registry.group.wayBack.push_back(
+        {.kind = Change::Kind::HivesChanged, .hives = std::make_unique<std::vector<Hive>>(std::move(hives))});
 }

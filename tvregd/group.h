@@ -18,13 +18,14 @@
 
 // One step of the way back.
 struct Change {
-    enum class Kind { KeyMade, KeyBuried, KeyTouched, ValueMade, ValueReplaced, ValueDeleted } kind;
-    Key *key;                        // that was made, buried or touched; of the value
-    Key *parent = nullptr;           // of the key buried
-    std::unique_ptr<Value> before{}; // the value deleted, or as it was before it was replaced
-    Value *value = nullptr;          // made or replaced
-    std::size_t index = 0;           // where the deleted one stood
-    std::uint64_t written = 0;       // the time that the key had
+    enum class Kind { KeyMade, KeyBuried, KeyTouched, ValueMade, ValueReplaced, ValueDeleted, HivesChanged } kind;
+    Key *key = nullptr;                         // that was made, buried or touched; of the value
+    Key *parent = nullptr;                      // of the key buried
+    std::unique_ptr<Value> before{};            // the value deleted, or as it was before it was replaced
+    Value *value = nullptr;                     // made or replaced
+    std::size_t index = 0;                      // where the deleted one stood
+    std::uint64_t written = 0;                  // the time that the key had
+    std::unique_ptr<std::vector<Hive>> hives{}; // as they were
 };
 
 struct Group {
@@ -49,6 +50,10 @@ struct Registry {
 // Now as a FILETIME: 100-nanosecond steps since 1601.
 std::uint64_t FileTimeNow();
 
+// The same for a change: no two are made at the same time, so that whoever looks again at a key that has changed sees
+// that by its time.
+std::uint64_t TimeOfChange();
+
 // Notes that an answer tells of the key. Whoever looks at a key for an answer says so.
 void Look(Registry &registry, const Key &key);
 
@@ -66,6 +71,8 @@ void TouchKey(Registry &registry, Key &key, std::uint64_t written);
 void HangValue(Registry &registry, Key &key, Value value);
 void ReplaceValue(Registry &registry, Key &key, Value &value, Value by); // type and data; the name stays
 void TakeValueOut(Registry &registry, Key &key, Value &value);
+
+void SetHives(Registry &registry, std::vector<Hive> hives);
 
 // Whether the group has become so large or old that it should not wait for more writes.
 bool IsGroupFull(const Group &group);

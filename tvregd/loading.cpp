@@ -2,11 +2,9 @@
 // loading: rows into keys and values, and what earlier versions left otherwise.
 #include "tvregd/loading.h"
 
+#include "tvregd/statement.h"
 #include "tvregd/views.h"
 #include "util/printable.h"
-
-#include <SQLiteCpp/Exception.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -17,32 +15,7 @@ namespace {
 
 constexpr std::uint32_t MAX_LOADED_DEPTH = 2 * MAX_DEPTH; // what MoveIntoViews has moved may hang a little lower
 
-// --- rows, read without what SQLiteCpp adds to each column: there may be millions ---
-
-void FinishRows(sqlite3_stmt *rows) { (void)sqlite3_finalize(rows); }
-using Rows = std::unique_ptr<sqlite3_stmt, Calls<&FinishRows>>;
-
-Rows Select(Store &store, const char *query) {
-    sqlite3_stmt *rows = nullptr;
-    if (sqlite3_prepare_v2(store.database.getHandle(), query, -1, &rows, nullptr) != SQLITE_OK)
-        throw SQLite::Exception(store.database.getHandle());
-    return Rows(rows);
-}
-
-bool Next(Store &store, const Rows &rows) {
-    const int rc = sqlite3_step(rows.get());
-    if (rc != SQLITE_ROW && rc != SQLITE_DONE) throw SQLite::Exception(store.database.getHandle(), rc);
-    return rc == SQLITE_ROW;
-}
-
-std::int64_t Number(const Rows &rows, int column) { return sqlite3_column_int64(rows.get(), column); }
-std::uint32_t Word(const Rows &rows, int column) { return static_cast<std::uint32_t>(Number(rows, column)); }
-bool IsNull(const Rows &rows, int column) { return sqlite3_column_type(rows.get(), column) == SQLITE_NULL; }
-std::string Bytes(const Rows &rows, int column) {
-    const auto *bytes = static_cast<const char *>(sqlite3_column_blob(rows.get(), column));
-    return bytes != nullptr ? std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(rows.get(), column)))
-                            : std::string();
-}
+sqlite3 *Handle(const Store &store) { return store.database.getHandle(); }
 
 [[noreturn]] void Damaged(const std::string &what) { throw std::runtime_error("the database is damaged: " + what); }
 
@@ -87,17 +60,17 @@ void TellApart(Store &store, const Equals &equals) {
 
 std::unordered_set<std::int64_t> LoadDeleted(Store &store) {
     std::unordered_set<std::int64_t> deleted;
-    const Rows rows = Select(store, "SELECT position FROM deleted_keys");
-    while (Next(store, rows))
+    const Rows rows = Select(Handle(store), "SELECT position FROM deleted_keys");
+    while (Next(rows))
         (void)deleted.insert(Number(rows, 0));
     return deleted;
 }
 
 void LoadKeys(Store &store, Tree &tree, Equals *equals) {
     const std::unordered_set<std::int64_t> deleted = LoadDeleted(store);
-    const Rows rows =
-        Select(store, "SELECT position, number, parent, name, class, volatile, written FROM keys ORDER BY position");
-    while (Next(store, rows)) {
+    const Rows rows = Select(
+        Handle(store), "SELECT position, number, parent, name, class, volatile, written FROM keys ORDER BY position");
+    while (Next(rows)) {
         store.lastKeyRow = Number(rows, 0);
         const std::uint32_t number = Word(rows, 1);
         const auto written = static_cast<std::uint64_t>(Number(rows, 6));
@@ -129,8 +102,8 @@ void LoadKeys(Store &store, Tree &tree, Equals *equals) {
 }
 
 void LoadValues(Store &store, const Tree &tree, Equals *equals) {
-    const Rows rows = Select(store, "SELECT id, key, name, type, data, written FROM key_values ORDER BY id");
-    while (Next(store, rows)) {
+    const Rows rows = Select(Handle(store), "SELECT id, key, name, type, data, written FROM key_values ORDER BY id");
+    while (Next(rows)) {
         store.lastValueRow = Number(rows, 0);
         Key &key = KeyOf(tree, Word(rows, 1));
         Value value{Bytes(rows, 2), Word(rows, 3), Bytes(rows, 4), store.lastValueRow};
@@ -141,15 +114,33 @@ void LoadValues(Store &store, const Tree &tree, Equals *equals) {
     }
 }
 
+// Hives have keys right below two roots only. A row whose key is no more is passed over.
+void LoadHives(Store &store, Tree &tree) {
+    const Rows rows = Select(Handle(store), "SELECT position, file, '' FROM hives UNION ALL "
+                                            "SELECT position, '', old_file FROM replacements ORDER BY 1, 2 DESC");
+    while (Next(rows)) {
+        Key *found = nullptr;
+        for (const std::uint32_t root : {HKEY_LOCAL_MACHINE, HKEY_USERS}) {
+            for (const auto &key : tree.roots[root - HKEY_CLASSES_ROOT]->subKeys.inOrder) {
+                if (key->row == Number(rows, 0)) found = key.get();
+            }
+        }
+        if (found == nullptr) continue;
+        if (tree.hives.empty() || tree.hives.back().key != found) tree.hives.push_back({found, Bytes(rows, 1), {}});
+        if (const std::string oldFile = Bytes(rows, 2); !oldFile.empty()) tree.hives.back().oldFile = oldFile;
+    }
+}
+
 } // namespace
 
 void LoadTree(Store &store, Tree &tree) {
     Equals equals;
     LoadKeys(store, tree, &equals);
     LoadValues(store, tree, &equals);
-    const Rows counters = Select(store, "SELECT last_number FROM counters");
-    if (!Next(store, counters)) Damaged("no counters");
+    const Rows counters = Select(Handle(store), "SELECT last_number FROM counters");
+    if (!Next(counters)) Damaged("no counters");
     tree.lastNumber = store.lastNumber = store.lastNumberInFile = Word(counters, 0);
     TellApart(store, equals);
     MoveIntoViews(store, tree);
+    LoadHives(store, tree);
 }

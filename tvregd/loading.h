@@ -9,6 +9,8 @@
 
 #include "tvregd/store.h"
 
+// Keys that have hives (hives.h) are noted as such.
+//
 // Reads everything into a fresh tree (MakeTree). Throws SQLite::Exception, and std::runtime_error when the content is
 // not that of a registry.
 void LoadTree(Store &store, Tree &tree);

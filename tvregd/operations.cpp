@@ -52,7 +52,7 @@ std::uint32_t Walk(Registry &registry, std::uint32_t handle, std::string_view pa
 std::uint32_t MakeKeys(Tree &tree, Key &parent, std::string_view path, const std::optional<std::string> &keyClass,
                        bool isVolatile, std::vector<std::unique_ptr<Key>> *made) {
     if (parent.isVolatile && !isVolatile) return ERROR_CHILD_MUST_BE_VOLATILE; // 1021
-    const std::uint64_t now = FileTimeNow();
+    const std::uint64_t now = TimeOfChange();
     Key *above = &parent;
     for (std::string_view name; !path.empty();) {
         if (!TakeName(&path, &name)) return ERROR_BAD_PATHNAME;
@@ -71,14 +71,13 @@ std::uint32_t MakeKeys(Tree &tree, Key &parent, std::string_view path, const std
     return 0;
 }
 
-// Makes the key that a root shows, if it is one that shows nothing yet.
+} // namespace
+
 std::uint32_t MakeShown(Registry &registry, Key **key) {
     const View *view = ViewOf(**key);
     std::uint32_t disposition = 0;
     return view == nullptr ? 0 : CreateKey(registry, view->shownBelow, view->path, {}, 0, key, &disposition);
 }
-
-} // namespace
 
 std::uint32_t OpenKey(Registry &registry, std::uint32_t handle, std::string_view path, Key **key) {
     std::string_view rest;
@@ -122,9 +121,9 @@ std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_vi
     Key *key = nullptr;
     if (const std::uint32_t rc = OpenKey(registry, handle, path, &key); rc != 0) return rc;
     const bool isRoot = path.empty() && handle >= HKEY_CLASSES_ROOT;
-    if (isRoot) return ERROR_ACCESS_DENIED; // 5
+    if (isRoot || HiveOf(registry.tree, *key) != nullptr) return ERROR_ACCESS_DENIED; // 5
     bool isErased = false;
-    const std::uint64_t now = FileTimeNow();
+    const std::uint64_t now = TimeOfChange();
     if (const std::uint32_t rc = WriteRows(registry, 0,
                                            [&] {
                                                isErased = StoreDeleted(*registry.store, *key);
@@ -193,7 +192,7 @@ std::uint32_t SetValue(Registry &registry, std::uint32_t handle, std::string_vie
     if (const std::uint32_t rc = MakeShown(registry, &key); rc != 0) return rc;
     Value value{std::string(name), type, std::string(data)};
     Value *present = FindValue(*key, name);
-    const std::uint64_t now = FileTimeNow();
+    const std::uint64_t now = TimeOfChange();
     const auto write = [&] {
         if (present != nullptr) {
             StoreValueReplaced(*registry.store, *present, value, now);
@@ -216,7 +215,7 @@ std::uint32_t DeleteValue(Registry &registry, std::uint32_t handle, std::string_
     if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
     Value *value = FindValue(*key, name);
     if (value == nullptr) return ERROR_FILE_NOT_FOUND;
-    const std::uint64_t now = FileTimeNow();
+    const std::uint64_t now = TimeOfChange();
     if (const std::uint32_t rc = WriteRows(registry, 0,
                                            [&] {
                                                EraseValue(*registry.store, *value);

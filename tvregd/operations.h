@@ -24,7 +24,12 @@
                                       const std::optional<std::string> &keyClass, std::uint32_t options, Key **key,
                                       std::uint32_t *disposition);
 
-// Deletes a key with its values and everything below it. Also 2; 161; 5 for a root.
+// Makes the key that a root shows (views.h), where `key` is the root itself because that is not there; leaves any other
+// key as it is.
+[[nodiscard]] std::uint32_t MakeShown(Registry &registry, Key **key);
+
+// Deletes a key with its values and everything below it. Also 2; 161; 5 for a root and for a
+// key with a file behind it (hives.h).
 [[nodiscard]] std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_view path);
 
 // A handle holds nothing. Returns 0 also for a deleted key.

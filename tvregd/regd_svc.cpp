@@ -13,7 +13,9 @@
 
 #include "registry/regd_xdr.h"
 #include "rpc/door.h"
+#include "rpc/peer_owner.h"
 #include "tvregd/graveyard.h"
+#include "tvregd/hives.h"
 #include "tvregd/port_entry.h"
 #include "util/printable.h"
 
@@ -254,20 +256,6 @@ void Serve(Registry &registry, const regd_REG_SET_KEY_SEC &call, regd_BASIC_RETU
     answer->status = OpenKey(registry, call.key, {}, &key);
 }
 
-// Hives and notification, of which there is nothing here. A procedure that is neither in this list nor has a handler of
-// its own does not compile.
-template <typename Argument>
-concept NotServed = As<Argument, regd_REG_LOAD_KEY> || As<Argument, regd_REG_UNLOAD_KEY> ||
-    As<Argument, regd_REG_REPLACE_KEY> || As<Argument, regd_REG_RESTORE_KEY> || As<Argument, regd_REG_SAVE_KEY> ||
-    As<Argument, regd_REG_NOTIFY_CHANGE_KEY_VALUE>;
-
-template <NotServed Argument>
-void Serve(Registry &registry, const Argument &call, regd_BASIC_RETURN *answer) {
-    Key *key = nullptr;
-    answer->status = OpenKey(registry, call.key, {}, &key);
-    if (answer->status == 0) answer->status = ERROR_CALL_NOT_IMPLEMENTED; // 120
-}
-
 // What is answered, in place of what was, when the database fails.
 template <typename Result>
 bool_t CodeFailure(XDR *xdrs, std::uint32_t *status) {
@@ -286,6 +274,61 @@ void TellEnd(Registry &registry) {
         ReplaceReplies(*registry.ended);
     }
     registry.ended.reset();
+}
+
+// Files are opened as the daemon's user. Only that user and root, who could open them themselves, may have that done:
+// whose the other end of the connection is, the kernel tells. To be asked once the handle is known to be good.
+bool MayUseFiles() {
+    sockaddr_in peer = {}, local = {};
+    uid_t user = 0;
+    return AddressesOfRequest(&peer, &local) && FindPeerOwner(peer, local, &user) == PeerOwner::Known &&
+           (user == 0 || user == geteuid());
+}
+
+// What all operations on hives have in common: they stand between groups.
+template <typename Operation>
+std::uint32_t WithHives(Registry &registry, std::uint32_t handle, Operation operation) {
+    Key *key = nullptr;
+    if (const std::uint32_t rc = OpenKey(registry, handle, {}, &key); rc != 0) return rc;
+    if (!MayUseFiles()) return ERROR_ACCESS_DENIED; // 5
+    const std::uint32_t rc = CommitGroup(registry);
+    TellEnd(registry);
+    return rc != 0 ? rc : operation();
+}
+
+void Serve(Registry &registry, const regd_REG_SAVE_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status =
+        WithHives(registry, call.key, [&] { return SaveKey(registry, call.key, std::string(Text(call.file))); });
+}
+
+void Serve(Registry &registry, const regd_REG_RESTORE_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status = WithHives(
+        registry, call.key, [&] { return RestoreKey(registry, call.key, std::string(Text(call.file)), call.flags); });
+}
+
+void Serve(Registry &registry, const regd_REG_LOAD_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status = WithHives(registry, call.key, [&] {
+        return LoadHive(registry, call.key, Text(call.subKey), std::string(Text(call.file)));
+    });
+}
+
+void Serve(Registry &registry, const regd_REG_UNLOAD_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status = WithHives(registry, call.key, [&] { return UnloadHive(registry, call.key, Text(call.subKey)); });
+}
+
+void Serve(Registry &registry, const regd_REG_REPLACE_KEY &call, regd_BASIC_RETURN *answer) {
+    answer->status = WithHives(registry, call.key, [&] {
+        return ReplaceHive(registry, call.key, Text(call.subKey), std::string(Text(call.newFile)),
+                           std::string(Text(call.oldFile)));
+    });
+}
+
+// The registry functions never ask for it: a client has one connection, in which answers come in the order of the
+// calls, so that one that waits for a change would hold up all others of its process. Clients look at last write times.
+void Serve(Registry &registry, const regd_REG_NOTIFY_CHANGE_KEY_VALUE &call, regd_BASIC_RETURN *answer) {
+    Key *key = nullptr;
+    answer->status = OpenKey(registry, call.key, {}, &key);
+    if (answer->status == 0) answer->status = ERROR_CALL_NOT_IMPLEMENTED; // 120
 }
 
 // Between two requests: those that were ready at the same time share a commit. Where requests never cease, what nobody

@@ -2,8 +2,7 @@
 // store: the schema, and a statement for each change.
 #include "tvregd/store.h"
 
-#include <SQLiteCpp/Exception.h>
-#include <sqlite3.h>
+#include "tvregd/statement.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -44,6 +43,17 @@ constexpr const char *SCHEMA = R"(
     CREATE TABLE counters (last_number INTEGER NOT NULL) STRICT;
 )";
 
+// The keys of loaded hives with the absolute names of their files, and what is to take the place of a key's content
+// when the daemon starts next. An earlier daemon of this version, which has no hives, takes the keys for ordinary ones.
+constexpr const char *HIVE_TABLES = R"(
+    CREATE TABLE IF NOT EXISTS hives (position INTEGER PRIMARY KEY, file TEXT NOT NULL) STRICT;
+    CREATE TABLE IF NOT EXISTS replacements (
+        position INTEGER PRIMARY KEY,
+        old_file TEXT NOT NULL,
+        content  BLOB NOT NULL
+    ) STRICT;
+)";
+
 // From the first version, in which the tables had indexes, which compared names by their ASCII letters.
 constexpr const char *FROM_VERSION_1[] = {
     "ALTER TABLE keys RENAME TO old_keys; ALTER TABLE key_values RENAME TO old_values", SCHEMA, R"(
@@ -53,35 +63,6 @@ constexpr const char *FROM_VERSION_1[] = {
     DROP TABLE old_values;
     DROP TABLE old_keys;
 )"};
-
-void Bind(SQLite::Statement &statement, int column, std::int64_t value) { statement.bind(column, value); }
-void Bind(SQLite::Statement &statement, int column, std::uint32_t value) { statement.bind(column, value); }
-void Bind(SQLite::Statement &statement, int column, const std::string &text) { statement.bindNoCopy(column, text); }
-void Bind(SQLite::Statement &statement, int column, const std::optional<std::string> &text) {
-    if (text) {
-        statement.bindNoCopy(column, *text);
-    } else {
-        statement.bind(column);
-    }
-}
-struct Blob {
-    const std::string &bytes;
-};
-void Bind(SQLite::Statement &statement, int column, Blob blob) {
-    statement.bindNoCopy(column, blob.bytes.data(), static_cast<int>(blob.bytes.size()));
-}
-
-// Executes a statement without result rows; the arguments are borrowed for the call.
-template <typename... Arguments>
-void Run(SQLite::Statement &statement, const Arguments &...arguments) {
-    (void)statement.tryReset();
-    int column = 0;
-    (Bind(statement, ++column, arguments), ...);
-    (void)statement.exec();
-}
-
-// A time has 64 bits and SQLite's integers are signed; the times of the next 27,000 years fit.
-std::int64_t Stored(std::uint64_t time) { return static_cast<std::int64_t>(time); }
 
 void SetVersion(SQLite::Database &database) {
     database.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
@@ -119,6 +100,7 @@ SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
     (void)database.execAndGet("PRAGMA journal_mode = WAL");
     if (fresh) MakeTables(database);
     if (version == 1) UpdateTables(database);
+    database.exec(HIVE_TABLES);
     database.exec(durability == Durability::FULL ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
     return database;
 }
@@ -173,6 +155,9 @@ Store::Store(int lock, const std::string &file, Durability durable)
       eraseValue(database, "DELETE FROM key_values WHERE id = ?"),
       bury(database, "INSERT INTO deleted_keys VALUES (?)"),
       forget(database, "DELETE FROM deleted_keys WHERE position = ?"),
+      putHive(database, "INSERT INTO hives VALUES (?, ?)"), eraseHive(database, "DELETE FROM hives WHERE position = ?"),
+      putReplacement(database, "REPLACE INTO replacements VALUES (?, ?, ?)"),
+      eraseReplacement(database, "DELETE FROM replacements WHERE position = ?"),
       putLastNumber(database, "UPDATE counters SET last_number = ?") {}
 
 StoreGuard OpenStore(const std::string &file, Durability durability) {
@@ -252,6 +237,25 @@ void EraseValue(Store &store, const Value &value) { Run(store.eraseValue, value.
 void StoreBuried(Store &store, const Key &key) { Run(store.bury, key.row); }
 
 void StoreForgotten(Store &store, const Key &key) { Run(store.forget, key.row); }
+
+void StoreHive(Store &store, const Key &key, const std::string &file) { Run(store.putHive, key.row, file); }
+
+void EraseHive(Store &store, const Key &key) {
+    Run(store.eraseHive, key.row);
+    Run(store.eraseReplacement, key.row);
+}
+
+void StoreReplacement(Store &store, const Key &key, const std::string &oldFile, std::string_view content) {
+    Run(store.putReplacement, key.row, oldFile, Blob{content});
+}
+
+void EraseReplacement(Store &store, const Key &key) { Run(store.eraseReplacement, key.row); }
+
+std::string ReadReplacement(const Store &store, const Key &key) {
+    const Rows rows = Select(store.database.getHandle(), "SELECT content FROM replacements WHERE position = ?");
+    (void)sqlite3_bind_int64(rows.get(), 1, key.row);
+    return Next(rows) ? Bytes(rows, 0) : std::string();
+}
 
 // The log is the only file that holds what is not on the disk yet: SQLite syncs it before it brings anything from it
 // into the database.

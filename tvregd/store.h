@@ -35,6 +35,7 @@ struct Store {
     SQLite::Statement insertKey, touchKey, nameKey, classKey, moveKey, eraseKey;
     SQLite::Statement insertValue, replaceValue, nameValue, moveValue, eraseValue;
     SQLite::Statement bury, forget;
+    SQLite::Statement putHive, eraseHive, putReplacement, eraseReplacement;
     SQLite::Statement putLastNumber;
     std::int64_t lastKeyRow = 0, lastValueRow = 0; // given out last: entries are listed in the order of their rows
     std::uint32_t lastNumber = 0;                  // of a key, given out last
@@ -78,6 +79,17 @@ void EraseValue(Store &store, const Value &value);
 // Marks a key as deleted with everything below it, whose rows are still to be erased, or as erased.
 void StoreBuried(Store &store, const Key &key);
 void StoreForgotten(Store &store, const Key &key);
+
+// The key of a loaded hive, with the absolute name of its file. It has a replacement no more when it is no hive any
+// more.
+void StoreHive(Store &store, const Key &key, const std::string &file);
+void EraseHive(Store &store, const Key &key);
+
+// What is to take the place of a key's content at the next start: the bytes of a hive file, and the file for the old
+// content. Replaces what was stored before.
+void StoreReplacement(Store &store, const Key &key, const std::string &oldFile, std::string_view content);
+void EraseReplacement(Store &store, const Key &key);
+std::string ReadReplacement(const Store &store, const Key &key);
 
 // Brings what Durability::NORMAL has left to the system onto the disk. Outside of a transaction.
 void SyncStore(Store &store);

@@ -121,6 +121,12 @@ std::uint32_t TakeNumber(Tree &tree) {
     return 0;
 }
 
+const Hive *HiveOf(const Tree &tree, const Key &key) {
+    const auto found =
+        std::find_if(tree.hives.begin(), tree.hives.end(), [&](const Hive &hive) { return hive.key == &key; });
+    return found != tree.hives.end() ? &*found : nullptr;
+}
+
 // --- keys ---
 
 std::string PathOf(const Key &key) { return key.parent != nullptr ? PathOf(*key.parent) + '\\' + key.name : key.name; }

@@ -76,10 +76,18 @@ struct Key {
     NamedList<Value> values;
 };
 
+// A key with a file behind it (hives.h).
+struct Hive {
+    Key *key;
+    std::string file;    // absolute; empty where the key only has a replacement
+    std::string oldFile; // for its content when it is replaced; empty: it will not be
+};
+
 struct Tree {
     std::vector<std::unique_ptr<Key>> roots; // the predefined roots, in the order of their handles
     std::unique_ptr<Key> graveyard;          // no key of the registry; below it those that are deleted
     std::vector<Key *> byNumber;             // all keys, null for a number that none has; as long as need be
+    std::vector<Hive> hives;                 // few
     std::uint32_t lastNumber = 0;            // given out last
     bool wrapped = false;                    // numbers are being given out again
 };
@@ -88,6 +96,9 @@ struct Tree {
 constexpr std::uint32_t ROOT_COUNT = 7;
 // Handles have 23 bits for the number: 0 to 19 and 28 to 30. Bits 20 to 27 are the client's, bit 31 marks the roots.
 constexpr std::uint32_t MAX_KEY_NUMBER = 0x7FFFFF;
+
+// The hive of a key; null for a key without one.
+const Hive *HiveOf(const Tree &tree, const Key &key);
 
 // Makes a tree of the seven roots without subkeys and values.
 Tree MakeTree();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // tvregd: a registry daemon over a SQLite database, for one machine. Options, the loop, the end on a signal.
 #include "rpc/door.h"
+#include "tvregd/hives.h"
 #include "tvregd/loading.h"
 #include "tvregd/planting.h"
 #include "tvregd/regd_svc.h"
@@ -131,6 +132,7 @@ int Serve(const Options &options) {
         throw std::runtime_error(file + ": " + failure.what());
     }
     registry.store = store.get();
+    MakeReplacements(registry);
     (void)PlantSeeds(registry); // it has said what was in the way; what is there can be read all the same
     if (!StartService(registry, options.allowRemote)) return 1;
     if (serving >= 0) TellServing(serving);

@@ -28,6 +28,7 @@ constexpr ErrorWords errors[] = {
     WORDS(ERROR_NOT_ENOUGH_MEMORY, "not enough memory or room"),
     WORDS(ERROR_INVALID_DATA, "the data is not of the kind that was asked for"),
     WORDS(ERROR_WRITE_FAULT, "what was to be written was refused"),
+    WORDS(ERROR_SHARING_VIOLATION, "the file is in use"),
     WORDS(ERROR_NOT_SUPPORTED, "not supported"),
     WORDS(ERROR_DUP_NAME, "the name is in use already"),
     WORDS(ERROR_INVALID_PARAMETER, "an argument is missing or not allowed"),

@@ -60,6 +60,12 @@ typedef HKEY *PHKEY;
 #define REG_OPTION_NON_VOLATILE 0u
 #define REG_OPTION_VOLATILE 1u
 
+/* Flags of RegRestoreKey. */
+#define REG_WHOLE_HIVE_VOLATILE 1u
+#define REG_REFRESH_HIVE 2u
+#define REG_NO_LAZY_FLUSH 4u
+#define REG_FORCE_RESTORE 8u
+
 /* Dispositions of RegCreateKeyEx. */
 #define REG_CREATED_NEW_KEY 1u
 #define REG_OPENED_EXISTING_KEY 2u

@@ -245,12 +245,32 @@ TEST_F(RegistryClientSystem, wide_functions_work_on_the_key_itself_and_its_unnam
     EXPECT_EQ(Query(root, "").rc, ERROR_FILE_NOT_FOUND);
 }
 
-TEST_F(RegistryClientSystem, what_the_daemon_does_not_do_comes_back_as_it_says) {
-    EXPECT_EQ(RegLoadKeyA(root, "Hive", "/file"), ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(RegUnLoadKeyA(root, "Hive"), ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(RegReplaceKeyA(root, "Hive", "/new", "/old"), ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(RegRestoreKeyA(root, "/file", 0), ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(RegSaveKeyA(root, "/file", nullptr), ERROR_CALL_NOT_IMPLEMENTED);
+TEST_F(RegistryClientSystem, hives_go_to_files_and_come_from_them) {
+    const std::string file = folder + "/a.hive", old = folder + "/old.hive";
+    EXPECT_EQ(Set(root, "v", REG_SZ, Sz("1")), ERROR_SUCCESS);
+    EXPECT_EQ(RegSaveKeyA(root, file.c_str(), nullptr), ERROR_SUCCESS);
+    EXPECT_EQ(RegSaveKeyA(root, file.c_str(), nullptr), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(Set(root, "v", REG_SZ, Sz("2")), ERROR_SUCCESS);
+    EXPECT_EQ(RegRestoreKeyA(root, file.c_str(), 0), ERROR_SUCCESS);
+    EXPECT_EQ(Query(root, "v"), (Queried{ERROR_SUCCESS, REG_SZ, Sz("1")}));
+    EXPECT_EQ(RegLoadKeyA(root, "Hive", file.c_str()), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(RegLoadKeyA(HKEY_USERS, "Hive", file.c_str()), ERROR_SUCCESS);
+    HKEY hive = 0;
+    EXPECT_EQ(RegOpenKeyExA(HKEY_USERS, "Hive", 0, 0, &hive), ERROR_SUCCESS);
+    EXPECT_EQ(Query(hive, "v"), (Queried{ERROR_SUCCESS, REG_SZ, Sz("1")}));
+    EXPECT_EQ(Set(hive, "v", REG_SZ, Sz("3")), ERROR_SUCCESS);
+    EXPECT_EQ(RegUnLoadKeyA(HKEY_USERS, "Hive"), ERROR_SUCCESS);
+    EXPECT_EQ(RegReplaceKeyA(HKEY_LOCAL_MACHINE, "Software", file.c_str(), old.c_str()), ERROR_SUCCESS);
+    (void)StopDaemon(daemon);
+    StartRegistryDaemon(folder + "/registry.db");
+    (void)Set(root, "x", REG_SZ, ""); // the connection is lost
+    EXPECT_EQ(ReadValue("Software", "v"), (RegistryValue{"v", REG_SZ, Sz("3")}));
+    EXPECT_EQ(RegLoadKeyA(HKEY_USERS, "Hive", old.c_str()), ERROR_SUCCESS);
+    EXPECT_EQ(RegOpenKeyExA(HKEY_USERS, "Hive\\Test", 0, 0, &hive), ERROR_SUCCESS);
+    EXPECT_EQ(Query(hive, "v"), (Queried{ERROR_SUCCESS, REG_SZ, Sz("1")}));
+}
+
+TEST_F(RegistryClientSystem, notification_is_refused_before_anybody_is_asked) {
     EXPECT_EQ(RegNotifyChangeKeyValue(root, TRUE, 1, nullptr, FALSE), ERROR_REGISTRY_IO_FAILED);
 }
 

@@ -19,6 +19,7 @@ target_sources(hazard_signals_system_test PRIVATE ${PROJECT_SOURCE_DIR}/servd/en
 if(TARGET strict_calls)
   add_dependencies(hazard_signals_system_test strict_calls)
 endif()
+tv_host_test(system hives tv_hazard tvregd_core)
 tv_host_test(system host tv_test_host)
 tv_host_test(system launchers tv_service_world)
 tv_host_test(system lying_daemon tv_test_host tv_scripted_daemon)

@@ -29,6 +29,7 @@ TEST(Win32ErrorName, every_constant_has_its_win32_number) {
         {6, "ERROR_INVALID_HANDLE"},
         {8, "ERROR_NOT_ENOUGH_MEMORY"},
         {13, "ERROR_INVALID_DATA"},
+        {32, "ERROR_SHARING_VIOLATION"},
         {50, "ERROR_NOT_SUPPORTED"},
         {52, "ERROR_DUP_NAME"},
         {87, "ERROR_INVALID_PARAMETER"},

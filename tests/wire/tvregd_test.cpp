@@ -516,17 +516,56 @@ TEST_F(RegistryOverTcp, every_key_answers_the_same_security_descriptor_and_takes
     EXPECT_EQ(Status(For<regd_REG_SET_KEY_SEC>(top)), 0u);
 }
 
-TEST_F(RegistryOverTcp, hives_and_notification_answer_120) {
-    constexpr auto NOT_IMPLEMENTED = static_cast<std::uint32_t>(ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(Status(For<regd_REG_LOAD_KEY>(top)), NOT_IMPLEMENTED);
-    EXPECT_EQ(Status(For<regd_REG_UNLOAD_KEY>(top)), NOT_IMPLEMENTED);
-    EXPECT_EQ(Status(For<regd_REG_REPLACE_KEY>(top)), NOT_IMPLEMENTED);
-    EXPECT_EQ(Status(For<regd_REG_RESTORE_KEY>(top)), NOT_IMPLEMENTED);
-    EXPECT_EQ(Status(For<regd_REG_SAVE_KEY>(top)), NOT_IMPLEMENTED);
-    EXPECT_EQ(Status(For<regd_REG_NOTIFY_CHANGE_KEY_VALUE>(top)), NOT_IMPLEMENTED);
+TEST_F(RegistryOverTcp, hives_are_saved_restored_loaded_unloaded_and_replaced) {
+    const std::string folder = MakeScratchFolder(), file = folder + "/a.hive", old = folder + "/old.hive";
+    EXPECT_EQ(Set(top, "v", "1"), 0u);
+    auto save = For<regd_REG_SAVE_KEY>(top);
+    save.file = Text(file.c_str());
+    EXPECT_EQ(Status(save), 0u);
+    EXPECT_EQ(Status(save), static_cast<std::uint32_t>(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(Set(top, "v", "2"), 0u);
+    auto restore = For<regd_REG_RESTORE_KEY>(top);
+    restore.file = Text(file.c_str());
+    restore.flags = REG_WHOLE_HIVE_VOLATILE;
+    EXPECT_EQ(Status(restore), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
+    restore.flags = 0;
+    EXPECT_EQ(Status(restore), 0u);
+    EXPECT_EQ(Query(top, "v")->body.data.count, 1u);
+    EXPECT_EQ(*Query(top, "v")->body.data.bytes, '1');
+    auto load = For<regd_REG_LOAD_KEY>(top);
+    load.subKey = Text("loaded");
+    load.file = Text(file.c_str());
+    EXPECT_EQ(Status(load), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER)) << "not right below a root";
+    load.key = HKEY_USERS;
+    EXPECT_EQ(Status(load), 0u);
+    EXPECT_EQ(Status(load), static_cast<std::uint32_t>(ERROR_ALREADY_EXISTS));
+    const std::uint32_t loaded = Open(HKEY_USERS, "loaded")->body.key;
+    EXPECT_EQ(Set(loaded, "v", "changed"), 0u);
+    EXPECT_EQ(Delete(HKEY_USERS, "loaded"), static_cast<std::uint32_t>(ERROR_ACCESS_DENIED));
+    auto replace = For<regd_REG_REPLACE_KEY>(HKEY_USERS);
+    replace.subKey = Text("loaded");
+    replace.newFile = replace.oldFile = Text(file.c_str());
+    EXPECT_EQ(Status(replace), static_cast<std::uint32_t>(ERROR_ALREADY_EXISTS));
+    replace.oldFile = Text(old.c_str());
+    EXPECT_EQ(Status(replace), 0u);
+    KillAndRestart();
+    EXPECT_EQ(*Query(loaded, "v")->body.data.bytes, '1');
+    auto unload = For<regd_REG_UNLOAD_KEY>(HKEY_USERS);
+    unload.subKey = Text("loaded");
+    EXPECT_EQ(Status(unload), 0u);
+    EXPECT_EQ(Status(unload), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+    load.file = Text(old.c_str());
+    EXPECT_EQ(Status(load), 0u);
+    EXPECT_EQ(*Query(Open(HKEY_USERS, "loaded")->body.key, "v")->body.data.bytes, 'c');
+    EXPECT_EQ(Status(unload), 0u);
 }
 
-TEST_F(RegistryOverTcp, bad_and_deleted_handles_answer_6_and_1018_where_nothing_is_implemented_too) {
+TEST_F(RegistryOverTcp, notification_answers_120) {
+    EXPECT_EQ(Status(For<regd_REG_NOTIFY_CHANGE_KEY_VALUE>(top)),
+              static_cast<std::uint32_t>(ERROR_CALL_NOT_IMPLEMENTED));
+}
+
+TEST_F(RegistryOverTcp, bad_and_deleted_handles_answer_6_and_1018_before_anything_else_is_looked_at) {
     const std::uint32_t gone = Make(top, "gone");
     EXPECT_EQ(Delete(top, "gone"), 0u);
     for (const auto &[key, code] : {std::pair{NOT_THERE, ERROR_INVALID_HANDLE}, std::pair{gone, ERROR_KEY_DELETED}}) {
