@@ -31,6 +31,9 @@ struct Object {
     bool ended = false;        // thread or process: exitCode holds
     bool codeKnown = true;     // process: false where only its parent was told
     DWORD exitCode = STILL_ACTIVE;
+    bool isChild = false;   // process: one that this library started and has to wait for
+    bool codeGiven = false; // process: TerminateProcess was given this code
+    DWORD givenCode = 0;
     int descriptor = -1; // process: readable when it has ended
     std::vector<Waiter *> waiters;
 

@@ -27,6 +27,7 @@ constexpr int shellSignalBase = 128; // a process that a signal ended has this p
 struct Watch {
     int epoll = -1;
     std::unordered_map<int, std::weak_ptr<Object>> processes; // by descriptor
+    std::unordered_map<int, ObjectRef> children;              // those of them that live on without a handle
 };
 
 Watch &TheWatch() {
@@ -44,12 +45,22 @@ DWORD CodeOf(const siginfo_t &info) {
     return static_cast<DWORD>(code);
 }
 
-// The end is left to whoever waits for it by Unix's means.
+// The end of a process that is not the library's own is left to whoever waits for it by Unix's means.
 void NoteEnd(const ObjectsLock &lock, Object *process) {
     siginfo_t info = {};
     const auto descriptor = static_cast<id_t>(process->descriptor);
-    process->codeKnown = waitid(P_PIDFD, descriptor, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
-    SignalEnd(lock, process, process->codeKnown ? CodeOf(info) : 0);
+    const int leave = process->isChild ? 0 : WNOWAIT;
+    const bool told = waitid(P_PIDFD, descriptor, &info, WEXITED | WNOHANG | leave) == 0 && info.si_pid != 0;
+    process->codeKnown = told || process->codeGiven;
+    if (process->codeGiven) return SignalEnd(lock, process, process->givenCode);
+    SignalEnd(lock, process, told ? CodeOf(info) : 0);
+}
+
+// What a process tells of a code: its low eight bits, and a failure stays one.
+int ExitStatus(unsigned code) {
+    constexpr unsigned lowByte = 0xFF;
+    const unsigned status = code & lowByte;
+    return static_cast<int>(status == 0 && code != 0 ? lowByte : status);
 }
 
 // An end that shows at this descriptor.
@@ -62,6 +73,7 @@ void TakeEnd(int descriptor) {
     if (process != nullptr && !HasEnded(descriptor)) return;
     TheWatch().processes.erase(found);
     if (process == nullptr) return;
+    TheWatch().children.erase(descriptor);
     (void)epoll_ctl(TheWatch().epoll, EPOLL_CTL_DEL, descriptor, nullptr);
     if (!process->ended) NoteEnd(lock, process.get());
 }
@@ -105,15 +117,28 @@ void EnterInWatch(const ObjectRef &process) {
 // glibc's own function cannot be linked from C++ before its version 2.37.
 int OpenDescriptor(pid_t id) { return static_cast<int>(syscall(SYS_pidfd_open, id, 0)); }
 
+DWORD FindProcess(DWORD id, ObjectRef *process) {
+    *process = std::make_shared<Object>(ObjectKind::process);
+    (*process)->id = id;
+    (*process)->descriptor = OpenDescriptor(static_cast<pid_t>(id));
+    if ((*process)->descriptor >= 0) return ERROR_SUCCESS;
+    if (errno == ESRCH || errno == EINVAL) return ERROR_INVALID_PARAMETER;
+    return errno == ENOSYS ? ERROR_NOT_SUPPORTED : ERROR_NOT_ENOUGH_MEMORY;
+}
+
 DWORD OpenById(DWORD id, HANDLE *handle) {
-    const ObjectRef process = std::make_shared<Object>(ObjectKind::process);
-    process->id = id;
-    process->descriptor = OpenDescriptor(static_cast<pid_t>(id));
-    if (process->descriptor < 0) {
-        if (errno == ESRCH || errno == EINVAL) return ERROR_INVALID_PARAMETER;
-        return errno == ENOSYS ? ERROR_NOT_SUPPORTED : ERROR_NOT_ENOUGH_MEMORY;
-    }
+    ObjectRef process;
+    if (const DWORD rc = FindProcess(id, &process); rc != 0) return rc;
     *handle = OpenObject(LockObjects(), process);
+    return ERROR_SUCCESS;
+}
+
+DWORD Terminate(const ObjectRef &process, DWORD code) {
+    const ObjectsLock lock = LockObjects();
+    if (process->ended || (process->descriptor >= 0 && HasEnded(process->descriptor))) return ERROR_ACCESS_DENIED;
+    if (syscall(SYS_pidfd_send_signal, process->descriptor, SIGKILL, nullptr, 0) != 0) return ERROR_ACCESS_DENIED;
+    process->codeGiven = true;
+    process->givenCode = code;
     return ERROR_SUCCESS;
 }
 
@@ -127,6 +152,18 @@ void WatchProcess(const ObjectRef &object, bool untilItEnds) {
     } else if (untilItEnds) {
         EnterInWatch(object);
     }
+}
+
+DWORD AdoptChild(pid_t id, HANDLE *handle, HANDLE *other) {
+    ObjectRef process;
+    if (const DWORD rc = FindProcess(static_cast<DWORD>(id), &process); rc != 0) return rc;
+    const ObjectsLock lock = LockObjects();
+    process->isChild = true;
+    EnterInWatch(process);
+    TheWatch().children.emplace(process->descriptor, process);
+    *handle = OpenObject(lock, process);
+    *other = OpenObject(lock, process);
+    return ERROR_SUCCESS;
 }
 
 HANDLE OpenProcess(DWORD, BOOL, DWORD dwProcessId) {
@@ -145,10 +182,12 @@ BOOL GetExitCodeProcess(HANDLE hProcess, LPDWORD lpExitCode) {
     return Answer(process->codeKnown ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED);
 }
 
+BOOL TerminateProcess(HANDLE hProcess, unsigned uExitCode) {
+    if (hProcess == GetCurrentProcess()) _exit(ExitStatus(uExitCode));
+    const ObjectRef process = FindObject(hProcess, ObjectKind::process);
+    return Answer(process == nullptr ? ERROR_INVALID_HANDLE : Terminate(process, uExitCode));
+}
+
 DWORD GetCurrentProcessId() { return static_cast<DWORD>(getpid()); }
 
-void ExitProcess(unsigned uExitCode) {
-    constexpr unsigned lowByte = 0xFF;
-    const unsigned status = uExitCode & lowByte;
-    std::exit(static_cast<int>(status == 0 && uExitCode != 0 ? lowByte : status));
-}
+void ExitProcess(unsigned uExitCode) { std::exit(ExitStatus(uExitCode)); }

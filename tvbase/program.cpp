@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // program: what the running program is, and how it was called.
+#include "tvbase/command_line.h"
 #include "tvbase/wide.h"
 
 #include "tv/winbase.h"
@@ -40,24 +41,6 @@ DWORD GivePath(const Text &path, Unit *buffer, DWORD room) {
     if (CopyCut(path, buffer, room)) return static_cast<DWORD>(path.size());
     SetLastError(ERROR_INSUFFICIENT_BUFFER);
     return room;
-}
-
-// A run of backslashes counts double where a quote follows, the closing one too.
-void AppendQuoted(const std::string &argument, std::string *line) {
-    const bool plain = !argument.empty() && argument.find_first_of(" \t\"") == std::string::npos;
-    if (plain) {
-        *line += argument;
-        return;
-    }
-    std::size_t backslashes = 0;
-    *line += '"';
-    for (const char c : argument) {
-        if (c == '"') line->append(backslashes + 1, '\\');
-        backslashes = c == '\\' ? backslashes + 1 : 0;
-        *line += c;
-    }
-    line->append(backslashes, '\\');
-    *line += '"';
 }
 
 std::string ReadWholeFile(const char *path) {

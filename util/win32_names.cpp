@@ -40,6 +40,7 @@ constexpr ErrorWords errors[] = {
     WORDS(ERROR_BAD_PATHNAME, "the path is malformed"),
     WORDS(ERROR_ALREADY_EXISTS, "exists already"),
     WORDS(ERROR_BAD_EXE_FORMAT, "the program is not one that can be run here"),
+    WORDS(ERROR_ENVVAR_NOT_FOUND, "no such variable in the environment"),
     WORDS(ERROR_FILE_TOO_LARGE, "the data is larger than can be stored"),
     WORDS(ERROR_MORE_DATA, "there is more data than the buffer holds"),
     WORDS(ERROR_NO_MORE_ITEMS, "there are no more entries"),

@@ -119,6 +119,66 @@ void Sleep(DWORD dwMilliseconds);
  * a kernel without process descriptors (before Linux 5.3). */
 HANDLE OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle, DWORD dwProcessId);
 
+typedef struct STARTUPINFOA {
+    DWORD cb;
+    LPSTR lpReserved, lpDesktop, lpTitle;
+    DWORD dwX, dwY, dwXSize, dwYSize, dwXCountChars, dwYCountChars, dwFillAttribute;
+    DWORD dwFlags; /* STARTF_USESTDHANDLES is refused; nothing else is looked at */
+    WORD wShowWindow, cbReserved2;
+    LPBYTE lpReserved2;
+    HANDLE hStdInput, hStdOutput, hStdError;
+} STARTUPINFOA, *LPSTARTUPINFOA;
+
+typedef struct STARTUPINFOW {
+    DWORD cb;
+    LPWSTR lpReserved, lpDesktop, lpTitle;
+    DWORD dwX, dwY, dwXSize, dwYSize, dwXCountChars, dwYCountChars, dwFillAttribute;
+    DWORD dwFlags;
+    WORD wShowWindow, cbReserved2;
+    LPBYTE lpReserved2;
+    HANDLE hStdInput, hStdOutput, hStdError;
+} STARTUPINFOW, *LPSTARTUPINFOW;
+
+#define STARTF_USESHOWWINDOW 0x0001u
+#define STARTF_USESTDHANDLES 0x0100u
+
+typedef struct PROCESS_INFORMATION {
+    HANDLE hProcess;
+    HANDLE hThread; /* another handle of the process; both are the caller's to close */
+    DWORD dwProcessId;
+    DWORD dwThreadId;
+} PROCESS_INFORMATION, *PPROCESS_INFORMATION, *LPPROCESS_INFORMATION;
+
+#define CREATE_SUSPENDED 0x00000004u
+#define DETACHED_PROCESS 0x00000008u
+#define CREATE_NEW_CONSOLE 0x00000010u
+#define NORMAL_PRIORITY_CLASS 0x00000020u
+#define CREATE_NEW_PROCESS_GROUP 0x00000200u
+#define CREATE_UNICODE_ENVIRONMENT 0x00000400u
+#define CREATE_NO_WINDOW 0x08000000u
+
+/* Starts a program, with this process's open descriptors and signal mask.
+ *   lpApplicationName   its path, or its name for a search in PATH; null: the first word of the line
+ *   lpCommandLine       the arguments, the program's own name the first of them, taken apart as Win32 programs do;
+ * null: the name alone dwCreationFlags     CREATE_NEW_PROCESS_GROUP is obeyed, and CREATE_UNICODE_ENVIRONMENT says
+ * which kind of characters lpEnvironment has; CREATE_SUSPENDED is 87; the others mean nothing lpEnvironment
+ * multi-string of "NAME=value"; null for this process's own lpCurrentDirectory  null for this process's own
+ *   lpStartupInfo       may be null
+ * 2 ERROR_FILE_NOT_FOUND, 5 ERROR_ACCESS_DENIED, 193 ERROR_BAD_EXE_FORMAT as the program could not be executed. The
+ * library waits for its end: waitpid(2) does not find it. */
+BOOL CreateProcessA(LPCSTR lpApplicationName, LPSTR lpCommandLine, LPSECURITY_ATTRIBUTES lpProcessAttributes,
+                    LPSECURITY_ATTRIBUTES lpThreadAttributes, BOOL bInheritHandles, DWORD dwCreationFlags,
+                    LPVOID lpEnvironment, LPCSTR lpCurrentDirectory, LPSTARTUPINFOA lpStartupInfo,
+                    LPPROCESS_INFORMATION lpProcessInformation);
+BOOL CreateProcessW(LPCWSTR lpApplicationName, LPWSTR lpCommandLine, LPSECURITY_ATTRIBUTES lpProcessAttributes,
+                    LPSECURITY_ATTRIBUTES lpThreadAttributes, BOOL bInheritHandles, DWORD dwCreationFlags,
+                    LPVOID lpEnvironment, LPCWSTR lpCurrentDirectory, LPSTARTUPINFOW lpStartupInfo,
+                    LPPROCESS_INFORMATION lpProcessInformation);
+
+/* Kills a process; through this handle its exit code is uExitCode from its end on. 5 ERROR_ACCESS_DENIED when it has
+ * ended or may not be killed. The calling process ends at once, with the low eight bits as in ExitProcess. */
+BOOL TerminateProcess(HANDLE hProcess, unsigned uExitCode);
+
 /* STILL_ACTIVE while it runs. Differs from Win32: what code a process ended with is told to its parent only, so that
  * for others it is 0 then and GetLastError 50 ERROR_NOT_SUPPORTED, the result FALSE. */
 BOOL GetExitCodeProcess(HANDLE hProcess, LPDWORD lpExitCode);
@@ -174,6 +234,31 @@ LPWSTR GetCommandLineW(void);
 /* Writes a text to standard error as it is. Differs from Win32: somebody may see it without a debugger. */
 void OutputDebugStringA(LPCSTR lpOutputString);
 void OutputDebugStringW(LPCWSTR lpOutputString);
+
+/* A variable of the environment.
+ *   nSize  room in characters, terminator included
+ * Returns the length without the terminator; the room that it needs, nothing written, when there is too little; 0 and
+ * 203 ERROR_ENVVAR_NOT_FOUND when there is no such variable. An empty one is 0, and GetLastError 0. */
+DWORD GetEnvironmentVariableA(LPCSTR lpName, LPSTR lpBuffer, DWORD nSize);
+DWORD GetEnvironmentVariableW(LPCWSTR lpName, LPWSTR lpBuffer, DWORD nSize);
+
+/* Sets a variable, takes it away with a null value. As setenv(3), it must not race with other threads that read the
+ * environment. 87 for a name that is empty or has an equals sign in it. */
+BOOL SetEnvironmentVariableA(LPCSTR lpName, LPCSTR lpValue);
+BOOL SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue);
+
+/* The present folder. Lengths as in GetEnvironmentVariable. */
+DWORD GetCurrentDirectoryA(DWORD nBufferLength, LPSTR lpBuffer);
+DWORD GetCurrentDirectoryW(DWORD nBufferLength, LPWSTR lpBuffer);
+/* 2 ERROR_FILE_NOT_FOUND, 5 ERROR_ACCESS_DENIED. */
+BOOL SetCurrentDirectoryA(LPCSTR lpPathName);
+BOOL SetCurrentDirectoryW(LPCWSTR lpPathName);
+
+/* A path from the root on, without "." and ".."; whether there is such a file does not matter. Lengths as in
+ * GetEnvironmentVariable.
+ *   lpFilePart  may be null; receives the place of the name behind the last slash, null when there is none */
+DWORD GetFullPathNameA(LPCSTR lpFileName, DWORD nBufferLength, LPSTR lpBuffer, LPSTR *lpFilePart);
+DWORD GetFullPathNameW(LPCWSTR lpFileName, DWORD nBufferLength, LPWSTR lpBuffer, LPWSTR *lpFilePart);
 
 /* --- memory ----------------------------------------------------------------------------------------------------- */
 
@@ -251,6 +336,14 @@ BOOL ReportEventW(HANDLE hEventLog, WORD wType, WORD wCategory, DWORD dwEventID,
 #define GetModuleFileName TV_FORM(GetModuleFileName)
 #define GetModuleHandle TV_FORM(GetModuleHandle)
 #define GetCommandLine TV_FORM(GetCommandLine)
+#define STARTUPINFO TV_FORM(STARTUPINFO)
+#define LPSTARTUPINFO TV_FORM(LPSTARTUPINFO)
+#define CreateProcess TV_FORM(CreateProcess)
+#define GetEnvironmentVariable TV_FORM(GetEnvironmentVariable)
+#define SetEnvironmentVariable TV_FORM(SetEnvironmentVariable)
+#define GetCurrentDirectory TV_FORM(GetCurrentDirectory)
+#define SetCurrentDirectory TV_FORM(SetCurrentDirectory)
+#define GetFullPathName TV_FORM(GetFullPathName)
 #define OutputDebugString TV_FORM(OutputDebugString)
 #define FormatMessage TV_FORM(FormatMessage)
 #define RegisterEventSource TV_FORM(RegisterEventSource)

@@ -110,6 +110,64 @@ TEST(GetCommandLine, begins_with_the_program_and_is_the_same_each_time) {
     EXPECT_EQ(std::string(GetCommandLineW(), GetCommandLineW() + line.size()), line);
 }
 
+TEST(GetEnvironmentVariable, tells_length_or_the_room_it_needs) {
+    ASSERT_TRUE(SetEnvironmentVariableA("TV_TEST", "abc"));
+    char value[] = "######";
+    EXPECT_EQ(GetEnvironmentVariableA("TV_TEST", value, 3), 4u);
+    EXPECT_STREQ(value, "######");
+    EXPECT_EQ(GetEnvironmentVariableA("TV_TEST", nullptr, 0), 4u);
+    EXPECT_EQ(GetEnvironmentVariableA("TV_TEST", value, 4), 3u);
+    EXPECT_STREQ(value, "abc");
+    EXPECT_EQ(value[4], '#');
+    ASSERT_TRUE(SetEnvironmentVariableW(Wide(u"TV_TEST"), Wide(u"w\u00E4")));
+    EXPECT_STREQ(getenv("TV_TEST"), "w\xC3\xA4");
+    WCHAR wide[3];
+    EXPECT_EQ(GetEnvironmentVariableW(Wide(u"TV_TEST"), wide, 2), 3u);
+    EXPECT_EQ(GetEnvironmentVariableW(Wide(u"TV_TEST"), wide, 3), 2u);
+    EXPECT_EQ(wide[1], 0xE4);
+}
+
+TEST(GetEnvironmentVariable, empty_and_missing_are_told_apart_by_the_last_error) {
+    char value[8];
+    ASSERT_TRUE(SetEnvironmentVariableA("TV_TEST", ""));
+    SetLastError(ERROR_DUP_NAME);
+    EXPECT_EQ(GetEnvironmentVariableA("TV_TEST", value, sizeof value), 0u);
+    EXPECT_EQ(GetLastError(), 0u);
+    ASSERT_TRUE(SetEnvironmentVariableA("TV_TEST", nullptr));
+    EXPECT_CODE(GetEnvironmentVariableA("TV_TEST", value, sizeof value), ERROR_ENVVAR_NOT_FOUND);
+    EXPECT_CODE(GetEnvironmentVariableA(nullptr, value, sizeof value), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(SetEnvironmentVariableA("", "x"), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(SetEnvironmentVariableA("a=b", "x"), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(SetEnvironmentVariableW(nullptr, Wide(u"x")), ERROR_INVALID_PARAMETER);
+}
+
+TEST(SetCurrentDirectory, is_where_relative_paths_begin) {
+    const std::string before = std::filesystem::current_path();
+    char path[PATH_MAX];
+    WCHAR wide[PATH_MAX];
+    ASSERT_TRUE(SetCurrentDirectoryA("/usr/lib"));
+    EXPECT_EQ(GetCurrentDirectoryA(sizeof path, path), 8u);
+    EXPECT_STREQ(path, "/usr/lib");
+    EXPECT_EQ(GetCurrentDirectoryA(8, path), 9u);
+    char *part = nullptr;
+    EXPECT_EQ(GetFullPathNameA("../x//./y.conf", sizeof path, path, &part), 13u);
+    EXPECT_STREQ(path, "/usr/x/y.conf");
+    EXPECT_STREQ(part, "y.conf");
+    EXPECT_EQ(GetFullPathNameA("/a/b/", sizeof path, path, &part), 5u);
+    EXPECT_EQ(part, nullptr);
+    EXPECT_EQ(GetFullPathNameA("x", 10, path, &part), 11u);
+    ASSERT_TRUE(SetCurrentDirectoryW(Wide(u"/usr")));
+    EXPECT_EQ(GetCurrentDirectoryW(PATH_MAX, wide), 4u);
+    LPWSTR widePart = nullptr;
+    EXPECT_EQ(GetFullPathNameW(Wide(u"\u00E4"), PATH_MAX, wide, &widePart), 6u);
+    EXPECT_EQ(widePart, wide + 5);
+    EXPECT_CODE(SetCurrentDirectoryA("/nowhere"), ERROR_FILE_NOT_FOUND);
+    EXPECT_CODE(SetCurrentDirectoryA(nullptr), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(GetFullPathNameA("", sizeof path, path, nullptr), ERROR_INVALID_NAME);
+    EXPECT_CODE(GetFullPathNameA(nullptr, sizeof path, path, nullptr), ERROR_INVALID_PARAMETER);
+    std::filesystem::current_path(before);
+}
+
 TEST(GetCurrentProcessId, and_the_thread_s_are_the_kernel_s) {
     EXPECT_EQ(GetCurrentProcessId(), static_cast<DWORD>(getpid()));
     EXPECT_EQ(GetCurrentThreadId(), static_cast<DWORD>(gettid()));

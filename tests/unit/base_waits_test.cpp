@@ -513,6 +513,115 @@ TEST(GetExitCodeProcess, wants_a_process_and_room) {
     EXPECT_EQ(code, STILL_ACTIVE);
 }
 
+// Starts a program and gives its end and exit code.
+struct StartedProgram {
+    PROCESS_INFORMATION information = {};
+    explicit StartedProgram(std::string line, DWORD flags = 0, LPVOID environment = nullptr, LPCSTR folder = nullptr) {
+        EXPECT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, flags, environment, folder, nullptr,
+                                   &information))
+            << GetLastError();
+    }
+    StartedProgram(const StartedProgram &) = delete;
+    StartedProgram &operator=(const StartedProgram &) = delete;
+    ~StartedProgram() {
+        EXPECT_TRUE(CloseHandle(information.hProcess));
+        EXPECT_TRUE(CloseHandle(information.hThread));
+    }
+    [[nodiscard]] DWORD Code() const {
+        EXPECT_EQ(WaitForSingleObject(information.hProcess, aMinute), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(information.hThread, aMinute), WAIT_OBJECT_0);
+        DWORD code = STILL_ACTIVE;
+        EXPECT_TRUE(GetExitCodeProcess(information.hProcess, &code));
+        return code;
+    }
+};
+
+TEST(CreateProcess, runs_a_line_and_gives_its_exit_code) {
+    EXPECT_EQ(StartedProgram("sh -c \"exit 7\"").Code(), 7u);
+    EXPECT_EQ(StartedProgram(R"("/bin/sh" -c "test \"a b\" = 'a b' && exit 3")").Code(), 3u);
+    EXPECT_EQ(StartedProgram("sh -c \"kill -9 $$\"").Code(), 128u + SIGKILL);
+}
+
+TEST(CreateProcess, has_a_handle_that_is_waited_for_like_others) {
+    const StartedProgram program("sleep 0.05");
+    const Handle event(ManualEvent());
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(program.information.hProcess, &code));
+    EXPECT_EQ(code, STILL_ACTIVE);
+    EXPECT_EQ(program.information.dwProcessId, program.information.dwThreadId);
+    EXPECT_EQ(WaitFor({event.handle, program.information.hProcess}, false, aMinute), WAIT_OBJECT_0 + 1);
+}
+
+TEST(CreateProcess, has_the_folder_and_the_environment_that_it_is_given) {
+    char block[] = "TV_ONE=1\0TV_TWO=2\0";
+    EXPECT_EQ(StartedProgram("/bin/sh -c \"test $PWD$TV_ONE$TV_TWO = /usr12\"", 0, block, "/usr").Code(), 0u);
+    EXPECT_EQ(StartedProgram("/bin/sh -c \"test -z $PATH || exit 5\"").Code(), 5u);
+    WCHAR wide[] = {'T', 'V', '_', 'O', 'N', 'E', '=', 0xE4, 0, 0};
+    EXPECT_EQ(StartedProgram("/bin/sh -c \"test $TV_ONE = \xC3\xA4\"", CREATE_UNICODE_ENVIRONMENT, wide).Code(), 0u);
+}
+
+TEST(CreateProcess, leads_a_process_group_when_it_is_told_to) {
+    const std::string test = "sh -c \"test $(cut -d' ' -f5 /proc/$$/stat) = $$\"";
+    EXPECT_EQ(StartedProgram(test).Code(), 1u);
+    EXPECT_EQ(StartedProgram(test, CREATE_NEW_PROCESS_GROUP).Code(), 0u);
+}
+
+TEST(CreateProcess, leaves_no_zombie_when_its_handles_are_closed_early) {
+    pid_t id = 0;
+    {
+        const StartedProgram program("sleep 0.02");
+        id = static_cast<pid_t>(program.information.dwProcessId);
+    }
+    for (int i = 0; i < 1000 && kill(id, 0) == 0; ++i) {
+        Sleep(10);
+    }
+    EXPECT_EQ(kill(id, 0), -1);
+}
+
+TEST(CreateProcess, a_program_by_name_beside_its_line) {
+    PROCESS_INFORMATION information;
+    ASSERT_TRUE(CreateProcessW(Wide(u"/bin/sh"), const_cast<LPWSTR>(Wide(u"any -c \"exit 4\"")), nullptr, nullptr,
+                               FALSE, 0, nullptr, Wide(u"/"), nullptr, &information));
+    const Handle process(information.hProcess), thread(information.hThread);
+    EXPECT_EQ(WaitForSingleObject(process.handle, aMinute), WAIT_OBJECT_0);
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(process.handle, &code));
+    EXPECT_EQ(code, 4u);
+}
+
+TEST(CreateProcess, what_cannot_be_started_says_why) {
+    PROCESS_INFORMATION information;
+    STARTUPINFOA startup = {};
+    const auto create = [&](const char *program, std::string line, DWORD flags = 0, const char *folder = nullptr) {
+        return CreateProcessA(program, line.empty() ? nullptr : line.data(), nullptr, nullptr, FALSE, flags, nullptr,
+                              folder, &startup, &information);
+    };
+    EXPECT_CODE(create(nullptr, ""), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(create(nullptr, "  "), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(create(nullptr, "true", CREATE_SUSPENDED), ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(create("/nowhere/true", ""), ERROR_FILE_NOT_FOUND);
+    EXPECT_CODE(create("/etc", ""), ERROR_ACCESS_DENIED);
+    EXPECT_CODE(create("/bin/true", "", 0, "/nowhere"), ERROR_FILE_NOT_FOUND);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    EXPECT_CODE(create("/bin/true", ""), ERROR_INVALID_PARAMETER);
+}
+
+TEST(TerminateProcess, ends_it_with_the_code_that_it_is_given) {
+    const StartedProgram program("sleep 60");
+    EXPECT_TRUE(TerminateProcess(program.information.hProcess, 42));
+    EXPECT_EQ(program.Code(), 42u);
+    EXPECT_CODE(TerminateProcess(program.information.hProcess, 43), ERROR_ACCESS_DENIED);
+    EXPECT_CODE(TerminateProcess(nullptr, 1), ERROR_INVALID_HANDLE);
+}
+
+TEST(TerminateProcess, of_the_calling_process_ends_it_at_once) {
+    const auto exit = [] {
+        (void)atexit([] { (void)!write(STDERR_FILENO, "gone", 4); });
+        (void)TerminateProcess(GetCurrentProcess(), 9);
+    };
+    EXPECT_EXIT(exit(), testing::ExitedWithCode(9), "^$");
+}
+
 TEST(ExitProcess, ends_with_the_low_eight_bits_and_a_failure_stays_one) {
     EXPECT_EXIT(ExitProcess(0), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(ExitProcess(3), testing::ExitedWithCode(3), "");
