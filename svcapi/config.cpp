@@ -32,6 +32,11 @@ BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceCo
     return AnswerIntoBuffer(QueryConfig, PackConfig, hService, lpServiceConfig, cbBufSize, pcbBytesNeeded);
 }
 
+BOOL QueryServiceConfigW(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGW lpServiceConfig, DWORD cbBufSize,
+                         LPDWORD pcbBytesNeeded) {
+    return AnswerIntoBuffer(QueryConfig, PackConfig, hService, lpServiceConfig, cbBufSize, pcbBytesNeeded);
+}
+
 BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
                           LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies,
                           LPCSTR lpServiceStartName, LPCSTR, LPCSTR lpDisplayName) {

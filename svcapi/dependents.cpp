@@ -28,17 +28,6 @@ void Visit(const std::vector<ServiceNode> &nodes, std::size_t at, std::vector<bo
     }
 }
 
-DWORD ReadNode(DaemonLink &link, const ListedService &service, ServiceNode *node) {
-    std::int32_t index = 0;
-    DWORD rc = OpenRecord(link, service.name.c_str(), &index);
-    if (rc != ERROR_SUCCESS) return rc;
-    ServiceConfig config;
-    rc = ReadConfig(link, index, service.name, &config);
-    if (rc != RPC_S_CALL_FAILED && rc != ERROR_TIMEOUT) (void)CloseRecord(link, index); // it cannot be helped
-    if (rc == ERROR_SUCCESS) *node = {service.name, config.group, config.dependencies};
-    return rc;
-}
-
 DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std::vector<ListedService> *dependents) {
     std::vector<ListedService> services;
     DWORD rc = ListAllServices(link, &services);
@@ -46,9 +35,9 @@ DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std
     std::vector<ServiceNode> nodes(services.size());
     for (std::size_t i = 0; i < services.size(); ++i) {
         nodes[i].name = services[i].name;
-        rc = ReadNode(link, services[i], &nodes[i]);
+        rc = ReadServiceNode(link, services[i], &nodes[i]);
         // One that was deleted meanwhile depends on nobody any more.
-        if (rc != ERROR_SUCCESS && rc != ERROR_SERVICE_DOES_NOT_EXIST && rc != ERROR_INVALID_HANDLE) return rc;
+        if (rc != ERROR_SUCCESS && !IsServiceGone(rc)) return rc;
     }
     for (const std::size_t i : DependentsInStopOrder(nodes, name)) {
         const DWORD wanted = services[i].status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
@@ -58,6 +47,19 @@ DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std
 }
 
 } // namespace
+
+bool IsServiceGone(DWORD code) { return code == ERROR_SERVICE_DOES_NOT_EXIST || code == ERROR_INVALID_HANDLE; }
+
+DWORD ReadServiceNode(DaemonLink &link, const ListedService &service, ServiceNode *node) {
+    std::int32_t index = 0;
+    DWORD rc = OpenRecord(link, service.name.c_str(), &index);
+    if (rc != ERROR_SUCCESS) return rc;
+    ServiceConfig config;
+    rc = ReadConfig(link, index, service.name, &config);
+    if (rc != RPC_S_CALL_FAILED && rc != ERROR_TIMEOUT) (void)CloseRecord(link, index); // it cannot be helped
+    if (rc == ERROR_SUCCESS) *node = {service.name, config.group, config.dependencies};
+    return rc;
+}
 
 std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &nodes, const std::string &name) {
     std::vector<std::size_t> order;

@@ -2,8 +2,8 @@
 // dependents: who depends on a service, worked out from configurations.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "svcapi/link.h"
+#include "svcapi/packing.h"
 
 // What the walk has to know of a service.
 struct ServiceNode {
@@ -17,3 +17,10 @@ struct ServiceNode {
 // once.
 [[nodiscard]] std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &nodes,
                                                              const std::string &name);
+
+// Reads what the walk has to know of a listed service: three calls. Codes as ReadConfig, or those of a service that is
+// gone. The link is connected and locked.
+[[nodiscard]] DWORD ReadServiceNode(DaemonLink &link, const ListedService &service, ServiceNode *node);
+
+// Whether a code says that a service was deleted after it was listed.
+[[nodiscard]] bool IsServiceGone(DWORD code);

@@ -11,6 +11,7 @@
 #include "svcapi/pid_file.h"
 #include "svcapi/port_entry.h"
 #include "svcapi/runtime.h"
+#include "svcapi/wide.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -32,27 +33,24 @@ constexpr auto firstStartPatience = std::chrono::seconds(1);
 constexpr auto lastReportTimeout = std::chrono::seconds(30); // a start of another service may hold the daemon
 constexpr auto exitReportTimeout = std::chrono::seconds(5);
 
-const SERVICE_TABLE_ENTRYA *serviceTable; // the caller's; set once, before any thread starts
-sigset_t callerMask;                      // likewise
-pid_t ownerPid;                           // a forked child must not take its parent's entries away
+struct TableEntry {
+    std::string name;
+    ServiceMainFunction main;
+};
+
+std::vector<TableEntry> serviceTable; // as the caller has it; set once, before any thread starts
+sigset_t callerMask;                  // likewise
+pid_t ownerPid;                       // a forked child must not take its parent's entries away
 std::thread::id servingThread;
 
-DWORD TableSize() {
-    DWORD size = 0;
-    while (serviceTable[size].lpServiceName != nullptr || serviceTable[size].lpServiceProc != nullptr) {
-        ++size;
-    }
-    return size;
-}
-
 // The program's entry for a service. A lone entry serves any name, but only one: that of the first start.
-const SERVICE_TABLE_ENTRYA *FindTableEntry(const ServiceRuntime &runtime, const char *name) {
-    const DWORD size = TableSize();
-    if (size == 1) return runtime.services.empty() || runtime.services.front().name == name ? serviceTable : nullptr;
-    for (DWORD i = 0; i < size; ++i) {
-        if (std::strcmp(serviceTable[i].lpServiceName, name) == 0) return &serviceTable[i];
+const TableEntry *FindTableEntry(const ServiceRuntime &runtime, const std::string &name) {
+    if (serviceTable.size() == 1) {
+        return runtime.services.empty() || runtime.services.front().name == name ? &serviceTable.front() : nullptr;
     }
-    return nullptr;
+    const auto found = std::find_if(serviceTable.begin(), serviceTable.end(),
+                                    [&](const TableEntry &entry) { return entry.name == name; });
+    return found != serviceTable.end() ? &*found : nullptr;
 }
 
 StartedService *FindStarted(ServiceRuntime &runtime, const std::string &name) {
@@ -69,22 +67,32 @@ bool AllStopped(const ServiceRuntime &runtime) {
 
 SERVICE_STATUS InitialStatus() {
     SERVICE_STATUS status = {};
-    status.dwServiceType = TableSize() == 1 ? SERVICE_WIN32_OWN_PROCESS : SERVICE_WIN32_SHARE_PROCESS;
+    status.dwServiceType = serviceTable.size() == 1 ? SERVICE_WIN32_OWN_PROCESS : SERVICE_WIN32_SHARE_PROCESS;
     status.dwCurrentState = SERVICE_START_PENDING;
     status.dwWaitHint = firstWaitHintMs;
     return status;
 }
 
-// Thread body of one service.
-void RunServiceMain(LPSERVICE_MAIN_FUNCTIONA serviceMain, std::vector<std::string> arguments) {
-    pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
-    std::vector<char *> argv;
-    argv.reserve(arguments.size() + 1);
-    for (std::string &argument : arguments) {
-        argv.push_back(argument.data());
+template <typename Char>
+void CallServiceMain(void (*serviceMain)(DWORD, Char **), const std::vector<std::string> &arguments) {
+    std::vector<std::basic_string<Char>> texts;
+    std::vector<Char *> argv;
+    texts.reserve(arguments.size()); // its texts stay where they are
+    for (const std::string &argument : arguments) {
+        argv.push_back(texts.emplace_back(InCharacters<Char>(argument)).data());
     }
     argv.push_back(nullptr);
     serviceMain(static_cast<DWORD>(arguments.size()), argv.data());
+}
+
+// Thread body of one service.
+void RunServiceMain(ServiceMainFunction serviceMain, const std::vector<std::string> &arguments) {
+    pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
+    if (serviceMain.narrow != nullptr) {
+        CallServiceMain(serviceMain.narrow, arguments);
+    } else {
+        CallServiceMain(serviceMain.wide, arguments);
+    }
 }
 
 DWORD LaunchServiceMain(StartedService &service) {
@@ -101,7 +109,7 @@ DWORD LaunchServiceMain(StartedService &service) {
 service_START_SERVICE_OUT Serve(const service_START_SERVICE_IN &request) {
     ServiceRuntime &runtime = Runtime();
     const std::lock_guard<std::mutex> locked(runtime.guard);
-    const SERVICE_TABLE_ENTRYA *entry = FindTableEntry(runtime, request.servicename);
+    const TableEntry *entry = FindTableEntry(runtime, request.servicename);
     if (entry == nullptr) return {ERROR_SERVICE_NOT_IN_EXE, 0};
     StartedService *service = FindStarted(runtime, request.servicename);
     if (service != nullptr && !IsStopped(*service)) return {ERROR_SERVICE_ALREADY_RUNNING, 0};
@@ -113,8 +121,8 @@ service_START_SERVICE_OUT Serve(const service_START_SERVICE_IN &request) {
     for (const svc_arglist_t *link = request.arglist; link != nullptr; link = link->next) {
         service->arguments.emplace_back(link->arg);
     }
-    service->main = entry->lpServiceProc;
-    service->handler = nullptr;
+    service->main = entry->main;
+    service->handler = {};
     service->index = request.serviceindex;
     // Reported before ServiceMain has said anything: until the first report a mere question would find it dead.
     ChangeStatus(runtime, *service, InitialStatus());
@@ -126,11 +134,20 @@ service_START_SERVICE_OUT Serve(const service_START_SERVICE_IN &request) {
     return {static_cast<std::int32_t>(LaunchServiceMain(*service)), static_cast<std::int32_t>(context)};
 }
 
-void CallHandler(LPHANDLER_FUNCTION handler, std::int32_t control) {
+// Returns the code that the control is answered with: handlers return all kinds of things, and one code that says that
+// they do not know the control.
+std::int32_t CallHandler(const ControlHandler &handler, std::int32_t control) {
+    DWORD answer = NO_ERROR;
     sigset_t servingMask;
     pthread_sigmask(SIG_SETMASK, &callerMask, &servingMask);
-    handler(static_cast<DWORD>(control));
+    if (handler.extended != nullptr) {
+        constexpr DWORD noEvent = 0;
+        answer = handler.extended(static_cast<DWORD>(control), noEvent, nullptr, handler.context);
+    } else {
+        handler.plain(static_cast<DWORD>(control));
+    }
     pthread_sigmask(SIG_SETMASK, &servingMask, nullptr);
+    return answer == ERROR_CALL_NOT_IMPLEMENTED ? ERROR_CALL_NOT_IMPLEMENTED : ERROR_SUCCESS;
 }
 
 // The status that answers a control. The daemon takes it over without a new deadline, so that a wait hint in it would
@@ -152,12 +169,14 @@ service_CONTROL_SERVICE_OUT Serve(const service_CONTROL_SERVICE_IN &request) {
     }
     StartedService &service = runtime.services[static_cast<std::size_t>(request.servicecontext)];
     if (IsStopped(service)) return {ERROR_SERVICE_NOT_ACTIVE, StatusForReply(runtime, service)};
-    if (service.handler == nullptr) return {ERROR_SERVICE_CANNOT_ACCEPT_CTRL, StatusForReply(runtime, service)};
-    const LPHANDLER_FUNCTION handler = service.handler;
+    if (service.handler.plain == nullptr && service.handler.extended == nullptr) {
+        return {ERROR_SERVICE_CANNOT_ACCEPT_CTRL, StatusForReply(runtime, service)};
+    }
+    const ControlHandler handler = service.handler;
     locked.unlock();
-    CallHandler(handler, request.control);
+    const std::int32_t code = CallHandler(handler, request.control);
     locked.lock();
-    return {ERROR_SUCCESS, StatusForReply(runtime, service)};
+    return {code, StatusForReply(runtime, service)};
 }
 
 service_DUMMY_OUT Serve(const service_DUMMY_IN &request) {
@@ -295,34 +314,79 @@ DWORD RunDispatcher() {
     return started ? ERROR_SUCCESS : ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
 }
 
-} // namespace
-
-BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable) {
+BOOL Dispatch(std::vector<TableEntry> table) {
     static std::atomic_flag called = ATOMIC_FLAG_INIT;
-    if (lpServiceStartTable == nullptr || lpServiceStartTable->lpServiceName == nullptr) {
-        return Succeeded(ERROR_INVALID_PARAMETER);
-    }
+    if (table.empty()) return Succeeded(ERROR_INVALID_PARAMETER);
     if (called.test_and_set()) return Succeeded(ERROR_SERVICE_ALREADY_RUNNING);
-    serviceTable = lpServiceStartTable;
+    serviceTable = std::move(table);
     return Succeeded(RunDispatcher());
 }
 
-SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc) {
-    if (lpServiceName == nullptr || lpHandlerProc == nullptr) {
+SERVICE_STATUS_HANDLE RegisterHandler(LPCSTR name, const ControlHandler &handler) {
+    if (name == nullptr || (handler.plain == nullptr && handler.extended == nullptr)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     ServiceRuntime &runtime = Runtime();
     const std::lock_guard<std::mutex> locked(runtime.guard);
-    StartedService *service = FindStarted(runtime, lpServiceName);
+    StartedService *service = FindStarted(runtime, name);
     // As with the table, the name does not matter in a program of one service.
-    if (service == nullptr && runtime.services.size() == 1 && TableSize() == 1) service = &runtime.services.front();
+    if (service == nullptr && runtime.services.size() == 1 && serviceTable.size() == 1) {
+        service = &runtime.services.front();
+    }
     if (service == nullptr) {
         SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
         return nullptr;
     }
-    service->handler = lpHandlerProc;
+    service->handler = handler;
     return reinterpret_cast<SERVICE_STATUS_HANDLE>(service);
+}
+
+SERVICE_STATUS_HANDLE RegisterHandler(LPCWSTR name, const ControlHandler &handler) {
+    NarrowArguments narrow;
+    const LPCSTR narrowName = Narrow(&narrow, name);
+    if (narrow.code == ERROR_SUCCESS) return RegisterHandler(narrowName, handler);
+    SetLastError(narrow.code);
+    return nullptr;
+}
+
+} // namespace
+
+BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable) {
+    std::vector<TableEntry> table;
+    for (const SERVICE_TABLE_ENTRYA *entry = lpServiceStartTable; entry != nullptr && entry->lpServiceName != nullptr;
+         ++entry) {
+        table.push_back({entry->lpServiceName, {.narrow = entry->lpServiceProc}});
+    }
+    return Dispatch(std::move(table));
+}
+
+BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW *lpServiceStartTable) {
+    std::vector<TableEntry> table;
+    NarrowArguments narrow;
+    for (const SERVICE_TABLE_ENTRYW *entry = lpServiceStartTable; entry != nullptr && entry->lpServiceName != nullptr;
+         ++entry) {
+        table.push_back({Narrow(&narrow, entry->lpServiceName), {.wide = entry->lpServiceProc}});
+    }
+    return narrow.code != ERROR_SUCCESS ? Succeeded(narrow.code) : Dispatch(std::move(table));
+}
+
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc) {
+    return RegisterHandler(lpServiceName, {.plain = lpHandlerProc});
+}
+
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExA(LPCSTR lpServiceName, LPHANDLER_FUNCTION_EX lpHandlerProc,
+                                                    LPVOID lpContext) {
+    return RegisterHandler(lpServiceName, {.extended = lpHandlerProc, .context = lpContext});
+}
+
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(LPCWSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc) {
+    return RegisterHandler(lpServiceName, {.plain = lpHandlerProc});
+}
+
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExW(LPCWSTR lpServiceName, LPHANDLER_FUNCTION_EX lpHandlerProc,
+                                                    LPVOID lpContext) {
+    return RegisterHandler(lpServiceName, {.extended = lpHandlerProc, .context = lpContext});
 }
 
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus) {

@@ -1,37 +1,102 @@
 // SPDX-License-Identifier: MIT
 // enumerate: listing services.
 #include "svcapi/client.h"
+#include "svcapi/dependents.h"
 #include "svcapi/handles.h"
 #include "svcapi/last_error.h"
 #include "svcapi/listing.h"
+#include "svcapi/process_status.h"
+#include "svcapi/wide.h"
 
 #include <algorithm>
+#include <set>
 
 namespace {
 
-// Where the caller wants a list.
+// Where the caller wants a list, and in which records.
+template <typename Record>
 struct ListBuffer {
-    ENUM_SERVICE_STATUSA *services;
+    Record *services;
     DWORD bytes;
     DWORD *bytesNeeded;
     DWORD *returned;
 };
 
-bool IsUsable(const ListBuffer &buffer) {
+template <typename Record>
+bool IsUsable(const ListBuffer<Record> &buffer) {
     return buffer.bytesNeeded != nullptr && buffer.returned != nullptr &&
            (buffer.services != nullptr || buffer.bytes == 0);
 }
 
-DWORD Pack(const std::vector<ListedService> &services, std::size_t first, const ListBuffer &buffer) {
+template <typename Record>
+DWORD Pack(const std::vector<ListedService> &services, std::size_t first, const ListBuffer<Record> &buffer) {
     return PackServices(services, first, buffer.services, buffer.bytes, buffer.bytesNeeded, buffer.returned);
 }
 
 // The services that `list` tells of a service.
-BOOL Related(decltype(EnumerateDependents) *list, SC_HANDLE service, DWORD state, const ListBuffer &buffer) {
+template <typename Record>
+BOOL Related(decltype(EnumerateDependents) *list, SC_HANDLE service, DWORD state, const ListBuffer<Record> &buffer) {
     if (!IsUsable(buffer)) return Succeeded(ERROR_INVALID_PARAMETER);
     std::vector<ListedService> services;
     const DWORD rc = list(service, state, &services);
     return Succeeded(rc != ERROR_SUCCESS ? rc : Pack(services, 0, buffer));
+}
+
+// What an enumeration is asked for.
+struct Wanted {
+    DWORD type;
+    DWORD state;
+    LPCSTR group; // null: any
+    bool processes = false;
+};
+
+bool IsPossible(const Wanted &wanted) {
+    return (wanted.type & (SERVICE_WIN32 | SERVICE_DRIVER)) != 0 && (wanted.state & SERVICE_STATE_ALL) != 0;
+}
+
+// The names of all services of a load-order group; 1060 when there is none in a group that has a name.
+DWORD NamesOfGroup(DaemonLink &link, const std::string &group, std::set<std::string> *names) {
+    std::vector<ListedService> services;
+    DWORD rc = ListAllServices(link, &services);
+    if (rc != ERROR_SUCCESS) return rc;
+    for (const ListedService &service : services) {
+        ServiceNode node;
+        rc = ReadServiceNode(link, service, &node);
+        if (IsServiceGone(rc)) continue;
+        if (rc != ERROR_SUCCESS) return rc;
+        if (node.group == group) names->insert(service.name);
+    }
+    return names->empty() && !group.empty() ? ERROR_SERVICE_DOES_NOT_EXIST : ERROR_SUCCESS;
+}
+
+DWORD ListWanted(DaemonLink &link, const Wanted &wanted, std::vector<ListedService> *services) {
+    std::set<std::string> names;
+    DWORD rc = wanted.group != nullptr ? NamesOfGroup(link, wanted.group, &names) : ERROR_SUCCESS;
+    if (rc == ERROR_SUCCESS) rc = ListServicesAndRecordZero(link, wanted.type, wanted.state, services);
+    if (wanted.group != nullptr) {
+        std::erase_if(*services, [&](const ListedService &service) { return !names.contains(service.name); });
+    }
+    for (ListedService &service : *services) {
+        if (wanted.processes) service.processId = ProcessOf(link, service.name, service.status);
+    }
+    return rc;
+}
+
+// Lists services from a resume handle on, which may be null.
+template <typename Record>
+BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record> &buffer, DWORD *resumeHandle) {
+    if (!IsUsable(buffer) || !IsPossible(wanted)) return Succeeded(ERROR_INVALID_PARAMETER);
+    std::vector<ListedService> services;
+    HandleCall call;
+    DWORD rc = BeginManagerCall(manager, &call);
+    if (rc == ERROR_SUCCESS) rc = ListWanted(*call.handle->link, wanted, &services);
+    if (rc != ERROR_SUCCESS) return Succeeded(rc);
+    const std::size_t first = std::min<std::size_t>(resumeHandle != nullptr ? *resumeHandle : 0, services.size());
+    rc = Pack(services, first, buffer);
+    if (resumeHandle != nullptr) {
+        *resumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *buffer.returned : 0;
+    }
+    return Succeeded(rc);
 }
 
 } // namespace
@@ -58,30 +123,52 @@ DWORD EnumerateDependencies(SC_HANDLE service, DWORD state, std::vector<ListedSe
 BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
                          LPENUM_SERVICE_STATUSA lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
                          LPDWORD lpServicesReturned, LPDWORD lpResumeHandle) {
-    const ListBuffer buffer = {lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned};
-    if (!IsUsable(buffer) || (dwServiceType & (SERVICE_WIN32 | SERVICE_DRIVER)) == 0 ||
-        (dwServiceState & SERVICE_STATE_ALL) == 0) {
-        return Succeeded(ERROR_INVALID_PARAMETER);
-    }
-    std::vector<ListedService> services;
-    DWORD rc = EnumerateServices(hSCManager, dwServiceType, dwServiceState, &services);
-    if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    const std::size_t first = std::min<std::size_t>(lpResumeHandle != nullptr ? *lpResumeHandle : 0, services.size());
-    rc = Pack(services, first, buffer);
-    if (lpResumeHandle != nullptr) {
-        *lpResumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *lpServicesReturned : 0;
-    }
-    return Succeeded(rc);
+    return Enumerate(hSCManager, {dwServiceType, dwServiceState, nullptr},
+                     ListBuffer{lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned}, lpResumeHandle);
+}
+
+BOOL EnumServicesStatusW(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
+                         LPENUM_SERVICE_STATUSW lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
+                         LPDWORD lpServicesReturned, LPDWORD lpResumeHandle) {
+    return Enumerate(hSCManager, {dwServiceType, dwServiceState, nullptr},
+                     ListBuffer{lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned}, lpResumeHandle);
+}
+
+BOOL EnumServicesStatusExA(SC_HANDLE hSCManager, SC_ENUM_TYPE InfoLevel, DWORD dwServiceType, DWORD dwServiceState,
+                           LPBYTE lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned,
+                           LPDWORD lpResumeHandle, LPCSTR pszGroupName) {
+    if (InfoLevel != SC_ENUM_PROCESS_INFO) return Succeeded(ERROR_INVALID_LEVEL);
+    auto *const records = reinterpret_cast<LPENUM_SERVICE_STATUS_PROCESSA>(lpServices);
+    return Enumerate(hSCManager, {dwServiceType, dwServiceState, pszGroupName, true},
+                     ListBuffer{records, cbBufSize, pcbBytesNeeded, lpServicesReturned}, lpResumeHandle);
+}
+
+BOOL EnumServicesStatusExW(SC_HANDLE hSCManager, SC_ENUM_TYPE InfoLevel, DWORD dwServiceType, DWORD dwServiceState,
+                           LPBYTE lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned,
+                           LPDWORD lpResumeHandle, LPCWSTR pszGroupName) {
+    NarrowArguments narrow;
+    const LPCSTR group = Narrow(&narrow, pszGroupName);
+    if (narrow.code != ERROR_SUCCESS) return Succeeded(narrow.code);
+    if (InfoLevel != SC_ENUM_PROCESS_INFO) return Succeeded(ERROR_INVALID_LEVEL);
+    auto *const records = reinterpret_cast<LPENUM_SERVICE_STATUS_PROCESSW>(lpServices);
+    return Enumerate(hSCManager, {dwServiceType, dwServiceState, group, true},
+                     ListBuffer{records, cbBufSize, pcbBytesNeeded, lpServicesReturned}, lpResumeHandle);
 }
 
 BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
                             DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
     return Related(EnumerateDependents, hService, dwServiceState,
-                   {lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned});
+                   ListBuffer{lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned});
+}
+
+BOOL EnumDependentServicesW(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSW lpServices,
+                            DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
+    return Related(EnumerateDependents, hService, dwServiceState,
+                   ListBuffer{lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned});
 }
 
 BOOL tvEnumServiceDependencies(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSA lpServices,
                                DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned) {
     return Related(EnumerateDependencies, hService, dwServiceState,
-                   {lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned});
+                   ListBuffer{lpServices, cbBufSize, pcbBytesNeeded, lpServicesReturned});
 }

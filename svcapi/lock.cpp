@@ -75,3 +75,8 @@ BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA 
                              LPDWORD pcbBytesNeeded) {
     return AnswerIntoBuffer(QueryLock, PackLockStatus, hSCManager, lpLockStatus, cbBufSize, pcbBytesNeeded);
 }
+
+BOOL QueryServiceLockStatusW(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSW lpLockStatus, DWORD cbBufSize,
+                             LPDWORD pcbBytesNeeded) {
+    return AnswerIntoBuffer(QueryLock, PackLockStatus, hSCManager, lpLockStatus, cbBufSize, pcbBytesNeeded);
+}

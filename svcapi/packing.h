@@ -15,6 +15,7 @@ struct ListedService {
     std::string displayName;
     SERVICE_STATUS status = {};
     bool complete = true; // false: only state and accepted controls are known, the other words are 0
+    DWORD processId = 0;  // where somebody asked for it, and it is known
 };
 
 struct ServiceConfig {
@@ -36,14 +37,19 @@ struct LockStatus {
 };
 
 // Packs as many of services[first...] as fit, in order.
+//   Record       an enumeration's, for bytes or UTF-16, with a process or without
 //   bytesNeeded  bytes for all of services[first...]; 0 when all fitted
 //   returned     number packed
 // Returns 0, or 234 ERROR_MORE_DATA when not all fitted.
-[[nodiscard]] DWORD PackServices(const std::vector<ListedService> &services, std::size_t first,
-                                 ENUM_SERVICE_STATUSA *buffer, DWORD bytes, DWORD *bytesNeeded, DWORD *returned);
+template <typename Record>
+[[nodiscard]] DWORD PackServices(const std::vector<ListedService> &services, std::size_t first, Record *buffer,
+                                 DWORD bytes, DWORD *bytesNeeded, DWORD *returned);
 
-// Return 0, or 122 ERROR_INSUFFICIENT_BUFFER. *bytesNeeded is set in both cases.
-[[nodiscard]] DWORD PackConfig(const ServiceConfig &config, QUERY_SERVICE_CONFIGA *buffer, DWORD bytes,
-                               DWORD *bytesNeeded);
-[[nodiscard]] DWORD PackLockStatus(const LockStatus &status, QUERY_SERVICE_LOCK_STATUSA *buffer, DWORD bytes,
-                                   DWORD *bytesNeeded);
+// Return 0, or 122 ERROR_INSUFFICIENT_BUFFER. *bytesNeeded is set in both cases. The record is one for bytes or UTF-16.
+template <typename Record>
+[[nodiscard]] DWORD PackConfig(const ServiceConfig &config, Record *buffer, DWORD bytes, DWORD *bytesNeeded);
+template <typename Record>
+[[nodiscard]] DWORD PackLockStatus(const LockStatus &status, Record *buffer, DWORD bytes, DWORD *bytesNeeded);
+
+// A status with the process that it is of.
+[[nodiscard]] SERVICE_STATUS_PROCESS WithProcess(const SERVICE_STATUS &status, DWORD processId);

@@ -16,16 +16,29 @@
 #include <deque>
 #include <vector>
 
+// The main function of a service: one of the two.
+struct ServiceMainFunction {
+    LPSERVICE_MAIN_FUNCTIONA narrow = nullptr;
+    LPSERVICE_MAIN_FUNCTIONW wide = nullptr;
+};
+
+// The control handler of a service: one of the two, or none until it is registered.
+struct ControlHandler {
+    LPHANDLER_FUNCTION plain = nullptr;
+    LPHANDLER_FUNCTION_EX extended = nullptr;
+    LPVOID context = nullptr; // of the extended one
+};
+
 struct StartedService {
     std::string name;
     std::vector<std::string> arguments; // the first is the name
-    LPSERVICE_MAIN_FUNCTIONA main = nullptr;
-    LPHANDLER_FUNCTION handler = nullptr; // null until it is registered
-    std::int32_t index = 0;               // the service's number at the daemon
-    std::uint32_t restarts = 0;           // the reporter's link->restarts when it was learnt
-    SERVICE_STATUS status = {};           // as set last, its wait hint made safe to report
-    std::uint64_t changes = 0;            // how often status was set
-    std::uint64_t reported = 0;           // the change that the daemon has heard of
+    ServiceMainFunction main;
+    ControlHandler handler;
+    std::int32_t index = 0;     // the service's number at the daemon
+    std::uint32_t restarts = 0; // the reporter's link->restarts when it was learnt
+    SERVICE_STATUS status = {}; // as set last, its wait hint made safe to report
+    std::uint64_t changes = 0;  // how often status was set
+    std::uint64_t reported = 0; // the change that the daemon has heard of
 };
 
 struct ServiceRuntime {

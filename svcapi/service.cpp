@@ -7,6 +7,7 @@
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
 #include "svcapi/pid_file.h"
+#include "svcapi/wide.h"
 #include "util/multi_string.h"
 
 #include <algorithm>
@@ -50,13 +51,19 @@ DWORD WatchedStatus(DaemonLink &link, OpenHandle &service) {
     return rc;
 }
 
-// Hands a name out under the rules of the two name calls.
-DWORD CopyName(const std::string &name, LPSTR buffer, LPDWORD chars) {
+// Asks for one name of a service by the other, and hands it out under the rules of the name calls.
+template <typename Char>
+BOOL TranslateName(decltype(QueryKeyName) *translate, SC_HANDLE manager, LPCSTR name, Char *buffer, LPDWORD chars) {
+    if (name == nullptr || chars == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
+    std::string otherName;
+    const DWORD rc = translate(manager, name, &otherName);
+    if (rc != ERROR_SUCCESS) return Succeeded(rc);
+    const std::basic_string<Char> text = InCharacters<Char>(otherName);
     const DWORD room = *chars;
-    *chars = static_cast<DWORD>(name.size());
-    if (buffer == nullptr || room <= name.size()) return ERROR_INSUFFICIENT_BUFFER;
-    std::memcpy(buffer, name.c_str(), name.size() + 1);
-    return ERROR_SUCCESS;
+    *chars = static_cast<DWORD>(text.size());
+    if (buffer == nullptr || room <= text.size()) return Succeeded(ERROR_INSUFFICIENT_BUFFER);
+    std::memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(Char));
+    return TRUE;
 }
 
 } // namespace
@@ -178,15 +185,23 @@ DWORD QueryKeyName(SC_HANDLE manager, const char *displayName, std::string *name
 }
 
 BOOL GetServiceDisplayNameA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPSTR lpDisplayName, LPDWORD lpcchBuffer) {
-    if (lpServiceName == nullptr || lpcchBuffer == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
-    std::string displayName;
-    const DWORD rc = QueryDisplayName(hSCManager, lpServiceName, &displayName);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : CopyName(displayName, lpDisplayName, lpcchBuffer));
+    return TranslateName(QueryDisplayName, hSCManager, lpServiceName, lpDisplayName, lpcchBuffer);
+}
+
+BOOL GetServiceDisplayNameW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPWSTR lpDisplayName, LPDWORD lpcchBuffer) {
+    NarrowArguments narrow;
+    const LPCSTR name = Narrow(&narrow, lpServiceName);
+    if (narrow.code != ERROR_SUCCESS) return Succeeded(narrow.code);
+    return TranslateName(QueryDisplayName, hSCManager, name, lpDisplayName, lpcchBuffer);
 }
 
 BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServiceName, LPDWORD lpcchBuffer) {
-    if (lpDisplayName == nullptr || lpcchBuffer == nullptr) return Succeeded(ERROR_INVALID_PARAMETER);
-    std::string name;
-    const DWORD rc = QueryKeyName(hSCManager, lpDisplayName, &name);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : CopyName(name, lpServiceName, lpcchBuffer));
+    return TranslateName(QueryKeyName, hSCManager, lpDisplayName, lpServiceName, lpcchBuffer);
+}
+
+BOOL GetServiceKeyNameW(SC_HANDLE hSCManager, LPCWSTR lpDisplayName, LPWSTR lpServiceName, LPDWORD lpcchBuffer) {
+    NarrowArguments narrow;
+    const LPCSTR displayName = Narrow(&narrow, lpDisplayName);
+    if (narrow.code != ERROR_SUCCESS) return Succeeded(narrow.code);
+    return TranslateName(QueryKeyName, hSCManager, displayName, lpServiceName, lpcchBuffer);
 }

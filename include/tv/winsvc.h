@@ -82,11 +82,32 @@ extern "C" {
 #define SERVICE_CONTROL_CONTINUE 3
 #define SERVICE_CONTROL_INTERROGATE 4
 #define SERVICE_CONTROL_SHUTDOWN 5
+/* Names for handlers of other systems: nobody sends these here. */
+#define SERVICE_CONTROL_PARAMCHANGE 0x06
+#define SERVICE_CONTROL_NETBINDADD 0x07
+#define SERVICE_CONTROL_NETBINDREMOVE 0x08
+#define SERVICE_CONTROL_NETBINDENABLE 0x09
+#define SERVICE_CONTROL_NETBINDDISABLE 0x0A
+#define SERVICE_CONTROL_DEVICEEVENT 0x0B
+#define SERVICE_CONTROL_HARDWAREPROFILECHANGE 0x0C
+#define SERVICE_CONTROL_POWEREVENT 0x0D
+#define SERVICE_CONTROL_SESSIONCHANGE 0x0E
+#define SERVICE_CONTROL_PRESHUTDOWN 0x0F
+#define SERVICE_CONTROL_TIMECHANGE 0x10
+#define SERVICE_CONTROL_TRIGGEREVENT 0x20
 
-/* Accepted controls. */
+/* Accepted controls. The daemon looks at the first two. */
 #define SERVICE_ACCEPT_STOP 1
 #define SERVICE_ACCEPT_PAUSE_CONTINUE 2
 #define SERVICE_ACCEPT_SHUTDOWN 4
+#define SERVICE_ACCEPT_PARAMCHANGE 0x08
+#define SERVICE_ACCEPT_NETBINDCHANGE 0x10
+#define SERVICE_ACCEPT_HARDWAREPROFILECHANGE 0x20
+#define SERVICE_ACCEPT_POWEREVENT 0x40
+#define SERVICE_ACCEPT_SESSIONCHANGE 0x80
+#define SERVICE_ACCEPT_PRESHUTDOWN 0x100
+#define SERVICE_ACCEPT_TIMECHANGE 0x200
+#define SERVICE_ACCEPT_TRIGGEREVENT 0x400
 
 /* The state of a service as it reports it. */
 typedef struct SERVICE_STATUS {
@@ -99,6 +120,19 @@ typedef struct SERVICE_STATUS {
     DWORD dwWaitHint; /* milliseconds */
 } SERVICE_STATUS, *LPSERVICE_STATUS;
 
+/* The same with the process: of the daemon's machine, and only where the service's program has left its id. */
+typedef struct SERVICE_STATUS_PROCESS {
+    DWORD dwServiceType;
+    DWORD dwCurrentState;
+    DWORD dwControlsAccepted;
+    DWORD dwWin32ExitCode;
+    DWORD dwServiceSpecificExitCode;
+    DWORD dwCheckPoint;
+    DWORD dwWaitHint;
+    DWORD dwProcessId;    /* 0 when stopped or not known */
+    DWORD dwServiceFlags; /* 0 */
+} SERVICE_STATUS_PROCESS, *LPSERVICE_STATUS_PROCESS;
+
 /* --- the client side -------------------------------------------------------------------------------------------- */
 
 /* An open daemon connection or an open service. Never dereference. */
@@ -107,7 +141,17 @@ typedef struct tvServiceHandle *SC_HANDLE;
 typedef void *SC_LOCK;
 
 #define SERVICES_ACTIVE_DATABASEA "ServicesActive"
+#define SERVICES_FAILED_DATABASEA "ServicesFailed"
 #define SC_GROUP_IDENTIFIERA '+'
+#if __SIZEOF_WCHAR_T__ == 2
+#define SERVICES_ACTIVE_DATABASEW L"ServicesActive"
+#define SERVICES_FAILED_DATABASEW L"ServicesFailed"
+#define SC_GROUP_IDENTIFIERW L'+'
+#else
+#define SERVICES_ACTIVE_DATABASEW u"ServicesActive"
+#define SERVICES_FAILED_DATABASEW u"ServicesFailed"
+#define SC_GROUP_IDENTIFIERW u'+'
+#endif
 
 /* Access rights, accepted for source compatibility. */
 #define SC_MANAGER_CONNECT 0x0001
@@ -115,6 +159,7 @@ typedef void *SC_LOCK;
 #define SC_MANAGER_ENUMERATE_SERVICE 0x0004
 #define SC_MANAGER_LOCK 0x0008
 #define SC_MANAGER_QUERY_LOCK_STATUS 0x0010
+#define SC_MANAGER_MODIFY_BOOT_CONFIG 0x0020
 #define SC_MANAGER_ALL_ACCESS 0xF003F
 #define SERVICE_QUERY_CONFIG 0x0001
 #define SERVICE_CHANGE_CONFIG 0x0002
@@ -133,6 +178,24 @@ typedef struct ENUM_SERVICE_STATUSA {
     SERVICE_STATUS ServiceStatus;
 } ENUM_SERVICE_STATUSA, *LPENUM_SERVICE_STATUSA;
 
+typedef struct ENUM_SERVICE_STATUSW {
+    LPWSTR lpServiceName;
+    LPWSTR lpDisplayName;
+    SERVICE_STATUS ServiceStatus;
+} ENUM_SERVICE_STATUSW, *LPENUM_SERVICE_STATUSW;
+
+typedef struct ENUM_SERVICE_STATUS_PROCESSA {
+    LPSTR lpServiceName;
+    LPSTR lpDisplayName;
+    SERVICE_STATUS_PROCESS ServiceStatusProcess;
+} ENUM_SERVICE_STATUS_PROCESSA, *LPENUM_SERVICE_STATUS_PROCESSA;
+
+typedef struct ENUM_SERVICE_STATUS_PROCESSW {
+    LPWSTR lpServiceName;
+    LPWSTR lpDisplayName;
+    SERVICE_STATUS_PROCESS ServiceStatusProcess;
+} ENUM_SERVICE_STATUS_PROCESSW, *LPENUM_SERVICE_STATUS_PROCESSW;
+
 typedef struct QUERY_SERVICE_CONFIGA {
     DWORD dwServiceType;
     DWORD dwStartType;
@@ -145,11 +208,32 @@ typedef struct QUERY_SERVICE_CONFIGA {
     LPSTR lpDisplayName;
 } QUERY_SERVICE_CONFIGA, *LPQUERY_SERVICE_CONFIGA;
 
+typedef struct QUERY_SERVICE_CONFIGW {
+    DWORD dwServiceType;
+    DWORD dwStartType;
+    DWORD dwErrorControl;
+    LPWSTR lpBinaryPathName;
+    LPWSTR lpLoadOrderGroup;
+    DWORD dwTagId;
+    LPWSTR lpDependencies;
+    LPWSTR lpServiceStartName;
+    LPWSTR lpDisplayName;
+} QUERY_SERVICE_CONFIGW, *LPQUERY_SERVICE_CONFIGW;
+
 typedef struct QUERY_SERVICE_LOCK_STATUSA {
     DWORD fIsLocked;
     LPSTR lpLockOwner;    /* "" when not locked */
     DWORD dwLockDuration; /* seconds; 0 when not locked */
 } QUERY_SERVICE_LOCK_STATUSA, *LPQUERY_SERVICE_LOCK_STATUSA;
+
+typedef struct QUERY_SERVICE_LOCK_STATUSW {
+    DWORD fIsLocked;
+    LPWSTR lpLockOwner;
+    DWORD dwLockDuration;
+} QUERY_SERVICE_LOCK_STATUSW, *LPQUERY_SERVICE_LOCK_STATUSW;
+
+typedef enum SC_STATUS_TYPE { SC_STATUS_PROCESS_INFO = 0 } SC_STATUS_TYPE;
+typedef enum SC_ENUM_TYPE { SC_ENUM_PROCESS_INFO = 0 } SC_ENUM_TYPE;
 
 /* Connects to the service daemon.
  *   lpMachineName   host, null for this one
@@ -206,6 +290,41 @@ BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpService
  * process is gone). Differs from Win32: dependents that run do not stop a stop (EnumDependentServicesA tells them). */
 BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus);
 
+#define SERVICE_CONTROL_STATUS_REASON_INFO 1
+
+/* Why a service is stopped: a kind, a major and a minor reason. */
+#define SERVICE_STOP_REASON_FLAG_UNPLANNED 0x10000000
+#define SERVICE_STOP_REASON_FLAG_CUSTOM 0x20000000
+#define SERVICE_STOP_REASON_FLAG_PLANNED 0x40000000
+#define SERVICE_STOP_REASON_MAJOR_OTHER 0x00010000
+#define SERVICE_STOP_REASON_MAJOR_HARDWARE 0x00020000
+#define SERVICE_STOP_REASON_MAJOR_OPERATINGSYSTEM 0x00030000
+#define SERVICE_STOP_REASON_MAJOR_SOFTWARE 0x00040000
+#define SERVICE_STOP_REASON_MAJOR_APPLICATION 0x00050000
+#define SERVICE_STOP_REASON_MAJOR_NONE 0x00060000
+#define SERVICE_STOP_REASON_MINOR_OTHER 0x00000001
+#define SERVICE_STOP_REASON_MINOR_MAINTENANCE 0x00000002
+#define SERVICE_STOP_REASON_MINOR_INSTALLATION 0x00000003
+#define SERVICE_STOP_REASON_MINOR_UPGRADE 0x00000004
+#define SERVICE_STOP_REASON_MINOR_RECONFIG 0x00000005
+#define SERVICE_STOP_REASON_MINOR_NONE 0x00000017
+
+typedef struct SERVICE_CONTROL_STATUS_REASON_PARAMSA {
+    DWORD dwReason;                       /* for SERVICE_CONTROL_STOP: one of the kinds, and what goes with it */
+    LPSTR pszComment;                     /* at most 127 bytes; may be null */
+    SERVICE_STATUS_PROCESS ServiceStatus; /* receives the status after the control */
+} SERVICE_CONTROL_STATUS_REASON_PARAMSA, *PSERVICE_CONTROL_STATUS_REASON_PARAMSA;
+
+typedef struct SERVICE_CONTROL_STATUS_REASON_PARAMSW {
+    DWORD dwReason;
+    LPWSTR pszComment;
+    SERVICE_STATUS_PROCESS ServiceStatus;
+} SERVICE_CONTROL_STATUS_REASON_PARAMSW, *PSERVICE_CONTROL_STATUS_REASON_PARAMSW;
+
+/* ControlService with a reason and the process. Reason and comment are checked (87) and then forgotten: nothing here
+ * keeps them. dwInfoLevel: SERVICE_CONTROL_STATUS_REASON_INFO, else 124 ERROR_INVALID_LEVEL. */
+BOOL ControlServiceExA(SC_HANDLE hService, DWORD dwControl, DWORD dwInfoLevel, LPVOID pControlParams);
+
 /* Reads the status; may be called as often as one likes, also right after a start. Differs from Win32: it is not only a
  * look. A service whose last announced wait has passed is declared dead (SERVICE_STOPPED, 1067 ERROR_PROCESS_ABORTED)
  * by this call. The daemon would do so, too, with a service that was just started and has not reported yet, and with
@@ -216,6 +335,11 @@ BOOL ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServ
  * without asking: while it is SERVICE_START_PENDING and accepts nothing, the other words stay as a start leaves them.
  */
 BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
+
+/* The same, with the process where it is known. InfoLevel: SC_STATUS_PROCESS_INFO, else 124 ERROR_INVALID_LEVEL.
+ *   lpBuffer  receives a SERVICE_STATUS_PROCESS; may be null when cbBufSize is 0 */
+BOOL QueryServiceStatusEx(SC_HANDLE hService, SC_STATUS_TYPE InfoLevel, LPBYTE lpBuffer, DWORD cbBufSize,
+                          LPDWORD pcbBytesNeeded);
 
 /* Lists services, ENUM_SERVICE_STATUSA records in the daemon's order.
  *   dwServiceType   SERVICE_WIN32, SERVICE_DRIVER or both; single bits select the whole class
@@ -229,6 +353,13 @@ BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
 BOOL EnumServicesStatusA(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
                          LPENUM_SERVICE_STATUSA lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
                          LPDWORD lpServicesReturned, LPDWORD lpResumeHandle);
+
+/* The same with ENUM_SERVICE_STATUS_PROCESSA records. InfoLevel: SC_ENUM_PROCESS_INFO, else 124 ERROR_INVALID_LEVEL.
+ *   pszGroupName  null: all services; "": those in no load-order group; else the group's, and 1060
+ *                 ERROR_SERVICE_DOES_NOT_EXIST when no service at all is in it. A group costs three calls a service. */
+BOOL EnumServicesStatusExA(SC_HANDLE hSCManager, SC_ENUM_TYPE InfoLevel, DWORD dwServiceType, DWORD dwServiceState,
+                           LPBYTE lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned,
+                           LPDWORD lpResumeHandle, LPCSTR pszGroupName);
 
 /* Lists the services that depend on this one, directly or through others or through a load-order group, in the order in
  * which they have to be stopped. 234 when not all fitted. Worked out from all configurations: three calls a service.
@@ -248,6 +379,93 @@ BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceCo
 BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
                           LPCSTR lpBinaryPathName, LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies,
                           LPCSTR lpServiceStartName, LPCSTR lpPassword, LPCSTR lpDisplayName);
+
+/* Further parts of a configuration, dwInfoLevel of ChangeServiceConfig2 and QueryServiceConfig2. They stand as values
+ * in the service's registry key, and go with it; the daemon reads none of them. What acts on them:
+ *   description               stored: for those who list services
+ *   failure actions, flag     stored: for what runs a service's program and restarts it
+ *   everything else           stored only, so that it reads back */
+#define SERVICE_CONFIG_DESCRIPTION 1              /* SERVICE_DESCRIPTION */
+#define SERVICE_CONFIG_FAILURE_ACTIONS 2          /* SERVICE_FAILURE_ACTIONS */
+#define SERVICE_CONFIG_DELAYED_AUTO_START_INFO 3  /* SERVICE_DELAYED_AUTO_START_INFO */
+#define SERVICE_CONFIG_FAILURE_ACTIONS_FLAG 4     /* SERVICE_FAILURE_ACTIONS_FLAG */
+#define SERVICE_CONFIG_SERVICE_SID_INFO 5         /* SERVICE_SID_INFO */
+#define SERVICE_CONFIG_REQUIRED_PRIVILEGES_INFO 6 /* SERVICE_REQUIRED_PRIVILEGES_INFO */
+#define SERVICE_CONFIG_PRESHUTDOWN_INFO 7         /* SERVICE_PRESHUTDOWN_INFO */
+
+typedef struct SERVICE_DESCRIPTIONA {
+    LPSTR lpDescription; /* null: unchanged, and none; "": taken away */
+} SERVICE_DESCRIPTIONA, *LPSERVICE_DESCRIPTIONA;
+
+typedef struct SERVICE_DESCRIPTIONW {
+    LPWSTR lpDescription;
+} SERVICE_DESCRIPTIONW, *LPSERVICE_DESCRIPTIONW;
+
+typedef enum SC_ACTION_TYPE {
+    SC_ACTION_NONE = 0,
+    SC_ACTION_RESTART = 1,
+    SC_ACTION_REBOOT = 2,
+    SC_ACTION_RUN_COMMAND = 3
+} SC_ACTION_TYPE;
+
+typedef struct SC_ACTION {
+    SC_ACTION_TYPE Type;
+    DWORD Delay; /* milliseconds */
+} SC_ACTION, *LPSC_ACTION;
+
+typedef struct SERVICE_FAILURE_ACTIONSA {
+    DWORD dwResetPeriod;    /* seconds; INFINITE for never */
+    LPSTR lpRebootMsg;      /* null: unchanged, and none; "": taken away */
+    LPSTR lpCommand;        /* likewise */
+    DWORD cActions;         /* at most 1024 */
+    SC_ACTION *lpsaActions; /* null: actions and period are unchanged; with no actions they are taken away */
+} SERVICE_FAILURE_ACTIONSA, *LPSERVICE_FAILURE_ACTIONSA;
+
+typedef struct SERVICE_FAILURE_ACTIONSW {
+    DWORD dwResetPeriod;
+    LPWSTR lpRebootMsg;
+    LPWSTR lpCommand;
+    DWORD cActions;
+    SC_ACTION *lpsaActions;
+} SERVICE_FAILURE_ACTIONSW, *LPSERVICE_FAILURE_ACTIONSW;
+
+typedef struct SERVICE_DELAYED_AUTO_START_INFO {
+    BOOL fDelayedAutostart;
+} SERVICE_DELAYED_AUTO_START_INFO, *LPSERVICE_DELAYED_AUTO_START_INFO;
+
+typedef struct SERVICE_FAILURE_ACTIONS_FLAG {
+    BOOL fFailureActionsOnNonCrashFailures;
+} SERVICE_FAILURE_ACTIONS_FLAG, *LPSERVICE_FAILURE_ACTIONS_FLAG;
+
+#define SERVICE_SID_TYPE_NONE 0
+#define SERVICE_SID_TYPE_UNRESTRICTED 1
+#define SERVICE_SID_TYPE_RESTRICTED 3
+
+typedef struct SERVICE_SID_INFO {
+    DWORD dwServiceSidType;
+} SERVICE_SID_INFO, *LPSERVICE_SID_INFO;
+
+typedef struct SERVICE_REQUIRED_PRIVILEGES_INFOA {
+    LPSTR pmszRequiredPrivileges; /* multi-string; null: taken away, and none */
+} SERVICE_REQUIRED_PRIVILEGES_INFOA, *LPSERVICE_REQUIRED_PRIVILEGES_INFOA;
+
+typedef struct SERVICE_REQUIRED_PRIVILEGES_INFOW {
+    LPWSTR pmszRequiredPrivileges;
+} SERVICE_REQUIRED_PRIVILEGES_INFOW, *LPSERVICE_REQUIRED_PRIVILEGES_INFOW;
+
+typedef struct SERVICE_PRESHUTDOWN_INFO {
+    DWORD dwPreshutdownTimeout; /* milliseconds; 180000 when never set */
+} SERVICE_PRESHUTDOWN_INFO, *LPSERVICE_PRESHUTDOWN_INFO;
+
+/* Changes one of them; lpInfo is the level's record. The registry is that of the daemon's machine. 124
+ * ERROR_INVALID_LEVEL for any other level, 87 for what a record must not hold, 1072 ERROR_SERVICE_MARKED_FOR_DELETE for
+ * a service whose key is gone, or a code of the registry: 1016 ERROR_REGISTRY_IO_FAILED when it does not answer. */
+BOOL ChangeServiceConfig2A(SC_HANDLE hService, DWORD dwInfoLevel, LPVOID lpInfo);
+
+/* Reads one of them, the level's record with what it points at behind it; what was never set is 0, null and FALSE. The
+ * buffer may be null when cbBufSize is 0. Codes as above, and 13 ERROR_INVALID_DATA for a value of another kind. */
+BOOL QueryServiceConfig2A(SC_HANDLE hService, DWORD dwInfoLevel, LPBYTE lpBuffer, DWORD cbBufSize,
+                          LPDWORD pcbBytesNeeded);
 
 /* Takes the database lock; while it is held every start answers 1055, the holder's too. Null and 1055 when it is held
  * already. Nothing times it out; it is given back when the process exits. The owner's name carries user, host, process
@@ -301,12 +519,19 @@ BOOL tvDeclareServiceDead(SC_HANDLE hService);
 typedef struct tvServiceStatusHandle *SERVICE_STATUS_HANDLE;
 
 typedef void (*LPSERVICE_MAIN_FUNCTIONA)(DWORD dwNumServicesArgs, LPSTR *lpServiceArgVectors);
+typedef void (*LPSERVICE_MAIN_FUNCTIONW)(DWORD dwNumServicesArgs, LPWSTR *lpServiceArgVectors);
 typedef void (*LPHANDLER_FUNCTION)(DWORD dwControl);
+typedef DWORD (*LPHANDLER_FUNCTION_EX)(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData, LPVOID lpContext);
 
 typedef struct SERVICE_TABLE_ENTRYA {
     LPCSTR lpServiceName; /* with a single entry any name is taken, once */
     LPSERVICE_MAIN_FUNCTIONA lpServiceProc;
 } SERVICE_TABLE_ENTRYA, *LPSERVICE_TABLE_ENTRYA;
+
+typedef struct SERVICE_TABLE_ENTRYW {
+    LPCWSTR lpServiceName;
+    LPSERVICE_MAIN_FUNCTIONW lpServiceProc;
+} SERVICE_TABLE_ENTRYW, *LPSERVICE_TABLE_ENTRYW;
 
 /* Serves the program's services until all that were started have reported SERVICE_STOPPED; call it first thing in main,
  * before anything slow: the daemon waits 15 seconds for a new process.
@@ -333,12 +558,56 @@ BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable
  * no such service was started. The handler should return at once: the daemon serves nobody else meanwhile. */
 SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerA(LPCSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc);
 
+/* The same with a handler that gets lpContext back, and answers.
+ *   lpHandlerProc  dwEventType and lpEventData are 0 and null. What it returns reaches the caller of ControlService as
+ *                  its code when it is 120 ERROR_CALL_NOT_IMPLEMENTED; anything else counts as done. */
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExA(LPCSTR lpServiceName, LPHANDLER_FUNCTION_EX lpHandlerProc,
+                                                    LPVOID lpContext);
+
 /* Reports a service's state. Returns at once, also in a handler: a thread of the library sends the report, and repeats
  * it after a restart of the daemon; of reports made in quick succession only the latest may reach it. Wait hints count
  * only while a state is pending and are rounded up to whole seconds (the daemon's clock ignores parts of one); when a
  * wait has passed without a report, the next question finds the service dead. 13 ERROR_INVALID_DATA for a state that is
  * not one of the seven. */
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpServiceStatus);
+
+/* --- the same with UTF-16 --------------------------------------------------------------------------------------- */
+
+/* As their namesakes above, with WCHAR strings. The daemon has names as UTF-8: what is given is converted to it, and
+ * text that is no UTF-16 is refused with 1113 ERROR_NO_UNICODE_TRANSLATION; bytes in an answer that are no UTF-8 come
+ * back as U+FFFD each. Sizes of buffers are bytes, *lpcchBuffer counts characters; limits hold for the UTF-8. */
+SC_HANDLE OpenSCManagerW(LPCWSTR lpMachineName, LPCWSTR lpDatabaseName, DWORD dwDesiredAccess);
+SC_HANDLE OpenServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, DWORD dwDesiredAccess);
+SC_HANDLE CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPCWSTR lpDisplayName, DWORD dwDesiredAccess,
+                         DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl, LPCWSTR lpBinaryPathName,
+                         LPCWSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCWSTR lpDependencies,
+                         LPCWSTR lpServiceStartName, LPCWSTR lpPassword);
+BOOL StartServiceW(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCWSTR *lpServiceArgVectors);
+BOOL ControlServiceExW(SC_HANDLE hService, DWORD dwControl, DWORD dwInfoLevel, LPVOID pControlParams);
+BOOL EnumServicesStatusW(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
+                         LPENUM_SERVICE_STATUSW lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
+                         LPDWORD lpServicesReturned, LPDWORD lpResumeHandle);
+BOOL EnumServicesStatusExW(SC_HANDLE hSCManager, SC_ENUM_TYPE InfoLevel, DWORD dwServiceType, DWORD dwServiceState,
+                           LPBYTE lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned,
+                           LPDWORD lpResumeHandle, LPCWSTR pszGroupName);
+BOOL EnumDependentServicesW(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SERVICE_STATUSW lpServices,
+                            DWORD cbBufSize, LPDWORD pcbBytesNeeded, LPDWORD lpServicesReturned);
+BOOL QueryServiceConfigW(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGW lpServiceConfig, DWORD cbBufSize,
+                         LPDWORD pcbBytesNeeded);
+BOOL ChangeServiceConfigW(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl,
+                          LPCWSTR lpBinaryPathName, LPCWSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCWSTR lpDependencies,
+                          LPCWSTR lpServiceStartName, LPCWSTR lpPassword, LPCWSTR lpDisplayName);
+BOOL ChangeServiceConfig2W(SC_HANDLE hService, DWORD dwInfoLevel, LPVOID lpInfo);
+BOOL QueryServiceConfig2W(SC_HANDLE hService, DWORD dwInfoLevel, LPBYTE lpBuffer, DWORD cbBufSize,
+                          LPDWORD pcbBytesNeeded);
+BOOL QueryServiceLockStatusW(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSW lpLockStatus, DWORD cbBufSize,
+                             LPDWORD pcbBytesNeeded);
+BOOL GetServiceDisplayNameW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPWSTR lpDisplayName, LPDWORD lpcchBuffer);
+BOOL GetServiceKeyNameW(SC_HANDLE hSCManager, LPCWSTR lpDisplayName, LPWSTR lpServiceName, LPDWORD lpcchBuffer);
+BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW *lpServiceStartTable);
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(LPCWSTR lpServiceName, LPHANDLER_FUNCTION lpHandlerProc);
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExW(LPCWSTR lpServiceName, LPHANDLER_FUNCTION_EX lpHandlerProc,
+                                                    LPVOID lpContext);
 
 /* Source compatibility: the names without a suffix. */
 #define ENUM_SERVICE_STATUS TV_FORM(ENUM_SERVICE_STATUS)
@@ -352,6 +621,22 @@ BOOL SetServiceStatus(SERVICE_STATUS_HANDLE hServiceStatus, LPSERVICE_STATUS lpS
 #define LPSERVICE_MAIN_FUNCTION TV_FORM(LPSERVICE_MAIN_FUNCTION)
 #define SERVICES_ACTIVE_DATABASE TV_FORM(SERVICES_ACTIVE_DATABASE)
 #define SC_GROUP_IDENTIFIER TV_FORM(SC_GROUP_IDENTIFIER)
+#define ENUM_SERVICE_STATUS_PROCESS TV_FORM(ENUM_SERVICE_STATUS_PROCESS)
+#define LPENUM_SERVICE_STATUS_PROCESS TV_FORM(LPENUM_SERVICE_STATUS_PROCESS)
+#define SERVICE_DESCRIPTION TV_FORM(SERVICE_DESCRIPTION)
+#define LPSERVICE_DESCRIPTION TV_FORM(LPSERVICE_DESCRIPTION)
+#define SERVICE_FAILURE_ACTIONS TV_FORM(SERVICE_FAILURE_ACTIONS)
+#define LPSERVICE_FAILURE_ACTIONS TV_FORM(LPSERVICE_FAILURE_ACTIONS)
+#define SERVICE_REQUIRED_PRIVILEGES_INFO TV_FORM(SERVICE_REQUIRED_PRIVILEGES_INFO)
+#define LPSERVICE_REQUIRED_PRIVILEGES_INFO TV_FORM(LPSERVICE_REQUIRED_PRIVILEGES_INFO)
+#define SERVICE_CONTROL_STATUS_REASON_PARAMS TV_FORM(SERVICE_CONTROL_STATUS_REASON_PARAMS)
+#define PSERVICE_CONTROL_STATUS_REASON_PARAMS TV_FORM(PSERVICE_CONTROL_STATUS_REASON_PARAMS)
+#define SERVICES_FAILED_DATABASE TV_FORM(SERVICES_FAILED_DATABASE)
+#define EnumServicesStatusEx TV_FORM(EnumServicesStatusEx)
+#define ControlServiceEx TV_FORM(ControlServiceEx)
+#define ChangeServiceConfig2 TV_FORM(ChangeServiceConfig2)
+#define QueryServiceConfig2 TV_FORM(QueryServiceConfig2)
+#define RegisterServiceCtrlHandlerEx TV_FORM(RegisterServiceCtrlHandlerEx)
 #define OpenSCManager TV_FORM(OpenSCManager)
 #define OpenService TV_FORM(OpenService)
 #define CreateService TV_FORM(CreateService)

@@ -16,11 +16,14 @@
 //   --exit-code N     Win32 exit code to stop with; with --specific N also the service-specific one
 //   --silent          never report a state at all
 //   --services A,B    be a program of several services, of these names; without it it serves whichever is started
+//   --extended        have a handler that answers: it does not know control 210
+//   --wide            be a program of UTF-16: its ServiceMain and its handler's registration are the W forms
 //   --foreground      when nobody starts it as a service, write "foreground" and go on
 //
 // User controls: 128 to 199 are only written down; 200 announces a wait (CONTINUE_PENDING, --hint-ms) and never reports
 // again; 201 stops by itself; 202 ends the process on the spot without a report; 203 does not return for 60 s.
 #include "tv/winsvc.h"
+#include "util/utf16.h"
 
 #include <fcntl.h>
 #include <getopt.h>
@@ -44,6 +47,7 @@ constexpr DWORD controlHang = 200;
 constexpr DWORD controlStopYourself = 201;
 constexpr DWORD controlDie = 202;
 constexpr DWORD controlBlock = 203;
+constexpr DWORD controlUnknown = 210; // to the extended handler
 
 struct Options {
     std::string log = "-";
@@ -55,6 +59,8 @@ struct Options {
     DWORD specificCode = 0;
     bool hangStart = false;
     bool silent = false;
+    bool extended = false;
+    bool wide = false;
     bool foreground = false;
     std::string services;
 };
@@ -115,6 +121,12 @@ void HandleControl(DWORD control) {
     }
 }
 
+DWORD HandleExtended(DWORD control, DWORD eventType, LPVOID eventData, LPVOID context) {
+    if (eventType != 0 || eventData != nullptr || context != &options) WriteLine("not as registered");
+    HandleControl(control);
+    return control == controlUnknown ? ERROR_CALL_NOT_IMPLEMENTED : NO_ERROR;
+}
+
 std::string Joined(const std::vector<std::string> &parts) {
     std::string joined;
     for (const std::string &part : parts) {
@@ -142,11 +154,11 @@ void Dawdle(DWORD state, unsigned milliseconds) {
     }
 }
 
-void ServiceMain(DWORD argc, LPSTR *argv) {
-    statusHandle = RegisterServiceCtrlHandlerA(argv[0], HandleControl);
-    WriteLine(std::string("start ") + argv[0] + " uid=" + std::to_string(getuid()) +
-              " gid=" + std::to_string(getgid()) + " groups=" + Groups() +
-              " args=" + Joined(std::vector<std::string>(argv + 1, argv + argc)));
+// The service from the registration of its handler on; the first argument is its name.
+void RunService(const std::vector<std::string> &arguments) {
+    WriteLine("start " + arguments.front() + " uid=" + std::to_string(getuid()) + " gid=" + std::to_string(getgid()) +
+              " groups=" + Groups() +
+              " args=" + Joined(std::vector<std::string>(arguments.begin() + 1, arguments.end())));
     Report(SERVICE_START_PENDING);
     hanging = options.hangStart;
     Dawdle(SERVICE_START_PENDING, options.startMs);
@@ -159,14 +171,45 @@ void ServiceMain(DWORD argc, LPSTR *argv) {
     Report(SERVICE_STOPPED);
 }
 
+void ServiceMain(DWORD argc, LPSTR *argv) {
+    statusHandle = options.extended ? RegisterServiceCtrlHandlerExA(argv[0], HandleExtended, &options)
+                                    : RegisterServiceCtrlHandlerA(argv[0], HandleControl);
+    RunService(std::vector<std::string>(argv, argv + argc));
+}
+
+void WideServiceMain(DWORD argc, LPWSTR *argv) {
+    statusHandle = options.extended ? RegisterServiceCtrlHandlerExW(argv[0], HandleExtended, &options)
+                                    : RegisterServiceCtrlHandlerW(argv[0], HandleControl);
+    std::vector<std::string> arguments(argc);
+    for (DWORD i = 0; i < argc; ++i) {
+        (void)Utf8FromUtf16(argv[i], &arguments[i]); // the library gives UTF-16
+    }
+    RunService(arguments);
+}
+
 bool ReadOptions(int argc, char **argv) {
-    enum Option { log, startMs, stopMs, hintMs, controls, exitCode, specific, hangStart, silent, services, foreground };
+    enum Option {
+        log,
+        startMs,
+        stopMs,
+        hintMs,
+        controls,
+        exitCode,
+        specific,
+        hangStart,
+        silent,
+        services,
+        extended,
+        wide,
+        foreground
+    };
     const option known[] = {
         {"log", required_argument, nullptr, log},           {"start-ms", required_argument, nullptr, startMs},
         {"stop-ms", required_argument, nullptr, stopMs},    {"hint-ms", required_argument, nullptr, hintMs},
         {"controls", required_argument, nullptr, controls}, {"exit-code", required_argument, nullptr, exitCode},
         {"specific", required_argument, nullptr, specific}, {"hang-start", no_argument, nullptr, hangStart},
         {"silent", no_argument, nullptr, silent},           {"services", required_argument, nullptr, services},
+        {"extended", no_argument, nullptr, extended},       {"wide", no_argument, nullptr, wide},
         {"foreground", no_argument, nullptr, foreground},   {}};
     for (int found = 0; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         const auto number = optarg != nullptr ? static_cast<unsigned>(std::strtoul(optarg, nullptr, 10)) : 0;
@@ -181,6 +224,8 @@ bool ReadOptions(int argc, char **argv) {
         case hangStart: options.hangStart = true; break;
         case silent: options.silent = true; break;
         case services: options.services = optarg; break;
+        case extended: options.extended = true; break;
+        case wide: options.wide = true; break;
         case foreground: options.foreground = true; break;
         default: return false;
         }
@@ -198,17 +243,31 @@ std::vector<std::string> ServiceNames() {
     return names;
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    if (!ReadOptions(argc, argv)) return 2;
-    const std::vector<std::string> names = ServiceNames();
+BOOL ServeNarrow(const std::vector<std::string> &names) {
     std::vector<SERVICE_TABLE_ENTRYA> table;
     for (const std::string &name : names) {
         table.push_back({name.c_str(), ServiceMain});
     }
     table.push_back({nullptr, nullptr});
-    if (StartServiceCtrlDispatcherA(table.data())) return 0;
+    return StartServiceCtrlDispatcherA(table.data());
+}
+
+BOOL ServeWide(const std::vector<std::string> &names) {
+    std::vector<std::u16string> wideNames(names.size());
+    std::vector<SERVICE_TABLE_ENTRYW> table;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        (void)Utf16FromUtf8(names[i], &wideNames[i]); // without a name it is no service
+        table.push_back({wideNames[i].c_str(), WideServiceMain});
+    }
+    table.push_back({nullptr, nullptr});
+    return StartServiceCtrlDispatcherW(table.data());
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (!ReadOptions(argc, argv)) return 2;
+    if (options.wide ? ServeWide(ServiceNames()) : ServeNarrow(ServiceNames())) return 0;
     if (GetLastError() == ERROR_FAILED_SERVICE_CONTROLLER_CONNECT && options.foreground) {
         WriteLine("foreground");
         return pause();

@@ -83,7 +83,7 @@ TEST(PackServices, going_on_needs_room_for_the_rest_only) {
 TEST(PackServices, nothing_to_list_needs_nothing) {
     DWORD bytesNeeded = 9;
     DWORD returned = 9;
-    EXPECT_EQ(PackServices({}, 0, nullptr, 0, &bytesNeeded, &returned), ERROR_SUCCESS);
+    EXPECT_EQ(PackServices<ENUM_SERVICE_STATUSA>({}, 0, nullptr, 0, &bytesNeeded, &returned), ERROR_SUCCESS);
     EXPECT_EQ(bytesNeeded, 0u);
     EXPECT_EQ(returned, 0u);
 }
@@ -91,7 +91,7 @@ TEST(PackServices, nothing_to_list_needs_nothing) {
 TEST(PackConfig, room_for_all_strings_is_needed_and_used) {
     const ServiceConfig config = {0x10, 2, 1, "/image", "group", 7, {"one", "+two"}, "user", "Display"};
     DWORD bytesNeeded = 0;
-    EXPECT_EQ(PackConfig(config, nullptr, 0, &bytesNeeded), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(PackConfig<QUERY_SERVICE_CONFIGA>(config, nullptr, 0, &bytesNeeded), ERROR_INSUFFICIENT_BUFFER);
     std::vector<QUERY_SERVICE_CONFIGA> buffer(bytesNeeded / sizeof(QUERY_SERVICE_CONFIGA) + 1);
     EXPECT_EQ(PackConfig(config, buffer.data(), bytesNeeded - 1, &bytesNeeded), ERROR_INSUFFICIENT_BUFFER);
     ASSERT_EQ(PackConfig(config, buffer.data(), bytesNeeded, &bytesNeeded), ERROR_SUCCESS);

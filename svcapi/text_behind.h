@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// text_behind: the strings that stand behind a record, in the record's characters.
+#pragma once
+
+#include "svcapi/wide.h"
+
+#include <cstring>
+#include <type_traits>
+
+// char for the pointers of an A record, WCHAR for those of a W record.
+template <typename Pointer>
+using CharOf = std::remove_pointer_t<Pointer>;
+
+// Bytes of a text behind a record, terminator included. A multi-string is a text with zeros in it.
+template <typename Char>
+std::size_t TextBytes(const std::string &text) {
+    return (InCharacters<Char>(text).size() + 1) * sizeof(Char);
+}
+
+// Copies a text and its terminator to *end and moves *end behind it.
+template <typename Char>
+Char *PutText(const std::string &text, Char **end) {
+    const std::basic_string<Char> converted = InCharacters<Char>(text);
+    Char *const start = *end;
+    std::memcpy(start, converted.c_str(), (converted.size() + 1) * sizeof(Char));
+    *end += converted.size() + 1;
+    return start;
+}
