@@ -343,14 +343,16 @@ TEST_F(ServiceRuntime, an_answer_never_waits_for_a_report) {
 // Symptom: a service that was started again as soon as it had stopped was refused with 1056, or shown as stopped while
 // it ran. Cause: the answer to the stop control told of the end, and the reports of the old process came after it.
 TEST_F(ServiceRuntime, no_answer_tells_of_the_end_before_the_last_report) {
-    std::atomic<bool> lastHasCome = false;
-    std::atomic<bool> lastIsHeld = true;
+    static std::atomic<bool> lastHasCome; // static, because the daemon's thread may still look when the test has ended
+    static std::atomic<bool> lastIsHeld;
+    lastHasCome = false;
+    lastIsHeld = true;
     StopScriptedDaemon();
-    OnCall([&](servd_SERV_SET_STATUS_SERVICE &argument) {
+    OnCall([](servd_SERV_SET_STATUS_SERVICE &argument) {
         NoteReport(argument);
         if (argument.serviceStatus.dwCurrentState == SERVICE_STOPPED) {
             lastHasCome = true;
-            (void)WaitUntil([&] { return !lastIsHeld; });
+            (void)WaitUntil([] { return !lastIsHeld; });
         }
         return servd_SERV_SET_STATUS_SERVICE_RETURN{0};
     });
@@ -358,7 +360,7 @@ TEST_F(ServiceRuntime, no_answer_tells_of_the_end_before_the_last_report) {
     Launch({});
     StartAndWaitUntilRunning();
     EXPECT_EQ(Control(SERVICE_CONTROL_STOP).svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
-    ASSERT_TRUE(WaitUntil([&] { return lastHasCome.load(); }));
+    ASSERT_TRUE(WaitUntil([] { return lastHasCome.load(); }));
     const service_CONTROL_SERVICE_OUT answer = Control(SERVICE_CONTROL_INTERROGATE);
     EXPECT_EQ(answer.status, ERROR_SERVICE_NOT_ACTIVE);
     EXPECT_EQ(answer.svcstatus.dwCurrentState, SERVICE_STOP_PENDING);
