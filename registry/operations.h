@@ -15,111 +15,79 @@
 #include "tv/tvregistry.h"
 #include "tv/winreg.h"
 
-// The operations behind the Win32 functions: same arguments, same result codes, but without the mutex.
-decltype(RegCloseKey) reg_close_key;
-decltype(RegConnectRegistryA) reg_connect_registry_a;
-decltype(RegConnectRegistryW) reg_connect_registry_w;
-decltype(RegCreateKeyA) reg_create_key_a;
-decltype(RegCreateKeyW) reg_create_key_w;
-decltype(RegCreateKeyExA) reg_create_key_ex_a;
-decltype(RegCreateKeyExW) reg_create_key_ex_w;
-decltype(RegDeleteKeyA) reg_delete_key_a;
-decltype(RegDeleteKeyW) reg_delete_key_w;
-decltype(RegDeleteValueA) reg_delete_value_a;
-decltype(RegDeleteValueW) reg_delete_value_w;
-decltype(RegEnumKeyA) reg_enum_key_a;
-decltype(RegEnumKeyW) reg_enum_key_w;
-decltype(RegEnumKeyExA) reg_enum_key_ex_a;
-decltype(RegEnumKeyExW) reg_enum_key_ex_w;
-decltype(RegEnumValueA) reg_enum_value_a;
-decltype(RegEnumValueW) reg_enum_value_w;
-decltype(RegFlushKey) reg_flush_key;
-decltype(RegGetKeySecurity) reg_get_key_security;
-decltype(RegLoadKeyA) reg_load_key_a;
-decltype(RegLoadKeyW) reg_load_key_w;
-decltype(RegNotifyChangeKeyValue) reg_notify_change_key_value;
-decltype(RegOpenKeyA) reg_open_key_a;
-decltype(RegOpenKeyW) reg_open_key_w;
-decltype(RegOpenKeyExA) reg_open_key_ex_a;
-decltype(RegOpenKeyExW) reg_open_key_ex_w;
-decltype(RegQueryInfoKeyA) reg_query_info_key_a;
-decltype(RegQueryInfoKeyW) reg_query_info_key_w;
-decltype(RegQueryValueA) reg_query_value_a;
-decltype(RegQueryValueW) reg_query_value_w;
-decltype(RegQueryMultipleValuesA) reg_query_multiple_values_a;
-decltype(RegQueryMultipleValuesW) reg_query_multiple_values_w;
-decltype(RegQueryValueExA) reg_query_value_ex_a;
-decltype(RegQueryValueExW) reg_query_value_ex_w;
-decltype(RegReplaceKeyA) reg_replace_key_a;
-decltype(RegReplaceKeyW) reg_replace_key_w;
-decltype(RegRestoreKeyA) reg_restore_key_a;
-decltype(RegRestoreKeyW) reg_restore_key_w;
-decltype(RegSaveKeyA) reg_save_key_a;
-decltype(RegSaveKeyW) reg_save_key_w;
-decltype(RegSetKeySecurity) reg_set_key_security;
-decltype(RegSetValueA) reg_set_value_a;
-decltype(RegSetValueW) reg_set_value_w;
-decltype(RegSetValueExA) reg_set_value_ex_a;
-decltype(RegSetValueExW) reg_set_value_ex_w;
-decltype(RegUnLoadKeyA) reg_unload_key_a;
-decltype(RegUnLoadKeyW) reg_unload_key_w;
-decltype(RegQueryVersionInfo) reg_query_version_info;
-decltype(RegPingDaemon) reg_ping_daemon;
+#include <cstddef>
 
-// One row of the table. Entry points and operations meet by this order: alphabetical by Win32 name, A before W, except
-// for the query-multiple-values pair and this system's own two at the end.
+// The table's slots, which is how entry points and operations meet: alphabetical by Win32 name, A before W, except for
+// the query-multiple-values pair and this system's own two at the end. Number, operation, Win32 function. An operation
+// has the arguments and result codes of its function, but does not take the mutex.
+// clang-format off
+#define REGISTRY_OPERATIONS(X) \
+    X(0, reg_close_key, RegCloseKey) \
+    X(1, reg_connect_registry_a, RegConnectRegistryA) \
+    X(2, reg_connect_registry_w, RegConnectRegistryW) \
+    X(3, reg_create_key_a, RegCreateKeyA) \
+    X(4, reg_create_key_w, RegCreateKeyW) \
+    X(5, reg_create_key_ex_a, RegCreateKeyExA) \
+    X(6, reg_create_key_ex_w, RegCreateKeyExW) \
+    X(7, reg_delete_key_a, RegDeleteKeyA) \
+    X(8, reg_delete_key_w, RegDeleteKeyW) \
+    X(9, reg_delete_value_a, RegDeleteValueA) \
+    X(10, reg_delete_value_w, RegDeleteValueW) \
+    X(11, reg_enum_key_a, RegEnumKeyA) \
+    X(12, reg_enum_key_w, RegEnumKeyW) \
+    X(13, reg_enum_key_ex_a, RegEnumKeyExA) \
+    X(14, reg_enum_key_ex_w, RegEnumKeyExW) \
+    X(15, reg_enum_value_a, RegEnumValueA) \
+    X(16, reg_enum_value_w, RegEnumValueW) \
+    X(17, reg_flush_key, RegFlushKey) \
+    X(18, reg_get_key_security, RegGetKeySecurity) \
+    X(19, reg_load_key_a, RegLoadKeyA) \
+    X(20, reg_load_key_w, RegLoadKeyW) \
+    X(21, reg_notify_change_key_value, RegNotifyChangeKeyValue) \
+    X(22, reg_open_key_a, RegOpenKeyA) \
+    X(23, reg_open_key_w, RegOpenKeyW) \
+    X(24, reg_open_key_ex_a, RegOpenKeyExA) \
+    X(25, reg_open_key_ex_w, RegOpenKeyExW) \
+    X(26, reg_query_info_key_a, RegQueryInfoKeyA) \
+    X(27, reg_query_info_key_w, RegQueryInfoKeyW) \
+    X(28, reg_query_value_a, RegQueryValueA) \
+    X(29, reg_query_value_w, RegQueryValueW) \
+    X(30, reg_query_multiple_values_a, RegQueryMultipleValuesA) \
+    X(31, reg_query_multiple_values_w, RegQueryMultipleValuesW) \
+    X(32, reg_query_value_ex_a, RegQueryValueExA) \
+    X(33, reg_query_value_ex_w, RegQueryValueExW) \
+    X(34, reg_replace_key_a, RegReplaceKeyA) \
+    X(35, reg_replace_key_w, RegReplaceKeyW) \
+    X(36, reg_restore_key_a, RegRestoreKeyA) \
+    X(37, reg_restore_key_w, RegRestoreKeyW) \
+    X(38, reg_save_key_a, RegSaveKeyA) \
+    X(39, reg_save_key_w, RegSaveKeyW) \
+    X(40, reg_set_key_security, RegSetKeySecurity) \
+    X(41, reg_set_value_a, RegSetValueA) \
+    X(42, reg_set_value_w, RegSetValueW) \
+    X(43, reg_set_value_ex_a, RegSetValueExA) \
+    X(44, reg_set_value_ex_w, RegSetValueExW) \
+    X(45, reg_unload_key_a, RegUnLoadKeyA) \
+    X(46, reg_unload_key_w, RegUnLoadKeyW) \
+    X(47, reg_query_version_info, RegQueryVersionInfo) \
+    X(48, reg_ping_daemon, RegPingDaemon)
+// clang-format on
+
+#define REGISTRY_OPERATION(slot, operation, function) decltype(function) operation;
+REGISTRY_OPERATIONS(REGISTRY_OPERATION)
+#undef REGISTRY_OPERATION
+
+// One row of the table.
+#define REGISTRY_SLOT(slot, operation, function) decltype(&function) operation;
 struct RegistryOperations {
-    decltype(&RegCloseKey) reg_close_key;                           // 0
-    decltype(&RegConnectRegistryA) reg_connect_registry_a;          // 1
-    decltype(&RegConnectRegistryW) reg_connect_registry_w;          // 2
-    decltype(&RegCreateKeyA) reg_create_key_a;                      // 3
-    decltype(&RegCreateKeyW) reg_create_key_w;                      // 4
-    decltype(&RegCreateKeyExA) reg_create_key_ex_a;                 // 5
-    decltype(&RegCreateKeyExW) reg_create_key_ex_w;                 // 6
-    decltype(&RegDeleteKeyA) reg_delete_key_a;                      // 7
-    decltype(&RegDeleteKeyW) reg_delete_key_w;                      // 8
-    decltype(&RegDeleteValueA) reg_delete_value_a;                  // 9
-    decltype(&RegDeleteValueW) reg_delete_value_w;                  // 10
-    decltype(&RegEnumKeyA) reg_enum_key_a;                          // 11
-    decltype(&RegEnumKeyW) reg_enum_key_w;                          // 12
-    decltype(&RegEnumKeyExA) reg_enum_key_ex_a;                     // 13
-    decltype(&RegEnumKeyExW) reg_enum_key_ex_w;                     // 14
-    decltype(&RegEnumValueA) reg_enum_value_a;                      // 15
-    decltype(&RegEnumValueW) reg_enum_value_w;                      // 16
-    decltype(&RegFlushKey) reg_flush_key;                           // 17
-    decltype(&RegGetKeySecurity) reg_get_key_security;              // 18
-    decltype(&RegLoadKeyA) reg_load_key_a;                          // 19
-    decltype(&RegLoadKeyW) reg_load_key_w;                          // 20
-    decltype(&RegNotifyChangeKeyValue) reg_notify_change_key_value; // 21
-    decltype(&RegOpenKeyA) reg_open_key_a;                          // 22
-    decltype(&RegOpenKeyW) reg_open_key_w;                          // 23
-    decltype(&RegOpenKeyExA) reg_open_key_ex_a;                     // 24
-    decltype(&RegOpenKeyExW) reg_open_key_ex_w;                     // 25
-    decltype(&RegQueryInfoKeyA) reg_query_info_key_a;               // 26
-    decltype(&RegQueryInfoKeyW) reg_query_info_key_w;               // 27
-    decltype(&RegQueryValueA) reg_query_value_a;                    // 28
-    decltype(&RegQueryValueW) reg_query_value_w;                    // 29
-    decltype(&RegQueryMultipleValuesA) reg_query_multiple_values_a; // 30
-    decltype(&RegQueryMultipleValuesW) reg_query_multiple_values_w; // 31
-    decltype(&RegQueryValueExA) reg_query_value_ex_a;               // 32
-    decltype(&RegQueryValueExW) reg_query_value_ex_w;               // 33
-    decltype(&RegReplaceKeyA) reg_replace_key_a;                    // 34
-    decltype(&RegReplaceKeyW) reg_replace_key_w;                    // 35
-    decltype(&RegRestoreKeyA) reg_restore_key_a;                    // 36
-    decltype(&RegRestoreKeyW) reg_restore_key_w;                    // 37
-    decltype(&RegSaveKeyA) reg_save_key_a;                          // 38
-    decltype(&RegSaveKeyW) reg_save_key_w;                          // 39
-    decltype(&RegSetKeySecurity) reg_set_key_security;              // 40
-    decltype(&RegSetValueA) reg_set_value_a;                        // 41
-    decltype(&RegSetValueW) reg_set_value_w;                        // 42
-    decltype(&RegSetValueExA) reg_set_value_ex_a;                   // 43
-    decltype(&RegSetValueExW) reg_set_value_ex_w;                   // 44
-    decltype(&RegUnLoadKeyA) reg_unload_key_a;                      // 45
-    decltype(&RegUnLoadKeyW) reg_unload_key_w;                      // 46
-    decltype(&RegQueryVersionInfo) reg_query_version_info;          // 47
-    decltype(&RegPingDaemon) reg_ping_daemon;                       // 48
+    REGISTRY_OPERATIONS(REGISTRY_SLOT)
 };
+#undef REGISTRY_SLOT
 
+#define REGISTRY_PLACE(slot, operation, function)                                                                      \
+    static_assert(offsetof(RegistryOperations, operation) == slot * sizeof(void (*)()));
+REGISTRY_OPERATIONS(REGISTRY_PLACE)
+#undef REGISTRY_PLACE
 constexpr int registrySlots = 49;
 static_assert(sizeof(RegistryOperations) == registrySlots * sizeof(void (*)()));
 
