@@ -1,0 +1,108 @@
+# SPDX-License-Identifier: MIT
+# Service code of well-known programs, written for Win32 and fetched from Debian's source archive: it is compiled as it
+# is with the package tvwin32, and runs under the daemon. What a program is beside its service code stands in
+# win32_corpus/NAME: a main that takes its place, and headers for those that the sources name and that would need the
+# whole program.
+#
+# The archive is the one that this machine's apt has its packages from; lists and sources land in a folder of the test.
+# Where it cannot be reached nothing is tested, and where it lacks a source that program is passed over.
+
+setup_file() {
+    export standIns=$BATS_TEST_DIRNAME/win32_corpus
+    export privateHost=$BATS_TEST_DIRNAME/../../tools/private-host
+    export prefix=$BATS_FILE_TMPDIR/installed archive=$BATS_FILE_TMPDIR/archive
+    for component in tvsvc tvregistry tvbase tvwin32; do
+        cmake --install "$TV_BIN/.." --prefix "$prefix" --component $component >/dev/null
+    done
+    library=$(find "$prefix" -name libtvbase.so)
+    export libraryFolder=${library%/*}
+    export PKG_CONFIG_PATH=$libraryFolder/pkgconfig
+    export LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH
+    openArchive || echo "# the source archive cannot be reached: no service code of others was tested" >&3
+}
+
+# A configuration of apt for sources, which leaves the machine's own alone.
+openArchive() {
+    mkdir -p "$archive"/{lists,cache,state}
+    {
+        echo "Dir::Etc::sourcelist \"$archive/sources.list\";" 'Dir::Etc::sourceparts "-";'
+        echo "Dir::State \"$archive/state\";" "Dir::State::lists \"$archive/lists\";" "Dir::Cache \"$archive/cache\";"
+        echo 'APT::Sandbox::User "root";' 'Acquire::Retries "2";' 'Acquire::http::Timeout "20";'
+    } >"$archive/apt.conf"
+    apt-get indextargets 'Identifier: Packages' --format 'deb-src $(REPO_URI) $(RELEASE) $(COMPONENT)' | sort -u \
+        >"$archive/sources.list"
+    [ -s "$archive/sources.list" ] && APT_CONFIG=$archive/apt.conf timeout 120 apt-get update -qq \
+        >"$archive/update.log" 2>&1 && ls "$archive"/lists/*Sources* >/dev/null 2>&1 && touch "$archive/open"
+}
+
+setup() {
+    [ -e "$archive/open" ] || skip "the source archive cannot be reached"
+    cd "$BATS_TEST_TMPDIR" || return
+}
+
+# Leaves the named files of a source package in source/.
+fetch() { # PACKAGE FILE...
+    mkdir -p "$archive/$1"
+    (cd "$archive/$1" && APT_CONFIG=$archive/apt.conf timeout 200 apt-get source -qq --download-only --tar-only "$1" \
+        >fetch.log 2>&1) || skip "the source archive does not give $1"
+    mkdir source
+    tar -xf "$archive/$1"/*.orig.tar.* -C source --strip-components=1 --wildcards "${@:2}"
+}
+
+# The compiler's warnings are the program's own affair.
+compile() { # NAME PROGRAM SOURCE...
+    local compiler=${CC:-cc}
+    [[ $* != *.cpp* ]] || compiler="${CXX:-c++} ${CC#cc}"
+    $compiler -w $TV_SANITIZE_FLAGS -DWIN32 -D_WIN32 -I"$standIns/$1" -Isource $includes "${@:3}" -o "$2" \
+        $(pkg-config --cflags --libs tvwin32) -pthread
+}
+
+# Runs commands on a private host with both daemons, each shown with what it answers.
+withDaemons() { # COMMAND...
+    "$privateHost" bash -c '
+        "$TV_BIN/tvregd" --database registry.db --background
+        "$TV_BIN/servd"
+        PATH=$PWD:$TV_BIN:$PATH
+        tvsc wait-online || exit
+        for command; do
+            echo "$ $command"
+            eval "$command" 2>&1 || echo "status $?"
+        done' - "$@" >output 2>&1
+    cat output
+}
+
+# The lines of the last run, in this order, whatever stands between them.
+sawInOrder() { # LINE...
+    local wanted=("$@") line
+    while IFS= read -r line; do
+        [[ ${#wanted[@]} -eq 0 || $line != ${wanted[0]} ]] || wanted=("${wanted[@]:1}")
+    done <output
+    [ ${#wanted[@]} -eq 0 ] || { echo "missing: ${wanted[0]}"; return 1; }
+}
+
+image() { # FILE COMMAND
+    printf '#!/bin/csh -f\nexec %s\n' "$2" >"$1"
+}
+
+@test "svnserve begins in the foreground of its main, reports, stops and exits in the middle of it" {
+    fetch subversion '*/svnserve/winservice.[ch]'
+    includes=-Isource/subversion/svnserve compile subversion svnserve source/subversion/svnserve/winservice.c \
+        "$standIns/subversion/main.c"
+    image svnserve.csh "$PWD/svnserve"
+    withDaemons 'tvsc -q create svnserve --image $PWD/svnserve.csh' 'tvsc start svnserve' 'tvsc interrogate svnserve' \
+        'tvsc pause svnserve' 'tvsc stop svnserve' 'tvsc status svnserve' './svnserve'
+    sawInOrder 'svnserve: running' '$ tvsc interrogate*' 'svnserve: *running*' '$ tvsc pause*' 'status 3' \
+        '$ tvsc stop*' 'svnserve: stopped' '$ tvsc status*' 'status 3' \
+        'Failed to connect to Service Control Manager: 1063' 'status 1'
+}
+
+@test "i2pd, in C++, starts, pauses, goes on and stops" {
+    fetch i2pd '*/Win32/Win32Service.*'
+    includes="-Isource/Win32 -include functional" compile i2pd i2pd source/Win32/Win32Service.cpp \
+        "$standIns/i2pd/main.cpp" -std=c++17
+    image i2pd.csh "$PWD/i2pd"
+    withDaemons 'tvsc -q create i2pdService --image $PWD/i2pd.csh' 'tvsc start i2pdService' 'tvsc pause i2pdService' \
+        'tvsc continue i2pdService' 'tvsc stop i2pdService' 'tvsc status i2pdService' 'tvsc delete i2pdService'
+    sawInOrder 'i2pdService: running' 'i2pdService: paused' 'i2pdService: running' 'i2pdService: stopped' 'status 3' \
+        'i2pdService: deleted'
+}
