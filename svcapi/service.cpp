@@ -66,6 +66,13 @@ BOOL TranslateName(decltype(QueryKeyName) *translate, SC_HANDLE manager, LPCSTR 
     return TRUE;
 }
 
+BOOL TranslateName(decltype(QueryKeyName) *translate, SC_HANDLE manager, LPCWSTR name, LPWSTR buffer, LPDWORD chars) {
+    NarrowArguments narrow;
+    const LPCSTR bytes = Narrow(&narrow, name);
+    if (narrow.code != ERROR_SUCCESS) return Succeeded(narrow.code);
+    return TranslateName(translate, manager, bytes, buffer, chars);
+}
+
 } // namespace
 
 SC_HANDLE OpenServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, DWORD) {
@@ -189,10 +196,7 @@ BOOL GetServiceDisplayNameA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPSTR lp
 }
 
 BOOL GetServiceDisplayNameW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPWSTR lpDisplayName, LPDWORD lpcchBuffer) {
-    NarrowArguments narrow;
-    const LPCSTR name = Narrow(&narrow, lpServiceName);
-    if (narrow.code != ERROR_SUCCESS) return Succeeded(narrow.code);
-    return TranslateName(QueryDisplayName, hSCManager, name, lpDisplayName, lpcchBuffer);
+    return TranslateName(QueryDisplayName, hSCManager, lpServiceName, lpDisplayName, lpcchBuffer);
 }
 
 BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServiceName, LPDWORD lpcchBuffer) {
@@ -200,8 +204,5 @@ BOOL GetServiceKeyNameA(SC_HANDLE hSCManager, LPCSTR lpDisplayName, LPSTR lpServ
 }
 
 BOOL GetServiceKeyNameW(SC_HANDLE hSCManager, LPCWSTR lpDisplayName, LPWSTR lpServiceName, LPDWORD lpcchBuffer) {
-    NarrowArguments narrow;
-    const LPCSTR displayName = Narrow(&narrow, lpDisplayName);
-    if (narrow.code != ERROR_SUCCESS) return Succeeded(narrow.code);
-    return TranslateName(QueryKeyName, hSCManager, displayName, lpServiceName, lpcchBuffer);
+    return TranslateName(QueryKeyName, hSCManager, lpDisplayName, lpServiceName, lpcchBuffer);
 }
