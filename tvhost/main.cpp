@@ -155,6 +155,7 @@ std::string CodeText(DWORD code) {
 // What the registry tells of a service. A thread of its own reads it, and may never come to the end of it.
 struct Reading {
     HostParameters parameters;
+    std::string problem;
     DWORD rc = ERROR_SUCCESS;
     int done = eventfd(0, EFD_CLOEXEC);
     const DescriptorGuard closed{&done};
@@ -162,7 +163,8 @@ struct Reading {
 
 void ReadService(const std::string &serviceName, const std::shared_ptr<Reading> &reading) {
     reading->rc = CheckServiceAccount(serviceName);
-    if (reading->rc == ERROR_SUCCESS) reading->rc = ReadHostParameters(serviceName, &reading->parameters);
+    if (reading->rc == ERROR_SUCCESS)
+        reading->rc = ReadHostParameters(serviceName, &reading->parameters, &reading->problem);
     (void)eventfd_write(reading->done, 1);
 }
 
@@ -203,8 +205,9 @@ ExitCodes RunProgram(const std::string &serviceName, const std::vector<std::stri
         return {rc, 0};
     }
     if (rc != ERROR_SUCCESS) {
-        std::fprintf(stderr, "tvhost: %s: its parameters cannot be read: %s\n", Printable(serviceName).c_str(),
-                     CodeText(rc).c_str());
+        const std::string why =
+            reading->problem.empty() ? "its parameters cannot be read: " + CodeText(rc) : Printable(reading->problem);
+        std::fprintf(stderr, "tvhost: %s: %s\n", Printable(serviceName).c_str(), why.c_str());
         return {rc, 0};
     }
     StartFailure failure;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// parameters: a service's "Parameters" subkey, and the words of a command line.
+// parameters: reading and writing a service's "Parameters" subkey, one value after the other.
 #include "tvhost/parameters.h"
 
 #include "registry/key.h"
@@ -7,102 +7,206 @@
 #include "servd/service_keys.h"
 #include "tv/winreg.h"
 #include "util/string_list.h"
+#include "util/win32_names.h"
 
 #include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
+
+// The kernel takes no argument of more than 128 KiB and no more than a few MiB of all of them.
+constexpr DWORD longestValueBytes = 4 * 1024 * 1024;
 
 std::string ServiceKeyOf(const std::string &serviceName) { return std::string(servicesKeyPath) + '\\' + serviceName; }
 
 std::string ParametersKeyOf(const std::string &serviceName) { return ServiceKeyOf(serviceName) + "\\Parameters"; }
 
-// A whole value. A missing one is empty, and no failure.
-DWORD ReadValue(HKEY key, const char *name, DWORD wantedType, std::string *data) {
-    DWORD type = wantedType;
-    const auto rc = static_cast<DWORD>(ReadValueData(key, name, &type, data));
-    if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
-    return rc == ERROR_SUCCESS && type != wantedType ? DWORD{ERROR_INVALID_DATA} : rc;
+// --- reading ---
+
+// Where the values are read from, and the first failure; what follows it is left alone.
+struct Reading {
+    HKEY key;
+    HostParameters *parameters;
+    std::string *problem;
+    DWORD rc = ERROR_SUCCESS;
+};
+
+void Fail(Reading &reading, DWORD rc, const char *name, const std::string &why) {
+    reading.rc = rc;
+    *reading.problem = std::string(name) + ": " + why;
 }
 
-DWORD ReadText(HKEY key, const char *name, std::string *text) {
-    std::string data;
-    const DWORD rc = ReadValue(key, name, REG_SZ, &data);
-    if (rc == ERROR_SUCCESS) text->assign(data, 0, strnlen(data.data(), data.size()));
-    return rc;
+std::string TypeText(DWORD type) {
+    constexpr const char *names[] = {"REG_NONE",   "REG_SZ",      "REG_EXPAND_SZ",
+                                     "REG_BINARY", "REG_DWORD",   "REG_DWORD_BIG_ENDIAN",
+                                     "REG_LINK",   "REG_MULTI_SZ"};
+    return type < std::size(names) ? names[type] : "type " + std::to_string(type);
 }
 
-DWORD ReadStrings(HKEY key, const char *name, std::vector<std::string> *strings) {
-    std::string data;
-    const DWORD rc = ReadValue(key, name, REG_MULTI_SZ, &data);
-    if (rc == ERROR_SUCCESS) *strings = SplitMultiString(data);
-    return rc;
-}
-
-DWORD ReadNumber(HKEY key, const char *name, DWORD *number) {
-    std::string data;
-    const DWORD rc = ReadValue(key, name, REG_DWORD, &data);
-    if (rc != ERROR_SUCCESS) return rc;
-    if (data.size() == sizeof *number) std::memcpy(number, data.data(), sizeof *number);
-    return data.empty() || data.size() == sizeof *number ? ERROR_SUCCESS : ERROR_INVALID_DATA;
-}
-
-DWORD WriteValue(HKEY key, const char *name, DWORD type, const std::string &data) {
-    return static_cast<DWORD>(RegSetValueExA(key, name, 0, type, reinterpret_cast<const BYTE *>(data.data()),
-                                             static_cast<DWORD>(data.size())));
-}
-
-DWORD WriteText(HKEY key, const char *name, const std::string &text) {
-    return text.empty() ? ERROR_SUCCESS : WriteValue(key, name, REG_SZ, std::string(text.c_str(), text.size() + 1));
-}
-
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n'; }
-
-std::size_t SkipBlanks(const std::string &line, std::size_t at) {
-    while (at < line.size() && IsBlank(line[at])) {
-        ++at;
+// A whole value. Returns false when it is missing, or after a failure.
+bool ReadValue(Reading &reading, const char *name, DWORD wantedType, std::string *data) {
+    if (reading.rc != ERROR_SUCCESS) return false;
+    DWORD type = wantedType, bytes = 0;
+    auto rc = static_cast<DWORD>(RegQueryValueExA(reading.key, name, nullptr, &type, nullptr, &bytes));
+    if (rc == ERROR_FILE_NOT_FOUND) return false;
+    if (rc == ERROR_SUCCESS && bytes <= longestValueBytes) {
+        rc = static_cast<DWORD>(ReadValueData(reading.key, name, &type, data));
     }
-    return at;
+    if (rc != ERROR_SUCCESS) {
+        const char *word = Win32ErrorName(rc);
+        Fail(reading, rc, name, "cannot be read: " + std::to_string(rc) + " " + (word != nullptr ? word : ""));
+    } else if (type != wantedType) {
+        Fail(reading, ERROR_INVALID_DATA, name, "is a " + TypeText(type) + ", not a " + TypeText(wantedType));
+    } else if (bytes > longestValueBytes) {
+        Fail(reading, ERROR_INVALID_DATA, name,
+             std::to_string(bytes) + " bytes are more than " + std::to_string(longestValueBytes));
+    }
+    return reading.rc == ERROR_SUCCESS;
 }
 
-// Reads one word from *at on. Returns false when a quote is not closed.
-bool ReadWord(const std::string &line, std::size_t *at, std::string *word) {
-    bool quoted = false;
-    for (; *at < line.size() && (quoted || !IsBlank(line[*at])); ++*at) {
-        const char c = line[*at];
-        const char next = *at + 1 < line.size() ? line[*at + 1] : '\0';
-        if (c == '\\' && (next == '"' || next == '\\')) {
-            word->push_back(next);
-            ++*at;
-        } else if (c == '"') {
-            quoted = !quoted;
-        } else {
-            word->push_back(c);
-        }
+void ReadMember(Reading &reading, const char *name, std::string *text) {
+    std::string data;
+    if (ReadValue(reading, name, REG_SZ, &data)) text->assign(data, 0, strnlen(data.data(), data.size()));
+}
+
+void ReadMember(Reading &reading, const char *name, std::vector<std::string> *strings) {
+    std::string data;
+    if (ReadValue(reading, name, REG_MULTI_SZ, &data)) *strings = SplitMultiString(data);
+}
+
+void ReadMember(Reading &reading, const char *name, DWORD *number, DWORD most = unlimited) {
+    std::string data;
+    if (!ReadValue(reading, name, REG_DWORD, &data)) return;
+    if (data.size() != sizeof *number) {
+        Fail(reading, ERROR_INVALID_DATA, name, std::to_string(data.size()) + " bytes are no REG_DWORD");
+        return;
     }
-    return !quoted;
+    std::memcpy(number, data.data(), sizeof *number);
+    *number = std::min(*number, most);
+}
+
+// Reads one of several words; the empty text leaves it as it is. Returns why it cannot be read, empty when it can.
+template <typename Word>
+std::string ParseWord(const std::string &text, Word *word) {
+    constexpr auto words = WordsOf(Word{});
+    const auto found = std::find(words.begin(), words.end(), text);
+    if (found != words.end()) {
+        *word = text.empty() ? *word : static_cast<Word>(found - words.begin());
+        return "";
+    }
+    std::string known;
+    for (const char *one : words) {
+        if (*one != '\0') known += (known.empty() ? "" : ", ") + std::string(one);
+    }
+    return text + " is none of " + known;
+}
+
+template <typename Word>
+requires std::is_enum_v<Word>
+void ReadMember(Reading &reading, const char *name, Word *word) {
+    std::string text;
+    ReadMember(reading, name, &text);
+    const std::string why = ParseWord(text, word);
+    if (!why.empty()) Fail(reading, ERROR_INVALID_DATA, name, why);
+}
+
+// --- from a person ---
+
+// Each returns why the text is no value of this kind, empty when it is.
+std::string ParseMember(const std::string &text, std::string *member) {
+    *member = text;
+    return "";
+}
+
+std::string ParseMember(const std::string &text, std::vector<std::string> *member) {
+    if (text.empty()) return "an empty string would end the list";
+    member->push_back(text);
+    return "";
+}
+
+std::string ParseMember(const std::string &text, DWORD *member, DWORD most = unlimited) {
+    char *end = nullptr;
+    errno = 0;
+    const long long number = text == "unlimited" ? unlimited : std::strtoll(text.c_str(), &end, 0);
+    const bool isNumber = end == nullptr || (end != text.c_str() && *end == '\0');
+    const bool fits = errno == 0 && number >= 0 && number <= static_cast<long long>(most);
+    if (!isNumber || !fits) return text + " is no number up to " + std::to_string(most);
+    *member = static_cast<DWORD>(number);
+    return "";
+}
+
+template <typename Word>
+requires std::is_enum_v<Word> std::string ParseMember(const std::string &text, Word *member) {
+    return ParseWord(text, member);
+}
+
+// --- writing ---
+
+struct Writing {
+    HKEY key;
+    DWORD rc = ERROR_SUCCESS;
+};
+
+void WriteValue(Writing &writing, const char *name, DWORD type, const std::string &data) {
+    if (writing.rc != ERROR_SUCCESS) return;
+    writing.rc = static_cast<DWORD>(RegSetValueExA(
+        writing.key, name, 0, type, reinterpret_cast<const BYTE *>(data.data()), static_cast<DWORD>(data.size())));
+}
+
+void WriteMember(Writing &writing, const char *name, const std::string &text) {
+    WriteValue(writing, name, REG_SZ, std::string(text.c_str(), text.size() + 1));
+}
+
+void WriteMember(Writing &writing, const char *name, const std::vector<std::string> &strings) {
+    WriteValue(writing, name, REG_MULTI_SZ, JoinMultiString(strings));
+}
+
+void WriteMember(Writing &writing, const char *name, DWORD number) {
+    WriteValue(writing, name, REG_DWORD, std::string(reinterpret_cast<const char *>(&number), sizeof number));
+}
+
+template <typename Word>
+requires std::is_enum_v<Word>
+void WriteMember(Writing &writing, const char *name, Word word) {
+    WriteMember(writing, name, std::string(WordsOf(word).at(static_cast<std::size_t>(word))));
 }
 
 } // namespace
 
-DWORD ReadHostParameters(const std::string &serviceName, HostParameters *parameters) {
+DWORD ReadHostParameters(const std::string &serviceName, HostParameters *parameters, std::string *problem) {
     HKEY key = 0;
-    auto rc = static_cast<DWORD>(
+    problem->clear();
+    const auto rc = static_cast<DWORD>(
         RegOpenKeyExA(HKEY_LOCAL_MACHINE, ParametersKeyOf(serviceName).c_str(), 0, KEY_ALL_ACCESS, &key));
     if (rc != ERROR_SUCCESS) return rc;
     const KeyGuard closed(&key);
-    rc = ReadText(key, "Application", &parameters->application);
-    if (rc == ERROR_SUCCESS && parameters->application.empty()) rc = ERROR_FILE_NOT_FOUND;
-    if (rc == ERROR_SUCCESS) rc = ReadText(key, "AppParameters", &parameters->arguments);
-    if (rc == ERROR_SUCCESS) rc = ReadText(key, "AppDirectory", &parameters->directory);
-    if (rc == ERROR_SUCCESS) rc = ReadStrings(key, "AppEnvironment", &parameters->environment);
-    if (rc == ERROR_SUCCESS) rc = ReadText(key, "AppStdout", &parameters->standardOutput);
-    if (rc == ERROR_SUCCESS) rc = ReadText(key, "AppStderr", &parameters->standardError);
-    if (rc == ERROR_SUCCESS) rc = ReadNumber(key, "AppStopTimeout", &parameters->stopTimeoutMs);
-    parameters->stopTimeoutMs = std::min(parameters->stopTimeoutMs, longestStopTimeoutMs);
+    Reading reading = {key, parameters, problem};
+    VisitHostParameters([&](const char *name, auto member, auto... most) {
+        ReadMember(reading, name, &(parameters->*member), most...);
+    });
+    if (reading.rc == ERROR_SUCCESS && parameters->application.empty()) {
+        Fail(reading, ERROR_FILE_NOT_FOUND, "Application", "missing or empty");
+    }
+    return reading.rc;
+}
+
+DWORD SetHostParameter(const std::string &setting, HostParameters *parameters, std::string *problem) {
+    const std::size_t sign = setting.find('=');
+    const std::string wanted = setting.substr(0, sign);
+    const std::string text = sign != std::string::npos ? setting.substr(sign + 1) : "";
+    *problem = wanted + ": tvhost has no such parameter";
+    DWORD rc = ERROR_FILE_NOT_FOUND;
+    VisitHostParameters([&](const char *name, auto member, auto... most) {
+        if (wanted != name) return;
+        const std::string why = ParseMember(text, &(parameters->*member), most...);
+        *problem = wanted + ": " + why;
+        rc = why.empty() ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+    });
     return rc;
 }
 
@@ -125,38 +229,15 @@ DWORD CheckServiceAccount(const std::string &serviceName) {
 DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters) {
     HKEY key = 0;
     DWORD disposition = 0;
-    auto rc = static_cast<DWORD>(RegCreateKeyExA(HKEY_LOCAL_MACHINE, ParametersKeyOf(serviceName).c_str(), 0, nullptr,
-                                                 REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, &disposition));
+    const auto rc =
+        static_cast<DWORD>(RegCreateKeyExA(HKEY_LOCAL_MACHINE, ParametersKeyOf(serviceName).c_str(), 0, nullptr,
+                                           REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, &disposition));
     if (rc != ERROR_SUCCESS) return rc;
     const KeyGuard closed(&key);
-    rc = WriteText(key, "Application", parameters.application);
-    if (rc == ERROR_SUCCESS) rc = WriteText(key, "AppParameters", parameters.arguments);
-    if (rc == ERROR_SUCCESS) rc = WriteText(key, "AppDirectory", parameters.directory);
-    if (rc == ERROR_SUCCESS && !parameters.environment.empty()) {
-        rc = WriteValue(key, "AppEnvironment", REG_MULTI_SZ, JoinMultiString(parameters.environment));
-    }
-    if (rc == ERROR_SUCCESS) rc = WriteText(key, "AppStdout", parameters.standardOutput);
-    if (rc == ERROR_SUCCESS) rc = WriteText(key, "AppStderr", parameters.standardError);
-    if (rc == ERROR_SUCCESS && parameters.stopTimeoutMs != defaultStopTimeoutMs) {
-        const auto *bytes = reinterpret_cast<const char *>(&parameters.stopTimeoutMs);
-        rc = WriteValue(key, "AppStopTimeout", REG_DWORD, std::string(bytes, sizeof parameters.stopTimeoutMs));
-    }
-    return rc;
-}
-
-std::optional<std::vector<std::string>> SplitCommandLine(const std::string &line) {
-    std::vector<std::string> words;
-    for (std::size_t at = SkipBlanks(line, 0); at < line.size(); at = SkipBlanks(line, at)) {
-        words.emplace_back();
-        if (!ReadWord(line, &at, &words.back())) return std::nullopt;
-    }
-    return words;
-}
-
-std::optional<std::string> FirstWord(const std::string &line, std::string *rest) {
-    std::size_t at = SkipBlanks(line, 0);
-    std::string word;
-    if (!ReadWord(line, &at, &word)) return std::nullopt;
-    *rest = line.substr(SkipBlanks(line, at));
-    return word;
+    Writing writing = {key};
+    const HostParameters asItIs;
+    VisitHostParameters([&](const char *name, auto member, auto...) {
+        if (parameters.*member != asItIs.*member) WriteMember(writing, name, parameters.*member);
+    });
+    return writing.rc;
 }

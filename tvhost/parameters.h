@@ -1,50 +1,77 @@
 // SPDX-License-Identifier: MIT
 // parameters: what tvhost has to know of the program that it runs, kept in the registry.
 //
-// All of it stands under HKEY_LOCAL_MACHINE in "SYSTEM\CurrentControlSet\Services\NAME\Parameters":
-//   Application     REG_SZ        path of the program
-//   AppParameters   REG_SZ        its arguments, split at blanks; "double quotes" keep blanks, a backslash keeps the
-//                                 quote or backslash behind it
-//   AppDirectory    REG_SZ        working directory
-//   AppEnvironment  REG_MULTI_SZ  NAME=VALUE strings, on top of tvhost's own environment; NAME= takes a variable away
-//   AppStdout       REG_SZ        file that takes the program's standard output, appended to
-//   AppStderr       REG_SZ        likewise standard error; both may name the same file
-//   AppStopTimeout  REG_DWORD     milliseconds between SIGTERM and SIGKILL, at most 2000000000
-// Only the first is required.
+// All of it stands under HKEY_LOCAL_MACHINE in "SYSTEM\CurrentControlSet\Services\NAME\Parameters", under the names of
+// the list VisitHostParameters; docs/tvhost.8.scd tells what each means. Texts are REG_SZ, lists REG_MULTI_SZ, numbers
+// REG_DWORD, and one of several words a REG_SZ. Only "Application" is required.
 #pragma once
 
 #include "tv/wintypes.h"
+#include "tvhost/words.h"
 
-#include <optional>
+#include <array>
 #include <string>
 #include <vector>
 
 constexpr DWORD defaultStopTimeoutMs = 20'000;
-constexpr DWORD longestStopTimeoutMs = 2'000'000'000; // 23 days; leaves room to add to it
+constexpr DWORD longestTimeoutMs = 2'000'000'000; // 23 days; leaves room to add to it
+constexpr DWORD unlimited = 0xFFFFFFFF;
+
+enum class RestartWhen : unsigned { asTheKeySays, never, onFailure, always };
+constexpr std::array<const char *, 4> WordsOf(RestartWhen) { return {"", "never", "on-failure", "always"}; }
 
 struct HostParameters {
     std::string application;
-    std::string arguments;
-    std::string directory;
-    std::vector<std::string> environment;
-    std::string standardOutput;
-    std::string standardError;
-    DWORD stopTimeoutMs = defaultStopTimeoutMs;
+    std::string commandLine;                 // "AppParameters"
+    std::vector<std::string> arguments = {}; // "AppArguments": instead of the line, each as it is
+    std::string directory = {};
+    std::vector<std::string> environment = {}; // NAME=VALUE; NAME= takes a variable away
+    std::string standardOutput = {};           // files
+    std::string standardError = {};
+    DWORD stopTimeoutMs = defaultStopTimeoutMs; // from the stop signal to SIGKILL
+
+    RestartWhen restart = RestartWhen::asTheKeySays; // as the failure actions of the service's key say
+    DWORD restartDelayMs = 1'000;
+    DWORD longestRestartDelayMs = 60'000;
+    DWORD goodRunMs = 60'000;
+    DWORD restartBurst = 5; // 0: no limit
 };
 
-// Read all of a service's parameters. Returns 0, 2 ERROR_FILE_NOT_FOUND when there is no "Application", 13
-// ERROR_INVALID_DATA when a value has the wrong type, or a code of the registry.
-[[nodiscard]] DWORD ReadHostParameters(const std::string &serviceName, HostParameters *parameters);
+// Calls visit(NAME, member pointer) for each parameter, and visit(NAME, member pointer, most) for a number with a
+// limit: what is more counts as that.
+template <typename Visit>
+void VisitHostParameters(Visit visit) {
+    visit("Application", &HostParameters::application);
+    visit("AppParameters", &HostParameters::commandLine);
+    visit("AppArguments", &HostParameters::arguments);
+    visit("AppDirectory", &HostParameters::directory);
+    visit("AppEnvironment", &HostParameters::environment);
+    visit("AppStdout", &HostParameters::standardOutput);
+    visit("AppStderr", &HostParameters::standardError);
+    visit("AppStopTimeout", &HostParameters::stopTimeoutMs, longestTimeoutMs);
+    visit("AppRestart", &HostParameters::restart);
+    visit("AppRestartDelay", &HostParameters::restartDelayMs, longestTimeoutMs);
+    visit("AppRestartDelayMax", &HostParameters::longestRestartDelayMs, longestTimeoutMs);
+    visit("AppRestartReset", &HostParameters::goodRunMs, longestTimeoutMs);
+    visit("AppRestartBurst", &HostParameters::restartBurst);
+}
+
+// Reads all of a service's parameters.
+//   problem  with 2 and 13, what is wrong with which value, for people; empty when there is no such key
+// Returns 0; 2 ERROR_FILE_NOT_FOUND when there is no "Application"; 13 ERROR_INVALID_DATA when a value has the wrong
+// type, is none of its words or is too long for anything that it could mean; or a code of the registry.
+[[nodiscard]] DWORD ReadHostParameters(const std::string &serviceName, HostParameters *parameters,
+                                       std::string *problem);
+
+// Sets one of them from "NAME=VALUE", as a person writes it: a number in decimal, with 0x in hexadecimal and with 0 in
+// octal, or "unlimited"; a list once for each of its strings. Returns 0; 2 and a text for an unknown name, 13 and a
+// text for a value that it cannot have.
+[[nodiscard]] DWORD SetHostParameter(const std::string &setting, HostParameters *parameters, std::string *problem);
 
 // Whether the service may run in this process as far as its account goes: the daemon never hands a process of root the
 // start of a service whose account is another's. Returns 0, 1057 ERROR_INVALID_SERVICE_ACCOUNT, or a code of the
 // registry.
 [[nodiscard]] DWORD CheckServiceAccount(const std::string &serviceName);
 
-// Writes them; what is empty is not written. Returns 0 or a code of the registry.
+// Writes them; what is as it is by itself is not written. Returns 0 or a code of the registry.
 [[nodiscard]] DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters);
-
-// The words of a command line. Nothing when a quote is not closed.
-[[nodiscard]] std::optional<std::vector<std::string>> SplitCommandLine(const std::string &line);
-// The same, but only the first word; *rest is what follows it.
-[[nodiscard]] std::optional<std::string> FirstWord(const std::string &line, std::string *rest);

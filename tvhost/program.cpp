@@ -57,6 +57,13 @@ std::vector<std::string> OwnEnvironment() {
     return own;
 }
 
+// The configured arguments; nothing when a quote is not closed.
+std::optional<std::vector<std::string>> ArgumentsOf(const HostParameters &parameters,
+                                                    const std::vector<std::string> &environment) {
+    if (!parameters.arguments.empty()) return parameters.arguments;
+    return SplitCommandLine(parameters.commandLine, VariablesOf(environment));
+}
+
 // --- in the child ---
 
 // A FIFO that nobody reads or a line without a carrier would hold the opening for good; a disk is nobody's output.
@@ -109,14 +116,14 @@ StartFailure FailureOf(const char *what, int error, const char *program) {
 
 pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
                    StartFailure *failure, ChildOnItsWay *onItsWay) {
-    auto words = SplitCommandLine(parameters.arguments);
+    std::vector<std::string> environment = MergedEnvironment(OwnEnvironment(), parameters.environment);
+    auto words = ArgumentsOf(parameters, environment);
     if (!words) {
         *failure = {{ERROR_INVALID_DATA, 0}, "AppParameters: a quote is not closed"};
         return 0;
     }
     words->insert(words->begin(), parameters.application);
     words->insert(words->end(), startArguments.begin(), startArguments.end());
-    std::vector<std::string> environment = MergedEnvironment(OwnEnvironment(), parameters.environment);
     std::vector<char *> argv = Pointers(*words);
     std::vector<char *> envp = Pointers(environment);
     const ChildPlan plan = {parameters.application.c_str(),

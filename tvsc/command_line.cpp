@@ -2,7 +2,7 @@
 // command_line: the commands and options of tvsc.
 //
 // Every subcommand stores what is to be run; it runs after the whole line was understood. What stands behind "--" is
-// taken off before: it belongs to the service (start) or is a command (with-lock).
+// taken off before: it belongs to the service (start), is its program (create) or is a command (with-lock).
 #include "tvsc/command_line.h"
 
 #include "tvsc/act.h"
@@ -319,14 +319,20 @@ void AddWordOptions(CLI::App *command, Options &options) {
 
 void AddCreateCommand(CLI::App &app, CommandLine &line) {
     CreateOptions &create = line.create;
-    CLI::App *command = AddCommand(app, line, "create", "Create a service",
-                                   [&line](Session &session) { return RunCreate(session, line.create); });
+    CLI::App *command = AddCommand(app, line, "create", "Create a service; a program that tvhost runs may follow --",
+                                   [&line](Session &session) {
+                                       line.create.words = line.behindDashes;
+                                       return RunCreate(session, line.create);
+                                   });
     command->add_option(nameOption, create.name)->required();
     auto *image = command->add_option_group("image", "What is run: exactly one of");
     auto *exec = image->add_option("--exec", create.exec, "Any program and its arguments, run by tvhost");
     image->add_option("--program", create.program, "A service program and its arguments; writes a launcher");
     image->add_option("--image", create.image, "A csh script that ends in exec");
-    image->require_option(1);
+    // A program behind "--" is one that tvhost runs.
+    const bool isBehindDashes = !line.behindDashes.empty();
+    image->require_option(isBehindDashes ? 0 : 1, isBehindDashes ? 0 : 1);
+    const auto forTvhost = [&](CLI::Option *option) { return isBehindDashes ? option : option->needs(exec); };
     command->add_option("--display", create.display, "Display name (default: the name)");
     AddWordOptions(command, create);
     command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")
@@ -335,15 +341,15 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
     auto *group = command->add_option("--group", create.group, "Load-order group");
     command->add_flag("--tag", create.tag, "Ask for a tag inside the group")->needs(group);
     command->add_option("--user", create.user, "Unix user to run as (default: the daemon's)");
-    command->add_option("--env", create.environment, "NAME=VALUE for the program, with --exec")
+    forTvhost(command->add_option("--env", create.environment, "NAME=VALUE for the program that tvhost runs"))
         ->allow_extra_args(false)
-        ->check(ReadVariable())
-        ->needs(exec);
-    command->add_option("--cwd", create.directory, "Working directory, with --exec")->needs(exec);
-    command->add_option("--stdout", create.standardOutput, "File for its standard output, with --exec")->needs(exec);
-    command->add_option("--stderr", create.standardError, "File for its standard error, with --exec")->needs(exec);
-    command->add_option("--stop-timeout-ms", create.stopTimeoutMs, "Time before it is killed, with --exec")
-        ->needs(exec);
+        ->check(ReadVariable());
+    forTvhost(command->add_option("--cwd", create.directory, "Its working directory"));
+    forTvhost(command->add_option("--stdout", create.standardOutput, "File for its standard output"));
+    forTvhost(command->add_option("--stderr", create.standardError, "File for its standard error"));
+    forTvhost(command->add_option("--stop-timeout-ms", create.stopTimeoutMs, "Time before it is killed"));
+    forTvhost(command->add_option("--set", create.settings, "PARAMETER=VALUE of tvhost(8), such as AppRestart=always"))
+        ->allow_extra_args(false);
 }
 
 bool ChangesSomething(const ConfigOptions &config) {
@@ -440,10 +446,10 @@ const CLI::App &CommandReached(const CLI::App &app) {
     return *reached;
 }
 
-// Two commands hand on what stands behind "--"; nobody else may have it fall under the table.
+// Three commands hand on what stands behind "--"; nobody else may have it fall under the table.
 void CheckBehindDashes(const CLI::App &app, const CommandLine &line) {
     const std::string &command = CommandReached(app).get_name();
-    if (line.behindDashes.empty() || command == "start" || command == "with-lock") return;
+    if (line.behindDashes.empty() || command == "start" || command == "with-lock" || command == "create") return;
     throw CLI::ValidationError("--", "not expected here; a name that begins with a dash is given as --name=NAME");
 }
 

@@ -39,27 +39,52 @@ DWORD CheckImage(const Session &session, const std::string &image, std::string *
     return why.empty() ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
+bool IsForTvhost(const CreateOptions &create) { return !create.exec.empty() || !create.words.empty(); }
+
+// Program and arguments of a service that tvhost runs, in either form. Returns 0, or 87 and a text.
+DWORD ReadCommand(const CreateOptions &create, HostParameters *parameters, std::string *problem) {
+    if (create.exec.empty()) {
+        *problem = "an argument is empty, which a list cannot hold; --exec can";
+        parameters->application = create.words.front();
+        parameters->arguments.assign(create.words.begin() + 1, create.words.end());
+        const bool hasEmpty = std::find(create.words.begin(), create.words.end(), "") != create.words.end();
+        return hasEmpty ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+    }
+    const std::optional<std::string> program = FirstWord(create.exec, &parameters->commandLine);
+    *problem = "the command line cannot be split into words";
+    if (!program || program->empty() || !SplitCommandLine(parameters->commandLine)) return ERROR_INVALID_PARAMETER;
+    parameters->application = *program;
+    return ERROR_SUCCESS;
+}
+
+// The parameters of a service that tvhost runs. Returns 0, or the code of what went wrong and a text in *problem.
+DWORD PrepareParameters(const CreateOptions &create, HostParameters *parameters, std::string *problem) {
+    parameters->directory = create.directory;
+    parameters->environment = create.environment;
+    parameters->standardOutput = create.standardOutput;
+    parameters->standardError = create.standardError;
+    parameters->stopTimeoutMs = create.stopTimeoutMs.value_or(defaultStopTimeoutMs);
+    DWORD rc = ReadCommand(create, parameters, problem);
+    if (rc != ERROR_SUCCESS) return rc;
+    const std::string why = WhyNoProgram(parameters->application);
+    *problem = fmt::format("{}: {}", parameters->application, why);
+    if (!why.empty()) return ERROR_PATH_NOT_FOUND;
+    for (const std::string &setting : create.settings) {
+        rc = SetHostParameter(setting, parameters, problem);
+        if (rc != ERROR_SUCCESS) return rc;
+    }
+    return ERROR_SUCCESS;
+}
+
 // The image of a service that is being made. Returns 0, or the code of what went wrong and a text in *problem.
 DWORD PrepareImage(const Session &session, const CreateOptions &create, HostParameters *parameters, std::string *image,
                    std::string *problem) {
     *image = create.image;
-    std::string rest;
-    if (!create.exec.empty()) {
-        const std::optional<std::string> program = FirstWord(create.exec, &rest);
-        *problem = "the command line cannot be split into words";
-        if (!program || program->empty() || !SplitCommandLine(rest)) return ERROR_INVALID_PARAMETER;
-        const std::string why = WhyNoProgram(*program);
-        *problem = fmt::format("{}: {}", *program, why);
-        if (!why.empty()) return ERROR_PATH_NOT_FOUND;
+    if (IsForTvhost(create)) {
+        const DWORD rc = PrepareParameters(create, parameters, problem);
+        if (rc != ERROR_SUCCESS) return rc;
         *problem = "the launcher of tvhost is not installed";
         *image = HostLauncherPath();
-        *parameters = {*program,
-                       rest,
-                       create.directory,
-                       create.environment,
-                       create.standardOutput,
-                       create.standardError,
-                       create.stopTimeoutMs.value_or(defaultStopTimeoutMs)};
         return image->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
     }
     if (!create.program.empty()) {
@@ -67,6 +92,12 @@ DWORD PrepareImage(const Session &session, const CreateOptions &create, HostPara
         return PlanLauncher(create.name, create.program, problem);
     }
     return CheckImage(session, create.image, problem);
+}
+
+// What a person may have meant for a shell.
+void NoteMissingShell(Session &session, const CreateOptions &create) {
+    const std::string why = WhyNotAShell(create.exec);
+    if (!why.empty()) Note(session, fmt::format("tvsc: {}: {}; quotes tell that it is meant", create.name, why));
 }
 
 // The name of a service other than this one that is started with a file; nothing when there is none.
@@ -236,7 +267,7 @@ int RunCreate(Session &session, const CreateOptions &create) {
     std::string image, problem;
     if (create.image.empty() && !IsThisMachine(session.options)) {
         return Refuse(session, create.name, "create", ERROR_NOT_SUPPORTED,
-                      "--exec and --program are for the daemon of this machine; another one takes --image");
+                      "programs are for the daemon of this machine; another one takes --image");
     }
     DWORD prepared = PrepareImage(session, create, &parameters, &image, &problem);
     if (prepared == ERROR_SUCCESS && !create.program.empty()) prepared = CheckSharedLauncher(session, create, &problem);
@@ -256,13 +287,14 @@ int RunCreate(Session &session, const CreateOptions &create) {
     // Only now: another service of this name would have lost what it runs.
     DWORD written = ERROR_SUCCESS;
     problem = "its parameters cannot be written";
-    if (!create.exec.empty()) written = WriteHostParameters(create.name, parameters);
+    if (IsForTvhost(create)) written = WriteHostParameters(create.name, parameters);
     if (!create.program.empty()) written = WriteLauncher(create.name, create.program, &problem);
     if (written != ERROR_SUCCESS) {
         (void)DeleteService(service.get()); // half a service is none
         return Refuse(session, create.name, "create", written, problem);
     }
     NoteUnknownDependencies(session, needed);
+    NoteMissingShell(session, create);
     Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");
     return Finish(session);
 }

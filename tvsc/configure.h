@@ -8,9 +8,10 @@
 
 struct CreateOptions {
     std::string name;
-    std::string exec;    // program and arguments, run by tvhost
-    std::string program; // a service program and its arguments, started directly
-    std::string image;   // a csh script
+    std::string exec;               // program and arguments, run by tvhost
+    std::vector<std::string> words; // the same, word by word
+    std::string program;            // a service program and its arguments, started directly
+    std::string image;              // a csh script
     std::string display;
     DWORD type = SERVICE_WIN32_OWN_PROCESS;
     DWORD startType = SERVICE_DEMAND_START;
@@ -24,6 +25,7 @@ struct CreateOptions {
     std::string standardOutput;
     std::string standardError;
     std::optional<DWORD> stopTimeoutMs;
+    std::vector<std::string> settings; // NAME=VALUE of tvhost's parameters
 };
 int RunCreate(Session &session, const CreateOptions &create);
 

@@ -299,6 +299,97 @@ TEST_F(Tvhost, parameters_of_the_wrong_type_stop_the_service_with_13) {
     EXPECT_EQ(Status().at("exit").at("win32"), ERROR_INVALID_DATA);
 }
 
+// Writes a value, which must stop the start. Returns what is said of it.
+struct BadValue : Tvhost {
+    std::string Said(const RegistryValue &value, std::int64_t code = ERROR_INVALID_DATA) {
+        CreateShell("true");
+        const std::string script = folder + "/" + name + ".csh";
+        WriteFile(script, "#!/bin/csh -f\nexec '" + ProgramPath("tvhost") + "' >& '" + folder + "/" + name + ".err'\n");
+        WriteKey(servicesKey + "\\" + name, {{"ImagePath", REG_SZ, Sz(script)}});
+        WriteKey(ParametersKey(), {value});
+        (void)Tvsc({"start", name});
+        EXPECT_EQ(Status().at("exit").at("win32"), code);
+        return ReadFile(folder + "/" + name + ".err");
+    }
+};
+
+TEST_F(BadValue, a_wrong_type_is_named_with_its_value) {
+    EXPECT_EQ(Said({"AppStopTimeout", REG_SZ, Sz("soon")}),
+              "tvhost: " + name + ": AppStopTimeout: is a REG_SZ, not a REG_DWORD\n");
+}
+
+TEST_F(BadValue, a_number_of_another_size_is_named) {
+    EXPECT_THAT(Said({"AppStopTimeout", REG_DWORD, "12"}), HasSubstr("AppStopTimeout: 2 bytes are no REG_DWORD"));
+}
+
+TEST_F(BadValue, an_unknown_word_is_named_with_those_that_are_known) {
+    EXPECT_THAT(Said({"AppRestart", REG_SZ, Sz("sometimes")}),
+                HasSubstr("AppRestart: sometimes is none of never, on-failure, always"));
+}
+
+TEST_F(BadValue, an_enormous_value_is_named) {
+    EXPECT_THAT(Said({"AppParameters", REG_SZ, Sz(std::string(5'000'000, 'a'))}),
+                HasSubstr("AppParameters: 5000001 bytes are more than 4194304"));
+}
+
+TEST_F(BadValue, more_arguments_than_the_kernel_takes_are_a_reason) {
+    EXPECT_THAT(Said({"AppParameters", REG_SZ, Sz(std::string(300'000, 'a'))}, ERROR_SERVICE_SPECIFIC_ERROR),
+                HasSubstr("Argument list too long"));
+}
+
+TEST_F(Tvhost, words_behind_two_dashes_need_no_quotes) {
+    const std::string out = folder + "/" + name + ".out";
+    Do({"create", name, "--", "/bin/sh", "-c", "echo \"$0|$1\" '%PATH%' > " + out + "; exec sleep 1000", "a 'b' \\"});
+    EXPECT_EQ(ReadValue(ParametersKey(), "AppArguments")->type, DWORD{REG_MULTI_SZ});
+    Do({"start", name, "--", "given"});
+    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out) == "a 'b' \\|given %PATH%\n"; })) << ReadWhatIsThere(out);
+    Do({"stop", name});
+}
+
+TEST_F(Tvhost, a_list_of_arguments_goes_before_the_line) {
+    const std::string out = folder + "/" + name + ".out";
+    Do({"create", name, "--exec", "/bin/echo line", "--stdout", out});
+    WriteKey(ParametersKey(), {{"AppArguments", REG_MULTI_SZ, MultiSz({"list"})}});
+    (void)Tvsc({"start", name});
+    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out) == "list\n"; })) << ReadWhatIsThere(out);
+}
+
+TEST_F(Tvhost, what_a_shell_would_act_on_is_told_at_creation) {
+    const Ended ended = Tvsc({"create", name, "--exec", "/bin/echo *.txt"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(ended.error, HasSubstr("no shell reads it: the * goes to the program as it is"));
+    EXPECT_EQ(Tvsc({"create", name + "-2", "--exec", "/bin/echo '*.txt'"}).error, "");
+    EXPECT_EQ(Tvsc({"create", name + "-3", "--", "/bin/echo", "*.txt"}).error, "");
+}
+
+TEST_F(Tvhost, parameters_are_set_at_creation_by_their_names) {
+    Do({"create", name, "--set", "AppRestart=always", "--set", "AppRestartDelay=0x10", "--set", "AppDirectory=/usr",
+        "--", "/bin/true"});
+    EXPECT_EQ(ReadValue(ParametersKey(), "AppRestart")->data, Sz("always"));
+    EXPECT_EQ(ReadValue(ParametersKey(), "AppRestartDelay")->data, Dword(16));
+    EXPECT_EQ(ReadValue(ParametersKey(), "AppDirectory")->data, Sz("/usr"));
+    const auto refused = [this](const std::string &setting) {
+        return Tvsc({"create", name + "-2", "--set", setting, "--exec", "/bin/true"}).error;
+    };
+    EXPECT_THAT(refused("AppRestarts=1"), HasSubstr("AppRestarts: tvhost has no such parameter"));
+    EXPECT_THAT(refused("AppRestart=1"), HasSubstr("AppRestart: 1 is none of never, on-failure, always"));
+    EXPECT_THAT(refused("AppRestartDelay=soon"), HasSubstr("AppRestartDelay: soon is no number"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "-2"));
+}
+
+TEST_F(Tvhost, a_list_takes_no_empty_argument) {
+    EXPECT_THAT(Tvsc({"create", name, "--", "/bin/echo", ""}).error, HasSubstr("an argument is empty"));
+}
+
+TEST_F(Tvhost, a_line_is_given_the_service_s_variables) {
+    Do({"create", name, "--exec", "/bin/sh -c 'echo \"$@\" > \"$OUT\"; exec sleep 1000' sh ${WHO} %WHO%! '%WHO%'",
+        "--env", "WHO=two words", "--env", "OUT=" + folder + "/" + name + ".out"});
+    Do({"start", name});
+    EXPECT_TRUE(
+        WaitUntil([&] { return ReadWhatIsThere(folder + "/" + name + ".out") == "two words two words! %WHO%\n"; }));
+    Do({"stop", name});
+}
+
 TEST_F(Tvhost, a_service_without_parameters_stops_with_2) {
     CreateShell("true");
     DeleteKey(ParametersKey());

@@ -9,6 +9,7 @@
 #include <csignal>
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
@@ -32,7 +33,37 @@ TEST(SplitCommandLine, a_backslash_keeps_quote_and_backslash_only) {
     EXPECT_THAT(*SplitCommandLine(R"(\"a\\ C:\dir)"), ElementsAre(R"("a\)", R"(C:\dir)"));
 }
 
-TEST(SplitCommandLine, an_open_quote_is_refused) { EXPECT_EQ(SplitCommandLine("a \"b"), std::nullopt); }
+TEST(SplitCommandLine, an_open_quote_is_refused) {
+    EXPECT_EQ(SplitCommandLine("a \"b"), std::nullopt);
+    EXPECT_EQ(SplitCommandLine("it's"), std::nullopt);
+}
+
+TEST(SplitCommandLine, single_quotes_keep_everything) {
+    const std::vector<std::string> environment = {"A=1"};
+    EXPECT_THAT(*SplitCommandLine(R"('a "b" \ %A% ${A}'c it\'s "it's")", VariablesOf(environment)),
+                ElementsAre(R"(a "b" \ %A% ${A}c)", "it's", "it's"));
+}
+
+TEST(SplitCommandLine, variables_are_neither_split_nor_read_again) {
+    const std::vector<std::string> environment = {"A=x  y", "B=%A%", "AB=no", "EMPTY="};
+    EXPECT_THAT(*SplitCommandLine(R"(-%A%- "${B}" %EMPTY%)", VariablesOf(environment)),
+                ElementsAre("-x  y-", "%A%", ""));
+}
+
+TEST(SplitCommandLine, what_is_no_variable_stays_as_written) {
+    const std::vector<std::string> environment = {"A=1"};
+    EXPECT_THAT(*SplitCommandLine("+%Y%m%d 100% $A ${NO} ${A %% ${} %A-B%", VariablesOf(environment)),
+                ElementsAre("+%Y%m%d", "100%", "$A", "${NO}", "${A", "%%", "${}", "%A-B%"));
+    EXPECT_THAT(*SplitCommandLine("%A%"), ElementsAre("%A%"));
+}
+
+TEST(WhyNotAShell, names_what_a_shell_would_act_on_outside_of_quotes) {
+    EXPECT_THAT(WhyNotAShell("a; b"), HasSubstr("the ; goes"));
+    EXPECT_THAT(WhyNotAShell("ls *.txt"), HasSubstr("the * goes"));
+    EXPECT_THAT(WhyNotAShell("echo $HOME"), HasSubstr("the $ goes"));
+    EXPECT_THAT(WhyNotAShell("a > b"), HasSubstr("the > goes"));
+    EXPECT_EQ(WhyNotAShell(R"(-c 'a; b' "*" ${HOME} %PATH% -x=1)"), "");
+}
 
 TEST(FirstWord, the_rest_is_left_as_it_was_written) {
     std::string rest;
@@ -90,7 +121,7 @@ TEST(StartProgram, what_could_not_be_used_is_named) {
     EXPECT_EQ(Refused(parameters).codes.win32, DWORD{ERROR_PATH_NOT_FOUND});
     parameters.standardOutput = "/";
     EXPECT_EQ(Refused(parameters).text, "/: Is a directory");
-    parameters.arguments = "an \"open quote";
+    parameters.commandLine = "an \"open quote";
     EXPECT_EQ(Refused(parameters).text, "AppParameters: a quote is not closed");
     EXPECT_EQ(Refused(parameters).codes.win32, DWORD{ERROR_INVALID_DATA});
 }
