@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: MIT
 // pid_file: a hint for people and tools, because the daemon tells nobody a process id.
 //
-// The file is NAME.pid under /run/tv/services, or under $XDG_RUNTIME_DIR/tv/services where the first cannot be written.
-// It holds the process id and a newline, or nothing. It is a hint only: it may be missing, or left over from a killed
-// process.
-//
-// /run/tv/services is root's, and nobody else makes or removes files there. A service that runs under an account gets a
-// file of its own, which root has made for it and given to the account: when the service is created or its account
-// changes (CreateServiceA, ChangeServiceConfigA), and at boot, since /run is empty then (tvsc prepare). What is
-// trusted: that the file NAME.pid was put there by root. What an account writes into its file can only lead to
-// processes of its own; that of another user does not count.
+// The file is NAME.pid (runtime_file.h). It holds the process id, a blank and the moment of the process's start as
+// /proc/PID/stat tells it, and a newline, or nothing. It is a hint only: it may be missing, or left over from a killed
+// process; the moment tells that one from another process that has got its number since.
 #pragma once
 
 #include <sys/types.h>

@@ -111,6 +111,18 @@ TEST_F(PidFile, the_process_of_another_user_is_not_the_service_s) {
     EXPECT_FALSE(hint.alive);
 }
 
+TEST_F(PidFile, another_process_of_the_same_number_is_not_the_service_s) {
+    fs::create_directories("/run/tv/services");
+    ASSERT_NE(WritePidFile(name), "");
+    EXPECT_EQ(ReadPidFile(name), getpid());
+    const std::string text = ReadFile(path);
+    WriteFile(path, std::to_string(getpid()) + " 1\n"); // of a process that was started with the machine
+    EXPECT_EQ(ReadPidFile(name), 0);
+    EXPECT_EQ(ReadPidHint(name).pid, getpid());
+    WriteFile(path, text);
+    EXPECT_EQ(ReadPidFile(name), getpid());
+}
+
 TEST_F(PidFile, a_fifo_holds_nobody) {
     fs::create_directories("/run/tv/services");
     ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
