@@ -6,8 +6,8 @@
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
-#include "svcapi/pid_file.h"
 #include "svcapi/query.h"
+#include "svcapi/service_files.h"
 #include "util/multi_string.h"
 
 #include <cstring>
@@ -68,7 +68,7 @@ BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStart
                                                      lpdwTagId != nullptr ? 1 : 0};
     rc = ChangeRecordConfig(*call.handle->link, change, lpdwTagId);
     if (rc == ERROR_SUCCESS && lpServiceStartName != nullptr && IsThisMachine(call.handle->link->host)) {
-        (void)PreparePidFile(call.handle->name, lpServiceStartName); // a hint less, where it cannot be made
+        (void)PrepareServiceFiles(call.handle->name, lpServiceStartName); // less is told and logged where they cannot
     }
     return Succeeded(rc);
 }

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+constexpr char stateSuffix[] = ".state"; // of what tvhost leaves (tvhost/state_file.h)
+
 // A name that would leave a folder, or hide in it, has no file.
 [[nodiscard]] bool IsFileName(const std::string &name);
 

@@ -6,7 +6,7 @@
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
-#include "svcapi/pid_file.h"
+#include "svcapi/service_files.h"
 #include "svcapi/wide.h"
 #include "util/multi_string.h"
 
@@ -117,7 +117,7 @@ SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDi
     if (!Succeeded(CreateRecord(*call.handle->link, service, &index, &tag))) return nullptr;
     if (lpdwTagId != nullptr) *lpdwTagId = tag; // else it is the tag of somebody's earlier create
     if (lpServiceStartName != nullptr && IsThisMachine(call.handle->link->host)) {
-        (void)PreparePidFile(lpServiceName, lpServiceStartName); // a hint less, where it cannot be made
+        (void)PrepareServiceFiles(lpServiceName, lpServiceStartName); // less is told and logged where they cannot
     }
     return AddService(call, lpServiceName, index);
 }

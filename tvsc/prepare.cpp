@@ -4,7 +4,7 @@
 
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
-#include "svcapi/pid_file.h"
+#include "svcapi/service_files.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 
@@ -33,7 +33,7 @@ void Prepare(Session &session, HKEY services, const std::string &name) {
         Failed(session, name, "prepare", rc);
         return;
     }
-    const int error = PreparePidFile(name, account);
+    const int error = PrepareServiceFiles(name, account);
     if (error == ENOENT) {
         Note(session, fmt::format("tvsc: {}: there is no account {}", name, account));
     } else if (error != 0) {

@@ -4,6 +4,6 @@
 
 #include "tvsc/session.h"
 
-// Makes the files that services under accounts leave their process ids in (svcapi/pid_file.h). Reads the registry of
+// Makes the files of services under accounts (svcapi/service_files.h). Reads the registry of
 // this machine; the daemon need not run.
 int RunPrepare(const Options &options);
