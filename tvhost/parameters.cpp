@@ -90,13 +90,19 @@ void ReadMember(Reading &reading, const char *name, DWORD *number, DWORD most = 
     *number = std::min(*number, most);
 }
 
-// Reads one of several words; the empty text leaves it as it is. Returns why it cannot be read, empty when it can.
+void ReadMember(Reading &reading, const char *name, std::int32_t *number) {
+    auto word = static_cast<DWORD>(*number);
+    ReadMember(reading, name, &word);
+    *number = static_cast<std::int32_t>(word);
+}
+
+// Reads one of several words. Returns why it is none of them, empty when it is one.
 template <typename Word>
 std::string ParseWord(const std::string &text, Word *word) {
     constexpr auto words = WordsOf(Word{});
     const auto found = std::find(words.begin(), words.end(), text);
     if (found != words.end()) {
-        *word = text.empty() ? *word : static_cast<Word>(found - words.begin());
+        *word = static_cast<Word>(found - words.begin());
         return "";
     }
     std::string known;
@@ -111,6 +117,7 @@ requires std::is_enum_v<Word>
 void ReadMember(Reading &reading, const char *name, Word *word) {
     std::string text;
     ReadMember(reading, name, &text);
+    if (text.empty()) return;
     const std::string why = ParseWord(text, word);
     if (!why.empty()) Fail(reading, ERROR_INVALID_DATA, name, why);
 }
@@ -137,6 +144,16 @@ std::string ParseMember(const std::string &text, DWORD *member, DWORD most = unl
     const bool fits = errno == 0 && number >= 0 && number <= static_cast<long long>(most);
     if (!isNumber || !fits) return text + " is no number up to " + std::to_string(most);
     *member = static_cast<DWORD>(number);
+    return "";
+}
+
+std::string ParseMember(const std::string &text, std::int32_t *member) {
+    char *end = nullptr;
+    errno = 0;
+    const long long number = std::strtoll(text.c_str(), &end, 0);
+    const bool isNumber = errno == 0 && end != text.c_str() && *end == '\0';
+    if (!isNumber || number < INT32_MIN || number > INT32_MAX) return text + " is no number";
+    *member = static_cast<std::int32_t>(number);
     return "";
 }
 
@@ -168,6 +185,10 @@ void WriteMember(Writing &writing, const char *name, const std::vector<std::stri
 
 void WriteMember(Writing &writing, const char *name, DWORD number) {
     WriteValue(writing, name, REG_DWORD, std::string(reinterpret_cast<const char *>(&number), sizeof number));
+}
+
+void WriteMember(Writing &writing, const char *name, std::int32_t number) {
+    WriteMember(writing, name, static_cast<DWORD>(number));
 }
 
 template <typename Word>

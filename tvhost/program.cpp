@@ -5,6 +5,7 @@
 #include "tvhost/program.h"
 
 #include "tv/winerror.h"
+#include "tvhost/limits.h"
 #include "util/guard.h"
 #include "util/launch.h"
 
@@ -34,6 +35,8 @@ struct ChildPlan {
     const char *directory; // the following are null where nothing is wanted
     const char *standardOutput;
     const char *standardError;
+    const Limits *limits;
+    const Surroundings *surroundings;
     pid_t parent;
 };
 
@@ -90,16 +93,22 @@ void RestoreSignals() {
 
 // Returns only when it failed: what could not be used, with errno.
 const char *BecomeProgram(const ChildPlan &plan) {
-    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) return "its process";
+    const Surroundings &around = *plan.surroundings;
+    if (prctl(PR_SET_PDEATHSIG, around.signalAtOurDeath) != 0) return "its process";
     if (getppid() != plan.parent) _exit(1); // tvhost has died already
+    if (around.group >= 0 && write(around.group, "0", 1) != 1) return "its control group";
+    if (const char *limit = SetLimits(*plan.limits); limit != nullptr) return limit;
     if (plan.directory != nullptr && chdir(plan.directory) != 0) return plan.directory;
     if (!Redirect(STDIN_FILENO, "/dev/null", O_RDONLY)) return "/dev/null";
     const int append = O_WRONLY | O_CREAT | O_APPEND;
     const char *const output = plan.standardOutput, *const error = plan.standardError;
+    if (around.output >= 0 && dup2(around.output, STDOUT_FILENO) < 0) return "its output";
+    if (around.error >= 0 && dup2(around.error, STDERR_FILENO) < 0) return "its output";
     if (output != nullptr && !Redirect(STDOUT_FILENO, output, append)) return output;
     if (error != nullptr && !Redirect(STDERR_FILENO, error, append)) return error;
     (void)close_range(STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC); // older kernels: ours are close-on-exec anyway
     RestoreSignals();
+    if (const char *limit = BarProgram(*plan.limits); limit != nullptr) return limit;
     execve(plan.program, plan.argv, plan.envp);
     return plan.program;
 }
@@ -112,26 +121,35 @@ StartFailure FailureOf(const char *what, int error, const char *program) {
     return {CodesOfErrno(isFolder ? ENOTDIR : error), std::string(what) + ": " + std::strerror(error)};
 }
 
-} // namespace
+// What is the same for the program and for the commands that go with it.
+struct Preparation {
+    std::vector<std::string> environment;
+    Limits limits;
+};
 
-pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
-                   StartFailure *failure, ChildOnItsWay *onItsWay) {
-    std::vector<std::string> environment = MergedEnvironment(OwnEnvironment(), parameters.environment);
-    auto words = ArgumentsOf(parameters, environment);
-    if (!words) {
-        *failure = {{ERROR_INVALID_DATA, 0}, "AppParameters: a quote is not closed"};
-        return 0;
-    }
-    words->insert(words->begin(), parameters.application);
-    words->insert(words->end(), startArguments.begin(), startArguments.end());
-    std::vector<char *> argv = Pointers(*words);
-    std::vector<char *> envp = Pointers(environment);
-    const ChildPlan plan = {parameters.application.c_str(),
+bool Prepare(const HostParameters &parameters, const Surroundings &surroundings, Preparation *prepared,
+             StartFailure *failure) {
+    prepared->environment = MergedEnvironment(OwnEnvironment(), parameters.environment);
+    prepared->environment = MergedEnvironment(prepared->environment, surroundings.environment);
+    const std::string refused = PlanLimits(parameters, &prepared->limits);
+    if (!refused.empty()) *failure = {{ERROR_INVALID_DATA, 0}, refused};
+    return refused.empty();
+}
+
+// Starts a child with these words.
+//   toFiles  whether the files of the parameters take its output
+pid_t StartWords(const HostParameters &parameters, std::vector<std::string> words, Preparation &prepared,
+                 const Surroundings &surroundings, bool toFiles, StartFailure *failure, ChildOnItsWay *onItsWay) {
+    std::vector<char *> argv = Pointers(words);
+    std::vector<char *> envp = Pointers(prepared.environment);
+    const ChildPlan plan = {words.front().c_str(),
                             argv.data(),
                             envp.data(),
                             OrNull(parameters.directory),
-                            OrNull(parameters.standardOutput),
-                            OrNull(parameters.standardError),
+                            toFiles ? OrNull(parameters.standardOutput) : nullptr,
+                            toFiles ? OrNull(parameters.standardError) : nullptr,
+                            &prepared.limits,
+                            &surroundings,
                             getpid()};
     int pipeEnds[2] = {-1, -1};
     const DescriptorGuard readEnd(&pipeEnds[0]); // open where no child could be forked
@@ -143,17 +161,32 @@ pid_t StartProgram(const HostParameters &parameters, const std::vector<std::stri
     return 0;
 }
 
-void SignalProgram(pid_t program, int signal) { (void)kill(-program, signal); } // it may just have ended
+} // namespace
 
-int TakeEnd(pid_t program) {
-    // As long as the dead leader is not taken, nobody else can get its number: the signal meets its own group only.
-    siginfo_t info;
-    (void)waitid(P_PID, static_cast<id_t>(program), &info, WEXITED | WNOWAIT);
-    SignalProgram(program, SIGKILL);
-    int status = 0;
-    while (waitpid(program, &status, 0) < 0 && errno == EINTR) {
+pid_t StartProgram(const HostParameters &parameters, const std::vector<std::string> &startArguments,
+                   const Surroundings &surroundings, StartFailure *failure, ChildOnItsWay *onItsWay) {
+    Preparation prepared;
+    if (!Prepare(parameters, surroundings, &prepared, failure)) return 0;
+    auto words = ArgumentsOf(parameters, prepared.environment);
+    if (!words) {
+        *failure = {{ERROR_INVALID_DATA, 0}, "AppParameters: a quote is not closed"};
+        return 0;
     }
-    return status;
+    words->insert(words->begin(), parameters.application);
+    words->insert(words->end(), startArguments.begin(), startArguments.end());
+    return StartWords(parameters, *words, prepared, surroundings, true, failure, onItsWay);
+}
+
+pid_t StartCommand(const HostParameters &parameters, const std::string &commandLine, const Surroundings &surroundings,
+                   StartFailure *failure) {
+    Preparation prepared;
+    if (!Prepare(parameters, surroundings, &prepared, failure)) return 0;
+    const auto words = SplitCommandLine(commandLine, VariablesOf(prepared.environment));
+    if (!words || words->empty()) {
+        *failure = {{ERROR_INVALID_DATA, 0}, commandLine + ": a quote is not closed"};
+        return 0;
+    }
+    return StartWords(parameters, *words, prepared, surroundings, false, failure, nullptr);
 }
 
 ExitCodes CodesOfErrno(int error) {
@@ -169,14 +202,30 @@ ExitCodes CodesOfErrno(int error) {
     }
 }
 
-ExitCodes CodesOfEnd(int waitStatus, bool stopAsked) {
+ExitCodes CodesOfEnd(int waitStatus, bool stopAsked, int stopSignal) {
     if (WIFSIGNALED(waitStatus)) {
         const int signal = WTERMSIG(waitStatus);
-        if (stopAsked && (signal == SIGTERM || signal == SIGKILL)) return {};
+        if (stopAsked && (signal == stopSignal || signal == SIGKILL)) return {};
         return {ERROR_SERVICE_SPECIFIC_ERROR, 128u + static_cast<DWORD>(signal)};
     }
     const auto status = static_cast<DWORD>(WEXITSTATUS(waitStatus));
     return status == 0 ? ExitCodes{} : ExitCodes{ERROR_SERVICE_SPECIFIC_ERROR, status};
+}
+
+std::string TextOfEnd(int waitStatus) {
+    if (!WIFSIGNALED(waitStatus)) return "ended with status " + std::to_string(WEXITSTATUS(waitStatus));
+    const int signal = WTERMSIG(waitStatus);
+    const char *name = sigdescr_np(signal);
+    return "ended by signal " + std::to_string(signal) + " (" + (name != nullptr ? name : "unknown") + ")";
+}
+
+int SignalOf(const std::string &text) {
+    const std::string name = text.starts_with("SIG") ? text.substr(3) : text;
+    for (int signal = 1; signal < NSIG; ++signal) {
+        const char *known = sigabbrev_np(signal);
+        if ((known != nullptr && name == known) || text == std::to_string(signal)) return signal;
+    }
+    return 0;
 }
 
 std::vector<std::string> MergedEnvironment(const std::vector<std::string> &own,
