@@ -12,7 +12,7 @@
 namespace {
 
 constexpr std::size_t headerWords = 5;
-constexpr std::size_t mostActions = 1000;
+constexpr std::size_t mostActions = 1024;
 
 std::uint32_t WordAt(const std::string &bytes, std::size_t index) { return DwordAt(bytes.data() + index * dwordBytes); }
 
