@@ -63,8 +63,9 @@ struct Connection {
     char *unread; // malloc memory: the part of the replies that the peer has not taken yet
     std::size_t unreadBytes;
     std::size_t unreadSent;
-    std::size_t heldReplies; // held back by the server
-    std::uint32_t watched;   // events asked of epoll
+    std::size_t heldReplies;    // held back by the server
+    std::uint32_t awaitedSince; // the release since which it is awaited; 0: it is not
+    std::uint32_t watched;      // events asked of epoll
     bool hasSpoken;
     bool inputEnded;
     bool broken;       // to be closed as soon as nobody uses it
@@ -117,6 +118,8 @@ struct Door {
     XDR arguments; // over the request in hand
     MessageOutput reply;
     std::uint32_t substitute; // the number for the substitutes
+    std::uint32_t release;    // number of the last time that held replies were sent
+    std::size_t awaited;      // peers that had one of them and have not been heard of since
     HeldReply *held;          // malloc memory: the replies held, in the order of their requests
     std::size_t heldCount;
     std::size_t heldCapacity;
@@ -200,7 +203,13 @@ void ForgetHeldReplies(const Connection *connection) {
     }
 }
 
+void AwaitNoMore(Connection *connection) {
+    if (connection->awaitedSince != 0 && connection->awaitedSince == door.release) --door.awaited;
+    connection->awaitedSince = 0;
+}
+
 void CloseConnection(Connection *connection) {
+    AwaitNoMore(connection);
     Unlink(connection);
     RemoveReady(connection);
     ForgetHeldReplies(connection);
@@ -514,10 +523,19 @@ void SendSubstitutes() {
     }
 }
 
+void Await(Connection *connection) {
+    if (connection->awaitedSince == door.release) return;
+    connection->awaitedSince = door.release;
+    ++door.awaited;
+}
+
 // What the connections wait for has changed; the one whose request is in hand is settled when that ends.
 void SettleHeld() {
+    if (++door.release == 0) ++door.release;
+    door.awaited = 0;
     for (std::size_t i = 0; i < door.heldCount; ++i) {
         Connection *connection = door.held[i].connection;
+        if (connection != nullptr) Await(connection);
         if (connection != nullptr && connection != door.present) Settle(connection);
     }
     door.heldCount = door.heldMessageBytes = 0;
@@ -538,6 +556,22 @@ void HandleEvents() {
         } else {
             HandleEvent(event);
         }
+    }
+}
+
+// Has the server do what its requests share, waiting for more of them where it wants to.
+void TakeTurn() {
+    if (door.turn == nullptr) return;
+    for (int waitUs = 1; waitUs > 0;) {
+        const bool isTooMuch = door.heldMessageBytes > maxHeldReplyBytes;
+        const DoorMoment moment = isTooMuch                    ? DoorMoment::TooMuchHeld
+                                  : door.firstReady != nullptr ? DoorMoment::MoreToServe
+                                                               : DoorMoment::Idle;
+        waitUs = door.turn(moment);
+        if (moment != DoorMoment::Idle || waitUs <= 0) return;
+        pollfd events = {door.epoll, POLLIN, 0};
+        const timespec timeout = {waitUs / 1'000'000, waitUs % 1'000'000 * 1000L};
+        if (ppoll(&events, 1, &timeout, nullptr) > 0) HandleEvents();
     }
 }
 
@@ -574,6 +608,7 @@ bool TakeRequest(Connection *connection, rpc_msg *message) {
         xdrmem_create(&door.arguments, input->bytes + input->begin, static_cast<u_int>(input->end - input->begin),
                       XDR_DECODE);
         if (xdr_callmsg(&door.arguments, message)) {
+            AwaitNoMore(connection);
             door.present = connection;
             door.presentXid = message->rm_xid;
             door.holdsPresent = false;
@@ -610,7 +645,7 @@ bool TakeNextRequest(rpc_msg *message) {
 // Gives the next whole request of any connection, each in its turn.
 bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
     HandleEvents();
-    if (door.turn != nullptr) door.turn(door.firstReady != nullptr && door.heldMessageBytes <= maxHeldReplyBytes);
+    TakeTurn();
     if (!TakeNextRequest(message)) return FALSE;
     transport->xp_rtaddr.buf = &door.present->peer;
     transport->xp_rtaddr.len = transport->xp_rtaddr.maxlen = sizeof door.present->peer;
@@ -730,6 +765,8 @@ void ReleaseReplies() {
     SendHeldMessages();
     SettleHeld();
 }
+
+std::size_t PeersAwaited() { return door.awaited; }
 
 void ReplaceReplies(std::uint32_t number) {
     door.substitute = number;

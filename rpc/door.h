@@ -26,11 +26,18 @@ using DoorAdmits = bool (*)(const sockaddr_in &peer, const sockaddr_in &local);
 // again: for servers that have no other transport and no end of their own.
 enum class DoorWait { InLoop, Inside };
 
+// When the turn function is called.
+enum class DoorMoment {
+    MoreToServe, // another request may have come
+    Idle,        // none has: all replies that are held are to go now, or after a wait
+    TooMuchHeld  // replies are held of too many bytes: all of them are to go now
+};
+
 // Called between any two requests, when all that has come has been read: for work that several requests share, such as
 // bringing what they wrote onto the disk.
-//   requestsWait  whether any peer may have sent another request; false is the last call before the loop waits, or
-//                 comes because the replies that are held have become too many bytes: all of them are to go then
-using DoorTurn = void (*)(bool requestsWait);
+// Returns, for DoorMoment::Idle, how many microseconds to wait for another request before the next call; 0 when no
+// reply is held any more.
+using DoorTurn = int (*)(DoorMoment moment);
 
 // Puts the door in front of a listening transport that svctcp_create made. From then on svc_run hands over requests
 // only when they are whole, replies never block, and the bounds of limits.h hold; the dispatcher sees an
@@ -67,6 +74,10 @@ void HoldReply(DoorSubstitute substitute);
 
 // Sends all replies held.
 void ReleaseReplies();
+
+// How many peers have had held replies in the last release or replacement and are still there, but have sent no request
+// since: those who are likely to ask again at once.
+[[nodiscard]] std::size_t PeersAwaited();
 
 // Sends what each substitute makes of the number in place of the replies held.
 void ReplaceReplies(std::uint32_t number);

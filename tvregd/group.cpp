@@ -4,6 +4,7 @@
 
 #include "util/wall_time.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace {
@@ -11,7 +12,10 @@ namespace {
 // What a group may hold before it is committed although more requests wait: those in it wait for their answers.
 constexpr std::size_t MAX_WRITES = 1024;
 constexpr std::size_t MAX_BYTES = std::size_t{4} << 20;
-constexpr std::uint64_t MAX_AGE = 20'000; // 2 ms
+constexpr std::uint64_t MAX_AGE = 20'000;      // 2 ms, with nothing waited for
+constexpr std::uint64_t MAX_PATIENCE = 50'000; // 5 ms
+
+std::uint64_t WaitOf(const Group &group) { return std::min(group.commitTook, MAX_PATIENCE); }
 
 void NoteChange(Registry &registry, Key &key, Change change) {
     key.changedIn = registry.group.number;
@@ -85,19 +89,28 @@ std::uint32_t AbandonGroup(Registry &registry, const std::exception &failure) {
 
 std::uint32_t CommitGroup(Registry &registry) {
     if (!registry.group.isOpen) return 0;
+    const std::uint64_t begun = FileTimeNow();
     try {
         Commit(*registry.store);
     } catch (const std::exception &failure) {
         return AbandonGroup(registry, failure);
     }
     TellTroubleIsOver(registry.trouble);
+    registry.group.commitTook = FileTimeNow() - begun;
     EndGroup(registry);
     registry.ended = 0;
     return 0;
 }
 
 bool IsGroupFull(const Group &group) {
-    return group.writes >= MAX_WRITES || group.writtenBytes >= MAX_BYTES || FileTimeNow() - group.begun >= MAX_AGE;
+    return group.writes >= MAX_WRITES || group.writtenBytes >= MAX_BYTES ||
+           FileTimeNow() - group.begun >= MAX_AGE + WaitOf(group);
+}
+
+int PatienceOf(const Group &group, std::size_t clientsAwaited) {
+    if (!group.isOpen || clientsAwaited == 0) return 0;
+    const std::uint64_t age = FileTimeNow() - group.begun; // very long when the clock was set back
+    return age < WaitOf(group) ? static_cast<int>((WaitOf(group) - age) / 10) : 0;
 }
 
 Key *HangKey(Registry &registry, Key &parent, std::unique_ptr<Key> key) {

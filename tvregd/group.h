@@ -34,6 +34,7 @@ struct Group {
     std::size_t writes = 0;       // in the open group
     std::size_t writtenBytes = 0; // of names and data
     std::uint64_t begun = 0;      // FILETIME
+    std::uint64_t commitTook = 0; // the last one, in steps of 100 ns
     std::vector<Change> wayBack;
 };
 
@@ -76,6 +77,12 @@ void SetHives(Registry &registry, std::vector<Hive> hives);
 
 // Whether the group has become so large or old that it should not wait for more writes.
 bool IsGroupFull(const Group &group);
+
+// How long the open group should wait for further writes when none is there, in microseconds: as long as clients are
+// awaited who had to do with the last group and may write again, but no longer than a commit takes. Clients that write
+// as soon as they are answered come one after the other: the first of them alone would make a commit of its own, and
+// the others wait for it.
+int PatienceOf(const Group &group, std::size_t clientsAwaited);
 
 // Ends the open group, if there is one, and says so in `ended`. Returns 0; 112 when the disk is full; 8; 1016.
 std::uint32_t CommitGroup(Registry &registry);

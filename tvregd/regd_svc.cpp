@@ -333,11 +333,15 @@ void Serve(Registry &registry, const regd_REG_NOTIFY_CHANGE_KEY_VALUE &call, reg
 
 // Between two requests: those that were ready at the same time share a commit. Where requests never cease, what nobody
 // waits for has its turn, too.
-void EndTurn(bool requestsWait) {
-    if (requestsWait && served->group.isOpen && !IsGroupFull(served->group)) return;
+int EndTurn(DoorMoment moment) {
+    if (moment == DoorMoment::MoreToServe && served->group.isOpen && !IsGroupFull(served->group)) return 0;
+    if (moment == DoorMoment::Idle) {
+        if (const int waitUs = PatienceOf(served->group, PeersAwaited()); waitUs > 0) return waitUs;
+    }
     (void)CommitGroup(*served);
     TellEnd(*served);
-    if (requestsWait && IsEraseDue(*served)) (void)EraseSome(*served);
+    if (moment == DoorMoment::MoreToServe && IsEraseDue(*served)) (void)EraseSome(*served);
+    return 0;
 }
 
 template <typename Argument>
@@ -390,7 +394,7 @@ bool StartService(Registry &registry, bool allowRemote) {
 
 int FinishTurn() {
     constexpr int triesAgainMs = 1000;
-    EndTurn(false);
+    (void)EndTurn(DoorMoment::TooMuchHeld);
     if (EraseSome(*served)) return 0;
     return IsAnythingBuried(*served) ? triesAgainMs : -1;
 }

@@ -681,6 +681,31 @@ TEST_F(Tvregd, a_group_takes_only_so_many_writes_and_bytes_and_so_long) {
     EXPECT_TRUE(IsGroupFull(registry.group));
 }
 
+TEST_F(Tvregd, a_group_waits_while_clients_are_awaited_and_no_longer_than_a_commit) {
+    const auto write = [&] {
+        EXPECT_EQ(Set(HKEY_USERS, "v", "x"), 0u);
+        registry.group.begun = FileTimeNow();
+    };
+    EXPECT_EQ(PatienceOf(registry.group, 1), 0) << "none is open";
+    write();
+    EXPECT_EQ(PatienceOf(registry.group, 1), 0) << "nothing is known yet of commits";
+    EXPECT_EQ(CommitGroup(registry), 0u);
+    EXPECT_GT(registry.group.commitTook, 0u);
+    registry.group.commitTook = 20'000;
+    write();
+    EXPECT_EQ(PatienceOf(registry.group, 0), 0);
+    EXPECT_GT(PatienceOf(registry.group, 1), 0);
+    EXPECT_LE(PatienceOf(registry.group, 1), 2000);
+    registry.group.begun -= 20'000;
+    EXPECT_EQ(PatienceOf(registry.group, 1), 0);
+    registry.group.begun = FileTimeNow() + 10'000'000;
+    EXPECT_EQ(PatienceOf(registry.group, 1), 0) << "a clock that was set back";
+    EXPECT_EQ(CommitGroup(registry), 0u);
+    registry.group.commitTook = 100'000'000; // a disk that takes ten seconds
+    write();
+    EXPECT_LE(PatienceOf(registry.group, 1), 5000);
+}
+
 // --- what is on the disk ---
 
 TEST_F(Tvregd, flush_waits_for_the_commit_and_no_reader_of_the_database_delays_it) {

@@ -20,6 +20,7 @@
 #include <atomic>
 #include <fcntl.h>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace raw;
@@ -41,6 +42,8 @@ enum Procedure : std::uint32_t {
     TakeDescriptors, // opens all that are left: their number
     TakeThemLater,   // the same in a moment, when the caller may have gone: 0
     HoldNumber,      // a number: the same number, held until replies are let go
+    HoldForUs,       // number: holds its reply, waiting once for so many microseconds for another request
+    Awaited,         // how many peers are awaited
     LetGo,           // releases the replies held at the next turn: 0
     LetFail,         // number: at the next turn sends it in place of those held: 0
     ReplyUntilIdle,  // number: so many bytes, held until no request is left
@@ -86,12 +89,15 @@ std::uint32_t StartTaker() {
 
 bool letsGo = false, letsGoWhenIdle = false;
 std::uint32_t substitute = 0; // 0: none
+int waitsForUs = 0;           // once, before what is held is let go
 
-void EndTurn(bool requestsWait) {
+int EndTurn(DoorMoment moment) {
+    if (moment == DoorMoment::Idle && waitsForUs > 0) return std::exchange(waitsForUs, 0);
     if (substitute != 0) ReplaceReplies(substitute);
-    if (letsGo || (letsGoWhenIdle && !requestsWait)) ReleaseReplies();
+    if (letsGo || (letsGoWhenIdle && moment != DoorMoment::MoreToServe)) ReleaseReplies();
     letsGo = false;
     substitute = 0;
+    return 0;
 }
 
 std::uint32_t NumberFor(std::uint32_t procedure, std::uint32_t number, const svc_req *request, SVCXPRT *transport) {
@@ -105,6 +111,12 @@ std::uint32_t NumberFor(std::uint32_t procedure, std::uint32_t number, const svc
     case CallerPort: return ntohs(static_cast<const sockaddr_in *>(transport->xp_rtaddr.buf)->sin_port);
     case TakeThemLater: return StartTaker();
     case HoldNumber: HoldReply(CodeNumber); return number;
+    case HoldForUs:
+        HoldReply(CodeNumber);
+        waitsForUs = static_cast<int>(number);
+        letsGoWhenIdle = true;
+        return number;
+    case Awaited: return static_cast<std::uint32_t>(PeersAwaited());
     case LetGo: letsGo = true; return 0;
     case LetFail: substitute = number; return 0;
     default: return OpenAllDescriptors();
@@ -371,6 +383,51 @@ TEST_F(Door, peers_that_leave_while_their_replies_are_held_disturb_nobody) {
         for (std::uint32_t i = 1; i < peers.size(); i += 2)
             EXPECT_EQ(ReadMessage(peers[i]), Success(Words({end == LetFail ? 9 : i}), i));
     }
+}
+
+TEST_F(Door, a_server_that_waits_for_more_requests_gets_them_and_goes_on_when_there_are_none) {
+    Start();
+    const Socket held = Connect(), other = Connect();
+    const Clock::time_point start = Clock::now();
+    ASSERT_TRUE(Send(held, AsMessage(CallOf(HoldForUs, Words({200'000})))));
+    EXPECT_EQ(ReadMessage(held), Success(Words({200'000})));
+    EXPECT_GE(MsSince(start), 200);
+    ASSERT_TRUE(Send(held, AsMessage(CallOf(HoldForUs, Words({60'000'000})))));
+    EXPECT_TRUE(IsSilent(held));
+    ASSERT_TRUE(Send(other, AsMessage(CallOf(Echo, XdrString("x")))));
+    EXPECT_EQ(ReadMessage(other), Success(XdrString("x")));
+    EXPECT_EQ(ReadMessage(held), Success(Words({60'000'000})));
+    EXPECT_LT(MsSince(start), 30'000);
+}
+
+TEST_F(Door, peers_are_awaited_after_a_held_reply_until_they_ask_or_leave) {
+    Start();
+    const Socket other = Connect();
+    const auto ask = [&](const Socket &socket, Procedure procedure, std::uint32_t number = 0) {
+        EXPECT_TRUE(Send(socket, AsMessage(CallOf(procedure, Words({number})))));
+        return WordOf(ReadMessage(socket), 6);
+    };
+    EXPECT_EQ(ask(other, Awaited), 0u);
+    const Socket first = Connect(), second = Connect();
+    {
+        const Socket third = Connect();
+        for (const Socket *socket : {&first, &second, &third})
+            ASSERT_TRUE(Send(*socket, AsMessage(CallOf(HoldNumber, Words({5})))));
+        ASSERT_TRUE(Send(first, AsMessage(CallOf(HoldNumber, Words({6})))));
+        EXPECT_TRUE(IsSilent(first) && IsSilent(second) && IsSilent(third));
+        EXPECT_EQ(ask(other, LetGo), 0u);
+        for (const Socket *socket : {&first, &second, &third})
+            EXPECT_EQ(WordOf(ReadMessage(*socket), 6), 5u);
+        EXPECT_EQ(WordOf(ReadMessage(first), 6), 6u);
+        EXPECT_EQ(ask(other, Awaited), 3u);
+        EXPECT_EQ(ask(second, Awaited), 2u) << "has asked now";
+        EXPECT_EQ(ask(second, Awaited), 2u);
+    }
+    const Clock::time_point start = Clock::now();
+    while (ask(other, Awaited) != 1 && MsSince(start) < 10'000) { // one has left
+    }
+    EXPECT_EQ(ask(other, Awaited), 1u);
+    EXPECT_EQ(ask(first, Awaited), 0u);
 }
 
 TEST_F(Door, too_many_bytes_of_replies_held_are_to_be_released_although_requests_wait) {
