@@ -21,6 +21,8 @@ struct ListBuffer {
     DWORD *bytesNeeded;
     DWORD *returned;
 };
+template <typename Record>
+ListBuffer(Record *, DWORD, DWORD *, DWORD *) -> ListBuffer<Record>;
 
 template <typename Record>
 bool IsUsable(const ListBuffer<Record> &buffer) {
