@@ -4,6 +4,7 @@
 #include "tvreg/encoding.h"
 #include "tvreg/registry_access.h"
 #include "util/printable.h"
+#include "util/usage.h"
 
 #include <CLI/CLI.hpp>
 
@@ -89,10 +90,7 @@ int RunProgram(int argc, char **argv) {
     CLI::App app("Shows and changes the registry through the registry daemon of this machine, or of the one that "
                  "TARVO_REGISTRY_HOST names.",
                  "tvreg");
-    app.set_version_flag("--version", std::string("tvreg ") + TV_VERSION);
-    app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return "tvreg: " + Printable(error.what()) + "\nRun with --help for more information.\n";
-    });
+    SpeakAs(app, TV_VERSION);
     AddCommands(app, options);
     try {
         app.parse(argc, argv);

@@ -7,6 +7,7 @@
 #include "tvregd/regd_svc.h"
 #include "util/printable.h"
 #include "util/standard_descriptors.h"
+#include "util/usage.h"
 
 #include <CLI/CLI.hpp>
 
@@ -154,10 +155,7 @@ static int RunProgram(int argc, char **argv) {
     CLI::App app("Registry daemon: keeps the Win32 registry of this machine in a SQLite database and serves it as ONC "
                  "RPC program 0x3003003C version 2 over TCP.",
                  "tvregd");
-    app.set_version_flag("--version", std::string("tvregd ") + TV_VERSION);
-    app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return "tvregd: " + Printable(error.what()) + "\nRun with --help for more information.\n";
-    });
+    SpeakAs(app, TV_VERSION);
     auto *database = app.add_option("--database", options.database, "the database file, made when it is not there")
                          ->type_name("FILE")
                          ->capture_default_str();

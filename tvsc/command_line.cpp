@@ -17,6 +17,7 @@
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
+#include "util/usage.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -428,10 +429,7 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
         ->capture_default_str();
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
-    app.set_version_flag("--version", "tvsc " TV_VERSION);
-    app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return "tvsc: " + Printable(error.what()) + "\nRun with --help for more information.\n";
-    });
+    SpeakAs(app, TV_VERSION);
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.get_formatter()->column_width(28);
