@@ -54,10 +54,10 @@ Json CountsJson(const Options &options, const Counts &counts, const std::vector<
 // Tells all that is wrong and ends.
 [[noreturn]] void FailWith(const Options &options, int status, const std::vector<Fault> &faults, const Counts &counts) {
     if (options.json) PrintJson(CountsJson(options, counts, faults));
-    for (std::size_t i = 0; i + 1 < faults.size(); ++i) {
-        Tell(FaultText(faults[i]));
+    for (const Fault &fault : faults) {
+        Tell(FaultText(fault));
     }
-    throw Failure(status, FaultText(faults.back()));
+    throw Failure(status, "");
 }
 
 std::vector<RegFile> ReadFiles(const Options &options, std::vector<Fault> *faults) {
@@ -195,7 +195,7 @@ std::vector<Fault> WriteFiles(const std::vector<RegFile> &files, std::size_t val
 
 } // namespace
 
-void Import(const Options &options) {
+int Import(const Options &options) {
     std::vector<Fault> faults;
     std::vector<RegFile> files = ReadFiles(options, &faults);
     if (!faults.empty() && !options.isLenient) FailWith(options, EXIT_BAD_TEXT, faults, {});
@@ -212,12 +212,20 @@ void Import(const Options &options) {
     if (!tooMuch.empty()) FailWith(options, EXIT_FAILED, tooMuch, {});
     const Counts counts = CountAll(files);
     if (options.dryRun) {
-        if (options.json) return PrintJson(CountsJson(options, counts, faults));
-        return ShowWhatWouldBeWritten(files);
+        if (options.json) {
+            PrintJson(CountsJson(options, counts, faults));
+        } else {
+            ShowWhatWouldBeWritten(files);
+        }
+        return 0;
     }
     CheckRoots(files);
     const std::vector<Fault> refused = WriteFiles(files, counts.values);
     if (!refused.empty()) FailWith(options, EXIT_FAILED, refused, counts);
-    if (options.json) return PrintJson(CountsJson(options, counts, faults));
-    Print(CountsText(counts));
+    if (options.json) {
+        PrintJson(CountsJson(options, counts, faults));
+    } else {
+        Print(CountsText(counts));
+    }
+    return 0;
 }

@@ -18,7 +18,14 @@ struct Failure : std::runtime_error {
 };
 
 // Exit statuses.
-enum : int { EXIT_FAILED = 1, EXIT_USAGE = 2, EXIT_NOT_FOUND = 5, EXIT_BAD_TEXT = 6, EXIT_UNREACHABLE = 150 };
+enum : int {
+    EXIT_FAILED = 1,
+    EXIT_USAGE = 2,
+    EXIT_NOT_FOUND = 5,
+    EXIT_BAD_TEXT = 6,
+    EXIT_UNREACHABLE = 150,
+    EXIT_TIMED_OUT = 151
+};
 
 // "5 ERROR_ACCESS_DENIED: access denied", and the status to exit with.
 std::string CodeText(LONG code);

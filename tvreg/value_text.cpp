@@ -109,7 +109,7 @@ std::optional<std::uint32_t> ParseType(const std::string &text) {
     return ParseNumber(text);
 }
 
-std::string DataText(const RegValue &value) {
+std::string DataText(const RegValue &value, std::string_view separator) {
     if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) return Printable(WithoutTerminator(value.data));
     if (value.type == REG_DWORD && value.data.size() == dwordBytes) {
         return fmt::format("{:#x}", DwordAt(value.data.data()));
@@ -118,7 +118,8 @@ std::string DataText(const RegValue &value) {
     if (value.type != REG_MULTI_SZ) return HexOf(value.data);
     std::string text;
     for (const std::string &string : SplitMultiString(value.data)) {
-        text += (text.empty() ? "" : "\\0") + Printable(string, CharsetShown(), '0');
+        if (!text.empty()) text += separator;
+        text += Printable(string, CharsetShown(), '0');
     }
     return text;
 }

@@ -18,7 +18,8 @@ std::optional<std::uint32_t> ParseType(const std::string &text);
 
 // Data as one line: strings as they are, the strings of a REG_MULTI_SZ with \0 between them, numbers as 0x..., the rest
 // as hexadecimal digits. Printable; a \0 that stands in a string itself has its backslash as \x5c.
-std::string DataText(const RegValue &value);
+//   separator  what stands between strings instead of \0
+std::string DataText(const RegValue &value, std::string_view separator = "\\0");
 
 // Makes data of a type out of words: one string for REG_SZ and REG_EXPAND_SZ, any number for REG_MULTI_SZ, a decimal or
 // 0x... number for REG_DWORD and REG_QWORD, hexadecimal digits for the rest. Nothing when the words are not of that

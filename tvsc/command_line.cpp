@@ -17,6 +17,7 @@
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
+#include "util/similar_names.h"
 #include "util/usage.h"
 
 #include <CLI/CLI.hpp>

@@ -4,6 +4,7 @@
 
 #include "svcapi/client.h"
 #include "tvsc/report.h"
+#include "util/similar_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -11,25 +12,8 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <numeric>
 
 namespace {
-
-constexpr std::size_t maxSuggestions = 3;
-
-std::size_t EditDistance(const std::string &a, const std::string &b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t j = 0; j < b.size(); ++j) {
-            const std::size_t replaced = diagonal + (std::tolower(a[i]) == std::tolower(b[j]) ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
-        }
-    }
-    return row.back();
-}
 
 bool IsPattern(const std::string &text) { return text.find_first_of("*?[") != std::string::npos; }
 
@@ -74,22 +58,6 @@ bool ListServicesFor(Session &session, const std::string &action, std::vector<Li
            rc == ERROR_INVALID_DATA ? "the daemon's list of services does not come to an end"
                                     : "the services cannot be listed");
     return false;
-}
-
-std::vector<std::string> SimilarNames(const std::string &name, const std::vector<std::string> &known) {
-    std::vector<std::pair<std::size_t, std::string>> ranked;
-    for (const std::string &candidate : known) {
-        const std::size_t distance = EditDistance(name, candidate);
-        if (distance <= std::max<std::size_t>(1, name.size() / 3)) ranked.emplace_back(distance, candidate);
-    }
-    std::sort(ranked.begin(), ranked.end());
-    if (ranked.size() > maxSuggestions) ranked.resize(maxSuggestions);
-    std::vector<std::string> similar;
-    similar.reserve(ranked.size());
-    for (auto &[distance, candidate] : ranked) {
-        similar.push_back(candidate);
-    }
-    return similar;
 }
 
 std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,

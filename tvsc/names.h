@@ -12,5 +12,3 @@
 // display name; a pattern with * ? [ stands for all that match. What means nothing is told and noted as failed.
 [[nodiscard]] std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
                                                     const std::string &action);
-// Names of `known` that `name` may have been meant as, the nearest first, three at most.
-[[nodiscard]] std::vector<std::string> SimilarNames(const std::string &name, const std::vector<std::string> &known);

@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: MIT
+// The commands of tvreg beyond the plain ones, against a real registry daemon: the verbs of the Win32 tool with their
+// spellings and statuses, and what there is beside them.
+#include "tests/support/tvreg_fixture.h"
+#include "tv/winreg.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <filesystem>
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+using Json = nlohmann::json;
+
+namespace {
+
+struct TvregCommands : TvregFixture {
+    // A shell command, with a folder of the test's own for snapshots.
+    Ended Shell(const std::string &command, std::vector<std::string> environment = {}) {
+        environment.push_back("XDG_STATE_HOME=" + folder + "/state");
+        environment.push_back("TVREG=" + ProgramPath("tvreg"));
+        environment.push_back("KEY=" + key);
+        return RunAndRead({.command = {"/bin/bash", "-c", command}, .environment = environment});
+    }
+};
+
+} // namespace
+
+// --- the verbs of the Win32 tool -----------------------------------------------------------------------------------
+
+TEST_F(TvregCommands, win32_spellings_mean_what_they_mean_there) {
+    (void)Do({"add", key, "/v", "a", "/t", "REG_MULTI_SZ", "/d", "one\\0two", "/f"});
+    (void)Do({"add", key, "/v", "b", "/t", "REG_MULTI_SZ", "/s", ",", "/d", "one,two", "/f"});
+    (void)Do({"add", key, "/ve", "/d", "unnamed"});
+    (void)Do({"add", key, "/v", "e", "/t", "REG_DWORD", "/d", "7"});
+    EXPECT_THAT(ReadValues(name),
+                ElementsAre(RegistryValue{"a", REG_MULTI_SZ, MultiSz({"one", "two"})},
+                            RegistryValue{"b", REG_MULTI_SZ, MultiSz({"one", "two"})},
+                            RegistryValue{"", REG_SZ, Sz("unnamed")}, RegistryValue{"e", REG_DWORD, Dword(7)}));
+    EXPECT_EQ(Do({"query", key, "/ve"}), longKey + "\n    (Default)    REG_SZ    unnamed\n\n");
+    // -ve took the value "e", -va the value "a".
+    (void)Do({"delete", key, "-ve"});
+    EXPECT_EQ(ReadValue(name, ""), std::nullopt);
+    EXPECT_NE(ReadValue(name, "e"), std::nullopt);
+    (void)Do({"delete", key, "-va"});
+    EXPECT_THAT(ReadValues(name), IsEmpty());
+    EXPECT_TRUE(KeyExists(name));
+}
+
+TEST_F(TvregCommands, query_searches_where_it_is_told) {
+    WriteKey(name + "\\Alpha", {{"beta", REG_SZ, Sz("gamma")}, {"n", REG_DWORD, Dword(255)}});
+    WriteKey(name + "\\other", {{"alpha", REG_MULTI_SZ, MultiSz({"x", "y"})}});
+    const std::string alpha = longKey + "\\Alpha\n", other = longKey + "\\other\n";
+    EXPECT_EQ(Do({"query", key, "/s", "/f", "alpha"}),
+              alpha + "\n" + other + "    alpha    REG_MULTI_SZ    x\\0y\n\nEnd of search: 2 matches found.\n");
+    EXPECT_EQ(Do({"query", key, "/s", "/f", "alpha", "/k"}), alpha + "\nEnd of search: 1 match found.\n");
+    EXPECT_EQ(Do({"query", key, "/s", "/f", "AMM", "/d"}),
+              alpha + "    beta    REG_SZ    gamma\n\nEnd of search: 1 match found.\n");
+    EXPECT_EQ(Do({"query", key, "/s", "/f", "b?t*", "/e", "/v"}),
+              alpha + "    beta    REG_SZ    gamma\n\nEnd of search: 1 match found.\n");
+    EXPECT_EQ(Do({"query", key, "/f", "alpha"}), alpha + "\nEnd of search: 1 match found.\n");
+}
+
+TEST_F(TvregCommands, a_search_without_a_match_ends_with_5) {
+    WriteKey(name, {{"v", REG_SZ, Sz("Text")}});
+    const Ended none = Run({"query", key, "/s", "/f", "text", "/c"});
+    EXPECT_EQ(none.status, 5);
+    EXPECT_EQ(none.output, "End of search: 0 matches found.\n");
+    EXPECT_EQ(Run({"find", "nowhere to be found", key}).status, 5);
+    EXPECT_EQ(Do({"find", "text", key}), longKey + "\n    v    REG_SZ    Text\n\nEnd of search: 1 match found.\n");
+    EXPECT_EQ(Json::parse(Do({"find", "text", key, "--json"}))["matches"], 1);
+    EXPECT_EQ(Run({"find", "[", key}).status, 5); // no pattern of a shell
+}
+
+TEST_F(TvregCommands, query_shows_types_by_number_and_multis_as_told) {
+    WriteKey(name, {{"m", REG_MULTI_SZ, MultiSz({"x", "y"})}, {"q", REG_QWORD, std::string("\1\0\0\0\1\0\0\0", 8)}});
+    EXPECT_EQ(Do({"query", key, "/z", "/se", ";"}),
+              longKey + "\n    m    REG_MULTI_SZ (7)    x;y\n    q    REG_QWORD (11)    0x100000001\n\n");
+}
+
+TEST_F(TvregCommands, copy_takes_values_or_all_below_and_replaces_only_when_told) {
+    WriteKey(name + "\\from", {{"v", REG_SZ, Sz("new")}, {"w", REG_DWORD, Dword(1)}});
+    WriteKey(name + "\\from\\below", {{"x", REG_SZ, Sz("y")}});
+    (void)Do({"copy", key + "\\from", key + "\\to"});
+    EXPECT_EQ(ReadValues(name + "\\to"), ReadValues(name + "\\from"));
+    EXPECT_THAT(ReadSubKeys(name + "\\to"), IsEmpty());
+    (void)Do({"copy", key + "\\from", key + "\\to", "/s"}); // nothing differs: nothing is lost
+    EXPECT_THAT(ReadValues(name + "\\to\\below"), ElementsAre(RegistryValue{"x", REG_SZ, Sz("y")}));
+    WriteKey(name + "\\to\\below", {{"x", REG_SZ, Sz("other")}, {"stays", REG_SZ, Sz("x")}});
+    WriteKey(name + "\\from", {{"late", REG_SZ, Sz("x")}});
+    const Ended refused = Run({"copy", key + "\\from", key + "\\to", "/s"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.error, HasSubstr(longKey + "\\to\\below, value \"x\": is there with other data"));
+    EXPECT_EQ(ReadValue(name + "\\to", "late"), std::nullopt);
+    (void)Do({"copy", key + "\\from", key + "\\to", "/s", "/f"});
+    EXPECT_EQ(ReadValue(name + "\\to\\below", "x")->data, Sz("y"));
+    EXPECT_NE(ReadValue(name + "\\to\\below", "stays"), std::nullopt);
+    EXPECT_EQ(Run({"copy", key + "\\none", key + "\\to"}).status, 5);
+}
+
+TEST_F(TvregCommands, compare_ends_with_2_for_a_difference_and_shows_what_it_is_told) {
+    WriteKey(name + "\\a", {{"same", REG_SZ, Sz("x")}, {"v", REG_SZ, Sz("1")}, {"only a", REG_SZ, Sz("x")}});
+    WriteKey(name + "\\b", {{"v", REG_SZ, Sz("2")}, {"same", REG_SZ, Sz("x")}});
+    WriteKey(name + "\\b\\below", {});
+    const std::string a = key + "\\a", b = key + "\\b", longA = longKey + "\\a", longB = longKey + "\\b";
+    const Ended different = Run({"compare", a, b});
+    EXPECT_EQ(different.status, 2);
+    EXPECT_EQ(different.output, "< Value:  " + longA + "  v  REG_SZ  1\n> Value:  " + longB +
+                                    "  v  REG_SZ  2\n< Value:  " + longA +
+                                    "  only a  REG_SZ  x\nResult Compared: Different\n");
+    EXPECT_EQ(Run({"compare", a, b, "/os"}).output,
+              "= Value:  " + longA + "  same  REG_SZ  x\nResult Compared: Different\n");
+    EXPECT_THAT(Run({"compare", a, b, "/oa", "/s"}).output,
+                AllOf(HasSubstr("= Value"), HasSubstr("> Key:  " + longB + "\\below\n")));
+    EXPECT_EQ(Run({"compare", a, b, "/on"}).output, "");
+    EXPECT_EQ(Do({"compare", a, b, "/v", "SAME"}), "Result Compared: Identical\n");
+    EXPECT_EQ(Do({"compare", a, a, "/s"}), "Result Compared: Identical\n");
+    const Json told = Json::parse(Run({"compare", a, b, "--json"}).output);
+    EXPECT_EQ(told["schema"], "tvreg.compare/1");
+    EXPECT_EQ(told["identical"], false);
+    EXPECT_EQ(told["differences"].size(), 2u);
+    EXPECT_EQ(Run({"compare", a, key + "\\none"}).status, 5);
+    EXPECT_EQ(Run({"compare", a}).status, 1); // wrong arguments are not a difference
+}
+
+TEST_F(TvregCommands, hives_are_saved_restored_loaded_and_unloaded_by_the_daemon) {
+    WriteKey(name + "\\k\\below", {{"v", REG_SZ, Sz("1")}});
+    const std::string hive = folder + "/hive", k = key + "\\k";
+    std::filesystem::remove(hive);
+    EXPECT_EQ(Do({"save", k, hive, "/y"}), "");
+    WriteKey(name + "\\k\\below", {{"v", REG_SZ, Sz("2")}});
+    EXPECT_EQ(Do({"restore", k, hive}), "");
+    EXPECT_EQ(ReadValue(name + "\\k\\below", "v")->data, Sz("1"));
+    EXPECT_EQ(Do({"load", "HKLM\\" + name + "Loaded", hive}), "");
+    EXPECT_EQ(ReadValue(name + "Loaded\\below", "v")->data, Sz("1"));
+    EXPECT_EQ(Do({"unload", "HKLM\\" + name + "Loaded"}), "");
+    EXPECT_FALSE(KeyExists(name + "Loaded"));
+    EXPECT_EQ(Run({"save", key + "\\none", hive}).status, 5);
+    EXPECT_NE(Run({"restore", k, folder + "/no hive"}).status, 0);
+    EXPECT_EQ(ReadValue(name + "\\k\\below", "v")->data, Sz("1"));
+    // The daemon would look for it in a folder of its own.
+    const Ended here =
+        RunAndRead({.command = {ProgramPath("tvreg"), "save", k, "relative", "--json"}, .directory = folder});
+    EXPECT_EQ(here.status, 0) << here.error;
+    EXPECT_EQ(Json::parse(here.output)["file"], folder + "/relative");
+    EXPECT_TRUE(std::filesystem::exists(folder + "/relative"));
+}
+
+TEST_F(TvregCommands, export_takes_the_yes_of_the_win32_tool) {
+    WriteKey(name, {});
+    const std::string file = File("old");
+    (void)Do({"export", key, file, "/y"});
+    EXPECT_THAT(ReadFile(file), StartsWith("\xFF\xFE"));
+    EXPECT_EQ(Json::parse(Do({"export", key, "--json"}))["schema"], "tvreg.export/1");
+}
+
+// --- beside them ---------------------------------------------------------------------------------------------------
+
+TEST_F(TvregCommands, tree_draws_keys_as_deep_as_told) {
+    WriteKey(name + "\\a\\b", {{"v", REG_SZ, Sz("x")}});
+    WriteKey(name + "\\c", {});
+    EXPECT_EQ(Shell("LC_ALL=C \"$TVREG\" tree \"$KEY\"").output,
+              longKey + "\n|-- a\n|   `-- b\n`-- c\n3 keys below, 1 value\n");
+    EXPECT_EQ(Shell("LC_ALL=C.UTF-8 \"$TVREG\" tree \"$KEY\" --depth 1").output,
+              longKey + "\n├── a\n└── c\n2 keys below, 0 values\n");
+    EXPECT_EQ(Json::parse(Do({"tree", key, "--json"}))["subkeys"][0]["subkeys"][0]["name"], "b");
+    EXPECT_EQ(Run({"tree", key + "\\none"}).status, 5);
+}
+
+TEST_F(TvregCommands, diff_compares_keys_and_files_in_any_mix) {
+    WriteKey(name + "\\a", {{"v", REG_SZ, Sz("1")}});
+    WriteKey(name + "\\b", {{"v", REG_SZ, Sz("2")}});
+    WriteKey(name + "\\b\\new", {});
+    const Ended keys = Run({"diff", key + "\\a", key + "\\b"});
+    EXPECT_EQ(keys.status, 1);
+    EXPECT_EQ(keys.output,
+              "  [" + longKey + "\\a]\n-     v  REG_SZ  1\n+     v  REG_SZ  2\n+ [" + longKey + "\\a\\new]\n");
+    const std::string file = folder + "/diff.reg";
+    (void)Do({"export", key, file});
+    EXPECT_EQ(Do({"diff", file, key}), "");
+    EXPECT_EQ(Do({"diff", file, file}), "");
+    WriteKey(name + "\\a", {{"late", REG_SZ, Sz("x")}});
+    EXPECT_EQ(Run({"diff", file, key}).output, "  [" + longKey + "\\a]\n+     late  REG_SZ  x\n");
+    EXPECT_EQ(Json::parse(Run({"diff", key, file, "--json"}).output)["differences"][0]["kind"], "removed");
+    EXPECT_EQ(Run({"diff", key, folder + "/none.reg"}).status, 2);
+    EXPECT_EQ(Run({"diff", key + "\\none", key}).status, 5);
+}
+
+TEST_F(TvregCommands, host_names_the_machine_for_the_command_or_for_one_key) {
+    WriteKey(name, {{"v", REG_SZ, Sz("x")}});
+    EXPECT_EQ(Do({"get", "--host", "127.0.0.1", key, "v"}), "x\n");
+    EXPECT_EQ(Do({"get", "\\\\127.0.0.1\\" + key, "v"}), "x\n");
+    EXPECT_EQ(Do({"diff", key, "--host2", "127.0.0.1"}), "");
+    EXPECT_EQ(Do({"export", "--reg4", "\\\\127.0.0.1\\" + key}), "REGEDIT4\n\n[" + longKey + "]\n\"v\"=\"x\"\n");
+    (void)Do({"copy", "\\\\127.0.0.1\\" + key, "\\\\127.0.0.1\\" + key + "\\copy"});
+    EXPECT_TRUE(KeyExists(name + "\\copy"));
+    EXPECT_EQ(Run({"get", "--host", "10.9.9.9", key, "v"}).status, 150);
+    EXPECT_EQ(Run({"get", "\\\\10.9.9.9\\" + key, "v"}).status, 150);
+    EXPECT_EQ(Run({"get", "\\\\" + key, "v"}).status, 2);
+}
+
+TEST_F(TvregCommands, timeout_ends_what_takes_longer) {
+    const Ended ended =
+        Shell("(exec 3<>/dev/tcp/127.0.0.1/111; sleep 5) & sleep 9 | \"$TVREG\" import - --timeout 0.3");
+    EXPECT_EQ(ended.status, 151);
+    EXPECT_EQ(ended.error, "tvreg: the time that --timeout gives is over\n");
+}
+
+TEST_F(TvregCommands, watch_shows_changes_as_they_come) {
+    WriteKey(name, {{"v", REG_SZ, Sz("1")}, {"goes", REG_SZ, Sz("x")}});
+    const std::string out = folder + "/watched";
+    const pid_t watching = StartProgram(
+        {.command = {ProgramPath("tvreg"), "watch", key, "--interval", "0.05", "--json", "--timeout", "15"},
+         .outputFile = out});
+    SleepMs(500);
+    WriteKey(name, {{"v", REG_SZ, Sz("2")}});
+    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out).find("\"changed\"") != std::string::npos; }));
+    DeleteValue(name, "goes");
+    WriteKey(name + "\\new", {});
+    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out).find("\"added\"") != std::string::npos; }));
+    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out).find("\"removed\"") != std::string::npos; }));
+    const Json event = Json::parse(ReadFile(out).substr(0, ReadFile(out).find('\n')));
+    EXPECT_EQ(event["schema"], "tvreg.event/1");
+    EXPECT_EQ(event["before"]["data"], "1");
+    EXPECT_EQ(event["after"]["data"], "2");
+    kill(watching, SIGTERM);
+    (void)WaitForEnd(watching);
+}
+
+TEST_F(TvregCommands, watch_ends_with_its_time_and_status_0) {
+    WriteKey(name, {});
+    EXPECT_EQ(Do({"watch", key, "--timeout", "0.3"}), "");
+}
+
+TEST_F(TvregCommands, snapshots_are_taken_listed_compared_and_gone_back_to) {
+    WriteKey(name, {{"v", REG_SZ, Sz("1")}, {"bytes", REG_SZ, Sz("\xFF")}});
+    WriteKey(name + "\\old\\deep", {{"x", REG_DWORD, Dword(1)}});
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot take \"$KEY\" first").output, "first\n");
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot take \"$KEY\" first").status, 1);
+    EXPECT_THAT(Shell("\"$TVREG\" snapshot list").output, AllOf(StartsWith("first  2"), HasSubstr(longKey)));
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot diff first").status, 0);
+    WriteKey(name, {{"v", REG_SZ, Sz("2")}});
+    WriteKey(name + "\\new", {});
+    DeleteKey(name + "\\old");
+    const Ended diff = Shell("\"$TVREG\" snapshot diff first");
+    EXPECT_EQ(diff.status, 1);
+    EXPECT_THAT(diff.output, AllOf(HasSubstr("-     v  REG_SZ  1\n+     v  REG_SZ  2\n"),
+                                   HasSubstr("+ [" + longKey + "\\new]"), HasSubstr("- [" + longKey + "\\old\\deep]")));
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot restore -n first").status, 0);
+    EXPECT_TRUE(KeyExists(name + "\\new"));
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot restore first").status, 0);
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot diff first").output, "");
+    EXPECT_FALSE(KeyExists(name + "\\new"));
+    EXPECT_EQ(ReadValue(name, "bytes")->data, Sz("\xFF"));
+    DeleteKey(name); // also when all of it is gone
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot restore first").status, 0);
+    EXPECT_EQ(ReadValue(name + "\\old\\deep", "x")->data, Dword(1));
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot diff nothing").status, 5);
+    EXPECT_EQ(Shell("\"$TVREG\" snapshot take \"$KEY\" ../out").status, 2);
+}
+
+TEST_F(TvregCommands, edit_writes_what_the_editor_has_changed) {
+    WriteKey(name, {{"v", REG_SZ, Sz("old")}, {"goes", REG_SZ, Sz("x")}, {"stays", REG_BINARY, "\xFF"}});
+    const Ended edited = Shell("\"$TVREG\" edit \"$KEY\"", {"VISUAL=sed -i -e s/old/new/ -e /goes/d"});
+    EXPECT_EQ(edited.status, 0) << edited.error;
+    EXPECT_THAT(ReadValues(name),
+                ElementsAre(RegistryValue{"v", REG_SZ, Sz("new")}, RegistryValue{"stays", REG_BINARY, "\xFF"}));
+    EXPECT_EQ(edited.output,
+              "  [" + longKey + "]\n-     v  REG_SZ  old\n+     v  REG_SZ  new\n-     goes  REG_SZ  x\n");
+}
+
+TEST_F(TvregCommands, edit_writes_nothing_where_the_text_is_wrong_and_keeps_it) {
+    WriteKey(name, {{"v", REG_SZ, Sz("old")}});
+    const Ended wrong =
+        Shell("\"$TVREG\" edit \"$KEY\"", {"EDITOR=sed -i -e s/old/new/ -e '$awrong'", "TMPDIR=" + folder});
+    EXPECT_EQ(wrong.status, 6);
+    EXPECT_THAT(wrong.error, AllOf(HasSubstr(":5: neither a key"), HasSubstr("nothing is written; the text is in ")));
+    EXPECT_EQ(ReadValue(name, "v")->data, Sz("old"));
+    std::string kept = wrong.error.substr(wrong.error.rfind(" in ") + 4);
+    kept.pop_back();
+    EXPECT_THAT(ReadFile(kept), HasSubstr("\"v\"=\"new\""));
+    EXPECT_EQ(Shell("\"$TVREG\" edit \"$KEY\"", {"EDITOR=sed -i s/" + name + "/Elsewhere/"}).status, 6);
+    EXPECT_EQ(Shell("\"$TVREG\" edit \"$KEY\"", {"EDITOR=false"}).status, 1);
+}
+
+TEST_F(TvregCommands, edit_writes_nothing_where_the_key_has_changed_meanwhile) {
+    WriteKey(name, {{"v", REG_SZ, Sz("old")}});
+    const Ended ended =
+        Shell("\"$TVREG\" edit \"$KEY\"", {"EDITOR=\"$TVREG\" set \"$KEY\" v meanwhile; sed -i s/old/new/", "VISUAL"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, HasSubstr("has been changed meanwhile; nothing is written"));
+    EXPECT_EQ(ReadValue(name, "v")->data, Sz("meanwhile"));
+}
+
+TEST_F(TvregCommands, what_may_have_been_meant_is_told) {
+    WriteKey(name + "\\Service", {{"Display", REG_SZ, Sz("x")}});
+    EXPECT_EQ(Run({"querry", key}).error, "tvreg: querry: no such command; did you mean query?\n");
+    EXPECT_THAT(Run({"query", key + "\\Servcie\\x"}).error,
+                HasSubstr("tvreg: did you mean " + longKey + "\\Service?\n"));
+    EXPECT_THAT(Run({"get", key + "\\Service", "Dsiplay"}).error, HasSubstr("tvreg: did you mean Display?\n"));
+    const Json told = Json::parse(Run({"get", key + "\\Service", "Dsiplay", "--json"}).output);
+    EXPECT_EQ(told["schema"], "tvreg.error/1");
+    EXPECT_EQ(told["win32"], 2);
+    EXPECT_EQ(told["symbol"], "ERROR_FILE_NOT_FOUND");
+    EXPECT_EQ(told["suggest"][0], "Display");
+}
+
+TEST_F(TvregCommands, every_command_has_json_with_a_schema) {
+    WriteKey(name, {{"v", REG_SZ, Sz("x")}});
+    for (const std::vector<std::string> &command : {std::vector<std::string>{"query", key},
+                                                    {"ls", key},
+                                                    {"get", key, "v"},
+                                                    {"tree", key},
+                                                    {"version"},
+                                                    {"find", "v", key},
+                                                    {"add", key},
+                                                    {"set", key, "w", "y"},
+                                                    {"rm", key, "w"},
+                                                    {"copy", key, key + "\\c"},
+                                                    {"delete", key + "\\c"},
+                                                    {"compare", key, key},
+                                                    {"diff", key, key},
+                                                    {"export", key}}) {
+        std::vector<std::string> arguments = command;
+        arguments.emplace_back("--json");
+        EXPECT_THAT(Json::parse(Do(arguments))["schema"].get<std::string>(), testing::MatchesRegex("tvreg[.][a-z]+/1"))
+            << command.front();
+    }
+}
+
+TEST_F(TvregCommands, bash_completes_commands_options_and_keys) {
+    WriteKey(name + "\\Some key", {});
+    const auto complete = [&](const std::string &words, int current) {
+        return Shell("PATH=$(dirname \"$TVREG\"):$PATH; . <(tvreg completion bash) && COMP_WORDS=(" + words +
+                     ") COMP_CWORD=" + std::to_string(current) + " && _tvreg && printf '%s\\n' \"${COMPREPLY[@]}\"")
+            .output;
+    };
+    EXPECT_EQ(complete("tvreg expo", 1), "export\n");
+    EXPECT_EQ(complete("tvreg export --re", 2), "--reg4\n");
+    EXPECT_EQ(complete("tvreg query hklm/" + name + "/so", 2), "hklm/" + name + "/Some\\ key\n");
+}
+
+TEST_F(TvregCommands, completion_scripts_are_what_their_shells_can_read) {
+    for (const char *shell : {"bash", "zsh", "fish"}) {
+        EXPECT_THAT(Do({"completion", shell}), HasSubstr("snapshot")) << shell;
+        const Ended read = Shell("command -v " + std::string(shell) + " >/dev/null || exit 77; \"$TVREG\" completion " +
+                                 shell + " >" + folder + "/script && " + shell + " -n " + folder + "/script");
+        EXPECT_TRUE(read.status == 0 || read.status == 77) << shell << ": " << read.error;
+        if (read.status == 77) std::printf("not read by %s, which is not installed\n", shell);
+    }
+    EXPECT_EQ(Run({"completion", "tcsh"}).status, 2);
+}
