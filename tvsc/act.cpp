@@ -132,14 +132,18 @@ bool StartPending(Session &session, SC_HANDLE service, const std::string &name, 
     return false;
 }
 
+// Opens a service and reads its status without touching it. Null, once said why, where either fails.
+ServiceHandle OpenAndLook(Session &session, const std::string &name, const char *action, SERVICE_STATUS *status) {
+    ServiceHandle service = OpenFor(session, name, action);
+    if (service == nullptr || tvQueryServiceStatusPassive(service.get(), status, nullptr)) return service;
+    Failed(session, name, action, GetLastError());
+    return nullptr;
+}
+
 bool StartOne(Session &session, const std::string &name, const StartOptions &start) {
-    const ServiceHandle service = OpenFor(session, name, "start");
-    if (service == nullptr) return false;
     SERVICE_STATUS status = {};
-    if (!tvQueryServiceStatusPassive(service.get(), &status, nullptr)) {
-        Failed(session, name, "start", GetLastError());
-        return false;
-    }
+    const ServiceHandle service = OpenAndLook(session, name, "start", &status);
+    if (service == nullptr) return false;
     switch (status.dwCurrentState) {
     case SERVICE_STOPPED: return StartOpened(session, service.get(), name, start);
     case SERVICE_RUNNING: Done(session, name, "start", "already running"); return true;
@@ -188,13 +192,9 @@ bool SendControl(Session &session, SC_HANDLE service, const std::string &name, D
 }
 
 bool StopOne(Session &session, const std::string &name, bool wait) {
-    const ServiceHandle service = OpenFor(session, name, "stop");
-    if (service == nullptr) return false;
     SERVICE_STATUS status = {};
-    if (!tvQueryServiceStatusPassive(service.get(), &status, nullptr)) {
-        Failed(session, name, "stop", GetLastError());
-        return false;
-    }
+    const ServiceHandle service = OpenAndLook(session, name, "stop", &status);
+    if (service == nullptr) return false;
     if (status.dwCurrentState == SERVICE_STOPPED) {
         Done(session, name, "stop", "already stopped");
         return true;
