@@ -581,7 +581,7 @@ void TakeTurn() {
 // the library takes. More bytes than it needs are no fault.
 bool IsSystemCredentialWhole(const opaque_auth &credential) {
     const std::size_t bytes = credential.oa_length;
-    std::size_t needed = 5 * BYTES_PER_XDR_UNIT;
+    std::size_t needed = std::size_t{5} * BYTES_PER_XDR_UNIT;
     if (bytes < needed) return false;
     const std::uint32_t nameBytes = WordAt(credential.oa_base + BYTES_PER_XDR_UNIT);
     if (nameBytes > MAX_MACHINE_NAME) return false;
