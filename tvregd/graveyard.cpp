@@ -7,10 +7,11 @@
 
 namespace {
 
-constexpr std::size_t FEW_ROWS = 256;       // erased with the key itself
-constexpr std::size_t PIECE_ROWS = 2000;    // erased at a time
-constexpr std::uint64_t PATIENCE = 500'000; // 50 ms
-constexpr std::uint64_t REST = 10'000'000;  // after a failure: a second, in steps of 100 ns
+constexpr std::size_t FEW_ROWS = 256;                     // erased with the key itself
+constexpr std::size_t LEAST_ROWS = 100, MOST_ROWS = 2000; // erased at a time
+constexpr std::uint64_t PIECE_TIME = 50'000;              // 5 ms: what erasing so many should take, without the commit
+constexpr std::uint64_t PATIENCE = 500'000;               // 50 ms
+constexpr std::uint64_t REST = 10'000'000;                // after a failure: a second, in steps of 100 ns
 
 // The rows of a key, its values and all below it, counted up to the limit. This recursion and the others end at
 // MAX_DEPTH.
@@ -41,16 +42,22 @@ struct Step {
 
 // Adds steps for the last keys and values below a key and for it, until there are enough rows. Returns whether all of
 // it is in them.
-bool AddSteps(Key &key, bool hasRows, std::size_t *rows, std::vector<Step> *steps) {
+bool AddSteps(Key &key, bool hasRows, std::size_t limit, std::size_t *rows, std::vector<Step> *steps) {
     hasRows = hasRows && !key.isErased;
     for (auto subKey = key.subKeys.inOrder.rbegin(); subKey != key.subKeys.inOrder.rend(); ++subKey) {
-        if (!AddSteps(**subKey, hasRows, rows, steps)) return false;
+        if (!AddSteps(**subKey, hasRows, limit, rows, steps)) return false;
     }
-    if (*rows >= PIECE_ROWS) return false;
-    const std::size_t values = std::min(key.values.inOrder.size(), PIECE_ROWS - *rows);
+    if (*rows >= limit) return false;
+    const std::size_t values = std::min(key.values.inOrder.size(), limit - *rows);
     *rows += values + 1;
     steps->push_back({&key, values, values == key.values.inOrder.size(), hasRows});
     return steps->back().isWhole;
+}
+
+// How many rows to erase next, after so many have taken so long: twice as many at most, as the clock may be set.
+std::size_t NextPiece(std::size_t rows, std::uint64_t took) {
+    const auto wanted = static_cast<std::uint64_t>(rows) * PIECE_TIME / std::max(took, PIECE_TIME / 2);
+    return std::clamp(static_cast<std::size_t>(wanted), LEAST_ROWS, MOST_ROWS);
 }
 
 void EraseRows(Registry &registry, const Step &step) {
@@ -87,7 +94,7 @@ bool EraseSome(Registry &registry) {
     if (now - registry.eraseFailed < REST) return false;
     std::vector<Step> steps;
     std::size_t rows = 0;
-    for (auto key = buried.rbegin(); key != buried.rend() && AddSteps(**key, true, &rows, &steps);)
+    for (auto key = buried.rbegin(); key != buried.rend() && AddSteps(**key, true, registry.pieceRows, &rows, &steps);)
         ++key;
     try {
         if (std::any_of(steps.begin(), steps.end(), [](const Step &step) { return step.hasRows; })) {
@@ -95,6 +102,7 @@ bool EraseSome(Registry &registry) {
             for (const Step &step : steps) {
                 if (step.hasRows) EraseRows(registry, step);
             }
+            registry.pieceRows = NextPiece(rows, FileTimeNow() - now);
             Commit(*registry.store);
         }
     } catch (const std::exception &failure) {

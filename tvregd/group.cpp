@@ -10,10 +10,13 @@
 namespace {
 
 // What a group may hold before it is committed although more requests wait: those in it wait for their answers.
-constexpr std::size_t MAX_WRITES = 1024;
+constexpr std::size_t MAX_WRITES = 2000;
 constexpr std::size_t MAX_BYTES = std::size_t{4} << 20;
-constexpr std::uint64_t MAX_AGE = 20'000;      // 2 ms, with nothing waited for
-constexpr std::uint64_t MAX_PATIENCE = 50'000; // 5 ms
+constexpr std::uint64_t LEAST_AGE = 20'000, MOST_AGE = 200'000; // 2 ms to 20 ms
+constexpr std::uint64_t MAX_PATIENCE = 50'000;                  // 5 ms
+
+// Where requests never cease, as in an import, commits may take a fifth of the time.
+std::uint64_t AgeOf(const Group &group) { return std::clamp(4 * group.commitTook, LEAST_AGE, MOST_AGE); }
 
 std::uint64_t WaitOf(const Group &group) { return std::min(group.commitTook, MAX_PATIENCE); }
 
@@ -103,8 +106,7 @@ std::uint32_t CommitGroup(Registry &registry) {
 }
 
 bool IsGroupFull(const Group &group) {
-    return group.writes >= MAX_WRITES || group.writtenBytes >= MAX_BYTES ||
-           FileTimeNow() - group.begun >= MAX_AGE + WaitOf(group);
+    return group.writes >= MAX_WRITES || group.writtenBytes >= MAX_BYTES || FileTimeNow() - group.begun >= AgeOf(group);
 }
 
 int PatienceOf(const Group &group, std::size_t clientsAwaited) {

@@ -42,6 +42,7 @@ struct Registry {
     Tree tree;
     Store *store = nullptr; // borrowed
     Group group{};
+    std::size_t pieceRows = 500;               // to be erased next; see graveyard.h
     std::uint64_t erased = 0, eraseFailed = 0; // FILETIME of the last pieces; see graveyard.h
     bool isProvisional = false;                // what the present operation saw or did; for the caller to reset
     std::optional<std::uint32_t> ended{};      // a group has ended with this code; to be told those in it, then reset

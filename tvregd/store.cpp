@@ -101,6 +101,7 @@ SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
     if (fresh) MakeTables(database);
     if (version == 1) UpdateTables(database);
     database.exec(HIVE_TABLES);
+    database.exec("PRAGMA wal_autocheckpoint = 256"); // pages: everybody waits while they are brought into the database
     database.exec(durability == Durability::FULL ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
     return database;
 }
