@@ -430,7 +430,7 @@ void SendOrHold(Connection *connection) {
     if (!door.holdsPresent && connection->heldReplies == 0) {
         SendReply(connection, door.reply.bytes, door.reply.size);
     } else if (!KeepHeld(connection, door.holdsPresent ? door.presentSubstitute : nullptr, door.reply)) {
-        connection->broken = true;
+        connection->broken = true; // no memory: sent now, it would tell what is not certain yet, or come out of turn
     }
 }
 

@@ -237,14 +237,6 @@ void WriteArray(HKEY key, const char *name, DWORD type, const CharArray &array) 
     WriteBytes(key, name, type, array.chars, array.count);
 }
 
-bool HasOtherService(const char *displayName, std::int32_t handle) {
-    for (std::int32_t index = 0; index < svcdbsize; ++index) {
-        const char *other = svcdb[index].displayName;
-        if (index != handle && other != nullptr && std::strcmp(other, displayName) == 0) return true;
-    }
-    return false;
-}
-
 // Moves a service between two groups; null stands for no group.
 void MoveToGroup(const char *from, const char *to, std::int32_t index) {
     if (from != nullptr) RemoveServiceFromGroupList(grouplist, &grouplistsize, from, index);
@@ -327,7 +319,7 @@ Win32Code ChangeService(const servd_SERV_CHANGE_CONFIG_SERVICE &wanted, std::int
     if (!IsServiceHandle(wanted.handle)) return ERROR_INVALID_HANDLE;                    // 6
     if (svcdb[wanted.handle].deletePending != 0) return ERROR_SERVICE_MARKED_FOR_DELETE; // 1072
     const ChangedTexts texts = TextsOf(wanted);
-    if (texts.displayName != nullptr && HasOtherService(texts.displayName.get(), wanted.handle)) {
+    if (texts.displayName != nullptr && IsDisplayNameOfAnother(texts.displayName.get(), wanted.handle)) {
         return ERROR_DUP_NAME; // 52
     }
     if (texts.account != nullptr && GetUserIDFromName(texts.account.get()) == unknownUser) {

@@ -10,6 +10,7 @@
 #include "servd/checked_memory.h"
 #include "servd/servd_svc_proc/name_index.h"
 
+#include <algorithm>
 #include <cstring>
 
 ServiceDatabaseEntry *svcdb;
@@ -22,6 +23,9 @@ static constexpr std::int32_t growthRecords = 50;
 static NameIndex nameIndex;
 static NameIndex displayNameIndex;
 
+// No record below it is free; SetServiceName sees to that.
+static std::int32_t firstFree;
+
 void ResizeServiceDatabase() {
     const auto records = static_cast<std::size_t>(svcdbsize);
     svcdb = static_cast<ServiceDatabaseEntry *>(CheckedRealloc(svcdb, (records + growthRecords) * sizeof *svcdb));
@@ -30,8 +34,8 @@ void ResizeServiceDatabase() {
 }
 
 std::int32_t GetNextServiceDatabaseEntry() {
-    for (std::int32_t index = 0; index < svcdbsize; index++)
-        if (svcdb[index].name == nullptr) return index;
+    for (; firstFree < svcdbsize; firstFree++)
+        if (svcdb[firstFree].name == nullptr) return firstFree;
     const std::int32_t firstNew = svcdbsize;
     ResizeServiceDatabase();
     return firstNew;
@@ -50,6 +54,7 @@ static void SetName(char *ServiceDatabaseEntry::*kind, NameIndex *names, std::in
 
 void SetServiceName(std::int32_t index, const char *name) {
     SetName(&ServiceDatabaseEntry::name, &nameIndex, index, name);
+    if (name == nullptr) firstFree = std::min(firstFree, index);
 }
 
 void SetServiceDisplayName(std::int32_t index, const char *displayName) {
@@ -63,11 +68,21 @@ std::int32_t GetServiceIndexFromName(const char *name) {
     });
 }
 
+static bool BearsDisplayName(std::int32_t index, const char *displayName) {
+    const char *present = index < svcdbsize ? svcdb[index].displayName : nullptr;
+    return present != nullptr && std::strcmp(present, displayName) == 0;
+}
+
 std::int32_t GetServiceIndexFromDisplayName(const char *displayName) {
     return FindName(displayNameIndex, displayName, [displayName](std::int32_t index) {
-        return IsServiceHandle(index) && svcdb[index].displayName != nullptr &&
-               std::strcmp(svcdb[index].displayName, displayName) == 0;
+        return IsServiceHandle(index) && BearsDisplayName(index, displayName);
     });
+}
+
+bool IsDisplayNameOfAnother(const char *displayName, std::int32_t index) {
+    return FindName(displayNameIndex, displayName, [displayName, index](std::int32_t other) {
+               return other != index && BearsDisplayName(other, displayName);
+           }) >= 0;
 }
 
 void ClearVisitingFlags() {

@@ -58,6 +58,8 @@ void SetServiceDisplayName(std::int32_t index, const char *displayName);
 [[nodiscard]] std::int32_t GetServiceIndexFromName(const char *name);
 // Returns the index of the first used record of this display name (case-sensitive), -1 when there is none.
 [[nodiscard]] std::int32_t GetServiceIndexFromDisplayName(const char *displayName);
+// Whether a record besides this one bears the display name (case-sensitive).
+[[nodiscard]] bool IsDisplayNameOfAnother(const char *displayName, std::int32_t index);
 // Clears the marks of the dependency walk in every record.
 void ClearVisitingFlags();
 // Whether a client's handle names a used record.

@@ -17,6 +17,7 @@
 #include "servd/service_keys.h"
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
+#include "util/multi_string.h"
 
 #include <cstring>
 
@@ -28,8 +29,8 @@ constexpr std::int32_t fixedRecordBytes = 36;
 // A service whose dependencies are being walked.
 struct Visit {
     std::int32_t index;
-    char *names;                // its dependencies, ended by an empty string; owned
-    const char *nextName;       // the first one not yet walked
+    char *names;                // its dependencies, each with its terminator; owned
+    std::string_view namesLeft; // those not yet walked
     std::int32_t group;         // being walked, by its place in grouplist; -1 for none
     const GroupMember *members; // what is left of it
     Visit *outer;               // the service that depends on this one
@@ -58,11 +59,15 @@ bool IsWantedState(std::int32_t state, std::int32_t stateMask) {
     return false;
 }
 
-void PushVisit(Walk &walk, std::int32_t index, HeapText names) {
+void PushVisit(Walk &walk, std::int32_t index, HeapText names, DWORD bytes) {
     auto *visit = static_cast<Visit *>(CheckedCalloc(1, sizeof(Visit)));
-    char *text = names.release();
-    *visit = {
-        .index = index, .names = text, .nextName = text, .group = -1, .members = nullptr, .outer = walk.innermost};
+    *visit = {.index = index,
+              .names = names.get(),
+              .namesLeft = {names.get(), bytes + 1}, // with a terminator, of those that stand behind every value
+              .group = -1,
+              .members = nullptr,
+              .outer = walk.innermost};
+    (void)names.release();
     walk.innermost = visit;
 }
 
@@ -92,9 +97,9 @@ std::int32_t NextDependency(Walk &walk, Visit &visit) {
     for (;;) {
         const std::int32_t member = NextMember(walk, visit);
         if (member >= 0) return member;
-        const char *name = visit.nextName;
-        if (*name == '\0') return -1;
-        visit.nextName += std::strlen(name) + 1;
+        const std::string_view string = TakeString(&visit.namesLeft);
+        if (string.empty()) return -1;
+        const char *name = string.data();
         if (*name == SC_GROUP_IDENTIFIERA) {
             const std::int32_t group = GetGroupIndexFromName(grouplist, &grouplistsize, name + 1);
             if (group < 0 || walk.walkedGroups[group] != 0) continue;
@@ -153,7 +158,7 @@ Win32Code Enter(Walk &walk, std::int32_t index) {
     entry.visiting = 1;
     HeapText names;
     rc = ReadValue(key, dependenciesValue, &names, &bytes);
-    if (rc == ERROR_SUCCESS) PushVisit(walk, index, std::move(names));
+    if (rc == ERROR_SUCCESS) PushVisit(walk, index, std::move(names), bytes);
     return rc;
 }
 

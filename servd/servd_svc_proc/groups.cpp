@@ -17,6 +17,7 @@
 #include "servd/service_keys.h"
 #include "tv/winerror.h"
 #include "util/little_endian.h"
+#include "util/multi_string.h"
 
 #include <algorithm>
 #include <bit>
@@ -202,12 +203,10 @@ Win32Code ReadGroupOrderList(std::int32_t *count) {
     (void)RegCloseKey(key);
     if (rc != ERROR_SUCCESS) return rc;
 
-    const char *name = names.get();
-    const char *end = name + bytes;
-    while (name < end && *name == '\0')
-        name++;
-    for (; *name != '\0'; name += std::strlen(name) + 1)
-        AppendOrderedGroup(count, name);
+    std::string_view rest(names.get(), bytes + 1); // with a terminator, of those that stand behind every value
+    rest.remove_prefix(std::min(rest.find_first_not_of('\0'), rest.size()));
+    for (std::string_view name = TakeString(&rest); !name.empty(); name = TakeString(&rest))
+        AppendOrderedGroup(count, name.data());
     return ERROR_SUCCESS;
 }
 

@@ -2,14 +2,8 @@
 // kept_names: see the header.
 #include "servd/servd_svc_proc/kept_names.h"
 
-#include <cstring>
+#include "util/multi_string.h"
 
 std::int32_t firstunorderedgroupindex;
 
-std::uint32_t multistrlen(const char *p) {
-    if (p == nullptr) return 0;
-    const char *end = p;
-    while (*end != '\0')
-        end += std::strlen(end) + 1;
-    return static_cast<std::uint32_t>(end - p) + 1;
-}
+std::uint32_t multistrlen(const char *p) { return p == nullptr ? 0 : static_cast<std::uint32_t>(MultiStringBytes(p)); }

@@ -337,7 +337,7 @@ void InstallService(const std::string &name, const ServiceValues &values) {
 void EmptyServiceDatabase() {
     for (std::int32_t index = 0; index < svcdbsize; index++) {
         SetServiceName(index, nullptr);
-        std::free(svcdb[index].displayName);
+        SetServiceDisplayName(index, nullptr);
     }
     std::free(svcdb);
     svcdb = nullptr;

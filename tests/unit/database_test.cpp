@@ -58,6 +58,28 @@ TEST_F(Database, next_entry_of_a_full_array_is_the_old_size_and_grows_by_50) {
     EXPECT_EQ(svcdb[50].name, nullptr);
 }
 
+TEST_F(Database, a_record_that_is_freed_below_the_next_entry_comes_first) {
+    FillRecords(50);
+    EXPECT_EQ(GetNextServiceDatabaseEntry(), 50);
+    SetServiceName(50, "s50");
+    SetServiceName(3, nullptr);
+    EXPECT_EQ(GetNextServiceDatabaseEntry(), 3);
+    SetServiceName(3, "s3");
+    EXPECT_EQ(GetNextServiceDatabaseEntry(), 51);
+}
+
+TEST_F(Database, a_display_name_of_another_is_one_that_a_record_besides_this_bears) {
+    FillRecords(3);
+    SetServiceDisplayName(1, "Same");
+    EXPECT_FALSE(IsDisplayNameOfAnother("Same", 1));
+    EXPECT_TRUE(IsDisplayNameOfAnother("Same", 0));
+    EXPECT_FALSE(IsDisplayNameOfAnother("same", 0));
+    SetServiceDisplayName(2, "Same");
+    EXPECT_TRUE(IsDisplayNameOfAnother("Same", 1));
+    SetServiceDisplayName(1, nullptr);
+    EXPECT_FALSE(IsDisplayNameOfAnother("Same", 2));
+}
+
 TEST_F(Database, next_entry_of_no_array_is_record_0) {
     EXPECT_EQ(GetNextServiceDatabaseEntry(), 0);
     EXPECT_EQ(svcdbsize, 50);
