@@ -25,6 +25,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <stdexcept>
 
@@ -97,6 +98,7 @@ void RedirectTo(const std::string &file, int descriptor) {
 
 // --- what is left at the end
 
+std::mutex scratchFolders; // tests run programs from several threads, too
 std::vector<std::string> &ScratchFolders() {
     static std::vector<std::string> folders;
     return folders;
@@ -462,6 +464,7 @@ std::string MakeScratchFolder() {
     CleanUpAtExit();
     std::string folder = fs::temp_directory_path() / "servd-test.XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) FailSystem(folder);
+    const std::lock_guard<std::mutex> locked(scratchFolders);
     ScratchFolders().push_back(folder);
     return folder;
 }

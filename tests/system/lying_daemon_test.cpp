@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
 
 namespace {
@@ -18,7 +19,7 @@ using testing::HasSubstr;
 // One service in each answer, and always as many bytes to come as there are before.
 struct LyingServd : testing::Test {
     std::string name;
-    std::int32_t answers = 0;
+    std::atomic<std::int32_t> answers = 0;
 
     void SetUp() override {
         ForgetScripts();
@@ -72,7 +73,7 @@ TEST_F(LyingServd, dependencies_that_never_fit) {
     OnCall([](servd_SERV_OPEN_SERVICE &) { return servd_SERV_OPEN_SERVICE_RETURN{0, 1}; });
     OnCall([](servd_SERV_CLOSE_SERVICE &) { return servd_SERV_CLOSE_SERVICE_RETURN{0}; });
     OnCall([](servd_SERV_CONTROL_SERVICE &) { return servd_SERV_CONTROL_SERVICE_RETURN{ERROR_INVALID_HANDLE, {}}; });
-    int questions = 0;
+    std::atomic<int> questions = 0;
     OnCall([&](servd_SERV_ENUM_DEPEND_SERVICE &argument) {
         ++questions;
         return servd_SERV_ENUM_DEPEND_SERVICE_RETURN{ERROR_MORE_DATA, argument.bufferBytes + 1, 0, nullptr};

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <utility>
 
 namespace {
@@ -48,7 +49,7 @@ WireAnswer Value(const std::string &name) {
 struct LyingRegd : testing::Test {
     std::uint32_t items = 0;    // that a key says it has, of either kind
     std::uint32_t longest = 10; // as it says
-    std::uint32_t calls = 0;
+    std::atomic<std::uint32_t> calls = 0;
     bool hasSubkeys = true;
     bool isResting = true; // the time of the last write stays the same
     std::vector<std::vector<std::string>> commands = {{"query", "-s"}, {"export"}, {"export", "--reg4"}, {"ls", "-r"}};
@@ -60,7 +61,7 @@ struct LyingRegd : testing::Test {
         case REG_OPEN_KEY_EX: return Answer(success, std::uint32_t{7});
         case REG_QUERY_INFO_KEY:
             return Answer(success, std::string(), none, none, hasSubkeys ? items : none, longest, none, items, longest,
-                          longest, none, isResting ? none : calls, none, none);
+                          longest, none, isResting ? none : calls.load(), none, none);
         case REG_ENUM_KEY_EX: return subkey();
         case REG_ENUM_VALUE: return value();
         default: return Answer(success);
