@@ -7,6 +7,7 @@
 
 #include "svcapi/client.h"
 #include "tvsc/launcher.h"
+#include "tvsc/logs.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/waiting.h"
@@ -48,6 +49,7 @@ bool WaitAndTell(Session &session, SC_HANDLE service, const std::string &name, c
     case WaitEnd::stopped: {
         const DWORD code = last.dwWin32ExitCode != 0 ? last.dwWin32ExitCode : ERROR_SERVICE_NOT_ACTIVE;
         Failed(session, name, action, code, EndText(last));
+        if (action == "start") NoteLastLines(session, name);
         session.results.back().exitStatus = EXIT_FAILED;
         return false;
     }

@@ -10,6 +10,7 @@
 #include "tvsc/daemon.h"
 #include "tvsc/json_output.h"
 #include "tvsc/lock.h"
+#include "tvsc/logs.h"
 #include "tvsc/look.h"
 #include "tvsc/names.h"
 #include "tvsc/plan.h"
@@ -89,6 +90,7 @@ struct CommandLine {
     std::string name;
     std::vector<std::string> behindDashes;
     ListFilter list;
+    LogOptions log;
     bool fresh = false;
     bool probe = false;
     bool asksStatus = false;    // the exit status tells a state
@@ -229,6 +231,14 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     CLI::App *plan = app.add_subcommand("plan", "Tell what would be done, without doing it");
     plan->require_subcommand(1);
     plan->add_subcommand("boot", "What the daemon starts with itself, in which order and why")->callback(planBoot);
+    CLI::App *logs = app.add_subcommand("logs", "Show what a service that tvhost runs has written");
+    logs->callback([&line] { line.run = [&line] { return RunLogs(line.options, line.log); }; });
+    logs->add_option(nameOption, line.log.name)->required();
+    logs->add_flag("-f,--follow", line.log.follow, "And what it writes from now on, until interrupted");
+    logs->add_option("-n,--lines", line.log.lines, "Only the last so many lines");
+    logs->add_option("--since", line.log.sinceSec, "Only the last TIME, such as 10min")
+        ->transform(ReadTime())
+        ->type_name("TIME");
     CLI::App *explain = app.add_subcommand("explain", "Say what a Win32 code means");
     explain->add_option("code", line.code)->required();
     explain->callback([&line] { line.run = [&line] { return RunExplain(line.options, line.code); }; });

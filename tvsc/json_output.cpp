@@ -80,6 +80,26 @@ Json StatusJson(const ListedService &service) {
     return object;
 }
 
+// What is still true of a state that tvhost has left.
+Json ProgramJson(const HostedView &view) {
+    const HostState &state = view.state;
+    Json object;
+    object["pid"] = view.programLives ? state.program : 0;
+    object["host_pid"] = view.hostLives ? state.host : 0;
+    object["phase"] = view.hostLives ? state.phase : "stopped";
+    object["uptime_ms"] = view.programLives ? EpochMs() - state.startedAtMs : 0;
+    object["processes"] = view.usage.processes;
+    object["memory_bytes"] = view.usage.memoryBytes;
+    object["cpu_ms"] = view.usage.cpuMs;
+    object["restarts"] = state.restarts;
+    object["next_attempt_ms"] = view.hostLives ? state.nextAttemptMs : 0;
+    SetText(object, "says", view.programLives ? state.says : "");
+    SetText(object, "reason", state.reason);
+    SetText(object, "log", state.log);
+    SetTexts(object, "last_lines", view.lastLines);
+    return object;
+}
+
 Json Header(const char *schema, const std::string &host) {
     Json object;
     object["schema"] = schema;
@@ -141,6 +161,7 @@ void PrintServicesJson(const Session &session, const std::vector<ServiceView> &v
             service["pid_hint"] = view.pidHint;
             service["pid_hint_source"] = "runtime_file";
         }
+        if (view.hosted) service["program"] = ProgramJson(*view.hosted);
         if (view.config) {
             service["type"] = WordsOf(view.config->type, typeWords);
             service["type_mask"] = view.config->type;

@@ -4,6 +4,7 @@
 
 #include "svcapi/client.h"
 #include "tvsc/boot_plan.h"
+#include "tvsc/hosted.h"
 #include "tvsc/session.h"
 
 #include <optional>
@@ -13,6 +14,7 @@ struct ServiceView {
     ListedService service;
     std::string source; // "enumeration", "query", "interrogate"
     pid_t pidHint = 0;
+    std::optional<HostedView> hosted; // where tvhost has left something
     std::optional<ServiceConfig> config;
 };
 

@@ -125,7 +125,13 @@ void PrintStatusBlock(const ServiceView &view) {
     fmt::print("    state: {}\n", StateSummary(status));
     fmt::print(" controls: {}\n", AcceptedControls(status.dwControlsAccepted));
     if (!RemarkOn(view.service).empty()) fmt::print("   remark: {}\n", RemarkOn(view.service));
-    if (view.pidHint != 0) fmt::print("  process: {} (hint)\n", view.pidHint);
+    const bool knowsProgram = view.hosted && view.hosted->programLives;
+    if (view.pidHint != 0 && !knowsProgram) fmt::print("  process: {} (hint)\n", view.pidHint);
+    if (view.hosted) {
+        for (const std::string &line : HostedLines(*view.hosted, HasFailed(status))) {
+            fmt::print("{}\n", line);
+        }
+    }
     if (view.source != "enumeration") fmt::print("   source: {}\n", view.source);
 }
 
@@ -178,7 +184,7 @@ void LookCloser(Session &session, StatusLook look, ServiceView *view) {
 
 ServiceView ViewOf(const Session &session, const ListedService &service) {
     const pid_t hint = IsThisMachine(session.options) ? ReadPidFile(service.name) : 0;
-    return {service, service.complete ? "enumeration" : "peek", hint, std::nullopt};
+    return {service, service.complete ? "enumeration" : "peek", hint, std::nullopt, std::nullopt};
 }
 
 // The services of these names as they stand, or a note of a failure.
@@ -231,6 +237,7 @@ int RunList(Session &session, const ListFilter &filter) {
 int RunStatus(Session &session, const std::vector<std::string> &names, StatusLook look) {
     std::vector<ServiceView> views = ViewsOf(session, names, "status");
     for (ServiceView &view : views) {
+        if (IsThisMachine(session.options)) view.hosted = ReadHosted(view.service.name);
         if (look != StatusLook::passive) LookCloser(session, look, &view);
         if (!session.options.json) PrintStatusBlock(view);
     }

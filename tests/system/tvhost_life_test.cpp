@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -576,6 +577,196 @@ TEST_F(TvhostLife, memory_is_limited_or_the_reason_is_told) {
         EXPECT_THAT(ended.error, HasSubstr("50 ERROR_NOT_SUPPORTED"));
         EXPECT_THAT(LogText(), HasSubstr("AppMemoryMax: "));
     }
+}
+
+// --- daemons that nobody here wrote ---
+
+struct HostedDaemon : TvhostLife {
+    // Creates a service of a program that has to be installed.
+    bool Create(const std::vector<std::string> &settings, const std::vector<std::string> &command) {
+        if (access(command.front().c_str(), X_OK) != 0) return false;
+        std::vector<std::string> create = {"create", name};
+        for (const std::string &setting : settings) {
+            create.insert(create.end(), {"--set", setting});
+        }
+        create.emplace_back("--");
+        create.insert(create.end(), command.begin(), command.end());
+        Do(create);
+        return true;
+    }
+    // What a server on this machine answers to a text.
+    static std::string Ask(std::uint16_t port, const std::string &text) {
+        int asked = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const DescriptorGuard closed(&asked);
+        const sockaddr_in here = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+        const timeval patience = {5, 0};
+        (void)setsockopt(asked, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        char answer[256] = {};
+        const bool isAsked = connect(asked, reinterpret_cast<const sockaddr *>(&here), sizeof here) == 0 &&
+                             send(asked, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+        return isAsked && recv(asked, answer, sizeof answer - 1, 0) > 0 ? answer : "";
+    }
+    std::vector<std::string> Redis(const std::vector<std::string> &further) const {
+        std::vector<std::string> command = {
+            "/usr/bin/redis-server", "--port", "6399", "--dir", folder, "--save", "3600 1"};
+        command.insert(command.end(), further.begin(), further.end());
+        return command;
+    }
+    static bool RedisAnswers() { return Ask(6399, "PING\r\n") == "+PONG\r\n"; }
+};
+
+TEST_F(HostedDaemon, redis_tells_when_it_is_ready) {
+    if (!Create({"AppType=notify"}, Redis({"--supervised", "systemd"}))) GTEST_SKIP() << "needs redis-server";
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    EXPECT_TRUE(RedisAnswers()) << "at once";
+    EXPECT_THAT(StateFile().says, HasSubstr("Ready"));
+    EXPECT_THAT(LogText(), HasSubstr("Ready to accept connections"));
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_EQ(Status().at("exit").at("win32"), 0);
+    EXPECT_THAT(LogText(), HasSubstr("Redis is now ready to exit"));
+}
+
+TEST_F(HostedDaemon, redis_in_the_background_is_the_service) {
+    const std::string pidFile = folder + "/redis.pid";
+    if (!Create({"AppType=forking", "AppPidFile=" + pidFile}, Redis({"--daemonize", "yes", "--pidfile", pidFile}))) {
+        GTEST_SKIP() << "needs redis-server";
+    }
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    EXPECT_EQ(StateFile().program, PidIn(pidFile));
+    EXPECT_TRUE(WaitUntil([] { return RedisAnswers(); }));
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_FALSE(RedisAnswers());
+}
+
+TEST_F(HostedDaemon, redis_in_the_background_does_not_outlive_a_service_that_knows_nothing_of_it) {
+    if (!Create({}, Redis({"--daemonize", "yes"}))) GTEST_SKIP() << "needs redis-server";
+    (void)Tvsc({"start", name});
+    ASSERT_TRUE(AwaitState("stopped"));
+    EXPECT_FALSE(RedisAnswers());
+    EXPECT_THAT(LogText(), HasSubstr("AppType forking"));
+}
+
+TEST_F(HostedDaemon, redis_that_crashes_comes_back) {
+    if (!Create({"AppRestart=on-failure", "AppRestartDelay=100"}, Redis({}))) GTEST_SKIP() << "needs redis-server";
+    Do({"start", name});
+    ASSERT_TRUE(WaitUntil([] { return RedisAnswers(); }));
+    const pid_t first = StateFile().program;
+    kill(first, SIGSEGV);
+    ASSERT_TRUE(WaitUntil([&] { return StateFile().program > 1 && StateFile().program != first; }));
+    EXPECT_TRUE(WaitUntil([] { return RedisAnswers(); }));
+    EXPECT_EQ(StateFile().restarts, 1u);
+    EXPECT_EQ(StateText(), "running");
+}
+
+TEST_F(HostedDaemon, nginx_reloads_and_ends_with_its_workers) {
+    const std::string pidFile = folder + "/nginx.pid";
+    const auto write = [&](const std::string &answer) {
+        WriteFile(folder + "/nginx.conf", "pid " + pidFile + "; error_log stderr; worker_processes 2; user root;\n" +
+                                              "events {} http { access_log off; server { listen 127.0.0.1:8098; " +
+                                              "location / { return 200 " + answer + "; } } }\n");
+    };
+    write("first");
+    if (!Create({"AppType=forking", "AppPidFile=" + pidFile, "AppStopSignal=QUIT"},
+                {"/usr/sbin/nginx", "-c", folder + "/nginx.conf"})) {
+        GTEST_SKIP() << "needs nginx";
+    }
+    const auto answer = [] { return Ask(8098, "GET / HTTP/1.0\r\n\r\n"); };
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    EXPECT_TRUE(WaitUntil([&] { return answer().ends_with("first"); }));
+    write("second");
+    Do({"control", name, "128"});
+    EXPECT_TRUE(WaitUntil([&] { return answer().ends_with("second"); }));
+    const pid_t host = StateFile().host;
+    EXPECT_GE(DescendantsOf(host).size(), 3u);
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+    EXPECT_EQ(answer(), "");
+}
+
+TEST_F(HostedDaemon, memcached_answers) {
+    if (!Create({"AppLimitNofile=2048"}, {"/usr/bin/memcached", "-u", "nobody", "-l", "127.0.0.1", "-p", "11299"})) {
+        GTEST_SKIP() << "needs memcached";
+    }
+    Do({"start", name});
+    EXPECT_TRUE(WaitUntil([] { return Ask(11299, "version\r\n").starts_with("VERSION"); }));
+    EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
+}
+
+// --- what tvsc tells of it ---
+
+TEST_F(TvhostLife, the_process_shown_is_the_program_with_what_its_tree_takes) {
+    CreateShell("for i in {1..300000}; do :; done; sleep 1; exec -a " + file + " sleep 1000");
+    Do({"start", name});
+    ASSERT_TRUE(WaitUntil([this] { return NameOfProcess(StateFile().program) == "sleep"; }));
+    const Json program = Status().at("program");
+    EXPECT_EQ(program.at("pid"), StateFile().program);
+    EXPECT_EQ(program.at("host_pid"), ProcessOf(name));
+    EXPECT_GE(program.at("uptime_ms"), 900);
+    EXPECT_LE(program.at("uptime_ms"), 60000);
+    EXPECT_GE(program.at("cpu_ms"), 30);
+    EXPECT_GT(program.at("memory_bytes"), 100'000);
+    EXPECT_EQ(program.at("processes"), 1);
+    EXPECT_EQ(program.at("restarts"), 0);
+    EXPECT_THAT(Do({"status", name}),
+                AllOf(HasSubstr("process: " + std::to_string(StateFile().program) + " sleep, for "),
+                      HasSubstr("(tvhost " + std::to_string(ProcessOf(name)) + ")"), HasSubstr("takes: 1 process, ")));
+}
+
+TEST_F(TvhostLife, status_tells_restarts_the_next_attempt_and_the_last_lines) {
+    CreateShell("for i in 1 2 3 4 5 6 7; do echo line $i; done; exit 3",
+                {"AppRestart=always", "AppRestartDelay=30000"});
+    (void)Tvsc({"start", "--no-wait", name});
+    ASSERT_TRUE(WaitUntil([this] { return StateFile().phase == "waiting"; }));
+    const Json program = Status().at("program");
+    EXPECT_EQ(program.at("restarts"), 1);
+    EXPECT_GT(program.at("next_attempt_ms"), EpochMs());
+    const Ended ended = Tvsc({"status", name});
+    EXPECT_THAT(ended.output,
+                AllOf(HasSubstr("restarts: 1\n"), HasSubstr("next: in 2"), HasSubstr("reason: ended with status 3\n"),
+                      HasSubstr("line 7\n"), Not(HasSubstr("line 2\n"))));
+}
+
+TEST_F(TvhostLife, a_failed_start_shows_the_last_lines_of_the_log) {
+    CreateShell("echo 'Cannot open configuration file'; exit 1", {"AppReadyDelay=2000"});
+    EXPECT_THAT(Tvsc({"start", name}).error, HasSubstr("  | Cannot open configuration file\n"));
+    EXPECT_THAT(Tvsc({"status", name}).output,
+                AllOf(HasSubstr("reason: ended with status 1"), HasSubstr("log: Cannot open configuration file\n")));
+}
+
+TEST_F(TvhostLife, logs_are_read_over_all_files_from_the_last_lines_or_since_a_moment) {
+    CreateShell("seq 1 100; sleep 3; echo last", {"AppRotateBytes=1000", "AppRotateFiles=9", "AppLogTimestamps=1"});
+    (void)Tvsc({"start", name});
+    ASSERT_TRUE(AwaitState("stopped"));
+    const std::string all = Do({"logs", name});
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 101);
+    const std::string some = Do({"logs", name, "-n", "50"});
+    EXPECT_EQ(all.substr(all.size() - some.size()), some);
+    EXPECT_EQ(std::count(some.begin(), some.end(), '\n'), 50);
+    EXPECT_THAT(Do({"logs", name, "--since", "2s"}), testing::MatchesRegex("[-0-9]+T[:0-9.]+Z last\n"));
+    EXPECT_EQ(Do({"logs", name, "-n", "0"}), "");
+}
+
+TEST_F(TvhostLife, logs_are_followed_while_files_are_put_aside) {
+    CreateShell("for i in {1..40}; do seq $((i * 100 - 99)) $((i * 100)); sleep 0.03; done; sleep 1000",
+                {"AppRotateBytes=2000", "AppRotateFiles=50"});
+    const std::string out = file + ".followed";
+    Do({"start", name});
+    const pid_t reader =
+        StartProgram({.command = {ProgramPath("tvsc"), "logs", name, "-f", "-n", "100000"}, .outputFile = out});
+    const auto text = [&] { return ReadWhatIsThere(out); };
+    EXPECT_TRUE(WaitUntil([&] { return text().ends_with("\n4000\n"); }));
+    kill(reader, SIGTERM);
+    (void)WaitForEnd(reader);
+    std::string wanted;
+    for (int i = 1; i <= 4000; ++i) {
+        wanted += std::to_string(i) + "\n";
+    }
+    EXPECT_TRUE(text() == wanted) << text().size() << " instead of " << wanted.size() << " bytes";
+}
+
+TEST_F(TvhostLife, a_service_without_a_log_says_so) {
+    const Ended ended = Tvsc({"logs", "no-such-service"});
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_THAT(ended.error, HasSubstr("no log"));
 }
 
 } // namespace
