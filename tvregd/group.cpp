@@ -61,9 +61,11 @@ std::uint64_t FileTimeNow() {
 }
 
 std::uint64_t TimeOfChange() {
+    constexpr std::uint64_t STEP_BACK = 600'000'000; // a minute: a clock that was set back by more is followed
     static std::uint64_t last = 0;
     const std::uint64_t now = FileTimeNow();
-    last = now == last ? now + 1 : now;
+    const bool isNoLater = last - now < STEP_BACK; // wraps around for a later time
+    last = isNoLater ? last + 1 : now;
     return last;
 }
 

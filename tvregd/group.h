@@ -52,8 +52,8 @@ struct Registry {
 // Now as a FILETIME: 100-nanosecond steps since 1601.
 std::uint64_t FileTimeNow();
 
-// The same for a change: no two are made at the same time, so that whoever looks again at a key that has changed sees
-// that by its time.
+// The same for a change: each is later than the one before, so that whoever looks again at a key that has changed sees
+// that by its time; but for a clock that is set back by more than a minute.
 std::uint64_t TimeOfChange();
 
 // Notes that an answer tells of the key. Whoever looks at a key for an answer says so.

@@ -472,6 +472,16 @@ TEST_F(Tvregd, changes_move_the_write_time_of_the_key_that_they_happen_in) {
 }
 
 // Programs make the key with their event sources; without values the service daemon would load no service at all.
+// Symptom: of three changes within a microsecond, the last had the time of the first.
+TEST_F(Tvregd, each_change_is_later_than_the_one_before_however_fast_they_come) {
+    std::uint64_t last = 0;
+    for (int change = 0; change < 100'000; ++change) {
+        const std::uint64_t now = TimeOfChange();
+        ASSERT_GT(now, last) << "change " << change;
+        last = now;
+    }
+}
+
 TEST_F(Tvregd, the_key_of_the_event_sources_is_made_with_the_values_of_a_service_that_is_never_started) {
     const std::string services = servicesKeyPath;
     (void)Make(HKEY_LOCAL_MACHINE, services + "\\eventlog\\Application\\web");
