@@ -16,6 +16,12 @@ inline constexpr std::uint32_t longestValueBytes = 16 * 1024 * 1024;
 // Of a tag in the order of a group's tags, and of the count before the first.
 inline constexpr std::uint32_t tagBytes = 4;
 
+// --- enumerations ---
+
+// A service counts as many bytes in the answer to a Win32 caller as its two names with their terminators take, and
+// these: the fixed part of an ENUM_SERVICE_STATUS, two pointers and seven words of 4 bytes each.
+inline constexpr std::int32_t fixedRecordBytes = 36;
+
 // --- starting a service process ---
 
 // From the fork to the program. A child that takes longer has been halted, and is killed.

@@ -2,6 +2,7 @@
 // listing: enumerations in pieces small enough that a reply stays one fragment, and what they leave out.
 #include "svcapi/listing.h"
 
+#include "servd/limits.h"
 #include "svcapi/calls.h"
 
 #include <algorithm>
@@ -10,7 +11,6 @@
 namespace {
 
 constexpr std::int32_t pieceBytes = 32 * 1024; // as the daemon counts: two names and a fixed part a service
-constexpr std::int32_t fixedBytes = 36;        // of a service, beside its names
 constexpr std::int32_t peekControl = 0;        // below every control that the daemon would hand on
 constexpr int mostIdleAnswers = 64;            // services may be made and grow while they are listed
 constexpr int mostQuestions = 64;              // likewise
@@ -26,7 +26,8 @@ struct Progress {
 bool HasEndAhead(const ListedService *first, const ListedService *last, std::int32_t bytesNeeded, Progress *progress) {
     std::int64_t brought = 0;
     for (const ListedService *service = first; service != last; ++service) {
-        brought += static_cast<std::int64_t>(service->name.size() + 1 + service->displayName.size() + 1) + fixedBytes;
+        brought +=
+            static_cast<std::int64_t>(service->name.size() + 1 + service->displayName.size() + 1) + fixedRecordBytes;
     }
     const bool isIdle = first == last || bytesNeeded + brought > progress->announced;
     progress->announced = std::min<std::int64_t>(progress->announced, bytesNeeded);

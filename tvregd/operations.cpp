@@ -2,12 +2,15 @@
 // operations: paths are followed in the tree, changes go to the store first.
 #include "tvregd/operations.h"
 
+#include "servd/limits.h"
 #include "tvregd/graveyard.h"
 #include "tvregd/seeds.h"
 #include "tvregd/views.h"
 
 #include <algorithm>
 #include <exception>
+
+static_assert(MAX_KEY_NAME == longestTextBytes); // what can be stored of a service's name, servd can read
 
 namespace {
 

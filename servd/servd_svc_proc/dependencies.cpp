@@ -11,6 +11,7 @@
 #include "servd/servd_svc_proc/dependencies.h"
 
 #include "servd/checked_memory.h"
+#include "servd/limits.h"
 #include "servd/servd_svc_proc/groups.h"
 #include "servd/servd_svc_proc/values.h"
 #include "servd/servd_svc_proc/word_sum.h"
@@ -22,9 +23,6 @@
 #include <cstring>
 
 namespace {
-
-// The fixed part of a Win32 ENUM_SERVICE_STATUS: two pointers and seven words, 4 bytes each.
-constexpr std::int32_t fixedRecordBytes = 36;
 
 // A service whose dependencies are being walked.
 struct Visit {
