@@ -23,11 +23,11 @@ constexpr long forkWaitNs = 100'000'000;
 
 void HoldForFork() {
     timespec end = {};
-    (void)clock_gettime(CLOCK_REALTIME, &end);
+    (void)clock_gettime(CLOCK_MONOTONIC, &end); // 32-bit libc refuses to tell the time of day after 2038
     end.tv_nsec += forkWaitNs;
     end.tv_sec += end.tv_nsec / 1'000'000'000;
     end.tv_nsec %= 1'000'000'000;
-    heldForFork = pthread_mutex_timedlock(&tvRegistryMutex, &end) == 0;
+    heldForFork = pthread_mutex_clocklock(&tvRegistryMutex, CLOCK_MONOTONIC, &end) == 0;
 }
 
 void ReleaseAfterFork() {
