@@ -15,7 +15,8 @@ struct ChildOnItsWay {
     std::atomic<pid_t> process; // 0 when there is none
     std::atomic<int> pipe;      // where it tells of a failure; its program's start closes the other end
 };
-static_assert(std::atomic<pid_t>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<pid_t>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free);
 
 struct Launched {
     pid_t child = 0;            // 0 when there is none
