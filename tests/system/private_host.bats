@@ -39,6 +39,11 @@ waitForNoMark() { for _ in {1..200}; do marked >/dev/null || return 0; sleep 0.0
     [ "$(sort <<<"$output" | tr '\n' ' ')" = "bash ps rpcbind " ]
 }
 
+@test "what is logged below /var/log stays inside" {
+    "$host" bash -c '[ -z "$(ls -A /var/log)" ] && mkdir /var/log/of-a-private-host'
+    [ ! -e /var/log/of-a-private-host ]
+}
+
 @test "the caller's host name and /run stay as they are" {
     before=$(hostname; ls /run; cat /etc/hosts)
     "$host" touch /run/something

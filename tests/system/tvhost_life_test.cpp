@@ -536,6 +536,32 @@ TEST_F(TvhostLife, what_outlives_a_killed_tvhost_is_found_and_replaced) {
     EXPECT_EQ(ProcessesThatMention(file).size(), 1u);
 }
 
+TEST_F(TvhostLife, a_service_is_kept_without_its_daemon_and_the_next_one_hears_of_it) {
+    CreateShell("exec sleep 1000");
+    Do({"start", name});
+    const HostState state = StateFile();
+    (void)StopDaemon(serviceDaemon);
+    EXPECT_TRUE(Lives(state.program));
+    serviceDaemon = StartServiceDaemon();
+    EXPECT_TRUE(AwaitState("running"));
+    EXPECT_TRUE(Lives(state.program));
+    kill(state.host, SIGTERM);
+    EXPECT_TRUE(AwaitState("stopped"));
+    EXPECT_FALSE(Lives(state.program));
+}
+
+TEST_F(TvhostLife, a_service_ends_with_its_daemon_where_that_is_asked_for) {
+    CreateShell("exec sleep 1000", {"AppOnDaemonRestart=end"});
+    Do({"start", name});
+    const HostState state = StateFile();
+    (void)StopDaemon(serviceDaemon);
+    EXPECT_TRUE(WaitUntil([&] { return !Lives(state.program) && !Lives(state.host); }));
+    EXPECT_THAT(LogText(), HasSubstr("its daemon has ended: it stops (AppOnDaemonRestart)"));
+    serviceDaemon = StartServiceDaemon();
+    EXPECT_EQ(StateText(), "stopped");
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+}
+
 // --- limits ---
 
 TEST_F(TvhostLife, limits_reach_the_program) {
