@@ -6,6 +6,8 @@
 
 #include "svcapi/packing.h"
 
+#include <optional>
+
 // SERVICE_WIN32, SERVICE_DRIVER or both; a state filter. What the daemon enumerates, classes in that order, then the
 // service in record 0 if it passes the filters. 1065 while the daemon has no database.
 [[nodiscard]] DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services);
@@ -23,3 +25,11 @@
 [[nodiscard]] DWORD QueryLock(SC_HANDLE manager, LockStatus *status);
 [[nodiscard]] DWORD QueryDisplayName(SC_HANDLE manager, const char *name, std::string *displayName);
 [[nodiscard]] DWORD QueryKeyName(SC_HANDLE manager, const char *displayName, std::string *name);
+
+// The service other than this one that is started with this one's launcher (image_launcher.h); stays empty when there
+// is none.
+[[nodiscard]] DWORD QueryLauncherUser(SC_HANDLE manager, const std::string &name, std::optional<std::string> *user);
+
+// Deletes a service that could be made half only. An older launcher that lies there stays, other than with
+// DeleteService.
+[[nodiscard]] DWORD WithdrawService(SC_HANDLE service);

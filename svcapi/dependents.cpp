@@ -50,13 +50,18 @@ DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std
 
 bool IsServiceGone(DWORD code) { return code == ERROR_SERVICE_DOES_NOT_EXIST || code == ERROR_INVALID_HANDLE; }
 
-DWORD ReadServiceNode(DaemonLink &link, const ListedService &service, ServiceNode *node) {
+DWORD ReadListedConfig(DaemonLink &link, const ListedService &service, ServiceConfig *config) {
     std::int32_t index = 0;
     DWORD rc = OpenRecord(link, service.name.c_str(), &index);
     if (rc != ERROR_SUCCESS) return rc;
-    ServiceConfig config;
-    rc = ReadConfig(link, index, service.name, &config);
+    rc = ReadConfig(link, index, service.name, config);
     if (rc != RPC_S_CALL_FAILED && rc != ERROR_TIMEOUT) (void)CloseRecord(link, index); // it cannot be helped
+    return rc;
+}
+
+DWORD ReadServiceNode(DaemonLink &link, const ListedService &service, ServiceNode *node) {
+    ServiceConfig config;
+    const DWORD rc = ReadListedConfig(link, service, &config);
     if (rc == ERROR_SUCCESS) *node = {service.name, config.group, config.dependencies};
     return rc;
 }

@@ -18,8 +18,9 @@ struct ServiceNode {
 [[nodiscard]] std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &nodes,
                                                              const std::string &name);
 
-// Reads what the walk has to know of a listed service: three calls. Codes as ReadConfig, or those of a service that is
-// gone. The link is connected and locked.
+// Read the configuration of a listed service, and what the walk has to know of it: three calls. Codes as ReadConfig, or
+// those of a service that is gone. The link is connected and locked.
+[[nodiscard]] DWORD ReadListedConfig(DaemonLink &link, const ListedService &service, ServiceConfig *config);
 [[nodiscard]] DWORD ReadServiceNode(DaemonLink &link, const ListedService &service, ServiceNode *node);
 
 // Whether a code says that a service was deleted after it was listed.

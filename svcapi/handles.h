@@ -21,6 +21,7 @@ struct OpenHandle {
     std::int32_t index = 0;     // service: its number at the daemon
     ListedPlace place;          // service: where the enumeration has it
     StatusWatch watch;          // service: what was seen of it
+    bool isDeleted = false;     // service: marked for deletion through this handle
     std::int32_t lockId = 0;    // lock: its identifier
     std::uint32_t restarts = 0; // service, lock: link->restarts when it was opened
 };

@@ -2,6 +2,7 @@
 // manager: opening the daemon, closing handles, and what is asked of the daemon itself.
 #include "svcapi/calls.h"
 #include "svcapi/handles.h"
+#include "svcapi/image_path.h"
 #include "svcapi/last_error.h"
 
 #include <cstring>
@@ -27,7 +28,14 @@ DWORD CloseService(OpenHandle &service) {
     const DWORD rc = Connect(*service.link);
     if (rc != ERROR_SUCCESS) return rc;
     // A daemon that was restarted knows nothing of the handle.
-    return service.restarts == service.link->restarts ? CloseRecord(*service.link, service.index) : ERROR_SUCCESS;
+    DWORD code = ERROR_SUCCESS;
+    if (service.restarts == service.link->restarts) code = CloseRecord(*service.link, service.index);
+    std::string displayName;
+    if (service.isDeleted &&
+        DisplayNameOf(*service.link, service.name.c_str(), &displayName) == ERROR_SERVICE_DOES_NOT_EXIST) {
+        RemoveUnusedLauncher(*service.link, service.name);
+    }
+    return code;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "svcapi/calls.h"
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
+#include "svcapi/image_path.h"
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
@@ -99,6 +100,9 @@ SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDi
     }
     HandleCall call;
     if (!Succeeded(BeginManagerCall(hSCManager, &call))) return nullptr;
+    DaemonLink &link = *call.handle->link;
+    PlannedImage image;
+    if (!Succeeded(PlanImage(link, lpServiceName, lpBinaryPathName, &image))) return nullptr;
     // One lone terminator means no dependencies; a count of 0 would not say so.
     const char *dependencies = lpDependencies != nullptr ? lpDependencies : "";
     const servd_SERV_CREATE_SERVICE service = {
@@ -107,25 +111,39 @@ SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDi
         dwServiceType,
         dwStartType,
         dwErrorControl,
-        Borrowed(lpBinaryPathName),
+        Borrowed(image.path.c_str()),
         Borrowed(hasGroup ? lpLoadOrderGroup : ""),
         {static_cast<std::uint32_t>(MultiStringBytes(dependencies)), Borrowed(dependencies)},
         Borrowed(lpServiceStartName != nullptr ? lpServiceStartName : ""),
         lpdwTagId != nullptr ? 1 : 0};
     std::int32_t index = 0;
     DWORD tag = 0;
-    if (!Succeeded(CreateRecord(*call.handle->link, service, &index, &tag))) return nullptr;
+    if (!Succeeded(CreateRecord(link, service, &index, &tag))) return nullptr;
+    // Only now: another service of this name would have lost what it runs.
+    if (!Succeeded(WriteImage(lpServiceName, image))) {
+        (void)DeleteRecord(link, index); // half a service is none
+        (void)CloseRecord(link, index);
+        return nullptr;
+    }
     if (lpdwTagId != nullptr) *lpdwTagId = tag; // else it is the tag of somebody's earlier create
-    if (lpServiceStartName != nullptr && IsThisMachine(call.handle->link->host)) {
+    if (lpServiceStartName != nullptr && IsThisMachine(link.host)) {
         (void)PrepareServiceFiles(lpServiceName, lpServiceStartName); // less is told and logged where they cannot
     }
     return AddService(call, lpServiceName, index);
 }
 
+DWORD WithdrawService(SC_HANDLE service) {
+    HandleCall call;
+    const DWORD rc = BeginServiceCall(service, &call);
+    return rc != ERROR_SUCCESS ? rc : DeleteRecord(*call.handle->link, call.handle->index);
+}
+
 BOOL DeleteService(SC_HANDLE hService) {
     HandleCall call;
-    const DWORD rc = BeginServiceCall(hService, &call);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : DeleteRecord(*call.handle->link, call.handle->index));
+    DWORD rc = BeginServiceCall(hService, &call);
+    if (rc == ERROR_SUCCESS) rc = DeleteRecord(*call.handle->link, call.handle->index);
+    if (rc == ERROR_SUCCESS) call.handle->isDeleted = true;
+    return Succeeded(rc);
 }
 
 BOOL StartServiceA(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCSTR *lpServiceArgVectors) {

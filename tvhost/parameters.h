@@ -7,7 +7,7 @@
 #pragma once
 
 #include "tv/wintypes.h"
-#include "tvhost/words.h"
+#include "util/command_line.h"
 
 #include <array>
 #include <cstdint>

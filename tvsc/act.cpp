@@ -6,7 +6,7 @@
 #include "tvsc/act.h"
 
 #include "svcapi/client.h"
-#include "tvsc/launcher.h"
+#include "svcapi/image_launcher.h"
 #include "tvsc/logs.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"

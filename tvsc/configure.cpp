@@ -7,8 +7,9 @@
 
 #include "servd/limits.h"
 #include "svcapi/client.h"
+#include "svcapi/image_launcher.h"
 #include "tvhost/parameters.h"
-#include "tvsc/launcher.h"
+#include "tvsc/host_launcher.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/waiting.h"
@@ -77,8 +78,8 @@ DWORD PrepareParameters(const CreateOptions &create, HostParameters *parameters,
 }
 
 // The image of a service that is being made. Returns 0, or the code of what went wrong and a text in *problem.
-DWORD PrepareImage(const Session &session, const CreateOptions &create, HostParameters *parameters, std::string *image,
-                   std::string *problem) {
+DWORD PrepareImage(const Session &session, const CreateOptions &create, HostParameters *parameters,
+                   std::optional<LaunchedProgram> *program, std::string *image, std::string *problem) {
     *image = create.image;
     if (IsForTvhost(create)) {
         const DWORD rc = PrepareParameters(create, parameters, problem);
@@ -89,7 +90,9 @@ DWORD PrepareImage(const Session &session, const CreateOptions &create, HostPara
     }
     if (!create.program.empty()) {
         *image = LauncherPath(create.name);
-        return PlanLauncher(create.name, create.program, problem);
+        *program = AsProgram(create.program);
+        *problem = "the command line cannot be split into words";
+        return *program ? PlanLauncher(create.name, **program, problem) : DWORD{ERROR_INVALID_PARAMETER};
     }
     return CheckImage(session, create.image, problem);
 }
@@ -100,28 +103,18 @@ void NoteMissingShell(Session &session, const CreateOptions &create) {
     if (!why.empty()) Note(session, fmt::format("tvsc: {}: {}; quotes tell that it is meant", create.name, why));
 }
 
-// The name of a service other than this one that is started with a file; nothing when there is none.
-std::optional<std::string> OtherUserOf(Session &session, const std::string &file, const std::string &name) {
-    std::vector<ListedService> services;
-    if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS)
-        return "a service that cannot be listed";
-    for (const ListedService &other : services) {
-        const ServiceHandle service(OpenServiceA(session.manager.get(), other.name.c_str(), SERVICE_QUERY_CONFIG));
-        ServiceConfig config;
-        std::error_code failed;
-        const bool isUser = other.name != name && service != nullptr &&
-                            QueryConfig(service.get(), &config) == ERROR_SUCCESS &&
-                            std::filesystem::equivalent(config.imagePath, file, failed);
-        if (isUser) return other.name;
-    }
-    return std::nullopt;
+// The name of a service other than this one that is started with this one's launcher; nothing when there is none.
+std::optional<std::string> OtherUserOf(Session &session, const std::string &name) {
+    std::optional<std::string> user;
+    if (QueryLauncherUser(session.manager.get(), name, &user) != ERROR_SUCCESS) user = "a service that cannot be read";
+    return user;
 }
 
 // Whether the launcher that lies there already may be replaced: not one that another service is started with. Returns
 // 0, or 183 and a text.
 DWORD CheckSharedLauncher(Session &session, const CreateOptions &create, std::string *problem) {
     if (FindLauncher(create.name, problem) != ERROR_SUCCESS) return ERROR_SUCCESS; // there is none
-    const std::optional<std::string> user = OtherUserOf(session, LauncherPath(create.name), create.name);
+    const std::optional<std::string> user = OtherUserOf(session, create.name);
     if (!user) return ERROR_SUCCESS;
     *problem = fmt::format("{}: there already, and {} is started with it", LauncherPath(create.name), *user);
     return ERROR_ALREADY_EXISTS;
@@ -185,7 +178,7 @@ bool IsGone(Session &session, const std::string &name, bool wait) {
 void RemoveUnusedLauncher(Session &session, const std::string &name) {
     std::string problem;
     if (!IsThisMachine(session.options) || FindLauncher(name, &problem) != ERROR_SUCCESS) return;
-    const std::optional<std::string> user = OtherUserOf(session, LauncherPath(name), name);
+    const std::optional<std::string> user = OtherUserOf(session, name);
     if (user) {
         Note(session, fmt::format("tvsc: {} stays: {} is started with it", LauncherPath(name), *user));
     } else if (RemoveLauncher(name, &problem) != ERROR_SUCCESS) {
@@ -264,13 +257,14 @@ void ChangeOne(Session &session, const std::string &name, const ConfigOptions &c
 
 int RunCreate(Session &session, const CreateOptions &create) {
     HostParameters parameters;
+    std::optional<LaunchedProgram> program;
     std::string image, problem;
     if (create.image.empty() && !IsThisMachine(session.options)) {
         return Refuse(session, create.name, "create", ERROR_NOT_SUPPORTED,
                       "programs are for the daemon of this machine; another one takes --image");
     }
-    DWORD prepared = PrepareImage(session, create, &parameters, &image, &problem);
-    if (prepared == ERROR_SUCCESS && !create.program.empty()) prepared = CheckSharedLauncher(session, create, &problem);
+    DWORD prepared = PrepareImage(session, create, &parameters, &program, &image, &problem);
+    if (prepared == ERROR_SUCCESS && program) prepared = CheckSharedLauncher(session, create, &problem);
     if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
     DWORD tag = 0;
     std::vector<std::string> needed = create.dependencies;
@@ -288,9 +282,9 @@ int RunCreate(Session &session, const CreateOptions &create) {
     DWORD written = ERROR_SUCCESS;
     problem = "its parameters cannot be written";
     if (IsForTvhost(create)) written = WriteHostParameters(create.name, parameters);
-    if (!create.program.empty()) written = WriteLauncher(create.name, create.program, &problem);
+    if (program) written = WriteLauncher(create.name, *program, &problem);
     if (written != ERROR_SUCCESS) {
-        (void)DeleteService(service.get()); // half a service is none
+        (void)WithdrawService(service.get()); // half a service is none
         return Refuse(session, create.name, "create", written, problem);
     }
     NoteUnknownDependencies(session, needed);

@@ -254,23 +254,31 @@ BOOL CloseServiceHandle(SC_HANDLE hSCObject);
 /* Creates a service and opens it. Called by root on the daemon's machine, it also makes the file that a service with an
  * account of its own leaves its process id in.
  *   lpDisplayName       null for the service name
- *   lpBinaryPathName    a csh script that ends in `exec PROGRAM`; the daemon hands it to /bin/csh as its one argument
+ *   lpBinaryPathName    a csh script that ends in `exec PROGRAM`; the daemon hands it to /bin/csh as its one argument.
+ *                       Or a program with its arguments, see below
  *   lpLoadOrderGroup    null or "" for none
  *   lpdwTagId           null for no tag; else receives the tag, and a group is required (87)
  *   lpDependencies      multi-string of service names and "+group" names; null for none
  *   lpServiceStartName  the Unix user to run as; null or "" for the daemon's own
  *   lpPassword          not used
+ * A path may also be that of a program, or a command line that begins with one, "quoted" where there are blanks in it.
+ * The library then writes such a script for the daemon, if it is this machine's: /etc/tv/services/NAME.csh. The script
+ * keeps the command line, and QueryServiceConfig shows what was given. A path that is neither stays as it is.
  * 87 ERROR_INVALID_PARAMETER also for an image path or a group of more than TV_MAX_TEXT_BYTES, 123 ERROR_INVALID_NAME
  * for a name that is empty or has a slash or a backslash in it, and for a name or display name of more than
  * TV_MAX_TEXT_BYTES: the daemon could not load its database with it; 1057 ERROR_INVALID_SERVICE_ACCOUNT, 1059
- * ERROR_CIRCULAR_DEPENDENCY, 1065 ERROR_DATABASE_DOES_NOT_EXIST (registry), 1073 ERROR_SERVICE_EXISTS. Differs from
+ * ERROR_CIRCULAR_DEPENDENCY, 1065 ERROR_DATABASE_DOES_NOT_EXIST (registry), 1073 ERROR_SERVICE_EXISTS. Where the
+ * script cannot be written there is no service: 5 ERROR_ACCESS_DENIED (only root may), 8 ERROR_NOT_ENOUGH_MEMORY (no
+ * room), 183 ERROR_ALREADY_EXISTS (a file of somebody else's, or what another service is started with). Differs from
  * Win32: type, start type and error control are stored unchecked, and a held database lock does not matter. */
 SC_HANDLE CreateServiceA(SC_HANDLE hSCManager, LPCSTR lpServiceName, LPCSTR lpDisplayName, DWORD dwDesiredAccess,
                          DWORD dwServiceType, DWORD dwStartType, DWORD dwErrorControl, LPCSTR lpBinaryPathName,
                          LPCSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCSTR lpDependencies, LPCSTR lpServiceStartName,
                          LPCSTR lpPassword);
 
-/* Marks a service for deletion: it goes when it is stopped and its last handle is closed. 1072
+/* Marks a service for deletion: it goes when it is stopped and its last handle is closed. The script that was written
+ * for it goes when the handle that was given here is closed and the service is gone by then; one that is left over is
+ * replaced by the next service of the name. 1072
  * ERROR_SERVICE_MARKED_FOR_DELETE when it is marked already. */
 BOOL DeleteService(SC_HANDLE hService);
 
@@ -372,7 +380,8 @@ BOOL EnumDependentServicesA(SC_HANDLE hService, DWORD dwServiceState, LPENUM_SER
 BOOL QueryServiceConfigA(SC_HANDLE hService, LPQUERY_SERVICE_CONFIGA lpServiceConfig, DWORD cbBufSize,
                          LPDWORD pcbBytesNeeded);
 
-/* Changes the configuration: SERVICE_NO_CHANGE and null leave a field as it is. lpdwTagId asks for a tag. 52
+/* Changes the configuration: SERVICE_NO_CHANGE and null leave a field as it is. lpdwTagId asks for a tag. The path is
+ * taken as by CreateServiceA, with its codes; a script that is used no more goes. 52
  * ERROR_DUP_NAME (display name taken), 1057, 1059, 1072; 87 and 123 for what is too long, as in CreateServiceA. The
  * password is not used. A load-order group cannot be taken away again: "" names no group but is stored. An account of
  * "" stands for user id 0, other than in CreateServiceA. */

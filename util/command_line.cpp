@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// words: reading a command line from left to right.
-#include "tvhost/words.h"
+// command_line: reading a command line from left to right.
+#include "util/command_line.h"
 
 #include <cctype>
 #include <cstring>

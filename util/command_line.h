@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// words: the words of a command line, as the parameters of a service write it.
+// command_line: the words of a command line, as the parameters of a service and Win32 installers write it.
 //
 // Words are parted by blanks. "Double quotes" keep blanks; a backslash keeps the quote, of either kind, or the
 // backslash behind it. 'Single quotes' keep everything up to the next one. Outside of single quotes %NAME% and ${NAME}

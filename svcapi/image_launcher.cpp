@@ -1,33 +1,28 @@
 // SPDX-License-Identifier: MIT
-// launcher: writing and checking launchers.
+// image_launcher: writing, reading and checking launchers.
 //
 // What stands in a launcher is run as root, or as the service's user. So the folder belongs to root, nobody else may
 // write in it, and all modes are set, whatever the mask of the one who creates a service. A launcher begins with two
-// lines that name its service: a file without them was written by somebody else, and stays. A new one is written beside
-// the old one and renamed when it is whole.
-#include "tvsc/launcher.h"
+// lines that name its service: a file without them was written by somebody else, and stays. The third line keeps the
+// command line as it was given. A new launcher is written beside the old one and renamed when it is whole.
+#include "svcapi/image_launcher.h"
 
 #include "tv/winerror.h"
-#include "tvhost/parameters.h"
+#include "util/command_line.h"
 #include "util/guard.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr char launcherFolder[] = "/etc/tv/services";
 constexpr const char *launcherFolderParts[] = {"/etc", "tv", "services"}; // the last two are ours
-constexpr char hostLauncherName[] = "tvhost.csh";
 constexpr mode_t launcherMode = 0644;
 constexpr mode_t folderMode = 0755;
 constexpr std::size_t longestFirstLine = 4096;
@@ -50,7 +45,7 @@ DWORD CodeOfErrno(int error) {
 // The code of a system call that has just failed, and what it was about.
 DWORD FailedWithErrno(const std::string &path, std::string *problem) {
     const int error = errno;
-    *problem = fmt::format("{}: {}", path, std::strerror(error));
+    *problem = path + ": " + std::strerror(error);
     return CodeOfErrno(error);
 }
 
@@ -71,12 +66,16 @@ std::string QuotedForCsh(const std::string &word) {
 
 // What a launcher begins with, and nothing else.
 std::string LauncherMark(const std::string &name) {
-    return fmt::format("#!/bin/csh -f\n# starts the service {}; written by tvsc\n", name);
+    return "#!/bin/csh -f\n# starts the service " + name + "; written by tvsc\n";
 }
 
-std::string LauncherText(const std::string &name, const std::vector<std::string> &words) {
-    std::string text = LauncherMark(name) + "exec";
-    for (const std::string &word : words) {
+// The third line; behind a bracket a backslash at the end does not take the next line along.
+constexpr char givenBegin[] = "# command line [";
+constexpr char givenEnd[] = "]";
+
+std::string LauncherText(const std::string &name, const LaunchedProgram &program) {
+    std::string text = LauncherMark(name) + givenBegin + program.given + givenEnd + "\nexec";
+    for (const std::string &word : program.words) {
         text += " " + QuotedForCsh(word);
     }
     return text + "\n";
@@ -105,10 +104,10 @@ DWORD CheckFolder(int folder, const std::string &path, std::string *problem) {
     if (fstat(folder, &found) != 0) return FailedWithErrno(path, problem);
     const mode_t mode = found.st_mode & 07777;
     if (found.st_uid == 0 && (mode & 0022) == 0 && (mode & 0555) == 0555) return ERROR_SUCCESS;
-    *problem =
-        fmt::format("{}: owned by user {}, mode {:04o}: services run what lies there; it must belong to root and "
-                    "have the mode {:04o}",
-                    path, found.st_uid, mode, folderMode);
+    char modes[32];
+    (void)std::snprintf(modes, sizeof modes, "mode %04o", static_cast<unsigned>(mode));
+    *problem = path + ": owned by user " + std::to_string(found.st_uid) + ", " + modes +
+               ": services run what lies there; it must belong to root and have the mode 0755";
     return ERROR_ACCESS_DENIED;
 }
 
@@ -143,7 +142,7 @@ DWORD CheckLauncher(int folder, const std::string &name, std::string *problem) {
     const DescriptorGuard closed(&file);
     const std::string mark = LauncherMark(name);
     if (file >= 0 && IsRegular(file) && ReadBeginning(file, mark.size()) == mark) return ERROR_SUCCESS;
-    *problem = fmt::format("{}: there already, and not written by tvsc for this service", LauncherPath(name));
+    *problem = LauncherPath(name) + ": there already, and not written by tvsc for this service";
     return ERROR_ALREADY_EXISTS;
 }
 
@@ -159,7 +158,7 @@ bool WriteWhole(int file, const std::string &text) {
 
 // Puts a file with this text in the place of another one, or of none.
 DWORD ReplaceFile(int folder, const std::string &name, const std::string &text, std::string *problem) {
-    const std::string newName = fmt::format(".new-{}", getpid());
+    const std::string newName = ".new-" + std::to_string(getpid());
     (void)unlinkat(folder, newName.c_str(), 0); // of a dead process of the same id
     int file = openat(folder, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (file < 0) return FailedWithErrno(LauncherPath(name), problem);
@@ -175,15 +174,6 @@ DWORD ReplaceFile(int folder, const std::string &name, const std::string &text, 
 
 } // namespace
 
-std::string HostLauncherPath() {
-    std::error_code failed;
-    const fs::path own = fs::read_symlink("/proc/self/exe", failed);
-    for (const fs::path &candidate : {own.parent_path() / hostLauncherName, fs::path(TV_LIBEXEC) / hostLauncherName}) {
-        if (fs::is_regular_file(candidate, failed)) return candidate;
-    }
-    return "";
-}
-
 std::string WhyNoProgram(const std::string &path) {
     struct stat found = {};
     if (path.empty() || path.front() != '/') return "not an absolute path";
@@ -193,15 +183,29 @@ std::string WhyNoProgram(const std::string &path) {
 
 std::string LauncherPath(const std::string &name) { return std::string(launcherFolder) + "/" + FileNameOf(name); }
 
-DWORD PlanLauncher(const std::string &name, const std::string &commandLine, std::string *problem) {
-    const auto words = SplitCommandLine(commandLine);
-    *problem = "the command line cannot be split into words";
-    if (!words || words->empty()) return ERROR_INVALID_PARAMETER;
-    const std::string why = WhyNoProgram(words->front());
-    *problem = fmt::format("{}: {}", words->front(), why);
+std::optional<LaunchedProgram> AsProgram(const std::string &commandLine) {
+    auto words = SplitCommandLine(commandLine);
+    if (!words || words->empty()) return std::nullopt;
+    return LaunchedProgram{commandLine, std::move(*words)};
+}
+
+std::optional<LaunchedProgram> ProgramBehind(const std::string &imagePath) {
+    struct stat found = {};
+    if (stat(imagePath.c_str(), &found) == 0) { // a path with blanks in it needs no quotes
+        const bool isProgram = WhyNoProgram(imagePath).empty() && !WhyNoLauncher(imagePath).empty();
+        return isProgram ? std::optional(LaunchedProgram{imagePath, {imagePath}}) : std::nullopt;
+    }
+    std::optional<LaunchedProgram> program = AsProgram(imagePath);
+    if (program && !WhyNoProgram(program->words.front()).empty()) program.reset();
+    return program;
+}
+
+DWORD PlanLauncher(const std::string &name, const LaunchedProgram &program, std::string *problem) {
+    const std::string why = WhyNoProgram(program.words.front());
+    *problem = program.words.front() + ": " + why;
     if (!why.empty()) return ERROR_PATH_NOT_FOUND;
     *problem = "a launcher cannot hold the end of a line";
-    if (commandLine.find('\n') != std::string::npos) return ERROR_INVALID_PARAMETER;
+    if (program.given.find('\n') != std::string::npos) return ERROR_INVALID_PARAMETER;
     *problem = "the name cannot be a file name";
     if (!CanBeFileName(name)) return ERROR_INVALID_NAME;
     const DWORD rc = FindLauncher(name, problem);
@@ -217,16 +221,14 @@ DWORD FindLauncher(const std::string &name, std::string *problem) {
     return CheckLauncher(folder, name, problem);
 }
 
-DWORD WriteLauncher(const std::string &name, const std::string &commandLine, std::string *problem) {
-    const auto words = SplitCommandLine(commandLine);
-    if (!words) return ERROR_INVALID_PARAMETER;
+DWORD WriteLauncher(const std::string &name, const LaunchedProgram &program, std::string *problem) {
     int folder = -1;
     DWORD rc = OpenFolder(true, &folder, problem);
     if (rc != ERROR_SUCCESS) return rc;
     const DescriptorGuard closed(&folder);
     rc = CheckLauncher(folder, name, problem);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
-    return ReplaceFile(folder, name, LauncherText(name, *words), problem);
+    return ReplaceFile(folder, name, LauncherText(name, program), problem);
 }
 
 DWORD RemoveLauncher(const std::string &name, std::string *problem) {
@@ -239,6 +241,21 @@ DWORD RemoveLauncher(const std::string &name, std::string *problem) {
         rc = FailedWithErrno(LauncherPath(name), problem);
     }
     return rc;
+}
+
+std::optional<std::string> GivenCommandLine(const std::string &name) {
+    std::string problem;
+    int folder = -1;
+    if (!CanBeFileName(name) || OpenFolder(false, &folder, &problem) != ERROR_SUCCESS) return std::nullopt;
+    const DescriptorGuard folderClosed(&folder);
+    int file = openat(folder, FileNameOf(name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) return std::nullopt;
+    const DescriptorGuard closed(&file);
+    const std::string before = LauncherMark(name) + givenBegin;
+    const std::string text = IsRegular(file) ? ReadBeginning(file, before.size() + longestFirstLine) : "";
+    const std::size_t end = text.find(std::string(givenEnd) + "\n", before.size());
+    if (!text.starts_with(before) || end == std::string::npos) return std::nullopt;
+    return text.substr(before.size(), end - before.size());
 }
 
 std::string WhyNoLauncher(const std::string &path) {
