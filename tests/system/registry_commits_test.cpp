@@ -196,20 +196,28 @@ TEST_F(RegistryCommits, a_disk_that_fills_up_answers_112_and_takes_writes_again_
     Start();
     const std::uint32_t key = Make("k");
     const Socket client = Connect();
-    // A stream of writes, the disk full somewhere in the middle of it.
-    constexpr std::uint32_t count = 400;
-    std::string stream;
-    for (std::uint32_t xid = 0; xid < count; ++xid)
-        stream += SetCall(key, "v" + std::to_string(xid), std::string(8000, static_cast<char>('a' + xid % 26)), xid);
-    std::thread sender([&] { EXPECT_TRUE(Send(client, stream)); });
+    // A stream of writes, the disk full somewhere in the middle of it: some that have room, answered before the rest
+    // is sent, so that not all share one commit.
+    constexpr std::uint32_t count = 400, roomy = 10;
     std::vector<bool> stored;
-    for (std::uint32_t xid = 0; xid < count; ++xid) {
-        const Answer answer = ReadAnswer(client);
-        EXPECT_EQ(answer.xid, xid);
-        EXPECT_TRUE(answer.status == 0 || answer.status == diskFull) << answer.status;
-        stored.push_back(answer.status == 0);
-    }
-    sender.join();
+    const auto sendUpTo = [&](std::uint32_t end) {
+        std::string stream;
+        const auto first = static_cast<std::uint32_t>(stored.size());
+        for (std::uint32_t xid = first; xid < end; ++xid) {
+            stream +=
+                SetCall(key, "v" + std::to_string(xid), std::string(8000, static_cast<char>('a' + xid % 26)), xid);
+        }
+        std::thread sender([&] { EXPECT_TRUE(Send(client, stream)); });
+        for (std::uint32_t xid = first; xid < end; ++xid) {
+            const Answer answer = ReadAnswer(client);
+            EXPECT_EQ(answer.xid, xid);
+            EXPECT_TRUE(answer.status == 0 || answer.status == diskFull) << answer.status;
+            stored.push_back(answer.status == 0);
+        }
+        sender.join();
+    };
+    sendUpTo(roomy);
+    sendUpTo(count);
     const auto storedCount = std::count(stored.begin(), stored.end(), true);
     Measured("%d of %u writes stored", static_cast<int>(storedCount), count);
     EXPECT_GT(storedCount, 0);
