@@ -236,6 +236,7 @@ constexpr Command commands[] = {
     {"find", "search a key and all below it", Find, OnFind},
     {"tree", "show the keys below as a tree", Tree, OnTree},
     {"diff", "show what tells two keys or files from each other", Diff, OnDiff},
+    {"lint", "find what would keep services from loading or starting", Lint, OnNothing},
     {"watch", "show changes as they come", Watch, OnWatch},
     {"snapshot", "keep states of keys", nullptr, OnNothing},
     {"edit", "edit a key as text", Edit, OnEdit},

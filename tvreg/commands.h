@@ -81,6 +81,7 @@ int UnloadHive(const Options &options);
 int Compare(const Options &options); // compare.cpp
 int Diff(const Options &options);
 
+int Lint(const Options &options);  // lint.cpp
 int Watch(const Options &options); // watch.cpp
 int Edit(const Options &options);  // edit.cpp
 

@@ -40,7 +40,9 @@ struct BootFault {
 };
 
 // Reads what a daemon that starts now would load from this HKEY_LOCAL_MACHINE. Returns nothing, or the first fault.
-[[nodiscard]] std::optional<BootFault> ReadBootDatabase(HKEY machine, BootDatabase *database);
+//   faults  where all faults go, and nothing is returned: what cannot be read is then left out of the database
+[[nodiscard]] std::optional<BootFault> ReadBootDatabase(HKEY machine, BootDatabase *database,
+                                                        std::vector<BootFault> *faults = nullptr);
 
 // One start.
 struct BootStep {

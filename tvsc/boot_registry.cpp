@@ -46,7 +46,15 @@ struct Load {
     BootDatabase *database;
     std::unordered_map<std::string, std::size_t> groupsByName; // the first of each name
     DWORD tag = 0;                                             // of the service before
+    std::vector<BootFault> *faults = nullptr;                  // where to note them all
 };
+
+// A fault ends the load, unless all are wanted: then it is noted, and nothing comes back.
+std::optional<BootFault> NoteFault(Load &load, BootFault fault) {
+    if (load.faults == nullptr) return fault;
+    load.faults->push_back(std::move(fault));
+    return {};
+}
 
 std::size_t AddGroup(Load &load, const std::string &name) {
     load.database->groups.push_back({name, {}});
@@ -58,11 +66,11 @@ std::optional<BootFault> ReadGroupOrder(Load &load, HKEY machine) {
     HKEY key = 0;
     DWORD rc = OpenKey(machine, groupOrderKeyPath, &key);
     if (rc == ERROR_FILE_NOT_FOUND) return {};
-    if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", ""};
+    if (rc != ERROR_SUCCESS) return NoteFault(load, {rc, "ServiceGroupOrder", ""});
     const KeyGuard closeKey(&key);
     std::string data;
     rc = ReadBytes(key, groupOrderValue, &data);
-    if (rc != ERROR_SUCCESS) return BootFault{rc, "ServiceGroupOrder", groupOrderValue};
+    if (rc != ERROR_SUCCESS) return NoteFault(load, {rc, "ServiceGroupOrder", groupOrderValue});
     data.erase(0, std::min(data.find_first_not_of('\0'), data.size()));
     for (const std::string &name : SplitMultiString(data)) {
         (void)AddGroup(load, name);
@@ -91,20 +99,25 @@ void ReadLateValues(HKEY key, BootService *service) {
 
 std::optional<BootFault> ReadService(Load &load, HKEY key, const std::string &name) {
     BootService service = {.name = name};
+    std::optional<BootFault> fault;
+    const auto isFault = [&](DWORD code, const char *value) {
+        fault = NoteFault(load, {code, name, value});
+        return fault.has_value();
+    };
     DWORD type = 0;
     DWORD rc = ReadNumber(key, typeValue, &type);
-    if (rc != ERROR_SUCCESS) return BootFault{rc, name, typeValue};
+    if (rc != ERROR_SUCCESS && isFault(rc, typeValue)) return fault;
     rc = ReadNumber(key, tagValue, &load.tag);
-    if (!IsOptional(rc)) return BootFault{rc, name, tagValue};
+    if (!IsOptional(rc) && isFault(rc, tagValue)) return fault;
     std::string displayName;
     rc = ReadText(key, displayNameValue, &displayName);
-    if (rc != ERROR_SUCCESS) return BootFault{rc, name, displayNameValue};
+    if (rc != ERROR_SUCCESS && isFault(rc, displayNameValue)) return fault;
     service.tag = load.tag;
     std::string group;
     const DWORD groupCode = ReadText(key, groupValue, &group);
-    if (!IsOptional(groupCode)) return BootFault{groupCode, name, groupValue};
+    if (!IsOptional(groupCode) && isFault(groupCode, groupValue)) return fault;
     rc = ReadText(key, imagePathValue, &service.imagePath);
-    if (!IsOptional(rc)) return BootFault{rc, name, imagePathValue};
+    if (!IsOptional(rc) && isFault(rc, imagePathValue)) return fault;
     ReadLateValues(key, &service);
     load.database->services.push_back(std::move(service));
     if (groupCode == ERROR_SUCCESS) JoinGroup(load, group, load.database->services.size() - 1);
@@ -115,26 +128,31 @@ std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
     HKEY services = 0;
     DWORD rc = OpenKey(machine, servicesKeyPath, &services);
     if (rc == ERROR_FILE_NOT_FOUND) return {}; // the daemon makes it
-    if (rc != ERROR_SUCCESS) return BootFault{rc, "Services", ""};
+    if (rc != ERROR_SUCCESS) return NoteFault(load, {rc, "Services", ""});
     const KeyGuard closeServices(&services);
     for (DWORD index = 0;; ++index) {
         TextBuffer name = {};
         DWORD nameBytes = textBytes;
         rc = static_cast<DWORD>(RegEnumKeyExA(services, index, name, &nameBytes, nullptr, nullptr, nullptr, nullptr));
         if (rc == ERROR_NO_MORE_ITEMS) return {};
-        if (rc != ERROR_SUCCESS) return BootFault{rc, "Services", ""};
+        if (rc != ERROR_SUCCESS) return NoteFault(load, {rc, "Services", ""});
         HKEY key = 0;
         rc = OpenKey(services, name, &key);
-        if (rc != ERROR_SUCCESS) return BootFault{rc, name, ""};
+        std::optional<BootFault> fault;
+        if (rc != ERROR_SUCCESS) {
+            fault = NoteFault(load, {rc, name, ""});
+            if (fault) return fault;
+            continue;
+        }
         const KeyGuard closeKey(&key);
         DWORD flag = 0;
         rc = ReadNumber(key, deleteFlagValue, &flag);
-        if (!IsOptional(rc)) return BootFault{rc, name, deleteFlagValue};
         if (rc == ERROR_SUCCESS) {
             load.database->deleted.emplace_back(name);
-        } else if (std::optional<BootFault> fault = ReadService(load, key, name)) {
-            return fault;
+        } else {
+            fault = IsOptional(rc) ? ReadService(load, key, name) : NoteFault(load, {rc, name, deleteFlagValue});
         }
+        if (fault) return fault;
     }
 }
 
@@ -162,29 +180,32 @@ void SortByTags(const BootDatabase &database, const std::string &vector, std::ve
     *members = std::move(sorted);
 }
 
-std::optional<BootFault> SortGroups(BootDatabase *database, HKEY machine) {
+std::optional<BootFault> SortGroups(Load &load, HKEY machine) {
     HKEY key = 0;
     DWORD rc = OpenKey(machine, tagOrderKeyPath, &key);
     if (rc == ERROR_FILE_NOT_FOUND) return {};
-    if (rc != ERROR_SUCCESS) return BootFault{rc, "GroupOrderList", ""};
+    if (rc != ERROR_SUCCESS) return NoteFault(load, {rc, "GroupOrderList", ""});
     const KeyGuard closeKey(&key);
-    for (BootGroup &group : database->groups) {
+    for (BootGroup &group : load.database->groups) {
         std::string vector;
         rc = ReadBytes(key, group.name.c_str(), &vector);
-        if (!IsOptional(rc)) return BootFault{rc, "GroupOrderList", group.name};
-        SortByTags(*database, vector, &group.members);
+        if (!IsOptional(rc)) {
+            std::optional<BootFault> fault = NoteFault(load, {rc, "GroupOrderList", group.name});
+            if (fault) return fault;
+        }
+        SortByTags(*load.database, vector, &group.members);
     }
     return {};
 }
 
 } // namespace
 
-std::optional<BootFault> ReadBootDatabase(HKEY machine, BootDatabase *database) {
-    Load load = {.database = database, .groupsByName = {}};
+std::optional<BootFault> ReadBootDatabase(HKEY machine, BootDatabase *database, std::vector<BootFault> *faults) {
+    Load load = {.database = database, .groupsByName = {}, .faults = faults};
     std::optional<BootFault> fault = ReadGroupOrder(load, machine);
     if (!fault) fault = ReadServices(load, machine);
     for (BootGroup &group : database->groups) {
         std::reverse(group.members.begin(), group.members.end());
     }
-    return fault ? fault : SortGroups(database, machine);
+    return fault ? fault : SortGroups(load, machine);
 }

@@ -298,6 +298,36 @@ TEST_F(TvregCommands, edit_writes_nothing_where_the_key_has_changed_meanwhile) {
     EXPECT_EQ(ReadValue(name, "v")->data, Sz("meanwhile"));
 }
 
+TEST_F(TvregCommands, lint_tells_everything_that_would_keep_services_from_loading_or_starting) {
+    const std::string script = folder + "/image", program = ProgramPath("tvreg");
+    WriteFile(script, "#!/bin/csh\nexec /bin/true\n");
+    WriteService("fine", 3, script);
+    EXPECT_EQ(Do({"lint"}), "");
+    WriteService("ring1", 2, script, {{"DependOnGroup", REG_MULTI_SZ, MultiSz({"ring2"})}});
+    WriteService("ring2", 3, script, {{"DependOnGroup", REG_MULTI_SZ, MultiSz({"ring1"})}});
+    const Ended warned = Run({"lint"});
+    EXPECT_EQ(warned.status, 0);
+    EXPECT_THAT(warned.output, AllOf(HasSubstr("WARN ring"), HasSubstr("depends on itself"), Not(HasSubstr("FAIL"))));
+    WriteKey(servicesKey + "\\bare", {});
+    WriteService("wide", 3, script, {{"Tag", REG_BINARY, "12345"}});
+    WriteService("elf", 3, program);
+    WriteService("line", 3, "/usr/sbin/x -y");
+    WriteService("who", 3, script, {{"DependOnService", REG_SZ, Sz("no such user")}});
+    const Ended failed = Run({"lint"});
+    EXPECT_EQ(failed.status, 6);
+    for (const char *line :
+         {"FAIL bare: Type cannot be read (2 ERROR_FILE_NOT_FOUND", "FAIL bare: DisplayName cannot be read",
+          "FAIL wide: Tag cannot be read (234 ", "is a program: csh takes it for a script",
+          "FAIL line: its image /usr/sbin/x -y is a command line",
+          "FAIL who: its account no such user is no user of this machine"}) {
+        EXPECT_THAT(failed.output, HasSubstr(line));
+    }
+    const Json told = Json::parse(Run({"lint", "--json"}).output);
+    EXPECT_EQ(told["schema"], "tvreg.lint/1");
+    EXPECT_EQ(told["findings"][0]["level"], "fail");
+    DeleteKey(servicesKey);
+}
+
 TEST_F(TvregCommands, what_may_have_been_meant_is_told) {
     WriteKey(name + "\\Service", {{"Display", REG_SZ, Sz("x")}});
     EXPECT_EQ(Run({"querry", key}).error, "tvreg: querry: no such command; did you mean query?\n");
