@@ -83,7 +83,7 @@ TEST_F(TvregChanges, export_of_several_keys_is_one_state) {
         for (std::uint32_t n = 1; n <= last; ++n) {
             WriteKey(name + "\\a", {{"n", REG_DWORD, Dword(n)}});
             WriteKey(name + "\\g", {{"n", REG_DWORD, Dword(n)}});
-            if (n % 30 == 0) SleepMs(100);
+            if (n % 30 == 0) SleepMs(500); // longer than an export pauses
         }
     });
     int exports = 0;
