@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // launch: what becomes of a child between fork and exec, and what its parent hears of it.
 #include "util/launch.h"
+#include "util/monotonic_ms.h"
 
 #include <gtest/gtest.h>
 
@@ -69,7 +70,9 @@ TEST(Launch, a_failed_step_is_told_with_its_errno) {
 TEST(Launch, a_child_that_does_not_go_on_is_killed_at_its_limit) {
     const int nothing = 0;
     int pipeEnds[2] = {-1, -1};
+    const std::int64_t begin = MonotonicMs();
     const Launched launched = Launch<Halt>(nothing, pipeEnds, 100);
+    EXPECT_LT(MonotonicMs() - begin, patientMs);
     EXPECT_NE(launched.step, nullptr);
     EXPECT_EQ(launched.error, ETIMEDOUT);
     EXPECT_EQ(WTERMSIG(TakeEnd(launched.child)), SIGKILL);

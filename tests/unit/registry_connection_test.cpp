@@ -40,6 +40,13 @@ void PlayLocalDaemon(Script &script, const char *host = "regd") {
     script.Answer(ok);
 }
 
+// An operation finds the local daemon, from the handshake to its answer.
+void ReachLocalDaemon(Script &daemon) {
+    PlayLocalDaemon(daemon);
+    daemon.Answer(ok);
+    EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+}
+
 // A remote machine. Its ping goes to the local daemon's script, when there is one.
 void PlayMachine(const char *host, Script &script, Script *local = nullptr) {
     dialPlan.hosts[host] = &script;
@@ -113,9 +120,7 @@ TEST_F(RegistryConnections, the_first_operation_connects_shakes_hands_and_pings_
 
 TEST_F(RegistryConnections, handshake_and_ping_carry_level_user_host_process_and_mode) {
     Script &daemon = NewScript();
-    PlayLocalDaemon(daemon);
-    daemon.Answer(ok);
-    EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+    ReachLocalDaemon(daemon);
     ASSERT_EQ(daemon.calls.size(), 3u);
     EXPECT_EQ(InHex(daemon.calls[0].argument), InHex(Hex(OwnIdentity())));
     EXPECT_EQ(InHex(daemon.calls[1].argument),
@@ -180,9 +185,7 @@ TEST_F(RegistryConnections, no_daemon_is_1016_and_leaves_no_entry_so_that_the_ne
     EXPECT_EQ(clntArray, nullptr);
     EXPECT_EQ(numConnections, 0);
 
-    PlayLocalDaemon(daemon);
-    daemon.Answer(ok);
-    EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+    ReachLocalDaemon(daemon);
 }
 
 TEST_F(RegistryConnections, forbidden_by_the_process_nothing_is_dialled) {
@@ -331,9 +334,7 @@ TEST_F(RegistryConnections, a_key_of_no_connection_goes_to_the_local_daemon_over
 
 TEST_F(RegistryConnections, the_table_grows_by_two_slots) {
     Script &daemon = NewScript();
-    PlayLocalDaemon(daemon);
-    daemon.Answer(ok);
-    (void)RegFlushKey(1);
+    ReachLocalDaemon(daemon);
     EXPECT_EQ(connectionSlots, 2);
     for (std::size_t i = 0; i < 3; ++i) {
         PlayMachine(("m" + std::to_string(i)).c_str(), NewScript(), &daemon);
@@ -465,9 +466,7 @@ TEST_F(RegistryConnections, the_machine_after_number_255_gets_a_key_of_the_local
 
 TEST_F(RegistryConnections, ping_sends_process_and_mode_and_returns_the_status) {
     Script &daemon = NewScript();
-    PlayLocalDaemon(daemon);
-    daemon.Answer(ok);
-    (void)RegFlushKey(1);
+    ReachLocalDaemon(daemon);
     daemon.Answer("00000001 0000000d");
     EXPECT_EQ(RegPingDaemon(7), ERROR_INVALID_DATA);
     EXPECT_EQ(InHex(daemon.calls.back().argument),
@@ -506,9 +505,7 @@ TEST_F(RegistryConnections, ping_without_a_connection_is_1016_in_every_mode_and_
 
 TEST_F(RegistryConnections, the_version_is_handed_back_to_the_pointers_given) {
     Script &daemon = NewScript();
-    PlayLocalDaemon(daemon);
-    daemon.Answer(ok);
-    (void)RegFlushKey(1);
+    ReachLocalDaemon(daemon);
     daemon.Answer("00000001 00000009 00000002 00000005 00000007");
     DWORD major = 0;
     DWORD minor = 0;
@@ -753,9 +750,7 @@ TEST_F(RegistryConnections, init_data_makes_connecting_possible_again) {
     EXPECT_EQ(nextClientNum, 1);
     EXPECT_EQ(pingXtIntervalId, 0);
     EXPECT_EQ(pingThreadHandle, 0);
-    PlayLocalDaemon(daemon);
-    daemon.Answer(ok);
-    EXPECT_EQ(RegFlushKey(1), ERROR_SUCCESS);
+    ReachLocalDaemon(daemon);
 }
 
 TEST_F(RegistryConnections, init_data_forgets_connections_without_closing_them_or_saying_farewell) {

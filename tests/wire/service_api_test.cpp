@@ -87,6 +87,15 @@ protected:
             return servd_SERV_CONTROL_SERVICE_RETURN{code, {0x99, state, 3, 77, 78, 79, 80}};
         });
     }
+    // What a control leaves in its caller's record when the daemon refuses it with this code and state.
+    SERVICE_STATUS Refused(DWORD control, std::int32_t code, std::int32_t state) {
+        ScriptControl(code, state);
+        OpenWeb();
+        SERVICE_STATUS status;
+        EXPECT_FALSE(ControlService(service, control, &status));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(code));
+        return status;
+    }
     void ScriptConfig(std::int32_t code, const std::string &display, std::uint32_t errorControl = 2) {
         OnCall([=](servd_SERV_QUERY_CONFIG_SERVICE &) {
             return servd_SERV_QUERY_CONFIG_SERVICE_RETURN{
@@ -241,11 +250,7 @@ TEST_F(ServiceApi, start_arguments_travel_in_order) {
 }
 
 TEST_F(ServiceApi, a_refused_control_fills_only_what_is_true) {
-    ScriptControl(ERROR_INVALID_SERVICE_CONTROL, SERVICE_RUNNING);
-    OpenWeb();
-    SERVICE_STATUS status;
-    EXPECT_FALSE(ControlService(service, 2, &status));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_SERVICE_CONTROL});
+    const SERVICE_STATUS status = Refused(SERVICE_CONTROL_PAUSE, ERROR_INVALID_SERVICE_CONTROL, SERVICE_RUNNING);
     EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_RUNNING});
     EXPECT_EQ(status.dwControlsAccepted, 3u);
     EXPECT_EQ(status.dwWin32ExitCode, 0u);
@@ -253,19 +258,14 @@ TEST_F(ServiceApi, a_refused_control_fills_only_what_is_true) {
 }
 
 TEST_F(ServiceApi, a_service_found_dead_fills_all_words) {
-    ScriptControl(ERROR_SERVICE_CANNOT_ACCEPT_CTRL, SERVICE_STOPPED);
-    OpenWeb();
-    SERVICE_STATUS status;
-    EXPECT_FALSE(ControlService(service, 4, &status));
+    const SERVICE_STATUS status =
+        Refused(SERVICE_CONTROL_INTERROGATE, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, SERVICE_STOPPED);
     EXPECT_EQ(status.dwWin32ExitCode, 77u);
 }
 
 TEST_F(ServiceApi, a_process_that_is_gone_is_told_as_stopped) {
     // The daemon notes the state before it finds out.
-    ScriptControl(ERROR_SERVICE_NOT_ACTIVE, SERVICE_RUNNING);
-    OpenWeb();
-    SERVICE_STATUS status;
-    EXPECT_FALSE(ControlService(service, 4, &status));
+    const SERVICE_STATUS status = Refused(SERVICE_CONTROL_INTERROGATE, ERROR_SERVICE_NOT_ACTIVE, SERVICE_RUNNING);
     EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_STOPPED});
 }
 
