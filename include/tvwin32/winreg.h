@@ -15,6 +15,7 @@
 #include "winbase.h"
 
 #include "tv/winreg.h"
+#include "winreg_wide.h"
 
 #define VALENT TV_FORM(VALENT)
 #define PVALENT TV_FORM(PVALENT)
