@@ -59,6 +59,28 @@ typedef DWORD ACCESS_MASK, *PACCESS_MASK;
 #define GENERIC_EXECUTE 0x20000000u
 #define GENERIC_ALL 0x10000000u
 
+/* Who may use an object. It can be filled in and handed over, and means nothing. */
+typedef struct SECURITY_DESCRIPTOR {
+    BYTE Revision, Sbz1;
+    WORD Control;
+    PVOID Owner, Group, Sacl, Dacl;
+} SECURITY_DESCRIPTOR;
+#define SECURITY_DESCRIPTOR_REVISION 1
+#define SECURITY_DESCRIPTOR_MIN_LENGTH sizeof(SECURITY_DESCRIPTOR)
+
+static __inline__ BOOL InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revision) {
+    const SECURITY_DESCRIPTOR empty = {(BYTE)revision, 0, 0, NULL, NULL, NULL, NULL};
+    *(SECURITY_DESCRIPTOR *)descriptor = empty;
+    return TRUE;
+}
+
+static __inline__ BOOL SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, PVOID dacl,
+                                                 BOOL defaulted) {
+    (void)defaulted;
+    ((SECURITY_DESCRIPTOR *)descriptor)->Dacl = present ? dacl : NULL;
+    return TRUE;
+}
+
 typedef union LARGE_INTEGER {
     __extension__ struct {
         DWORD LowPart;

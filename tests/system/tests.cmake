@@ -56,6 +56,7 @@ tv_host_test(system self_installers tv_service_world)
 tv_host_test(system service_calls tv_service_world)
 tv_host_test(system start tv_test_host tv_test_registry)
 tv_host_test(system start_loop tv_service_world)
+set_tests_properties(system.start_loop PROPERTIES TIMEOUT 3600) # a thousand starts a case, when asked for
 tv_host_test(system start_timeouts tv_test_host tv_test_registry)
 add_dependencies(tvreg_system_test tvreg)
 add_dependencies(tvreg_changes_system_test tvreg)

@@ -106,3 +106,51 @@ image() { # FILE COMMAND
     sawInOrder 'i2pdService: running' 'i2pdService: paused' 'i2pdService: running' 'i2pdService: stopped' 'status 3' \
         'i2pdService: deleted'
 }
+@test "Unbound installs itself, starts a program first, runs, stops and removes itself" {
+    fetch unbound '*/winrc/*'
+    compile unbound unbound source/winrc/win_svc.c source/winrc/w_inst.c "$standIns/unbound/main.c"
+    withDaemons 'unbound -w install' "tvreg add 'HKLM\\Software\\Unbound' -v RootAnchor -d 'touch $PWD/anchor'" \
+        'unbound -w start' 'tvsc wait unbound --for=running' 'ls anchor' 'unbound -w stop' \
+        'tvsc wait unbound --for=stopped' 'unbound -w remove' 'tvsc status unbound'
+    sawInOrder 'unbound service installed' 'unbound service started' 'unbound: running' anchor \
+        'unbound service stopped' 'unbound: stopped' 'unbound service removed' '$ tvsc status unbound' 'status 4'
+}
+
+@test "Mosquitto installs itself, finds its configuration by the environment, runs, stops and uninstalls itself" {
+    fetch mosquitto '*/src/service.c' '*/lib/memory_mosq.h'
+    includes=-Isource/lib compile mosquitto mosquitto source/src/service.c "$standIns/mosquitto/main.c"
+    export MOSQUITTO_DIR=$PWD
+    touch mosquitto.conf
+    withDaemons 'mosquitto install' 'tvsc start mosquitto' 'tvsc stop mosquitto' 'mosquitto uninstall' \
+        'tvsc status mosquitto'
+    sawInOrder '$ mosquitto install' 'mosquitto: running' 'mosquitto: stopped' '$ tvsc status*' 'status 4'
+}
+
+@test "Gammu's daemon installs, starts, stops and uninstalls itself" {
+    fetch gammu '*/smsd/winservice.[ch]'
+    includes=-Isource/smsd compile gammu gammu-smsd source/smsd/winservice.c "$standIns/gammu/main.c"
+    withDaemons 'gammu-smsd -i' 'gammu-smsd -s' 'tvsc wait GammuSMSD --for=running' 'gammu-smsd -k' \
+        'tvsc wait GammuSMSD --for=stopped' 'gammu-smsd -u' 'tvsc status GammuSMSD'
+    sawInOrder '$ gammu-smsd -i' '$ gammu-smsd -s' 'GammuSMSD: running' 'GammuSMSD: stopped' '$ gammu-smsd -u' \
+        '$ tvsc status*' 'status 4'
+}
+
+@test "slapd installs itself with its event source, outlives a restart of the daemon, runs, stops and removes itself" {
+    fetch openldap '*/liblutil/ntservice.c' '*/slapd/nt_svc.c'
+    compile openldap slapd source/libraries/liblutil/ntservice.c source/servers/slapd/nt_svc.c \
+        "$standIns/openldap/main.c"
+    withDaemons 'slapd' 'slapd install' 'servd stop' 'servd; tvsc wait-online' 'tvsc start OpenLDAP-slapd' \
+        'tvsc stop OpenLDAP-slapd' 'slapd remove' 'tvsc status OpenLDAP-slapd'
+    sawInOrder 'slapd in the foreground' 'service has been installed ...' 'OpenLDAP-slapd: running' \
+        'OpenLDAP-slapd: stopped' 'service has been removed ...' '$ tvsc status*' 'status 4'
+}
+
+@test "Net-SNMP's agent registers itself with arguments in the registry, runs with them, stops and unregisters itself" {
+    fetch net-snmp '*/snmplib/winservice.c' '*/include/net-snmp/library/winservice.h'
+    includes=-Isource/include compile net-snmp snmpd source/snmplib/winservice.c "$standIns/net-snmp/main.c"
+    withDaemons 'snmpd -register -quiet -Lf "a b.log"' 'tvsc start "Net-SNMP Agent"' 'cat /tmp/net-snmp.arguments' \
+        'tvsc interrogate "Net-SNMP Agent"' 'tvsc stop "Net-SNMP Agent"' 'snmpd -unregister -quiet' \
+        'tvsc status "Net-SNMP Agent"'
+    sawInOrder '*successfully registered as a service*' 'Net-SNMP Agent: running' '-Lf' 'a b.log' \
+        'Net-SNMP Agent: stopped' 'Net-SNMP Agent service deleted' '$ tvsc status*' 'status 4'
+}

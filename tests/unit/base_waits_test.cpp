@@ -355,7 +355,7 @@ TEST(CreateThread, without_a_start_or_with_other_flags_is_87) {
 }
 
 TEST(CreateThread, without_room_for_its_stack_is_8) {
-    constexpr std::size_t tooLarge = static_cast<std::size_t>(-1) / 2 & ~std::size_t{0xFFFF};
+    constexpr std::size_t tooLarge = static_cast<std::size_t>(-1) / 8 * 7 & ~std::size_t{0xFFFF};
     EXPECT_CODE(CreateThread(nullptr, tooLarge, ReturnParameter, nullptr, 0, nullptr) != nullptr,
                 ERROR_NOT_ENOUGH_MEMORY);
 }

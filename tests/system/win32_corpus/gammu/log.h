@@ -1,0 +1,2 @@
+/* SPDX-License-Identifier: MIT */
+/* The types stand in gammu-smsd.h. */

@@ -1,0 +1,2 @@
+/* SPDX-License-Identifier: MIT */
+#define ldap_memfree free

@@ -1,0 +1,2 @@
+/* SPDX-License-Identifier: MIT */
+/* All of it stands in daemon/daemon.h. */
