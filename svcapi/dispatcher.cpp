@@ -41,7 +41,7 @@ struct TableEntry {
 std::vector<TableEntry> serviceTable; // as the caller has it; set once, before any thread starts
 sigset_t callerMask;                  // likewise
 pid_t ownerPid;                       // a forked child must not take its parent's entries away
-std::thread::id servingThread;
+thread_local bool isServingThread;    // set by the thread itself: a handler may exit before its maker goes on
 
 // The program's entry for a service. A lone entry serves any name, but only one: that of the first start.
 const TableEntry *FindTableEntry(const ServiceRuntime &runtime, const std::string &name) {
@@ -211,6 +211,7 @@ void AnswerCall(svc_req *request, SVCXPRT *transport) {
 
 // Thread body: serves calls until `wake` can be read.
 void ServeCalls(int wake) {
+    isServingThread = true;
     while (ServeNextRequests(wake)) {
     }
 }
@@ -243,7 +244,7 @@ void RemovePidFiles(ServiceRuntime &runtime) {
 // Lets the last reports out before the process is gone. A handler that exits holds the daemon in its call: waiting
 // would be in vain.
 void FlushReports(ServiceRuntime &runtime, std::chrono::seconds limit) {
-    if (std::this_thread::get_id() == servingThread) return;
+    if (isServingThread) return;
     std::unique_lock<std::mutex> locked(runtime.guard);
     runtime.changed.wait_for(locked, limit,
                              [&] { return (AllReported(runtime) && !runtime.serving) || runtime.daemonGone; });
@@ -298,7 +299,6 @@ DWORD RunDispatcher() {
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &callerMask);
     std::thread server(ServeCalls, wake);
-    servingThread = server.get_id();
     std::thread reporter(ReportStates, std::ref(runtime));
     pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
 
