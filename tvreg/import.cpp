@@ -120,16 +120,20 @@ void CheckRoots(const std::vector<RegFile> &files) {
     }
 }
 
+void CountFile(const RegFile &file, Counts *counts) {
+    for (const RegKey &key : file.keys) {
+        const auto deleted = static_cast<std::size_t>(
+            std::count_if(key.values.begin(), key.values.end(), [](const RegValue &value) { return value.isDeleted; }));
+        ++(key.isDeleted ? counts->deletedKeys : counts->keys);
+        counts->deletedValues += deleted;
+        counts->values += key.values.size() - deleted;
+    }
+}
+
 Counts CountAll(const std::vector<RegFile> &files) {
     Counts counts;
     for (const RegFile &file : files) {
-        for (const RegKey &key : file.keys) {
-            const auto deleted = static_cast<std::size_t>(std::count_if(
-                key.values.begin(), key.values.end(), [](const RegValue &value) { return value.isDeleted; }));
-            ++(key.isDeleted ? counts.deletedKeys : counts.keys);
-            counts.deletedValues += deleted;
-            counts.values += key.values.size() - deleted;
-        }
+        CountFile(file, &counts);
     }
     return counts;
 }
@@ -178,12 +182,14 @@ void EraseProgress(const ProgressLine &line) {
 std::vector<Fault> WriteFiles(const std::vector<RegFile> &files, std::size_t values) {
     std::vector<Fault> faults;
     ProgressLine line = {.all = values};
+    Counts counts; // of files that are done
     for (const RegFile &file : files) {
         const std::vector<Refusal> refusals = WriteKeys(file.keys, [&](std::size_t done) { ShowProgress(line, done); });
         for (const Refusal &refusal : refusals) {
             faults.push_back(FaultOf(file, refusal));
         }
-        line.before += CountAll({file}).values;
+        CountFile(file, &counts);
+        line.before = counts.values;
         if (!refusals.empty() && refusals.back().code == ERROR_REGISTRY_IO_FAILED) {
             EraseProgress(line);
             throw Failure(EXIT_UNREACHABLE, FaultText(faults.back()), ERROR_REGISTRY_IO_FAILED);
