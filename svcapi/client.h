@@ -30,6 +30,9 @@
 // is none.
 [[nodiscard]] DWORD QueryLauncherUser(SC_HANDLE manager, const std::string &name, std::optional<std::string> *user);
 
+// The status as QueryServiceStatus tells it, with the process; whether the service is marked for deletion.
+[[nodiscard]] DWORD WatchService(SC_HANDLE service, SERVICE_STATUS_PROCESS *status, bool *marked);
+
 // Deletes a service that could be made half only. An older launcher that lies there stays, other than with
 // DeleteService.
 [[nodiscard]] DWORD WithdrawService(SC_HANDLE service);

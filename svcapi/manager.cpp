@@ -4,6 +4,7 @@
 #include "svcapi/handles.h"
 #include "svcapi/image_path.h"
 #include "svcapi/last_error.h"
+#include "svcapi/status_notify.h"
 
 #include <cstring>
 
@@ -62,7 +63,9 @@ SC_HANDLE OpenSCManagerA(LPCSTR lpMachineName, LPCSTR lpDatabaseName, DWORD) {
 BOOL CloseServiceHandle(SC_HANDLE hSCObject) {
     if (TakeHandle(hSCObject, HandleKind::manager) != nullptr) return TRUE;
     const std::shared_ptr<OpenHandle> service = TakeHandle(hSCObject, HandleKind::service);
-    return Succeeded(service != nullptr ? CloseService(*service) : ERROR_INVALID_HANDLE);
+    if (service == nullptr) return Succeeded(ERROR_INVALID_HANDLE);
+    EndNotifications(hSCObject);
+    return Succeeded(CloseService(*service));
 }
 
 BOOL tvSetCallTimeout(SC_HANDLE hSCObject, DWORD milliseconds) {

@@ -7,6 +7,7 @@
 #include "svcapi/last_error.h"
 #include "svcapi/limits.h"
 #include "svcapi/listing.h"
+#include "svcapi/process_status.h"
 #include "svcapi/service_files.h"
 #include "svcapi/wide.h"
 #include "util/multi_string.h"
@@ -39,17 +40,30 @@ DWORD PassiveStatus(DaemonLink &link, OpenHandle &service, SERVICE_STATUS *statu
     return ERROR_SUCCESS;
 }
 
-// Looks, and asks the daemon where that helps. The status ends up in the handle's watch.
-DWORD WatchedStatus(DaemonLink &link, OpenHandle &service) {
+// Looks, and asks the daemon where that helps. The status ends up in the handle's watch. *listed: the enumeration has
+// the service; may be null.
+DWORD WatchedStatus(DaemonLink &link, OpenHandle &service, bool *listed = nullptr) {
     SERVICE_STATUS status = {};
     bool complete = false;
     DWORD rc = PassiveStatus(link, service, &status, &complete);
     if (rc != ERROR_SUCCESS) return rc;
+    if (listed != nullptr) *listed = complete;
     NoteLook(&service.watch, status, complete, CallClock::now());
     if (!IsAskingUseful(service.watch, CallClock::now())) return ERROR_SUCCESS;
     rc = QueryRecordStatus(link, service.index, &status);
     if (rc == ERROR_SUCCESS) NoteLook(&service.watch, status, true, CallClock::now());
     return rc;
+}
+
+// Whether a service that is not listed is marked for deletion: the one in record 0 never is listed, but can be opened.
+DWORD AskIfMarked(DaemonLink &link, const OpenHandle &service, bool *marked) {
+    *marked = true;
+    if (service.index != 0) return ERROR_SUCCESS;
+    std::int32_t index = 0;
+    const DWORD rc = OpenRecord(link, service.name.c_str(), &index);
+    if (rc == ERROR_SERVICE_DOES_NOT_EXIST) return ERROR_SUCCESS;
+    *marked = false;
+    return rc != ERROR_SUCCESS ? rc : CloseRecord(link, index);
 }
 
 // Asks for one name of a service by the other, and hands it out under the rules of the name calls.
@@ -185,6 +199,18 @@ BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus) {
     if (rc == ERROR_SUCCESS) rc = WatchedStatus(*call.handle->link, *call.handle);
     if (rc == ERROR_SUCCESS) *lpServiceStatus = call.handle->watch.status;
     return Succeeded(rc);
+}
+
+DWORD WatchService(SC_HANDLE service, SERVICE_STATUS_PROCESS *status, bool *marked) {
+    HandleCall call;
+    bool listed = false;
+    DWORD rc = BeginServiceCall(service, &call);
+    if (rc == ERROR_SUCCESS) rc = WatchedStatus(*call.handle->link, *call.handle, &listed);
+    if (rc == ERROR_SUCCESS && !listed) rc = AskIfMarked(*call.handle->link, *call.handle, marked);
+    if (rc != ERROR_SUCCESS) return rc;
+    const SERVICE_STATUS &seen = call.handle->watch.status;
+    *status = WithProcess(seen, ProcessOf(*call.handle->link, call.handle->name, seen));
+    return ERROR_SUCCESS;
 }
 
 BOOL tvQueryServiceStatusPassive(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus, BOOL *complete) {

@@ -349,6 +349,58 @@ BOOL QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus);
 BOOL QueryServiceStatusEx(SC_HANDLE hService, SC_STATUS_TYPE InfoLevel, LPBYTE lpBuffer, DWORD cbBufSize,
                           LPDWORD pcbBytesNeeded);
 
+/* What NotifyServiceStatusChange waits for. */
+#define SERVICE_NOTIFY_STATUS_CHANGE 2
+#define SERVICE_NOTIFY_STOPPED 0x0001
+#define SERVICE_NOTIFY_START_PENDING 0x0002
+#define SERVICE_NOTIFY_STOP_PENDING 0x0004
+#define SERVICE_NOTIFY_RUNNING 0x0008
+#define SERVICE_NOTIFY_CONTINUE_PENDING 0x0010
+#define SERVICE_NOTIFY_PAUSE_PENDING 0x0020
+#define SERVICE_NOTIFY_PAUSED 0x0040
+#define SERVICE_NOTIFY_CREATED 0x0080
+#define SERVICE_NOTIFY_DELETED 0x0100
+#define SERVICE_NOTIFY_DELETE_PENDING 0x0200
+
+typedef void (*PFN_SC_NOTIFY_CALLBACK)(LPVOID pParameter); /* gets the record */
+
+typedef struct SERVICE_NOTIFY_2A {
+    DWORD dwVersion; /* SERVICE_NOTIFY_STATUS_CHANGE, else 87 */
+    PFN_SC_NOTIFY_CALLBACK pfnNotifyCallback;
+    LPVOID pContext;                      /* the caller's own */
+    DWORD dwNotificationStatus;           /* 0, or why nothing is told below */
+    SERVICE_STATUS_PROCESS ServiceStatus; /* as when the change was seen */
+    DWORD dwNotificationTriggered;        /* the bit of the mask that came true */
+    LPSTR pszServiceNames;                /* null */
+} SERVICE_NOTIFY_2A, *PSERVICE_NOTIFY_2A, SERVICE_NOTIFYA, *PSERVICE_NOTIFYA;
+
+typedef struct SERVICE_NOTIFY_2W {
+    DWORD dwVersion;
+    PFN_SC_NOTIFY_CALLBACK pfnNotifyCallback;
+    LPVOID pContext;
+    DWORD dwNotificationStatus;
+    SERVICE_STATUS_PROCESS ServiceStatus;
+    DWORD dwNotificationTriggered;
+    LPWSTR pszServiceNames;
+} SERVICE_NOTIFY_2W, *PSERVICE_NOTIFY_2W, SERVICE_NOTIFYW, *PSERVICE_NOTIFYW;
+
+/* Asks to be told once that a service is in one of the states of a mask, or marked for deletion. Returns the code, and
+ * leaves GetLastError alone.
+ *   pNotifyBuffer  the first three words are set by the caller; must stay valid until the callback or
+ * CloseServiceHandle The first call through a handle tells a state of the mask that the service has already; a later
+ * one tells changes since what was told last. One call gives one callback, which may ask again. Differs from Win32: the
+ * callback comes not to the calling thread in an alertable wait, of which there are none here, but on a thread of this
+ * library, all signals blocked, one callback at a time in a process: it should be short. It may call every function,
+ * CloseServiceHandle too. From any other thread CloseServiceHandle waits for a callback that runs for the handle, and
+ * none comes after it. A child after fork() has none. Differs also in that the library looks at the service as
+ * QueryServiceStatus does, 20 milliseconds after a change and twice a second at last: a state that is over before it is
+ * looked at is not told. A mark for deletion ends the waiting: dwNotificationStatus is 0 where the mask has
+ * SERVICE_NOTIFY_DELETE_PENDING, else 1072 ERROR_SERVICE_MARKED_FOR_DELETE. So does a look that fails, with its code:
+ * 1722 when the daemon is gone. 87 for no bit, for an unknown one, and for the two of a manager's handle with a
+ * service's; 120 ERROR_CALL_NOT_IMPLEMENTED for a manager's handle: created and deleted services are not told. 1072 for
+ * a service that is marked already, 1242 ERROR_ALREADY_REGISTERED while an earlier call through the handle waits. */
+DWORD NotifyServiceStatusChangeA(SC_HANDLE hService, DWORD dwNotifyMask, PSERVICE_NOTIFYA pNotifyBuffer);
+
 /* Lists services, ENUM_SERVICE_STATUSA records in the daemon's order.
  *   dwServiceType   SERVICE_WIN32, SERVICE_DRIVER or both; single bits select the whole class
  *   dwServiceState  SERVICE_ACTIVE, SERVICE_INACTIVE or SERVICE_STATE_ALL
@@ -593,6 +645,7 @@ SC_HANDLE CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName, LPCWSTR lp
                          LPCWSTR lpServiceStartName, LPCWSTR lpPassword);
 BOOL StartServiceW(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCWSTR *lpServiceArgVectors);
 BOOL ControlServiceExW(SC_HANDLE hService, DWORD dwControl, DWORD dwInfoLevel, LPVOID pControlParams);
+DWORD NotifyServiceStatusChangeW(SC_HANDLE hService, DWORD dwNotifyMask, PSERVICE_NOTIFYW pNotifyBuffer);
 BOOL EnumServicesStatusW(SC_HANDLE hSCManager, DWORD dwServiceType, DWORD dwServiceState,
                          LPENUM_SERVICE_STATUSW lpServices, DWORD cbBufSize, LPDWORD pcbBytesNeeded,
                          LPDWORD lpServicesReturned, LPDWORD lpResumeHandle);
@@ -646,6 +699,11 @@ SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExW(LPCWSTR lpServiceName, LPHAN
 #define ChangeServiceConfig2 TV_FORM(ChangeServiceConfig2)
 #define QueryServiceConfig2 TV_FORM(QueryServiceConfig2)
 #define RegisterServiceCtrlHandlerEx TV_FORM(RegisterServiceCtrlHandlerEx)
+#define SERVICE_NOTIFY TV_FORM(SERVICE_NOTIFY)
+#define PSERVICE_NOTIFY TV_FORM(PSERVICE_NOTIFY)
+#define SERVICE_NOTIFY_2 TV_FORM(SERVICE_NOTIFY_2)
+#define PSERVICE_NOTIFY_2 TV_FORM(PSERVICE_NOTIFY_2)
+#define NotifyServiceStatusChange TV_FORM(NotifyServiceStatusChange)
 #define OpenSCManager TV_FORM(OpenSCManager)
 #define OpenService TV_FORM(OpenService)
 #define CreateService TV_FORM(CreateService)

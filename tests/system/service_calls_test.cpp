@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The functions of winsvc.h against both daemons, for bytes and for UTF-16 alike: results, last errors, and buffers one
 // byte too small, just large enough and larger.
+#include "svcapi/calls.h"
 #include "svcapi/wide.h"
 #include "tests/support/service_world.h"
 #include "tv/winreg.h"
@@ -8,11 +9,13 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <functional>
 #include <thread>
 
+using testing::AnyOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -45,6 +48,8 @@ struct Bytes {
     static constexpr auto QueryConfig2 = QueryServiceConfig2A;
     static constexpr auto ChangeConfig2 = ChangeServiceConfig2A;
     static constexpr auto ControlEx = ControlServiceExA;
+    using Notify = SERVICE_NOTIFY_2A;
+    static constexpr auto NotifyChange = NotifyServiceStatusChangeA;
     static constexpr auto QueryLock = QueryServiceLockStatusA;
     static constexpr auto DisplayName = GetServiceDisplayNameA;
     static constexpr auto KeyName = GetServiceKeyNameA;
@@ -73,6 +78,8 @@ struct Utf16 {
     static constexpr auto QueryConfig2 = QueryServiceConfig2W;
     static constexpr auto ChangeConfig2 = ChangeServiceConfig2W;
     static constexpr auto ControlEx = ControlServiceExW;
+    using Notify = SERVICE_NOTIFY_2W;
+    static constexpr auto NotifyChange = NotifyServiceStatusChangeW;
     static constexpr auto QueryLock = QueryServiceLockStatusW;
     static constexpr auto DisplayName = GetServiceDisplayNameW;
     static constexpr auto KeyName = GetServiceKeyNameW;
@@ -382,6 +389,204 @@ TYPED_TEST(ServiceCalls, an_extended_handler_gets_its_context_and_says_what_it_d
     EXPECT_TRUE(ControlService(this->service, SERVICE_CONTROL_STOP, &status)) << GetLastError();
     this->WaitForState(SERVICE_STOPPED);
     EXPECT_THAT(this->ReadLog(this->name), Not(HasSubstr("not as registered")));
+}
+
+// --- notifications ---
+
+// A record to ask with, whose callback counts.
+template <typename Form>
+struct Notification {
+    typename Form::Notify record = {};
+    std::atomic<int> calls = 0;
+    std::function<void()> further; // what the callback does besides
+
+    Notification() {
+        record.dwVersion = SERVICE_NOTIFY_STATUS_CHANGE;
+        record.pContext = this;
+        record.pfnNotifyCallback = [](LPVOID parameter) {
+            auto *const told = static_cast<typename Form::Notify *>(parameter);
+            auto *const self = static_cast<Notification *>(told->pContext);
+            EXPECT_EQ(told, &self->record);
+            if (self->further) self->further();
+            ++self->calls;
+        };
+    }
+    DWORD Ask(SC_HANDLE service, DWORD mask) { return Form::NotifyChange(service, mask, &record); }
+    void ExpectCalls(int wanted) {
+        EXPECT_TRUE(WaitUntil([&] { return calls >= wanted; }));
+        EXPECT_EQ(calls, wanted);
+    }
+};
+
+// Past the longest time between two looks.
+void LetLooksPass() { std::this_thread::sleep_for(std::chrono::milliseconds(1200)); }
+
+// Reports a state in a service's place, without a wait.
+void ReportState(const std::string &name, DWORD state) {
+    DaemonLink link;
+    link.host = "localhost";
+    std::int32_t index = 0;
+    ASSERT_EQ(Connect(link), DWORD{0});
+    ASSERT_EQ(OpenRecord(link, name.c_str(), &index), DWORD{0});
+    EXPECT_EQ(SetRecordStatus(link, index, {SERVICE_WIN32_OWN_PROCESS, state, 0, 0, 0, 7, 0}), DWORD{0});
+    EXPECT_EQ(CloseRecord(link, index), DWORD{0});
+}
+
+TYPED_TEST(ServiceCalls, each_state_is_told_once_when_it_is_asked_for) {
+    this->Create();
+    Notification<TypeParam> told;
+    const std::pair<DWORD, DWORD> bits[] = {{SERVICE_START_PENDING, SERVICE_NOTIFY_START_PENDING},
+                                            {SERVICE_RUNNING, SERVICE_NOTIFY_RUNNING},
+                                            {SERVICE_PAUSE_PENDING, SERVICE_NOTIFY_PAUSE_PENDING},
+                                            {SERVICE_PAUSED, SERVICE_NOTIFY_PAUSED},
+                                            {SERVICE_CONTINUE_PENDING, SERVICE_NOTIFY_CONTINUE_PENDING},
+                                            {SERVICE_STOP_PENDING, SERVICE_NOTIFY_STOP_PENDING},
+                                            {SERVICE_STOPPED, SERVICE_NOTIFY_STOPPED}};
+    int calls = 0;
+    for (const auto &[state, bit] : bits) {
+        ASSERT_EQ(told.Ask(this->service, bit), DWORD{0}) << state;
+        EXPECT_EQ(told.Ask(this->service, bit), DWORD{ERROR_ALREADY_REGISTERED});
+        ReportState(this->name, state);
+        told.ExpectCalls(++calls);
+        EXPECT_EQ(told.record.dwNotificationStatus, 0u);
+        EXPECT_EQ(told.record.dwNotificationTriggered, bit);
+        EXPECT_EQ(told.record.ServiceStatus.dwCurrentState, state);
+        EXPECT_EQ(told.record.ServiceStatus.dwCheckPoint, 7u);
+        EXPECT_EQ(told.record.pszServiceNames, nullptr);
+    }
+    ReportState(this->name, SERVICE_RUNNING); // nobody asks
+    LetLooksPass();
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_STOPPED | SERVICE_NOTIFY_PAUSED), DWORD{0});
+    LetLooksPass(); // in a state that was not asked for
+    EXPECT_EQ(told.calls, calls);
+    ReportState(this->name, SERVICE_STOPPED);
+    told.ExpectCalls(calls + 1);
+}
+
+TYPED_TEST(ServiceCalls, a_state_that_is_there_is_told_to_the_first_call_through_a_handle) {
+    this->Create();
+    Notification<TypeParam> told;
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_STOPPED), DWORD{0});
+    told.ExpectCalls(1);
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_STOPPED), DWORD{0});
+    LetLooksPass();
+    EXPECT_EQ(told.calls, 1);
+}
+
+TYPED_TEST(ServiceCalls, a_start_and_a_stop_are_told_with_the_process_to_a_callback_that_asks_again) {
+    this->Create();
+    Notification<TypeParam> told;
+    std::atomic<DWORD> process = 0;
+    told.further = [&] {
+        if (told.record.dwNotificationTriggered != SERVICE_NOTIFY_RUNNING) return;
+        process = told.record.ServiceStatus.dwProcessId;
+        EXPECT_EQ(told.Ask(this->service, SERVICE_NOTIFY_STOPPED), DWORD{0});
+    };
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{0});
+    this->StartAndWait();
+    told.ExpectCalls(1);
+    EXPECT_EQ(process, static_cast<DWORD>(this->ProcessOf(this->name)));
+    SERVICE_STATUS status = {};
+    ASSERT_TRUE(ControlService(this->service, SERVICE_CONTROL_STOP, &status)) << GetLastError();
+    told.ExpectCalls(2);
+    EXPECT_EQ(told.record.dwNotificationTriggered, DWORD{SERVICE_NOTIFY_STOPPED});
+}
+
+TYPED_TEST(ServiceCalls, a_closed_handle_is_told_nothing_more) {
+    this->Create();
+    Notification<TypeParam> told;
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{0});
+    EXPECT_TRUE(CloseServiceHandle(this->service)) << GetLastError();
+    ReportState(this->name, SERVICE_RUNNING);
+    LetLooksPass();
+    EXPECT_EQ(told.calls, 0);
+
+    // A callback that runs is waited for, but not by itself.
+    this->service = TypeParam::Open(this->manager, this->Text(this->name).c_str(), SERVICE_ALL_ACCESS);
+    std::atomic<bool> entered = false;
+    told.further = [&] {
+        entered = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    };
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{0});
+    EXPECT_TRUE(WaitUntil([&] { return entered.load(); }));
+    EXPECT_TRUE(CloseServiceHandle(this->service)) << GetLastError();
+    EXPECT_EQ(told.calls, 1);
+    this->service = TypeParam::Open(this->manager, this->Text(this->name).c_str(), SERVICE_ALL_ACCESS);
+    told.further = [&] { EXPECT_TRUE(CloseServiceHandle(this->service)) << GetLastError(); };
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{0});
+    told.ExpectCalls(2);
+    EXPECT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{ERROR_INVALID_HANDLE});
+    this->service = nullptr;
+    ReportState(this->name, SERVICE_STOPPED);
+}
+
+TYPED_TEST(ServiceCalls, a_deletion_is_told_as_it_was_asked_for) {
+    this->Create();
+    const SC_HANDLE second = TypeParam::Open(this->manager, this->Text(this->name).c_str(), SERVICE_ALL_ACCESS);
+    Notification<TypeParam> asked;
+    Notification<TypeParam> surprised;
+    ASSERT_EQ(asked.Ask(this->service, SERVICE_NOTIFY_DELETE_PENDING), DWORD{0});
+    ASSERT_EQ(surprised.Ask(second, SERVICE_NOTIFY_RUNNING), DWORD{0});
+    LetLooksPass();
+    EXPECT_EQ(asked.calls, 0);
+    ASSERT_TRUE(DeleteService(this->service)) << GetLastError();
+    asked.ExpectCalls(1);
+    surprised.ExpectCalls(1);
+    EXPECT_EQ(asked.record.dwNotificationStatus, 0u);
+    EXPECT_EQ(asked.record.dwNotificationTriggered, DWORD{SERVICE_NOTIFY_DELETE_PENDING});
+    EXPECT_EQ(surprised.record.dwNotificationStatus, DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+    EXPECT_EQ(surprised.record.dwNotificationTriggered, 0u);
+    EXPECT_EQ(asked.Ask(second, SERVICE_NOTIFY_RUNNING), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+    (void)CloseServiceHandle(second);
+}
+
+// The enumeration leaves it out, as it does the services that are marked for deletion.
+TYPED_TEST(ServiceCalls, the_service_in_record_0_can_be_waited_for) {
+    this->Create();
+    const SC_HANDLE zero = TypeParam::Open(this->manager, this->Text("zero").c_str(), SERVICE_ALL_ACCESS);
+    Notification<TypeParam> told;
+    ASSERT_EQ(told.Ask(zero, SERVICE_NOTIFY_RUNNING), DWORD{0});
+    LetLooksPass();
+    EXPECT_EQ(told.calls, 0);
+    ReportState("zero", SERVICE_RUNNING);
+    told.ExpectCalls(1);
+    EXPECT_EQ(told.record.dwNotificationTriggered, DWORD{SERVICE_NOTIFY_RUNNING});
+    ReportState("zero", SERVICE_STOPPED);
+    (void)CloseServiceHandle(zero);
+}
+
+TYPED_TEST(ServiceCalls, a_daemon_that_is_gone_ends_the_waiting_with_the_code) {
+    this->Create();
+    Notification<TypeParam> told;
+    ASSERT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{0});
+    (void)StopDaemon(this->serviceDaemon);
+    told.ExpectCalls(1);
+    EXPECT_THAT(told.record.dwNotificationStatus, AnyOf(DWORD{RPC_S_SERVER_UNAVAILABLE}, DWORD{RPC_S_CALL_FAILED}));
+    EXPECT_EQ(told.record.dwNotificationTriggered, 0u);
+    EXPECT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{RPC_S_SERVER_UNAVAILABLE});
+    this->serviceDaemon = StartServiceDaemon();
+    EXPECT_EQ(told.Ask(this->service, SERVICE_NOTIFY_STOPPED), DWORD{0});
+    told.ExpectCalls(2);
+    EXPECT_EQ(told.record.dwNotificationStatus, 0u);
+}
+
+TYPED_TEST(ServiceCalls, what_cannot_be_told_is_refused) {
+    this->Create();
+    Notification<TypeParam> told;
+    for (const DWORD mask : {0x0u, 0x400u, 0x401u, 0x80u, 0x100u, 0x180u, 0x81u}) {
+        EXPECT_EQ(told.Ask(this->service, mask), DWORD{ERROR_INVALID_PARAMETER}) << mask;
+    }
+    EXPECT_EQ(told.Ask(this->manager, SERVICE_NOTIFY_CREATED), DWORD{ERROR_CALL_NOT_IMPLEMENTED});
+    EXPECT_EQ(told.Ask(this->manager, SERVICE_NOTIFY_DELETED), DWORD{ERROR_CALL_NOT_IMPLEMENTED});
+    EXPECT_EQ(told.Ask(this->manager, SERVICE_NOTIFY_RUNNING), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(told.Ask(nullptr, SERVICE_NOTIFY_RUNNING), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(TypeParam::NotifyChange(this->service, SERVICE_NOTIFY_RUNNING, nullptr), DWORD{ERROR_INVALID_PARAMETER});
+    told.record.dwVersion = 1;
+    EXPECT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{ERROR_INVALID_PARAMETER});
+    told.record.dwVersion = SERVICE_NOTIFY_STATUS_CHANGE;
+    told.record.pfnNotifyCallback = nullptr;
+    EXPECT_EQ(told.Ask(this->service, SERVICE_NOTIFY_RUNNING), DWORD{ERROR_INVALID_PARAMETER});
 }
 
 // --- further parts of a configuration ---
