@@ -310,14 +310,6 @@ int Complete(const Options &options) {
 
 } // namespace
 
-KeyPath KeyNamed(const std::string &text) {
-    KeyPath key;
-    if (ParseKeyOfHost(text, &key)) return key;
-    throw Failure(EXIT_USAGE, fmt::format("{}: not a key: a root (HKLM, HKEY_LOCAL_MACHINE ...) and names with one "
-                                          "backslash between them",
-                                          text));
-}
-
 void ReadCommandLine(int argc, const char *const *argv, Invocation *invocation) {
     const std::vector<std::string> words(argv + 1, argv + argc);
     const Command *command = words.empty() ? nullptr : FindCommand(words.front());

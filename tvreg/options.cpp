@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+// options: the key that an argument names.
+#include "tvreg/options.h"
+
+#include "tvreg/registry_access.h"
+
+#include <fmt/format.h>
+
+KeyPath KeyNamed(const std::string &text) {
+    KeyPath key;
+    if (ParseKeyOfHost(text, &key)) return key;
+    throw Failure(EXIT_USAGE, fmt::format("{}: not a key: a root (HKLM, HKEY_LOCAL_MACHINE ...) and names with one "
+                                          "backslash between them",
+                                          text));
+}
