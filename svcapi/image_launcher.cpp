@@ -184,7 +184,7 @@ std::string WhyNoProgram(const std::string &path) {
 std::string LauncherPath(const std::string &name) { return std::string(launcherFolder) + "/" + FileNameOf(name); }
 
 std::optional<LaunchedProgram> AsProgram(const std::string &commandLine) {
-    auto words = SplitCommandLine(commandLine);
+    auto words = SplitIntoWords(commandLine);
     if (!words || words->empty()) return std::nullopt;
     return LaunchedProgram{commandLine, std::move(*words)};
 }

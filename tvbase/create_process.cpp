@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // create_process: starting a program and ending it.
-#include "tvbase/command_line.h"
 #include "tvbase/processes.h"
 #include "tvbase/result.h"
 #include "tvbase/wide.h"
+#include "tvbase/win32_command_line.h"
 
 #include "tv/winbase.h"
 
@@ -90,7 +90,7 @@ DWORD Start(Launch *launch, LPPROCESS_INFORMATION information) {
 // The line says the arguments, and where no program is named its first word does that, too.
 DWORD ReadLine(const char *program, const char *line, Launch *launch) {
     if (program == nullptr && line == nullptr) return ERROR_INVALID_PARAMETER;
-    launch->arguments = line == nullptr ? std::vector<std::string>{program} : SplitCommandLine(line);
+    launch->arguments = line == nullptr ? std::vector<std::string>{program} : SplitWin32CommandLine(line);
     if (launch->arguments.empty()) return ERROR_INVALID_PARAMETER;
     launch->program = program == nullptr ? launch->arguments.front() : program;
     return ERROR_SUCCESS;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // program: what the running program is, and how it was called.
-#include "tvbase/command_line.h"
 #include "tvbase/wide.h"
+#include "tvbase/win32_command_line.h"
 
 #include "tv/winbase.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // command_line: backslashes are themselves unless a quote follows them.
-#include "tvbase/command_line.h"
+#include "tvbase/win32_command_line.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ void AppendQuoted(const std::string &argument, std::string *line) {
     *line += '"';
 }
 
-std::vector<std::string> SplitCommandLine(std::string_view line) {
+std::vector<std::string> SplitWin32CommandLine(std::string_view line) {
     std::vector<std::string> arguments;
     for (SkipBlanks(&line); !line.empty(); SkipBlanks(&line)) {
         arguments.push_back(TakeArgument(&line));

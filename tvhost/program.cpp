@@ -64,7 +64,7 @@ std::vector<std::string> OwnEnvironment() {
 std::optional<std::vector<std::string>> ArgumentsOf(const HostParameters &parameters,
                                                     const std::vector<std::string> &environment) {
     if (!parameters.arguments.empty()) return parameters.arguments;
-    return SplitCommandLine(parameters.commandLine, VariablesOf(environment));
+    return SplitIntoWords(parameters.commandLine, VariablesOf(environment));
 }
 
 // --- in the child ---
@@ -181,7 +181,7 @@ pid_t StartCommand(const HostParameters &parameters, const std::string &commandL
                    StartFailure *failure) {
     Preparation prepared;
     if (!Prepare(parameters, surroundings, &prepared, failure)) return 0;
-    const auto words = SplitCommandLine(commandLine, VariablesOf(prepared.environment));
+    const auto words = SplitIntoWords(commandLine, VariablesOf(prepared.environment));
     if (!words || words->empty()) {
         *failure = {{ERROR_INVALID_DATA, 0}, commandLine + ": a quote is not closed"};
         return 0;

@@ -53,7 +53,7 @@ DWORD ReadCommand(const CreateOptions &create, HostParameters *parameters, std::
     }
     const std::optional<std::string> program = FirstWord(create.exec, &parameters->commandLine);
     *problem = "the command line cannot be split into words";
-    if (!program || program->empty() || !SplitCommandLine(parameters->commandLine)) return ERROR_INVALID_PARAMETER;
+    if (!program || program->empty() || !SplitIntoWords(parameters->commandLine)) return ERROR_INVALID_PARAMETER;
     parameters->application = *program;
     return ERROR_SUCCESS;
 }

@@ -89,7 +89,7 @@ LookUpVariable VariablesOf(const std::vector<std::string> &environment) {
     };
 }
 
-std::optional<std::vector<std::string>> SplitCommandLine(const std::string &line, const LookUpVariable &variables) {
+std::optional<std::vector<std::string>> SplitIntoWords(const std::string &line, const LookUpVariable &variables) {
     std::vector<std::string> words;
     for (std::size_t at = SkipBlanks(line, 0); at < line.size(); at = SkipBlanks(line, at)) {
         words.emplace_back();

@@ -20,8 +20,8 @@ using LookUpVariable = std::function<std::optional<std::string>(const std::strin
 [[nodiscard]] LookUpVariable VariablesOf(const std::vector<std::string> &environment);
 
 // The words of a command line; nothing when a quote is not closed. Without variables none is replaced.
-[[nodiscard]] std::optional<std::vector<std::string>> SplitCommandLine(const std::string &line,
-                                                                       const LookUpVariable &variables = {});
+[[nodiscard]] std::optional<std::vector<std::string>> SplitIntoWords(const std::string &line,
+                                                                     const LookUpVariable &variables = {});
 
 // The same, but only the first word; *rest is what follows it.
 [[nodiscard]] std::optional<std::string> FirstWord(const std::string &line, std::string *rest);

@@ -27,41 +27,40 @@ constexpr int Killed(int signal) { return signal; }
 
 } // namespace
 
-TEST(SplitCommandLine, words_are_split_at_blanks) {
-    EXPECT_THAT(*SplitCommandLine("  -p 8080\t-f "), ElementsAre("-p", "8080", "-f"));
-    EXPECT_THAT(*SplitCommandLine(""), IsEmpty());
+TEST(SplitIntoWords, words_are_split_at_blanks) {
+    EXPECT_THAT(*SplitIntoWords("  -p 8080\t-f "), ElementsAre("-p", "8080", "-f"));
+    EXPECT_THAT(*SplitIntoWords(""), IsEmpty());
 }
 
-TEST(SplitCommandLine, quotes_keep_blanks_and_make_empty_words) {
-    EXPECT_THAT(*SplitCommandLine(R"("a b"c "")"), ElementsAre("a bc", ""));
+TEST(SplitIntoWords, quotes_keep_blanks_and_make_empty_words) {
+    EXPECT_THAT(*SplitIntoWords(R"("a b"c "")"), ElementsAre("a bc", ""));
 }
 
-TEST(SplitCommandLine, a_backslash_keeps_quote_and_backslash_only) {
-    EXPECT_THAT(*SplitCommandLine(R"(\"a\\ C:\dir)"), ElementsAre(R"("a\)", R"(C:\dir)"));
+TEST(SplitIntoWords, a_backslash_keeps_quote_and_backslash_only) {
+    EXPECT_THAT(*SplitIntoWords(R"(\"a\\ C:\dir)"), ElementsAre(R"("a\)", R"(C:\dir)"));
 }
 
-TEST(SplitCommandLine, an_open_quote_is_refused) {
-    EXPECT_EQ(SplitCommandLine("a \"b"), std::nullopt);
-    EXPECT_EQ(SplitCommandLine("it's"), std::nullopt);
+TEST(SplitIntoWords, an_open_quote_is_refused) {
+    EXPECT_EQ(SplitIntoWords("a \"b"), std::nullopt);
+    EXPECT_EQ(SplitIntoWords("it's"), std::nullopt);
 }
 
-TEST(SplitCommandLine, single_quotes_keep_everything) {
+TEST(SplitIntoWords, single_quotes_keep_everything) {
     const std::vector<std::string> environment = {"A=1"};
-    EXPECT_THAT(*SplitCommandLine(R"('a "b" \ %A% ${A}'c it\'s "it's")", VariablesOf(environment)),
+    EXPECT_THAT(*SplitIntoWords(R"('a "b" \ %A% ${A}'c it\'s "it's")", VariablesOf(environment)),
                 ElementsAre(R"(a "b" \ %A% ${A}c)", "it's", "it's"));
 }
 
-TEST(SplitCommandLine, variables_are_neither_split_nor_read_again) {
+TEST(SplitIntoWords, variables_are_neither_split_nor_read_again) {
     const std::vector<std::string> environment = {"A=x  y", "B=%A%", "AB=no", "EMPTY="};
-    EXPECT_THAT(*SplitCommandLine(R"(-%A%- "${B}" %EMPTY%)", VariablesOf(environment)),
-                ElementsAre("-x  y-", "%A%", ""));
+    EXPECT_THAT(*SplitIntoWords(R"(-%A%- "${B}" %EMPTY%)", VariablesOf(environment)), ElementsAre("-x  y-", "%A%", ""));
 }
 
-TEST(SplitCommandLine, what_is_no_variable_stays_as_written) {
+TEST(SplitIntoWords, what_is_no_variable_stays_as_written) {
     const std::vector<std::string> environment = {"A=1"};
-    EXPECT_THAT(*SplitCommandLine("+%Y%m%d 100% $A ${NO} ${A %% ${} %A-B%", VariablesOf(environment)),
+    EXPECT_THAT(*SplitIntoWords("+%Y%m%d 100% $A ${NO} ${A %% ${} %A-B%", VariablesOf(environment)),
                 ElementsAre("+%Y%m%d", "100%", "$A", "${NO}", "${A", "%%", "${}", "%A-B%"));
-    EXPECT_THAT(*SplitCommandLine("%A%"), ElementsAre("%A%"));
+    EXPECT_THAT(*SplitIntoWords("%A%"), ElementsAre("%A%"));
 }
 
 TEST(WhyNotAShell, names_what_a_shell_would_act_on_outside_of_quotes) {
