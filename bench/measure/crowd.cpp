@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// crowd: many connections in one thread, over epoll, so that the clients take little time from the server measured.
 #include "bench/measure/crowd.h"
 
 #include "bench/measure/servers.h"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// slow_disk: fdatasync in libc's place; it syncs as ever, once it has taken the time that the test says.
 #include "tests/support/slow_disk.h"
 
 #include <fcntl.h>
