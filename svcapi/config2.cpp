@@ -26,10 +26,10 @@ constexpr char failureActionsFlagName[] = "FailureActionsOnNonCrashFailures";
 constexpr char requiredPrivilegesName[] = "RequiredPrivileges";
 
 // The layout of "FailureActions".
-constexpr std::size_t headBytes = 5 * dwordBytes;
-constexpr std::size_t countAt = 3 * dwordBytes;
-constexpr std::size_t offsetAt = 4 * dwordBytes;
-constexpr std::size_t actionBytes = 2 * dwordBytes;
+constexpr std::size_t headBytes = std::size_t{5} * dwordBytes;
+constexpr std::size_t countAt = std::size_t{3} * dwordBytes;
+constexpr std::size_t offsetAt = std::size_t{4} * dwordBytes;
+constexpr std::size_t actionBytes = std::size_t{2} * dwordBytes;
 constexpr DWORD mostActions = 1024;
 
 // The parts that are one number, whose record is that number.

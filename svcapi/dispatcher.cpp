@@ -78,6 +78,7 @@ void CallServiceMain(void (*serviceMain)(DWORD, Char **), const std::vector<std:
     std::vector<std::basic_string<Char>> texts;
     std::vector<Char *> argv;
     texts.reserve(arguments.size()); // its texts stay where they are
+    argv.reserve(arguments.size() + 1);
     for (const std::string &argument : arguments) {
         argv.push_back(texts.emplace_back(InCharacters<Char>(argument)).data());
     }

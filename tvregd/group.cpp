@@ -145,11 +145,9 @@ void HangValue(Registry &registry, Key &key, Value value) {
 void ReplaceValue(Registry &registry, Key &key, Value &value, Value by) {
     std::swap(value.type, by.type);
     std::swap(value.data, by.data);
-    NoteChange(registry, key,
-               {.kind = Change::Kind::ValueReplaced,
-                .key = &key,
-                .before = std::make_unique<Value>(std::move(by)),
-                .value = &value});
+    Change change{.kind = Change::Kind::ValueReplaced, .key = &key, .value = &value};
+    change.before = std::make_unique<Value>(std::move(by));
+    NoteChange(registry, key, std::move(change));
 }
 
 void TakeValueOut(Registry &registry, Key &key, Value &value) {

@@ -102,14 +102,16 @@ std::uint32_t CreateKey(Registry &registry, std::uint32_t handle, std::string_vi
     std::vector<std::unique_ptr<Key>> made;
     if (const std::uint32_t rc = MakeKeys(registry.tree, parent, rest, keyClass, options != 0, &made); rc != 0)
         return rc;
-    for (const auto &next : made)
+    for (const auto &next : made) {
         for (Value &value : MissingSeeds(*next))
             (void)AddValue(*next, std::move(value));
+    }
     const auto store = [&] {
         StoreKeys(*registry.store, made);
-        for (const auto &next : made)
+        for (const auto &next : made) {
             for (const auto &value : next->values.inOrder)
                 StoreValue(*registry.store, *next, *value, next->written);
+        }
         StoreTouched(*registry.store, parent, made.front()->written);
     };
     if (const std::uint32_t rc = WriteRows(registry, rest.size(), store); rc != 0) return rc;

@@ -245,6 +245,7 @@ std::vector<std::string> ServiceNames() {
 
 BOOL ServeNarrow(const std::vector<std::string> &names) {
     std::vector<SERVICE_TABLE_ENTRYA> table;
+    table.reserve(names.size() + 1);
     for (const std::string &name : names) {
         table.push_back({name.c_str(), ServiceMain});
     }
