@@ -8,7 +8,6 @@
 #include "svcapi/key_values.h"
 #include "svcapi/last_error.h"
 #include "svcapi/text_behind.h"
-#include "util/little_endian.h"
 #include "util/multi_string.h"
 #include "util/string_list.h"
 
@@ -24,13 +23,6 @@ constexpr char rebootMessageName[] = "RebootMessage";
 constexpr char failureCommandName[] = "FailureCommand";
 constexpr char failureActionsFlagName[] = "FailureActionsOnNonCrashFailures";
 constexpr char requiredPrivilegesName[] = "RequiredPrivileges";
-
-// The layout of "FailureActions".
-constexpr std::size_t headBytes = std::size_t{5} * dwordBytes;
-constexpr std::size_t countAt = std::size_t{3} * dwordBytes;
-constexpr std::size_t offsetAt = std::size_t{4} * dwordBytes;
-constexpr std::size_t actionBytes = std::size_t{2} * dwordBytes;
-constexpr DWORD mostActions = 1024;
 
 // The parts that are one number, whose record is that number.
 struct NumberPart {
@@ -120,21 +112,13 @@ DWORD ChangeText(HKEY key, const char *name, LPCSTR text) {
 DWORD WriteActions(HKEY key, const SERVICE_FAILURE_ACTIONSA &info) {
     if (info.lpsaActions == nullptr) return ERROR_SUCCESS;
     if (info.cActions == 0) return RemoveValue(key, failureActionsName);
-    std::string bytes(headBytes + info.cActions * actionBytes, '\0');
-    PutDword(info.dwResetPeriod, bytes.data());
-    PutDword(info.cActions, bytes.data() + countAt);
-    PutDword(headBytes, bytes.data() + offsetAt);
-    for (DWORD i = 0; i < info.cActions; ++i) {
-        char *const action = bytes.data() + headBytes + i * actionBytes;
-        PutDword(static_cast<DWORD>(info.lpsaActions[i].Type), action);
-        PutDword(info.lpsaActions[i].Delay, action + dwordBytes);
-    }
-    return WriteBytesValue(key, failureActionsName, bytes);
+    const FailureActionsValue value = {info.dwResetPeriod, {info.lpsaActions, info.lpsaActions + info.cActions}};
+    return WriteBytesValue(key, failureActionsName, PackFailureActions(value));
 }
 
 bool IsValid(const SERVICE_FAILURE_ACTIONSA &info) {
     return info.lpsaActions == nullptr ||
-           (info.cActions <= mostActions &&
+           (info.cActions <= mostFailureActions &&
             std::all_of(info.lpsaActions, info.lpsaActions + info.cActions, [](const SC_ACTION &action) {
                 return static_cast<DWORD>(action.Type) <= SC_ACTION_RUN_COMMAND;
             }));
@@ -223,19 +207,19 @@ DWORD QueryDescription(HKEY key, const RecordBuffer &buffer) {
 template <typename Record>
 DWORD QueryFailureActions(HKEY key, const RecordBuffer &buffer) {
     using Char = CharOf<decltype(Record::lpCommand)>;
-    FailureActions found;
+    KeptFailureActions found;
     DWORD rc = ReadFailureActions(key, &found);
     Record *record = nullptr;
-    const std::size_t bytes = sizeof *record + found.actions.size() * sizeof(SC_ACTION) +
+    const std::size_t bytes = sizeof *record + found.value.actions.size() * sizeof(SC_ACTION) +
                               OptionalBytes<Char>(found.rebootMessage) + OptionalBytes<Char>(found.command);
     if (rc == ERROR_SUCCESS) rc = MakeRoom(buffer, bytes, &record);
     if (rc != ERROR_SUCCESS) return rc;
     auto *const actions = reinterpret_cast<SC_ACTION *>(record + 1);
-    auto *end = reinterpret_cast<Char *>(actions + found.actions.size());
-    record->dwResetPeriod = found.resetPeriodSec;
-    record->cActions = static_cast<DWORD>(found.actions.size());
-    record->lpsaActions = found.actions.empty() ? nullptr : actions;
-    std::copy(found.actions.begin(), found.actions.end(), actions);
+    auto *end = reinterpret_cast<Char *>(actions + found.value.actions.size());
+    record->dwResetPeriod = found.value.resetPeriodSec;
+    record->cActions = static_cast<DWORD>(found.value.actions.size());
+    record->lpsaActions = found.value.actions.empty() ? nullptr : actions;
+    std::copy(found.value.actions.begin(), found.value.actions.end(), actions);
     record->lpRebootMsg = PutOptional(found.rebootMessage, &end);
     record->lpCommand = PutOptional(found.command, &end);
     return ERROR_SUCCESS;
@@ -291,26 +275,13 @@ DWORD ReadDescription(HKEY service, std::string *description) {
     return ReadTextValue(service, descriptionName, description);
 }
 
-DWORD ReadFailureActions(HKEY service, FailureActions *actions) {
+DWORD ReadFailureActions(HKEY service, KeptFailureActions *actions) {
     std::string bytes;
     DWORD rc = ReadBytesValue(service, failureActionsName, &bytes);
     if (rc == ERROR_SUCCESS) rc = ReadTextValue(service, rebootMessageName, &actions->rebootMessage);
     if (rc == ERROR_SUCCESS) rc = ReadTextValue(service, failureCommandName, &actions->command);
     if (rc != ERROR_SUCCESS || bytes.empty()) return rc;
-    if (bytes.size() < headBytes) return ERROR_INVALID_DATA;
-    const DWORD count = DwordAt(bytes.data() + countAt);
-    const std::size_t offset = std::max<std::size_t>(DwordAt(bytes.data() + offsetAt), headBytes);
-    if (count > mostActions || offset > bytes.size() || count * actionBytes > bytes.size() - offset) {
-        return ERROR_INVALID_DATA;
-    }
-    actions->resetPeriodSec = DwordAt(bytes.data());
-    for (DWORD i = 0; i < count; ++i) {
-        const char *const action = bytes.data() + offset + i * actionBytes;
-        const DWORD type = DwordAt(action);
-        if (type > SC_ACTION_RUN_COMMAND) return ERROR_INVALID_DATA;
-        actions->actions.push_back({static_cast<SC_ACTION_TYPE>(type), DwordAt(action + dwordBytes)});
-    }
-    return ERROR_SUCCESS;
+    return UnpackFailureActions(bytes, &actions->value) ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_INVALID_DATA};
 }
 
 DWORD ReadFailureActionsFlag(HKEY service, DWORD *alsoWithoutCrash) {

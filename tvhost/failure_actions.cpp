@@ -5,16 +5,11 @@
 #include "registry/key.h"
 #include "registry/value_data.h"
 #include "servd/service_keys.h"
-#include "util/little_endian.h"
+#include "svcapi/failure_actions_value.h"
 
 #include <cstring>
 
 namespace {
-
-constexpr std::size_t headerWords = 5;
-constexpr std::size_t mostActions = 1024;
-
-std::uint32_t WordAt(const std::string &bytes, std::size_t index) { return DwordAt(bytes.data() + index * dwordBytes); }
 
 // A value of the service's key. Returns 0 also where it is missing: then *data is empty.
 DWORD ReadKeyValue(HKEY key, const char *name, DWORD wantedType, std::string *data, std::string *problem) {
@@ -29,15 +24,12 @@ DWORD ReadKeyValue(HKEY key, const char *name, DWORD wantedType, std::string *da
 } // namespace
 
 bool ParseFailureActions(const std::string &bytes, FailureActions *actions) {
-    if (bytes.size() < headerWords * dwordBytes) return false;
-    const std::size_t count = WordAt(bytes, 3);
-    if (count > mostActions || bytes.size() < (headerWords + 2 * count) * dwordBytes) return false;
-    actions->resetSec = WordAt(bytes, 0);
+    FailureActionsValue value;
+    if (!UnpackFailureActions(bytes, &value)) return false;
+    actions->resetSec = value.resetPeriodSec;
     actions->actions.clear();
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t kind = WordAt(bytes, headerWords + 2 * i);
-        if (kind > static_cast<std::uint32_t>(FailureActionKind::runCommand)) return false;
-        actions->actions.push_back({static_cast<FailureActionKind>(kind), WordAt(bytes, headerWords + 2 * i + 1)});
+    for (const SC_ACTION &action : value.actions) {
+        actions->actions.push_back({static_cast<FailureActionKind>(action.Type), action.Delay});
     }
     return true;
 }

@@ -4,6 +4,7 @@
 
 #include "tvhost/parameters.h"
 
+// Numbered as SC_ACTION_TYPE.
 enum class FailureActionKind : unsigned { none, restart, reboot, runCommand };
 
 struct FailureAction {
@@ -18,9 +19,7 @@ struct FailureActions {
     std::string command;
 };
 
-// Reads "FailureActions" as the Win32 registry holds it: five little-endian words, which are the reset period in
-// seconds, the places of two texts, the number of actions and their place; then two words an action, which are its kind
-// and its delay in milliseconds. Returns false for bytes that are none.
+// Reads "FailureActions" as ChangeServiceConfig2 writes it. Returns false for bytes that are none.
 [[nodiscard]] bool ParseFailureActions(const std::string &bytes, FailureActions *actions);
 
 // Reads them. Returns 0, also where there are none; 13 and a text, or a code of the registry and a text.

@@ -443,8 +443,9 @@ BOOL ChangeServiceConfigA(SC_HANDLE hService, DWORD dwServiceType, DWORD dwStart
 
 /* Further parts of a configuration, dwInfoLevel of ChangeServiceConfig2 and QueryServiceConfig2. They stand as values
  * in the service's registry key, and go with it; the daemon reads none of them. What acts on them:
+ *   failure actions           tvhost(8), for the services that it runs and that have no AppRestart: it starts the
+ *                             program again and runs the command; the machine is not restarted, nor the message sent
  *   description               stored: for those who list services
- *   failure actions, flag     stored: for what runs a service's program and restarts it
  *   everything else           stored only, so that it reads back */
 #define SERVICE_CONFIG_DESCRIPTION 1              /* SERVICE_DESCRIPTION */
 #define SERVICE_CONFIG_FAILURE_ACTIONS 2          /* SERVICE_FAILURE_ACTIONS */

@@ -5,6 +5,7 @@
 #include "tests/support/service_world.h"
 #include "tv/winreg.h"
 #include "tv/winsvc.h"
+#include "tvhost/failure_actions.h"
 #include "tvhost/process_tree.h"
 #include "tvhost/state_file.h"
 
@@ -167,6 +168,32 @@ TEST_F(TvhostLife, the_failure_actions_of_the_key_mean_the_same) {
     EXPECT_FALSE(HasLines(4));
     EXPECT_EQ(Status().at("exit").at("service_specific"), 1);
     EXPECT_EQ(StateFile().restarts, 2u);
+}
+
+TEST_F(TvhostLife, failure_actions_set_by_change_service_config_2_are_read_and_done) {
+    CreateShell("date +%s%N >>" + file + "; exit 1");
+    const SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    const SC_HANDLE service = OpenServiceA(manager, name.c_str(), SERVICE_ALL_ACCESS);
+    SC_ACTION given[] = {{SC_ACTION_RESTART, 50}, {SC_ACTION_RUN_COMMAND, 7}};
+    std::string command = "/usr/bin/touch " + file + "2";
+    SERVICE_FAILURE_ACTIONSA info = {86400, nullptr, command.data(), 2, given};
+    ASSERT_TRUE(ChangeServiceConfig2A(service, SERVICE_CONFIG_FAILURE_ACTIONS, &info)) << GetLastError();
+    (void)CloseServiceHandle(service);
+    (void)CloseServiceHandle(manager);
+
+    FailureActions read;
+    std::string problem;
+    ASSERT_EQ(ReadFailureActions(name, &read, &problem), DWORD{0}) << problem;
+    EXPECT_EQ(read.resetSec, 86400u);
+    EXPECT_EQ(read.command, command);
+    ASSERT_EQ(read.actions.size(), 2u);
+    EXPECT_EQ(read.actions[0].kind, FailureActionKind::restart);
+    EXPECT_EQ(read.actions[0].delayMs, 50u);
+    EXPECT_EQ(read.actions[1].kind, FailureActionKind::runCommand);
+    EXPECT_EQ(read.actions[1].delayMs, 7u);
+    (void)Tvsc({"start", name});
+    EXPECT_TRUE(WaitUntil([this] { return fs::exists(file + "2"); }));
+    EXPECT_TRUE(HasLines(2));
 }
 
 TEST_F(TvhostLife, the_failure_command_of_the_key_is_run) {
