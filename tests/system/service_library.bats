@@ -53,15 +53,34 @@ withDaemons() { # CLIENT SERVICE
     [ "$output" = done ]
 }
 
-@test "the example of the manual compiles as it stands there, and is a service that starts and stops" {
-    awk '/^# / { wanted = $0 == "# EXAMPLE" } wanted && /^```/ { code = !code; next } wanted && code' \
-        "$BATS_TEST_DIRNAME/../../docs/tvsvc.3.scd" >example.c
-    compile example.c -o example $(pkg-config --cflags --libs tvsvc)
+# Prints the example of the manual that stands behind a line which begins so.
+example() { # BEGINNING
+    awk -v beginning="$1" '/^# / { inExamples = $0 == "# EXAMPLES" }
+        inExamples && index($0, beginning) == 1 { wanted = 1 }
+        wanted && /^```/ { if (code++) exit; next }
+        code' "$BATS_TEST_DIRNAME/../../docs/tvsvc.3.scd"
+}
+
+# Starts and stops ./example as a service.
+expectService() {
     printf '%s\n' '#!/bin/bash' 'PATH=$TV_BIN:$PATH' \
         'tvsc -q create demo --image "$1" && tvsc start demo && tvsc stop demo' >client
     chmod +x client
     run withDaemons ./client "$PWD/example"
     [ "$output" = $'demo: running\ndemo: stopped' ]
+}
+
+@test "the C example of the manual compiles as it stands there, and is a service that starts and stops" {
+    example 'In C:' >example.c
+    compile example.c -o example $(pkg-config --cflags --libs tvsvc)
+    expectService
+}
+
+@test "the C++ example of the manual compiles as it stands there, and is a service that starts and stops" {
+    example 'In C++' >example.cpp
+    ${CXX:-c++} -std=c++20 -Wall -Wextra -Wpedantic -Werror $TV_SANITIZE_FLAGS example.cpp -o example \
+        $(pkg-config --cflags --libs tvsvc)
+    expectService
 }
 
 @test "without a daemon a client gets 1722" {
