@@ -14,7 +14,7 @@ namespace {
 
 template <typename Time>
 WallTime AsWallTime(const Time &time) {
-    return {.seconds = time.tv_sec, .microseconds = static_cast<std::int32_t>(time.tv_nsec / 1000)};
+    return {.seconds = time.tv_sec, .microseconds = static_cast<std::int32_t>(time.tv_nsec) / 1000};
 }
 
 } // namespace
