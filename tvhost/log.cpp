@@ -154,7 +154,8 @@ bool ServeRequests(Log *log) {
     }
     log->flushesDone = asked;
     log->flushed.notify_all();
-    return !log->ending;
+    // The end may have been asked for while a line was put: its own flush is still to come then.
+    return !log->ending || log->flushesDone < log->flushesAsked;
 }
 
 // Thread body.
