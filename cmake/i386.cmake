@@ -26,4 +26,4 @@ foreach(kind EXE SHARED MODULE)
 endforeach()
 
 # For tests that compile programs themselves.
-set(TV_COMPILE_ENVIRONMENT "CC=cc -m32" PKG_CONFIG_LIBDIR=${pkgconfigFolder} LD_LIBRARY_PATH=${folders})
+set(TV_COMPILE_ENVIRONMENT "CC=cc -m32" "CXX=c++ -m32" PKG_CONFIG_LIBDIR=${pkgconfigFolder} LD_LIBRARY_PATH=${folders})

@@ -52,7 +52,7 @@ fetch() { # PACKAGE FILE...
 # The compiler's warnings are the program's own affair.
 compile() { # NAME PROGRAM SOURCE...
     local compiler=${CC:-cc}
-    [[ $* != *.cpp* ]] || compiler="${CXX:-c++} ${CC#cc}"
+    [[ $* != *.cpp* ]] || compiler=${CXX:-c++}
     $compiler -w $TV_SANITIZE_FLAGS -DWIN32 -D_WIN32 -I"$standIns/$1" -Isource $includes "${@:3}" -o "$2" \
         $(pkg-config --cflags --libs tvwin32) -pthread
 }
