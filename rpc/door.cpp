@@ -46,10 +46,12 @@
 #include <fcntl.h>
 #include <iterator>
 #include <type_traits>
+#include <utility>
 
 namespace {
 
-constexpr std::size_t keptReplyBytes = std::size_t{1} << 20; // of the shared buffers between replies
+constexpr std::size_t keptReplyBytes = std::size_t{1} << 20;  // of the shared buffers between replies
+constexpr std::size_t keptInputBytes = std::size_t{64} << 10; // of the buffer that is lent to the next request
 constexpr rlim_t reservedDescriptors = 48; // for the listener, service processes, the registry, pipes, the C library
 constexpr std::size_t readBytes = std::size_t{64} << 10; // at most, a turn
 constexpr std::size_t newcomersShare = 8; // one in so many places is for connections that have not spoken yet
@@ -115,7 +117,8 @@ struct Door {
     std::uint32_t presentXid;
     bool holdsPresent; // the reply of the request in hand is to be held
     DoorSubstitute presentSubstitute;
-    XDR arguments; // over the request in hand
+    XDR arguments;          // over the request in hand
+    MessageInput idleInput; // an empty buffer, for the next connection that has none
     MessageOutput reply;
     std::uint32_t substitute; // the number for the substitutes
     std::uint32_t release;    // number of the last time that held replies were sent
@@ -434,10 +437,25 @@ void SendOrHold(Connection *connection) {
     }
 }
 
+// There may be many connections, nearly all of them waiting: a buffer stays with one only while it holds something.
+void LendInput(MessageInput *input) {
+    if (input->bytes == nullptr) std::swap(*input, door.idleInput);
+}
+
+void ReturnInput(MessageInput *input) {
+    if (input->received != 0) return;
+    if (door.idleInput.bytes == nullptr && input->capacity <= keptInputBytes) {
+        std::swap(*input, door.idleInput);
+    } else {
+        ReleaseInput(input);
+    }
+}
+
 // Takes bytes. Returns their number, 0 at the end of the input, -1 when there are none now or the connection is broken.
 ssize_t Receive(Connection *connection) {
     const std::size_t held = HeldBytes(connection);
     MessageInput *input = &connection->input;
+    LendInput(input);
     const std::size_t room = std::min(MakeRoom(input), readBytes);
     ssize_t got = -1;
     if (room != 0) got = recv(connection->descriptor, input->bytes + input->received, room, 0);
@@ -626,7 +644,7 @@ void EndRequest() {
     door.present = nullptr;
     door.heldBytes -= connection->input.capacity;
     DropMessage(&connection->input);
-    ReleaseIfEmpty(&connection->input); // there may be many connections
+    ReturnInput(&connection->input);
     door.heldBytes += connection->input.capacity;
     if (connection->input.bytes != nullptr && MayAskMore(connection)) QueueReady(connection);
     Settle(connection);
