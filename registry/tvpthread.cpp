@@ -21,14 +21,18 @@ constexpr long forkWaitNs = 100'000'000;
 // library needs nothing of the dynamic linker's.
 [[gnu::tls_model("initial-exec")]] thread_local bool heldForFork;
 
-void HoldForFork() {
+// Whether the mutex could be had, in a moment.
+bool TakeForFork() {
+    if (pthread_mutex_trylock(&tvRegistryMutex) == 0) return true;
     timespec end = {};
     (void)clock_gettime(CLOCK_MONOTONIC, &end); // 32-bit libc refuses to tell the time of day after 2038
     end.tv_nsec += forkWaitNs;
     end.tv_sec += end.tv_nsec / 1'000'000'000;
     end.tv_nsec %= 1'000'000'000;
-    heldForFork = pthread_mutex_clocklock(&tvRegistryMutex, CLOCK_MONOTONIC, &end) == 0;
+    return pthread_mutex_clocklock(&tvRegistryMutex, CLOCK_MONOTONIC, &end) == 0;
 }
+
+void HoldForFork() { heldForFork = TakeForFork(); }
 
 void ReleaseAfterFork() {
     if (heldForFork) UnlockRegistryMutex();
