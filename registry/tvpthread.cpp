@@ -15,21 +15,22 @@ int btvRegistryMutexNeedToInit = 1;
 
 namespace {
 
-constexpr long forkWaitNs = 100'000'000;
+constexpr int forkWaits = 100;
+constexpr long forkWaitNs = 1'000'000;
 
 // Whether the thread that forks holds it; its child inherits the answer. Laid out when the program starts, so that the
 // library needs nothing of the dynamic linker's.
 [[gnu::tls_model("initial-exec")]] thread_local bool heldForFork;
 
-// Whether the mutex could be had, in a moment.
+// Whether the mutex could be had, in a moment. Asked again and again: a wait until some time needs a clock, of which
+// 32-bit libc has none after 2038 that ThreadSanitizer knows.
 bool TakeForFork() {
-    if (pthread_mutex_trylock(&tvRegistryMutex) == 0) return true;
-    timespec end = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &end); // 32-bit libc refuses to tell the time of day after 2038
-    end.tv_nsec += forkWaitNs;
-    end.tv_sec += end.tv_nsec / 1'000'000'000;
-    end.tv_nsec %= 1'000'000'000;
-    return pthread_mutex_clocklock(&tvRegistryMutex, CLOCK_MONOTONIC, &end) == 0;
+    for (int waits = 0; pthread_mutex_trylock(&tvRegistryMutex) != 0; ++waits) {
+        if (waits == forkWaits) return false;
+        const timespec wait = {0, forkWaitNs};
+        (void)nanosleep(&wait, nullptr);
+    }
+    return true;
 }
 
 void HoldForFork() { heldForFork = TakeForFork(); }

@@ -40,6 +40,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -626,6 +627,7 @@ struct Reading {
     FailureActions failureActions;
     std::string problem;
     DWORD rc = ERROR_SUCCESS;
+    std::atomic<bool> isWhole = false; // from here on it belongs to the thread that waits for it
     int done = eventfd(0, EFD_CLOEXEC);
     const DescriptorGuard closed{&done};
 };
@@ -638,6 +640,7 @@ void ReadService(const std::string &serviceName, const std::shared_ptr<Reading> 
     if (reading->rc == ERROR_SUCCESS) {
         reading->rc = ReadFailureActions(serviceName, &reading->failureActions, &reading->problem);
     }
+    reading->isWhole = true;
     (void)eventfd_write(reading->done, 1);
 }
 
@@ -645,7 +648,7 @@ void ReadService(const std::string &serviceName, const std::shared_ptr<Reading> 
 std::shared_ptr<Reading> ReadUnlessStopped(const std::string &serviceName) {
     auto reading = std::make_shared<Reading>();
     std::thread(ReadService, serviceName, reading).detach();
-    return AwaitOrStop(reading->done) ? nullptr : reading;
+    return AwaitOrStop(reading->done) || !reading->isWhole ? nullptr : reading;
 }
 
 std::string WhyUnread(const Reading &reading) {
