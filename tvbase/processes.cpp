@@ -23,7 +23,8 @@ namespace {
 constexpr int shellSignalBase = 128; // a process that a signal ended has this plus the signal, as in a shell
 
 // Belongs to the lock of all objects. A descriptor that was closed has left the epoll set by itself, and its number may
-// stand for another process by now.
+// stand for another process by now. It stays there as long as a child of this process has it, too: an end is told once,
+// or the thread would hear of it for ever.
 struct Watch {
     int epoll = -1;
     std::unordered_map<int, std::weak_ptr<Object>> processes; // by descriptor
@@ -108,7 +109,7 @@ void EnterInWatch(const ObjectRef &process) {
     if (watch.epoll < 0) StartWatching(&watch);
     watch.processes[process->descriptor] = process;
     epoll_event event = {};
-    event.events = EPOLLIN;
+    event.events = EPOLLIN | EPOLLONESHOT;
     event.data.fd = process->descriptor;
     if (epoll_ctl(watch.epoll, EPOLL_CTL_ADD, process->descriptor, &event) != 0 && errno != EEXIST)
         throw std::bad_alloc();

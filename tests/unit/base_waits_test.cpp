@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <thread>
 #include <vector>
 
@@ -467,6 +468,23 @@ TEST(OpenProcess, several_handles_of_one_process_and_some_closed_early) {
     }
     child.LetEnd();
     EXPECT_EQ(WaitFor({one.handle, other.handle}, true, aMinute), WAIT_OBJECT_0);
+}
+
+// The child of a fork has the descriptor behind the handle, too, so that closing it here does not end the watch on it.
+// The thread that watches heard of the end again and again.
+TEST(OpenProcess, an_end_that_only_a_forked_child_has_a_handle_for_keeps_no_thread_busy) {
+    const Child child(0);
+    const HANDLE process = OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(child.id));
+    EXPECT_EQ(WaitForSingleObject(process, 1), WAIT_TIMEOUT);
+    const Child holder(0);
+    EXPECT_TRUE(CloseHandle(process));
+    child.LetEnd();
+    siginfo_t info = {};
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(child.id), &info, WEXITED | WNOWAIT), 0);
+    const std::clock_t before = std::clock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 20);
+    holder.LetEnd();
 }
 
 TEST(OpenProcess, of_another_s_child_is_waited_for_but_its_code_is_not_told) {
