@@ -8,24 +8,53 @@
 #include "svcapi/listing.h"
 
 #include <algorithm>
+#include <string_view>
+#include <unordered_map>
 
 namespace {
 
-bool DependsDirectly(const ServiceNode &node, const ServiceNode &on) {
-    return std::any_of(node.dependencies.begin(), node.dependencies.end(), [&](const std::string &dependency) {
-        if (dependency.front() != SC_GROUP_IDENTIFIERA) return dependency == on.name;
-        return !on.group.empty() && dependency.compare(1, std::string::npos, on.group) == 0;
-    });
+// Those who name a service or a group in their dependencies, in order. Whoever goes through them goes on where the last
+// one was: what lies before is on the walk already.
+struct Dependents {
+    std::vector<std::size_t> nodes;
+    std::size_t next = 0;
+};
+using DependentsByName = std::unordered_map<std::string_view, Dependents>; // groups with their leading "+"
+
+DependentsByName IndexDependents(const std::vector<ServiceNode> &nodes) {
+    DependentsByName index;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        for (const std::string &dependency : nodes[i].dependencies) {
+            index[dependency].nodes.push_back(i);
+        }
+    }
+    return index;
 }
 
-void Visit(const std::vector<ServiceNode> &nodes, std::size_t at, std::vector<bool> *seen,
-           std::vector<std::size_t> *order) {
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if ((*seen)[i] || !DependsDirectly(nodes[i], nodes[at])) continue;
-        (*seen)[i] = true;
-        Visit(nodes, i, seen, order);
-        order->push_back(i);
+// A service on the walk: those who name it, and those who name its group; null for nobody.
+struct Step {
+    std::size_t node;
+    Dependents *ofName;
+    Dependents *ofGroup;
+};
+
+Dependents *Find(DependentsByName *index, const std::string &name) {
+    const auto found = index->find(name);
+    return found == index->end() ? nullptr : &found->second;
+}
+
+Step StepTo(const std::vector<ServiceNode> &nodes, std::size_t node, DependentsByName *index) {
+    const std::string &group = nodes[node].group;
+    return {node, Find(index, nodes[node].name), group.empty() ? nullptr : Find(index, SC_GROUP_IDENTIFIERA + group)};
+}
+
+// The first of them that is not on the walk yet; all of them when there is none.
+std::size_t FirstUnseen(Dependents *dependents, const std::vector<bool> &seen) {
+    if (dependents == nullptr) return seen.size();
+    while (dependents->next < dependents->nodes.size() && seen[dependents->nodes[dependents->next]]) {
+        ++dependents->next;
     }
+    return dependents->next < dependents->nodes.size() ? dependents->nodes[dependents->next] : seen.size();
 }
 
 DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std::vector<ListedService> *dependents) {
@@ -72,9 +101,22 @@ std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &n
         std::find_if(nodes.begin(), nodes.end(), [&](const ServiceNode &node) { return node.name == name; });
     if (root == nodes.end()) return order;
     std::vector<bool> seen(nodes.size());
+    DependentsByName index = IndexDependents(nodes);
     const auto rootIndex = static_cast<std::size_t>(root - nodes.begin());
+    std::vector<Step> walk = {StepTo(nodes, rootIndex, &index)};
     seen[rootIndex] = true;
-    Visit(nodes, rootIndex, &seen, &order);
+    for (;;) {
+        const Step &step = walk.back();
+        const std::size_t next = std::min(FirstUnseen(step.ofName, seen), FirstUnseen(step.ofGroup, seen));
+        if (next < nodes.size()) {
+            seen[next] = true;
+            walk.push_back(StepTo(nodes, next, &index));
+            continue;
+        }
+        if (walk.size() == 1) break; // back at the service itself
+        order.push_back(step.node);
+        walk.pop_back();
+    }
     return order;
 }
 

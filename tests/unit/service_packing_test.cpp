@@ -143,6 +143,39 @@ TEST(DependentsInStopOrder, a_ring_ends) {
     EXPECT_THAT(Dependents(nodes, "a"), ElementsAre("b"));
 }
 
+TEST(DependentsInStopOrder, those_by_name_and_those_by_group_come_in_the_order_of_the_services) {
+    const std::vector<ServiceNode> nodes = {{"by group", "", {"+net"}},
+                                            {"by name", "", {"base"}},
+                                            {"base", "net", {}},
+                                            {"by both", "", {"base", "+net"}},
+                                            {"sibling", "net", {"by group"}}};
+    EXPECT_THAT(Dependents(nodes, "base"), ElementsAre("by both", "sibling", "by group", "by name"));
+}
+
+// A walk that calls itself has no stack for this, and one that looks at all services in each step does not end.
+TEST(DependentsInStopOrder, a_chain_of_two_hundred_thousand_is_walked) {
+    constexpr std::size_t length = 200000;
+    std::vector<ServiceNode> nodes(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        nodes[i].name = std::to_string(i);
+        if (i > 0) nodes[i].dependencies = {std::to_string(i - 1)};
+    }
+    const std::vector<std::size_t> order = DependentsInStopOrder(nodes, "0");
+    ASSERT_EQ(order.size(), length - 1);
+    EXPECT_EQ(order.front(), length - 1);
+    EXPECT_EQ(order.back(), 1u);
+}
+
+// Everybody in one group, and everybody depending on it.
+TEST(DependentsInStopOrder, a_group_of_two_hundred_thousand_is_walked) {
+    constexpr std::size_t size = 200000;
+    std::vector<ServiceNode> nodes(size, {"", "all", {"+all"}});
+    for (std::size_t i = 0; i < size; ++i) {
+        nodes[i].name = std::to_string(i);
+    }
+    EXPECT_EQ(DependentsInStopOrder(nodes, "0").size(), size - 1);
+}
+
 TEST(DependentsInStopOrder, an_unknown_service_has_none) { EXPECT_THAT(Dependents({}, "a"), IsEmpty()); }
 
 namespace {
