@@ -7,12 +7,20 @@
 #include "svcapi/status_notify.h"
 
 #include <cstring>
+#include <string_view>
 
 namespace {
 
-DWORD OpenDaemon(LPCSTR host, std::shared_ptr<DaemonLink> *link, DWORD *initCode) {
+// Sources for Win32 write two backslashes before a machine's name.
+std::string HostOf(LPCSTR machine) {
+    std::string_view host = machine != nullptr ? machine : "";
+    if (host.starts_with("\\\\")) host.remove_prefix(2);
+    return std::string(host.empty() ? "localhost" : host);
+}
+
+DWORD OpenDaemon(LPCSTR machine, std::shared_ptr<DaemonLink> *link, DWORD *initCode) {
     *link = std::make_shared<DaemonLink>();
-    (*link)->host = host != nullptr && *host != '\0' ? host : "localhost";
+    (*link)->host = HostOf(machine);
     const std::lock_guard<std::timed_mutex> busy((*link)->busy);
     const DWORD rc = Connect(**link);
     return rc != ERROR_SUCCESS ? rc : AskInitCode(**link, initCode);

@@ -236,7 +236,7 @@ typedef enum SC_STATUS_TYPE { SC_STATUS_PROCESS_INFO = 0 } SC_STATUS_TYPE;
 typedef enum SC_ENUM_TYPE { SC_ENUM_PROCESS_INFO = 0 } SC_ENUM_TYPE;
 
 /* Connects to the service daemon.
- *   lpMachineName   host, null for this one
+ *   lpMachineName   host by name or address, with two backslashes before it or without; null or empty for this one
  *   lpDatabaseName  null or "ServicesActive", else 123 ERROR_INVALID_NAME
  * 1065 ERROR_DATABASE_DOES_NOT_EXIST when the daemon runs but could not load its database (tvOpenDaemon connects all
  * the same). One handle is one TCP connection; it is made anew when the daemon was restarted, and service handles are
