@@ -499,8 +499,9 @@ void SendHeldMessages() {
     for (std::size_t next = 0; next < door.heldCount;) {
         Connection *connection = door.held[next].connection;
         std::size_t bytes = 0, replies = 0;
-        for (; next < door.heldCount && door.held[next].connection == connection; ++next, ++replies)
+        for (; next < door.heldCount && door.held[next].connection == connection; ++next, ++replies) {
             bytes += door.held[next].bytes;
+        }
         if (connection != nullptr) {
             connection->heldReplies -= replies;
             if (!connection->broken) SendReply(connection, message, bytes);

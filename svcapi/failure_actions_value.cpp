@@ -33,8 +33,9 @@ bool UnpackFailureActions(const std::string &bytes, FailureActionsValue *value) 
     if (bytes.size() < headBytes) return false;
     const DWORD count = DwordAt(bytes.data() + countAt);
     const std::size_t offset = std::max<std::size_t>(DwordAt(bytes.data() + offsetAt), headBytes);
-    if (count > mostFailureActions || offset > bytes.size() || count * actionBytes > bytes.size() - offset)
+    if (count > mostFailureActions || offset > bytes.size() || count * actionBytes > bytes.size() - offset) {
         return false;
+    }
     FailureActionsValue found = {DwordAt(bytes.data()), {}};
     for (DWORD i = 0; i < count; ++i) {
         const char *const action = bytes.data() + offset + i * actionBytes;

@@ -114,8 +114,9 @@ DWORD CopyText(LPCSTR text, std::string *copy) {
 }
 
 DWORD ReadEnvironment(const void *block, Launch *launch) {
-    if ((launch->flags & CREATE_UNICODE_ENVIRONMENT) != 0)
+    if ((launch->flags & CREATE_UNICODE_ENVIRONMENT) != 0) {
         return ReadBlock(static_cast<LPCWSTR>(block), launch, Narrow);
+    }
     return ReadBlock(static_cast<LPCSTR>(block), launch, CopyText);
 }
 
@@ -126,8 +127,9 @@ BOOL CreateProcessA(LPCSTR lpApplicationName, LPSTR lpCommandLine, LPSECURITY_AT
                     LPSTARTUPINFOA lpStartupInfo, LPPROCESS_INFORMATION lpProcessInformation) {
     return Answer(Guarded([&]() -> DWORD {
         if (lpProcessInformation == nullptr) return ERROR_INVALID_PARAMETER;
-        if (lpStartupInfo != nullptr && (lpStartupInfo->dwFlags & STARTF_USESTDHANDLES) != 0)
+        if (lpStartupInfo != nullptr && (lpStartupInfo->dwFlags & STARTF_USESTDHANDLES) != 0) {
             return ERROR_INVALID_PARAMETER;
+        }
         Launch launch;
         launch.flags = dwCreationFlags;
         if (lpCurrentDirectory != nullptr) launch.folder = lpCurrentDirectory;

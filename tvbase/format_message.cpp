@@ -93,8 +93,9 @@ DWORD FormatMessageW(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWO
         if (lpBuffer == nullptr) return ERROR_INVALID_PARAMETER;
         std::string message;
         std::u16string wide;
-        if (const DWORD rc = MakeMessage<WCHAR>(dwFlags, lpSource, dwMessageId, Arguments, &message); rc != 0)
+        if (const DWORD rc = MakeMessage<WCHAR>(dwFlags, lpSource, dwMessageId, Arguments, &message); rc != 0) {
             return rc;
+        }
         if (const DWORD rc = Widen(message, &wide); rc != 0) return rc;
         if (IsTooLong(wide.size())) return ERROR_NOT_ENOUGH_MEMORY;
         if (const DWORD rc = Deliver(dwFlags, wide, lpBuffer, nSize); rc != 0) return rc;

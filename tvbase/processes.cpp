@@ -111,8 +111,9 @@ void EnterInWatch(const ObjectRef &process) {
     epoll_event event = {};
     event.events = EPOLLIN | EPOLLONESHOT;
     event.data.fd = process->descriptor;
-    if (epoll_ctl(watch.epoll, EPOLL_CTL_ADD, process->descriptor, &event) != 0 && errno != EEXIST)
+    if (epoll_ctl(watch.epoll, EPOLL_CTL_ADD, process->descriptor, &event) != 0 && errno != EEXIST) {
         throw std::bad_alloc();
+    }
 }
 
 // glibc's own function cannot be linked from C++ before its version 2.37.

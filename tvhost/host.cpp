@@ -518,8 +518,9 @@ ExitCodes CodesOfRun(Host &host) {
     const std::string text = run.hasStatus ? TextOfEnd(run.status) : "its process has ended";
     host.state.reason = run.stopAsked ? "" : text;
     const ExitCodes codes = CodesOfEnd(run.status, run.stopAsked, host.stopSignal);
-    if (run.wasReady || run.stopAsked || !WaitsForReadiness(host.parameters) || codes.win32 != ERROR_SUCCESS)
+    if (run.wasReady || run.stopAsked || !WaitsForReadiness(host.parameters) || codes.win32 != ERROR_SUCCESS) {
         return codes;
+    }
     host.state.reason = text + " before it was ready";
     return {ERROR_PROCESS_ABORTED, 0};
 }

@@ -57,8 +57,9 @@ bool AwaitEnd(const Predecessor &found, std::int64_t patienceMs, const std::func
 bool FindPredecessor(const std::string &serviceName, Predecessor *found) {
     uid_t owner = 0;
     if (!ReadHostState(serviceName, &found->state, &owner)) return false;
-    if (owner != 0 && owner != geteuid())
+    if (owner != 0 && owner != geteuid()) {
         return false; // another account's word says nothing about this one's processes
+    }
     found->hostLives = found->state.host != getpid() && IsHostAlive(found->state, owner);
     found->programLives = IsProgramAlive(found->state, owner);
     found->groupLives = HasProcesses(found->state.group, found->state.groupInode);

@@ -48,8 +48,9 @@ std::string WhyNoLauncher(const std::string &image) {
     std::string line;
     (void)std::getline(file, line);
     if (line.starts_with("\x7F"
-                         "ELF"))
+                         "ELF")) {
         return "is a program: csh takes it for a script";
+    }
     if (line.starts_with("#!") && line.find("csh") == std::string::npos) return "is a script of another shell than csh";
     return "";
 }
@@ -70,8 +71,9 @@ std::string AccountOf(const std::string &service) {
 void LookAtPrograms(const BootDatabase &database, std::vector<Finding> *findings) {
     for (const BootService &service : database.services) {
         const std::string why = service.imagePath.empty() ? "" : WhyNoLauncher(service.imagePath);
-        if (!why.empty())
+        if (!why.empty()) {
             findings->push_back({true, service.name, fmt::format("its image {} {}", service.imagePath, why)});
+        }
         const std::string account = AccountOf(service.name);
         if (!account.empty() && getpwnam(account.c_str()) == nullptr) {
             findings->push_back(

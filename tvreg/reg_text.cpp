@@ -363,8 +363,9 @@ std::string_view LineEnd(RegDialect dialect) { return dialect == RegDialect::ver
 bool ValueText(const RegValue &value, RegDialect dialect, std::string *text) {
     *text = (value.name.empty() ? "@" : Quoted(value.name)) + "=";
     std::string data = value.data;
-    if (dialect == RegDialect::version5 && IsStringType(value.type) && !Utf16BytesFromUtf8(value.data, &data))
+    if (dialect == RegDialect::version5 && IsStringType(value.type) && !Utf16BytesFromUtf8(value.data, &data)) {
         return false;
+    }
     if (value.isDeleted) {
         *text += "-";
     } else if (value.type == REG_SZ && IsPlainText(value.data)) {

@@ -25,10 +25,12 @@ std::size_t CountRows(const Key &key, std::size_t limit) {
 }
 
 void EraseAll(Store &store, const Key &key) {
-    for (const auto &subKey : key.subKeys.inOrder)
+    for (const auto &subKey : key.subKeys.inOrder) {
         EraseAll(store, *subKey);
-    for (const auto &value : key.values.inOrder)
+    }
+    for (const auto &value : key.values.inOrder) {
         EraseValue(store, *value);
+    }
     EraseKey(store, key);
 }
 
@@ -62,16 +64,18 @@ std::size_t NextPiece(std::size_t rows, std::uint64_t took) {
 
 void EraseRows(Registry &registry, const Step &step) {
     const auto &values = step.key->values.inOrder;
-    for (auto value = values.end() - static_cast<std::ptrdiff_t>(step.values); value != values.end(); ++value)
+    for (auto value = values.end() - static_cast<std::ptrdiff_t>(step.values); value != values.end(); ++value) {
         EraseValue(*registry.store, **value);
+    }
     if (!step.isWhole) return;
     EraseKey(*registry.store, *step.key);
     if (step.key->parent == registry.tree.graveyard.get()) StoreForgotten(*registry.store, *step.key);
 }
 
 void Release(Registry &registry, const Step &step) {
-    for (std::size_t i = 0; i < step.values; ++i)
+    for (std::size_t i = 0; i < step.values; ++i) {
         DropLastValue(*step.key);
+    }
     if (step.isWhole) DropLastKey(registry.tree, *step.key->parent);
 }
 
@@ -94,8 +98,10 @@ bool EraseSome(Registry &registry) {
     if (now - registry.eraseFailed < REST) return false;
     std::vector<Step> steps;
     std::size_t rows = 0;
-    for (auto key = buried.rbegin(); key != buried.rend() && AddSteps(**key, true, registry.pieceRows, &rows, &steps);)
+    for (auto key = buried.rbegin();
+         key != buried.rend() && AddSteps(**key, true, registry.pieceRows, &rows, &steps);) {
         ++key;
+    }
     try {
         if (std::any_of(steps.begin(), steps.end(), [](const Step &step) { return step.hasRows; })) {
             Begin(*registry.store);
@@ -111,8 +117,9 @@ bool EraseSome(Registry &registry) {
         registry.eraseFailed = now;
         return false;
     }
-    for (const Step &step : steps)
+    for (const Step &step : steps) {
         Release(registry, step);
+    }
     registry.erased = FileTimeNow();
     return !buried.empty();
 }

@@ -85,8 +85,9 @@ std::uint32_t AbandonGroup(Registry &registry, const std::exception &failure) {
     const std::uint32_t status = StatusOf(failure);
     RollBack(*registry.store);
     std::vector<Change> &wayBack = registry.group.wayBack;
-    for (auto change = wayBack.rbegin(); change != wayBack.rend(); ++change)
+    for (auto change = wayBack.rbegin(); change != wayBack.rend(); ++change) {
         GoBack(registry.tree, *change);
+    }
     EndGroup(registry);
     registry.ended = status;
     return status;

@@ -37,8 +37,9 @@ struct Digest {
 };
 
 void TakeIn(Digest &digest, std::string_view bytes) {
-    for (const char byte : bytes)
+    for (const char byte : bytes) {
         digest.hash = (digest.hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+    }
 }
 void TakeInNumber(Digest &digest, std::uint64_t number) {
     for (int shift = 0; shift < 64; shift += 8) {
@@ -76,8 +77,9 @@ struct Writer {
 void MakeTables(SQLite::Database &database) {
     database.exec("PRAGMA application_id = " + std::to_string(APPLICATION_ID));
     database.exec("PRAGMA user_version = " + std::to_string(HIVE_VERSION));
-    for (const char *table : TABLES)
+    for (const char *table : TABLES) {
         database.exec(table);
+    }
 }
 
 struct Inserts {
@@ -140,8 +142,9 @@ bool ReadKey(const Rows &rows, Tree &hive, Digest &digest) {
     key->written = static_cast<std::uint64_t>(Number(rows, 4));
     TakeInKey(digest, parent, *key);
     if (Number(rows, 0) != static_cast<std::int64_t>(hive.lastNumber) + 1 || Number(rows, 1) > hive.lastNumber ||
-        Number(rows, 1) < 0 || number > MAX_KEY_NUMBER)
+        Number(rows, 1) < 0 || number > MAX_KEY_NUMBER) {
         return false;
+    }
     hive.lastNumber = number;
     if (number == 1) {
         if (parent != 0 || !key->name.empty()) return false;
@@ -162,8 +165,9 @@ bool ReadValue(const Rows &rows, const Tree &hive, Digest &digest) {
     TakeInValue(digest, key, value);
     Key *owner = FindNumber(hive, key);
     if (owner == nullptr || value.name.size() > MAX_VALUE_NAME || value.data.size() > MAX_VALUE_BYTES ||
-        Number(rows, 2) != value.type || value.name.find('\0') != std::string::npos)
+        Number(rows, 2) != value.type || value.name.find('\0') != std::string::npos) {
         return false;
+    }
     bool isTaken = false;
     (void)AddValue(*owner, std::move(value), &isTaken);
     return !isTaken;
@@ -256,8 +260,9 @@ std::uint32_t WriteHiveFile(const std::string &path, std::string_view bytes, Pla
     std::uint32_t rc = OpenFolder(path, &folder, &name);
     if (rc != 0) return rc;
     struct stat found = {};
-    if (place == Place::New && fstatat(folder, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0)
+    if (place == Place::New && fstatat(folder, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0) {
         return ERROR_ALREADY_EXISTS; // 183, before all is written
+    }
     rc = WriteUnnamed(folder, bytes, &file, &unnamed);
     if (rc != 0) return rc;
     if (place == Place::New) {

@@ -49,8 +49,9 @@ struct Content {
 
 std::uint32_t DepthBelow(const Key &key) {
     std::uint32_t depth = 0;
-    for (const auto &subKey : key.subKeys.inOrder)
+    for (const auto &subKey : key.subKeys.inOrder) {
         depth = std::max(depth, 1 + DepthBelow(*subKey));
+    }
     return depth;
 }
 
@@ -76,18 +77,21 @@ std::uint32_t Prepare(Registry &registry, Tree &hive, Key &to, Content *content)
 }
 
 void StoreContent(Store &store, const Key &to, const Content &content, std::uint64_t now) {
-    for (const auto &value : content.values)
+    for (const auto &value : content.values) {
         StoreValue(store, to, *value, now);
+    }
     StoreKeys(store, content.keys);
     for (const auto &key : content.keys) {
-        for (const auto &value : key->values.inOrder)
+        for (const auto &value : key->values.inOrder) {
             StoreValue(store, *key, *value, key->written);
+        }
     }
 }
 
 void HangContent(Registry &registry, Key &to, Content content) {
-    for (auto &value : content.values)
+    for (auto &value : content.values) {
         HangValue(registry, to, std::move(*value));
+    }
     for (auto &key : content.keys) {
         Key &parent = *key->parent;
         (void)HangKey(registry, parent, std::move(key));
@@ -103,20 +107,24 @@ std::uint32_t PutInPlace(Registry &registry, Key &key, Tree &hive, Also alsoStor
     const std::uint64_t now = TimeOfChange();
     std::vector<bool> areErased;
     const auto store = [&] {
-        for (const auto &value : key.values.inOrder)
+        for (const auto &value : key.values.inOrder) {
             EraseValue(*registry.store, *value);
-        for (const auto &subKey : key.subKeys.inOrder)
+        }
+        for (const auto &subKey : key.subKeys.inOrder) {
             areErased.push_back(StoreDeleted(*registry.store, *subKey));
+        }
         StoreContent(*registry.store, key, content, now);
         StoreTouched(*registry.store, key, now);
         alsoStore();
     };
     if (const std::uint32_t rc = WriteRows(registry, 0, store); rc != 0) return rc;
     TouchKey(registry, key, now);
-    while (!key.values.inOrder.empty())
+    while (!key.values.inOrder.empty()) {
         TakeValueOut(registry, key, *key.values.inOrder.back());
-    for (; !key.subKeys.inOrder.empty(); areErased.pop_back())
+    }
+    for (; !key.subKeys.inOrder.empty(); areErased.pop_back()) {
         BuryKey(registry, *key.subKeys.inOrder.back(), areErased.back());
+    }
     HangContent(registry, key, std::move(content));
     return 0;
 }

@@ -61,8 +61,9 @@ void TellApart(Store &store, const Equals &equals) {
 std::unordered_set<std::int64_t> LoadDeleted(Store &store) {
     std::unordered_set<std::int64_t> deleted;
     const Rows rows = Select(Handle(store), "SELECT position FROM deleted_keys");
-    while (Next(rows))
+    while (Next(rows)) {
         (void)deleted.insert(Number(rows, 0));
+    }
     return deleted;
 }
 
@@ -82,8 +83,9 @@ void LoadKeys(Store &store, Tree &tree, Equals *equals) {
         const bool isGone = Number(rows, 5) != 0 || (!deleted.empty() && deleted.contains(store.lastKeyRow));
         Key *parent = isGone ? tree.graveyard.get() : &KeyOf(tree, Word(rows, 2));
         if (number <= ROOT_COUNT || number > MAX_KEY_NUMBER || FindNumber(tree, number) != nullptr ||
-            parent->depth >= MAX_LOADED_DEPTH)
+            parent->depth >= MAX_LOADED_DEPTH) {
             Damaged("key " + std::to_string(number) + " cannot be");
+        }
         auto key = std::make_unique<Key>();
         key->number = number;
         key->row = store.lastKeyRow;

@@ -43,7 +43,8 @@ bool AreNamesEqual(std::string_view a, std::string_view b) {
 // FNV-1a, a step a character.
 std::size_t HashOfName(std::string_view name) {
     std::uint64_t hash = 0xcbf29ce484222325;
-    while (!name.empty())
+    while (!name.empty()) {
         hash = (hash ^ TakeFolded(&name)) * 0x100000001b3;
+    }
     return static_cast<std::size_t>(hash ^ hash >> 32);
 }

@@ -59,8 +59,9 @@ std::uint32_t MakeKeys(Tree &tree, Key &parent, std::string_view path, const std
     Key *above = &parent;
     for (std::string_view name; !path.empty();) {
         if (!TakeName(&path, &name)) return ERROR_BAD_PATHNAME;
-        if (name.size() > MAX_KEY_NAME || parent.depth + made->size() >= MAX_DEPTH)
+        if (name.size() > MAX_KEY_NAME || parent.depth + made->size() >= MAX_DEPTH) {
             return ERROR_INVALID_PARAMETER; // 87
+        }
         auto key = std::make_unique<Key>();
         key->number = TakeNumber(tree);
         if (key->number == 0) return ERROR_NOT_ENOUGH_MEMORY; // 8
@@ -100,24 +101,28 @@ std::uint32_t CreateKey(Registry &registry, std::uint32_t handle, std::string_vi
 
     Key &parent = **key;
     std::vector<std::unique_ptr<Key>> made;
-    if (const std::uint32_t rc = MakeKeys(registry.tree, parent, rest, keyClass, options != 0, &made); rc != 0)
+    if (const std::uint32_t rc = MakeKeys(registry.tree, parent, rest, keyClass, options != 0, &made); rc != 0) {
         return rc;
+    }
     for (const auto &next : made) {
-        for (Value &value : MissingSeeds(*next))
+        for (Value &value : MissingSeeds(*next)) {
             (void)AddValue(*next, std::move(value));
+        }
     }
     const auto store = [&] {
         StoreKeys(*registry.store, made);
         for (const auto &next : made) {
-            for (const auto &value : next->values.inOrder)
+            for (const auto &value : next->values.inOrder) {
                 StoreValue(*registry.store, *next, *value, next->written);
+            }
         }
         StoreTouched(*registry.store, parent, made.front()->written);
     };
     if (const std::uint32_t rc = WriteRows(registry, rest.size(), store); rc != 0) return rc;
     TouchKey(registry, parent, made.front()->written);
-    for (auto &next : made)
+    for (auto &next : made) {
         *key = HangKey(registry, **key, std::move(next));
+    }
     *disposition = REG_CREATED_NEW_KEY;
     return 0;
 }
@@ -134,8 +139,9 @@ std::uint32_t DeleteKey(Registry &registry, std::uint32_t handle, std::string_vi
                                                isErased = StoreDeleted(*registry.store, *key);
                                                StoreTouched(*registry.store, *key->parent, now);
                                            });
-        rc != 0)
+        rc != 0) {
         return rc;
+    }
     TouchKey(registry, *key->parent, now);
     BuryKey(registry, *key, isErased);
     return 0;
@@ -226,8 +232,9 @@ std::uint32_t DeleteValue(Registry &registry, std::uint32_t handle, std::string_
                                                EraseValue(*registry.store, *value);
                                                StoreTouched(*registry.store, *key, now);
                                            });
-        rc != 0)
+        rc != 0) {
         return rc;
+    }
     TouchKey(registry, *key, now);
     TakeValueOut(registry, *key, *value);
     return 0;

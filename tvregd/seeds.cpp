@@ -33,8 +33,9 @@ Value NumberValue(const char *name, DWORD number) {
 } // namespace
 
 std::vector<Value> MissingSeeds(const Key &key) {
-    if (!AreNamesEqual(key.name, eventLogName) || key.parent == nullptr || !IsAt(*key.parent, servicesKeyPath))
+    if (!AreNamesEqual(key.name, eventLogName) || key.parent == nullptr || !IsAt(*key.parent, servicesKeyPath)) {
         return {};
+    }
     std::vector<Value> missing;
     for (Value value : {NumberValue(typeValue, SERVICE_ADAPTER), NumberValue(startTypeValue, SERVICE_DISABLED),
                         NumberValue(errorControlValue, SERVICE_ERROR_IGNORE),

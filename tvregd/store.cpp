@@ -82,8 +82,9 @@ void MakeTables(SQLite::Database &database) {
 
 void UpdateTables(SQLite::Database &database) {
     database.exec("BEGIN IMMEDIATE");
-    for (const char *step : FROM_VERSION_1)
+    for (const char *step : FROM_VERSION_1) {
         database.exec(step);
+    }
     SetVersion(database);
     database.exec("COMMIT");
 }
@@ -95,8 +96,9 @@ SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
     const int version = database.execAndGet("PRAGMA user_version").getInt();
     const int tables = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt();
     const bool fresh = version == 0 && tables == 0;
-    if (!fresh && version != 1 && version != SCHEMA_VERSION)
+    if (!fresh && version != 1 && version != SCHEMA_VERSION) {
         throw std::runtime_error("not a registry that this version can read");
+    }
     (void)database.execAndGet("PRAGMA journal_mode = WAL");
     if (fresh) MakeTables(database);
     if (version == 1) UpdateTables(database);
@@ -115,8 +117,9 @@ int OpenPrivate(const std::string &file) {
     struct stat found = {};
     if (fstat(descriptor, &found) != 0) throw std::runtime_error(std::strerror(errno));
     if (!S_ISREG(found.st_mode)) throw std::runtime_error("not a regular file");
-    if ((found.st_mode & 077) != 0 && fchmod(descriptor, 0600) != 0)
+    if ((found.st_mode & 077) != 0 && fchmod(descriptor, 0600) != 0) {
         throw std::runtime_error("open to others, and not ours to close to them");
+    }
     (void)guard.release();
     return descriptor;
 }
@@ -127,13 +130,15 @@ int LockDatabase(const std::string &file) {
     (void)close(OpenPrivate(file)); // before SQLite opens it: closing releases all locks of this process
     const std::string path = std::filesystem::canonical(file); // one lock whichever way leads to the file
     for (const char *suffix : {"-wal", "-shm"}) {
-        if (chmod((path + suffix).c_str(), 0600) != 0 && errno != ENOENT)
+        if (chmod((path + suffix).c_str(), 0600) != 0 && errno != ENOENT) {
             throw std::runtime_error(suffix + std::string(": ") + std::strerror(errno));
+        }
     }
     int descriptor = OpenPrivate(path + "-lock");
     DescriptorGuard guard(&descriptor);
-    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0)
+    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         throw std::runtime_error(errno == EWOULDBLOCK ? "in use by another registry daemon" : std::strerror(errno));
+    }
     (void)guard.release();
     return descriptor;
 }
@@ -264,8 +269,9 @@ void SyncStore(Store &store) {
     if (store.durability == Durability::FULL) return;
     sqlite3_file *log = nullptr;
     int rc = sqlite3_file_control(store.database.getHandle(), nullptr, SQLITE_FCNTL_JOURNAL_POINTER, &log);
-    if (rc == SQLITE_OK && log != nullptr && log->pMethods != nullptr)
+    if (rc == SQLITE_OK && log != nullptr && log->pMethods != nullptr) {
         rc = log->pMethods->xSync(log, SQLITE_SYNC_FULL | SQLITE_SYNC_DATAONLY);
+    }
     if (rc != SQLITE_OK) throw SQLite::Exception("the log cannot be synced", rc);
 }
 

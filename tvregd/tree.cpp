@@ -38,8 +38,9 @@ static Entry *Insert(NamedList<Entry> &list, std::unique_ptr<Entry> entry, std::
         if (isNameTaken != nullptr) *isNameTaken = !isNew;
     } else if (list.inOrder.size() > FEW) {
         list.byName = std::make_unique<typename decltype(list.byName)::element_type>();
-        for (const auto &listed : list.inOrder)
+        for (const auto &listed : list.inOrder) {
             (void)list.byName->insert(listed.get());
+        }
     }
     return added;
 }
@@ -84,8 +85,9 @@ std::uint32_t HandleOf(const Key &key) {
 static bool IsBuried(const Tree &tree, const Key &key) {
     if (tree.graveyard->subKeys.inOrder.empty()) return false;
     const Key *top = &key;
-    while (top->parent != nullptr)
+    while (top->parent != nullptr) {
         top = top->parent;
+    }
     return top == tree.graveyard.get();
 }
 

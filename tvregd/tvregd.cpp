@@ -95,8 +95,9 @@ int GoToBackground() {
 // Lets go of the caller's terminal and pipes.
 void TellServing(int descriptor) {
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (int standard = 0; standard <= 2; ++standard)
+    for (int standard = 0; standard <= 2; ++standard) {
         (void)dup2(null, standard);
+    }
     (void)close(null);
     (void)write(descriptor, "", 1);
     (void)close(descriptor);

@@ -50,8 +50,9 @@ Key &MakeShown(Store &store, Tree &tree, const View &view) {
 void Place(Store &store, Key &key) {
     key.depth = key.parent->depth + 1;
     StoreKeyMoved(store, key);
-    for (const auto &subKey : key.subKeys.inOrder)
+    for (const auto &subKey : key.subKeys.inOrder) {
         Place(store, *subKey);
+    }
 }
 
 void MoveValue(Store &store, Value value, Key &to) {
@@ -72,8 +73,9 @@ void MoveValue(Store &store, Value value, Key &to) {
 
 // Moves what a key has to another. This recursion and the other end at MAX_DEPTH.
 void MoveContent(Store &store, Tree &tree, Key &from, Key &to) {
-    for (const auto &value : std::exchange(from.values, {}).inOrder)
+    for (const auto &value : std::exchange(from.values, {}).inOrder) {
         MoveValue(store, std::move(*value), to);
+    }
     for (auto &key : std::exchange(from.subKeys, {}).inOrder) {
         Key *present = FindSubKey(to, key->name);
         if (present == nullptr) {

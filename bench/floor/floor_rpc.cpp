@@ -51,8 +51,9 @@ FloorList ServeList(const int &count) {
     static char name[] = "service00001";
     static char displayName[] = "Service number 00001";
     entries.assign(static_cast<std::size_t>(count), {name, displayName, {0x10, 1, 0, 0, 0, 0, 0}, nullptr});
-    for (std::size_t i = 1; i < entries.size(); ++i)
+    for (std::size_t i = 1; i < entries.size(); ++i) {
         entries[i - 1].next = &entries[i];
+    }
     return {entries.empty() ? nullptr : entries.data()};
 }
 

@@ -40,8 +40,9 @@ std::uint32_t MakeKey(const std::string &path) {
 // Each writer sets a value of its own.
 Crowd MakeWriters(int clients, std::uint32_t key) {
     std::vector<std::string> requests;
-    for (int i = 0; i < clients; ++i)
+    for (int i = 0; i < clients; ++i) {
         requests.push_back(SetRequest(key, fmt::format("value{:03}", i)));
+    }
     return MakeCrowd(PortOf(REGDAEMONPROG, REGDAEMONVERS), clients, std::move(requests), basicReplyBytes);
 }
 
@@ -100,8 +101,9 @@ pid_t StartRedis() {
 
 Crowd MakeRedisWriters(int clients) {
     std::vector<std::string> requests;
-    for (int i = 0; i < clients; ++i)
+    for (int i = 0; i < clients; ++i) {
         requests.push_back(fmt::format("*3\r\n$3\r\nSET\r\n$8\r\nvalue{:03}\r\n${}\r\n{}\r\n", i, data.size(), data));
+    }
     return MakeCrowd(redisPort, clients, std::move(requests), 5); // +OK
 }
 
@@ -117,8 +119,9 @@ void MeasureCrowds(Bench &bench, pid_t tvregd, std::uint32_t key) {
     const int sets = Samples(bench, 6400);
     for (int i = 0; i < 3 * bench.rounds; ++i) {
         const double begin = NowUs();
-        for (int set = 0; set < sets; set += clients)
+        for (int set = 0; set < sets; set += clients) {
             SetInTransaction(table, clients);
+        }
         const double each = (NowUs() - begin) / sets;
         transactions.push_back({each, each});
         if (redis != 0) redisSets.push_back(RunCrowd(redisWriters, redis, sets));
@@ -158,8 +161,9 @@ void MeasureReadsBesideWriters(Bench &bench, pid_t tvregd, std::uint32_t key) {
         std::atomic<bool> ends = false;
         std::thread others([&] {
             Crowd writers = MakeWriters(16, key);
-            while (!ends)
+            while (!ends) {
                 (void)RunCrowd(writers, tvregd, 160);
+            }
             ReleaseCrowd(writers);
         });
         SleepMs(20);
@@ -178,8 +182,9 @@ void MeasureReadsBesideWriters(Bench &bench, pid_t tvregd, std::uint32_t key) {
 // Sends all requests in one stream and takes all replies.
 double ImportUs(std::uint32_t key, int values) {
     std::string stream;
-    for (int i = 0; i < values; ++i)
+    for (int i = 0; i < values; ++i) {
         stream += SetRequest(key, fmt::format("value{:06}", i));
+    }
     const int connection = ConnectTo(PortOf(REGDAEMONPROG, REGDAEMONVERS));
     const double begin = NowUs();
     std::thread sender([&] {

@@ -25,36 +25,42 @@ Crowd MakeCrowd(std::uint16_t port, int clients, std::vector<std::string> reques
         epoll_event event = {};
         event.events = EPOLLIN;
         event.data.u64 = static_cast<std::uint64_t>(i);
-        if (epoll_ctl(crowd.epoll, EPOLL_CTL_ADD, crowd.connections.back(), &event) != 0)
+        if (epoll_ctl(crowd.epoll, EPOLL_CTL_ADD, crowd.connections.back(), &event) != 0) {
             throw std::runtime_error("epoll");
+        }
     }
     return crowd;
 }
 
 void ReleaseCrowd(Crowd &crowd) {
-    for (const int connection : crowd.connections)
+    for (const int connection : crowd.connections) {
         (void)close(connection);
+    }
     (void)close(crowd.epoll);
 }
 
 void SendRequest(const Crowd &crowd, std::size_t client) {
     const std::string &request = crowd.requests[client % crowd.requests.size()];
     if (send(crowd.connections[client], request.data(), request.size(), MSG_NOSIGNAL) !=
-        static_cast<ssize_t>(request.size()))
+        static_cast<ssize_t>(request.size())) {
         throw std::runtime_error("a server does not take a request");
+    }
 }
 
 void TakeReply(const Crowd &crowd, std::size_t client) {
     char reply[256];
-    if (recv(crowd.connections[client], reply, crowd.replyBytes, MSG_WAITALL) != static_cast<ssize_t>(crowd.replyBytes))
+    if (recv(crowd.connections[client], reply, crowd.replyBytes, MSG_WAITALL) !=
+        static_cast<ssize_t>(crowd.replyBytes)) {
         throw std::runtime_error("a server does not answer");
+    }
 }
 
 Figures RunCrowd(const Crowd &crowd, pid_t server, int calls) {
     const double begin = NowUs();
     const double cpuBefore = CpuUs(server);
-    for (std::size_t client = 0; client < crowd.connections.size(); ++client)
+    for (std::size_t client = 0; client < crowd.connections.size(); ++client) {
         SendRequest(crowd, client);
+    }
     int sent = static_cast<int>(crowd.connections.size());
     for (int taken = 0; taken < sent;) {
         epoll_event events[64];

@@ -49,8 +49,9 @@ void ClearList(GroupListEntry **list, std::int32_t *size) {
 
 void FillDatabase(int services) {
     ClearDatabase();
-    while (svcdbsize <= services)
+    while (svcdbsize <= services) {
         ResizeServiceDatabase();
+    }
     for (int i = 1; i <= services; ++i) {
         SetServiceName(i, ServiceName(i).c_str());
         SetServiceDisplayName(i, DisplayName(i).c_str());
@@ -61,8 +62,9 @@ void FillDatabase(int services) {
 
 std::vector<std::string> Names(int services, std::string (*nameOf)(int)) {
     std::vector<std::string> names;
-    for (int i = 1; i <= services; ++i)
+    for (int i = 1; i <= services; ++i) {
         names.push_back(nameOf(i));
+    }
     return names;
 }
 
@@ -71,8 +73,9 @@ void FindNames(benchmark::State &state) {
     FillDatabase(services);
     const std::vector<std::string> names = Names(services, ServiceName);
     for (auto _ : state) {
-        for (const std::string &name : names)
+        for (const std::string &name : names) {
             benchmark::DoNotOptimize(GetServiceIndexFromName(name.c_str()));
+        }
     }
 }
 
@@ -97,8 +100,9 @@ void File(benchmark::State &state, std::string (*nameOf)(int)) {
     const int services = static_cast<int>(state.range(0));
     const std::vector<std::string> names = Names(services, nameOf);
     for (auto _ : state) {
-        for (int i = 0; i < services; ++i)
+        for (int i = 0; i < services; ++i) {
             AddServiceToGroupList(&grouplist, &grouplistsize, names[static_cast<std::size_t>(i)].c_str(), i + 1);
+        }
         state.PauseTiming();
         ClearList(&grouplist, &grouplistsize);
         state.ResumeTiming();
@@ -199,8 +203,9 @@ ChainOfEntries MakeChain(std::int64_t services) {
     static char displayName[] = "Service number 00001";
     ChainOfEntries chain;
     chain.links.assign(static_cast<std::size_t>(services), {name, displayName, {0x10, 1, 0, 0, 0, 0, 0}, nullptr});
-    for (std::size_t i = 1; i < chain.links.size(); ++i)
+    for (std::size_t i = 1; i < chain.links.size(); ++i) {
         chain.links[i - 1].next = &chain.links[i];
+    }
     chain.reply.services = chain.links.data();
     return chain;
 }
@@ -264,8 +269,9 @@ void MeasureInProcess(Bench &bench) {
                                         fmt::format("--benchmark_min_time={}", bench.quick ? 0.01 : 0.1),
                                         "--benchmark_enable_random_interleaving=true"};
     std::vector<char *> arguments;
-    for (std::string &option : options)
+    for (std::string &option : options) {
         arguments.push_back(option.data());
+    }
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     Collector collector;

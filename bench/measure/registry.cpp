@@ -91,8 +91,9 @@ Comparison CompareReading(pid_t tvregd, pid_t rpcFloor, int rounds, int samples)
         Require(RegCloseKey(key));
     };
     const auto echoes = [&] {
-        for (const EchoSizes &size : sizes)
+        for (const EchoSizes &size : sizes) {
             CallEcho(echo.get(), size);
+        }
     };
     return CompareInRounds({read, tvregd}, {echoes, rpcFloor}, rounds, samples);
 }
@@ -171,8 +172,9 @@ struct Load {
 template <typename Operation>
 double MeanTime(int services, int repeats, Operation call) {
     const double begin = NowUs();
-    for (int i = 0; i < repeats; ++i)
+    for (int i = 0; i < repeats; ++i) {
         call(i % services + 1);
+    }
     return (NowUs() - begin) / repeats;
 }
 

@@ -50,8 +50,9 @@ double CpuUs(pid_t process) {
 
 Figures SampleRound(const Side &side, int samples) {
     std::vector<double> times(static_cast<std::size_t>(samples));
-    for (int i = 0; i < samples / 10 + 1; ++i)
+    for (int i = 0; i < samples / 10 + 1; ++i) {
         side.call(); // warms up
+    }
     const double cpuBefore = side.server != 0 ? CpuUs(side.server) : 0;
     for (double &time : times) {
         const double begin = NowUs();
@@ -65,8 +66,9 @@ Figures SampleRound(const Side &side, int samples) {
 Comparison Summarise(const std::vector<Figures> &measured, const std::vector<Figures> &floor) {
     const auto medianOf = [](const std::vector<Figures> &rounds, double Figures::*figure) {
         std::vector<double> values;
-        for (const Figures &round : rounds)
+        for (const Figures &round : rounds) {
             values.push_back(round.*figure);
+        }
         return Median(values);
     };
     const auto summaryOf = [&](const std::vector<Figures> &rounds) {
@@ -94,9 +96,11 @@ void Pin(bool pinned, const std::vector<pid_t> &processes) {
     cpu_set_t processors;
     CPU_ZERO(&processors);
     const long all = sysconf(_SC_NPROCESSORS_ONLN);
-    for (long i = 0; i < (pinned ? 1 : all); ++i)
+    for (long i = 0; i < (pinned ? 1 : all); ++i) {
         CPU_SET(static_cast<std::size_t>(i), &processors);
+    }
     PinThreads(getpid(), processors);
-    for (const pid_t process : processes)
+    for (const pid_t process : processes) {
         PinThreads(process, processors);
+    }
 }

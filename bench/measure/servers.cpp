@@ -29,8 +29,9 @@ void Write(Registry &registry, const std::string &path, const std::vector<Regist
     Key *key = nullptr;
     std::uint32_t disposition = 0;
     Require(CreateKey(registry, HKEY_LOCAL_MACHINE, path, std::nullopt, 0, &key, &disposition));
-    for (const RegistryValue &value : values)
+    for (const RegistryValue &value : values) {
         Require(SetValue(registry, HandleOf(*key), value.name, value.type, value.data));
+    }
 }
 
 void WriteGroups(Registry &registry, int services) {
@@ -39,8 +40,9 @@ void WriteGroups(Registry &registry, int services) {
     for (int group = 0; group < groupCount; ++group) {
         names.push_back(GroupName(group));
         std::string vector = Dword(3);
-        for (std::uint32_t tag = 3; tag > 0; --tag)
+        for (std::uint32_t tag = 3; tag > 0; --tag) {
             vector += Dword(tag);
+        }
         tags.push_back({GroupName(group), REG_BINARY, vector});
     }
     Write(registry, groupOrderKey, {{"List", REG_MULTI_SZ, MultiSz(names)}});
@@ -102,8 +104,9 @@ int ConnectTo(std::uint16_t port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connection < 0 || connect(connection, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+    if (connection < 0 || connect(connection, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
         throw std::runtime_error("cannot connect");
+    }
     const int on = 1;
     (void)setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return connection;
@@ -143,8 +146,9 @@ void CallTcpFloor(TcpFloor &floor) {
         return done == static_cast<ssize_t>(bytes.size());
     };
     if (!whole(send(floor.connection, floor.request.data(), floor.request.size(), MSG_NOSIGNAL), floor.request) ||
-        !whole(recv(floor.connection, floor.reply.data(), floor.reply.size(), MSG_WAITALL), floor.reply))
+        !whole(recv(floor.connection, floor.reply.data(), floor.reply.size(), MSG_WAITALL), floor.reply)) {
         throw std::runtime_error("floor_tcp does not answer");
+    }
 }
 
 pid_t StartRpcFloor() {

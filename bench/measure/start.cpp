@@ -62,8 +62,9 @@ std::int32_t StateOfService(CLIENT *client) {
 }
 
 void AwaitState(CLIENT *client, std::int32_t state) {
-    if (!WaitUntil([&] { return StateOfService(client) == state; }))
+    if (!WaitUntil([&] { return StateOfService(client) == state; })) {
         throw std::runtime_error(fmt::format("the sample service does not come to state {}", state));
+    }
 }
 
 // Starts the service and stops it again. Returns what the start took, microseconds.
@@ -113,13 +114,15 @@ void MeasureInARow(Bench &bench, const std::string &folder) {
     const std::string image = WriteImage(folder, "sample", ProgramPath("tvsample") + " --log /dev/null");
     const std::string floorImage = WriteImage(folder, "floor", ProgramPath("floor_rpc") + " service");
     const pid_t tvregd = StartRegistryDaemon(folder + "/row.db");
-    for (int i = 1; i <= automaticServices; ++i)
+    for (int i = 1; i <= automaticServices; ++i) {
         WriteService(ServiceName(i), SERVICE_AUTO_START, image);
+    }
     std::vector<Figures> measured, floor;
     for (int i = 0; i < bench.rounds; ++i) {
         std::vector<double> floorTimes;
-        for (int sample = 0; sample < 20; ++sample)
+        for (int sample = 0; sample < 20; ++sample) {
             floorTimes.push_back(FloorStart(floorImage));
+        }
         floor.push_back({Median(floorTimes), Percentile(floorTimes, 99), 0});
         const double begin = NowUs();
         const pid_t servd = StartServiceDaemon();
@@ -128,8 +131,9 @@ void MeasureInARow(Bench &bench, const std::string &folder) {
         const std::vector<pid_t> started = ChildrenOf(servd);
         if (started.size() != automaticServices) throw std::runtime_error("not all automatic services run");
         (void)StopDaemon(servd);
-        for (const pid_t process : started)
+        for (const pid_t process : started) {
             StopProcess(process); // ours by now
+        }
     }
     const Comparison result = Summarise(measured, floor);
     AddRow(bench, {"automatic start, each of 100 in a row",

@@ -114,8 +114,9 @@ void PrintRow(const Row &row) {
 
 void WriteJson(const std::string &file, const std::vector<Row> &rows, int rounds) {
     Json json = {{"machine", MachineText()}, {"date", Today()}, {"rounds", rounds}, {"rows", Json::array()}};
-    for (const Row &row : rows)
+    for (const Row &row : rows) {
         json["rows"].push_back(JsonOf(row));
+    }
     std::ofstream out(file);
     out << json.dump(2) << '\n';
     if (!out) throw std::runtime_error(file + " cannot be written");

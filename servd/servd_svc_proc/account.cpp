@@ -60,8 +60,9 @@ Account ReadAccount(HKEY serviceKey) {
 bool BecomeAccount(const Account &account) {
     if (!account.usable) return false;
     if (account.hasGroups && (setgroups(static_cast<std::size_t>(account.groupCount), account.groups.get()) != 0 ||
-                              setgid(account.group) != 0))
+                              setgid(account.group) != 0)) {
         return false;
+    }
     return !account.isNamed || setuid(account.user) == 0;
 }
 

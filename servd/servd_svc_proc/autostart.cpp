@@ -73,13 +73,15 @@ void AutoStartService(std::int32_t index, HKEY servicesKey) {
 Win32Code RunAutoStartServices() {
     HKEY servicesKey = 0;
     // Without the services key no service can be read, and each would be skipped.
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &servicesKey) != ERROR_SUCCESS)
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_ALL_ACCESS, &servicesKey) != ERROR_SUCCESS) {
         return ERROR_SUCCESS;
+    }
     const KeyGuard closeServices(&servicesKey);
     for (std::int32_t index = 0; index < svcdbsize; index++) {
         // A service that runs by now was started as somebody's dependency.
-        if (svcdb[index].name != nullptr && svcdb[index].status.dwCurrentState == SERVICE_STOPPED)
+        if (svcdb[index].name != nullptr && svcdb[index].status.dwCurrentState == SERVICE_STOPPED) {
             AutoStartService(index, servicesKey);
+        }
     }
     return ERROR_SUCCESS;
 }

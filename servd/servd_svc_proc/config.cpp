@@ -86,8 +86,9 @@ void CountUpGroup(HKEY tagOrder, const char *group, std::uint32_t *tag) {
     const Win32Code rc = ReadRegistryValue(tagOrder, group, &counter);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return;
     std::uint32_t count = 0;
-    if (rc == ERROR_SUCCESS)
+    if (rc == ERROR_SUCCESS) {
         std::memcpy(&count, counter.data.get(), std::min<std::size_t>(counter.bytes, sizeof count));
+    }
     count += 1;
     *tag = count;
     if (rc == ERROR_FILE_NOT_FOUND) {

@@ -34,8 +34,9 @@ void ResizeServiceDatabase() {
 }
 
 std::int32_t GetNextServiceDatabaseEntry() {
-    for (; firstFree < svcdbsize; firstFree++)
+    for (; firstFree < svcdbsize; firstFree++) {
         if (svcdb[firstFree].name == nullptr) return firstFree;
+    }
     const std::int32_t firstNew = svcdbsize;
     ResizeServiceDatabase();
     return firstNew;
@@ -86,8 +87,9 @@ bool IsDisplayNameOfAnother(const char *displayName, std::int32_t index) {
 }
 
 void ClearVisitingFlags() {
-    for (std::int32_t index = 0; index < svcdbsize; index++)
+    for (std::int32_t index = 0; index < svcdbsize; index++) {
         svcdb[index].visited = svcdb[index].visiting = 0;
+    }
 }
 
 bool IsServiceHandle(std::int32_t handle) { return handle >= 0 && handle < svcdbsize && svcdb[handle].name != nullptr; }

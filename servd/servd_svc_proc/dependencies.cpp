@@ -203,8 +203,9 @@ Win32Code CalculateDependencies(std::int32_t index, std::int32_t *bytesLeft, svd
             PopVisit(walk);
         }
     }
-    while (walk.innermost != nullptr)
+    while (walk.innermost != nullptr) {
         PopVisit(walk);
+    }
     return rc;
 }
 

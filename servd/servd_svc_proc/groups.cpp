@@ -80,8 +80,9 @@ bool IsTaggedBefore(const TaggedMember &a, const TaggedMember &b) {
 
 std::int32_t MemberCount(const GroupMember *members) {
     std::int32_t count = 0;
-    for (; members != nullptr; members = members->next)
+    for (; members != nullptr; members = members->next) {
         count++;
+    }
     return count;
 }
 
@@ -147,8 +148,9 @@ GroupMember *SortedByTags(GroupMember *members, const char *vector, DWORD bytes)
 void ResizeGroupList(GroupListEntry **list, std::int32_t *size) {
     const auto entries = *list == nullptr ? std::size_t{0} : static_cast<std::size_t>(*size);
     const std::size_t room = std::bit_ceil(entries + growthEntries);
-    if (*list == nullptr || room != std::bit_ceil(entries))
+    if (*list == nullptr || room != std::bit_ceil(entries)) {
         *list = static_cast<GroupListEntry *>(CheckedRealloc(*list, room * sizeof **list));
+    }
     // The searches find the end by a null name.
     std::memset(*list + entries, 0, growthEntries * sizeof **list);
     *size = static_cast<std::int32_t>(entries) + growthEntries;
@@ -159,8 +161,9 @@ std::int32_t GetGroupIndexFromName(const GroupListEntry *list, const std::int32_
         return place < *size && list[place].name != nullptr && std::strcmp(list[place].name, name) == 0;
     };
     if (const NameIndex *names = IndexOf(size)) return FindName(*names, name, bearsName);
-    for (std::int32_t place = 0; place < *size; place++)
+    for (std::int32_t place = 0; place < *size; place++) {
         if (bearsName(place)) return place;
+    }
     return -1;
 }
 
@@ -205,8 +208,9 @@ Win32Code ReadGroupOrderList(std::int32_t *count) {
 
     std::string_view rest(names.get(), bytes + 1); // with a terminator, of those that stand behind every value
     rest.remove_prefix(std::min(rest.find_first_not_of('\0'), rest.size()));
-    for (std::string_view name = TakeString(&rest); !name.empty(); name = TakeString(&rest))
+    for (std::string_view name = TakeString(&rest); !name.empty(); name = TakeString(&rest)) {
         AppendOrderedGroup(count, name.data());
+    }
     return ERROR_SUCCESS;
 }
 

@@ -13,8 +13,9 @@ constexpr std::int32_t fewestPlaces = 64;
 
 std::uint32_t HashOf(const char *name) { // FNV-1a
     std::uint32_t hash = 2166136261;
-    for (; *name != '\0'; name++)
+    for (; *name != '\0'; name++) {
         hash = (hash ^ static_cast<unsigned char>(*name)) * 16777619;
+    }
     return hash;
 }
 
@@ -29,8 +30,9 @@ void Link(NameIndex *index, std::int32_t place) {
 // Makes room for this place and gives every place a chain of its own, on average.
 void Grow(NameIndex *index, std::int32_t place) {
     std::int32_t count = std::max(index->placeCount, fewestPlaces);
-    while (count <= place)
+    while (count <= place) {
         count *= 2;
+    }
     index->places = static_cast<NamePlace *>(
         CheckedRealloc(index->places, static_cast<std::size_t>(count) * sizeof *index->places));
     std::fill(index->places + index->placeCount, index->places + count,
@@ -41,8 +43,9 @@ void Grow(NameIndex *index, std::int32_t place) {
     index->headCount = static_cast<std::uint32_t>(count);
     index->heads = static_cast<std::int32_t *>(CheckedCalloc(index->headCount, sizeof *index->heads));
     std::fill(index->heads, index->heads + count, -1);
-    for (std::int32_t used = 0; used < count; used++)
+    for (std::int32_t used = 0; used < count; used++) {
         if (index->places[used].isUsed) Link(index, used);
+    }
 }
 
 } // namespace
@@ -57,8 +60,9 @@ void AddName(NameIndex *index, std::int32_t place, const char *name) {
 void RemoveName(NameIndex *index, std::int32_t place) {
     if (place >= index->placeCount || !index->places[place].isUsed) return;
     std::int32_t *link = HeadOf(*index, index->places[place].hash);
-    while (*link != place)
+    while (*link != place) {
         link = &index->places[*link].next;
+    }
     *link = index->places[place].next;
     index->places[place].isUsed = false;
 }

@@ -35,7 +35,8 @@ void RemoveName(NameIndex *index, std::int32_t place);
 template <typename Predicate>
 [[nodiscard]] std::int32_t FindName(const NameIndex &index, const char *name, Predicate bearsName) {
     std::int32_t lowest = -1;
-    for (std::int32_t place = FirstCandidate(index, name); place >= 0; place = index.places[place].next)
+    for (std::int32_t place = FirstCandidate(index, name); place >= 0; place = index.places[place].next) {
         if ((lowest < 0 || place < lowest) && bearsName(place)) lowest = place;
+    }
     return lowest;
 }

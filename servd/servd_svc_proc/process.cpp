@@ -39,13 +39,15 @@ struct Program {
 // The daemon's environment with SHELL set; its texts are borrowed.
 std::unique_ptr<char *, Calls<&std::free>> EnvironmentWithShell() {
     std::size_t count = 0;
-    while (environ[count] != nullptr)
+    while (environ[count] != nullptr) {
         count++;
+    }
     auto **variables = static_cast<char **>(CheckedCalloc(count + 2, sizeof(char *)));
     std::memcpy(variables, environ, count * sizeof *variables);
     std::size_t place = 0;
-    while (place < count && std::strncmp(variables[place], "SHELL=", 6) != 0)
+    while (place < count && std::strncmp(variables[place], "SHELL=", 6) != 0) {
         place++;
+    }
     variables[place] = const_cast<char *>(shellVariable);
     return std::unique_ptr<char *, Calls<&std::free>>(variables);
 }

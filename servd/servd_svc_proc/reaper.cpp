@@ -57,8 +57,9 @@ void TakeEndOfKilled(pid_t child) {
 
 void TakeLeftEnds() {
     std::size_t kept = 0;
-    for (std::size_t place = 0; place < leftCount; ++place)
+    for (std::size_t place = 0; place < leftCount; ++place) {
         if (!TakesEnd(left[place])) left[kept++] = left[place];
+    }
     leftCount = kept;
 }
 

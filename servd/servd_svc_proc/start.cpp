@@ -67,16 +67,18 @@ CLIENT *DialProcessWithRetries(const Host &host, std::int32_t processId, int ret
 
 // The service of an image path that runs, null when there is none.
 const ServiceDatabaseEntry *RunningSibling(const GroupMember *members) {
-    for (; members != nullptr; members = members->next)
+    for (; members != nullptr; members = members->next) {
         if (svcdb[members->serviceIndex].status.dwCurrentState != SERVICE_STOPPED) return &svcdb[members->serviceIndex];
+    }
     return nullptr;
 }
 
 // Whether every announced wait among the services of an image path has passed.
 bool HaveAllDeadlinesPassed(const GroupMember *members) {
     const WallTime now = WallTimeNow();
-    for (; members != nullptr; members = members->next)
+    for (; members != nullptr; members = members->next) {
         if (!HasDeadlinePassed(svcdb[members->serviceIndex], now)) return false;
+    }
     return true;
 }
 
@@ -106,8 +108,9 @@ Win32Code CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, Text
     }
     // Deliberate: stopped services of the list count, too; one with a wait hint of 0 is enough for 1053.
     if (!HaveAllDeadlinesPassed(members)) return ERROR_SERVICE_REQUEST_TIMEOUT;
-    for (; members != nullptr; members = members->next)
+    for (; members != nullptr; members = members->next) {
         ServiceFailed(members->serviceIndex);
+    }
     return ERROR_SUCCESS;
 }
 
@@ -151,8 +154,9 @@ Win32Code StartProcess(ServiceDatabaseEntry &entry, const Host &host, TextBuffer
 Win32Code QuickStartService(std::int32_t index, svc_arglist_t *arglist, std::int32_t argc) {
     ServiceDatabaseEntry &entry = svcdb[index];
     TakeLeftEnds();
-    if (entry.status.dwCurrentState != SERVICE_STOPPED)
+    if (entry.status.dwCurrentState != SERVICE_STOPPED) {
         return ERROR_SERVICE_ALREADY_RUNNING; // no process to hand it to
+    }
     const Host host = ResolveThisHost();
     TextBuffer imagePath = {}; // what cannot be read into it leaves it as it is
     if ((entry.type & SERVICE_WIN32_SHARE_PROCESS) != 0) {

@@ -46,8 +46,9 @@ ino_t EnterTree() {
         Require(mkdtemp(root.data()) != nullptr, "a scratch folder");
         fs::current_path(root);
         fs::create_directories("Bin/Deep");
-        for (const char *file : {"Bin/Tool", "Bin/tool", "Bin/Deep/x", "a"})
+        for (const char *file : {"Bin/Tool", "Bin/tool", "Bin/Deep/x", "a"}) {
             std::ofstream(file) << file;
+        }
         (void)std::atexit(RemoveTree);
     }
     struct stat here = {};
@@ -80,8 +81,9 @@ void CheckNames(const std::string &path, bool absolute) {
 void CheckComponents(const std::string &path, const std::string &name, const std::string &component) {
     for (const unsigned style : styles) {
         free(_ktlGetComponentsFromPath(path.c_str(), style, component.c_str()));
-        for (const char *known : {"dev", "dir", "name", "type", "version"})
+        for (const char *known : {"dev", "dir", "name", "type", "version"}) {
             free(_ktlGetComponentsFromPath(path.c_str(), style, known));
+        }
         free(_ktlCreatePathFromComponents(path.c_str(), name.c_str(), style));
     }
     const auto componentOf = [&path](const char *which) {

@@ -84,8 +84,9 @@ std::vector<std::string> EnvironmentWith(const std::vector<std::string> &changes
 
 std::vector<char *> PointersTo(const std::vector<std::string> &texts) {
     std::vector<char *> pointers;
-    for (const std::string &text : texts)
+    for (const std::string &text : texts) {
         pointers.push_back(const_cast<char *>(text.c_str()));
+    }
     pointers.push_back(nullptr);
     return pointers;
 }
@@ -211,8 +212,9 @@ pid_t StartProgram(const Launch &launch) {
     if (!launch.directory.empty() && chdir(launch.directory.c_str()) != 0) _exit(127);
     RedirectTo(launch.outputFile, STDOUT_FILENO);
     RedirectTo(launch.errorFile, STDERR_FILENO);
-    for (const int descriptor : launch.closed)
+    for (const int descriptor : launch.closed) {
         (void)close(descriptor);
+    }
     const rlimit limit = {launch.descriptors, launch.descriptors};
     if (launch.descriptors != 0 && setrlimit(RLIMIT_NOFILE, &limit) != 0) _exit(127);
     (void)execve(arguments[0], arguments.data(), variables.data());
@@ -256,15 +258,17 @@ std::vector<pid_t> ChildrenOf(pid_t parent, std::string_view name) {
 
 std::vector<pid_t> ZombiesOf(pid_t parent) {
     std::vector<pid_t> zombies;
-    for (const ProcessLine &child : ReadChildren(parent))
+    for (const ProcessLine &child : ReadChildren(parent)) {
         if (child.state == 'Z') zombies.push_back(child.process);
+    }
     return zombies;
 }
 
 void EndAllProcesses() {
     for (;;) {
-        for (const ProcessLine &child : ReadChildren(getpid()))
+        for (const ProcessLine &child : ReadChildren(getpid())) {
             (void)kill(child.process, SIGKILL);
+        }
         pid_t ended;
         while ((ended = waitpid(-1, nullptr, WNOHANG)) > 0) {
         }

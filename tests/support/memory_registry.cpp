@@ -234,8 +234,9 @@ LONG DeleteValue(HKEY hKey, LPCSTR name) {
 void EmptyGroupList(GroupListEntry **list, std::int32_t *size) {
     for (std::int32_t index = 0; index < *size; index++) {
         std::free((*list)[index].name);
-        for (GroupMember *member = (*list)[index].members; member != nullptr;)
+        for (GroupMember *member = (*list)[index].members; member != nullptr;) {
             std::free(std::exchange(member, member->next));
+        }
     }
     std::free(*list);
     *list = nullptr;
@@ -310,8 +311,9 @@ void ForgetCalls() {
 
 std::vector<std::string> OpenKeys() {
     std::vector<std::string> paths;
-    for (const auto &[handle, key] : registry.open)
+    for (const auto &[handle, key] : registry.open) {
         paths.push_back(key->path);
+    }
     return paths;
 }
 
@@ -352,8 +354,9 @@ void EmptyServiceDatabase() {
 std::string ServiceNames() {
     std::string text;
     for (std::int32_t index = 0; index < svcdbsize; index++) {
-        if (svcdb[index].name != nullptr)
+        if (svcdb[index].name != nullptr) {
             text += (text.empty() ? "" : " ") + std::to_string(index) + ":" + svcdb[index].name;
+        }
     }
     return text;
 }

@@ -94,8 +94,9 @@ void HideVdso(pid_t program) {
         return static_cast<std::uintptr_t>(ptrace(PTRACE_PEEKDATA, program, from, nullptr));
     };
     place += 1 + read(place) + 1; // the number of arguments, these, null
-    while (read(place) != 0)      // the environment
+    while (read(place) != 0) {    // the environment
         ++place;
+    }
     for (++place; read(place) != AT_NULL; place += 2) {
         if (read(place) != AT_SYSINFO_EHDR && read(place) != AT_SYSINFO) continue;
         Check(ptrace(PTRACE_POKEDATA, program, place, AT_IGNORE) == 0, "auxiliary vector");
@@ -168,7 +169,8 @@ int main(int count, char **arguments) {
     Tell(watched.ends[1]);
     AwaitStart(program);
     pollfd questions = {listener, POLLIN, 0};
-    while (poll(&questions, 1, -1) > 0 && (questions.revents & POLLIN) != 0)
+    while (poll(&questions, 1, -1) > 0 && (questions.revents & POLLIN) != 0) {
         Answer(listener, offset);
+    }
     return 0;
 }

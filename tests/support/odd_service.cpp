@@ -63,8 +63,9 @@ void WriteState(const char *file) {
         std::perror("odd_service");
         std::exit(1);
     }
-    for (;;)
+    for (;;) {
         (void)pause();
+    }
 }
 
 void Answer(const Socket &connection, const std::string &mode, const std::string &call) {

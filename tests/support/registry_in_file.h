@@ -65,15 +65,17 @@ struct RegistryInFile : testing::Test {
     std::vector<std::string> SubKeys(std::uint32_t handle) {
         std::vector<std::string> names;
         const Key *subKey = nullptr;
-        while (SubKeyAt(registry, handle, static_cast<std::uint32_t>(names.size()), &subKey) == 0)
+        while (SubKeyAt(registry, handle, static_cast<std::uint32_t>(names.size()), &subKey) == 0) {
             names.push_back(subKey->name);
+        }
         return names;
     }
     std::vector<std::string> Values(std::uint32_t handle) {
         std::vector<std::string> names;
         const Value *value = nullptr;
-        while (ValueAt(registry, handle, static_cast<std::uint32_t>(names.size()), &value) == 0)
+        while (ValueAt(registry, handle, static_cast<std::uint32_t>(names.size()), &value) == 0) {
             names.push_back(value->name);
+        }
         return names;
     }
     const Value *Get(std::uint32_t handle, std::string_view name) {
@@ -99,12 +101,14 @@ struct RegistryInFile : testing::Test {
     void MakeMuch() {
         for (int i = 0; i < 30; ++i) {
             const std::uint32_t key = Make(HKEY_USERS, "much\\k" + std::to_string(i));
-            for (int sub = 0; sub < 100; ++sub)
+            for (int sub = 0; sub < 100; ++sub) {
                 EXPECT_EQ(Set(Make(key, "s" + std::to_string(sub)), "v", "x"), 0u);
+            }
         }
         const std::uint32_t many = Make(HKEY_USERS, "much\\values");
-        for (int i = 0; i < 4000; ++i)
+        for (int i = 0; i < 4000; ++i) {
             EXPECT_EQ(Set(many, "v" + std::to_string(i), "x"), 0u);
+        }
         EXPECT_EQ(CommitGroup(registry), 0u);
     }
     // All that can be seen of the registry.

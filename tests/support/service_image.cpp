@@ -26,8 +26,9 @@ std::vector<std::string> LinesNow(const ServiceImage &image, const std::string &
     if (!HasLog(image)) return lines;
     std::istringstream log(ReadFile(image.log));
     for (std::string line; std::getline(log, line);) {
-        if (line == word || line.starts_with(word + " "))
+        if (line == word || line.starts_with(word + " ")) {
             lines.push_back(line.substr(std::min(line.size(), word.size() + 1)));
+        }
     }
     return lines;
 }

@@ -50,8 +50,9 @@ std::string SignalMasks() {
     std::ifstream file("/proc/self/status");
     std::string masks;
     for (std::string line; std::getline(file, line);) {
-        for (const char *name : {"SigBlk:\t", "SigIgn:\t", "SigCgt:\t"})
+        for (const char *name : {"SigBlk:\t", "SigIgn:\t", "SigCgt:\t"}) {
             if (line.starts_with(name)) masks += " " + line.substr(std::strlen(name));
+        }
     }
     return masks;
 }
@@ -60,8 +61,9 @@ std::string Groups() {
     std::vector<gid_t> groups(1024);
     groups.resize(static_cast<std::size_t>(getgroups(static_cast<int>(groups.size()), groups.data())));
     std::string text;
-    for (const gid_t group : groups)
+    for (const gid_t group : groups) {
         text += " " + std::to_string(group);
+    }
     return text;
 }
 
@@ -70,8 +72,9 @@ std::string Descriptors() {
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         std::error_code gone; // the one that lists the folder
         const std::string target = std::filesystem::read_symlink(entry.path(), gone);
-        if (!gone && !target.starts_with("/proc/"))
+        if (!gone && !target.starts_with("/proc/")) {
             text += "descriptor " + entry.path().filename().string() + " " + target + "\n";
+        }
     }
     return text;
 }
@@ -81,8 +84,9 @@ void LogProcess(int argc, char **argv) {
     std::string text = "pid " + std::to_string(getpid()) + "\nuid " + std::to_string(getuid()) + "\ngid " +
                        std::to_string(getgid()) + "\ngroups" + Groups() + "\nsignals" + SignalMasks() + "\nshell " +
                        (shell == nullptr ? "" : shell) + "\narguments";
-    for (int index = 1; index < argc; index++)
+    for (int index = 1; index < argc; index++) {
         text += std::string(" ") + argv[index];
+    }
     Log(text + "\n" + Descriptors() + "ready\n");
 }
 
@@ -114,8 +118,9 @@ void AnswerStart(SVCXPRT *transport) {
     if (!svc_getargs(transport, RoutineOf<service_START_SERVICE_IN>(), &request)) std::exit(7);
     std::string text = std::string("start ") + request.servicename + " " + std::to_string(request.serviceindex) + " " +
                        std::to_string(request.argc);
-    for (const svc_arglist_t *link = request.arglist; link != nullptr; link = link->next)
+    for (const svc_arglist_t *link = request.arglist; link != nullptr; link = link->next) {
         text += std::string(" ") + link->arg;
+    }
     Log(text + "\n");
     if (options.silent) return;
     service_START_SERVICE_OUT answer = {.status = options.answer, .servicecontext = options.context};

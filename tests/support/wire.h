@@ -12,8 +12,9 @@
 // A count word and one integer for each character.
 inline std::string CountedChars(std::string_view chars) {
     std::string bytes = Words({static_cast<std::uint32_t>(chars.size())});
-    for (const char c : chars)
+    for (const char c : chars) {
         bytes += Words({static_cast<std::uint32_t>(static_cast<int>(static_cast<signed char>(c)))});
+    }
     return bytes;
 }
 

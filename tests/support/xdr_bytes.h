@@ -11,8 +11,9 @@
 inline std::string Words(std::initializer_list<std::uint32_t> words) {
     std::string bytes;
     for (const std::uint32_t word : words) {
-        for (int shift = 24; shift >= 0; shift -= 8)
+        for (int shift = 24; shift >= 0; shift -= 8) {
             bytes += static_cast<char>(word >> shift);
+        }
     }
     return bytes;
 }

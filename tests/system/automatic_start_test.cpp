@@ -43,8 +43,9 @@ struct AutomaticStart : testing::Test {
     // Names in the order of the start requests.
     std::vector<std::string> Started(std::size_t count) const {
         std::vector<std::string> names;
-        for (const std::string &line : LogLines(image, "start", count))
+        for (const std::string &line : LogLines(image, "start", count)) {
             names.push_back(line.substr(0, line.find(' ')));
+        }
         return names;
     }
 };
@@ -57,8 +58,9 @@ std::map<std::string, std::int32_t> States() {
                                                                               .stateFilter = SERVICE_STATE_ALL,
                                                                               .bufferBytes = 1 << 20});
     std::map<std::string, std::int32_t> states;
-    for (const svd_enum_status_list_t *record = listing->services; record != nullptr; record = record->next)
+    for (const svd_enum_status_list_t *record = listing->services; record != nullptr; record = record->next) {
         states[record->name] = record->status.dwCurrentState;
+    }
     return states;
 }
 
@@ -125,8 +127,9 @@ TEST_F(AutomaticStart, members_of_a_group_start_in_the_order_of_its_tags) {
 }
 
 TEST_F(AutomaticStart, prompt_services_do_not_wait_for_each_other) {
-    for (int number = 0; number < 30; number++)
+    for (int number = 0; number < 30; number++) {
         WriteService("service" + std::to_string(number), automatic, image.path);
+    }
     const std::int64_t begin = MonotonicMs();
     StartServiceDaemon({}, bootMs);
     EXPECT_EQ(Started(30).size(), 30u);
@@ -169,8 +172,9 @@ Ended Order(const std::vector<std::string> &further = {}) {
 
 std::vector<std::string> EachIn(const nlohmann::json &list, const char *key) {
     std::vector<std::string> values;
-    for (const auto &entry : list)
+    for (const auto &entry : list) {
         values.push_back(entry.at(key));
+    }
     return values;
 }
 
@@ -217,8 +221,9 @@ void WriteRandomServices(std::mt19937 &random, const ServiceImage &image, std::u
     for (std::uint32_t number = 0; number < count; number++) {
         std::vector<RegistryValue> values;
         std::vector<std::string> dependencies;
-        for (std::uint32_t left = below(3); left > 0; left--)
+        for (std::uint32_t left = below(3); left > 0; left--) {
             dependencies.push_back(below(6) == 0 ? "+" + group() : "s" + std::to_string(below(count + 2)));
+        }
         if (!dependencies.empty()) values.push_back(DependsOn(dependencies));
         if (below(2) == 0) values.push_back(Group(group()));
         if (below(2) == 0) values.push_back(Tag(below(4)));
@@ -241,8 +246,9 @@ TEST_F(AutomaticStart, the_order_of_random_services_is_the_one_that_comes) {
     StartServiceDaemon({}, bootMs);
     EXPECT_EQ(Started(told.size()), told);
     std::size_t running = 0;
-    for (const auto &[name, state] : States())
+    for (const auto &[name, state] : States()) {
         running += state != SERVICE_STOPPED ? 1 : 0;
+    }
     EXPECT_EQ(running, told.size()) << "and no further one";
 }
 

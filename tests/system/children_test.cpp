@@ -60,8 +60,9 @@ TEST_F(Children, services_inherit_no_socket_and_no_signal_setting_of_the_daemon)
     EXPECT_EQ(Start("Later"), 0);
     for (const ServiceImage &image : {automatic, later}) {
         EXPECT_EQ(LogLine(image, "signals"), "0000000000000000 0000000000000000 0000000000000000");
-        for (const std::string &descriptor : LogLines(image, "descriptor"))
+        for (const std::string &descriptor : LogLines(image, "descriptor")) {
             EXPECT_THAT(descriptor, Not(HasSubstr("socket:")));
+        }
         EXPECT_EQ(LogLine(image, "shell"), "/bin/csh");
     }
 }

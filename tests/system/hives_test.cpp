@@ -53,8 +53,9 @@ struct SystemHives : testing::Test {
     }
     static std::vector<std::string> NamesIn(const std::string &path) {
         std::vector<std::string> names;
-        for (const auto &entry : std::filesystem::directory_iterator(path))
+        for (const auto &entry : std::filesystem::directory_iterator(path)) {
             names.push_back(entry.path().filename());
+        }
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -201,11 +202,13 @@ TEST_F(SystemHives, a_kill_at_any_moment_leaves_keys_and_files_whole) {
             ASSERT_EQ(DecodeHive(ReadFile(files + "/" + name), &hive), 0u) << name;
             EXPECT_EQ(hive.roots.front()->subKeys.inOrder.size(), keysOfHive) << name;
         }
-        while (std::filesystem::exists(files + "/s" + std::to_string(saved)))
+        while (std::filesystem::exists(files + "/s" + std::to_string(saved))) {
             ++saved; // was not acknowledged
+        }
     }
-    for (int i = 0; i < saved; ++i)
+    for (int i = 0; i < saved; ++i) {
         EXPECT_TRUE(std::filesystem::exists(files + "/s" + std::to_string(i)));
+    }
     Measured("%d rounds, %d files over %d kills", done, saved, kills);
     EXPECT_GT(done, 0);
 }

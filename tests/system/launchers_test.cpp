@@ -43,8 +43,9 @@ struct Launchers : ServiceWorld {
     }
     static std::vector<std::string> Files() {
         std::vector<std::string> names;
-        for (const auto &file : std::filesystem::directory_iterator(launchers))
+        for (const auto &file : std::filesystem::directory_iterator(launchers)) {
             names.push_back(file.path().filename());
+        }
         return names;
     }
     bool HasService() const { return KeyExists(servicesKey + "\\" + name); }

@@ -16,8 +16,9 @@ namespace {
 using testing::HasSubstr;
 
 void Put(Bytes &bytes, std::uint32_t word) {
-    for (const int shift : {24, 16, 8, 0})
+    for (const int shift : {24, 16, 8, 0}) {
         bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+    }
 }
 
 void Put(Bytes &bytes, const std::string &text) {

@@ -94,13 +94,15 @@ TEST_F(RegistryCommits, writes_that_wait_together_share_a_commit) {
     Start();
     const std::uint32_t key = Make("k");
     std::vector<Socket> clients;
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < 64; ++i) {
         clients.push_back(Connect());
+    }
     disk->syncMs = 100;
     const std::int32_t before = disk->syncs;
     const Clock::time_point start = Clock::now();
-    for (std::uint32_t i = 0; i < clients.size(); ++i)
+    for (std::uint32_t i = 0; i < clients.size(); ++i) {
         ASSERT_TRUE(Send(clients[i], SetCall(key, "v" + std::to_string(i), "x", i)));
+    }
     for (std::uint32_t i = 0; i < clients.size(); ++i) {
         const Answer answer = ReadAnswer(clients[i]);
         EXPECT_EQ(answer.xid, i);
@@ -116,8 +118,9 @@ TEST_F(RegistryCommits, writers_that_come_one_after_the_other_share_a_commit) {
     Start();
     const std::uint32_t key = Make("k");
     std::vector<Socket> clients;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         clients.push_back(Connect());
+    }
     disk->syncMs = 20;
     constexpr int rounds = 20;
     std::int32_t fewest = 10 * rounds;
@@ -128,8 +131,9 @@ TEST_F(RegistryCommits, writers_that_come_one_after_the_other_share_a_commit) {
                 ASSERT_TRUE(Send(clients[i], SetCall(key, "v" + std::to_string(i), "x", i)));
                 (void)usleep(300);
             }
-            for (const Socket &client : clients)
+            for (const Socket &client : clients) {
                 EXPECT_EQ(ReadAnswer(client).status, 0u);
+            }
         }
         fewest = std::min(fewest, disk->syncs - before);
     }
@@ -253,12 +257,14 @@ TEST_F(RegistryCommits, the_rows_of_many_deleted_keys_go_between_other_requests)
     Start();
     for (const bool isBusy : {false, true}) {
         std::string stream;
-        for (std::uint32_t xid = 0; xid < count; ++xid)
+        for (std::uint32_t xid = 0; xid < count; ++xid) {
             stream += CreateCall(HKEY_LOCAL_MACHINE, "much\\k" + std::to_string(xid), xid);
+        }
         const Socket client = Connect();
         std::thread sender([&] { EXPECT_TRUE(Send(client, stream)); });
-        for (std::uint32_t xid = 0; xid < count; ++xid)
+        for (std::uint32_t xid = 0; xid < count; ++xid) {
             ASSERT_EQ(ReadAnswer(client).status, 0u);
+        }
         sender.join();
 
         SQLite::Database reader(database, SQLite::OPEN_READONLY);
@@ -271,10 +277,12 @@ TEST_F(RegistryCommits, the_rows_of_many_deleted_keys_go_between_other_requests)
             others.emplace_back([&] {
                 const Socket other = Connect();
                 const std::string query = QueryCall(HKEY_USERS, "none", 1);
-                for (int waiting = 0; waiting < 50; ++waiting)
+                for (int waiting = 0; waiting < 50; ++waiting) {
                     (void)Send(other, query);
-                while (!ends && !ReadMessage(other).empty())
+                }
+                while (!ends && !ReadMessage(other).empty()) {
                     (void)Send(other, query);
+                }
             });
         }
         double worst = 0;
@@ -287,8 +295,9 @@ TEST_F(RegistryCommits, the_rows_of_many_deleted_keys_go_between_other_requests)
             return rows() < 100;
         }));
         ends = true;
-        for (std::thread &other : others)
+        for (std::thread &other : others) {
             other.join();
+        }
         Measured("%s: another's call took %.1f ms at worst", isBusy ? "busy" : "idle", worst);
     }
 }

@@ -167,8 +167,9 @@ TEST_F(Starting, services_see_no_signal_of_ours) {
         return true;
     }();
     ASSERT_TRUE(blocked);
-    for (const int caught : {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT})
+    for (const int caught : {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT}) {
         (void)signal(caught, IgnoreSignal);
+    }
     const ServiceImage image = MakeServiceImage("signals");
     EXPECT_EQ(Start(Load(image)), 0u);
     EXPECT_EQ(LogLine(image, "signals"), "0000000000000000 0000000000000000 0000000000000000");
@@ -176,8 +177,9 @@ TEST_F(Starting, services_see_no_signal_of_ours) {
     (void)sigprocmask(SIG_SETMASK, nullptr, &mask);
     EXPECT_EQ(sigismember(&mask, SIGPIPE), 1) << "blocked as before";
     EXPECT_EQ(sigismember(&mask, SIGTERM), 0) << "open as before";
-    for (const int caught : {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT})
+    for (const int caught : {SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGINT}) {
         (void)signal(caught, SIG_DFL);
+    }
 }
 
 TEST_F(Starting, no_process_is_left_when_the_shell_cannot_be_executed) {
@@ -200,8 +202,9 @@ TEST_F(Starting, without_fork_the_answer_is_6_and_the_pipe_serves_the_next_start
         if (setuid(65534) != 0 || setrlimit(RLIMIT_NPROC, &none) != 0) _exit(100);
         if (Start(index) != ERROR_INVALID_HANDLE) _exit(101);
         const std::size_t descriptors = DescriptorCount();
-        for (int trial = 0; trial < 20; trial++)
+        for (int trial = 0; trial < 20; trial++) {
             if (Start(index) != ERROR_INVALID_HANDLE) _exit(102);
+        }
         if (DescriptorCount() != descriptors) _exit(103);
         if (svcdb[index].status.dwCurrentState != SERVICE_STOPPED) _exit(104);
         if (OpenKeys().size() != std::size_t{2} * 21) _exit(105); // they stay open here, too
@@ -293,8 +296,9 @@ TEST_F(StartingAs, a_daemon_of_another_user_cannot_switch) {
 struct StartingShared : Starting {
     // Loads services of type 0x20 and one image: Alpha in record 1, Beta in record 2, Gamma in record 3.
     static void LoadThree(const ServiceImage &image) {
-        for (const char *name : {"Alpha", "Beta", "Gamma"})
+        for (const char *name : {"Alpha", "Beta", "Gamma"}) {
             InstallService(name, {.type = SERVICE_WIN32_SHARE_PROCESS, .imagePath = image.path});
+        }
         ASSERT_EQ(ReadServiceDatabase(), 0u);
         ForgetCalls();
     }

@@ -33,8 +33,9 @@ struct StartTimeouts : MemoryRegistryTest {
 
     // Loads three services of one image: Alpha in record 1, Beta in record 2, Gamma in record 3.
     static void LoadThree(const ServiceImage &image, DWORD type = SERVICE_WIN32_SHARE_PROCESS) {
-        for (const char *name : {"Alpha", "Beta", "Gamma"})
+        for (const char *name : {"Alpha", "Beta", "Gamma"}) {
             InstallService(name, {.type = type, .imagePath = image.path});
+        }
         ASSERT_EQ(ReadServiceDatabase(), 0u);
     }
 
@@ -139,8 +140,9 @@ TEST_F(StartTimeouts, a_sibling_with_wait_hint_0_that_is_gone_answers_1053_after
 
 TEST_F(StartTimeouts, a_sibling_whose_deadline_is_still_ahead_answers_1053) {
     LoadThree(MakeServiceImage("ahead"));
-    for (const std::int32_t index : {1, 2, 3})
+    for (const std::int32_t index : {1, 2, 3}) {
         SetGone(index, 5000, NowSec() - 10);
+    }
     svcdb[1].status.dwCurrentState = SERVICE_STOPPED;
     svcdb[3].statusDeadline.seconds = NowSec() + 1000;
     EXPECT_EQ(TimedStart(1).rc, std::uint32_t{ERROR_SERVICE_REQUEST_TIMEOUT});
@@ -159,8 +161,9 @@ TEST_F(StartTimeouts, a_stopped_service_of_the_path_with_wait_hint_0_is_enough_f
 TEST_F(StartTimeouts, siblings_whose_deadlines_have_all_passed_have_failed_and_the_start_goes_on) {
     const ServiceImage image = MakeServiceImage("all-passed");
     LoadThree(image);
-    for (const std::int32_t index : {1, 2, 3})
+    for (const std::int32_t index : {1, 2, 3}) {
         SetGone(index, 5000, NowSec() - 10);
+    }
     svcdb[1].status.dwCurrentState = SERVICE_STOPPED;
     EXPECT_EQ(TimedStart(1).rc, 0u);
     for (const std::int32_t index : {2, 3}) {

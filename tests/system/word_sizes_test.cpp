@@ -48,8 +48,9 @@ std::string NameOf(const testing::TestParamInfo<Mixture> &info) {
 
 std::vector<Mixture> EveryMixture() {
     std::vector<Mixture> mixtures;
-    for (unsigned bits = 1; bits < 15; ++bits)
+    for (unsigned bits = 1; bits < 15; ++bits) {
         mixtures.push_back({(bits & 1) != 0, (bits & 2) != 0, (bits & 4) != 0, (bits & 8) != 0});
+    }
     return mixtures;
 }
 

@@ -198,8 +198,9 @@ TEST_F(AutoStart, record_0_is_started_like_any_other) {
 }
 
 TEST_F(AutoStart, a_service_whose_key_or_start_value_cannot_be_read_is_skipped) {
-    for (const char *name : {"a", "b", "c"})
+    for (const char *name : {"a", "b", "c"}) {
         InstallService(name, {.start = automatic});
+    }
     FailCalls("query " + ServicePath("b") + " Start", ERROR_REGISTRY_IO_FAILED);
     ASSERT_EQ(ReadServiceDatabase(), 0u);
     RemoveKey(ServicePath("a"));

@@ -42,8 +42,9 @@ struct PlannedBoot : MemoryRegistryTest {
     std::vector<std::string> Remarks(BootRemarkKind kind) {
         Plan();
         std::vector<std::string> remarks;
-        for (const BootRemark &remark : plan.remarks)
+        for (const BootRemark &remark : plan.remarks) {
             if (remark.kind == kind) remarks.push_back(NameOf(remark.service) + ": " + remark.text);
+        }
         return remarks;
     }
     const std::string &NameOf(std::size_t service) const { return database.services[service].name; }
@@ -185,8 +186,9 @@ struct PlainWalk {
         std::vector<std::size_t> ring(std::find(onTheWay.begin(), onTheWay.end(), service), onTheWay.end());
         std::rotate(ring.begin(), std::min_element(ring.begin(), ring.end()), ring.end());
         std::string text;
-        for (const std::size_t member : ring)
+        for (const std::size_t member : ring) {
             text += database.services[member].name + " > ";
+        }
         Tell(BootRemarkKind::ring, ring.front(), text + database.services[ring.front()].name);
     }
     const BootGroup *GroupNamed(const std::string &name) const {
@@ -195,8 +197,9 @@ struct PlainWalk {
         return found_ != database.groups.end() && !found_->members.empty() ? &*found_ : nullptr;
     }
     std::optional<std::size_t> ServiceNamed(const std::string &name) const {
-        for (std::size_t i = 0; i < database.services.size(); ++i)
+        for (std::size_t i = 0; i < database.services.size(); ++i) {
             if (database.services[i].name == name) return i;
+        }
         return {};
     }
     void TellUnknown(std::size_t service) const {
@@ -224,8 +227,9 @@ struct PlainWalk {
         for (const std::string &name : database.services[service].dependencies) {
             if (name.front() == '+') {
                 const BootGroup *group = GroupNamed(name.substr(1));
-                for (const std::size_t member : group != nullptr ? group->members : std::vector<std::size_t>{})
+                for (const std::size_t member : group != nullptr ? group->members : std::vector<std::size_t>{}) {
                     if (!Visit(member, StepText(member, service, group))) return false;
+                }
             } else if (const auto named = ServiceNamed(name)) {
                 if (!Visit(*named, StepText(*named, service, nullptr))) return false;
             }
@@ -244,8 +248,9 @@ BootDatabase RandomDatabase(std::mt19937 &random) {
     const auto below = [&](std::size_t bound) { return static_cast<std::size_t>(random() % bound); };
     BootDatabase database;
     const std::size_t count = 1 + below(25), groups = below(5);
-    for (std::size_t i = 0; i < groups; ++i)
+    for (std::size_t i = 0; i < groups; ++i) {
         database.groups.push_back({"g" + std::to_string(i), {}});
+    }
     const bool hasRings = below(2) == 0;
     for (std::size_t i = 0; i < count; ++i) {
         BootService service = {.name = "s" + std::to_string(i), .imagePath = "/x"};
@@ -275,8 +280,9 @@ TEST(PlanBoot, is_what_a_walk_from_each_automatic_service_finds) {
             (void)walk.Visit(i, "");
             tries += walk.found.size() + 1;
             walk.found.push_back(std::to_string(i) + "<");
-            for (const std::string &step : walk.found)
+            for (const std::string &step : walk.found) {
                 if (started.insert(step.substr(0, step.find('<'))).second) steps.push_back(step);
+            }
         }
         const BootPlan plan = PlanBoot(database);
         for (const BootStep &step : plan.steps) {

@@ -60,15 +60,17 @@ std::string DecodeWithLibrary(std::string bytes) {
 
 std::string EveryByte() {
     std::string all;
-    for (int c = 0; c < 256; ++c)
+    for (int c = 0; c < 256; ++c) {
         all += static_cast<char>(c);
+    }
     return all;
 }
 
 std::string Repeated(const std::string &text, std::size_t size) {
     std::string result;
-    while (result.size() < size)
+    while (result.size() < size) {
         result += text;
+    }
     result.resize(size);
     return result;
 }

@@ -8,10 +8,12 @@ struct Database : MemoryRegistryTest {};
 
 // Fills the first `count` records with the names s0, s1, ...
 void FillRecords(std::int32_t count) {
-    while (svcdbsize < count)
+    while (svcdbsize < count) {
         ResizeServiceDatabase();
-    for (std::int32_t index = 0; index < count; index++)
+    }
+    for (std::int32_t index = 0; index < count; index++) {
         SetServiceName(index, ("s" + std::to_string(index)).c_str());
+    }
 }
 
 TEST_F(Database, begins_without_records) {
@@ -127,8 +129,9 @@ TEST_F(Database, a_display_name_finds_the_lowest_used_record_that_bears_it) {
 TEST_F(Database, names_are_found_after_every_growth) {
     for (const std::int32_t count : {1, 49, 50, 51, 100, 101, 1000}) {
         FillRecords(count);
-        for (std::int32_t index = 0; index < count; index++)
+        for (std::int32_t index = 0; index < count; index++) {
             ASSERT_EQ(GetServiceIndexFromName(("s" + std::to_string(index)).c_str()), index) << count;
+        }
     }
 }
 

@@ -41,8 +41,9 @@ Walked WalkFrom(const char *name, const char *root, std::int32_t stateMask, std:
     svd_enum_status_list_t *list = nullptr;
     walked.rc = CalculateDependencies(GetServiceIndexFromName(name), &walked.bytesLeft, &list, &walked.bytesNeeded,
                                       &walked.count, GetServiceIndexFromName(root), key, stateMask);
-    for (const svd_enum_status_list_t *record = list; record != nullptr; record = record->next)
+    for (const svd_enum_status_list_t *record = list; record != nullptr; record = record->next) {
         walked.names.emplace_back(record->name);
+    }
     FreeList(list);
     return walked;
 }
@@ -274,8 +275,9 @@ TEST_F(Dependencies, the_state_mask_chooses) {
           {"s6", {}},
           {"s7", {}},
           {"s8", {}}});
-    for (std::int32_t state = 0; state <= 8; state++)
+    for (std::int32_t state = 0; state <= 8; state++) {
         SetState(("s" + std::to_string(state)).c_str(), state);
+    }
     EXPECT_THAT(Walk("root", SERVICE_ACTIVE).names, ElementsAre("s7", "s6", "s5", "s4", "s3", "s2"));
     EXPECT_THAT(Walk("root", SERVICE_INACTIVE).names, ElementsAre("s1"));
     EXPECT_EQ(Walk("root", SERVICE_STATE_ALL).count, 9) << "every state passes";
@@ -399,8 +401,9 @@ TEST_F(Dependencies, every_failing_call_ends_the_walk_with_its_code) {
         ClearVisitingFlags();
         FreeList(list);
     }
-    for (const std::string &path : OpenKeys())
+    for (const std::string &path : OpenKeys()) {
         EXPECT_EQ(path, servicesPath) << "left open";
+    }
 }
 
 TEST_F(Dependencies, a_service_whose_key_is_gone_ends_the_walk_with_2) {
@@ -433,8 +436,9 @@ TEST_F(Dependencies, fifty_layers_of_two_running_services_are_walked_once_each) 
         services.push_back({"r" + here, {"l" + next, "r" + next}});
     }
     Load(services);
-    for (std::int32_t index = 1; index < svcdbsize; index++)
+    for (std::int32_t index = 1; index < svcdbsize; index++) {
         svcdb[index].status.dwCurrentState = SERVICE_RUNNING;
+    }
     EXPECT_EQ(Walk("root", SERVICE_INACTIVE).rc, 0u);
     EXPECT_LE(RegistryCalls().size(), 101u * 4);
 }
@@ -443,8 +447,9 @@ TEST_F(Dependencies, fifty_layers_of_two_running_services_are_walked_once_each) 
 TEST_F(Dependencies, a_group_named_half_a_million_times_costs_little_more_than_one_named_once) {
     std::vector<std::pair<std::string, std::vector<std::string>>> services = {{"once", {"+G"}}, {"often", {}}};
     services[1].second.assign(500000, "+G");
-    for (int number = 0; number < 2000; number++)
+    for (int number = 0; number < 2000; number++) {
         services.push_back({"s" + std::to_string(number) + ":G", {}});
+    }
     Load(services);
     const std::clock_t once = CpuTimeOf([] { EXPECT_EQ(Walk("once").count, 2000); });
     const std::clock_t often = CpuTimeOf([] { EXPECT_EQ(Walk("often").count, 2000); });
@@ -455,8 +460,9 @@ TEST_F(Dependencies, a_group_named_half_a_million_times_costs_little_more_than_o
 TEST_F(Dependencies, a_chain_of_ten_thousand_needs_no_deep_stack) {
     constexpr int length = 10000;
     std::vector<std::pair<std::string, std::vector<std::string>>> services;
-    for (int number = 0; number < length; number++)
+    for (int number = 0; number < length; number++) {
         services.push_back({"s" + std::to_string(number), {"s" + std::to_string(number + 1)}});
+    }
     Load(services);
     Walked walked = {};
     pthread_attr_t attributes;

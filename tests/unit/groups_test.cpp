@@ -24,23 +24,26 @@ void Remove(const char *group, std::int32_t index) {
 // The chain of an entry as indexes.
 std::vector<int> Members(const GroupListEntry *list, std::int32_t entry) {
     std::vector<int> indexes;
-    for (const GroupMember *member = list[entry].members; member != nullptr; member = member->next)
+    for (const GroupMember *member = list[entry].members; member != nullptr; member = member->next) {
         indexes.push_back(member->serviceIndex);
+    }
     return indexes;
 }
 
 // The names of the used entries, in order.
 std::vector<std::string> GroupNames() {
     std::vector<std::string> names;
-    for (std::int32_t index = 0; index < grouplistsize && grouplist[index].name != nullptr; index++)
+    for (std::int32_t index = 0; index < grouplistsize && grouplist[index].name != nullptr; index++) {
         names.emplace_back(grouplist[index].name);
+    }
     return names;
 }
 
 std::string TagVector(const std::vector<DWORD> &tags) {
     std::string data = Dword(static_cast<DWORD>(tags.size()));
-    for (const DWORD tag : tags)
+    for (const DWORD tag : tags) {
         data += Dword(tag);
+    }
     return data;
 }
 
@@ -86,8 +89,9 @@ TEST_F(Groups, a_name_is_found_by_exact_comparison) {
 }
 
 TEST_F(Groups, members_stand_last_added_first) {
-    for (const std::int32_t index : {4, 7, 2})
+    for (const std::int32_t index : {4, 7, 2}) {
         Add("G", index);
+    }
     EXPECT_EQ(Members(grouplist, 0), (std::vector{2, 7, 4}));
 }
 
@@ -103,8 +107,9 @@ TEST_F(Groups, a_service_may_be_added_twice) {
 }
 
 TEST_F(Groups, the_21st_name_grows_the_list) {
-    for (int number = 0; number < 21; number++)
+    for (int number = 0; number < 21; number++) {
         Add(("g" + std::to_string(number)).c_str(), number);
+    }
     EXPECT_EQ(grouplistsize, 40);
     EXPECT_STREQ(grouplist[20].name, "g20");
     EXPECT_EQ(Members(grouplist, 20), std::vector{20});
@@ -130,8 +135,9 @@ TEST_F(Groups, the_two_lists_do_not_mix) {
 }
 
 TEST_F(Groups, removal_takes_the_first_node_of_the_service) {
-    for (const std::int32_t index : {1, 2, 3, 2})
+    for (const std::int32_t index : {1, 2, 3, 2}) {
         Add("G", index);
+    }
     Remove("G", 2);
     EXPECT_EQ(Members(grouplist, 0), (std::vector{3, 2, 1}));
     Remove("G", 1);
@@ -175,8 +181,9 @@ TEST_F(Groups, removal_from_the_image_paths_without_groups_does_nothing) {
 
 TEST_F(Groups, removal_beyond_the_groups_does_nothing) {
     Add("G", 20);
-    for (int number = 0; number <= 20; number++)
+    for (int number = 0; number <= 20; number++) {
         AddServiceToGroupList(&imagepathlist, &imagepathlistsize, ("/bin/" + std::to_string(number)).c_str(), number);
+    }
     RemoveServiceFromGroupList(imagepathlist, &imagepathlistsize, "/bin/20", 20);
     EXPECT_EQ(Members(grouplist, 0), std::vector{20});
 }
@@ -232,8 +239,9 @@ TEST_F(Groups, a_name_given_twice_gets_two_entries_and_services_join_the_first) 
 
 TEST_F(Groups, the_21st_ordered_group_grows_the_list_to_40) {
     std::vector<std::string> names;
-    for (int number = 0; number < 25; number++)
+    for (int number = 0; number < 25; number++) {
         names.push_back("g" + std::to_string(number));
+    }
     SetTexts(orderPath, "List", {names.begin(), names.begin() + 20});
     ASSERT_EQ(ReadOrder(), 0u);
     EXPECT_EQ(grouplistsize, 20);
@@ -340,12 +348,14 @@ TEST_F(Groups, tag_values_without_a_whole_tag_leave_the_order) {
 // The vector is read by tags that nobody bears: in one walk over the members each, the large group would take hundreds
 // of times as long as the small one.
 TEST_F(Groups, a_long_tag_vector_costs_a_large_group_little_more_than_a_small_one) {
-    for (int number = 0; number < 2000; number++)
+    for (int number = 0; number < 2000; number++) {
         InstallService("s" + std::to_string(number), {.group = number == 0 ? "small" : "large", .tag = 7});
+    }
     ASSERT_EQ(ReadServiceDatabase(), 0u);
     std::vector<DWORD> tags(200000);
-    for (DWORD number = 0; number < tags.size(); number++)
+    for (DWORD number = 0; number < tags.size(); number++) {
         tags[number] = 100 + number;
+    }
     const auto sortWithVectorFor = [&](const char *group) {
         SetValue(tagsPath, group, REG_BINARY, TagVector(tags));
         const std::clock_t time = CpuTimeOf([] { ASSERT_EQ(SortServicesInGroups(), 0u); });

@@ -107,8 +107,9 @@ TEST(ktl_rmtrailingspaces, text_without_trailing_white_space_is_left_alone) { EX
 
 // The terminator was once written anew; in a literal that ends the process.
 TEST(ktl_rmtrailingspaces, a_text_that_stays_as_it_is_may_be_read_only) {
-    for (const char *literal : {"name", " ", ""})
+    for (const char *literal : {"name", " ", ""}) {
         _ktl_rmtrailingspaces(const_cast<char *>(literal));
+    }
 }
 
 TEST(ktl_rmtrailingspaces, null_and_the_empty_string_are_left_alone) {

@@ -121,8 +121,9 @@ pid_t StartOnItsWay(int (&pipeEnds)[2], void (*inChild)(int pipe)) {
     const pid_t child = fork();
     if (child == 0) {
         inChild(pipeEnds[1]);
-        for (;;)
+        for (;;) {
             (void)pause();
+        }
     }
     (void)close(pipeEnds[1]);
     return child;

@@ -74,15 +74,18 @@ ModelKey RandomService(Random &random, const Kind &kind, std::uint32_t number) {
 ModelDatabase RandomRegistry(Random &random) {
     ModelDatabase model;
     const Kind kind = RandomKind(random);
-    for (std::uint32_t number = 0; number < kind.services; number++)
+    for (std::uint32_t number = 0; number < kind.services; number++) {
         model.services.push_back(RandomService(random, kind, number));
-    for (std::uint32_t left = Below(random, kind.groups + 5); left > 0; left--)
+    }
+    for (std::uint32_t left = Below(random, kind.groups + 5); left > 0; left--) {
         model.groupOrder.push_back(GroupName(Below(random, kind.groups + 5)));
+    }
     for (std::uint32_t group = 0; group < kind.groups; group++) {
         if (Chance(random, 40)) continue;
         std::vector<DWORD> words(1 + Below(random, 20)); // the first is a count that nobody looks at
-        for (DWORD &word : words)
+        for (DWORD &word : words) {
             word = RandomTag(random, 14);
+        }
         model.tagOrder[GroupName(group)] = AsBinary(Words(words));
     }
     return model;
@@ -115,8 +118,9 @@ std::optional<Walked> WalkOfModel(ModelDatabase &model, std::int32_t index, std:
                      .bytesLeft = walk.left,
                      .bytesNeeded = walk.needed,
                      .count = walk.count};
-    for (const std::int32_t found : walk.list)
+    for (const std::int32_t found : walk.list) {
         walked.names.push_back(RecordOf(model, found).name);
+    }
     return walked;
 }
 
@@ -178,8 +182,9 @@ void BeginTrial(Trial &trial) {
 std::vector<std::uint32_t> Seeds() {
     if (const char *chosen = std::getenv("TV_SEED")) return {static_cast<std::uint32_t>(std::stoul(chosen))};
     std::vector<std::uint32_t> seeds = {std::random_device()()};
-    for (std::uint32_t seed = 1; seed <= 100; seed++)
+    for (std::uint32_t seed = 1; seed <= 100; seed++) {
         seeds.push_back(seed);
+    }
     return seeds;
 }
 
@@ -215,8 +220,9 @@ void CheckGroups(Trial &trial) {
     for (std::size_t index = 0; index < groups.size(); index++) {
         ASSERT_EQ(grouplist[index].name, groups[index].name);
         std::deque<std::int32_t> members;
-        for (const GroupMember *member = grouplist[index].members; member != nullptr; member = member->next)
+        for (const GroupMember *member = grouplist[index].members; member != nullptr; member = member->next) {
             members.push_back(member->serviceIndex);
+        }
         ASSERT_EQ(members, groups[index].members) << groups[index].name;
     }
 }
@@ -262,8 +268,9 @@ void CheckAutomaticStart(Trial &trial) {
     ModelDatabase &model = trial.model;
     started.clear();
     refused.clear();
-    for (const ModelRecord &record : model.records)
+    for (const ModelRecord &record : model.records) {
         if (Chance(trial.random, 5)) refused.insert(record.name);
+    }
 
     std::vector<std::string> expected;
     const auto start = [&](std::int32_t index) {
@@ -275,8 +282,9 @@ void CheckAutomaticStart(Trial &trial) {
         if (!StartsAtBoot(model, RecordOf(model, index))) continue;
         const std::optional<Walked> walked = WalkOfModel(model, index, index, SERVICE_INACTIVE, INT32_MAX);
         if (!walked) return;
-        for (auto name = walked->names.rbegin(); name != walked->names.rend(); ++name)
+        for (auto name = walked->names.rbegin(); name != walked->names.rend(); ++name) {
             start(IndexOf(model, *name));
+        }
         start(index);
     }
     ASSERT_EQ(RunAutoStartServices(), 0u);
@@ -286,8 +294,9 @@ void CheckAutomaticStart(Trial &trial) {
 void CheckPlan(Trial &trial) {
     const BootPlan plan = PlanBoot(trial.planned);
     started.clear();
-    for (const ModelRecord &record : trial.model.records)
+    for (const ModelRecord &record : trial.model.records) {
         refused.insert(record.name);
+    }
     ASSERT_EQ(RunAutoStartServices(), 0u);
     ASSERT_EQ(started.size(), plan.mostTries);
 

@@ -43,8 +43,9 @@ TEST_F(Load, calls_the_registry_in_this_order_and_no_more) {
 
     std::vector<std::string> expected = {"create " + servicesPath};
     for (const auto &[index, name] : {std::pair{0, "Alpha"}, {1, "Beta"}}) {
-        for (const std::string &call : CallsForService(index, name))
+        for (const std::string &call : CallsForService(index, name)) {
             expected.push_back(call);
+        }
     }
     expected.push_back("enum " + servicesPath + " 2");
     expected.push_back("close " + servicesPath);
@@ -88,8 +89,9 @@ TEST_F(Load, the_first_service_takes_record_1_deliberate) {
 }
 
 TEST_F(Load, the_50th_service_is_stored_after_growing_to_100) {
-    for (int number = 1; number <= 49; number++)
+    for (int number = 1; number <= 49; number++) {
         InstallService("s" + std::to_string(number));
+    }
     ASSERT_EQ(ReadServiceDatabase(), 0u);
     EXPECT_EQ(svcdbsize, 50);
     EmptyServiceDatabase();
@@ -115,10 +117,12 @@ TEST_F(Load, a_service_with_DeleteFlag_is_deleted_and_the_next_takes_its_record)
 }
 
 TEST_F(Load, services_with_DeleteFlag_are_deleted_wherever_they_stand) {
-    for (const char *name : {"a", "b", "c", "d", "e"})
+    for (const char *name : {"a", "b", "c", "d", "e"}) {
         InstallService(name);
-    for (const char *name : {"b", "c", "e"})
+    }
+    for (const char *name : {"b", "c", "e"}) {
         SetNumber(ServicePath(name), "DeleteFlag", 1);
+    }
     ASSERT_EQ(ReadServiceDatabase(), 0u);
     EXPECT_EQ(ServiceNames(), "1:a 2:d");
 }
@@ -221,8 +225,9 @@ TEST_F(Load, services_without_group_and_image_path_are_in_no_list) {
 }
 
 TEST_F(Load, services_of_one_image_path_stand_last_first) {
-    for (const char *name : {"a", "b", "c"})
+    for (const char *name : {"a", "b", "c"}) {
         InstallService(name, {.imagePath = "/bin/shared"});
+    }
     InstallService("d", {.imagePath = "/bin/Shared"});
     ASSERT_EQ(ReadServiceDatabase(), 0u);
     EXPECT_THAT(MembersOf(imagepathlist, imagepathlistsize, "/bin/shared"), ElementsAre("c", "b", "a"));
@@ -233,8 +238,9 @@ TEST_F(Load, start_error_control_dependencies_and_account_are_not_read) {
     InstallService("Alpha", {.start = 2, .dependencies = {"Beta"}, .account = "nobody"});
     ASSERT_EQ(ReadServiceDatabase(), 0u);
     for (const std::string &call : RegistryCalls()) {
-        for (const char *value : {" Start", "ErrorControl", "DependOn"})
+        for (const char *value : {" Start", "ErrorControl", "DependOn"}) {
             EXPECT_EQ(call.find(value), std::string::npos);
+        }
     }
 }
 

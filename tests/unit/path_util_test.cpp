@@ -176,8 +176,9 @@ TEST_P(Valid, slashes_control_characters_and_any_length_are_fine_deliberate) {
 std::vector<std::string> SubPathsOf(const char *path) {
     std::vector<std::string> components;
     size_t length = 0;
-    while (const char *component = GetNextSubPath(path, &length, &path))
+    while (const char *component = GetNextSubPath(path, &length, &path)) {
         components.emplace_back(component, length);
+    }
     EXPECT_EQ(length, 0u);
     return components;
 }
@@ -230,8 +231,9 @@ TEST(ktlGetComponentsOffsetFromPath, is_0_without_a_slash) {
 
 std::vector<std::string> ComponentsOf(const char *path, unsigned style) {
     std::vector<std::string> components;
-    for (const char *name : {"dev", "dir", "name", "type", "version"})
+    for (const char *name : {"dev", "dir", "name", "type", "version"}) {
         components.push_back(Taken(_ktlGetComponentsFromPath(path, style, name)));
+    }
     return components;
 }
 
@@ -380,8 +382,9 @@ TEST_F(ktlExpandEnvVarIfAny, a_reference_inside_a_reference_is_the_only_one) {
 }
 
 TEST_F(ktlExpandEnvVarIfAny, what_is_no_reference_stays_as_it_stands) {
-    for (const char *path : {"$", "a$", "$/", "${", "${}", "${TV_A", "$1", "${TV-A}", "$ TV_A", "${ TV_A}"})
+    for (const char *path : {"$", "a$", "$/", "${", "${}", "${TV_A", "$1", "${TV-A}", "$ TV_A", "${ TV_A}"}) {
         EXPECT_EQ(Expanded(path), path);
+    }
 }
 
 TEST_F(ktlExpandEnvVarIfAny, a_name_may_be_a_single_letter) {
@@ -398,8 +401,9 @@ TEST_F(ktlExpandEnvVarIfAny, the_longest_name_counts) {
 
 TEST_F(ktlExpandEnvVarIfAny, a_million_references_are_expanded) {
     std::string path;
-    for (int i = 0; i < 1000000; ++i)
+    for (int i = 0; i < 1000000; ++i) {
         path += "$TV_A";
+    }
     EXPECT_EQ(Expanded(path).size(), 5000000u);
 }
 
@@ -419,8 +423,9 @@ struct InTree : ::testing::Test {
         fs::create_directories(root / "Alpha/Beta");
         fs::create_directories(root / "alpha");
         fs::create_directories(root / "Other");
-        for (const char *file : {"Alpha/Beta/File.Txt", "alpha/lower", "Other/Tool", "Other/tool", "Other/OnlyUpper"})
+        for (const char *file : {"Alpha/Beta/File.Txt", "alpha/lower", "Other/Tool", "Other/tool", "Other/OnlyUpper"}) {
             std::ofstream(root / file) << file;
+        }
         fs::current_path(root);
     }
 
@@ -484,8 +489,9 @@ TEST_F(ktlFullpath, any_length_fits) {
     const std::string name(1000000, 'n');
     EXPECT_EQ(Kept(_ktlFullpath(name.c_str())), InRoot(name));
     std::string up = "/a";
-    for (int i = 0; i < 100000; ++i)
+    for (int i = 0; i < 100000; ++i) {
         up += "/b/..";
+    }
     EXPECT_EQ(Kept(_ktlFullpath(up.c_str())), "/a");
 }
 
@@ -595,8 +601,9 @@ TEST_F(ktlConvertPathCase, leaves_no_descriptor_open) {
         return descriptor;
     };
     const int before = nextDescriptor();
-    for (const char *path : {"other/onlyupper", "/", "Other/Missing", "Other/Tool/x"})
+    for (const char *path : {"other/onlyupper", "/", "Other/Missing", "Other/Tool/x"}) {
         (void)_ktlConvertPathCase(path);
+    }
     EXPECT_EQ(nextDescriptor(), before);
 }
 
@@ -707,8 +714,9 @@ TEST_F(ktlSearchenv, wrong_arguments_give_null) {
 
 TEST_F(ktlSearchenv, lists_and_names_of_any_length) {
     std::string list;
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 0; i < 20000; ++i) {
         list += "missing" + std::to_string(i) + ":";
+    }
     setenv("TV_LIST", (list + std::string(100000, 'x') + ":Other").c_str(), 1);
     EXPECT_EQ(Found("Tool"), InRoot("Other/Tool"));
     EXPECT_EQ(Found(std::string(100000, 'n').c_str()), "null");

@@ -104,8 +104,9 @@ TEST(ReadRegText, every_root_by_both_names) {
                            "[HKEY_LOCAL_MACHINE]\n[HKU]\n[HKEY_USERS]\n[HKPD]\n[HKEY_PERFORMANCE_DATA]\n[HKCC]\n"
                            "[HKEY_CURRENT_CONFIG]\n[HKDD]\n[HKEY_DYN_DATA]\n");
     ASSERT_EQ(keys.size(), 14u);
-    for (std::size_t i = 0; i < keys.size(); ++i)
+    for (std::size_t i = 0; i < keys.size(); ++i) {
         EXPECT_EQ(keys[i].key.root, HKEY_CLASSES_ROOT + i / 2);
+    }
 }
 
 TEST(ReadRegText, names_of_keys_may_hold_brackets_and_slashes) {
@@ -414,8 +415,9 @@ TEST(ReadRegText, bytes_by_their_numbers_make_no_name_that_no_key_can_have) {
 TEST(Utf16, wrong_sequences_are_refused) {
     std::string converted;
     for (const char *text : {"\x80", "\xC3", "\xC0\x80", "\xE0\x80\x80", "\xED\xA0\x80", "\xF5\x80\x80\x80",
-                             "\xF4\x90\x80\x80", "\xC3x", "\xF0\x9F\x98"})
+                             "\xF4\x90\x80\x80", "\xC3x", "\xF0\x9F\x98"}) {
         EXPECT_FALSE(Utf16BytesFromUtf8(text, &converted)) << testing::PrintToString(text);
+    }
     for (const std::string &bytes :
          {Bytes("\x00"), Bytes("\x00\xD8"), Bytes("\x00\xDC\x41\x00"), Bytes("\x00\xD8\x00\xD8")})
         EXPECT_FALSE(Utf8FromUtf16Bytes(bytes, &converted)) << testing::PrintToString(bytes);

@@ -397,8 +397,9 @@ void *CodeOnThread(void *bytesOfRecord) {
 template <typename Record>
 void ExpectLongListOnSmallStack(const std::string &front, const std::string &link, const std::string &back) {
     std::string bytes = front;
-    for (int i = 0; i < manyLinks; ++i)
+    for (int i = 0; i < manyLinks; ++i) {
         bytes += Words({1}) + link;
+    }
     bytes += Words({0}) + back;
     OnSmallStack(CodeOnThread<Record>, &bytes);
 }
@@ -418,8 +419,9 @@ TEST(million_links, as_enumeration) {
 
 TEST(million_links, as_a_record_of_its_own) {
     std::string bytes = XdrString("first");
-    for (int i = 1; i < manyLinks; ++i)
+    for (int i = 1; i < manyLinks; ++i) {
         bytes += Words({1}) + XdrString("x");
+    }
     bytes += Words({0});
     OnSmallStack(CodeOnThread<svd_arglist_t>, &bytes);
 }

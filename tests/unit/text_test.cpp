@@ -65,8 +65,9 @@ TEST(IsUtf8, proper_characters_only) {
          {"", "a", "\xC2\x80", "\xE0\xA0\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"})
         EXPECT_TRUE(IsUtf8(text)) << text;
     for (const char *text : {"\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80",
-                             "\xF5\x80\x80\x80", "\xC2", "\xE2\x82", "a\xFF"})
+                             "\xF5\x80\x80\x80", "\xC2", "\xE2\x82", "a\xFF"}) {
         EXPECT_FALSE(IsUtf8(text)) << text;
+    }
 }
 
 TEST(TakeUtf8, leaves_what_is_no_character) {

@@ -45,8 +45,9 @@ struct Hives : RegistryInFile {
         EXPECT_EQ(Set(key, "bytes", std::string("\0\xFF\x80", 3), 0xDEADBEEF), 0u);
         EXPECT_EQ(Set(key, "empty", "", REG_NONE), 0u);
         EXPECT_EQ(Set(key, "no \xFF utf8", "x"), 0u);
-        for (const char *name : {"zeta", "Alpha", "ärger"})
+        for (const char *name : {"zeta", "Alpha", "ärger"}) {
             EXPECT_EQ(Set(Make(key, "list\\" + std::string(name)), name, generation), 0u);
+        }
         Key *made = nullptr;
         std::uint32_t disposition = 0;
         EXPECT_EQ(CreateKey(registry, key, "classy", "a class", 0, &made, &disposition), 0u);
@@ -58,8 +59,9 @@ struct Hives : RegistryInFile {
         Key *key = nullptr;
         EXPECT_EQ(OpenKey(registry, handle, "", &key), 0u);
         std::string content = "[" + key->keyClass.value_or("-") + (withTime ? std::to_string(key->written) : "") + "]";
-        for (const auto &value : key->values.inOrder)
+        for (const auto &value : key->values.inOrder) {
             content += value->name + ":" + std::to_string(value->type) + "=" + value->data + ";";
+        }
         for (const auto &subKey : key->subKeys.inOrder) {
             if (!subKey->isVolatile) content += subKey->name + "{" + ContentOf(HandleOf(*subKey), true) + "}";
         }
@@ -102,8 +104,9 @@ TEST_F(Hives, a_file_that_is_there_is_never_overwritten_by_a_save) {
     std::ofstream(Path("there")) << "mine";
     std::filesystem::create_symlink(Path("nowhere"), Path("link"));
     std::filesystem::create_directory(Path("folder"));
-    for (const char *name : {"there", "link", "folder"})
+    for (const char *name : {"there", "link", "folder"}) {
         EXPECT_EQ(SaveKey(registry, HKEY_USERS, Path(name)), EXISTS) << name;
+    }
     EXPECT_EQ(Content(Path("there")), "mine");
     EXPECT_THAT(Files(), ElementsAre("folder", "link", "there"));
 }
@@ -113,10 +116,12 @@ TEST_F(Hives, a_save_that_cannot_be_answers_why_and_leaves_no_file) {
     const std::uint32_t gone = Make(HKEY_USERS, "gone");
     EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "gone"), 0u);
     EXPECT_EQ(SaveKey(registry, gone, Path("x")), DELETED);
-    for (const char *path : {"", "x", "./x", "../x", "folder/x"})
+    for (const char *path : {"", "x", "./x", "../x", "folder/x"}) {
         EXPECT_EQ(SaveKey(registry, HKEY_USERS, path), BAD_PATH) << path;
-    for (const char *name : {"", ".", "..", "a/", "a/.."})
+    }
+    for (const char *name : {"", ".", "..", "a/", "a/.."}) {
         EXPECT_EQ(SaveKey(registry, HKEY_USERS, Path(name)), BAD_PATH) << name;
+    }
     EXPECT_EQ(SaveKey(registry, HKEY_USERS, Path(std::string(300, 'x'))), BAD_PATH);
     EXPECT_EQ(SaveKey(registry, HKEY_USERS, Path("none/x")), NO_PATH);
     std::ofstream(Path("file")) << "x";
@@ -177,8 +182,9 @@ TEST_F(Hives, a_restore_that_cannot_be_changes_nothing) {
     std::ofstream(Path("nothing")).close();
     EXPECT_EQ(RestoreKey(registry, key, Path("text"), 0), DAMAGED);
     EXPECT_EQ(RestoreKey(registry, key, Path("nothing"), 0), DAMAGED);
-    for (const char *own : {"", "-wal", "-lock"})
+    for (const char *own : {"", "-wal", "-lock"}) {
         EXPECT_EQ(RestoreKey(registry, key, file + own, 0), SHARED) << own;
+    }
     store->database.exec("PRAGMA query_only = ON");
     EXPECT_EQ(RestoreKey(registry, key, Path("a.hive"), 0), FAILED);
     store->database.exec("PRAGMA query_only = OFF");
@@ -243,8 +249,9 @@ TEST_F(Hives, hives_are_loaded_right_below_two_roots_under_new_names_and_each_fi
     EXPECT_EQ(CommitGroup(registry), 0u);
     EXPECT_EQ(SaveKey(registry, key, Path("a.hive")), OK);
     EXPECT_EQ(LoadHive(registry, 0x000FFFFF, "x", Path("a.hive")), BAD_HANDLE);
-    for (const std::uint32_t other : {key, HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_CURRENT_CONFIG})
+    for (const std::uint32_t other : {key, HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_CURRENT_CONFIG}) {
         EXPECT_EQ(LoadHive(registry, other, "x", Path("a.hive")), BAD_ARGUMENT);
+    }
     EXPECT_EQ(Load("", Path("a.hive")), BAD_ARGUMENT);
     EXPECT_EQ(Load(std::string(MAX_KEY_NAME + 1, 'x'), Path("a.hive")), BAD_ARGUMENT);
     EXPECT_EQ(Load("x\\y", Path("a.hive")), BAD_PATH);
@@ -272,8 +279,9 @@ TEST_F(Hives, hives_are_loaded_right_below_two_roots_under_new_names_and_each_fi
 
 TEST_F(Hives, a_hive_that_would_hang_too_deep_is_not_loaded) {
     std::string deep = "d";
-    for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth)
+    for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth) {
         deep += "\\d";
+    }
     (void)Make(HKEY_CURRENT_CONFIG, deep);
     EXPECT_EQ(CommitGroup(registry), 0u);
     EXPECT_EQ(SaveKey(registry, HKEY_CURRENT_CONFIG, Path("a.hive")), OK);
@@ -440,8 +448,9 @@ TEST_F(Hives, a_file_that_is_spoiled_or_cut_anywhere_is_refused_or_says_the_same
         }
     }
     EXPECT_GT(refused, 100u);
-    for (std::size_t size = 0; size < bytes.size(); size += step * 7)
+    for (std::size_t size = 0; size < bytes.size(); size += step * 7) {
         ASSERT_EQ(told(std::string_view(bytes).substr(0, size)), "1009") << size;
+    }
 }
 
 // Whoever can write such a file could write all of the registry, but not what the registry cannot hold.

@@ -43,8 +43,9 @@ void NoteSync(const std::string &path) {
     ++disk.syncs;
     for (int failure = 0; failure < 3; ++failure) {
         Image image;
-        for (const char *suffix : {"", "-wal"})
+        for (const char *suffix : {"", "-wal"}) {
             image[suffix] = Torn(disk.durable[suffix], ContentOf(disk.file + suffix));
+        }
         disk.images.push_back(std::move(image));
     }
     disk.durable[path.substr(disk.file.size())] = ContentOf(path);
@@ -65,8 +66,9 @@ struct TvregdPower : RegistryInFile {
     std::string PictureAfter(const Image &image) {
         const std::string after = Folder() + "/after.db";
         std::filesystem::remove(after + "-shm");
-        for (const auto &[suffix, content] : image)
+        for (const auto &[suffix, content] : image) {
             std::ofstream(after + suffix, std::ios::binary) << content;
+        }
         const StoreGuard opened = OpenStore(after);
         Registry started{MakeTree(), opened.get()};
         LoadTree(*opened, started.tree);
@@ -90,8 +92,9 @@ TEST_F(TvregdPower, a_power_failure_at_any_sync_leaves_every_acknowledged_write_
     (void)Make(HKEY_USERS, "first");
     EXPECT_EQ(CommitGroup(registry), 0u);
     std::string acknowledged = Picture();
-    for (const char *suffix : {"", "-wal"})
+    for (const char *suffix : {"", "-wal"}) {
         disk.durable[suffix] = ContentOf(file + suffix);
+    }
     disk.file = file;
 
     std::mt19937 random(2);
@@ -99,8 +102,9 @@ TEST_F(TvregdPower, a_power_failure_at_any_sync_leaves_every_acknowledged_write_
     const int commits = std::getenv("TV_LONG") != nullptr ? 1000 : 120;
     for (int i = 0; i < commits; ++i) {
         const std::uint32_t key = Make(HKEY_USERS, "k" + std::to_string(random() % 10));
-        for (std::uint32_t writes = random() % 4 + 1; writes > 0; --writes)
+        for (std::uint32_t writes = random() % 4 + 1; writes > 0; --writes) {
             EXPECT_EQ(Set(key, "v" + std::to_string(random() % 5), std::string(random() % 1500, 'x')), 0u);
+        }
         if (random() % 5 == 0) {
             EXPECT_EQ(DeleteKey(registry, HKEY_USERS, SubKeys(HKEY_USERS).back()), 0u);
         }
@@ -118,8 +122,9 @@ TEST_F(TvregdPower, a_power_failure_at_any_sync_leaves_every_acknowledged_write_
         // And when nothing is under way.
         const std::string watched = std::exchange(disk.file, {});
         Image quiet;
-        for (const char *suffix : {"", "-wal"})
+        for (const char *suffix : {"", "-wal"}) {
             quiet[suffix] = Torn(disk.durable[suffix], ContentOf(watched + suffix));
+        }
         ASSERT_EQ(PictureAfter(quiet), acknowledged) << "commit " << i;
         disk.file = watched;
     }

@@ -36,8 +36,9 @@ using Tvregd = RegistryInFile;
 } // namespace
 
 TEST_F(Tvregd, all_seven_roots_open_by_their_predefined_handles) {
-    for (std::uint32_t root = HKEY_CLASSES_ROOT; root <= HKEY_DYN_DATA; ++root)
+    for (std::uint32_t root = HKEY_CLASSES_ROOT; root <= HKEY_DYN_DATA; ++root) {
         EXPECT_EQ(Open(root, ""), root);
+    }
     EXPECT_EQ(CodeOfOpen(HKEY_DYN_DATA + 1, ""), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
 }
 
@@ -84,8 +85,9 @@ TEST_F(Tvregd, names_ignore_case_by_simple_folding_and_bytes_that_are_no_utf8_st
     }
     for (const auto &[a, b] : {Pair{"straße", "strasse"}, Pair{"ä", "a\u0308"}, Pair{"İ", "i"}, Pair{"ı", "i"},
                                Pair{"a", "ab"}, Pair{"\xC4", "\xE4"}, Pair{"\xC3", "\xC3\x83"},
-                               Pair{"\xED\xA0\x80", "\uFFFD"}, Pair{"\xF4\x90\x80\x80", "\uFFFD"}, Pair{"\xFF", "ÿ"}})
+                               Pair{"\xED\xA0\x80", "\uFFFD"}, Pair{"\xF4\x90\x80\x80", "\uFFFD"}, Pair{"\xFF", "ÿ"}}) {
         EXPECT_FALSE(AreNamesEqual(a, b)) << a;
+    }
     const std::uint32_t handle = Make(HKEY_USERS, "Ärger\\Größe");
     EXPECT_EQ(Open(HKEY_USERS, "äRGER\\gRÖßE"), handle);
     EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("Ärger"));
@@ -101,8 +103,9 @@ TEST_F(Tvregd, lists_find_their_entries_whether_they_are_few_or_many) {
         const std::uint32_t made = Make(HKEY_USERS, name(i, 'K'));
         EXPECT_EQ(Open(HKEY_USERS, name(i, 'k')), made);
         EXPECT_EQ(Set(HKEY_USERS, name(i, 'V'), name(i, 'd')), 0u);
-        for (int earlier = 0; earlier <= i; ++earlier)
+        for (int earlier = 0; earlier <= i; ++earlier) {
             ASSERT_EQ(Get(HKEY_USERS, name(earlier, 'v'))->data, name(earlier, 'd'));
+        }
     }
     for (int i = 99; i >= 0; i -= 2) {
         EXPECT_EQ(DeleteKey(registry, HKEY_USERS, name(i, 'k')), 0u);
@@ -130,8 +133,9 @@ TEST_F(Tvregd, too_long_names_and_too_deep_keys_answer_87_and_make_nothing) {
     EXPECT_EQ(CodeOfMake(HKEY_USERS, "a\\" + std::string(MAX_KEY_NAME + 1, 'n')),
               static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     std::string deep = "d";
-    for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth)
+    for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth) {
         deep += "\\d";
+    }
     EXPECT_EQ(CodeOfMake(HKEY_CURRENT_CONFIG, deep), 0u);
     EXPECT_EQ(CodeOfMake(HKEY_USERS, deep + "\\d"), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre());
@@ -256,8 +260,9 @@ TEST_F(Tvregd, a_daemon_that_ends_in_the_middle_of_erasing_goes_on_with_it_at_th
 // The row of the outer key goes with its deletion, those below the inner one later: after a restart they have no
 // parent.
 TEST_F(Tvregd, a_daemon_that_ends_between_deleting_a_key_and_erasing_one_deleted_below_it_before_starts_again) {
-    for (int number = 0; number < 300; ++number)
+    for (int number = 0; number < 300; ++number) {
         (void)Make(HKEY_USERS, "outer\\inner\\k" + std::to_string(number));
+    }
     (void)Make(HKEY_USERS, "other");
     EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "outer\\inner"), 0u);
     EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "outer"), 0u);
@@ -381,8 +386,9 @@ TEST_F(Tvregd, what_lay_below_a_root_that_shows_other_keys_is_moved_to_them_and_
 
 TEST_F(Tvregd, handles_hold_over_a_restart_and_leave_the_clients_bits_clear) {
     std::vector<std::uint32_t> handles(50);
-    for (std::size_t i = 0; i < handles.size(); ++i)
+    for (std::size_t i = 0; i < handles.size(); ++i) {
         handles[i] = Make(HKEY_LOCAL_MACHINE, "k" + std::to_string(i));
+    }
     Restart();
     for (std::size_t i = 0; i < handles.size(); ++i) {
         EXPECT_EQ(handles[i] & 0x8FF00000, 0u);
@@ -491,8 +497,9 @@ TEST_F(Tvregd, the_key_of_the_event_sources_is_made_with_the_values_of_a_service
         Key *key = nullptr;
         EXPECT_EQ(OpenKey(registry, root, path, &key), 0u);
         std::vector<std::string> values;
-        for (const auto &value : key->values.inOrder)
+        for (const auto &value : key->values.inOrder) {
             values.push_back(value->name + "=" + value->data);
+        }
         return values;
     };
     const auto isSeeded =
@@ -501,8 +508,9 @@ TEST_F(Tvregd, the_key_of_the_event_sources_is_made_with_the_values_of_a_service
     EXPECT_THAT(valuesOf(HKEY_LOCAL_MACHINE, services + "\\EventLog"), isSeeded);
     Restart();
     EXPECT_THAT(valuesOf(HKEY_LOCAL_MACHINE, services + "\\EventLog"), isSeeded);
-    for (const char *other : {"", "\\EventLog\\Application", "\\EventLog\\Application\\web", "\\web\\EventLog"})
+    for (const char *other : {"", "\\EventLog\\Application", "\\EventLog\\Application\\web", "\\web\\EventLog"}) {
         EXPECT_THAT(valuesOf(HKEY_LOCAL_MACHINE, services + other), ElementsAre()) << other;
+    }
     EXPECT_THAT(valuesOf(HKEY_USERS, services + "\\EventLog"), ElementsAre());
 }
 
@@ -512,8 +520,9 @@ TEST_F(Tvregd, values_that_the_key_of_the_event_sources_lacks_at_start_are_added
     Key *key = nullptr;
     EXPECT_EQ(OpenKey(registry, HKEY_LOCAL_MACHINE, path, &key), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
     const std::uint32_t handle = Make(HKEY_LOCAL_MACHINE, path);
-    for (const char *name : {"Type", "Start", "ErrorControl"})
+    for (const char *name : {"Type", "Start", "ErrorControl"}) {
         EXPECT_EQ(DeleteValue(registry, handle, name), 0u);
+    }
     EXPECT_EQ(Set(handle, "DisplayName", "Events"), 0u);
     Restart();
     EXPECT_EQ(PlantSeeds(registry), 0u);
@@ -558,8 +567,9 @@ TEST_F(Tvregd, write_that_the_database_refuses_answers_1016_and_changes_nothing)
 TEST_F(Tvregd, a_failing_disk_is_told_once_and_once_that_it_is_over) {
     testing::internal::CaptureStderr();
     store->database.exec("PRAGMA query_only = ON");
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         EXPECT_EQ(Set(HKEY_USERS, "v", "x"), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
+    }
     store->database.exec("PRAGMA query_only = OFF");
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(Set(HKEY_USERS, "v", "x"), 0u);
@@ -590,8 +600,9 @@ TEST_F(Tvregd, a_reader_of_messages_who_does_not_read_holds_up_nothing) {
         TellTroubleIsOver(trouble);
     }
     (void)dup2(before, STDERR_FILENO);
-    for (const int descriptor : {before, ends[0], ends[1]})
+    for (const int descriptor : {before, ends[0], ends[1]}) {
         (void)close(descriptor);
+    }
 }
 
 // --- writes that share a commit ---
@@ -635,11 +646,13 @@ TEST_F(Tvregd, answers_that_tell_of_what_is_not_committed_are_provisional_and_ot
 
 // Every kind of change, in an order in which some undo others, and all that can be seen of it before and after.
 TEST_F(Tvregd, a_group_that_fails_leaves_the_tree_as_the_database_has_it) {
-    for (const char *path : {"a\\b\\c", "d", "e"})
+    for (const char *path : {"a\\b\\c", "d", "e"}) {
         (void)Make(HKEY_USERS, path);
+    }
     const std::uint32_t a = Open(HKEY_USERS, "a"), c = Open(HKEY_USERS, "a\\b\\c"), d = Open(HKEY_USERS, "d");
-    for (const char *name : {"one", "two", "three"})
+    for (const char *name : {"one", "two", "three"}) {
         EXPECT_EQ(Set(a, name, name), 0u);
+    }
     EXPECT_EQ(CommitGroup(registry), 0u);
     const std::string before = Picture();
 
@@ -685,8 +698,9 @@ TEST_F(Tvregd, a_group_takes_only_so_many_writes_and_bytes_and_so_long) {
     age(0);
     EXPECT_TRUE(IsGroupFull(registry.group));
     EXPECT_EQ(CommitGroup(registry), 0u);
-    for (int i = 0; i < 2000; ++i)
+    for (int i = 0; i < 2000; ++i) {
         EXPECT_EQ(Set(HKEY_USERS, "v", "x"), 0u);
+    }
     age(0);
     EXPECT_TRUE(IsGroupFull(registry.group));
 }
@@ -794,8 +808,9 @@ TEST_F(Tvregd, a_log_that_is_cut_or_spoiled_anywhere_leaves_whole_groups) {
         const bool isTried = inFrame < 26 || inFrame > frame - 3 || size % 61 == 0;
         if (!isTried && std::getenv("TV_LONG") == nullptr) continue;
         std::size_t complete = 1;
-        while (complete + 1 < ends.size() && ends[complete + 1] <= size)
+        while (complete + 1 < ends.size() && ends[complete + 1] <= size) {
             ++complete;
+        }
         ASSERT_EQ(pictureOf(log.substr(0, size)), pictures[complete]) << "cut at " << size << " of " << log.size();
         if (size == log.size()) break;
         std::string spoiled = log;

@@ -28,8 +28,9 @@ TEST(ParseType, names_in_any_case_short_names_and_numbers) {
     EXPECT_EQ(ParseType("none"), REG_NONE);
     EXPECT_EQ(ParseType("77"), 77u);
     EXPECT_EQ(ParseType("0x4d"), 77u);
-    for (const char *wrong : {"", "REG_", "word", "-1", "4294967296", "0x"})
+    for (const char *wrong : {"", "REG_", "word", "-1", "4294967296", "0x"}) {
         EXPECT_EQ(ParseType(wrong), std::nullopt) << wrong;
+    }
 }
 
 TEST(ParseData, words_of_each_type) {

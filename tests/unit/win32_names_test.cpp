@@ -84,8 +84,9 @@ TEST(Win32ErrorName, every_constant_has_its_win32_number) {
         {1722, "RPC_S_SERVER_UNAVAILABLE"},
         {1726, "RPC_S_CALL_FAILED"},
     };
-    for (const auto &each : codes)
+    for (const auto &each : codes) {
         EXPECT_STREQ(Win32ErrorName(each.code), each.name) << each.code;
+    }
     EXPECT_EQ(NO_ERROR, ERROR_SUCCESS);
 }
 

@@ -53,8 +53,9 @@ struct Filler {
 
     char *Bytes(std::uint32_t count, unsigned smallest) {
         char *bytes = static_cast<char *>(std::malloc(std::size_t{count} + 1));
-        for (std::uint32_t i = 0; i < count; ++i)
+        for (std::uint32_t i = 0; i < count; ++i) {
             bytes[i] = static_cast<char>(smallest + random() % (256 - smallest));
+        }
         bytes[count] = '\0';
         return bytes;
     }
@@ -115,8 +116,9 @@ void Fill(Record &record, Filler filler) {
     if constexpr (requires { record.next; }) filler(record.next);
     if constexpr (requires { record.discriminant; }) {
         if (filler.Random() % 2 == 0) return;
-        while (record.discriminant != 1)
+        while (record.discriminant != 1) {
             VisitFields(record, filler);
+        }
     }
 }
 
@@ -194,8 +196,9 @@ REGD_RECORDS
 
 // FNV-1a
 void Digest(const std::string &bytes, std::uint64_t *digest) {
-    for (const char byte : bytes)
+    for (const char byte : bytes) {
         *digest = (*digest ^ static_cast<unsigned char>(byte)) * 0x100000001B3U;
+    }
 }
 
 template <typename Record>

@@ -375,13 +375,15 @@ TEST_F(Door, peers_that_leave_while_their_replies_are_held_disturb_nobody) {
             ASSERT_TRUE(Send(peers.back(), AsMessage(CallOf(HoldNumber, Words({i}), i))));
             EXPECT_TRUE(IsSilent(peers.back(), 10));
         }
-        for (std::size_t i = 0; i < peers.size(); i += 2)
+        for (std::size_t i = 0; i < peers.size(); i += 2) {
             Reset(std::move(peers[i]));
+        }
         PauseMs(50);
         const Socket other = Connect();
         ASSERT_TRUE(Send(other, AsMessage(CallOf(end, Words({9})))));
-        for (std::uint32_t i = 1; i < peers.size(); i += 2)
+        for (std::uint32_t i = 1; i < peers.size(); i += 2) {
             EXPECT_EQ(ReadMessage(peers[i]), Success(Words({end == LetFail ? 9 : i}), i));
+        }
     }
 }
 
@@ -411,13 +413,15 @@ TEST_F(Door, peers_are_awaited_after_a_held_reply_until_they_ask_or_leave) {
     const Socket first = Connect(), second = Connect();
     {
         const Socket third = Connect();
-        for (const Socket *socket : {&first, &second, &third})
+        for (const Socket *socket : {&first, &second, &third}) {
             ASSERT_TRUE(Send(*socket, AsMessage(CallOf(HoldNumber, Words({5})))));
+        }
         ASSERT_TRUE(Send(first, AsMessage(CallOf(HoldNumber, Words({6})))));
         EXPECT_TRUE(IsSilent(first) && IsSilent(second) && IsSilent(third));
         EXPECT_EQ(ask(other, LetGo), 0u);
-        for (const Socket *socket : {&first, &second, &third})
+        for (const Socket *socket : {&first, &second, &third}) {
             EXPECT_EQ(WordOf(ReadMessage(*socket), 6), 5u);
+        }
         EXPECT_EQ(WordOf(ReadMessage(first), 6), 6u);
         EXPECT_EQ(ask(other, Awaited), 3u);
         EXPECT_EQ(ask(second, Awaited), 2u) << "has asked now";
@@ -434,13 +438,15 @@ TEST_F(Door, too_many_bytes_of_replies_held_are_to_be_released_although_requests
     Start();
     constexpr std::uint32_t count = 150;
     std::string stream;
-    for (std::uint32_t xid = 0; xid < count; ++xid)
+    for (std::uint32_t xid = 0; xid < count; ++xid) {
         stream += AsMessage(CallOf(ReplyUntilIdle, Words({megabyte}), xid));
+    }
     const std::size_t before = PeakVirtualBytesOf(server);
     const Socket client = Connect();
     ASSERT_TRUE(Send(client, stream));
-    for (std::uint32_t xid = 0; xid < count; ++xid)
+    for (std::uint32_t xid = 0; xid < count; ++xid) {
         EXPECT_TRUE(ReadMessage(client) == Success(XdrString(std::string(megabyte, '\0')), xid));
+    }
     EXPECT_LT(PeakVirtualBytesOf(server), before + 100 * megabyte);
 }
 

@@ -214,8 +214,9 @@ TEST_F(RegistryOverTcp, open_key_ex_answers_2_6_161_and_the_key_itself_for_the_n
     EXPECT_EQ(Open(top, "nothing")->body.status, static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(Open(top, "\\")->body.status, static_cast<std::uint32_t>(ERROR_BAD_PATHNAME));
     EXPECT_EQ(Open(NOT_THERE, "x")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
-    for (std::uint32_t root = HKEY_CLASSES_ROOT; root <= HKEY_DYN_DATA; ++root)
+    for (std::uint32_t root = HKEY_CLASSES_ROOT; root <= HKEY_DYN_DATA; ++root) {
         EXPECT_EQ(Open(root, nullptr)->body.key, root);
+    }
 }
 
 TEST_F(RegistryOverTcp, close_key_answers_0_as_often_as_it_is_asked_and_6_for_no_handle) {
@@ -241,8 +242,9 @@ TEST_F(RegistryOverTcp, delete_key_takes_what_is_below_and_answers_2_for_nothing
 }
 
 TEST_F(RegistryOverTcp, keys_are_listed_in_the_order_of_creation_and_move_down_after_a_deletion) {
-    for (const char *name : {"z", "A", "m"})
+    for (const char *name : {"z", "A", "m"}) {
         (void)Make(top, name);
+    }
     EXPECT_STREQ(EnumKey(top, 0)->body.name, "z");
     EXPECT_EQ(Delete(top, "z"), 0u);
     EXPECT_STREQ(EnumKey(top, 0)->body.name, "A");
@@ -496,8 +498,9 @@ TEST_F(RegistryOverTcp, version_is_2_3_0) {
 
 TEST_F(RegistryOverTcp, pings_of_the_three_modes_answer_0_and_others_87) {
     regd_REG_PING_DAEMON ping = {};
-    for (ping.mode = 0; ping.mode <= 2; ++ping.mode)
+    for (ping.mode = 0; ping.mode <= 2; ++ping.mode) {
         EXPECT_EQ(Status(ping), 0u);
+    }
     EXPECT_EQ(Status(ping), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
 }
 
@@ -651,8 +654,9 @@ TEST_F(RegistryOverTcp, no_acknowledged_write_is_lost_when_the_daemon_is_killed_
         const std::uint32_t written = Info(key)->body.values;
         EXPECT_GE(written, acknowledged);
         EXPECT_LE(written, acknowledged + 1);
-        for (std::uint32_t i = 1; i <= written; ++i)
+        for (std::uint32_t i = 1; i <= written; ++i) {
             ASSERT_EQ(StringOf(Query(key, ("v" + std::to_string(i)).c_str())->body.data), Dword(i));
+        }
     }
 }
 
@@ -661,8 +665,9 @@ TEST_F(RegistryOverTcp, lazy_daemon_loses_nothing_when_it_is_killed) {
     daemon = StartProgram({.command = {ProgramPath("tvregd"), "--lazy", "--database", database}});
     ASSERT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS));
     client = DialRegistryDaemon();
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         EXPECT_EQ(Set(top, ("v" + std::to_string(i)).c_str(), Dword(7)), 0u);
+    }
     KillAndRestart();
     EXPECT_EQ(Info(top)->body.values, 200u);
 }
@@ -747,8 +752,9 @@ TEST_F(RegistryOverTcp, daemon_started_without_standard_descriptors_sends_no_mes
     EXPECT_EQ(StopDaemon(daemon), 0);
     daemon = StartProgram({.command = {ProgramPath("tvregd"), "--database", database}, .closed = {0, 1, 2}});
     ASSERT_TRUE(WaitForProgram(REGDAEMONPROG, REGDAEMONVERS));
-    for (const char *descriptor : {"0", "1", "2"})
+    for (const char *descriptor : {"0", "1", "2"}) {
         EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/fd/" + descriptor), "/dev/null");
+    }
 }
 
 TEST_F(RegistryOverTcp, user_database_lies_in_the_state_folder_of_the_user) {
@@ -774,8 +780,9 @@ int OpenedByNobody(const std::string &file) {
     if (child == 0) {
         if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(99);
         int opened = 0;
-        for (const char *suffix : {"", "-wal", "-shm", "-lock"})
+        for (const char *suffix : {"", "-wal", "-shm", "-lock"}) {
             opened += open((file + suffix).c_str(), O_RDONLY) >= 0 ? 1 : 0;
+        }
         _exit(opened);
     }
     return WEXITSTATUS(WaitForEnd(child));
@@ -791,13 +798,15 @@ TEST_F(RegistryOverTcp, no_other_user_can_open_and_so_lock_what_the_daemon_needs
     const mode_t before = umask(0);
     for (const bool leftOpen : {false, true}) {
         if (leftOpen) { // as by an earlier version that was killed
-            for (const char *suffix : {"", "-wal", "-shm", "-lock"})
+            for (const char *suffix : {"", "-wal", "-shm", "-lock"}) {
                 ASSERT_EQ(chmod((file + suffix).c_str(), 0644), 0) << suffix;
+            }
         }
         daemon = StartRegistryDaemon(file);
         WriteKey("Software\\Private", {});
-        for (const char *suffix : {"", "-wal", "-shm", "-lock"})
+        for (const char *suffix : {"", "-wal", "-shm", "-lock"}) {
             EXPECT_EQ(ModeOf(file + suffix), 0600u) << suffix;
+        }
         if (geteuid() == 0) {
             EXPECT_EQ(OpenedByNobody(file), 0);
         }
@@ -884,8 +893,9 @@ TEST_F(RegistryOverTcp, clients_side_by_side_see_each_others_writes) {
             }
         });
     }
-    for (std::thread &writer : writers)
+    for (std::thread &writer : writers) {
         writer.join();
+    }
     EXPECT_EQ(failures, 0);
     EXPECT_EQ(Info(top)->body.values, 400u);
 }

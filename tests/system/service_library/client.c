@@ -28,8 +28,9 @@ static int use(SC_HANDLE service) {
     SERVICE_STATUS status;
     if (!StartService(service, 2, arguments)) return failed("start");
     if (!waitFor(service, SERVICE_RUNNING, &status)) return failed("wait until it runs");
-    if (StartService(service, 0, NULL) || GetLastError() != ERROR_SERVICE_ALREADY_RUNNING)
+    if (StartService(service, 0, NULL) || GetLastError() != ERROR_SERVICE_ALREADY_RUNNING) {
         return failed("second start");
+    }
     if (!ControlService(service, SERVICE_CONTROL_STOP, &status)) return failed("stop");
     if (!waitFor(service, SERVICE_STOPPED, &status)) return failed("wait until it is stopped");
     if (!QueryServiceStatus(service, &status) || status.dwServiceSpecificExitCode != 2) return failed("exit code");

@@ -89,8 +89,9 @@ void daemon_fork(struct daemon *daemon) {
     (void)daemon;
     wsvc_setup_worker(&theWorker);
     while (!theWorker.need_to_exit) {
-        if (WaitForSingleObject(registered.event, INFINITE) == WAIT_OBJECT_0)
+        if (WaitForSingleObject(registered.event, INFINITE) == WAIT_OBJECT_0) {
             registered.callback(0, 0, registered.argument);
+        }
     }
     wsvc_desetup_worker(&theWorker);
 }
