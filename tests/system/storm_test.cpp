@@ -317,7 +317,10 @@ TEST_F(Storm, every_probe_is_answered_rightly_and_soon) {
     EXPECT_EQ(probe.wrong, 0) << probe.firstWrong;
     const double quietMedian = MedianOf(quiet.times);
     const double median = MedianOf(probe.times);
-    EXPECT_LT(median, quietMedian + 1);
+    // A sanitizer makes the work of the hostile requests many times what they cost: it looks for faults, not for waits.
+    if (!IsSanitized()) {
+        EXPECT_LT(median, quietMedian + 1);
+    }
     // What is held at any moment follows what the attackers left open, and how far behind a busy machine is: only over
     // a long time the quarters of the second half can be compared, by their medians. What is left when all have gone is
     // the daemon's own.
