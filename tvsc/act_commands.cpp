@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// act_commands: the commands that move services between states, on the command line.
+#include "tvsc/commands.h"
+
+namespace {
+
+const std::map<std::string, DWORD> waitStates = {
+    {"running", SERVICE_RUNNING}, {"stopped", SERVICE_STOPPED}, {"paused", SERVICE_PAUSED}};
+
+} // namespace
+
+void AddActCommands(CLI::App &app, CommandLine &line) {
+    CLI::App *start =
+        AddCommand(app, line, "start", "Start services; arguments for them follow --", [&line](Session &session) {
+            line.start.names = line.names;
+            line.start.arguments = line.behindDashes;
+            line.start.wait = !line.noWait;
+            return RunStart(session, line.start);
+        });
+    AddNames(start, line);
+    AddWaitOptions(start, line);
+    start->add_flag("--with-deps", line.start.withDependencies, "Start what they depend on first");
+
+    CLI::App *stop = AddCommand(
+        app, line, "stop", "Stop services",
+        [&line](Session &session) {
+            line.stop.names = line.names;
+            line.stop.wait = !line.noWait;
+            return RunStop(session, line.stop);
+        },
+        [&line] {
+            if (line.names.empty() != line.stop.all) throw CLI::RequiredError("either a name or --all");
+        });
+    AddNames(stop, line, false);
+    AddWaitOptions(stop, line);
+    stop->add_flag("--all", line.stop.all, "All that run, dependents first");
+    stop->add_flag("--with-dependents", line.stop.withDependents, "Stop what depends on them first");
+    stop->add_flag("--force", line.stop.force, "Although others depend on them");
+
+    CLI::App *restart = AddCommand(app, line, "restart", "Stop, then start",
+                                   [&line](Session &session) { return RunRestart(session, line.names); });
+    AddNames(restart, line);
+    AddTimeout(restart, line);
+
+    const std::pair<const char *, DWORD> controls[] = {{"pause", SERVICE_CONTROL_PAUSE},
+                                                       {"continue", SERVICE_CONTROL_CONTINUE},
+                                                       {"interrogate", SERVICE_CONTROL_INTERROGATE}};
+    for (const auto &[word, control] : controls) {
+        CLI::App *command = AddCommand(
+            app, line, word, std::string("Send the control ") + word,
+            [&line, code = control](Session &session) { return RunControl(session, line.names, code, !line.noWait); });
+        AddNames(command, line);
+        AddWaitOptions(command, line);
+    }
+    CLI::App *control =
+        AddCommand(app, line, "control", "Send a control by its number (1 to 4, 128 to 255)",
+                   [&line](Session &session) { return RunControl(session, {line.name}, line.control, false); });
+    control->add_option(nameOption, line.name)->required();
+    control->add_option("code", line.control)->required();
+
+    CLI::App *wait = AddCommand(app, line, "wait", "Wait until services are in a state",
+                                [&line](Session &session) { return RunWait(session, line.names, line.waitState); });
+    AddNames(wait, line);
+    AddTimeout(wait, line);
+    wait->add_option("--for", line.waitState, "running, stopped or paused")
+        ->transform(ReadWord(waitStates))
+        ->type_name("STATE");
+    AddNames(AddCommand(app, line, "reset", "Have the daemon forget a service that is not there any more",
+                        [&line](Session &session) { return RunReset(session, line.names); }),
+             line);
+}

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: MIT
+// configure_commands: the commands that create, change and delete services, on the command line.
+#include "tvsc/commands.h"
+
+namespace {
+
+const std::map<std::string, DWORD> startTypes = {{"boot", SERVICE_BOOT_START},
+                                                 {"system", SERVICE_SYSTEM_START},
+                                                 {"auto", SERVICE_AUTO_START},
+                                                 {"demand", SERVICE_DEMAND_START},
+                                                 {"disabled", SERVICE_DISABLED}};
+const std::map<std::string, DWORD> serviceTypes = {{"own", SERVICE_WIN32_OWN_PROCESS},
+                                                   {"share", SERVICE_WIN32_SHARE_PROCESS},
+                                                   {"kernel", SERVICE_KERNEL_DRIVER},
+                                                   {"filesys", SERVICE_FILE_SYSTEM_DRIVER}};
+const std::map<std::string, DWORD> errorControls = {{"ignore", SERVICE_ERROR_IGNORE},
+                                                    {"normal", SERVICE_ERROR_NORMAL},
+                                                    {"severe", SERVICE_ERROR_SEVERE},
+                                                    {"critical", SERVICE_ERROR_CRITICAL}};
+
+// NAME=VALUE; nothing behind the sign takes the variable away.
+CLI::Validator ReadVariable() {
+    return CLI::Validator(
+        [](std::string &variable) -> std::string {
+            const std::size_t sign = variable.find('=');
+            return sign != 0 && sign != std::string::npos ? "" : variable + ": not NAME=VALUE";
+        },
+        "");
+}
+
+// What a service is created with and what can be changed, as far as it is a word of several.
+template <typename Options>
+void AddWordOptions(CLI::App *command, Options &options) {
+    command->add_option("--start", options.startType, "auto, demand, disabled, boot or system")
+        ->transform(ReadWord(startTypes))
+        ->type_name("WORD");
+    command->add_option("--type", options.type, "own, share, kernel or filesys")
+        ->transform(ReadWord(serviceTypes))
+        ->type_name("WORD");
+    command->add_option("--error", options.errorControl, "ignore, normal, severe or critical")
+        ->transform(ReadWord(errorControls))
+        ->type_name("WORD");
+}
+
+void AddCreateCommand(CLI::App &app, CommandLine &line) {
+    CreateOptions &create = line.create;
+    CLI::App *command = AddCommand(app, line, "create", "Create a service; a program that tvhost runs may follow --",
+                                   [&line](Session &session) {
+                                       line.create.words = line.behindDashes;
+                                       return RunCreate(session, line.create);
+                                   });
+    command->add_option(nameOption, create.name)->required();
+    auto *image = command->add_option_group("image", "What is run: exactly one of");
+    auto *exec = image->add_option("--exec", create.exec, "Any program and its arguments, run by tvhost");
+    image->add_option("--program", create.program, "A service program and its arguments; writes a launcher");
+    image->add_option("--image", create.image, "A csh script that ends in exec");
+    // A program behind "--" is one that tvhost runs.
+    const bool isBehindDashes = !line.behindDashes.empty();
+    image->require_option(isBehindDashes ? 0 : 1, isBehindDashes ? 0 : 1);
+    const auto forTvhost = [&](CLI::Option *option) { return isBehindDashes ? option : option->needs(exec); };
+    command->add_option("--display", create.display, "Display name (default: the name)");
+    AddWordOptions(command, create);
+    command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    auto *group = command->add_option("--group", create.group, "Load-order group");
+    command->add_flag("--tag", create.tag, "Ask for a tag inside the group")->needs(group);
+    command->add_option("--user", create.user, "Unix user to run as (default: the daemon's)");
+    forTvhost(command->add_option("--env", create.environment, "NAME=VALUE for the program that tvhost runs"))
+        ->allow_extra_args(false)
+        ->check(ReadVariable());
+    forTvhost(command->add_option("--cwd", create.directory, "Its working directory"));
+    forTvhost(command->add_option("--stdout", create.standardOutput, "File for its standard output"));
+    forTvhost(command->add_option("--stderr", create.standardError, "File for its standard error"));
+    forTvhost(command->add_option("--stop-timeout-ms", create.stopTimeoutMs, "Time before it is killed"));
+    forTvhost(command->add_option("--set", create.settings, "PARAMETER=VALUE of tvhost(8), such as AppRestart=always"))
+        ->allow_extra_args(false);
+}
+
+bool ChangesSomething(const ConfigOptions &config) {
+    return config.display || config.image || config.group || config.user || config.type || config.startType ||
+           config.errorControl || config.dependencies || config.tag;
+}
+
+} // namespace
+
+void AddConfigureCommands(CLI::App &app, CommandLine &line) {
+    AddCreateCommand(app, line);
+    ConfigOptions &config = line.config;
+    CLI::App *change = AddCommand(
+        app, line, "config", "Change a service's configuration",
+        [&line](Session &session) { return RunConfig(session, line.config); },
+        [&line] {
+            if (!ChangesSomething(line.config)) throw CLI::RequiredError("something to change");
+        });
+    change->add_option(nameOption, config.name)->required();
+    change->add_option("--display", config.display, "Display name");
+    change->add_option("--image", config.image, "A csh script that ends in exec");
+    change->add_option("--group", config.group, "Load-order group");
+    change->add_option("--user", config.user, "Unix user to run as");
+    AddWordOptions(change, config);
+    change->add_option("--depends", config.dependencies, "Services, and groups with a leading +; \"\" for none");
+    change->add_flag("--tag", config.tag, "Ask for a tag inside the group");
+
+    CLI::App *deletion = AddCommand(app, line, "delete", "Delete services", [&line](Session &session) {
+        line.deletion.names = line.names;
+        return RunDelete(session, line.deletion);
+    });
+    AddNames(deletion, line);
+    deletion->add_flag("--stop", line.deletion.stop, "Stop them first");
+    deletion->add_flag("--wait", line.deletion.wait, "Wait until they are gone");
+    AddTimeout(deletion, line);
+}

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+// look_commands: the commands that only look, on the command line.
+#include "tvsc/commands.h"
+#include "tvsc/names.h"
+#include "tvsc/plan.h"
+#include "tvsc/words.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+namespace {
+
+// A state as JSON names it, or failed.
+CLI::Validator ReadState() {
+    return CLI::Validator(
+        [](std::string &word) -> std::string {
+            std::vector<std::string> known = {"failed"};
+            for (DWORD state = SERVICE_STOPPED; state <= SERVICE_PAUSED; ++state) {
+                known.push_back(StateWord(state, true));
+            }
+            const bool isKnown = std::find(known.begin(), known.end(), word) != known.end();
+            return isKnown ? "" : fmt::format("{}: none of {}", word, fmt::join(known, ", "));
+        },
+        "");
+}
+
+} // namespace
+
+void AddLookCommands(CLI::App &app, CommandLine &line) {
+    CLI::App *list = AddCommand(app, line, "list", "List services",
+                                [&line](Session &session) { return RunList(session, line.list); });
+    list->parse_complete_callback([&line] { line.showsServices = true; });
+    list->add_option("pattern", line.list.patterns, "Only names that match (* ? [])");
+    list->add_option("--state", line.list.states, "Only services in these states: running,stopped,failed,...")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(ReadState());
+    list->add_option("--group", line.list.group, "Only services of this load-order group");
+    list->add_flag("--names-only", line.list.namesOnly, "Names, one a line");
+    list->add_flag("--brief", line.list.brief, "Leave out what configurations tell: fewer calls");
+
+    CLI::App *status = AddStatusCommand(app, line, "status", "Show the state of services", [&line](Session &session) {
+        const StatusLook look = line.probe ? StatusLook::probe : line.fresh ? StatusLook::fresh : StatusLook::passive;
+        return RunStatus(session, line.names, look);
+    });
+    status->alias("query");
+    AddNames(status, line);
+    status->add_flag("--fresh", line.fresh, "Let the daemon apply its deadline: may find a service dead");
+    status->add_flag("--probe", line.probe, "Ask the service itself");
+
+    AddNames(AddStatusCommand(app, line, "is-active", "Exit with 0 when all run",
+                              [&line](Session &session) { return RunIsActive(session, line.names); }),
+             line);
+    AddNames(AddStatusCommand(app, line, "is-failed", "Exit with 0 when one has failed",
+                              [&line](Session &session) { return RunIsFailed(session, line.names); }),
+             line);
+    CLI::App *show = AddCommand(app, line, "show", "Show state and configuration",
+                                [&line](Session &session) { return RunShow(session, line.names); });
+    show->parse_complete_callback([&line] { line.showsServices = true; });
+    show->alias("qc");
+    AddNames(show, line);
+    AddCommand(app, line, "deps", "List what a service depends on",
+               [&line](Session &session) { return RunDeps(session, line.name, false); })
+        ->add_option(nameOption, line.name)
+        ->required();
+    AddCommand(app, line, "dependents", "List what depends on a service",
+               [&line](Session &session) { return RunDeps(session, line.name, true); })
+        ->add_option(nameOption, line.name)
+        ->required();
+    AddCommand(app, line, "name", "Translate between name and display name",
+               [&line](Session &session) { return RunName(session, line.name); })
+        ->add_option(nameOption, line.name)
+        ->required();
+    const auto planBoot = [&line] { line.run = [&line] { return RunPlanBoot(line.options); }; };
+    app.add_subcommand("order", "Tell what the daemon starts with itself, in which order and why (plan boot)")
+        ->callback(planBoot);
+    CLI::App *plan = app.add_subcommand("plan", "Tell what would be done, without doing it");
+    plan->require_subcommand(1);
+    plan->add_subcommand("boot", "What the daemon starts with itself, in which order and why")->callback(planBoot);
+    CLI::App *logs = app.add_subcommand("logs", "Show what a service that tvhost runs has written");
+    logs->callback([&line] { line.run = [&line] { return RunLogs(line.options, line.log); }; });
+    logs->add_option(nameOption, line.log.name)->required();
+    logs->add_flag("-f,--follow", line.log.follow, "And what it writes from now on, until interrupted");
+    logs->add_option("-n,--lines", line.log.lines, "Only the last so many lines");
+    logs->add_option("--since", line.log.sinceSec, "Only the last TIME, such as 10min")
+        ->transform(ReadTime())
+        ->type_name("TIME");
+    CLI::App *explain = app.add_subcommand("explain", "Say what a Win32 code means");
+    explain->add_option("code", line.code)->required();
+    explain->callback([&line] { line.run = [&line] { return RunExplain(line.options, line.code); }; });
+}
