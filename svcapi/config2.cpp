@@ -116,12 +116,19 @@ DWORD WriteActions(HKEY key, const SERVICE_FAILURE_ACTIONSA &info) {
     return WriteBytesValue(key, failureActionsName, PackFailureActions(value));
 }
 
+// The number that a caller has put there, which need not be one of the type's.
+DWORD TypeOf(const SC_ACTION &action) {
+    DWORD type = 0;
+    static_assert(sizeof type == sizeof action.Type);
+    std::memcpy(&type, &action.Type, sizeof type);
+    return type;
+}
+
 bool IsValid(const SERVICE_FAILURE_ACTIONSA &info) {
     return info.lpsaActions == nullptr ||
            (info.cActions <= mostFailureActions &&
-            std::all_of(info.lpsaActions, info.lpsaActions + info.cActions, [](const SC_ACTION &action) {
-                return static_cast<DWORD>(action.Type) <= SC_ACTION_RUN_COMMAND;
-            }));
+            std::all_of(info.lpsaActions, info.lpsaActions + info.cActions,
+                        [](const SC_ACTION &action) { return TypeOf(action) <= SC_ACTION_RUN_COMMAND; }));
 }
 
 DWORD ChangeFailureActions(HKEY key, const SERVICE_FAILURE_ACTIONSA &info) {

@@ -25,15 +25,10 @@ constexpr std::uint32_t lastFragmentBit = 0x80000000;
 
 std::string ProcPath(pid_t process, const char *file) { return "/proc/" + std::to_string(process) + "/" + file; }
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool isThreadSanitized = true;
-#else
-constexpr bool isThreadSanitized = false;
-#endif
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr bool isSanitized = true;
 #else
-constexpr bool isSanitized = isThreadSanitized;
+constexpr bool isSanitized = false;
 #endif
 
 // A field of /proc/PID/status in KiB.
@@ -206,7 +201,7 @@ std::size_t VirtualBytesOf(pid_t process) { return StatusKiB(process, "VmSize") 
 std::size_t PeakVirtualBytesOf(pid_t process) { return StatusKiB(process, "VmPeak") * 1024; }
 
 std::size_t MappingsOf(pid_t process) {
-    if (isThreadSanitized) return 0;
+    if (isSanitized) return 0;
     std::ifstream maps(ProcPath(process, "maps"));
     return static_cast<std::size_t>(
         std::count(std::istreambuf_iterator<char>(maps), std::istreambuf_iterator<char>(), '\n'));
