@@ -5,16 +5,21 @@
 #include <cstdint>
 #include <ctime>
 
-// Milliseconds since some moment before the program's start; no setting of the clock moves it.
-inline std::int64_t MonotonicMs() {
+// Microseconds since some moment before the program's start; no setting of the clock moves it.
+inline std::int64_t MonotonicUs() {
     timespec now = {};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+    return std::int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
+// The same in milliseconds.
+inline std::int64_t MonotonicMs() { return MonotonicUs() / 1000; }
+
 // Sleeps this long, or until a signal handler has run.
-inline void SleepMs(std::int64_t milliseconds) {
-    const timespec time = {.tv_sec = static_cast<std::time_t>(milliseconds / 1000),
-                           .tv_nsec = static_cast<long>(milliseconds % 1000 * 1000000)};
+inline void SleepUs(std::int64_t microseconds) {
+    const timespec time = {.tv_sec = static_cast<std::time_t>(microseconds / 1000000),
+                           .tv_nsec = static_cast<long>(microseconds % 1000000 * 1000)};
     (void)nanosleep(&time, nullptr);
 }
+
+inline void SleepMs(std::int64_t milliseconds) { SleepUs(milliseconds * 1000); }

@@ -33,6 +33,9 @@
 
 namespace {
 
+constexpr std::int64_t leastRegistrationPauseUs = 200;
+constexpr std::int64_t registrationPauseShare = 16; // a pause is one part in so many of the time that has passed
+
 // This host as service processes are dialled; its name is resolved once a start.
 struct Host {
     bool known;
@@ -118,18 +121,20 @@ Win32Code CheckSharedProcess(ServiceDatabaseEntry &entry, const Host &host, Text
 
 // Waits a moment for the program of a new process to appear in the port mapper. Without it the first attempt to reach
 // the process would always come too early, and the second a whole second later. A port mapper that hangs is waited for
-// no longer.
+// no longer. Looks come the closer the less time has passed: what is waited in vain is a small part of the start, and a
+// process that takes long costs few of them.
 void AwaitRegistration(const Host &host, pid_t processId) {
     if (!host.known) return;
-    const std::int64_t end = MonotonicMs() + registrationWaitMs;
+    const std::int64_t beginUs = MonotonicUs();
+    const std::int64_t waitUs = registrationWaitMs * 1000;
     const RpcClient portMapper(DialPortMapper(host.address, registrationWaitMs));
     if (portMapper == nullptr) return;
-    for (std::int64_t pauseMs = 1;; pauseMs *= 2) {
-        const int budgetMs = static_cast<int>(end - MonotonicMs());
+    for (;;) {
+        const int budgetMs = registrationWaitMs - static_cast<int>((MonotonicUs() - beginUs) / 1000);
         if (PortOfProgram(portMapper.get(), ServiceProgram(processId), serviceProgramVersion, budgetMs) != 0) return;
-        const std::int64_t leftMs = end - MonotonicMs();
-        if (leftMs <= 0) return;
-        SleepMs(std::min(pauseMs, leftMs));
+        const std::int64_t passedUs = MonotonicUs() - beginUs;
+        if (passedUs >= waitUs) return;
+        SleepUs(std::min(std::max(passedUs / registrationPauseShare, leastRegistrationPauseUs), waitUs - passedUs));
     }
 }
 
