@@ -77,15 +77,15 @@ LONG LimitOfKey(const KeyPath &key) {
     std::size_t depth = 0;
     for (std::string_view rest = key.path; !rest.empty(); ++depth) {
         const std::size_t length = std::min(rest.find('\\'), rest.size());
-        if (length > MAX_KEY_NAME) return ERROR_INVALID_PARAMETER;
+        if (length > maxKeyNameBytes) return ERROR_INVALID_PARAMETER;
         rest.remove_prefix(std::min(length + 1, rest.size()));
     }
-    return depth > MAX_DEPTH ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+    return depth > maxKeyDepth ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
 }
 
 LONG LimitOfValue(const RegValue &value) {
-    if (value.name.size() > MAX_VALUE_NAME) return ERROR_INVALID_PARAMETER;
-    return value.data.size() > MAX_VALUE_BYTES ? ERROR_FILE_TOO_LARGE : ERROR_SUCCESS;
+    if (value.name.size() > maxValueNameBytes) return ERROR_INVALID_PARAMETER;
+    return value.data.size() > maxValueBytes ? ERROR_FILE_TOO_LARGE : ERROR_SUCCESS;
 }
 
 Fault FaultOf(const RegFile &file, const Refusal &refusal) {

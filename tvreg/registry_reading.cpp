@@ -22,8 +22,8 @@ constexpr std::uint32_t mostDataRoom = 1024u * 1024 * 1024; // longer than any a
 constexpr int mostReadingsOfValue = 4;                      // that grows
 constexpr int mostReadingsOfKey = 40;                       // that changes; about three seconds of pauses
 constexpr int mostContradictions = 5;                       // of a key that says it has not changed
-constexpr std::ptrdiff_t mostKeysBelowEachOther = 2 * std::ptrdiff_t{MAX_DEPTH}; // a hive in another
-constexpr int mostWalks = 40;                                                    // over a tree that changes
+constexpr std::ptrdiff_t mostKeysBelowEachOther = 2 * std::ptrdiff_t{maxKeyDepth}; // a hive in another
+constexpr int mostWalks = 40;                                                      // over a tree that changes
 
 [[noreturn]] void FailWithoutEnd(const KeyPath &key) {
     throw Failure(EXIT_FAILED,

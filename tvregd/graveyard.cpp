@@ -7,14 +7,14 @@
 
 namespace {
 
-constexpr std::size_t FEW_ROWS = 256;                     // erased with the key itself
-constexpr std::size_t LEAST_ROWS = 100, MOST_ROWS = 2000; // erased at a time
-constexpr std::uint64_t PIECE_TIME = 50'000;              // 5 ms: what erasing so many should take, without the commit
-constexpr std::uint64_t PATIENCE = 500'000;               // 50 ms
-constexpr std::uint64_t REST = 10'000'000;                // after a failure: a second, in steps of 100 ns
+constexpr std::size_t fewRows = 256;                    // erased with the key itself
+constexpr std::size_t leastRows = 100, mostRows = 2000; // erased at a time
+constexpr std::uint64_t pieceTime = 50'000;             // 5 ms: what erasing so many should take, without the commit
+constexpr std::uint64_t patience = 500'000;             // 50 ms
+constexpr std::uint64_t rest = 10'000'000;              // after a failure: a second, in steps of 100 ns
 
 // The rows of a key, its values and all below it, counted up to the limit. This recursion and the others end at
-// MAX_DEPTH.
+// maxKeyDepth.
 std::size_t CountRows(const Key &key, std::size_t limit) {
     std::size_t rows = 1 + key.values.inOrder.size();
     for (const auto &subKey : key.subKeys.inOrder) {
@@ -58,8 +58,8 @@ bool AddSteps(Key &key, bool hasRows, std::size_t limit, std::size_t *rows, std:
 
 // How many rows to erase next, after so many have taken so long: twice as many at most, as the clock may be set.
 std::size_t NextPiece(std::size_t rows, std::uint64_t took) {
-    const auto wanted = static_cast<std::uint64_t>(rows) * PIECE_TIME / std::max(took, PIECE_TIME / 2);
-    return std::clamp(static_cast<std::size_t>(wanted), LEAST_ROWS, MOST_ROWS);
+    const auto wanted = static_cast<std::uint64_t>(rows) * pieceTime / std::max(took, pieceTime / 2);
+    return std::clamp(static_cast<std::size_t>(wanted), leastRows, mostRows);
 }
 
 void EraseRows(Registry &registry, const Step &step) {
@@ -82,7 +82,7 @@ void Release(Registry &registry, const Step &step) {
 } // namespace
 
 bool StoreDeleted(Store &store, const Key &key) {
-    const bool areFew = CountRows(key, FEW_ROWS) <= FEW_ROWS;
+    const bool areFew = CountRows(key, fewRows) <= fewRows;
     if (areFew) {
         EraseAll(store, key);
     } else {
@@ -95,7 +95,7 @@ bool EraseSome(Registry &registry) {
     std::vector<std::unique_ptr<Key>> &buried = registry.tree.graveyard->subKeys.inOrder;
     if (buried.empty() || registry.group.isOpen) return false;
     const std::uint64_t now = FileTimeNow();
-    if (now - registry.eraseFailed < REST) return false;
+    if (now - registry.eraseFailed < rest) return false;
     std::vector<Step> steps;
     std::size_t rows = 0;
     for (auto key = buried.rbegin();
@@ -127,5 +127,5 @@ bool EraseSome(Registry &registry) {
 bool IsAnythingBuried(const Registry &registry) { return !registry.tree.graveyard->subKeys.inOrder.empty(); }
 
 bool IsEraseDue(const Registry &registry) {
-    return IsAnythingBuried(registry) && FileTimeNow() - registry.erased >= PATIENCE;
+    return IsAnythingBuried(registry) && FileTimeNow() - registry.erased >= patience;
 }

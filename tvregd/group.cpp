@@ -10,15 +10,15 @@
 namespace {
 
 // What a group may hold before it is committed although more requests wait: those in it wait for their answers.
-constexpr std::size_t MAX_WRITES = 2000;
-constexpr std::size_t MAX_BYTES = std::size_t{4} << 20;
-constexpr std::uint64_t LEAST_AGE = 20'000, MOST_AGE = 200'000; // 2 ms to 20 ms
-constexpr std::uint64_t MAX_PATIENCE = 50'000;                  // 5 ms
+constexpr std::size_t maxWrites = 2000;
+constexpr std::size_t maxWrittenBytes = std::size_t{4} << 20;
+constexpr std::uint64_t leastAge = 20'000, mostAge = 200'000; // 2 ms to 20 ms
+constexpr std::uint64_t maxPatience = 50'000;                 // 5 ms
 
 // Where requests never cease, as in an import, commits may take a fifth of the time.
-std::uint64_t AgeOf(const Group &group) { return std::clamp(4 * group.commitTook, LEAST_AGE, MOST_AGE); }
+std::uint64_t AgeOf(const Group &group) { return std::clamp(4 * group.commitTook, leastAge, mostAge); }
 
-std::uint64_t WaitOf(const Group &group) { return std::min(group.commitTook, MAX_PATIENCE); }
+std::uint64_t WaitOf(const Group &group) { return std::min(group.commitTook, maxPatience); }
 
 void NoteChange(Registry &registry, Key &key, Change change) {
     key.changedIn = registry.group.number;
@@ -54,17 +54,17 @@ void EndGroup(Registry &registry) {
 } // namespace
 
 std::uint64_t FileTimeNow() {
-    constexpr std::uint64_t SECONDS_1601_TO_1970 = 11'644'473'600;
+    constexpr std::uint64_t secondsFrom1601To1970 = 11'644'473'600;
     const WallTime now = WallTimeNow();
-    return (static_cast<std::uint64_t>(now.seconds) + SECONDS_1601_TO_1970) * 10'000'000 +
+    return (static_cast<std::uint64_t>(now.seconds) + secondsFrom1601To1970) * 10'000'000 +
            static_cast<std::uint64_t>(now.microseconds) * 10;
 }
 
 std::uint64_t TimeOfChange() {
-    constexpr std::uint64_t STEP_BACK = 600'000'000; // a minute: a clock that was set back by more is followed
+    constexpr std::uint64_t stepBack = 600'000'000; // a minute: a clock that was set back by more is followed
     static std::uint64_t last = 0;
     const std::uint64_t now = FileTimeNow();
-    const bool isNoLater = last - now < STEP_BACK; // wraps around for a later time
+    const bool isNoLater = last - now < stepBack; // wraps around for a later time
     last = isNoLater ? last + 1 : now;
     return last;
 }
@@ -109,7 +109,8 @@ std::uint32_t CommitGroup(Registry &registry) {
 }
 
 bool IsGroupFull(const Group &group) {
-    return group.writes >= MAX_WRITES || group.writtenBytes >= MAX_BYTES || FileTimeNow() - group.begun >= AgeOf(group);
+    return group.writes >= maxWrites || group.writtenBytes >= maxWrittenBytes ||
+           FileTimeNow() - group.begun >= AgeOf(group);
 }
 
 int PatienceOf(const Group &group, std::size_t clientsAwaited) {

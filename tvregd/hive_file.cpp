@@ -19,11 +19,11 @@
 
 namespace {
 
-constexpr int APPLICATION_ID = 0x54564856; // "TVHV"
-constexpr int HIVE_VERSION = 1;
+constexpr int applicationId = 0x54564856; // "TVHV"
+constexpr int hiveVersion = 1;
 
 // As SQLite keeps them: a file with other tables is none of ours.
-constexpr const char *TABLES[] = {
+constexpr const char *tables[] = {
     "CREATE TABLE hive_keys (number INTEGER PRIMARY KEY, parent INTEGER NOT NULL, name TEXT NOT NULL, class TEXT, "
     "written INTEGER NOT NULL) STRICT",
     "CREATE TABLE hive_values (id INTEGER PRIMARY KEY, key INTEGER NOT NULL, name TEXT NOT NULL, "
@@ -75,9 +75,9 @@ struct Writer {
 };
 
 void MakeTables(SQLite::Database &database) {
-    database.exec("PRAGMA application_id = " + std::to_string(APPLICATION_ID));
-    database.exec("PRAGMA user_version = " + std::to_string(HIVE_VERSION));
-    for (const char *table : TABLES) {
+    database.exec("PRAGMA application_id = " + std::to_string(applicationId));
+    database.exec("PRAGMA user_version = " + std::to_string(hiveVersion));
+    for (const char *table : tables) {
         database.exec(table);
     }
 }
@@ -86,7 +86,7 @@ struct Inserts {
     SQLite::Statement key, value;
 };
 
-// Writes a key and all below it. The recursion ends at MAX_DEPTH.
+// Writes a key and all below it. The recursion ends at maxKeyDepth.
 void WriteKey(Writer &writer, Inserts &inserts, std::uint32_t parent, const Key &key) {
     const std::uint32_t number = ++writer.lastNumber;
     Key row;
@@ -118,17 +118,17 @@ using SqliteBytes = std::unique_ptr<unsigned char, Calls<&sqlite3_free>>;
 bool IsHiveDatabase(sqlite3 *database) {
     const Rows application = Select(database, "PRAGMA application_id"),
                version = Select(database, "PRAGMA user_version");
-    if (!Next(application) || Number(application, 0) != APPLICATION_ID) return false;
-    if (!Next(version) || Number(version, 0) != HIVE_VERSION) return false;
+    if (!Next(application) || Number(application, 0) != applicationId) return false;
+    if (!Next(version) || Number(version, 0) != hiveVersion) return false;
     const Rows schema = Select(database, "SELECT sql FROM sqlite_schema ORDER BY rowid");
-    for (const char *table : TABLES) {
+    for (const char *table : tables) {
         if (!Next(schema) || BytesAt(schema, 0) != table) return false;
     }
     return !Next(schema);
 }
 
 bool IsKeyName(std::string_view name) {
-    return !name.empty() && name.size() <= MAX_KEY_NAME && name.find('\\') == std::string_view::npos &&
+    return !name.empty() && name.size() <= maxKeyNameBytes && name.find('\\') == std::string_view::npos &&
            name.find('\0') == std::string_view::npos;
 }
 
@@ -142,7 +142,7 @@ bool ReadKey(const Rows &rows, Tree &hive, Digest &digest) {
     key->written = static_cast<std::uint64_t>(Number(rows, 4));
     TakeInKey(digest, parent, *key);
     if (Number(rows, 0) != static_cast<std::int64_t>(hive.lastNumber) + 1 || Number(rows, 1) > hive.lastNumber ||
-        Number(rows, 1) < 0 || number > MAX_KEY_NUMBER) {
+        Number(rows, 1) < 0 || number > maxKeyNumber) {
         return false;
     }
     hive.lastNumber = number;
@@ -153,7 +153,7 @@ bool ReadKey(const Rows &rows, Tree &hive, Digest &digest) {
         return true;
     }
     Key *above = parent != 0 ? FindNumber(hive, parent) : nullptr;
-    if (above == nullptr || above->depth >= MAX_DEPTH || !IsKeyName(key->name)) return false;
+    if (above == nullptr || above->depth >= maxKeyDepth || !IsKeyName(key->name)) return false;
     bool isTaken = false;
     (void)AddKey(hive, *above, std::move(key), &isTaken);
     return !isTaken;
@@ -164,7 +164,7 @@ bool ReadValue(const Rows &rows, const Tree &hive, Digest &digest) {
     Value value{Bytes(rows, 1), Word(rows, 2), Bytes(rows, 3)};
     TakeInValue(digest, key, value);
     Key *owner = FindNumber(hive, key);
-    if (owner == nullptr || value.name.size() > MAX_VALUE_NAME || value.data.size() > MAX_VALUE_BYTES ||
+    if (owner == nullptr || value.name.size() > maxValueNameBytes || value.data.size() > maxValueBytes ||
         Number(rows, 2) != value.type || value.name.find('\0') != std::string::npos) {
         return false;
     }
@@ -295,7 +295,7 @@ std::uint32_t EncodeHive(const Key &key, std::string *bytes) {
         sqlite3_int64 count = 0;
         const SqliteBytes serialized(sqlite3_serialize(writer.database.getHandle(), "main", &count, 0));
         if (serialized == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
-        if (static_cast<std::uint64_t>(count) > MAX_HIVE_BYTES) return ERROR_FILE_TOO_LARGE;
+        if (static_cast<std::uint64_t>(count) > maxHiveBytes) return ERROR_FILE_TOO_LARGE;
         bytes->assign(reinterpret_cast<const char *>(serialized.get()), static_cast<std::size_t>(count));
         return 0;
     } catch (const std::exception &) { // nothing else can fail there
@@ -343,7 +343,7 @@ std::uint32_t ReadHiveFile(const std::string &path, std::string *bytes) {
     struct stat found = {};
     if (file < 0 || fstat(file, &found) != 0) return StatusOfErrno(errno);
     if (!S_ISREG(found.st_mode)) return ERROR_ACCESS_DENIED;
-    if (static_cast<std::uint64_t>(found.st_size) > MAX_HIVE_BYTES) return ERROR_FILE_TOO_LARGE;
+    if (static_cast<std::uint64_t>(found.st_size) > maxHiveBytes) return ERROR_FILE_TOO_LARGE;
     try {
         bytes->resize(static_cast<std::size_t>(found.st_size));
     } catch (const std::exception &) {

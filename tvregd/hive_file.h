@@ -24,7 +24,7 @@
 #include <string_view>
 
 // Of a file; SQLite has about the same limit for what the database keeps of it.
-constexpr std::size_t MAX_HIVE_BYTES = sizeof(void *) == 4 ? std::size_t{256} << 20 : std::size_t{900} << 20;
+constexpr std::size_t maxHiveBytes = sizeof(void *) == 4 ? std::size_t{256} << 20 : std::size_t{900} << 20;
 
 // Returns 0; 8; 223.
 [[nodiscard]] std::uint32_t EncodeHive(const Key &key, std::string *bytes);

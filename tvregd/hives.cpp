@@ -55,7 +55,7 @@ std::uint32_t DepthBelow(const Key &key) {
     return depth;
 }
 
-// Takes a hive's key apart. The recursion ends at MAX_DEPTH. False when no number is left.
+// Takes a hive's key apart. The recursion ends at maxKeyDepth. False when no number is left.
 bool TakeApart(Tree &tree, Key &from, Key &parent, bool isVolatile, std::vector<std::unique_ptr<Key>> *keys) {
     for (auto &subKey : std::exchange(from.subKeys, {}).inOrder) {
         subKey->number = TakeNumber(tree);
@@ -71,7 +71,7 @@ bool TakeApart(Tree &tree, Key &from, Key &parent, bool isVolatile, std::vector<
 // Readies what a hive holds for its place below a key.
 std::uint32_t Prepare(Registry &registry, Tree &hive, Key &to, Content *content) {
     Key &root = *hive.roots.front();
-    if (to.depth + DepthBelow(root) > MAX_DEPTH) return ERROR_INVALID_PARAMETER; // 87
+    if (to.depth + DepthBelow(root) > maxKeyDepth) return ERROR_INVALID_PARAMETER; // 87
     content->values = std::exchange(root.values, {}).inOrder;
     return TakeApart(registry.tree, root, to, to.isVolatile, &content->keys) ? 0 : ERROR_NOT_ENOUGH_MEMORY; // 8
 }
@@ -218,7 +218,7 @@ std::uint32_t LoadHive(Registry &registry, std::uint32_t handle, std::string_vie
     Key *root = nullptr;
     if (const std::uint32_t rc = FindHiveRoot(registry, handle, &root); rc != 0) return rc;
     if (name.find('\\') != std::string_view::npos) return ERROR_BAD_PATHNAME; // 161
-    if (name.empty() || name.size() > MAX_KEY_NAME) return ERROR_INVALID_PARAMETER;
+    if (name.empty() || name.size() > maxKeyNameBytes) return ERROR_INVALID_PARAMETER;
     if (FindSubKey(*root, name) != nullptr) return ERROR_ALREADY_EXISTS;
     std::string canonical, bytes;
     if (const std::uint32_t rc = FindHiveFile(file, &canonical); rc != 0) return rc;
@@ -226,7 +226,7 @@ std::uint32_t LoadHive(Registry &registry, std::uint32_t handle, std::string_vie
     Tree hive;
     if (const std::uint32_t rc = ReadHive(registry, canonical, &bytes, &hive); rc != 0) return rc;
 
-    if (1 + DepthBelow(*hive.roots.front()) > MAX_DEPTH) return ERROR_INVALID_PARAMETER;
+    if (1 + DepthBelow(*hive.roots.front()) > maxKeyDepth) return ERROR_INVALID_PARAMETER;
 
     Key *key = nullptr;
     std::uint32_t disposition = 0;
@@ -274,7 +274,7 @@ std::uint32_t ReplaceHive(Registry &registry, std::uint32_t handle, std::string_
     std::string content, present, canonical;
     Tree hive;
     if (const std::uint32_t rc = ReadHive(registry, newFile, &content, &hive); rc != 0) return rc;
-    if (key->depth + DepthBelow(*hive.roots.front()) > MAX_DEPTH) return ERROR_INVALID_PARAMETER;
+    if (key->depth + DepthBelow(*hive.roots.front()) > maxKeyDepth) return ERROR_INVALID_PARAMETER;
     const std::uint32_t found = FindHiveFile(oldFile, &canonical);
     if (found != ERROR_FILE_NOT_FOUND) return found == 0 ? static_cast<std::uint32_t>(ERROR_ALREADY_EXISTS) : found;
     if (const std::uint32_t rc = EncodeHive(*key, &present); rc != 0) return rc;

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::uint32_t MAX_LOADED_DEPTH = 2 * MAX_DEPTH; // what MoveIntoViews has moved may hang a little lower
+constexpr std::uint32_t maxLoadedDepth = 2 * maxKeyDepth; // what MoveIntoViews has moved may hang a little lower
 
 sqlite3 *Handle(const Store &store) { return store.database.getHandle(); }
 
@@ -82,8 +82,8 @@ void LoadKeys(Store &store, Tree &tree, Equals *equals) {
         // What is deleted may have lost the row of its parent, which was deleted after it, already.
         const bool isGone = Number(rows, 5) != 0 || (!deleted.empty() && deleted.contains(store.lastKeyRow));
         Key *parent = isGone ? tree.graveyard.get() : &KeyOf(tree, Word(rows, 2));
-        if (number <= ROOT_COUNT || number > MAX_KEY_NUMBER || FindNumber(tree, number) != nullptr ||
-            parent->depth >= MAX_LOADED_DEPTH) {
+        if (number <= rootCount || number > maxKeyNumber || FindNumber(tree, number) != nullptr ||
+            parent->depth >= maxLoadedDepth) {
             Damaged("key " + std::to_string(number) + " cannot be");
         }
         auto key = std::make_unique<Key>();

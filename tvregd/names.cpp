@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::uint32_t FIRST_NO_CHARACTER = 0x110000; // from there on: bytes that are no UTF-8
+constexpr std::uint32_t firstNoCharacter = 0x110000; // from there on: bytes that are no UTF-8
 
 std::uint32_t FoldAscii(unsigned char byte) { return byte >= 'A' && byte <= 'Z' ? byte + ('a' - 'A') : byte; }
 
@@ -27,7 +27,7 @@ std::uint32_t TakeFolded(std::string_view *name) {
     U8_NEXT(name->data(), length, name->size(), character);
 #pragma GCC diagnostic pop
     name->remove_prefix(character >= 0 ? length : 1);
-    if (character < 0) return FIRST_NO_CHARACTER + first;
+    if (character < 0) return firstNoCharacter + first;
     return static_cast<std::uint32_t>(u_foldCase(character, U_FOLD_CASE_DEFAULT));
 }
 

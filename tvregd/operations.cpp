@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <exception>
 
-static_assert(MAX_KEY_NAME == longestTextBytes); // what can be stored of a service's name, servd can read
+static_assert(maxKeyNameBytes == longestTextBytes); // what can be stored of a service's name, servd can read
 
 namespace {
 
@@ -59,7 +59,7 @@ std::uint32_t MakeKeys(Tree &tree, Key &parent, std::string_view path, const std
     Key *above = &parent;
     for (std::string_view name; !path.empty();) {
         if (!TakeName(&path, &name)) return ERROR_BAD_PATHNAME;
-        if (name.size() > MAX_KEY_NAME || parent.depth + made->size() >= MAX_DEPTH) {
+        if (name.size() > maxKeyNameBytes || parent.depth + made->size() >= maxKeyDepth) {
             return ERROR_INVALID_PARAMETER; // 87
         }
         auto key = std::make_unique<Key>();
@@ -156,7 +156,7 @@ std::uint32_t CloseKey(Registry &registry, std::uint32_t handle) {
 std::uint32_t FlushKey(Registry &registry, std::uint32_t handle) {
     Key *key = nullptr;
     if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
-    if (registry.store->durability == Durability::FULL) {
+    if (registry.store->durability == Durability::full) {
         registry.isProvisional = registry.group.isOpen;
         return 0;
     }
@@ -198,8 +198,8 @@ std::uint32_t SetValue(Registry &registry, std::uint32_t handle, std::string_vie
                        std::string_view data) {
     Key *key = nullptr;
     if (const std::uint32_t rc = FindKey(registry, handle, &key); rc != 0) return rc;
-    if (name.size() > MAX_VALUE_NAME) return ERROR_INVALID_PARAMETER;
-    if (data.size() > MAX_VALUE_BYTES) return ERROR_FILE_TOO_LARGE; // 223
+    if (name.size() > maxValueNameBytes) return ERROR_INVALID_PARAMETER;
+    if (data.size() > maxValueBytes) return ERROR_FILE_TOO_LARGE; // 223
     if (const std::uint32_t rc = MakeShown(registry, &key); rc != 0) return rc;
     Value value{std::string(name), type, std::string(data)};
     Value *present = FindValue(*key, name);

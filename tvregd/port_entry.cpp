@@ -20,8 +20,8 @@
 namespace {
 
 using std::chrono::milliseconds;
-constexpr milliseconds FIRST_PAUSE{50}, LONGEST_PAUSE{10'000};
-constexpr milliseconds LASTING{10'000}; // a connection that held so long counts as one to a port mapper that stays
+constexpr milliseconds firstPause{50}, longestPause{10'000};
+constexpr milliseconds lasting{10'000}; // a connection that held so long counts as one to a port mapper that stays
 
 struct Kept {
     std::mutex mutex; // held while the entry is made
@@ -68,7 +68,7 @@ void Enter() {
 
 void Keep() {
     using Clock = std::chrono::steady_clock;
-    for (milliseconds pause = FIRST_PAUSE;; pause = std::min(pause * 2, LONGEST_PAUSE)) {
+    for (milliseconds pause = firstPause;; pause = std::min(pause * 2, longestPause)) {
         const Clock::time_point begin = Clock::now();
         int descriptor = ConnectToPortMapper();
         if (descriptor >= 0) {
@@ -76,7 +76,7 @@ void Keep() {
             Enter();
             WaitForEnd(descriptor);
         }
-        if (Clock::now() - begin > LASTING) pause = FIRST_PAUSE;
+        if (Clock::now() - begin > lasting) pause = firstPause;
         std::this_thread::sleep_for(pause);
     }
 }

@@ -32,12 +32,12 @@ namespace {
 
 // Much more than the largest value, so that one that is too large is answered, and does not look like a daemon that
 // cannot be reached.
-constexpr std::size_t MAX_REQUEST_BYTES = 4 * MAX_VALUE_BYTES;
+constexpr std::size_t maxRegistryRequestBytes = 4 * maxValueBytes;
 
-constexpr std::uint32_t VERSION_MAJOR = 2, VERSION_MINOR = 3, VERSION_PATCH = 0;
+constexpr std::uint32_t versionMajor = 2, versionMinor = 3, versionPatch = 0;
 
 // What a ping says.
-enum PingMode : std::uint32_t { CONNECTED = 0, LEAVING = 1, STILL_THERE = 2 };
+enum PingMode : std::uint32_t { connected = 0, leaving = 1, stillThere = 2 };
 
 Registry *served = nullptr;
 
@@ -227,12 +227,12 @@ void Serve(Registry &registry, const regd_REG_FLUSH_KEY &call, regd_BASIC_RETURN
 }
 
 void Serve(Registry &, const regd_REG_QUERY_VERSION &, regd_REG_QUERY_VERSION_RETURN *answer) {
-    *answer = {0, VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH};
+    *answer = {0, versionMajor, versionMinor, versionPatch};
 }
 
 // Nothing is kept for a client, so nothing is done when it comes or goes.
 void Serve(Registry &, const regd_REG_PING_DAEMON &call, regd_BASIC_RETURN *answer) {
-    answer->status = call.mode <= STILL_THERE ? 0 : ERROR_INVALID_PARAMETER;
+    answer->status = call.mode <= stillThere ? 0 : ERROR_INVALID_PARAMETER;
 }
 
 // Keys have no security descriptors: everybody who reaches the daemon may do everything, and so says the one that all
@@ -377,7 +377,7 @@ bool StartService(Registry &registry, bool allowRemote) {
     (void)pmap_unset(REGDAEMONPROG, REGDAEMONVERS);
     SVCXPRT *listener = svctcp_create(RPC_ANYSOCK, 0, 0);
     if (listener == nullptr ||
-        !OpenDoor(listener, allowRemote ? nullptr : IsLocalPeer, DoorWait::InLoop, EndTurn, MAX_REQUEST_BYTES)) {
+        !OpenDoor(listener, allowRemote ? nullptr : IsLocalPeer, DoorWait::InLoop, EndTurn, maxRegistryRequestBytes)) {
         (void)std::fprintf(stderr, "tvregd: cannot listen\n");
         return false;
     }

@@ -15,13 +15,13 @@
 
 namespace {
 
-constexpr int SCHEMA_VERSION = 2;
+constexpr int schemaVersion = 2;
 
 // Positions and ids are given out upwards, and entries listed in their order. A key was written when the youngest of
 // its values was, unless its own row tells a later time: setting a value, the most frequent write, then changes one
 // page only. The last number ever given to a key is remembered, so that the handle of a deleted key does not come to
 // name a new one. Keys in deleted_keys are no more, nor is what is below them; their rows are being erased.
-constexpr const char *SCHEMA = R"(
+constexpr const char *schema = R"(
     CREATE TABLE keys (
         number   INTEGER NOT NULL,
         parent   INTEGER,
@@ -45,7 +45,7 @@ constexpr const char *SCHEMA = R"(
 
 // The keys of loaded hives with the absolute names of their files, and what is to take the place of a key's content
 // when the daemon starts next. An earlier daemon of this version, which has no hives, takes the keys for ordinary ones.
-constexpr const char *HIVE_TABLES = R"(
+constexpr const char *hiveTables = R"(
     CREATE TABLE IF NOT EXISTS hives (position INTEGER PRIMARY KEY, file TEXT NOT NULL) STRICT;
     CREATE TABLE IF NOT EXISTS replacements (
         position INTEGER PRIMARY KEY,
@@ -55,8 +55,8 @@ constexpr const char *HIVE_TABLES = R"(
 )";
 
 // From the first version, in which the tables had indexes, which compared names by their ASCII letters.
-constexpr const char *FROM_VERSION_1[] = {
-    "ALTER TABLE keys RENAME TO old_keys; ALTER TABLE key_values RENAME TO old_values", SCHEMA, R"(
+constexpr const char *fromVersion1[] = {
+    "ALTER TABLE keys RENAME TO old_keys; ALTER TABLE key_values RENAME TO old_values", schema, R"(
     INSERT INTO keys SELECT number, parent, position, name, class, volatile, written FROM old_keys ORDER BY position;
     INSERT INTO key_values SELECT id, key, name, type, data, written FROM old_values ORDER BY id;
     INSERT INTO counters SELECT seq FROM sqlite_sequence WHERE name = 'old_keys';
@@ -64,25 +64,23 @@ constexpr const char *FROM_VERSION_1[] = {
     DROP TABLE old_keys;
 )"};
 
-void SetVersion(SQLite::Database &database) {
-    database.exec("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION));
-}
+void SetVersion(SQLite::Database &database) { database.exec("PRAGMA user_version = " + std::to_string(schemaVersion)); }
 
 void MakeTables(SQLite::Database &database) {
     database.exec("BEGIN IMMEDIATE");
-    database.exec(SCHEMA);
+    database.exec(schema);
     for (const auto &root : MakeTree().roots) {
         SQLite::Statement insert(database, "INSERT INTO keys VALUES (?, NULL, ?, ?, NULL, 0, 0)");
         Run(insert, root->number, root->row, root->name);
     }
-    database.exec("INSERT INTO counters VALUES (" + std::to_string(ROOT_COUNT) + ")");
+    database.exec("INSERT INTO counters VALUES (" + std::to_string(rootCount) + ")");
     SetVersion(database);
     database.exec("COMMIT");
 }
 
 void UpdateTables(SQLite::Database &database) {
     database.exec("BEGIN IMMEDIATE");
-    for (const char *step : FROM_VERSION_1) {
+    for (const char *step : fromVersion1) {
         database.exec(step);
     }
     SetVersion(database);
@@ -96,15 +94,15 @@ SQLite::Database OpenDatabase(const std::string &file, Durability durability) {
     const int version = database.execAndGet("PRAGMA user_version").getInt();
     const int tables = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt();
     const bool fresh = version == 0 && tables == 0;
-    if (!fresh && version != 1 && version != SCHEMA_VERSION) {
+    if (!fresh && version != 1 && version != schemaVersion) {
         throw std::runtime_error("not a registry that this version can read");
     }
     (void)database.execAndGet("PRAGMA journal_mode = WAL");
     if (fresh) MakeTables(database);
     if (version == 1) UpdateTables(database);
-    database.exec(HIVE_TABLES);
+    database.exec(hiveTables);
     database.exec("PRAGMA wal_autocheckpoint = 256"); // pages: everybody waits while they are brought into the database
-    database.exec(durability == Durability::FULL ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
+    database.exec(durability == Durability::full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
     return database;
 }
 
@@ -266,7 +264,7 @@ std::string ReadReplacement(const Store &store, const Key &key) {
 // The log is the only file that holds what is not on the disk yet: SQLite syncs it before it brings anything from it
 // into the database.
 void SyncStore(Store &store) {
-    if (store.durability == Durability::FULL) return;
+    if (store.durability == Durability::full) return;
     sqlite3_file *log = nullptr;
     int rc = sqlite3_file_control(store.database.getHandle(), nullptr, SQLITE_FCNTL_JOURNAL_POINTER, &log);
     if (rc == SQLITE_OK && log != nullptr && log->pMethods != nullptr) {

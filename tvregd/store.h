@@ -3,7 +3,7 @@
 //
 // The daemon alone writes the file, and holds a lock on another beside it that keeps a second daemon out; other
 // programs of its user may read it meanwhile. No other user can open any of its files. What is written between Begin
-// and Commit survives the end of the daemon when Commit returns, and with Durability::FULL also the end of the machine.
+// and Commit survives the end of the daemon when Commit returns, and with Durability::full also the end of the machine.
 // The functions throw SQLite::Exception when SQLite fails; the transaction is then to be rolled back.
 //
 // Keys and values are found in memory and by their row numbers only, so that the tables have no other index: a change
@@ -21,8 +21,8 @@
 #include <vector>
 
 enum class Durability {
-    FULL,  // each transaction is on the disk before it is acknowledged
-    NORMAL // a power failure may take the youngest transactions, never a part of one
+    full,  // each transaction is on the disk before it is acknowledged
+    normal // a power failure may take the youngest transactions, never a part of one
 };
 
 struct Store {
@@ -48,7 +48,7 @@ using StoreGuard = std::unique_ptr<Store, Calls<&CloseStore>>;
 // Opens the file, making it and its tables when they are not there, or bringing those of an earlier version up to date.
 // Throws std::runtime_error with a text for people when another daemon has the file, it is no registry of ours, or it
 // cannot be closed to other users.
-StoreGuard OpenStore(const std::string &file, Durability durability = Durability::FULL);
+StoreGuard OpenStore(const std::string &file, Durability durability = Durability::full);
 
 // A transaction: nothing is stored outside of one.
 void Begin(Store &store);
@@ -91,7 +91,7 @@ void StoreReplacement(Store &store, const Key &key, const std::string &oldFile, 
 void EraseReplacement(Store &store, const Key &key);
 std::string ReadReplacement(const Store &store, const Key &key);
 
-// Brings what Durability::NORMAL has left to the system onto the disk. Outside of a transaction.
+// Brings what Durability::normal has left to the system onto the disk. Outside of a transaction.
 void SyncStore(Store &store);
 
 // The Win32 code of what a function of the store has thrown: 112 when the disk is full, 8, 1016.

@@ -7,7 +7,7 @@
 // --- lists of entries with names ---
 
 // Most lists are so short that looking through them takes no longer than a table would, and no memory.
-static constexpr std::size_t FEW = 8;
+static constexpr std::size_t searchedInOrder = 8;
 
 // Another entry may have the name by now, or had it first.
 template <typename Entry>
@@ -36,7 +36,7 @@ static Entry *Insert(NamedList<Entry> &list, std::unique_ptr<Entry> entry, std::
     if (list.byName) {
         const bool isNew = list.byName->insert(added).second;
         if (isNameTaken != nullptr) *isNameTaken = !isNew;
-    } else if (list.inOrder.size() > FEW) {
+    } else if (list.inOrder.size() > searchedInOrder) {
         list.byName = std::make_unique<typename decltype(list.byName)::element_type>();
         for (const auto &listed : list.inOrder) {
             (void)list.byName->insert(listed.get());
@@ -60,13 +60,13 @@ static std::unique_ptr<Entry> TakeOut(NamedList<Entry> &list, Entry &entry, std:
 // --- numbers and handles ---
 
 Tree MakeTree() {
-    static constexpr const char *NAMES[ROOT_COUNT] = {
+    static constexpr const char *names[rootCount] = {
         "HKEY_CLASSES_ROOT",     "HKEY_CURRENT_USER",   "HKEY_LOCAL_MACHINE", "HKEY_USERS",
         "HKEY_PERFORMANCE_DATA", "HKEY_CURRENT_CONFIG", "HKEY_DYN_DATA"};
     Tree tree;
     tree.graveyard = std::make_unique<Key>();
-    tree.byNumber.resize(ROOT_COUNT + 1);
-    for (const char *name : NAMES) {
+    tree.byNumber.resize(rootCount + 1);
+    for (const char *name : names) {
         auto root = std::make_unique<Key>();
         root->number = ++tree.lastNumber;
         root->row = root->number;
@@ -78,7 +78,7 @@ Tree MakeTree() {
 }
 
 std::uint32_t HandleOf(const Key &key) {
-    if (key.number <= ROOT_COUNT) return HKEY_CLASSES_ROOT + (key.number - 1);
+    if (key.number <= rootCount) return HKEY_CLASSES_ROOT + (key.number - 1);
     return (key.number & 0xFFFFF) | (key.number >> 20) << 28;
 }
 
@@ -100,10 +100,10 @@ std::uint32_t FindHandle(const Tree &tree, std::uint32_t handle, Key **key) {
     std::uint32_t number = 0;
     if ((handle & 0x80000000) != 0) {
         number = handle - HKEY_CLASSES_ROOT + 1;
-        if (number > ROOT_COUNT) return ERROR_INVALID_HANDLE; // 6
+        if (number > rootCount) return ERROR_INVALID_HANDLE; // 6
     } else {
         number = (handle & 0xFFFFF) | (handle >> 28) << 20;
-        if ((handle & 0x0FF00000) != 0 || number <= ROOT_COUNT) return ERROR_INVALID_HANDLE;
+        if ((handle & 0x0FF00000) != 0 || number <= rootCount) return ERROR_INVALID_HANDLE;
     }
     Key *found = FindNumber(tree, number);
     if (found == nullptr && number > tree.lastNumber && !tree.wrapped) return ERROR_INVALID_HANDLE;
@@ -113,9 +113,9 @@ std::uint32_t FindHandle(const Tree &tree, std::uint32_t handle, Key **key) {
 }
 
 std::uint32_t TakeNumber(Tree &tree) {
-    for (std::uint32_t tried = ROOT_COUNT; tried < MAX_KEY_NUMBER; ++tried) {
-        if (tree.lastNumber == MAX_KEY_NUMBER) {
-            tree.lastNumber = ROOT_COUNT;
+    for (std::uint32_t tried = rootCount; tried < maxKeyNumber; ++tried) {
+        if (tree.lastNumber == maxKeyNumber) {
+            tree.lastNumber = rootCount;
             tree.wrapped = true;
         }
         if (FindNumber(tree, ++tree.lastNumber) == nullptr) return tree.lastNumber;

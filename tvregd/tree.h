@@ -93,9 +93,9 @@ struct Tree {
 };
 
 // The roots are keys number 1 to 7, with the predefined handles 0x80000000 to 0x80000006.
-constexpr std::uint32_t ROOT_COUNT = 7;
+constexpr std::uint32_t rootCount = 7;
 // Handles have 23 bits for the number: 0 to 19 and 28 to 30. Bits 20 to 27 are the client's, bit 31 marks the roots.
-constexpr std::uint32_t MAX_KEY_NUMBER = 0x7FFFFF;
+constexpr std::uint32_t maxKeyNumber = 0x7FFFFF;
 
 // The hive of a key; null for a key without one.
 const Hive *HiveOf(const Tree &tree, const Key &key);

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::uint64_t MINUTE = 600'000'000; // in steps of 100 ns
+constexpr std::uint64_t minute = 600'000'000; // in steps of 100 ns
 
 // A pipe that can take anything takes PIPE_BUF bytes at once.
 void Tell(std::string line) {
@@ -28,7 +28,7 @@ void Tell(std::string line) {
 void TellTrouble(Trouble &trouble, const char *what, const std::exception &failure, std::uint64_t now) {
     if (trouble.isTold || now < trouble.quietUntil) return;
     trouble.isTold = true;
-    trouble.quietUntil = now + MINUTE;
+    trouble.quietUntil = now + minute;
     Tell("tvregd: " + std::string(what) + ": " + Printable(failure.what()));
 }
 

@@ -128,7 +128,7 @@ int Serve(const Options &options) {
     StoreGuard store;
     Registry registry{MakeTree(), nullptr};
     try {
-        store = OpenStore(file, options.lazy ? Durability::NORMAL : Durability::FULL);
+        store = OpenStore(file, options.lazy ? Durability::normal : Durability::full);
         LoadTree(*store, registry.tree);
     } catch (const std::exception &failure) {
         throw std::runtime_error(file + ": " + failure.what());

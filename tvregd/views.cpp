@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr View VIEWS[] = {{HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE, "Software\\Classes"},
+constexpr View views[] = {{HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE, "Software\\Classes"},
                           {HKEY_CURRENT_USER, HKEY_USERS, ".Default"}};
 
 Key &RootOf(const Tree &tree, std::uint32_t handle) { return *tree.roots[handle - HKEY_CLASSES_ROOT]; }
@@ -71,7 +71,7 @@ void MoveValue(Store &store, Value value, Key &to) {
     (void)AddValue(to, std::move(value));
 }
 
-// Moves what a key has to another. This recursion and the other end at MAX_DEPTH.
+// Moves what a key has to another. This recursion and the other end at maxKeyDepth.
 void MoveContent(Store &store, Tree &tree, Key &from, Key &to) {
     for (const auto &value : std::exchange(from.values, {}).inOrder) {
         MoveValue(store, std::move(*value), to);
@@ -95,7 +95,7 @@ void MoveContent(Store &store, Tree &tree, Key &from, Key &to) {
 } // namespace
 
 const View *ViewOf(const Key &key) {
-    for (const View &view : VIEWS) {
+    for (const View &view : views) {
         if (HandleOf(key) == view.root) return &view;
     }
     return nullptr;
@@ -114,7 +114,7 @@ Key &Shown(Registry &registry, Key &key) {
 }
 
 void MoveIntoViews(Store &store, Tree &tree) {
-    for (const View &view : VIEWS) {
+    for (const View &view : views) {
         Key &root = RootOf(tree, view.root);
         if (root.values.inOrder.empty() && root.subKeys.inOrder.empty()) continue;
         Begin(store);

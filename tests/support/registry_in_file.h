@@ -25,7 +25,7 @@ struct RegistryInFile : testing::Test {
     StoreGuard store;
     Registry registry{};
 
-    void Open() { OpenAs(Durability::FULL); }
+    void Open() { OpenAs(Durability::full); }
     void OpenAs(Durability durability) {
         store.reset();
         store = OpenStore(file, durability);

@@ -14,7 +14,7 @@
         EXPECT_EQ(GetLastError(), DWORD{code});                                                                        \
     } while (false)
 
-constexpr DWORD SYNCHRONIZE_FOR_TESTS = 0x00100000;
+constexpr DWORD synchronizeForTests = 0x00100000;
 
 // Closes a handle at the end of a test.
 struct Handle {

@@ -93,7 +93,7 @@ TEST(Handles, many_threads_open_and_close_at_once) {
 
 TEST(GetLastError, is_left_alone_by_a_success) {
     SetLastError(ERROR_DUP_NAME);
-    const Handle event(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, GetCurrentProcessId()));
+    const Handle event(OpenProcess(synchronizeForTests, FALSE, GetCurrentProcessId()));
     EXPECT_EQ(WaitForSingleObject(event.handle, 0), WAIT_TIMEOUT);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_DUP_NAME});
 }
@@ -394,7 +394,7 @@ TEST(GetExitCodeThread, wants_a_thread_and_room) {
 TEST(WaitForMultipleObjects, threads_events_and_processes_in_one_wait) {
     Started started;
     const Handle thread(CreateThread(nullptr, 0, WaitToEnd, &started, 0, nullptr));
-    const Handle process(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, GetCurrentProcessId()));
+    const Handle process(OpenProcess(synchronizeForTests, FALSE, GetCurrentProcessId()));
     const Handle event(AutoEvent());
     const std::vector<HANDLE> handles = {process.handle, event.handle, thread.handle};
     EXPECT_EQ(WaitFor(handles, false, aMoment), WAIT_TIMEOUT);
@@ -432,7 +432,7 @@ struct Child {
 
 TEST(OpenProcess, a_wait_ends_with_the_process_and_leaves_its_end_to_waitpid) {
     const Child child(5);
-    const Handle process(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(child.id)));
+    const Handle process(OpenProcess(synchronizeForTests, FALSE, static_cast<DWORD>(child.id)));
     DWORD code = 0;
     EXPECT_TRUE(GetExitCodeProcess(process.handle, &code));
     EXPECT_EQ(code, STILL_ACTIVE);
@@ -449,7 +449,7 @@ TEST(OpenProcess, a_wait_ends_with_the_process_and_leaves_its_end_to_waitpid) {
 
 TEST(OpenProcess, a_process_that_a_signal_ended_has_128_and_the_signal) {
     const Child child(0, SIGKILL);
-    const Handle process(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(child.id)));
+    const Handle process(OpenProcess(synchronizeForTests, FALSE, static_cast<DWORD>(child.id)));
     child.LetEnd();
     EXPECT_EQ(WaitForSingleObject(process.handle, INFINITE), WAIT_OBJECT_0);
     DWORD code = 0;
@@ -459,10 +459,10 @@ TEST(OpenProcess, a_process_that_a_signal_ended_has_128_and_the_signal) {
 
 TEST(OpenProcess, several_handles_of_one_process_and_some_closed_early) {
     const Child child(0);
-    const Handle one(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(child.id)));
-    const Handle other(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(child.id)));
+    const Handle one(OpenProcess(synchronizeForTests, FALSE, static_cast<DWORD>(child.id)));
+    const Handle other(OpenProcess(synchronizeForTests, FALSE, static_cast<DWORD>(child.id)));
     for (int round = 0; round < 20; ++round) {
-        const HANDLE early = OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(child.id));
+        const HANDLE early = OpenProcess(synchronizeForTests, FALSE, static_cast<DWORD>(child.id));
         EXPECT_EQ(WaitForSingleObject(early, 1), WAIT_TIMEOUT);
         EXPECT_TRUE(CloseHandle(early));
     }
@@ -474,7 +474,7 @@ TEST(OpenProcess, several_handles_of_one_process_and_some_closed_early) {
 // The thread that watches heard of the end again and again.
 TEST(OpenProcess, an_end_that_only_a_forked_child_has_a_handle_for_keeps_no_thread_busy) {
     const Child child(0);
-    const HANDLE process = OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(child.id));
+    const HANDLE process = OpenProcess(synchronizeForTests, FALSE, static_cast<DWORD>(child.id));
     EXPECT_EQ(WaitForSingleObject(process, 1), WAIT_TIMEOUT);
     const Child holder(0);
     EXPECT_TRUE(CloseHandle(process));
@@ -505,7 +505,7 @@ TEST(OpenProcess, of_another_s_child_is_waited_for_but_its_code_is_not_told) {
     pid_t grandchild = 0;
     ASSERT_EQ(read(ids[0], &grandchild, sizeof grandchild), static_cast<ssize_t>(sizeof grandchild));
     (void)waitpid(between, nullptr, 0);
-    const Handle process(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, static_cast<DWORD>(grandchild)));
+    const Handle process(OpenProcess(synchronizeForTests, FALSE, static_cast<DWORD>(grandchild)));
     EXPECT_EQ(WaitForSingleObject(process.handle, 0), WAIT_TIMEOUT);
     EXPECT_EQ(write(ends[1], "x", 1), 1);
     EXPECT_EQ(WaitForSingleObject(process.handle, aMinute), WAIT_OBJECT_0);
@@ -518,8 +518,8 @@ TEST(OpenProcess, of_another_s_child_is_waited_for_but_its_code_is_not_told) {
 }
 
 TEST(OpenProcess, without_such_a_process_is_87) {
-    EXPECT_CODE(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, 0) != nullptr, ERROR_INVALID_PARAMETER);
-    EXPECT_CODE(OpenProcess(SYNCHRONIZE_FOR_TESTS, FALSE, 0x7FFFFFFF) != nullptr, ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(OpenProcess(synchronizeForTests, FALSE, 0) != nullptr, ERROR_INVALID_PARAMETER);
+    EXPECT_CODE(OpenProcess(synchronizeForTests, FALSE, 0x7FFFFFFF) != nullptr, ERROR_INVALID_PARAMETER);
 }
 
 TEST(GetExitCodeProcess, wants_a_process_and_room) {

@@ -49,7 +49,7 @@ RegValue Value(std::string name, std::uint32_t type, std::string data) {
     return value;
 }
 
-constexpr std::string_view V5 = "Windows Registry Editor Version 5.00";
+constexpr std::string_view version5Heading = "Windows Registry Editor Version 5.00";
 
 } // namespace
 
@@ -116,15 +116,15 @@ TEST(ReadRegText, names_of_keys_may_hold_brackets_and_slashes) {
 }
 
 TEST(ReadRegText, version_5_string_types_in_hexadecimal_are_utf16) {
-    EXPECT_EQ(ReadOne("\"n\"=hex(2):e4,00,00,00", V5), Value("n", REG_EXPAND_SZ, Bytes("\xC3\xA4\0")));
-    EXPECT_EQ(ReadOne("\"n\"=hex(7):41,00,00,00,00,00", V5), Value("n", REG_MULTI_SZ, Bytes("A\0\0")));
-    EXPECT_EQ(ReadOne("\"n\"=hex(1):3d,d8,00,de", V5), Value("n", REG_SZ, "\xF0\x9F\x98\x80"));
-    EXPECT_EQ(ReadOne("\"n\"=hex:e4,00", V5), Value("n", REG_BINARY, Bytes("\xE4\0")));
+    EXPECT_EQ(ReadOne("\"n\"=hex(2):e4,00,00,00", version5Heading), Value("n", REG_EXPAND_SZ, Bytes("\xC3\xA4\0")));
+    EXPECT_EQ(ReadOne("\"n\"=hex(7):41,00,00,00,00,00", version5Heading), Value("n", REG_MULTI_SZ, Bytes("A\0\0")));
+    EXPECT_EQ(ReadOne("\"n\"=hex(1):3d,d8,00,de", version5Heading), Value("n", REG_SZ, "\xF0\x9F\x98\x80"));
+    EXPECT_EQ(ReadOne("\"n\"=hex:e4,00", version5Heading), Value("n", REG_BINARY, Bytes("\xE4\0")));
 }
 
 TEST(ReadRegText, version_5_in_utf16_and_in_utf8_with_and_without_mark) {
-    const std::string text = std::string(V5) + "\r\n\r\n[HKLM\\Stra\xC3\x9F"
-                                               "e]\r\n\"n\"=\"\xE2\x82\xAC\"\r\n";
+    const std::string text = std::string(version5Heading) + "\r\n\r\n[HKLM\\Stra\xC3\x9F"
+                                                            "e]\r\n\"n\"=\"\xE2\x82\xAC\"\r\n";
     for (const std::string &bytes : {"\xFF\xFE" + Utf16(text), "\xEF\xBB\xBF" + text, text}) {
         const auto keys = Read(bytes);
         ASSERT_EQ(keys.size(), 1u);
@@ -195,8 +195,8 @@ TEST(ReadRegText, every_error_names_its_line_and_leaves_nothing) {
         {"REGEDIT4\n[HKLM\\k]\n\"n\"=hex:00 01\n", 3, "comma"},
         {"REGEDIT4\n[HKLM\\k]\n\"n\"=hex:00,\\ x\n", 3, "must end its line"},
         {"REGEDIT4\n[HKLM\\k]\n\"n\"=hex:00,\\\n0\n", 4, "pairs"},
-        {std::string(V5) + "\n[HKLM\\k]\n\"n\"=hex(7):41,00,00\n", 3, "UTF-16LE"},
-        {std::string(V5) + "\n[HKLM\\k]\n\"n\"=hex(2):00,d8,41,00\n", 3, "UTF-16LE"},
+        {std::string(version5Heading) + "\n[HKLM\\k]\n\"n\"=hex(7):41,00,00\n", 3, "UTF-16LE"},
+        {std::string(version5Heading) + "\n[HKLM\\k]\n\"n\"=hex(2):00,d8,41,00\n", 3, "UTF-16LE"},
         {"\xFF\xFE"
          "x",
          1, "proper UTF-16"},
@@ -260,7 +260,7 @@ TEST(ReadRegText, keys_and_values_know_their_lines) {
 }
 
 TEST(ReadRegText, utf16_of_both_byte_orders_with_and_without_mark) {
-    const std::string text = std::string(V5) + "\r\n[HKLM\\k]\r\n\"n\"=\"\xE2\x82\xAC\"\r\n";
+    const std::string text = std::string(version5Heading) + "\r\n[HKLM\\k]\r\n\"n\"=\"\xE2\x82\xAC\"\r\n";
     const std::string little = Utf16(text);
     std::string big = little;
     for (std::size_t i = 0; i < big.size(); i += 2) {
@@ -276,7 +276,7 @@ TEST(ReadRegText, utf16_of_both_byte_orders_with_and_without_mark) {
 // Some editors of old end a file with it.
 TEST(ReadRegText, a_mark_of_the_end_of_the_file_is_no_text) {
     EXPECT_EQ(Read("REGEDIT4\n[HKLM\\k]\n\x1A").size(), 1u);
-    EXPECT_EQ(Read("\xFF\xFE" + Utf16(std::string(V5) + "\n[HKLM\\k]\n\x1A")).size(), 1u);
+    EXPECT_EQ(Read("\xFF\xFE" + Utf16(std::string(version5Heading) + "\n[HKLM\\k]\n\x1A")).size(), 1u);
     std::vector<RegKey> keys;
     EXPECT_EQ(ReadRegText("REGEDIT4\n\x1A\n[HKLM\\k]\n", &keys).size(), 1u); // in the middle it is one
 }

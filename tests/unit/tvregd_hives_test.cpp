@@ -240,7 +240,7 @@ TEST_F(Hives, a_loaded_hive_is_a_key_that_lasts_and_goes_back_to_its_file_when_i
     while (EraseSome(registry)) {
     }
     EXPECT_EQ(RowsOnDisk("hives"), 0);
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT));
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount));
     EXPECT_THAT(Files(), ElementsAre("a.hive"));
 }
 
@@ -253,7 +253,7 @@ TEST_F(Hives, hives_are_loaded_right_below_two_roots_under_new_names_and_each_fi
         EXPECT_EQ(LoadHive(registry, other, "x", Path("a.hive")), BAD_ARGUMENT);
     }
     EXPECT_EQ(Load("", Path("a.hive")), BAD_ARGUMENT);
-    EXPECT_EQ(Load(std::string(MAX_KEY_NAME + 1, 'x'), Path("a.hive")), BAD_ARGUMENT);
+    EXPECT_EQ(Load(std::string(maxKeyNameBytes + 1, 'x'), Path("a.hive")), BAD_ARGUMENT);
     EXPECT_EQ(Load("x\\y", Path("a.hive")), BAD_PATH);
     EXPECT_EQ(Load("K", Path("a.hive")), EXISTS);
     EXPECT_EQ(Load("x", Path("none")), NO_FILE);
@@ -279,7 +279,7 @@ TEST_F(Hives, hives_are_loaded_right_below_two_roots_under_new_names_and_each_fi
 
 TEST_F(Hives, a_hive_that_would_hang_too_deep_is_not_loaded) {
     std::string deep = "d";
-    for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth) {
+    for (std::uint32_t depth = 1; depth < maxKeyDepth; ++depth) {
         deep += "\\d";
     }
     (void)Make(HKEY_CURRENT_CONFIG, deep);
@@ -492,9 +492,9 @@ TEST_F(Hives, content_that_no_registry_can_hold_is_refused) {
     EXPECT_EQ(codeOf([](Key &key) { key.name = ""; }), DAMAGED);
     EXPECT_EQ(codeOf([](Key &key) { key.name = "a\\b"; }), DAMAGED);
     EXPECT_EQ(codeOf([](Key &key) { key.name = std::string("a\0b", 3); }), DAMAGED);
-    EXPECT_EQ(codeOf([](Key &key) { key.name = std::string(MAX_KEY_NAME + 1, 'x'); }), DAMAGED);
-    EXPECT_EQ(codeOf([](Key &key) { (void)AddValue(key, {std::string(MAX_VALUE_NAME + 1, 'x'), 0, ""}); }), DAMAGED);
-    EXPECT_EQ(codeOf([](Key &key) { (void)AddValue(key, {"v", 0, std::string(MAX_VALUE_BYTES + 1, 'x')}); }), DAMAGED);
+    EXPECT_EQ(codeOf([](Key &key) { key.name = std::string(maxKeyNameBytes + 1, 'x'); }), DAMAGED);
+    EXPECT_EQ(codeOf([](Key &key) { (void)AddValue(key, {std::string(maxValueNameBytes + 1, 'x'), 0, ""}); }), DAMAGED);
+    EXPECT_EQ(codeOf([](Key &key) { (void)AddValue(key, {"v", 0, std::string(maxValueBytes + 1, 'x')}); }), DAMAGED);
     EXPECT_EQ(codeOf([](Key &key) {
                   (void)AddValue(key, {"Ärger", 0, ""});
                   (void)AddValue(key, {"ärger", 0, ""});

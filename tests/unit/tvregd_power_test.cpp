@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t SECTOR = 512;
+constexpr std::size_t sectorBytes = 512;
 
 // The files as a power failure at one moment would leave them, by their suffixes.
 using Image = std::map<std::string, std::string>;
@@ -31,9 +31,9 @@ std::string ContentOf(const std::string &path) {
 // Each sector as it was synced last or as it is now.
 std::string Torn(const std::string &durable, const std::string &now) {
     std::string torn = disk.random() % 2 == 0 ? now : durable;
-    for (std::size_t at = 0; at < torn.size(); at += SECTOR) {
+    for (std::size_t at = 0; at < torn.size(); at += sectorBytes) {
         const std::string &from = disk.random() % 2 == 0 ? now : durable;
-        if (at < from.size()) torn.replace(at, std::min(SECTOR, torn.size() - at), from, at, SECTOR);
+        if (at < from.size()) torn.replace(at, std::min(sectorBytes, torn.size() - at), from, at, sectorBytes);
     }
     return torn;
 }

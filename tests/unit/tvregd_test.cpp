@@ -129,18 +129,18 @@ TEST_F(Tvregd, malformed_paths_answer_161_and_one_backslash_at_the_end_is_allowe
 }
 
 TEST_F(Tvregd, too_long_names_and_too_deep_keys_answer_87_and_make_nothing) {
-    EXPECT_EQ(CodeOfMake(HKEY_LOCAL_MACHINE, std::string(MAX_KEY_NAME, 'n')), 0u);
-    EXPECT_EQ(CodeOfMake(HKEY_USERS, "a\\" + std::string(MAX_KEY_NAME + 1, 'n')),
+    EXPECT_EQ(CodeOfMake(HKEY_LOCAL_MACHINE, std::string(maxKeyNameBytes, 'n')), 0u);
+    EXPECT_EQ(CodeOfMake(HKEY_USERS, "a\\" + std::string(maxKeyNameBytes + 1, 'n')),
               static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     std::string deep = "d";
-    for (std::uint32_t depth = 1; depth < MAX_DEPTH; ++depth) {
+    for (std::uint32_t depth = 1; depth < maxKeyDepth; ++depth) {
         deep += "\\d";
     }
     EXPECT_EQ(CodeOfMake(HKEY_CURRENT_CONFIG, deep), 0u);
     EXPECT_EQ(CodeOfMake(HKEY_USERS, deep + "\\d"), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre());
-    EXPECT_EQ(Set(HKEY_USERS, std::string(MAX_VALUE_NAME, 'v'), ""), 0u);
-    EXPECT_EQ(Set(HKEY_USERS, std::string(MAX_VALUE_NAME + 1, 'v'), ""),
+    EXPECT_EQ(Set(HKEY_USERS, std::string(maxValueNameBytes, 'v'), ""), 0u);
+    EXPECT_EQ(Set(HKEY_USERS, std::string(maxValueNameBytes + 1, 'v'), ""),
               static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     Restart();
     EXPECT_EQ(CodeOfOpen(HKEY_CURRENT_CONFIG, deep), 0u);
@@ -184,7 +184,7 @@ TEST_F(Tvregd, deleting_a_key_deletes_what_is_below_it) {
     EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "top"), 0u);
     EXPECT_EQ(CodeOfOpen(HKEY_USERS, "top"), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM key_values").getInt(), 0);
-    EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM keys").getInt(), static_cast<int>(ROOT_COUNT));
+    EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM keys").getInt(), static_cast<int>(rootCount));
 }
 
 TEST_F(Tvregd, handle_of_a_deleted_key_answers_1018_and_still_closes) {
@@ -228,7 +228,7 @@ TEST_F(Tvregd, a_key_with_much_below_it_is_gone_at_once_and_its_rows_go_in_piece
         rows = left;
     }
     EXPECT_GE(pieces, 4);
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 2);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount) + 2);
     EXPECT_EQ(RowsOnDisk("key_values"), 0);
     EXPECT_EQ(RowsOnDisk("deleted_keys"), 0);
     EXPECT_EQ(CodeOfOpen(below, ""), static_cast<std::uint32_t>(ERROR_KEY_DELETED));
@@ -252,7 +252,7 @@ TEST_F(Tvregd, a_daemon_that_ends_in_the_middle_of_erasing_goes_on_with_it_at_th
     Restart();
     while (EraseSome(registry)) {
     }
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 1);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount) + 1);
     EXPECT_EQ(RowsOnDisk("key_values"), 0);
     EXPECT_EQ(RowsOnDisk("deleted_keys"), 0);
 }
@@ -270,7 +270,7 @@ TEST_F(Tvregd, a_daemon_that_ends_between_deleting_a_key_and_erasing_one_deleted
     EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("other"));
     while (EraseSome(registry)) {
     }
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 1);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount) + 1);
     EXPECT_EQ(RowsOnDisk("deleted_keys"), 0);
 }
 
@@ -301,7 +301,7 @@ TEST_F(Tvregd, erasing_that_fails_is_tried_again_later) {
     registry.eraseFailed -= 10'000'000;
     while (EraseSome(registry)) {
     }
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT));
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount));
     EXPECT_FALSE(IsAnythingBuried(registry));
 }
 
@@ -381,7 +381,7 @@ TEST_F(Tvregd, what_lay_below_a_root_that_shows_other_keys_is_moved_to_them_and_
         Restart();
     }
     EXPECT_EQ(store->database.execAndGet("SELECT count(*) FROM keys WHERE parent IN (1, 2)").getInt(), 0);
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 9);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount) + 9);
 }
 
 TEST_F(Tvregd, handles_hold_over_a_restart_and_leave_the_clients_bits_clear) {
@@ -400,7 +400,7 @@ TEST_F(Tvregd, the_highest_numbers_use_the_bits_beside_the_clients) {
     registry.tree.lastNumber = 0xFFFFF;
     const std::uint32_t first = Make(HKEY_USERS, "first");
     EXPECT_EQ(first, 0x10000000u);
-    registry.tree.lastNumber = MAX_KEY_NUMBER - 1;
+    registry.tree.lastNumber = maxKeyNumber - 1;
     const std::uint32_t last = Make(HKEY_USERS, "last");
     EXPECT_EQ(last, 0x700FFFFFu);
     EXPECT_EQ(Open(first, ""), first);
@@ -409,10 +409,10 @@ TEST_F(Tvregd, the_highest_numbers_use_the_bits_beside_the_clients) {
 
 TEST_F(Tvregd, numbers_begin_again_when_all_were_used_and_pass_over_living_keys) {
     const std::uint32_t old = Make(HKEY_USERS, "old");
-    registry.tree.lastNumber = MAX_KEY_NUMBER;
+    registry.tree.lastNumber = maxKeyNumber;
     const std::uint32_t next = Make(HKEY_USERS, "next");
-    EXPECT_EQ(old, ROOT_COUNT + 1);
-    EXPECT_EQ(next, ROOT_COUNT + 2);
+    EXPECT_EQ(old, rootCount + 1);
+    EXPECT_EQ(next, rootCount + 2);
     (void)Make(HKEY_USERS, "third");
     Restart();
     EXPECT_THAT(SubKeys(HKEY_USERS), ElementsAre("old", "next", "third"));
@@ -545,7 +545,7 @@ TEST_F(Tvregd, volatile_keys_are_gone_after_a_restart_and_have_no_lasting_childr
     while (EraseSome(registry)) {
     }
     EXPECT_EQ(RowsOnDisk("key_values"), 0);
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT));
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount));
 }
 
 TEST_F(Tvregd, write_that_the_database_refuses_answers_1016_and_changes_nothing) {
@@ -611,10 +611,10 @@ TEST_F(Tvregd, writes_of_a_group_are_seen_at_once_and_are_in_the_database_when_i
     const std::uint32_t handle = Make(HKEY_USERS, "k");
     EXPECT_EQ(Set(handle, "v", "1"), 0u);
     EXPECT_EQ(Get(handle, "v")->data, "1");
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT));
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount));
     EXPECT_EQ(CommitGroup(registry), 0u);
     EXPECT_EQ(registry.ended, 0u);
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 1);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount) + 1);
     EXPECT_EQ(RowsOnDisk("key_values"), 1);
     EXPECT_EQ(CommitGroup(registry), 0u) << "nothing is left";
 }
@@ -667,7 +667,7 @@ TEST_F(Tvregd, a_group_that_fails_leaves_the_tree_as_the_database_has_it) {
     (void)Make(HKEY_USERS, "a\\b");
     EXPECT_EQ(DeleteKey(registry, d, ""), 0u);
     EXPECT_EQ(DeleteKey(registry, HKEY_USERS, "a"), 0u);
-    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(ROOT_COUNT) + 5);
+    EXPECT_EQ(RowsOnDisk("keys"), static_cast<int>(rootCount) + 5);
     store->database.exec("PRAGMA query_only = ON");
     EXPECT_EQ(Set(HKEY_USERS, "refused", "x"), static_cast<std::uint32_t>(ERROR_REGISTRY_IO_FAILED));
     store->database.exec("PRAGMA query_only = OFF");
@@ -746,7 +746,7 @@ TEST_F(Tvregd, flush_waits_for_the_commit_and_no_reader_of_the_database_delays_i
 }
 
 TEST_F(Tvregd, every_commit_is_synced_and_a_lazy_one_by_the_flush_only) {
-    for (const Durability durability : {Durability::FULL, Durability::NORMAL}) {
+    for (const Durability durability : {Durability::full, Durability::normal}) {
         OpenAs(durability);
         SQLite::Database reader(file, SQLite::OPEN_READONLY);
         reader.exec("BEGIN");
@@ -756,14 +756,14 @@ TEST_F(Tvregd, every_commit_is_synced_and_a_lazy_one_by_the_flush_only) {
         syncs = 0;
         EXPECT_EQ(Set(HKEY_USERS, "v", "1"), 0u);
         EXPECT_EQ(CommitGroup(registry), 0u);
-        EXPECT_EQ(syncs, durability == Durability::FULL ? 1 : 0);
+        EXPECT_EQ(syncs, durability == Durability::full ? 1 : 0);
         EXPECT_EQ(Set(HKEY_USERS, "v", "2"), 0u);
         EXPECT_EQ(FlushKey(registry, HKEY_USERS), 0u);
-        if (durability == Durability::NORMAL) {
+        if (durability == Durability::normal) {
             EXPECT_EQ(registry.ended, 0u) << "the group is committed with it";
         }
         EXPECT_EQ(CommitGroup(registry), 0u);
-        EXPECT_EQ(syncs, durability == Durability::FULL ? 2 : 1);
+        EXPECT_EQ(syncs, durability == Durability::full ? 2 : 1);
     }
 }
 

@@ -44,7 +44,7 @@ bool IsServed(const raw::Socket &connection) {
     return raw::WordOf(raw::ReadMessage(connection), 0) == 7;
 }
 
-constexpr std::uint32_t NOT_THERE = 0x000FFFFF; // a handle that is never given out here
+constexpr std::uint32_t notThere = 0x000FFFFF; // a handle that is never given out here
 
 template <typename Record>
 Record For(std::uint32_t key) {
@@ -190,7 +190,7 @@ TEST_F(RegistryOverTcp, create_key_makes_and_opens_and_honours_the_null_flag) {
 }
 
 TEST_F(RegistryOverTcp, create_key_ex_answers_the_codes_of_its_failures) {
-    EXPECT_EQ(Create(NOT_THERE, "x")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Create(notThere, "x")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
     EXPECT_EQ(Create(top, "\\x")->body.status, static_cast<std::uint32_t>(ERROR_BAD_PATHNAME));
     EXPECT_EQ(Create(top, "x", nullptr, 4)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(Create(top, std::string(1024, 'x').c_str())->body.status,
@@ -213,7 +213,7 @@ TEST_F(RegistryOverTcp, open_key_ex_answers_2_6_161_and_the_key_itself_for_the_n
     EXPECT_EQ(Open(top, nullptr)->body.key, top);
     EXPECT_EQ(Open(top, "nothing")->body.status, static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(Open(top, "\\")->body.status, static_cast<std::uint32_t>(ERROR_BAD_PATHNAME));
-    EXPECT_EQ(Open(NOT_THERE, "x")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Open(notThere, "x")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
     for (std::uint32_t root = HKEY_CLASSES_ROOT; root <= HKEY_DYN_DATA; ++root) {
         EXPECT_EQ(Open(root, nullptr)->body.key, root);
     }
@@ -223,9 +223,9 @@ TEST_F(RegistryOverTcp, close_key_answers_0_as_often_as_it_is_asked_and_6_for_no
     EXPECT_EQ(Status(For<regd_REG_CLOSE_KEY>(top)), 0u);
     EXPECT_EQ(Status(For<regd_REG_CLOSE_KEY>(top)), 0u);
     EXPECT_EQ(Status(For<regd_REG_CLOSE_KEY>(HKEY_USERS)), 0u);
-    EXPECT_EQ(Status(For<regd_REG_CLOSE_KEY>(NOT_THERE)), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Status(For<regd_REG_CLOSE_KEY>(notThere)), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
     EXPECT_EQ(Status(For<regd_REG_FLUSH_KEY>(top)), 0u);
-    EXPECT_EQ(Status(For<regd_REG_FLUSH_KEY>(NOT_THERE)), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Status(For<regd_REG_FLUSH_KEY>(notThere)), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
 }
 
 TEST_F(RegistryOverTcp, delete_key_takes_what_is_below_and_answers_2_for_nothing_5_for_a_root) {
@@ -251,7 +251,7 @@ TEST_F(RegistryOverTcp, keys_are_listed_in_the_order_of_creation_and_move_down_a
     EXPECT_STREQ(EnumKey(top, 1)->body.name, "m");
     EXPECT_EQ(EnumKey(top, 2)->body.status, static_cast<std::uint32_t>(ERROR_NO_MORE_ITEMS));
     EXPECT_EQ(EnumKey(top, 0xFFFFFFFF)->body.status, static_cast<std::uint32_t>(ERROR_NO_MORE_ITEMS));
-    EXPECT_EQ(EnumKey(NOT_THERE, 0)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(EnumKey(notThere, 0)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
 }
 
 TEST_F(RegistryOverTcp, enum_key_ex_fits_names_and_classes_with_their_terminators) {
@@ -312,7 +312,7 @@ TEST_F(RegistryOverTcp, query_info_key_counts_and_measures) {
     auto plain = Info(top);
     EXPECT_EQ(plain->body.classIsNull, 1u);
     EXPECT_EQ(plain->body.classLength, 0u);
-    EXPECT_EQ(Info(NOT_THERE)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Info(notThere)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
 }
 
 // --- values --------------------------------------------------------------------------------------------------------
@@ -351,7 +351,7 @@ TEST_F(RegistryOverTcp, query_value_ex_without_a_buffer_tells_the_size) {
 TEST_F(RegistryOverTcp, query_value_ex_answers_2_and_6_and_the_unnamed_value_for_the_null_flag) {
     EXPECT_EQ(Query(top, "none")->body.status, static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(Query(top, nullptr)->body.status, static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(Query(NOT_THERE, "v")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Query(notThere, "v")->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
     EXPECT_EQ(Set(top, nullptr, "unnamed"), 0u);
     EXPECT_EQ(StringOf(Query(top, nullptr)->body.data), "unnamed");
     EXPECT_EQ(StringOf(Query(top, "")->body.data), "unnamed");
@@ -388,7 +388,7 @@ TEST_F(RegistryOverTcp, set_value_ex_replaces_type_and_data_in_place) {
     EXPECT_STREQ(first->body.name, "Name");
     EXPECT_EQ(first->body.type, REG_BINARY);
     EXPECT_EQ(StringOf(first->body.data), "second");
-    EXPECT_EQ(Set(NOT_THERE, "v", ""), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Set(notThere, "v", ""), static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
 }
 
 TEST_F(RegistryOverTcp, set_value_and_query_value_keep_a_string_in_a_subkey) {
@@ -454,7 +454,7 @@ TEST_F(RegistryOverTcp, enum_value_fits_names_with_their_terminators_and_cuts_da
     EXPECT_EQ(noData->body.dataBytes, 8u);
     EXPECT_EQ(noData->body.data.count, 0u);
     EXPECT_EQ(EnumValue(top, 1)->body.status, static_cast<std::uint32_t>(ERROR_NO_MORE_ITEMS));
-    EXPECT_EQ(EnumValue(NOT_THERE, 0)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(EnumValue(notThere, 0)->body.status, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
 }
 
 TEST_F(RegistryOverTcp, delete_value_by_name_and_by_the_null_flag) {
@@ -571,7 +571,7 @@ TEST_F(RegistryOverTcp, notification_answers_120) {
 TEST_F(RegistryOverTcp, bad_and_deleted_handles_answer_6_and_1018_before_anything_else_is_looked_at) {
     const std::uint32_t gone = Make(top, "gone");
     EXPECT_EQ(Delete(top, "gone"), 0u);
-    for (const auto &[key, code] : {std::pair{NOT_THERE, ERROR_INVALID_HANDLE}, std::pair{gone, ERROR_KEY_DELETED}}) {
+    for (const auto &[key, code] : {std::pair{notThere, ERROR_INVALID_HANDLE}, std::pair{gone, ERROR_KEY_DELETED}}) {
         const auto status = static_cast<std::uint32_t>(code);
         EXPECT_EQ(Status(For<regd_REG_LOAD_KEY>(key)), status);
         EXPECT_EQ(Status(For<regd_REG_UNLOAD_KEY>(key)), status);
