@@ -2,21 +2,17 @@
 // differences: both sides by their folded paths.
 #include "tvreg/differences.h"
 
+#include "util/names.h"
+
 #include <algorithm>
 #include <map>
 #include <unordered_map>
 
 namespace {
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-std::string Folded(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), Lower);
-    return text;
-}
-
-bool IsBelowOrSame(const std::string &path, const std::string &top) {
-    return path == top || (path.size() > top.size() && path.starts_with(top) && path[top.size()] == '\\') ||
+// Both folded.
+bool IsBelowOrSame(const std::u32string &path, const std::u32string &top) {
+    return path == top || (path.size() > top.size() && path.starts_with(top) && path[top.size()] == U'\\') ||
            top.empty();
 }
 
@@ -26,13 +22,13 @@ std::string BelowTop(const KeyTree &tree, const RegKey &key) {
     return key.key.path.substr(std::min(cut, key.key.path.size()));
 }
 
-using ByName = std::unordered_map<std::string, const RegValue *>;
+using ByName = std::unordered_map<std::u32string, const RegValue *>;
 
 ByName IndexOfValues(const RegKey *key) {
     ByName index;
     if (key == nullptr) return index;
     for (const RegValue &value : key->values) {
-        index.emplace(Folded(value.name), &value);
+        index.emplace(FoldedName(value.name), &value);
     }
     return index;
 }
@@ -53,29 +49,30 @@ void CompareKeys(Comparison &comparison, const std::string &path, const RegKey *
     const ByName beforeIndex = IndexOfValues(before), afterIndex = IndexOfValues(after);
     for (const RegValue &value : before != nullptr ? before->values : std::vector<RegValue>()) {
         Difference difference = {.path = path, .before = value, .after = {}};
-        if (const auto other = afterIndex.find(Folded(value.name)); other != afterIndex.end()) {
+        if (const auto other = afterIndex.find(FoldedName(value.name)); other != afterIndex.end()) {
             difference.after = *other->second;
             difference.after->name = value.name; // the case of letters is no difference
         }
         Note(comparison, std::move(difference));
     }
     for (const RegValue &value : after != nullptr ? after->values : std::vector<RegValue>()) {
-        if (!beforeIndex.contains(Folded(value.name))) Note(comparison, {.path = path, .before = {}, .after = value});
+        if (!beforeIndex.contains(FoldedName(value.name)))
+            Note(comparison, {.path = path, .before = {}, .after = value});
     }
 }
 
-using ByPath = std::map<std::string, const RegKey *>;
+using ByPath = std::map<std::u32string, const RegKey *>;
 
 ByPath Index(const KeyTree &tree) {
     ByPath index;
     for (const RegKey &key : tree.keys) {
-        index.emplace(Folded(BelowTop(tree, key)), &key);
+        index.emplace(FoldedName(BelowTop(tree, key)), &key);
     }
     return index;
 }
 
 const RegKey *At(const ByPath &index, const std::string &path) {
-    const auto found = index.find(Folded(path));
+    const auto found = index.find(FoldedName(path));
     return found != index.end() ? found->second : nullptr;
 }
 
@@ -85,10 +82,10 @@ KeyPath KeyAt(const KeyPath &top, const std::string &path) { return path.empty()
 
 std::vector<RegKey> StateOf(const std::vector<RegKey> &keys) {
     std::vector<RegKey> state;
-    std::map<std::string, std::size_t> places; // in state, of keys by their folded paths
-    std::map<std::pair<std::size_t, std::string>, std::size_t> valuePlaces;
+    std::map<std::u32string, std::size_t> places; // in state, of keys by their folded paths
+    std::map<std::pair<std::size_t, std::u32string>, std::size_t> valuePlaces;
     for (const RegKey &key : keys) {
-        const std::string path = Folded(KeyPathText(key.key));
+        const std::u32string path = FoldedName(KeyPathText(key.key));
         if (key.isDeleted) {
             for (auto place = places.begin(); place != places.end();) {
                 const bool goes = IsBelowOrSame(place->first, path);
@@ -102,7 +99,7 @@ std::vector<RegKey> StateOf(const std::vector<RegKey> &keys) {
         std::vector<RegValue> &values = state[place->second].values;
         for (const RegValue &value : key.values) {
             const auto [at, isNewValue] =
-                valuePlaces.emplace(std::pair(place->second, Folded(value.name)), values.size());
+                valuePlaces.emplace(std::pair(place->second, FoldedName(value.name)), values.size());
             if (isNewValue) {
                 values.push_back(value);
             } else {
@@ -135,9 +132,9 @@ std::vector<RegKey> ChangesOf(const std::vector<Difference> &differences, const 
     std::vector<RegKey> deleted, changed;
     for (const Difference &difference : differences) {
         const KeyPath key = KeyAt(top, difference.path);
-        const std::string path = Folded(key.path);
+        const std::u32string path = FoldedName(key.path);
         const bool isGone = std::any_of(deleted.begin(), deleted.end(), [&](const RegKey &other) {
-            return IsBelowOrSame(path, Folded(other.key.path));
+            return IsBelowOrSame(path, FoldedName(other.key.path));
         });
         if (isGone) continue; // with the key above it
         if (IsOfKey(difference) && !difference.isAfter) {

@@ -5,11 +5,10 @@
 #include "tvreg/registry_reading.h"
 #include "tvreg/value_text.h"
 #include "util/json_text.h"
-#include "util/ktl_strings.h"
+#include "util/names.h"
 #include "util/printable.h"
 
 #include <fmt/format.h>
-#include <fnmatch.h>
 
 #include <algorithm>
 
@@ -18,25 +17,44 @@ namespace {
 // --- what matches --------------------------------------------------------------------------------------------------
 
 struct Search {
-    std::optional<std::string> pattern; // of fnmatch; none: everything matches
-    int flags = FNM_NOESCAPE;
+    std::optional<std::u32string> pattern; // none: everything matches
+    bool isCaseSensitive = false;
     bool inKeys = true, inNames = true, inData = true;
     std::vector<std::uint32_t> types = {}; // none: all
 };
 
-// A pattern of fnmatch in which only * and ? mean something.
-std::string GlobOf(const std::string &pattern, bool isWhole) {
-    std::string glob;
-    for (const char c : pattern) {
-        glob += c == '[' ? std::string("[[]") : std::string(1, c);
+// Matches all of a text: * stands for any characters, ? for one.
+bool MatchesGlob(std::u32string_view glob, std::u32string_view text) {
+    std::size_t inGlob = 0, inText = 0;
+    std::size_t behindStar = std::u32string_view::npos, starEnd = 0; // the last * met, and how far it has gone
+    while (inText < text.size()) {
+        if (inGlob < glob.size() && glob[inGlob] == U'*') {
+            behindStar = ++inGlob;
+            starEnd = inText;
+        } else if (inGlob < glob.size() && (glob[inGlob] == U'?' || glob[inGlob] == text[inText])) {
+            ++inGlob;
+            ++inText;
+        } else if (behindStar != std::u32string_view::npos) {
+            inGlob = behindStar;
+            inText = ++starEnd;
+        } else {
+            return false;
+        }
     }
-    return isWhole ? glob : "*" + glob + "*";
+    return glob.find_first_not_of(U'*', inGlob) == std::u32string_view::npos;
+}
+
+std::u32string Characters(const Search &search, const std::string &text) {
+    return search.isCaseSensitive ? CharactersOf(text) : FoldedName(text);
 }
 
 Search SearchOf(const Options &options) {
     Search search;
-    if (options.pattern) search.pattern = GlobOf(*options.pattern, options.isWhole);
-    if (!options.isCaseSensitive) search.flags |= FNM_CASEFOLD;
+    search.isCaseSensitive = options.isCaseSensitive;
+    if (options.pattern) {
+        const std::u32string pattern = Characters(search, *options.pattern);
+        search.pattern = options.isWhole ? pattern : U"*" + pattern + U"*";
+    }
     if (options.inKeys || options.inNames || options.inData) {
         search.inKeys = options.inKeys;
         search.inNames = options.inNames;
@@ -51,7 +69,7 @@ Search SearchOf(const Options &options) {
 }
 
 bool Matches(const Search &search, const std::string &text) {
-    return fnmatch(search.pattern->c_str(), text.c_str(), search.flags) == 0;
+    return MatchesGlob(*search.pattern, Characters(search, text));
 }
 
 bool MatchesName(const Search &search, const std::string &name) {
@@ -59,7 +77,7 @@ bool MatchesName(const Search &search, const std::string &name) {
 }
 
 bool MatchesValue(const Options &options, const Search &search, const RegValue &value) {
-    if (WantsOneValue(options) && _ktl_strcasecmp(value.name.c_str(), options.valueName.c_str()) != 0) return false;
+    if (WantsOneValue(options) && !AreNamesEqual(value.name, options.valueName)) return false;
     const bool isOfType = std::find(search.types.begin(), search.types.end(), value.type) != search.types.end();
     if (!search.types.empty() && !isOfType) return false;
     if (!search.pattern) return true;

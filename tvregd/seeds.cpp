@@ -4,7 +4,7 @@
 
 #include "servd/service_keys.h"
 #include "tv/winsvc.h"
-#include "tvregd/names.h"
+#include "util/names.h"
 #include "util/little_endian.h"
 
 namespace {

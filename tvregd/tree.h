@@ -15,7 +15,7 @@
 
 #include "registry/limits.h"
 #include "tv/winreg.h"
-#include "tvregd/names.h"
+#include "util/names.h"
 
 #include <cstdint>
 #include <memory>

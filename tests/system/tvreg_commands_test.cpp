@@ -78,6 +78,19 @@ TEST_F(TvregCommands, a_search_without_a_match_ends_with_5) {
     EXPECT_EQ(Run({"find", "[", key}).status, 5); // no pattern of a shell
 }
 
+TEST_F(TvregCommands, a_search_ignores_case_as_names_do) {
+    WriteKey(name + "\\Ärger", {{"Größe", REG_SZ, Sz("Ωmega")}});
+    const std::string found = longKey + "\\Ärger\n    Größe    REG_SZ    Ωmega\n\nEnd of search: 1 match found.\n";
+    EXPECT_EQ(Shell("LC_ALL=C.UTF-8 \"$TVREG\" find GRÖßE \"$KEY\"").output, found);
+    EXPECT_EQ(Shell("LC_ALL=C.UTF-8 \"$TVREG\" find ωM?GA --in-data -e \"$KEY\"").output, found);
+    EXPECT_EQ(Shell("LC_ALL=C.UTF-8 \"$TVREG\" find '?mega' --in-data -e \"$KEY\"").output, found); // a character
+    EXPECT_EQ(Run({"find", "ärger", key}).status, 0);
+    EXPECT_EQ(Run({"find", "ärger", key, "-c"}).status, 5);
+    EXPECT_EQ(Run({"query", key, "-s", "-v", "gRÖßE"}).status, 0);
+    EXPECT_EQ(Run({"find", "a*a*b", key}).status, 5);
+    EXPECT_EQ(Run({"find", "g*ß*e*", key, "-e"}).status, 0);
+}
+
 TEST_F(TvregCommands, query_shows_types_by_number_and_multis_as_told) {
     WriteKey(name, {{"m", REG_MULTI_SZ, MultiSz({"x", "y"})}, {"q", REG_QWORD, std::string("\1\0\0\0\1\0\0\0", 8)}});
     EXPECT_EQ(Do({"query", key, "/z", "/se", ";"}),
@@ -216,19 +229,21 @@ TEST_F(TvregCommands, watch_shows_changes_as_they_come) {
     WriteKey(name, {{"v", REG_SZ, Sz("1")}, {"goes", REG_SZ, Sz("x")}});
     const std::string out = folder + "/watched";
     const pid_t watching = StartProgram(
-        {.command = {ProgramPath("tvreg"), "watch", key, "--interval", "0.05", "--json", "--timeout", "15"},
+        {.command = {ProgramPath("tvreg"), "watch", key, "--interval", "0.05", "--json", "--timeout", "60"},
          .outputFile = out});
-    SleepMs(500);
-    WriteKey(name, {{"v", REG_SZ, Sz("2")}});
-    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out).find("\"changed\"") != std::string::npos; }));
+    EXPECT_TRUE(WaitUntil([&] { // there is no telling when it has read the key for the first time
+        const std::string data = ReadValue(name, "v")->data;
+        WriteKey(name, {{"v", REG_SZ, Sz(data == Sz("1") ? "2" : "1")}});
+        return ReadWhatIsThere(out).find("\"changed\"") != std::string::npos;
+    }));
     DeleteValue(name, "goes");
     WriteKey(name + "\\new", {});
     EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out).find("\"added\"") != std::string::npos; }));
     EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(out).find("\"removed\"") != std::string::npos; }));
     const Json event = Json::parse(ReadFile(out).substr(0, ReadFile(out).find('\n')));
     EXPECT_EQ(event["schema"], "tvreg.event/1");
-    EXPECT_EQ(event["before"]["data"], "1");
-    EXPECT_EQ(event["after"]["data"], "2");
+    EXPECT_EQ(event["before"]["name"], "v");
+    EXPECT_NE(event["before"]["data"], event["after"]["data"]);
     kill(watching, SIGTERM);
     (void)WaitForEnd(watching);
 }

@@ -48,6 +48,13 @@ TEST(CompareTrees, keys_and_values_of_either_side_and_of_both) {
     EXPECT_EQ(CompareTrees(before, before, true).size(), 8u); // three keys and five values
 }
 
+TEST(CompareTrees, names_are_the_same_where_the_registry_takes_them_for_the_same) {
+    const KeyTree before = Tree("[HKLM\\k\\\xC3\x84rger]\n\"\xCE\xA3\"=\"x\"\n");                 // Ä, Σ
+    const KeyTree after = Tree("[HKLM\\k\\\xC3\xA4rger]\n\"\xCF\x83\"=\"x\"\n[HKLM\\k\\\xE4]\n"); // ä, σ
+    EXPECT_EQ(Kinds(CompareTrees(before, after)), "\xE4+k ");
+    EXPECT_EQ(StateOf(Keys("[HKLM\\\xC3\x84\\x]\n[-HKLM\\\xC3\xA4]\n")).size(), 0u);
+}
+
 TEST(CompareTrees, tops_may_lie_anywhere) {
     const KeyTree here = Tree("[HKLM\\k]\n[HKLM\\k\\a]\n\"v\"=\"x\"\n");
     const KeyTree there = {{HKEY_USERS, "some\\where"},
