@@ -103,7 +103,12 @@ int Copy(const Options &options) {
         values += key.values.size();
     }
     if (!options.force && KeyExists(to)) {
-        const std::vector<RegKey> present = ReadKeys(to);
+        std::vector<RegKey> present;
+        if (options.recursive) {
+            present = ReadKeys(to);
+        } else {
+            present.push_back({to, false, ReadKey(to).values, 0}); // what hangs below is nobody's concern
+        }
         for (const Difference &difference : CompareTrees({to, present}, {to, copy})) {
             if (!difference.before || !difference.after) continue;
             throw Failure(EXIT_FAILED, fmt::format("{}, value \"{}\": is there with other data; -f replaces it",

@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <sys/resource.h>
+
 #include <csignal>
 #include <filesystem>
 
@@ -115,6 +117,29 @@ TEST_F(TvregCommands, copy_takes_values_or_all_below_and_replaces_only_when_told
     EXPECT_EQ(ReadValue(name + "\\to\\below", "x")->data, Sz("y"));
     EXPECT_NE(ReadValue(name + "\\to\\below", "stays"), std::nullopt);
     EXPECT_EQ(Run({"copy", key + "\\none", key + "\\to"}).status, 5);
+}
+
+// It read all below the target, as for /s, where there may be a million keys.
+TEST_F(TvregCommands, copy_of_values_alone_does_not_look_below_the_target) {
+    WriteKey(name + "\\from", {{"v", REG_SZ, Sz("x")}});
+    std::string text = "REGEDIT4\n";
+    for (int i = 0; i < 5000; ++i) {
+        text += "[" + longKey + "\\to\\" + std::to_string(i) + "]\n";
+    }
+    (void)Do({"import", File(text)});
+    const auto cpuOfCopy = [&](const std::vector<std::string> &arguments) {
+        const auto cpuMs = [] {
+            rusage used = {};
+            (void)getrusage(RUSAGE_CHILDREN, &used);
+            return used.ru_utime.tv_sec * 1000 + used.ru_utime.tv_usec / 1000 + used.ru_stime.tv_sec * 1000 +
+                   used.ru_stime.tv_usec / 1000;
+        };
+        const auto before = cpuMs();
+        (void)Do(arguments);
+        return cpuMs() - before;
+    };
+    const auto all = cpuOfCopy({"copy", key + "\\from", key + "\\to", "/s"});
+    EXPECT_LT(cpuOfCopy({"copy", key + "\\from", key + "\\to"}), all / 2);
 }
 
 TEST_F(TvregCommands, compare_ends_with_2_for_a_difference_and_shows_what_it_is_told) {
