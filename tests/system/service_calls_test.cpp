@@ -790,7 +790,7 @@ using WideCalls = ServiceCalls<Utf16>;
 
 TEST_F(WideCalls, text_that_is_no_utf16_is_refused_wherever_it_is_given) {
     Create();
-    WCHAR bad[] = {u'a', 0xD800, u'b', 0};
+    WCHAR bad[] = {u'a', 0xD800, u'b', 0, 0}; // a list of one text, too
     const auto expect1113 = [&](bool done) {
         EXPECT_FALSE(done);
         EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_UNICODE_TRANSLATION});
