@@ -11,17 +11,10 @@ const Values valuesBefore = LoadableValues("Alerter", {{"ImagePath", AsText("/bi
                                                        {"DependOnGroup", AsMulti({"nobody"})},
                                                        {"DependOnService", AsText("daemon")}});
 
-// What the change at hand answered and left.
-struct Outcome {
-    std::int32_t status;
-    std::int32_t tag;
-    std::size_t keysKept; // open
-} outcome;
+Outcome outcome; // of the change at hand
 
 void RunChange(const Change &change) {
-    const std::size_t openBefore = KeysOpen();
-    const auto reply = ChangeConfig(change);
-    outcome = {reply->status, reply->tag, KeysOpen() - openBefore};
+    outcome = OutcomeOf([&] { return ChangeConfig(change); });
 }
 
 } // namespace

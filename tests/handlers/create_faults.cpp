@@ -6,18 +6,10 @@ namespace faults {
 
 namespace {
 
-// What the create at hand answered and left.
-struct Outcome {
-    std::int32_t status;
-    std::int32_t handle;
-    std::uint32_t tag;
-    std::size_t keysKept; // open
-} outcome;
+Outcome outcome; // of the create at hand
 
 void RunCreate(const NewService &service) {
-    const std::size_t openBefore = KeysOpen();
-    const auto reply = Create(service);
-    outcome = {reply->status, reply->handle, reply->tag, KeysOpen() - openBefore};
+    outcome = OutcomeOf([&] { return Create(service); });
 }
 
 // The record is free, nobody has it open, and no group remembers it: the next service to take it shows that.

@@ -41,6 +41,23 @@ inline const std::string tagOrder = tagOrderKeyPath;
 
 constexpr std::int32_t earlierTag = 77; // that of the last create and of the last change before an operation
 
+// What a create or a change has answered and left.
+struct Outcome {
+    std::int32_t status = 0;
+    std::int32_t handle = 0;  // a create's
+    std::int64_t tag = 0;     // which one of them answers as a number with a sign
+    std::size_t keysKept = 0; // open
+};
+
+template <typename Ask>
+Outcome OutcomeOf(Ask ask) {
+    const std::size_t openBefore = KeysOpen();
+    const auto reply = ask();
+    Outcome outcome = {.status = reply->status, .tag = reply->tag, .keysKept = KeysOpen() - openBefore};
+    if constexpr (requires { reply->handle; }) outcome.handle = reply->handle;
+    return outcome;
+}
+
 // The value that a call names, its last word.
 inline std::string ValueNamedBy(const std::string &call) { return call.substr(call.rfind(' ') + 1); }
 

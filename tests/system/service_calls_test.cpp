@@ -25,65 +25,39 @@ namespace {
 
 constexpr std::byte untouched{0x55};
 
-// The functions and records for bytes.
-struct Bytes {
-    using Char = char;
-    using Status = ENUM_SERVICE_STATUSA;
-    using ProcessStatus = ENUM_SERVICE_STATUS_PROCESSA;
-    using Config = QUERY_SERVICE_CONFIGA;
-    using Description = SERVICE_DESCRIPTIONA;
-    using Actions = SERVICE_FAILURE_ACTIONSA;
-    using Privileges = SERVICE_REQUIRED_PRIVILEGES_INFOA;
-    using Reason = SERVICE_CONTROL_STATUS_REASON_PARAMSA;
-    using Lock = QUERY_SERVICE_LOCK_STATUSA;
-    static constexpr auto OpenManager = OpenSCManagerA;
-    static constexpr auto Open = OpenServiceA;
-    static constexpr auto Create = CreateServiceA;
-    static constexpr auto Start = StartServiceA;
-    static constexpr auto Enumerate = EnumServicesStatusA;
-    static constexpr auto EnumerateEx = EnumServicesStatusExA;
-    static constexpr auto Dependents = EnumDependentServicesA;
-    static constexpr auto QueryConfig = QueryServiceConfigA;
-    static constexpr auto ChangeConfig = ChangeServiceConfigA;
-    static constexpr auto QueryConfig2 = QueryServiceConfig2A;
-    static constexpr auto ChangeConfig2 = ChangeServiceConfig2A;
-    static constexpr auto ControlEx = ControlServiceExA;
-    using Notify = SERVICE_NOTIFY_2A;
-    static constexpr auto NotifyChange = NotifyServiceStatusChangeA;
-    static constexpr auto QueryLock = QueryServiceLockStatusA;
-    static constexpr auto DisplayName = GetServiceDisplayNameA;
-    static constexpr auto KeyName = GetServiceKeyNameA;
-};
-
-// Those for UTF-16.
-struct Utf16 {
-    using Char = WCHAR;
-    using Status = ENUM_SERVICE_STATUSW;
-    using ProcessStatus = ENUM_SERVICE_STATUS_PROCESSW;
-    using Config = QUERY_SERVICE_CONFIGW;
-    using Description = SERVICE_DESCRIPTIONW;
-    using Actions = SERVICE_FAILURE_ACTIONSW;
-    using Privileges = SERVICE_REQUIRED_PRIVILEGES_INFOW;
-    using Reason = SERVICE_CONTROL_STATUS_REASON_PARAMSW;
-    using Lock = QUERY_SERVICE_LOCK_STATUSW;
-    static constexpr auto OpenManager = OpenSCManagerW;
-    static constexpr auto Open = OpenServiceW;
-    static constexpr auto Create = CreateServiceW;
-    static constexpr auto Start = StartServiceW;
-    static constexpr auto Enumerate = EnumServicesStatusW;
-    static constexpr auto EnumerateEx = EnumServicesStatusExW;
-    static constexpr auto Dependents = EnumDependentServicesW;
-    static constexpr auto QueryConfig = QueryServiceConfigW;
-    static constexpr auto ChangeConfig = ChangeServiceConfigW;
-    static constexpr auto QueryConfig2 = QueryServiceConfig2W;
-    static constexpr auto ChangeConfig2 = ChangeServiceConfig2W;
-    static constexpr auto ControlEx = ControlServiceExW;
-    using Notify = SERVICE_NOTIFY_2W;
-    static constexpr auto NotifyChange = NotifyServiceStatusChangeW;
-    static constexpr auto QueryLock = QueryServiceLockStatusW;
-    static constexpr auto DisplayName = GetServiceDisplayNameW;
-    static constexpr auto KeyName = GetServiceKeyNameW;
-};
+// The functions and records in both forms, which the letter at their end tells.
+#define FORM(Form, Unit, Letter)                                                                                       \
+    struct Form {                                                                                                      \
+        using Char = Unit;                                                                                             \
+        using Status = ENUM_SERVICE_STATUS##Letter;                                                                    \
+        using ProcessStatus = ENUM_SERVICE_STATUS_PROCESS##Letter;                                                     \
+        using Config = QUERY_SERVICE_CONFIG##Letter;                                                                   \
+        using Description = SERVICE_DESCRIPTION##Letter;                                                               \
+        using Actions = SERVICE_FAILURE_ACTIONS##Letter;                                                               \
+        using Privileges = SERVICE_REQUIRED_PRIVILEGES_INFO##Letter;                                                   \
+        using Reason = SERVICE_CONTROL_STATUS_REASON_PARAMS##Letter;                                                   \
+        using Lock = QUERY_SERVICE_LOCK_STATUS##Letter;                                                                \
+        static constexpr auto OpenManager = OpenSCManager##Letter;                                                     \
+        static constexpr auto Open = OpenService##Letter;                                                              \
+        static constexpr auto Create = CreateService##Letter;                                                          \
+        static constexpr auto Start = StartService##Letter;                                                            \
+        static constexpr auto Enumerate = EnumServicesStatus##Letter;                                                  \
+        static constexpr auto EnumerateEx = EnumServicesStatusEx##Letter;                                              \
+        static constexpr auto Dependents = EnumDependentServices##Letter;                                              \
+        static constexpr auto QueryConfig = QueryServiceConfig##Letter;                                                \
+        static constexpr auto ChangeConfig = ChangeServiceConfig##Letter;                                              \
+        static constexpr auto QueryConfig2 = QueryServiceConfig2##Letter;                                              \
+        static constexpr auto ChangeConfig2 = ChangeServiceConfig2##Letter;                                            \
+        static constexpr auto ControlEx = ControlServiceEx##Letter;                                                    \
+        using Notify = SERVICE_NOTIFY_2##Letter;                                                                       \
+        static constexpr auto NotifyChange = NotifyServiceStatusChange##Letter;                                        \
+        static constexpr auto QueryLock = QueryServiceLockStatus##Letter;                                              \
+        static constexpr auto DisplayName = GetServiceDisplayName##Letter;                                             \
+        static constexpr auto KeyName = GetServiceKeyName##Letter;                                                     \
+    };
+FORM(Bytes, char, A)
+FORM(Utf16, WCHAR, W)
+#undef FORM
 
 std::string Plain(const char *text) { return text; }
 std::string Plain(const WCHAR *text) {

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // tvreg beside other clients that change what it reads, and beside a disk that takes no more: what is exported is one
 // state of the registry, whole, or nothing.
-#include "tests/support/host.h"
+#include "tests/support/tvreg_fixture.h"
 #include "tv/winreg.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <thread>
@@ -15,22 +14,10 @@ using testing::HasSubstr;
 
 namespace {
 
-struct TvregChanges : testing::Test {
-    static inline std::string folder;
-    static inline pid_t daemon = 0;
-
-    static void SetUpTestSuite() {
-        folder = MakeScratchFolder();
-        daemon = StartRegistryDaemon(folder + "/registry.db");
-    }
-    static void TearDownTestSuite() { EXPECT_EQ(StopDaemon(daemon), 0); }
-
-    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+struct TvregChanges : TvregFixture {
     const std::string file = folder + "/" + name + ".reg";
 
-    Ended Export() {
-        return RunAndRead({.command = {ProgramPath("tvreg"), "export", "--reg4", "HKLM\\" + name, file}});
-    }
+    Ended Export() { return Run({"export", "--reg4", key, file}); }
 };
 
 // Numbers that follow a text in another, as often as it stands there.
@@ -76,8 +63,8 @@ TEST_F(TvregChanges, export_loses_no_value_while_others_are_deleted) {
 // A client counts up in the first key, then in the last one: at no moment is the last ahead.
 TEST_F(TvregChanges, export_of_several_keys_is_one_state) {
     constexpr std::uint32_t last = 90;
-    for (const char *key : {"\\a", "\\b", "\\c", "\\d", "\\e", "\\f", "\\g"}) {
-        WriteKey(name + key, {{"n", REG_DWORD, Dword(0)}});
+    for (const char *below : {"\\a", "\\b", "\\c", "\\d", "\\e", "\\f", "\\g"}) {
+        WriteKey(name + below, {{"n", REG_DWORD, Dword(0)}});
     }
     std::thread counting([&] {
         for (std::uint32_t n = 1; n <= last; ++n) {
@@ -105,7 +92,7 @@ TEST_F(TvregChanges, export_that_fails_leaves_the_file_that_was_there) {
     WriteKey(name, {{"long", REG_BINARY, std::string(5000, 'x')}});
     WriteFile(file, "old\n");
     const Ended ended = RunAndRead({.command = {"/bin/bash", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$@\"", "bash",
-                                                ProgramPath("tvreg"), "export", "HKLM\\" + name, file}});
+                                                ProgramPath("tvreg"), "export", key, file}});
     EXPECT_EQ(ended.status, 1);
     EXPECT_THAT(ended.error, HasSubstr(file + ": File too large"));
     EXPECT_EQ(ReadFile(file), "old\n");

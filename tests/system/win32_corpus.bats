@@ -7,17 +7,12 @@
 # The archive is the one that this machine's apt has its packages from; lists and sources land in a folder of the test.
 # Where it cannot be reached nothing is tested, and where it lacks a source that program is passed over.
 
+load win32_package
+
 setup_file() {
     export standIns=$BATS_TEST_DIRNAME/win32_corpus
-    export privateHost=$BATS_TEST_DIRNAME/../../tools/private-host
-    export prefix=$BATS_FILE_TMPDIR/installed archive=$BATS_FILE_TMPDIR/archive
-    for component in tvsvc tvregistry tvbase tvwin32; do
-        cmake --install "$TV_BIN/.." --prefix "$prefix" --component $component >/dev/null
-    done
-    library=$(find "$prefix" -name libtvbase.so)
-    export libraryFolder=${library%/*}
-    export PKG_CONFIG_PATH=$libraryFolder/pkgconfig
-    export LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH
+    export archive=$BATS_FILE_TMPDIR/archive
+    installPackage
     openArchive || echo "# the source archive cannot be reached: no service code of others was tested" >&3
 }
 

@@ -2,17 +2,11 @@
 # The package tvwin32, and libtvbase in it, as others meet them: installed into a folder, found through pkg-config and
 # CMake, used by sources with windows.h.
 
+load win32_package
+
 setup_file() {
     export sources=$BATS_TEST_DIRNAME/win32_library
-    export privateHost=$BATS_TEST_DIRNAME/../../tools/private-host
-    export prefix=$BATS_FILE_TMPDIR/installed
-    for component in tvsvc tvregistry tvbase tvwin32; do
-        cmake --install "$TV_BIN/.." --prefix "$prefix" --component $component >/dev/null
-    done
-    library=$(find "$prefix" -name libtvbase.so)
-    export libraryFolder=${library%/*}
-    export PKG_CONFIG_PATH=$libraryFolder/pkgconfig
-    export LD_LIBRARY_PATH=$libraryFolder:$LD_LIBRARY_PATH
+    installPackage
 }
 
 setup() { cd "$BATS_TEST_TMPDIR" || return; }
