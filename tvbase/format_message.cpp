@@ -67,40 +67,39 @@ DWORD Deliver(DWORD flags, const Text &message, Unit *buffer, DWORD room) {
     return ERROR_SUCCESS;
 }
 
-bool IsTooLong(std::size_t length) { return length >= std::numeric_limits<DWORD>::max(); }
+DWORD ConvertMessage(std::string &&message, std::string *converted) {
+    *converted = std::move(message);
+    return ERROR_SUCCESS;
+}
 
-} // namespace
+DWORD ConvertMessage(const std::string &message, std::u16string *converted) { return Widen(message, converted); }
 
-DWORD FormatMessageA(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWORD, LPSTR lpBuffer, DWORD nSize,
-                     va_list *Arguments) {
+// Returns the message's length without its terminator, 0 with the thread's last error set.
+template <typename Text, typename Unit = typename Text::value_type>
+DWORD FormatMessageAs(DWORD flags, const void *source, DWORD code, Unit *buffer, DWORD room, va_list *arguments) {
     DWORD length = 0;
     (void)Answer(Guarded([&]() -> DWORD {
-        if (lpBuffer == nullptr) return ERROR_INVALID_PARAMETER;
+        if (buffer == nullptr) return ERROR_INVALID_PARAMETER;
         std::string message;
-        if (const DWORD rc = MakeMessage<char>(dwFlags, lpSource, dwMessageId, Arguments, &message); rc != 0) return rc;
-        if (IsTooLong(message.size())) return ERROR_NOT_ENOUGH_MEMORY;
-        if (const DWORD rc = Deliver(dwFlags, message, lpBuffer, nSize); rc != 0) return rc;
-        length = static_cast<DWORD>(message.size());
+        if (const DWORD rc = MakeMessage<Unit>(flags, source, code, arguments, &message); rc != 0) return rc;
+        Text text;
+        if (const DWORD rc = ConvertMessage(std::move(message), &text); rc != 0) return rc;
+        if (text.size() >= std::numeric_limits<DWORD>::max()) return ERROR_NOT_ENOUGH_MEMORY;
+        if (const DWORD rc = Deliver(flags, text, buffer, room); rc != 0) return rc;
+        length = static_cast<DWORD>(text.size());
         return ERROR_SUCCESS;
     }));
     return length;
 }
 
+} // namespace
+
+DWORD FormatMessageA(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWORD, LPSTR lpBuffer, DWORD nSize,
+                     va_list *Arguments) {
+    return FormatMessageAs<std::string>(dwFlags, lpSource, dwMessageId, lpBuffer, nSize, Arguments);
+}
+
 DWORD FormatMessageW(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWORD, LPWSTR lpBuffer, DWORD nSize,
                      va_list *Arguments) {
-    DWORD length = 0;
-    (void)Answer(Guarded([&]() -> DWORD {
-        if (lpBuffer == nullptr) return ERROR_INVALID_PARAMETER;
-        std::string message;
-        std::u16string wide;
-        if (const DWORD rc = MakeMessage<WCHAR>(dwFlags, lpSource, dwMessageId, Arguments, &message); rc != 0) {
-            return rc;
-        }
-        if (const DWORD rc = Widen(message, &wide); rc != 0) return rc;
-        if (IsTooLong(wide.size())) return ERROR_NOT_ENOUGH_MEMORY;
-        if (const DWORD rc = Deliver(dwFlags, wide, lpBuffer, nSize); rc != 0) return rc;
-        length = static_cast<DWORD>(wide.size());
-        return ERROR_SUCCESS;
-    }));
-    return length;
+    return FormatMessageAs<std::u16string>(dwFlags, lpSource, dwMessageId, lpBuffer, nSize, Arguments);
 }
