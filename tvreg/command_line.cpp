@@ -41,6 +41,19 @@ CLI::Option *OnValue(CLI::App *command, Options &options) {
     return name;
 }
 
+void OnRecursive(CLI::App *command, Options &options) {
+    command->add_flag("-s,--recursive", options.recursive, "all keys below, too");
+}
+
+void OnDryRun(CLI::App *command, Options &options) {
+    command->add_flag("-n,--dry-run", options.dryRun, "show what would be written");
+}
+
+// The answer to questions of the Win32 tool, which are never asked here.
+void OnYes(CLI::App *command, Options &options, const char *spellings) {
+    command->add_flag(spellings, options.force, "ignored: nothing is ever asked");
+}
+
 void OnSearch(CLI::App *command, Options &options) {
     command->add_flag("-k,--keys", options.inKeys, "search in the names of keys");
     command->add_flag("--names", options.inNames, "search in the names of values");
@@ -55,7 +68,7 @@ void OnSearch(CLI::App *command, Options &options) {
 void OnQuery(CLI::App *command, Options &options) {
     OnKey(command, options);
     OnValue(command, options);
-    command->add_flag("-s,--recursive", options.recursive, "all keys below, too");
+    OnRecursive(command, options);
     command->add_option("-f,--find", options.pattern, "only what matches: part of a text; * and ? stand for others");
     OnSearch(command, options);
 }
@@ -74,7 +87,7 @@ void OnAdd(CLI::App *command, Options &options) {
     command->add_option("-d,--data", options.data, "data: several words for multi, - for standard input")
         ->allow_extra_args();
     command->add_option("-s,--separator", options.separator, "between the strings of a multi")->capture_default_str();
-    command->add_flag("-f,--force", options.force, "ignored: nothing is ever asked");
+    OnYes(command, options, "-f,--force");
 }
 
 void OnDelete(CLI::App *command, Options &options) {
@@ -83,7 +96,7 @@ void OnDelete(CLI::App *command, Options &options) {
     command->add_flag("--va", options.allValues, "all values of the key")
         ->excludes(value)
         ->excludes(command->get_option("--ve"));
-    command->add_flag("-f,--force", options.force, "ignored: nothing is ever asked");
+    OnYes(command, options, "-f,--force");
 }
 
 void OnTwoKeys(CLI::App *command, Options &options) {
@@ -93,14 +106,14 @@ void OnTwoKeys(CLI::App *command, Options &options) {
 
 void OnCopy(CLI::App *command, Options &options) {
     OnTwoKeys(command, options);
-    command->add_flag("-s,--recursive", options.recursive, "all keys below, too");
+    OnRecursive(command, options);
     command->add_flag("-f,--force", options.force, "replace values that are there with other data");
 }
 
 void OnCompare(CLI::App *command, Options &options) {
     OnTwoKeys(command, options);
     OnValue(command, options);
-    command->add_flag("-s,--recursive", options.recursive, "all keys below, too");
+    OnRecursive(command, options);
     command->add_flag("--oa", options.showAll, "show what is different and what is the same");
     command->add_flag("--od", options.showDifferences, "show what is different, as it does without any of these");
     command->add_flag("--os", options.showSame, "show what is the same");
@@ -114,12 +127,12 @@ void OnHive(CLI::App *command, Options &options) {
 
 void OnSave(CLI::App *command, Options &options) {
     OnHive(command, options);
-    command->add_flag("-y,--yes", options.force, "ignored: nothing is ever asked");
+    OnYes(command, options, "-y,--yes");
 }
 
 void OnImport(CLI::App *command, Options &options) {
     command->add_option("FILE", options.files, ".reg text, version 5.00 or REGEDIT4; - for standard input")->required();
-    command->add_flag("-n,--dry-run", options.dryRun, "show what would be written");
+    OnDryRun(command, options);
     command->add_flag("--lenient", options.isLenient, "tell wrong lines, pass them over and write the rest");
     command->add_option("--encoding", options.encoding, "of the text, such as UTF-16LE or CP1252; told from it without")
         ->check(CLI::Validator([](std::string &name) { return IsEncoding(name) ? "" : name + ": no such encoding"; },
@@ -131,7 +144,7 @@ void OnExport(CLI::App *command, Options &options) {
     OnKey(command, options);
     command->add_option("FILE", options.file, "standard output when it is left out or -");
     command->add_flag("--reg4", options.reg4, "REGEDIT4 instead of version 5.00: bytes as they are");
-    command->add_flag("-y,--yes", options.force, "ignored: nothing is ever asked");
+    OnYes(command, options, "-y,--yes");
 }
 
 void OnLs(CLI::App *command, Options &options) {
@@ -178,7 +191,7 @@ void OnWatch(CLI::App *command, Options &options) {
 
 void OnEdit(CLI::App *command, Options &options) {
     OnKey(command, options);
-    command->add_flag("-n,--dry-run", options.dryRun, "show what would be written");
+    OnDryRun(command, options);
 }
 
 void OnShell(CLI::App *command, Options &options) {
@@ -207,7 +220,7 @@ void OnSnapshotDiff(CLI::App *command, Options &options) {
 
 void OnSnapshotRestore(CLI::App *command, Options &options) {
     OnSnapshotName(command, options);
-    command->add_flag("-n,--dry-run", options.dryRun, "show what would be written");
+    OnDryRun(command, options);
 }
 
 constexpr Command snapshotCommands[] = {
