@@ -134,6 +134,23 @@ static __inline__ LONG tvRegGiveName(const char *narrow, LPWSTR name, DWORD *len
     return rc;
 }
 
+static __inline__ LONG tvRegKeyByName(LONG (*byName)(HKEY, LPCSTR, PHKEY), HKEY hKey, LPCWSTR lpSubKey,
+                                      PHKEY phkResult) {
+    char *name;
+    LONG rc = tvRegName(lpSubKey, &name);
+    if (rc == ERROR_SUCCESS) rc = byName(hKey, name, phkResult);
+    free(name);
+    return rc;
+}
+
+static __inline__ LONG tvRegDeleteByName(LONG (*byName)(HKEY, LPCSTR), HKEY hKey, LPCWSTR lpName) {
+    char *name;
+    LONG rc = tvRegName(lpName, &name);
+    if (rc == ERROR_SUCCESS) rc = byName(hKey, name);
+    free(name);
+    return rc;
+}
+
 static __inline__ LONG tvRegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired,
                                        PHKEY phkResult) {
     char *name;
@@ -144,11 +161,7 @@ static __inline__ LONG tvRegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOpti
 }
 
 static __inline__ LONG tvRegOpenKeyW(HKEY hKey, LPCWSTR lpSubKey, PHKEY phkResult) {
-    char *name;
-    LONG rc = tvRegName(lpSubKey, &name);
-    if (rc == ERROR_SUCCESS) rc = RegOpenKeyA(hKey, name, phkResult);
-    free(name);
-    return rc;
+    return tvRegKeyByName(RegOpenKeyA, hKey, lpSubKey, phkResult);
 }
 
 static __inline__ LONG tvRegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD Reserved, LPWSTR lpClass, DWORD dwOptions,
@@ -168,27 +181,15 @@ static __inline__ LONG tvRegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD Rese
 }
 
 static __inline__ LONG tvRegCreateKeyW(HKEY hKey, LPCWSTR lpSubKey, PHKEY phkResult) {
-    char *name;
-    LONG rc = tvRegName(lpSubKey, &name);
-    if (rc == ERROR_SUCCESS) rc = RegCreateKeyA(hKey, name, phkResult);
-    free(name);
-    return rc;
+    return tvRegKeyByName(RegCreateKeyA, hKey, lpSubKey, phkResult);
 }
 
 static __inline__ LONG tvRegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey) {
-    char *name;
-    LONG rc = tvRegName(lpSubKey, &name);
-    if (rc == ERROR_SUCCESS) rc = RegDeleteKeyA(hKey, name);
-    free(name);
-    return rc;
+    return tvRegDeleteByName(RegDeleteKeyA, hKey, lpSubKey);
 }
 
 static __inline__ LONG tvRegDeleteValueW(HKEY hKey, LPCWSTR lpValueName) {
-    char *name;
-    LONG rc = tvRegName(lpValueName, &name);
-    if (rc == ERROR_SUCCESS) rc = RegDeleteValueA(hKey, name);
-    free(name);
-    return rc;
+    return tvRegDeleteByName(RegDeleteValueA, hKey, lpValueName);
 }
 
 static __inline__ LONG tvRegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved, DWORD dwType,
