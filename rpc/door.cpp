@@ -12,8 +12,9 @@
 // svc_run never gets its turn again (DoorWait).
 //
 //   bytes arrive     read at most once a turn; a request goes on only when whole (message.h)
-//   one request a turn: between any two, every connection that is ready is read from, written to and accepted, so that
-//                    a connection with many requests waiting does not keep the others waiting
+//   one request a turn: connections that have some are served in turn, and every 50 microseconds all that are ready
+//                    are read from, written to and accepted, so that a connection with many requests waiting does not
+//                    keep the others waiting
 //   a reply          is sent at once as far as the peer takes it; the rest waits in the connection and goes out as the
 //                    peer reads; a peer with much unread gets no further request read
 //   a reply is held  it waits, encoded, in one row with all others that are held, until they are released or replaced
@@ -43,6 +44,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <iterator>
 #include <type_traits>
@@ -56,6 +58,7 @@ constexpr rlim_t reservedDescriptors = 48; // for the listener, service processe
 constexpr std::size_t readBytes = std::size_t{64} << 10; // at most, a turn
 constexpr std::size_t newcomersShare = 8; // one in so many places is for connections that have not spoken yet
 constexpr int eventsPerTurn = 64;
+constexpr std::int64_t lookEveryNs = 50'000; // while requests wait: a look costs as much as half a short request
 constexpr int acceptsPerTurn = 64;
 
 struct Connection {
@@ -113,7 +116,8 @@ struct Door {
     epoll_event events[eventsPerTurn];
     int eventCount;
     int nextEvent;
-    Connection *present; // whose request is in hand
+    std::int64_t lookedNs; // when events were asked for last, by the monotonic clock
+    Connection *present;   // whose request is in hand
     std::uint32_t presentXid;
     bool holdsPresent; // the reply of the request in hand is to be held
     DoorSubstitute presentSubstitute;
@@ -564,10 +568,19 @@ void SettleHeld() {
     door.heldMessageCapacity = 0;
 }
 
+std::int64_t NowNs() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+bool IsLookDue() { return door.firstReady == nullptr || NowNs() - door.lookedNs >= lookEveryNs; }
+
 // Everything that is ready, once. Waits where that is the door's own to do.
 void HandleEvents() {
     const int waitMs = door.firstReady != nullptr || door.heldCount != 0 ? 0 : door.waitMs;
     door.eventCount = std::max(epoll_wait(door.epoll, door.events, eventsPerTurn, waitMs), 0);
+    door.lookedNs = NowNs();
     for (door.nextEvent = 0; door.nextEvent < door.eventCount;) {
         const epoll_event event = door.events[door.nextEvent++];
         if (event.data.ptr == &door) {
@@ -663,7 +676,7 @@ bool TakeNextRequest(rpc_msg *message) {
 
 // Gives the next whole request of any connection, each in its turn.
 bool_t DoorReceive(SVCXPRT *transport, rpc_msg *message) {
-    HandleEvents();
+    if (IsLookDue()) HandleEvents();
     TakeTurn();
     if (!TakeNextRequest(message)) return FALSE;
     transport->xp_rtaddr.buf = &door.present->peer;

@@ -33,10 +33,9 @@ enum class DoorMoment {
     TooMuchHeld  // replies are held of too many bytes: all of them are to go now
 };
 
-// Called between any two requests, when all that has come has been read: for work that several requests share, such as
-// bringing what they wrote onto the disk.
-// Returns, for DoorMoment::Idle, how many microseconds to wait for another request before the next call; 0 when no
-// reply is held any more.
+// Called between any two requests, and when none is left only when all that has come has been read: for work that
+// several requests share, such as bringing what they wrote onto the disk. Returns, for DoorMoment::Idle, how many
+// microseconds to wait for another request before the next call; 0 when no reply is held any more.
 using DoorTurn = int (*)(DoorMoment moment);
 
 // Puts the door in front of a listening transport that svctcp_create made. From then on svc_run hands over requests
