@@ -37,7 +37,7 @@ template <typename Entry, typename Find>
 void NameApart(const Key &parent, NamedList<Entry> &list, Entry &entry, Find find) {
     const std::string old = entry.name;
     entry.name = NumberedName(old, [&](const std::string &name) { return find(parent, name) != nullptr; });
-    if (list.byName) (void)list.byName->insert(&entry);
+    if (list.byName) (void)AddName(*list.byName, entry);
     (void)std::fprintf(stderr, "tvregd: in %s, another has the name of %s, which is %s now\n",
                        Printable(PathOf(parent)).c_str(), Printable(old).c_str(), Printable(entry.name).c_str());
 }

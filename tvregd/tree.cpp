@@ -9,20 +9,14 @@
 // Most lists are so short that looking through them takes no longer than a table would, and no memory.
 static constexpr std::size_t searchedInOrder = 8;
 
-// Another entry may have the name by now, or had it first.
 template <typename Entry>
-static void ForgetName(NamedList<Entry> &list, Entry &entry) {
-    if (!list.byName) return;
-    const auto found = list.byName->find(&entry);
-    if (found != list.byName->end() && *found == &entry) (void)list.byName->erase(found);
+static void ForgetName(NamedList<Entry> &list, const Entry &entry) {
+    if (list.byName) RemoveName(*list.byName, entry);
 }
 
 template <typename Entry>
 static Entry *Find(const NamedList<Entry> &list, std::string_view name) {
-    if (list.byName) {
-        const auto found = list.byName->find(name);
-        return found != list.byName->end() ? *found : nullptr;
-    }
+    if (list.byName) return FindName(*list.byName, name);
     const auto found = std::find_if(list.inOrder.begin(), list.inOrder.end(),
                                     [&](const auto &entry) { return AreNamesEqual(entry->name, name); });
     return found != list.inOrder.end() ? found->get() : nullptr;
@@ -34,12 +28,12 @@ static Entry *Insert(NamedList<Entry> &list, std::unique_ptr<Entry> entry, std::
     if (isNameTaken != nullptr) *isNameTaken = !list.byName && Find(list, added->name) != nullptr;
     (void)list.inOrder.insert(list.inOrder.begin() + static_cast<std::ptrdiff_t>(index), std::move(entry));
     if (list.byName) {
-        const bool isNew = list.byName->insert(added).second;
+        const bool isNew = AddName(*list.byName, *added);
         if (isNameTaken != nullptr) *isNameTaken = !isNew;
     } else if (list.inOrder.size() > searchedInOrder) {
-        list.byName = std::make_unique<typename decltype(list.byName)::element_type>();
+        list.byName = std::make_unique<NameTable<Entry>>();
         for (const auto &listed : list.inOrder) {
-            (void)list.byName->insert(listed.get());
+            (void)AddName(*list.byName, *listed);
         }
     }
     return added;

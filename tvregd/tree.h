@@ -15,43 +15,20 @@
 
 #include "registry/limits.h"
 #include "tv/winreg.h"
-#include "util/names.h"
+#include "tvregd/name_table.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
-
-struct NameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const { return HashOfName(name); }
-    template <typename Entry>
-    std::size_t operator()(const Entry *entry) const {
-        return HashOfName(entry->name);
-    }
-};
-
-struct NameEqual {
-    using is_transparent = void;
-    static std::string_view NameOf(std::string_view name) { return name; }
-    template <typename Entry>
-    static std::string_view NameOf(const Entry *entry) {
-        return entry->name;
-    }
-    template <typename A, typename B>
-    bool operator()(const A &a, const B &b) const {
-        return AreNamesEqual(NameOf(a), NameOf(b));
-    }
-};
 
 // Entries with names, in the order in which they came and found by name.
 template <typename Entry>
 struct NamedList {
     std::vector<std::unique_ptr<Entry>> inOrder;
-    std::unique_ptr<std::unordered_set<Entry *, NameHash, NameEqual>> byName{}; // null while they are few
+    std::unique_ptr<NameTable<Entry>> byName{}; // null while they are few
 };
 
 struct Value {

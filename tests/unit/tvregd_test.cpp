@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
+#include <set>
 
 #include <unistd.h>
 
@@ -74,6 +76,37 @@ TEST_F(Tvregd, names_keep_their_case_and_are_found_in_any) {
     EXPECT_THAT(Values(handle), ElementsAre("Start"));
     ASSERT_NE(Get(handle, "start"), nullptr);
     EXPECT_EQ(Get(handle, "start")->data, "2");
+}
+
+TEST(NameTable, finds_what_is_in_it_whatever_has_been_added_and_removed) {
+    struct Entry {
+        std::string name;
+    };
+    std::vector<Entry> entries;
+    for (int i = 0; i < 3000; ++i) {
+        entries.push_back({"Name" + std::to_string(i)});
+    }
+    NameTable<Entry> table;
+    std::set<const Entry *> inTable;
+    std::minstd_rand random(1);
+    for (int step = 0; step < 40'000; ++step) {
+        Entry &entry = entries[random() % entries.size()];
+        if (random() % 2 == 0) {
+            EXPECT_EQ(AddName(table, entry), inTable.insert(&entry).second);
+        } else {
+            RemoveName(table, entry);
+            inTable.erase(&entry);
+        }
+    }
+    EXPECT_EQ(table.count, inTable.size());
+    for (Entry &entry : entries) {
+        EXPECT_EQ(FindName(table, entry.name), inTable.contains(&entry) ? &entry : nullptr);
+    }
+    Entry other{"NAME7"};
+    (void)AddName(table, entries[7]);
+    RemoveName(table, other); // of the same name, but not in it
+    EXPECT_EQ(FindName(table, "nAME7"), &entries[7]);
+    EXPECT_FALSE(AddName(table, other));
 }
 
 TEST_F(Tvregd, names_ignore_case_by_simple_folding_and_bytes_that_are_no_utf8_stand_for_themselves) {
@@ -698,7 +731,7 @@ TEST_F(Tvregd, a_group_takes_only_so_many_writes_and_bytes_and_so_long) {
     age(0);
     EXPECT_TRUE(IsGroupFull(registry.group));
     EXPECT_EQ(CommitGroup(registry), 0u);
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 10'000; ++i) {
         EXPECT_EQ(Set(HKEY_USERS, "v", "x"), 0u);
     }
     age(0);
