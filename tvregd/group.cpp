@@ -10,13 +10,13 @@
 namespace {
 
 // What a group may hold before it is committed although more requests wait: those in it wait for their answers.
-constexpr std::size_t maxWrites = 2000;
+constexpr std::size_t maxWrites = 10'000;
 constexpr std::size_t maxWrittenBytes = std::size_t{4} << 20;
 constexpr std::uint64_t leastAge = 20'000, mostAge = 200'000; // 2 ms to 20 ms
 constexpr std::uint64_t maxPatience = 50'000;                 // 5 ms
 
-// Where requests never cease, as in an import, commits may take a fifth of the time.
-std::uint64_t AgeOf(const Group &group) { return std::clamp(4 * group.commitTook, leastAge, mostAge); }
+// Where requests never cease, as in an import, commits may take a ninth of the time, or more on a slow disk.
+std::uint64_t AgeOf(const Group &group) { return std::clamp(8 * group.commitTook, leastAge, mostAge); }
 
 std::uint64_t WaitOf(const Group &group) { return std::min(group.commitTook, maxPatience); }
 
