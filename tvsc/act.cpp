@@ -7,6 +7,7 @@
 
 #include "svcapi/client.h"
 #include "svcapi/image_launcher.h"
+#include "tvsc/liveness.h"
 #include "tvsc/logs.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
@@ -40,6 +41,27 @@ std::string EndText(const SERVICE_STATUS &status) {
     return status.dwWin32ExitCode == 0 ? "stopped again, without an error" : "stopped";
 }
 
+// Has the daemon learn that the process of an active service is gone, where that is known here, and says so. Returns
+// whether the service is stopped by that; *status is its status then.
+bool SettleIfGone(Session &session, SC_HANDLE service, const std::string &name, SERVICE_STATUS *status) {
+    const ProcessView process = LookAtProcess(session.options, name, status->dwCurrentState);
+    const std::string state = StateSummary(*status);
+    if (!process.isGone || !SettleGone(service, status)) return false;
+    Note(session, fmt::format("tvsc: {}: was {}, but process {} is gone: the daemon has it as stopped now (1067)", name,
+                              state, process.process));
+    return true;
+}
+
+// A service that was not started may stand in the daemon's record as one that starts: then nothing can be done with it
+// any more. Where its process is gone that is put right, else the way out is told.
+void SettleAfterFailure(Session &session, SC_HANDLE service, const std::string &name) {
+    SERVICE_STATUS status = {};
+    if (!tvQueryServiceStatusPassive(service, &status, nullptr) || status.dwCurrentState == SERVICE_STOPPED) return;
+    if (SettleIfGone(session, service, name, &status)) return;
+    Note(session, fmt::format("  {} is {} now; when its process is gone for good: tvsc reset {}", name,
+                              StateSummary(status), name));
+}
+
 // Waits and notes what came of it. Returns whether the wanted state was reached.
 bool WaitAndTell(Session &session, SC_HANDLE service, const std::string &name, const std::string &action, DWORD wanted,
                  bool stoppedIsEnd = true) {
@@ -55,9 +77,12 @@ bool WaitAndTell(Session &session, SC_HANDLE service, const std::string &name, c
     }
     case WaitEnd::died:
         Failed(session, name, action, ERROR_PROCESS_ABORTED, fmt::format("died while {}", StateSummary(last)));
+        SettleAfterFailure(session, service, name);
+        if (action == "start") NoteLastLines(session, name);
         return false;
     case WaitEnd::timedOut:
         Failed(session, name, action, ERROR_TIMEOUT, fmt::format("still {}", StateSummary(last)));
+        if (action == "start") SettleAfterFailure(session, service, name);
         return false;
     case WaitEnd::unreachable: Failed(session, name, action, GetLastError()); return false;
     }
@@ -108,6 +133,7 @@ bool StartOpened(Session &session, SC_HANDLE service, const std::string &name, c
         const DWORD code = GetLastError();
         Failed(session, name, "start", code, "not started");
         ExplainStartFailure(session, service, name, code);
+        SettleAfterFailure(session, service, name);
         return false;
     }
     if (start.wait) return WaitAndTell(session, service, name, "start", SERVICE_RUNNING);
@@ -142,10 +168,23 @@ ServiceHandle OpenAndLook(Session &session, const std::string &name, const char 
     return nullptr;
 }
 
+// The daemon starts disabled services like any other: keeping them from it is the client's work.
+bool IsDisabled(Session &session, SC_HANDLE service, const std::string &name) {
+    ServiceConfig config;
+    if (QueryConfig(service, &config) != ERROR_SUCCESS || config.startType != SERVICE_DISABLED) return false;
+    Failed(session, name, "start", ERROR_SERVICE_DISABLED, "not started");
+    Note(session, fmt::format("  try: tvsc enable {}, or once only: tvsc start --force {}", name, name));
+    return true;
+}
+
 bool StartOne(Session &session, const std::string &name, const StartOptions &start) {
     SERVICE_STATUS status = {};
     const ServiceHandle service = OpenAndLook(session, name, "start", &status);
     if (service == nullptr) return false;
+    (void)SettleIfGone(session, service.get(), name, &status); // then it is stopped
+    if (status.dwCurrentState == SERVICE_STOPPED && !start.force && IsDisabled(session, service.get(), name)) {
+        return false;
+    }
     switch (status.dwCurrentState) {
     case SERVICE_STOPPED: return StartOpened(session, service.get(), name, start);
     case SERVICE_RUNNING: Done(session, name, "start", "already running"); return true;
@@ -154,7 +193,7 @@ bool StartOne(Session &session, const std::string &name, const StartOptions &sta
 }
 
 // Starts what the service depends on, the farthest first. Arguments are for the service itself only.
-bool StartDependencies(Session &session, const std::string &name) {
+bool StartDependencies(Session &session, const std::string &name, bool force) {
     const ServiceHandle service = OpenFor(session, name, "start");
     if (service == nullptr) return false;
     std::vector<ListedService> dependencies;
@@ -163,9 +202,12 @@ bool StartDependencies(Session &session, const std::string &name) {
         Failed(session, name, "start", rc, "its dependencies cannot be listed");
         return false;
     }
-    const StartOptions waiting;
+    StartOptions waiting;
+    waiting.force = force;
     return std::all_of(dependencies.rbegin(), dependencies.rend(), [&](const ListedService &dependency) {
-        return dependency.status.dwCurrentState == SERVICE_RUNNING || StartOne(session, dependency.name, waiting);
+        const bool isRunning = dependency.status.dwCurrentState == SERVICE_RUNNING &&
+                               !LookAtProcess(session.options, dependency.name, SERVICE_RUNNING).isGone;
+        return isRunning || StartOne(session, dependency.name, waiting);
     });
 }
 
@@ -201,34 +243,16 @@ bool StopOne(Session &session, const std::string &name, bool wait) {
         Done(session, name, "stop", "already stopped");
         return true;
     }
+    if (SettleIfGone(session, service.get(), name, &status)) {
+        Done(session, name, "stop", "stopped");
+        return true;
+    }
     if (status.dwCurrentState == SERVICE_STOP_PENDING) {
         if (wait) return WaitAndTell(session, service.get(), name, "stop", SERVICE_STOPPED);
         Done(session, name, "stop", "already stopping");
         return true;
     }
     return SendControl(session, service.get(), name, SERVICE_CONTROL_STOP, wait);
-}
-
-// Stops the services that depend on this one, or refuses because they run.
-bool ClearDependents(Session &session, const std::string &name, const StopOptions &stop) {
-    if (stop.force) return true;
-    const ServiceHandle service = OpenFor(session, name, "stop");
-    if (service == nullptr) return false;
-    std::vector<ListedService> dependents;
-    const DWORD rc = EnumerateDependents(service.get(), SERVICE_ACTIVE, &dependents);
-    if (rc != ERROR_SUCCESS && stop.all) return true; // all go, in whatever order
-    if (rc != ERROR_SUCCESS) {
-        Failed(session, name, "stop", rc, "its dependents cannot be listed");
-        return false;
-    }
-    if (dependents.empty()) return true;
-    if (!stop.withDependents) {
-        Failed(session, name, "stop", ERROR_DEPENDENT_SERVICES_RUNNING,
-               fmt::format("{} runs and depends on it; use --with-dependents or --force", dependents.front().name));
-        return false;
-    }
-    return std::all_of(dependents.begin(), dependents.end(),
-                       [&](const ListedService &dependent) { return StopOne(session, dependent.name, true); });
 }
 
 std::vector<std::string> ActiveServices(Session &session) {
@@ -241,11 +265,45 @@ std::vector<std::string> ActiveServices(Session &session) {
     return names;
 }
 
+// Starts again what was stopped on the way, the last one first.
+void StartAgain(Session &session, const std::vector<std::string> &stopped) {
+    StartOptions start;
+    start.force = true; // it ran before
+    for (auto name = stopped.rbegin(); name != stopped.rend(); ++name) {
+        if (!StartOne(session, *name, start)) return; // noted; the others need it
+    }
+}
+
 } // namespace
+
+bool ClearDependents(Session &session, const std::string &name, const std::string &action, const StopOptions &stop,
+                     std::vector<std::string> *stopped) {
+    if (stop.force) return true;
+    const ServiceHandle service = OpenFor(session, name, action);
+    if (service == nullptr) return false;
+    std::vector<ListedService> dependents;
+    const DWORD rc = EnumerateDependents(service.get(), SERVICE_ACTIVE, &dependents);
+    if (rc != ERROR_SUCCESS && stop.all) return true; // all go, in whatever order
+    if (rc != ERROR_SUCCESS) {
+        Failed(session, name, action, rc, "its dependents cannot be listed");
+        return false;
+    }
+    if (dependents.empty()) return true;
+    if (!stop.withDependents) {
+        Failed(session, name, action, ERROR_DEPENDENT_SERVICES_RUNNING,
+               fmt::format("{} runs and depends on it; use --with-dependents or --force", dependents.front().name));
+        return false;
+    }
+    return std::all_of(dependents.begin(), dependents.end(), [&](const ListedService &dependent) {
+        if (!StopOne(session, dependent.name, true)) return false;
+        if (stopped != nullptr) stopped->push_back(dependent.name);
+        return true;
+    });
+}
 
 int RunStart(Session &session, const StartOptions &start) {
     for (const std::string &name : ResolveNames(session, start.names, "start")) {
-        if (start.withDependencies && !StartDependencies(session, name)) continue;
+        if (start.withDependencies && !StartDependencies(session, name, start.force)) continue;
         (void)StartOne(session, name, start); // noted
     }
     return Finish(session);
@@ -260,16 +318,19 @@ int RunStop(Session &session, const StopOptions &stop) {
         each.names = ResolveNames(session, stop.names, "stop");
     }
     for (const std::string &name : each.names) {
-        if (ClearDependents(session, name, each)) (void)StopOne(session, name, each.wait); // noted
+        if (ClearDependents(session, name, "stop", each)) (void)StopOne(session, name, each.wait); // noted
     }
     return Finish(session);
 }
 
-int RunRestart(Session &session, const std::vector<std::string> &names) {
-    for (const std::string &name : ResolveNames(session, names, "restart")) {
-        if (ClearDependents(session, name, {}) && StopOne(session, name, true)) {
-            (void)StartOne(session, name, {}); // noted
-        }
+int RunRestart(Session &session, const StopOptions &restart) {
+    for (const std::string &name : ResolveNames(session, restart.names, "restart")) {
+        std::vector<std::string> stopped; // that depend on it
+        StartOptions start;
+        start.force = restart.force;
+        const bool isDown =
+            ClearDependents(session, name, "restart", restart, &stopped) && StopOne(session, name, true);
+        if (isDown && StartOne(session, name, start)) StartAgain(session, stopped);
     }
     return Finish(session);
 }

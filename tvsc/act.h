@@ -8,6 +8,7 @@ struct StartOptions {
     std::vector<std::string> names;
     std::vector<std::string> arguments;
     bool withDependencies = false;
+    bool force = false; // disabled services, too
     bool wait = true;
 };
 int RunStart(Session &session, const StartOptions &start);
@@ -20,7 +21,15 @@ struct StopOptions {
     bool wait = true;
 };
 int RunStop(Session &session, const StopOptions &stop);
-int RunRestart(Session &session, const std::vector<std::string> &names);
+// With dependents: these are started again, too.
+int RunRestart(Session &session, const StopOptions &restart);
+
+// Stops the services that depend on this one, as told; refuses, which is noted, where they run and nothing was told.
+// Returns whether none is in the way any more.
+//   stopped  takes the names of those that were stopped, in that order; may be null
+[[nodiscard]] bool ClearDependents(Session &session, const std::string &name, const std::string &action,
+                                   const StopOptions &stop, std::vector<std::string> *stopped = nullptr);
+
 int RunControl(Session &session, const std::vector<std::string> &names, DWORD control, bool wait);
 int RunWait(Session &session, const std::vector<std::string> &names, DWORD state);
 int RunReset(Session &session, const std::vector<std::string> &names);

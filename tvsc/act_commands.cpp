@@ -20,6 +20,7 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     AddNames(start, line);
     AddWaitOptions(start, line);
     start->add_flag("--with-deps", line.start.withDependencies, "Start what they depend on first");
+    start->add_flag("--force", line.start.force, "Although they are disabled");
 
     CLI::App *stop = AddCommand(
         app, line, "stop", "Stop services",
@@ -37,9 +38,13 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     stop->add_flag("--with-dependents", line.stop.withDependents, "Stop what depends on them first");
     stop->add_flag("--force", line.stop.force, "Although others depend on them");
 
-    CLI::App *restart = AddCommand(app, line, "restart", "Stop, then start",
-                                   [&line](Session &session) { return RunRestart(session, line.names); });
+    CLI::App *restart = AddCommand(app, line, "restart", "Stop, then start", [&line](Session &session) {
+        line.stop.names = line.names;
+        return RunRestart(session, line.stop);
+    });
     AddNames(restart, line);
+    restart->add_flag("--with-dependents", line.stop.withDependents, "And what depends on them, around them");
+    restart->add_flag("--force", line.stop.force, "Although others depend on them, or they are disabled");
     AddTimeout(restart, line);
 
     const std::pair<const char *, DWORD> controls[] = {{"pause", SERVICE_CONTROL_PAUSE},

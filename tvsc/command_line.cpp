@@ -14,6 +14,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+
 namespace {
 
 constexpr double shortestCallSec = 0.001; // no time at all would mean not to wait for an answer
@@ -27,6 +29,11 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
         ->capture_default_str();
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
+    app.add_option("--color", line.options.colour, "Colours: auto (at a terminal), always or never")
+        ->envname("TVSC_COLOR")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, ColourWhen>{
+            {"auto", ColourWhen::automatic}, {"always", ColourWhen::always}, {"never", ColourWhen::never}}))
+        ->type_name("WHEN");
     SpeakAs(app, TV_VERSION);
     app.require_subcommand(0, 1);
     app.fallthrough();
@@ -49,17 +56,39 @@ void CheckBehindDashes(const CLI::App &app, const CommandLine &line) {
     throw CLI::ValidationError("--", "not expected here; a name that begins with a dash is given as --name=NAME");
 }
 
+// The command that the line got to, as it is typed: "lock release"; empty for tvsc itself.
+std::string PathOf(const CLI::App &app) {
+    std::string path;
+    for (const CLI::App *reached = &app; !reached->get_subcommands().empty();) {
+        reached = reached->get_subcommands().front();
+        path += (path.empty() ? "" : " ") + reached->get_name();
+    }
+    return path;
+}
+
+// Says what is wrong with the line, as text and, where that was asked for, as JSON.
+//   suggested  commands that may have been meant
+void SayWrong(const CLI::App &app, bool json, const std::string &what, const std::vector<std::string> &suggested) {
+    const std::string path = PathOf(app);
+    fmt::print(stderr, "tvsc: {}{}\n", path.empty() ? "" : path + ": ", Printable(what));
+    if (!suggested.empty()) fmt::print(stderr, "  did you mean {}?\n", fmt::join(suggested, ", "));
+    fmt::print(stderr, "Run tvsc {}{}--help for more information.\n", path, path.empty() ? "" : " ");
+    if (!json) return;
+    Session session;
+    session.options.json = true;
+    session.results.push_back({path, "usage", ERROR_INVALID_PARAMETER, EXIT_USAGE, what, suggested});
+    (void)Finish(session); // the status is known
+}
+
 // What stands on the command line and means nothing: a command, an option, or an argument too many.
-void SayUnknown(const CLI::App &app, const std::string &word) {
+void SayUnknown(const CLI::App &app, bool json, const std::string &word) {
     std::vector<std::string> commands;
     for (const CLI::App *command : CommandReached(app).get_subcommands(nullptr)) {
         commands.push_back(command->get_name());
     }
     const bool isCommand = !commands.empty() && word.front() != '-';
-    fmt::print(stderr, "tvsc: {}: {}\n", Printable(word), isCommand ? "no such command" : "not expected here");
-    const std::vector<std::string> similar = SimilarNames(word, commands);
-    if (isCommand && !similar.empty()) fmt::print(stderr, "  did you mean {}?\n", fmt::join(similar, ", "));
-    fmt::print(stderr, "Run with --help for more information.\n");
+    SayWrong(app, json, fmt::format("{}: {}", word, isCommand ? "no such command" : "not expected here"),
+             isCommand ? SimilarNames(word, commands) : std::vector<std::string>());
 }
 
 } // namespace
@@ -91,15 +120,18 @@ std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
         return nullptr;
     } catch (const CLI::ParseError &error) {
         const std::vector<std::string> unknown = app.remaining(true);
+        const bool json =
+            std::any_of(argv + 1, argv + words, [](const char *word) { return std::string_view(word) == "--json"; });
         if (unknown.empty()) {
-            (void)app.exit(error); // says what is wrong
+            SayWrong(app, json, error.what(), {});
         } else {
-            SayUnknown(app, unknown.front());
+            SayUnknown(app, json, unknown.front());
         }
         *status = EXIT_USAGE;
         return nullptr;
     }
     return [line] {
+        ChooseColours(line->options.colour);
         if (!line->options.quiet) WatchForBusyDaemon();
         return line->run();
     };

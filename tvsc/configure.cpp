@@ -9,7 +9,9 @@
 #include "svcapi/client.h"
 #include "svcapi/image_launcher.h"
 #include "tvhost/parameters.h"
+#include "tvsc/act.h"
 #include "tvsc/host_launcher.h"
+#include "tvsc/liveness.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/waiting.h"
@@ -151,12 +153,27 @@ bool StopFirst(Session &session, SC_HANDLE service, const std::string &name) {
     SERVICE_STATUS status = {};
     if (!tvQueryServiceStatusPassive(service, &status, nullptr)) return false;
     if (status.dwCurrentState == SERVICE_STOPPED) return true;
+    if (LookAtProcess(session.options, name, status.dwCurrentState).isGone && SettleGone(service, &status)) return true;
     if (status.dwCurrentState != SERVICE_STOP_PENDING && !ControlService(service, SERVICE_CONTROL_STOP, &status)) {
         Failed(session, name, "delete", GetLastError(), "not stopped");
         return false;
     }
     if (WaitForState(session, service, name, SERVICE_STOPPED, true, &status) == WaitEnd::reached) return true;
     Failed(session, name, "delete", ERROR_TIMEOUT, fmt::format("still {}", StateSummary(status)));
+    return false;
+}
+
+// Whether a service may go: one that is not stopped would vanish from every list while its process runs on.
+bool MayDelete(Session &session, SC_HANDLE service, const std::string &name, const DeleteOptions &options) {
+    StopOptions stop;
+    stop.withDependents = options.withDependents;
+    stop.force = options.force;
+    if (options.stop) return ClearDependents(session, name, "delete", stop) && StopFirst(session, service, name);
+    SERVICE_STATUS status = {};
+    if (options.force || !tvQueryServiceStatusPassive(service, &status, nullptr)) return true;
+    if (status.dwCurrentState == SERVICE_STOPPED) return true;
+    Failed(session, name, "delete", ERROR_SERVICE_ALREADY_RUNNING,
+           fmt::format("{}; use --stop, or --force to leave its process alone", StateSummary(status)));
     return false;
 }
 
@@ -198,7 +215,7 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
         Failed(session, name, "delete", ERROR_REGISTRY_IO_FAILED, "not deleted");
         return;
     }
-    if (options.stop && !StopFirst(session, service.get(), name)) return;
+    if (!MayDelete(session, service.get(), name, options)) return;
     if (!DeleteService(service.get())) {
         Failed(session, name, "delete", GetLastError());
         return;

@@ -41,6 +41,8 @@ int RunConfig(Session &session, const ConfigOptions &config);
 struct DeleteOptions {
     std::vector<std::string> names;
     bool stop = false;
+    bool withDependents = false; // stop these, too
+    bool force = false;          // although it runs, or others that depend on it do
     bool wait = false;
 };
 int RunDelete(Session &session, const DeleteOptions &options);

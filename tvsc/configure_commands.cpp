@@ -108,6 +108,8 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
     });
     AddNames(deletion, line);
     deletion->add_flag("--stop", line.deletion.stop, "Stop them first");
+    deletion->add_flag("--with-dependents", line.deletion.withDependents, "With --stop: what depends on them, too");
+    deletion->add_flag("--force", line.deletion.force, "Although they, or others that depend on them, run");
     deletion->add_flag("--wait", line.deletion.wait, "Wait until they are gone");
     AddTimeout(deletion, line);
 }

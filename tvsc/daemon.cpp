@@ -68,8 +68,15 @@ int RunWaitOnline(const Options &options) {
     if (!report.reachable) {
         fmt::print(stderr, "tvsc: the service daemon does not answer: {}\n", CodeText(GetLastError()));
     }
+    const bool isLoaded = report.reachable && report.initCode == ERROR_SUCCESS;
+    if (report.reachable && !isLoaded) {
+        fmt::print(
+            stderr,
+            "tvsc: the daemon answers, but without its services: {}\n  which key is to blame tells: tvsc order\n",
+            CodeText(report.initCode));
+    }
     if (options.json) PrintPingJson(options, report);
-    return report.reachable ? EXIT_DONE : EXIT_TIMED_OUT;
+    return report.reachable ? ExitStatusOf(report.initCode) : static_cast<int>(EXIT_TIMED_OUT);
 }
 
 int RunDaemonStatus(const Options &options) {

@@ -3,6 +3,7 @@
 #include "tvsc/hosted.h"
 
 #include "tvsc/logs.h"
+#include "tvsc/words.h"
 
 #include <fmt/format.h>
 
@@ -11,14 +12,6 @@
 namespace {
 
 constexpr std::size_t shownLines = 5;
-
-std::string DurationText(std::int64_t ms) {
-    const std::int64_t seconds = std::max<std::int64_t>(ms, 0) / 1000;
-    if (seconds < 60) return fmt::format("{} s", seconds);
-    if (seconds < 60 * 60) return fmt::format("{} min {} s", seconds / 60, seconds % 60);
-    if (seconds < 24 * 60 * 60) return fmt::format("{} h {} min", seconds / 3600, seconds / 60 % 60);
-    return fmt::format("{} d {} h", seconds / 86400, seconds / 3600 % 24);
-}
 
 std::string UsageText(const TreeUsage &usage) {
     return fmt::format("{} process{}, {:.1f} MiB, {:.2f} s of CPU", usage.processes, usage.processes == 1 ? "" : "es",

@@ -24,14 +24,6 @@ constexpr BitWord controlWords[] = {{SERVICE_ACCEPT_STOP, "stop"},
                                     {SERVICE_ACCEPT_PAUSE_CONTINUE, "pause_continue"},
                                     {SERVICE_ACCEPT_SHUTDOWN, "shutdown"}};
 
-constexpr BitWord typeWords[] = {{SERVICE_KERNEL_DRIVER, "kernel_driver"},
-                                 {SERVICE_FILE_SYSTEM_DRIVER, "file_system_driver"},
-                                 {SERVICE_ADAPTER, "adapter"},
-                                 {SERVICE_RECOGNIZER_DRIVER, "recognizer_driver"},
-                                 {SERVICE_WIN32_OWN_PROCESS, "win32_own_process"},
-                                 {SERVICE_WIN32_SHARE_PROCESS, "win32_share_process"},
-                                 {SERVICE_INTERACTIVE_PROCESS, "interactive_process"}};
-
 template <std::size_t N>
 Json WordsOf(DWORD mask, const BitWord (&words)[N]) {
     Json list = Json::array();
@@ -157,13 +149,15 @@ void PrintServicesJson(const Session &session, const std::vector<ServiceView> &v
     for (const ServiceView &view : views) {
         Json service = StatusJson(view.service);
         service["source"] = view.source;
-        if (view.pidHint != 0) {
-            service["pid_hint"] = view.pidHint;
+        if (view.process.process != 0) {
+            service["pid_hint"] = view.process.process;
             service["pid_hint_source"] = "runtime_file";
+            service["process_gone"] = view.process.isGone;
+            service["uptime_ms"] = view.process.uptimeMs;
         }
         if (view.hosted) service["program"] = ProgramJson(*view.hosted);
         if (view.config) {
-            service["type"] = WordsOf(view.config->type, typeWords);
+            service["type"] = TypeWords(view.config->type, true);
             service["type_mask"] = view.config->type;
             service["config"] = ConfigJson(*view.config);
         }

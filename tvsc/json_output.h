@@ -4,19 +4,7 @@
 
 #include "svcapi/client.h"
 #include "tvsc/boot_plan.h"
-#include "tvsc/hosted.h"
-#include "tvsc/session.h"
-
-#include <optional>
-
-// A service as list, status and show print it.
-struct ServiceView {
-    ListedService service;
-    std::string source; // "enumeration", "query", "interrogate"
-    pid_t pidHint = 0;
-    std::optional<HostedView> hosted; // where tvhost has left something
-    std::optional<ServiceConfig> config;
-};
+#include "tvsc/service_view.h"
 
 void PrintServicesJson(const Session &session, const std::vector<ServiceView> &views);
 void PrintResultsJson(const Session &session);

@@ -1,115 +1,21 @@
 // SPDX-License-Identifier: MIT
-// look: the commands that only look.
-//
-// Enumeration and the peek control touch nothing; a status query applies the daemon's deadline, an interrogation calls
-// the service. Only the first two are used unless the user asks for more.
+// look: the commands that look at services one by one, and at what they depend on.
 #include "tvsc/look.h"
 
-#include "svcapi/pid_file.h"
-#include "svcapi/status_watch.h"
+#include "svcapi/client.h"
 #include "tvsc/json_output.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
-#include "tvsc/table.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
 #include "util/win32_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <fnmatch.h>
-#include <unistd.h>
 
 #include <algorithm>
 
 namespace {
-
-bool HasFailed(const SERVICE_STATUS &status) {
-    return status.dwCurrentState == SERVICE_STOPPED && status.dwWin32ExitCode != 0;
-}
-
-// A mark before each line of a listing, where the terminal can show it.
-const char *MarkOf(const SERVICE_STATUS &status) {
-    const bool utf8 = CharsetShown() == Charset::utf8;
-    if (HasFailed(status)) return utf8 ? "✗" : "x";
-    switch (status.dwCurrentState) {
-    case SERVICE_RUNNING: return utf8 ? "●" : "*";
-    case SERVICE_STOPPED: return utf8 ? "○" : "-";
-    default: return utf8 ? "◐" : "~";
-    }
-}
-
-std::string RemarkOn(const ListedService &service) {
-    const SERVICE_STATUS &status = service.status;
-    if (!service.complete) return "(record 0: not in the daemon's enumeration)";
-    if (HasFailed(status) && status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR) {
-        return fmt::format("service-specific code {}", status.dwServiceSpecificExitCode);
-    }
-    if (HasFailed(status)) return CodeText(status.dwWin32ExitCode);
-    if (status.dwWaitHint != 0 || status.dwCheckPoint != 0) {
-        return fmt::format("(check point {}, hint {} ms)", status.dwCheckPoint, status.dwWaitHint);
-    }
-    return "";
-}
-
-bool PassesFilter(const ListedService &service, const ListFilter &filter) {
-    const bool stateFits =
-        filter.states.empty() || std::any_of(filter.states.begin(), filter.states.end(), [&](const std::string &state) {
-            return state == "failed" ? HasFailed(service.status)
-                                     : state == StateWord(service.status.dwCurrentState, true);
-        });
-    const bool nameFits = filter.patterns.empty() ||
-                          std::any_of(filter.patterns.begin(), filter.patterns.end(), [&](const std::string &pattern) {
-                              return fnmatch(pattern.c_str(), service.name.c_str(), 0) == 0;
-                          });
-    return stateFits && nameFits;
-}
-
-std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::string &name) {
-    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
-    if (service == nullptr) return std::nullopt;
-    ServiceConfig config;
-    const DWORD rc = QueryConfig(service.get(), &config);
-    if (rc == ERROR_REGISTRY_IO_FAILED && !session.lacksRegistry) {
-        Note(session, "tvsc: no configurations: the registry daemon does not answer");
-        session.lacksRegistry = true;
-    }
-    return rc == ERROR_SUCCESS ? std::make_optional(config) : std::nullopt;
-}
-
-void PrintSummary(const std::vector<ServiceView> &views) {
-    std::size_t running = 0, stopped = 0, failed = 0;
-    for (const ServiceView &view : views) {
-        const SERVICE_STATUS &status = view.service.status;
-        running += status.dwCurrentState == SERVICE_RUNNING ? 1u : 0u;
-        failed += HasFailed(status) ? 1u : 0u;
-        stopped += status.dwCurrentState == SERVICE_STOPPED && !HasFailed(status) ? 1u : 0u;
-    }
-    fmt::print("{} service{}: {} running, {} stopped, {} failed, {} other.\n", views.size(),
-               views.size() == 1 ? "" : "s", running, stopped, failed, views.size() - running - stopped - failed);
-}
-
-void PrintList(const std::vector<ServiceView> &views, const ListFilter &filter) {
-    std::vector<std::vector<std::string>> rows = {{"NAME", "STATE", "START", "GROUP", "DISPLAY NAME", ""}};
-    std::vector<std::string> marks = {" "};
-    for (const ServiceView &view : views) {
-        const std::string start = view.config ? StartWord(view.config->startType) : "-";
-        const std::string group = view.config && !view.config->group.empty() ? view.config->group : "-";
-        rows.push_back({view.service.name, StateSummary(view.service.status), start, group, view.service.displayName,
-                        RemarkOn(view.service)});
-        marks.emplace_back(MarkOf(view.service.status));
-    }
-    if (filter.namesOnly) {
-        // Bytes as they are for a program that reads them; a terminal would act on them.
-        const bool isRead = isatty(STDOUT_FILENO) == 0;
-        for (const ServiceView &view : views) {
-            fmt::print("{}\n", isRead ? view.service.name : Printable(view.service.name));
-        }
-        return;
-    }
-    PrintTable(rows, marks);
-    PrintSummary(views);
-}
 
 std::string AcceptedControls(DWORD mask) {
     std::vector<std::string> words;
@@ -121,12 +27,16 @@ std::string AcceptedControls(DWORD mask) {
 
 void PrintStatusBlock(const ServiceView &view) {
     const SERVICE_STATUS &status = view.service.status;
-    fmt::print("{} {}\n", MarkOf(status), Printable(view.service.name + " - " + view.service.displayName));
-    fmt::print("    state: {}\n", StateSummary(status));
+    const RowMark mark = MarkOf(status, view.process);
+    fmt::print("{} {}\n", Coloured(mark.colour, mark.mark),
+               Printable(view.service.name + " - " + view.service.displayName));
+    fmt::print("    state: {}\n", Coloured(mark.colour, StateText(status, view.process)));
     fmt::print(" controls: {}\n", AcceptedControls(status.dwControlsAccepted));
-    if (!RemarkOn(view.service).empty()) fmt::print("   remark: {}\n", RemarkOn(view.service));
+    if (!RemarkOn(view).empty()) fmt::print("   remark: {}\n", RemarkOn(view));
     const bool knowsProgram = view.hosted && view.hosted->programLives;
-    if (view.pidHint != 0 && !knowsProgram) fmt::print("  process: {} (hint)\n", view.pidHint);
+    if (view.process.process != 0 && !view.process.isGone && !knowsProgram) {
+        fmt::print("  process: {}, for {} (hint)\n", view.process.process, DurationText(view.process.uptimeMs));
+    }
     if (view.hosted) {
         for (const std::string &line : HostedLines(*view.hosted, HasFailed(status))) {
             fmt::print("{}\n", line);
@@ -140,9 +50,9 @@ std::string DependenciesText(const ServiceConfig &config) {
 }
 
 void PrintConfig(const ServiceConfig &config) {
-    fmt::print("     type: {:#x}\n", config.type);
+    fmt::print("     type: {}\n", TypeText(config.type));
     fmt::print("    start: {}\n", StartWord(config.startType));
-    fmt::print("    error: {}\n", config.errorControl);
+    fmt::print("    error: {}\n", ErrorControlWord(config.errorControl));
     fmt::print("    image: {}\n", Printable(config.imagePath));
     fmt::print("    group: {}\n", Printable(config.group));
     fmt::print("      tag: {}\n", config.tag);
@@ -150,89 +60,24 @@ void PrintConfig(const ServiceConfig &config) {
     fmt::print("  account: {}\n", Printable(config.account));
 }
 
-int StatusExitOf(const SERVICE_STATUS &status) {
-    if (HasFailed(status)) return STATUS_DEAD;
+int StatusExitOf(const ServiceView &view) {
+    const SERVICE_STATUS &status = view.service.status;
+    if (HasFailed(status) || view.process.isGone) return STATUS_DEAD;
     const bool down = status.dwCurrentState == SERVICE_STOPPED || status.dwCurrentState == SERVICE_STOP_PENDING;
     return down ? STATUS_STOPPED : STATUS_RUNNING;
-}
-
-// Looks harder at one service, as asked. A refused interrogation tells something as well: the service is stopped, or
-// its process is gone, or it is in a pending state.
-void LookCloser(Session &session, StatusLook look, ServiceView *view) {
-    const ServiceHandle service(OpenServiceA(session.manager.get(), view->service.name.c_str(), SERVICE_QUERY_STATUS));
-    if (service == nullptr) return;
-    SERVICE_STATUS *status = &view->service.status;
-    if (look == StatusLook::fresh) {
-        if (IsAsStarted(*status)) {
-            Note(session, fmt::format("tvsc: {}: just started and silent so far: asking now would declare it dead",
-                                      view->service.name));
-            return;
-        }
-        if (QueryServiceStatus(service.get(), status)) view->source = "query";
-        return;
-    }
-    SERVICE_STATUS answered = {};
-    if (ControlService(service.get(), SERVICE_CONTROL_INTERROGATE, &answered)) {
-        *status = answered;
-    } else {
-        Note(session, fmt::format("tvsc: {}: interrogate: {}", view->service.name, CodeText(GetLastError())));
-        BOOL complete = FALSE;
-        (void)tvQueryServiceStatusPassive(service.get(), status, &complete); // else the status is what it was
-    }
-    view->source = "interrogate";
-}
-
-ServiceView ViewOf(const Session &session, const ListedService &service) {
-    const pid_t hint = IsThisMachine(session.options) ? ReadPidFile(service.name) : 0;
-    return {service, service.complete ? "enumeration" : "peek", hint, std::nullopt, std::nullopt};
-}
-
-// The services of these names as they stand, or a note of a failure.
-std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string> &patterns,
-                                 const std::string &action) {
-    const std::vector<std::string> resolved = ResolveNames(session, patterns, action);
-    std::vector<ListedService> services;
-    std::vector<ServiceView> views;
-    if (resolved.empty() || !ListServicesFor(session, action, &services)) return views;
-    for (const std::string &name : resolved) {
-        for (const ListedService &service : services) {
-            if (service.name == name) views.push_back(ViewOf(session, service));
-        }
-    }
-    return views;
 }
 
 int WorstStatus(const Session &session, const std::vector<ServiceView> &views) {
     if (!session.results.empty()) return STATUS_UNKNOWN;
     int worst = STATUS_RUNNING;
     for (const ServiceView &view : views) {
-        const int exitStatus = StatusExitOf(view.service.status);
+        const int exitStatus = StatusExitOf(view);
         if (worst == STATUS_RUNNING) worst = exitStatus;
     }
     return worst;
 }
 
 } // namespace
-
-int RunList(Session &session, const ListFilter &filter) {
-    std::vector<ListedService> services;
-    if (!ListServicesFor(session, "list", &services)) return Finish(session);
-    std::vector<ServiceView> views;
-    for (const ListedService &service : services) {
-        if (!PassesFilter(service, filter)) continue;
-        ServiceView view = ViewOf(session, service);
-        const bool wantsConfig = (!filter.brief && !filter.namesOnly) || !filter.group.empty();
-        if (wantsConfig) view.config = ReadConfigByName(session, service.name);
-        if (!filter.group.empty() && (!view.config || view.config->group != filter.group)) continue;
-        views.push_back(std::move(view));
-    }
-    if (session.options.json) {
-        PrintServicesJson(session, views);
-    } else {
-        PrintList(views, filter);
-    }
-    return EXIT_DONE;
-}
 
 int RunStatus(Session &session, const std::vector<std::string> &names, StatusLook look) {
     std::vector<ServiceView> views = ViewsOf(session, names, "status");
@@ -251,12 +96,31 @@ int RunIsActive(Session &session, const std::vector<std::string> &names) {
     return WorstStatus(session, views);
 }
 
+int RunIsHealthy(Session &session, const std::vector<std::string> &names) {
+    std::vector<ServiceView> views =
+        ViewsOf(session, names.empty() ? std::vector<std::string>{"*"} : names, "is-healthy");
+    bool isHealthy = session.results.empty();
+    for (ServiceView &view : views) {
+        if (view.service.status.dwCurrentState == SERVICE_RUNNING && !view.process.isGone) continue;
+        // Only where it matters: whether it should run at all is the registry's to say.
+        if (names.empty()) view.config = ReadConfigByName(session, view.service.name);
+        const bool shouldRun = !names.empty() || (view.config && view.config->startType <= SERVICE_AUTO_START);
+        if (!shouldRun && !view.process.isGone) continue;
+        isHealthy = false;
+        Note(session, fmt::format("{}: {}", view.service.name, StateText(view.service.status, view.process)));
+    }
+    if (session.options.json) PrintServicesJson(session, views);
+    if (!session.results.empty()) return STATUS_UNKNOWN;
+    return isHealthy && !session.lacksRegistry ? EXIT_DONE : EXIT_FAILED;
+}
+
 int RunIsFailed(Session &session, const std::vector<std::string> &names) {
     const std::vector<ServiceView> views = ViewsOf(session, names, "is-failed");
     if (session.options.json) PrintServicesJson(session, views);
     if (!session.results.empty()) return STATUS_UNKNOWN;
-    const bool failed =
-        std::any_of(views.begin(), views.end(), [](const ServiceView &view) { return HasFailed(view.service.status); });
+    const bool failed = std::any_of(views.begin(), views.end(), [](const ServiceView &view) {
+        return HasFailed(view.service.status) || view.process.isGone;
+    });
     return failed ? EXIT_DONE : EXIT_FAILED;
 }
 
@@ -293,8 +157,10 @@ int RunDeps(Session &session, const std::string &name, bool dependents) {
             PrintRelationJson(session, one, relation, found);
         } else {
             for (const ListedService &related : found) {
-                fmt::print("{} {}  {}\n", MarkOf(related.status), Printable(related.name),
-                           StateSummary(related.status));
+                const ProcessView process = LookAtProcess(session.options, related.name, related.status.dwCurrentState);
+                const RowMark mark = MarkOf(related.status, process);
+                fmt::print("{} {}  {}\n", Coloured(mark.colour, mark.mark), Printable(related.name),
+                           StateText(related.status, process));
             }
         }
     }

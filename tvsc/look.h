@@ -2,7 +2,7 @@
 // look: the commands that only look. Each returns the exit status.
 #pragma once
 
-#include "tvsc/session.h"
+#include "tvsc/service_view.h"
 
 struct ListFilter {
     std::vector<std::string> patterns;
@@ -13,9 +13,10 @@ struct ListFilter {
 };
 int RunList(Session &session, const ListFilter &filter);
 
-enum class StatusLook { passive, fresh, probe };
 int RunStatus(Session &session, const std::vector<std::string> &names, StatusLook look);
 int RunIsActive(Session &session, const std::vector<std::string> &names);
+// With no names: every service that is to be started with the daemon.
+int RunIsHealthy(Session &session, const std::vector<std::string> &names);
 int RunIsFailed(Session &session, const std::vector<std::string> &names);
 int RunShow(Session &session, const std::vector<std::string> &names);
 int RunDeps(Session &session, const std::string &name, bool dependents);

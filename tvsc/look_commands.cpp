@@ -56,6 +56,9 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     AddNames(AddStatusCommand(app, line, "is-failed", "Exit with 0 when one has failed",
                               [&line](Session &session) { return RunIsFailed(session, line.names); }),
              line);
+    AddNames(AddStatusCommand(app, line, "is-healthy", "Exit with 0 when all that is started with the daemon runs",
+                              [&line](Session &session) { return RunIsHealthy(session, line.names); }),
+             line, false);
     CLI::App *show = AddCommand(app, line, "show", "Show state and configuration",
                                 [&line](Session &session) { return RunShow(session, line.names); });
     show->parse_complete_callback([&line] { line.showsServices = true; });

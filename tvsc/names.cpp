@@ -49,6 +49,24 @@ DWORD WhyUnknown(Session &session, const std::string &name) {
     return rc == ERROR_SUCCESS ? ERROR_SERVICE_MARKED_FOR_DELETE : rc;
 }
 
+void TellUnknown(Session &session, const std::string &pattern, const std::string &action,
+                 const std::vector<ListedService> &services) {
+    const DWORD rc = WhyUnknown(session, pattern);
+    Failed(session, pattern, action, rc);
+    std::vector<std::string> similar = MeansSeveral(pattern, services);
+    if (similar.empty()) {
+        std::vector<std::string> known;
+        known.reserve(services.size());
+        for (const ListedService &service : services) {
+            known.push_back(service.name);
+        }
+        similar = SimilarNames(pattern, known);
+    }
+    if (rc != ERROR_SERVICE_DOES_NOT_EXIST || similar.empty()) return;
+    session.results.back().suggested = similar;
+    Note(session, fmt::format("  did you mean {}?", fmt::join(similar, ", ")));
+}
+
 } // namespace
 
 bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services) {
@@ -60,32 +78,28 @@ bool ListServicesFor(Session &session, const std::string &action, std::vector<Li
     return false;
 }
 
-std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
-                                      const std::string &action) {
-    std::vector<std::string> resolved;
+std::vector<ListedService> ResolveServices(Session &session, const std::vector<std::string> &patterns,
+                                           const std::string &action) {
+    std::vector<ListedService> resolved;
     std::vector<ListedService> services;
     if (!ListServicesFor(session, action, &services)) return resolved;
-    std::vector<std::string> known;
-    known.reserve(services.size());
-    for (const ListedService &service : services) {
-        known.push_back(service.name);
-    }
     for (const std::string &pattern : patterns) {
         const std::vector<std::string> meant = Resolve(pattern, services);
-        if (meant.empty()) {
-            const DWORD rc = WhyUnknown(session, pattern);
-            Failed(session, pattern, action, rc, fmt::format("{} failed", action));
-            std::vector<std::string> similar = MeansSeveral(pattern, services);
-            if (similar.empty()) similar = SimilarNames(pattern, known);
-            if (rc == ERROR_SERVICE_DOES_NOT_EXIST && !similar.empty()) {
-                session.results.back().suggested = similar;
-                Note(session, fmt::format("  did you mean {}?", fmt::join(similar, ", ")));
-            }
-        }
+        if (meant.empty()) TellUnknown(session, pattern, action, services);
         for (const std::string &name : meant) {
-            const bool isNew = std::find(resolved.begin(), resolved.end(), name) == resolved.end();
-            if (isNew) resolved.push_back(name);
+            const auto hasName = [&](const ListedService &service) { return service.name == name; };
+            if (std::any_of(resolved.begin(), resolved.end(), hasName)) continue;
+            resolved.push_back(*std::find_if(services.begin(), services.end(), hasName));
         }
     }
     return resolved;
+}
+
+std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
+                                      const std::string &action) {
+    std::vector<std::string> names;
+    for (const ListedService &service : ResolveServices(session, patterns, action)) {
+        names.push_back(service.name);
+    }
+    return names;
 }

@@ -8,7 +8,11 @@
 // Everything that can be seen without touching anything. Where that fails it is told and noted, and false returned.
 [[nodiscard]] bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services);
 
-// The services that patterns mean: an exact name, else the one name that differs in case only, else the key of a
-// display name; a pattern with * ? [ stands for all that match. What means nothing is told and noted as failed.
+// The services that patterns mean, as they stand: an exact name, else the one name that differs in case only, else the
+// key of a display name; a pattern with * ? [ stands for all that match. What means nothing is told and noted as
+// failed.
+[[nodiscard]] std::vector<ListedService> ResolveServices(Session &session, const std::vector<std::string> &patterns,
+                                                         const std::string &action);
+// The names of these.
 [[nodiscard]] std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
                                                     const std::string &action);

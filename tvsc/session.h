@@ -5,6 +5,7 @@
 #include "servd/limits.h"
 #include "tv/winsvc.h"
 #include "tvsc/exit_status.h"
+#include "tvsc/terminal.h"
 #include "util/guard.h"
 
 #include <ctime>
@@ -20,6 +21,7 @@ struct Options {
     double waitTimeoutSec = 60;
     bool json = false;
     bool quiet = false;
+    ColourWhen colour = ColourWhen::automatic;
 };
 
 // What became of one name.

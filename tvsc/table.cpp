@@ -9,25 +9,89 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <numeric>
 
 namespace {
+
+constexpr std::size_t leastColumn = 6; // a column is cut down to so many
+constexpr std::size_t gap = 2;
+
+// Takes the first character of a printable text off. Returns its columns; nothing is left of what is no character.
+std::size_t TakeShown(std::string_view *printable) {
+    std::uint32_t c = 0;
+    if (!TakeUtf8(printable, &c)) {
+        *printable = {};
+        return 0;
+    }
+    return static_cast<std::size_t>(std::max(wcwidth(static_cast<wchar_t>(c)), 0));
+}
 
 // Columns that a printable text takes.
 std::size_t ShownWidth(std::string_view printable) {
     std::size_t width = 0;
-    for (std::uint32_t c = 0; !printable.empty() && TakeUtf8(&printable, &c);) {
-        width += static_cast<std::size_t>(std::max(wcwidth(static_cast<wchar_t>(c)), 0));
+    while (!printable.empty()) {
+        width += TakeShown(&printable);
     }
     return width;
+}
+
+// The text, or as much of it as fits before an ellipsis.
+std::string Cut(const std::string &text, std::size_t width) {
+    if (ShownWidth(text) <= width) return text;
+    const char *ellipsis = CharsetShown() == Charset::utf8 ? "…" : "~";
+    std::string_view rest = text;
+    std::size_t shown = 0, end = 0;
+    while (!rest.empty() && width > 0) {
+        const std::size_t columns = TakeShown(&rest);
+        if (shown + columns > width - 1) break;
+        shown += columns;
+        end = text.size() - rest.size();
+    }
+    return width == 0 ? "" : text.substr(0, end) + ellipsis;
 }
 
 std::string Padded(const std::string &text, std::size_t width) {
     return text + std::string(width - std::min(width, ShownWidth(text)), ' ');
 }
 
+// Columns that all of them take, with a mark before them or without.
+std::size_t TotalWidth(const std::vector<std::size_t> &widths, std::size_t markWidth) {
+    std::size_t total = markWidth;
+    std::size_t columns = 0;
+    for (const std::size_t width : widths) {
+        if (width == 0) continue;
+        total += width + (columns++ == 0 ? 0 : gap);
+    }
+    return total;
+}
+
+// Takes from a column what is too much, down to `floor`.
+void Shrink(std::vector<std::size_t> *widths, std::size_t i, std::size_t floor, std::size_t markWidth,
+            std::size_t available) {
+    const std::size_t total = TotalWidth(*widths, markWidth);
+    std::size_t &width = (*widths)[i];
+    if (total <= available || width <= floor) return;
+    const std::size_t tooMuch = total - available;
+    width = width > tooMuch + floor ? width - tooMuch : floor;
+}
+
+// Makes columns fit, from the last to the first: all but the first two, which say what a line is about, are cut, then
+// left out; only then these are cut.
+void Fit(std::vector<std::size_t> *widths, std::size_t markWidth, std::size_t available) {
+    constexpr std::size_t kept = 2;
+    for (const std::size_t floor : {leastColumn, std::size_t{0}}) {
+        for (std::size_t i = widths->size(); i-- > kept;) {
+            Shrink(widths, i, floor, markWidth, available);
+        }
+    }
+    for (std::size_t i = std::min(widths->size(), kept); i-- > 0;) {
+        Shrink(widths, i, leastColumn, markWidth, available);
+    }
+}
+
 } // namespace
 
-void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<std::string> &marks) {
+void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks) {
     std::vector<std::size_t> widths;
     for (auto &row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
@@ -36,12 +100,25 @@ void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<st
             widths[i] = std::max(widths[i], ShownWidth(row[i]));
         }
     }
+    const std::size_t markWidth = marks.empty() ? 0 : 2;
+    if (const std::optional<std::size_t> available = TerminalWidth()) Fit(&widths, markWidth, *available);
     for (std::size_t r = 0; r < rows.size(); ++r) {
-        std::string line = marks.empty() ? "" : marks[r] + " ";
+        const RowMark mark = marks.empty() ? RowMark() : marks[r];
+        std::string line = marks.empty() ? "" : Coloured(mark.colour, mark.mark) + " ";
+        std::size_t pending = 0; // blanks that stand before a cell only
+        bool isFirst = true;
         for (std::size_t i = 0; i < rows[r].size(); ++i) {
-            line += (i == 0 ? "" : "  ") + Padded(rows[r][i], widths[i]);
+            if (widths[i] == 0) continue;
+            if (!isFirst) pending += gap;
+            isFirst = false;
+            const std::string cell = Cut(rows[r][i], widths[i]);
+            if (cell.empty()) {
+                pending += widths[i];
+                continue;
+            }
+            line += std::string(pending, ' ') + (i == mark.colouredCell ? Coloured(mark.colour, cell) : cell);
+            pending = Padded(cell, widths[i]).size() - cell.size();
         }
-        line.erase(line.find_last_not_of(' ') + 1);
-        fmt::print("{}\n", line);
+        fmt::print("{}\n", line.substr(0, line.find_last_not_of(' ') + 1));
     }
 }

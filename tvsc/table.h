@@ -2,9 +2,19 @@
 // table: text in columns.
 #pragma once
 
+#include "tvsc/terminal.h"
+
 #include <string>
 #include <vector>
 
+// What stands before a line of a table, and the colour of it and of one of its cells.
+struct RowMark {
+    std::string mark;
+    Colour colour = Colour::none;
+    std::size_t colouredCell = 0;
+};
+
 // Columns as wide as their widest cell, but for the last one; with marks, one before each line. Cells need not be
-// printable.
-void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<std::string> &marks = {});
+// printable. At a terminal no line is wider than it: columns from the third on are cut, then left out, the last one
+// first; then the first two are cut. What was cut ends in an ellipsis.
+void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks = {});

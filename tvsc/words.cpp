@@ -5,6 +5,7 @@
 #include "util/win32_names.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
@@ -12,6 +13,21 @@ namespace {
 
 constexpr const char *stateWords[] = {"stopped",          "start pending", "stop pending", "running",
                                       "continue pending", "pause pending", "paused"};
+struct TypeWord {
+    DWORD bit;
+    const char *forPeople;
+    const char *forPrograms;
+};
+
+constexpr TypeWord typeWords[] = {{SERVICE_KERNEL_DRIVER, "kernel driver", "kernel_driver"},
+                                  {SERVICE_FILE_SYSTEM_DRIVER, "file system driver", "file_system_driver"},
+                                  {SERVICE_ADAPTER, "adapter", "adapter"},
+                                  {SERVICE_RECOGNIZER_DRIVER, "recognizer driver", "recognizer_driver"},
+                                  {SERVICE_WIN32_OWN_PROCESS, "own process", "win32_own_process"},
+                                  {SERVICE_WIN32_SHARE_PROCESS, "shared process", "win32_share_process"},
+                                  {SERVICE_INTERACTIVE_PROCESS, "interactive", "interactive_process"}};
+
+constexpr const char *errorControlWords[] = {"ignore", "normal", "severe", "critical"};
 constexpr const char *startWords[] = {"boot", "system", "auto", "demand", "disabled"};
 
 } // namespace
@@ -38,4 +54,30 @@ std::string StateSummary(const SERVICE_STATUS &status) {
 
 std::string StartWord(DWORD startType) {
     return startType <= SERVICE_DISABLED ? startWords[startType] : fmt::format("unknown {}", startType);
+}
+
+std::vector<std::string> TypeWords(DWORD type, bool machineReadable) {
+    std::vector<std::string> words;
+    for (const TypeWord &entry : typeWords) {
+        if ((type & entry.bit) != 0) words.emplace_back(machineReadable ? entry.forPrograms : entry.forPeople);
+    }
+    return words;
+}
+
+std::string TypeText(DWORD type) {
+    const std::vector<std::string> words = TypeWords(type);
+    return words.empty() ? fmt::format("unknown {:#x}", type) : fmt::format("{}", fmt::join(words, ", "));
+}
+
+std::string ErrorControlWord(DWORD errorControl) {
+    return errorControl <= SERVICE_ERROR_CRITICAL ? errorControlWords[errorControl]
+                                                  : fmt::format("unknown {}", errorControl);
+}
+
+std::string DurationText(std::int64_t ms) {
+    const std::int64_t seconds = std::max<std::int64_t>(ms, 0) / 1000;
+    if (seconds < 60) return fmt::format("{} s", seconds);
+    if (seconds < 60 * 60) return fmt::format("{} min {} s", seconds / 60, seconds % 60);
+    if (seconds < 24 * 60 * 60) return fmt::format("{} h {} min", seconds / 3600, seconds / 60 % 60);
+    return fmt::format("{} d {} h", seconds / 86400, seconds / 3600 % 24);
 }

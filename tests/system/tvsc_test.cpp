@@ -86,7 +86,7 @@ TEST_F(Tvsc, names_reach_no_terminal_with_what_it_would_act_on) {
     EXPECT_THAT(Fail(5, {"start", "\x1B[31m"}), HasSubstr("tvsc: \\x1b[31m: start failed"));
     EXPECT_THAT(Fail(2, {"\x1B[31m"}), StartsWith("tvsc: \\x1b[31m: no such command\n"));
     EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", "/x", "--start", "\x9B"}),
-                HasSubstr("tvsc: --start: \\x9b: none of "));
+                HasSubstr("tvsc: create: --start: \\x9b: none of "));
     EXPECT_EQ(Fail(127, {"with-lock", "--", "/no/\x1B[31m"}), "tvsc: /no/\\x1b[31m: No such file or directory\n");
 }
 
@@ -592,10 +592,10 @@ TEST_F(Tvsc, config_takes_dependencies_away) {
               Json::array());
 }
 
-TEST_F(Tvsc, delete_of_a_running_service_marks_it_and_hides_it) {
+TEST_F(Tvsc, delete_of_a_running_service_by_force_marks_it_and_hides_it) {
     CreateSample(name);
     Do({"start", name});
-    EXPECT_THAT(Do({"delete", name}), HasSubstr("marked for deletion"));
+    EXPECT_THAT(Do({"delete", name, "--force"}), HasSubstr("marked for deletion"));
     EXPECT_TRUE(Listed(name).is_null());
     EXPECT_THAT(Fail(154, {"start", name}), HasSubstr("1072 ERROR_SERVICE_MARKED_FOR_DELETE"));
 }
@@ -649,7 +649,7 @@ TEST_F(Tvsc, a_host_without_a_daemon_exits_150) {
 TEST_F(Tvsc, a_wrong_command_line_exits_2) {
     EXPECT_EQ(ServiceWorld::Tvsc({"stop"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"stop", "--all", "zero"}).status, 2);
-    EXPECT_THAT(Fail(2, {"ping", "-c", "0"}), HasSubstr("tvsc: --count: Value 0 not in range 1 to 1000000\n"));
+    EXPECT_THAT(Fail(2, {"ping", "-c", "0"}), HasSubstr("tvsc: ping: --count: Value 0 not in range 1 to 1000000\n"));
     EXPECT_EQ(ServiceWorld::Tvsc({"frobnicate"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"create", "x"}).status, 2);
     EXPECT_EQ(ServiceWorld::Tvsc({"control", "zero", "many"}).status, 2);
@@ -696,9 +696,9 @@ TEST_F(Tvsc, json_keeps_bytes_that_are_no_utf8) {
 
 TEST_F(Tvsc, an_unknown_command_is_named_and_brings_a_suggestion) {
     EXPECT_EQ(Fail(2, {"lst"}),
-              "tvsc: lst: no such command\n  did you mean list?\nRun with --help for more information.\n");
-    EXPECT_THAT(Fail(2, {"daemon", "stp"}), StartsWith("tvsc: stp: no such command\n  did you mean stop?\n"));
-    EXPECT_THAT(Fail(2, {"list", "--stat"}), StartsWith("tvsc: --stat: not expected here\n"));
+              "tvsc: lst: no such command\n  did you mean list?\nRun tvsc --help for more information.\n");
+    EXPECT_THAT(Fail(2, {"daemon", "stp"}), StartsWith("tvsc: daemon: stp: no such command\n  did you mean stop?\n"));
+    EXPECT_THAT(Fail(2, {"list", "--stat"}), StartsWith("tvsc: list: --stat: not expected here\n"));
 }
 
 TEST_F(Tvsc, a_wrong_word_is_refused_with_those_that_are_known) {

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+// list: all services, or those that are asked for, in columns.
+#include "svcapi/client.h"
+#include "tvsc/json_output.h"
+#include "tvsc/look.h"
+#include "tvsc/names.h"
+#include "tvsc/report.h"
+#include "tvsc/words.h"
+#include "util/printable.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace {
+
+bool PassesFilter(const ServiceView &view, const ListFilter &filter) {
+    const SERVICE_STATUS &status = view.service.status;
+    return filter.states.empty() ||
+           std::any_of(filter.states.begin(), filter.states.end(), [&](const std::string &state) {
+               return state == "failed" ? HasFailed(status) || view.process.isGone
+                                        : state == StateWord(status.dwCurrentState, true);
+           });
+}
+
+void PrintSummary(const std::vector<ServiceView> &views) {
+    std::size_t running = 0, stopped = 0, failed = 0, gone = 0;
+    for (const ServiceView &view : views) {
+        const SERVICE_STATUS &status = view.service.status;
+        gone += view.process.isGone ? 1u : 0u;
+        running += status.dwCurrentState == SERVICE_RUNNING && !view.process.isGone ? 1u : 0u;
+        failed += HasFailed(status) ? 1u : 0u;
+        stopped += status.dwCurrentState == SERVICE_STOPPED && !HasFailed(status) ? 1u : 0u;
+    }
+    fmt::print("{} service{}: {} running, {} stopped, {} failed, {} other.{}\n", views.size(),
+               views.size() == 1 ? "" : "s", running, stopped, failed, views.size() - running - stopped - failed,
+               gone == 0 ? "" : fmt::format(" {} without {} process.", gone, gone == 1 ? "its" : "their"));
+}
+
+// Bytes as they are for a program that reads them; a terminal would act on them.
+void PrintNames(const std::vector<ServiceView> &views) {
+    const bool isRead = isatty(STDOUT_FILENO) == 0;
+    for (const ServiceView &view : views) {
+        fmt::print("{}\n", isRead ? view.service.name : Printable(view.service.name));
+    }
+}
+
+void PrintColumns(const std::vector<ServiceView> &views) {
+    std::vector<std::vector<std::string>> rows = {
+        {"NAME", "STATE", "START", "PID", "UPTIME", "GROUP", "DISPLAY NAME", ""}};
+    std::vector<RowMark> marks = {{" ", Colour::none, 0}};
+    for (const ServiceView &view : views) {
+        const ProcessView &process = view.process;
+        const bool isAlive = process.process != 0 && !process.isGone;
+        rows.push_back({view.service.name, StateText(view.service.status, process),
+                        view.config ? StartWord(view.config->startType) : "-",
+                        isAlive ? std::to_string(process.process) : "-", isAlive ? DurationText(process.uptimeMs) : "-",
+                        view.config && !view.config->group.empty() ? view.config->group : "-", view.service.displayName,
+                        RemarkOn(view)});
+        marks.push_back(MarkOf(view.service.status, process));
+    }
+    PrintTable(rows, marks);
+    PrintSummary(views);
+}
+
+} // namespace
+
+int RunList(Session &session, const ListFilter &filter) {
+    std::vector<ListedService> services;
+    if (filter.patterns.empty()) {
+        if (!ListServicesFor(session, "list", &services)) return Finish(session);
+    } else {
+        services = ResolveServices(session, filter.patterns, "list");
+    }
+    std::vector<ServiceView> views;
+    for (const ListedService &service : services) {
+        ServiceView view = ViewOf(session, service);
+        if (!PassesFilter(view, filter)) continue;
+        const bool wantsConfig = (!filter.brief && !filter.namesOnly) || !filter.group.empty();
+        if (wantsConfig) view.config = ReadConfigByName(session, service.name);
+        if (!filter.group.empty() && (!view.config || view.config->group != filter.group)) continue;
+        views.push_back(std::move(view));
+    }
+    if (session.options.json) {
+        PrintServicesJson(session, views);
+    } else if (filter.namesOnly) {
+        PrintNames(views);
+    } else {
+        PrintColumns(views);
+    }
+    return session.results.empty() ? EXIT_DONE : session.results.front().exitStatus;
+}
