@@ -299,6 +299,21 @@ DWORD FormatMessageA(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWO
 DWORD FormatMessageW(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWORD dwLanguageId, LPWSTR lpBuffer,
                      DWORD nSize, va_list *Arguments);
 
+/* --- UTF-16 text ------------------------------------------------------------------------------------------------ */
+
+/* Format text of 16-bit characters, which the printf functions of libc cannot.
+ *   to      the text, or the text as UTF-8; always terminated, cut to the room
+ *   room    characters or bytes, terminator included; 0: to may be null
+ *   format  %d %i %u %x %X %o, with h, hh, ll, I64, z, j, t or I; without one of them or with l the value has 32 bits,
+ *           as LONG and DWORD; %f %F %e %E %g %G %a %A; %p, all digits; %s and %c take 16-bit characters, as do %ls and
+ *           %lc, %S, %hs, %C and %hc take bytes, UTF-8, and what is none becomes U+FFFD; flags, width and precision
+ *           are obeyed, counted in 16-bit characters (of %hs the precision in bytes); %%. There is no %n
+ *   values  as va_start made them; the caller ends them
+ * Return the length of the whole text without the terminator; -1, to empty, and 87 for a format that is not
+ * understood, 1113 ERROR_NO_UNICODE_TRANSLATION where UTF-8 was wanted of what is no UTF-16. */
+int tvFormatWide(LPWSTR to, size_t room, LPCWSTR format, va_list values);
+int tvFormatWideAsUtf8(LPSTR to, size_t room, LPCWSTR format, va_list values);
+
 /* --- event log -------------------------------------------------------------------------------------------------- */
 
 #define EVENTLOG_SUCCESS 0x0000u

@@ -4,13 +4,13 @@
  *
  * Each answers S_OK; STRSAFE_E_INSUFFICIENT_BUFFER when the text was cut to the room, its end terminated; or
  * STRSAFE_E_INVALID_PARAMETER for no room at all or more than STRSAFE_MAX_CCH characters, nothing written. Cch
- * functions count characters, Cb functions bytes, the terminator included. There are no W forms of the printing ones.
+ * functions count characters, Cb functions bytes, the terminator included. The W forms of the printing ones take the
+ * formats of tvFormatWide (tv/winbase.h).
  */
 #ifndef TVWIN32_STRSAFE_H
 #define TVWIN32_STRSAFE_H
 
-#include "winerror.h"
-#include "winnt.h"
+#include "winbase.h"
 
 #include <stdarg.h>
 #include <stdio.h>
@@ -90,6 +90,25 @@ __attribute__((format(printf, 3, 4))) static __inline__ HRESULT StringCchPrintfA
     return result;
 }
 
+static __inline__ HRESULT StringCchVPrintfW(WCHAR *to, size_t room, const WCHAR *format, va_list values) {
+    int length;
+    if (!TVWIN32_IS_ROOM(room)) return STRSAFE_E_INVALID_PARAMETER;
+    length = tvFormatWide(to, room, format, values);
+    if (length < 0) return STRSAFE_E_INVALID_PARAMETER;
+    return (size_t)length < room ? S_OK : STRSAFE_E_INSUFFICIENT_BUFFER;
+}
+
+static __inline__ HRESULT StringCchPrintfW(WCHAR *to, size_t room, const WCHAR *format, ...) {
+    HRESULT result;
+    va_list values;
+    va_start(values, format);
+    result = StringCchVPrintfW(to, room, format, values);
+    va_end(values);
+    return result;
+}
+
+#define StringCbVPrintfW(to, bytes, format, values) StringCchVPrintfW((to), (bytes) / sizeof(WCHAR), (format), (values))
+#define StringCbPrintfW(to, bytes, ...) StringCchPrintfW((to), (bytes) / sizeof(WCHAR), __VA_ARGS__)
 #define StringCbVPrintfA StringCchVPrintfA
 #define StringCbPrintfA StringCchPrintfA
 

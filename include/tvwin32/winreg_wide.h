@@ -10,7 +10,7 @@
  *     are bytes and stay as they are;
  *   - 234 ERROR_MORE_DATA when room is too small; sizes of data are bytes, sizes of names characters;
  *   - security attributes are passed on, and used as little as by the A functions.
- * The other W functions (machines, hives, several values at once, the unnamed value of old) are those of tv/winreg.h.
+ * Every W function of tv/winreg.h has its form here.
  */
 #ifndef TVWIN32_WINREG_WIDE_H
 #define TVWIN32_WINREG_WIDE_H
@@ -149,6 +149,21 @@ static __inline__ LONG tvRegDeleteByName(LONG (*byName)(HKEY, LPCSTR), HKEY hKey
     if (rc == ERROR_SUCCESS) rc = byName(hKey, name);
     free(name);
     return rc;
+}
+
+/* The same for a key's class, of which the length alone may be wanted. */
+static __inline__ LONG tvRegGiveClass(const char *narrow, LPWSTR keyClass, DWORD *length) {
+    const size_t bytes = strlen(narrow);
+    WCHAR *wide;
+    long units;
+    if (keyClass != NULL) return tvRegGiveName(narrow, keyClass, length);
+    wide = (WCHAR *)malloc((bytes + 1) * sizeof *wide);
+    if (wide == NULL) return ERROR_NOT_ENOUGH_MEMORY;
+    units = tvRegWiden(narrow, bytes, wide);
+    free(wide);
+    if (units < 0) return ERROR_NO_UNICODE_TRANSLATION;
+    *length = (DWORD)units;
+    return ERROR_SUCCESS;
 }
 
 static __inline__ LONG tvRegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired,
@@ -320,20 +335,183 @@ static __inline__ LONG tvRegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueN
                : rc;
 }
 
-/* The class is left out: its length is 0. Longest names are bytes, at least as many as characters. */
+/* Longest names are bytes, at least as many as characters. */
 static __inline__ LONG tvRegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcClass, LPDWORD lpReserved,
                                           LPDWORD lpcSubKeys, LPDWORD lpcMaxSubKeyLen, LPDWORD lpcMaxClassLen,
                                           LPDWORD lpcValues, LPDWORD lpcMaxValueNameLen, LPDWORD lpcMaxValueLen,
                                           LPDWORD lpcbSecurityDescriptor, PFILETIME lpftLastWriteTime) {
-    const LONG rc =
-        RegQueryInfoKeyA(hKey, NULL, NULL, lpReserved, lpcSubKeys, lpcMaxSubKeyLen, lpcMaxClassLen, lpcValues,
-                         lpcMaxValueNameLen, lpcMaxValueLen, lpcbSecurityDescriptor, lpftLastWriteTime);
-    if (rc == ERROR_SUCCESS && lpClass != NULL && lpcClass != NULL && *lpcClass > 0) *lpClass = 0;
-    if (rc == ERROR_SUCCESS && lpcClass != NULL) *lpcClass = 0;
+    DWORD classBytes = TVWIN32_REG_NAME_BYTES - 1;
+    char *const keyClass = lpcClass != NULL ? (char *)calloc(1, TVWIN32_REG_NAME_BYTES) : NULL;
+    LONG rc = ERROR_NOT_ENOUGH_MEMORY;
+    if (lpcClass == NULL || keyClass != NULL) {
+        rc = RegQueryInfoKeyA(hKey, keyClass, keyClass != NULL ? &classBytes : NULL, lpReserved, lpcSubKeys,
+                              lpcMaxSubKeyLen, lpcMaxClassLen, lpcValues, lpcMaxValueNameLen, lpcMaxValueLen,
+                              lpcbSecurityDescriptor, lpftLastWriteTime);
+    }
     if (rc == ERROR_SUCCESS && lpcMaxValueLen != NULL) *lpcMaxValueLen *= sizeof(WCHAR); /* were it text */
+    if (rc == ERROR_SUCCESS && lpcClass != NULL) rc = tvRegGiveClass(keyClass, lpClass, lpcClass);
+    free(keyClass);
     return rc;
 }
 
+/* Sources for Win32 write two backslashes before a machine's name. */
+static __inline__ const char *tvRegMachine(const char *name) {
+    return name != NULL && name[0] == '\\' && name[1] == '\\' ? name + 2 : name;
+}
+
+static __inline__ LONG tvRegConnectRegistryA(LPCSTR lpMachineName, HKEY hKey, PHKEY phkResult) {
+    return RegConnectRegistryA(tvRegMachine(lpMachineName), hKey, phkResult);
+}
+
+static __inline__ LONG tvRegConnectRegistryW(LPCWSTR lpMachineName, HKEY hKey, PHKEY phkResult) {
+    char *name;
+    LONG rc = tvRegName(lpMachineName, &name);
+    if (rc == ERROR_SUCCESS) rc = tvRegConnectRegistryA(name, hKey, phkResult);
+    free(name);
+    return rc;
+}
+
+static __inline__ LONG tvRegLoadKeyW(HKEY hKey, LPCWSTR lpSubKey, LPCWSTR lpFile) {
+    char *name;
+    char *file = NULL;
+    LONG rc = tvRegName(lpSubKey, &name);
+    if (rc == ERROR_SUCCESS) rc = tvRegName(lpFile, &file);
+    if (rc == ERROR_SUCCESS) rc = RegLoadKeyA(hKey, name, file);
+    free(name);
+    free(file);
+    return rc;
+}
+
+static __inline__ LONG tvRegUnLoadKeyW(HKEY hKey, LPCWSTR lpSubKey) {
+    return tvRegDeleteByName(RegUnLoadKeyA, hKey, lpSubKey);
+}
+
+static __inline__ LONG tvRegSaveKeyW(HKEY hKey, LPCWSTR lpFile, LPSECURITY_ATTRIBUTES lpSecurityAttributes) {
+    char *file;
+    LONG rc = tvRegName(lpFile, &file);
+    if (rc == ERROR_SUCCESS) rc = RegSaveKeyA(hKey, file, lpSecurityAttributes);
+    free(file);
+    return rc;
+}
+
+static __inline__ LONG tvRegRestoreKeyW(HKEY hKey, LPCWSTR lpFile, DWORD dwFlags) {
+    char *file;
+    LONG rc = tvRegName(lpFile, &file);
+    if (rc == ERROR_SUCCESS) rc = RegRestoreKeyA(hKey, file, dwFlags);
+    free(file);
+    return rc;
+}
+
+static __inline__ LONG tvRegReplaceKeyW(HKEY hKey, LPCWSTR lpSubKey, LPCWSTR lpNewFile, LPCWSTR lpOldFile) {
+    char *name;
+    char *newFile = NULL;
+    char *oldFile = NULL;
+    LONG rc = tvRegName(lpSubKey, &name);
+    if (rc == ERROR_SUCCESS) rc = tvRegName(lpNewFile, &newFile);
+    if (rc == ERROR_SUCCESS) rc = tvRegName(lpOldFile, &oldFile);
+    if (rc == ERROR_SUCCESS) rc = RegReplaceKeyA(hKey, name, newFile, oldFile);
+    free(name);
+    free(newFile);
+    free(oldFile);
+    return rc;
+}
+
+static __inline__ LONG tvRegQueryValueW(HKEY hKey, LPCWSTR lpSubKey, LPWSTR lpValue, LONG *lpcbValue) {
+    char *name;
+    char *data = NULL;
+    LONG size = 0;
+    LONG room = 0;
+    LONG rc = lpcbValue == NULL ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+    if (rc != ERROR_SUCCESS) return rc;
+    rc = tvRegName(lpSubKey, &name);
+    if (rc == ERROR_SUCCESS) rc = RegQueryValueA(hKey, name, NULL, &size);
+    while (rc == ERROR_SUCCESS && (data == NULL || size > room)) {
+        room = size;
+        free(data);
+        data = (char *)malloc((size_t)room + 1);
+        rc = data == NULL ? ERROR_NOT_ENOUGH_MEMORY : RegQueryValueA(hKey, name, data, &size);
+        if (rc == ERROR_MORE_DATA && size > room) rc = ERROR_SUCCESS;
+    }
+    if (rc == ERROR_SUCCESS) {
+        DWORD bytes = *lpcbValue > 0 ? (DWORD)*lpcbValue : 0;
+        rc = tvRegGiveData(REG_SZ, data, (DWORD)size, (LPBYTE)lpValue, &bytes);
+        *lpcbValue = (LONG)bytes;
+    }
+    free(name);
+    free(data);
+    return rc;
+}
+
+/* The size counts 16-bit characters' bytes; 0: up to the terminator, where a text ends in any case. */
+static __inline__ LONG tvRegSetValueW(HKEY hKey, LPCWSTR lpSubKey, DWORD dwType, LPCWSTR lpData, DWORD cbData) {
+    const size_t most = cbData != 0 ? cbData / sizeof *lpData : (size_t)-1;
+    size_t length = 0;
+    long bytes = 0;
+    char *name;
+    char *data = NULL;
+    LONG rc = lpData == NULL || dwType != REG_SZ ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+    if (rc != ERROR_SUCCESS) return rc;
+    while (length < most && lpData[length] != 0) {
+        ++length;
+    }
+    rc = tvRegName(lpSubKey, &name);
+    if (rc == ERROR_SUCCESS) data = (char *)malloc(length * 3 + 1);
+    if (data != NULL) bytes = tvRegNarrow(lpData, length, data);
+    if (rc == ERROR_SUCCESS) {
+        rc = data == NULL ? ERROR_NOT_ENOUGH_MEMORY : bytes < 0 ? ERROR_NO_UNICODE_TRANSLATION : ERROR_SUCCESS;
+    }
+    if (rc == ERROR_SUCCESS) {
+        data[bytes] = 0;
+        rc = RegSetValueA(hKey, name, dwType, data, 0);
+    }
+    free(name);
+    free(data);
+    return rc;
+}
+
+/* Each value begins at a whole 16-bit character. 234 when one does not fit: *ldwTotsize is the room for all then, and
+ * the entries from the first one that did not fit are left alone. */
+static __inline__ LONG tvRegQueryMultipleValuesW(HKEY hKey, PVALENTW val_list, DWORD num_vals, LPWSTR lpValueBuf,
+                                                 LPDWORD ldwTotsize) {
+    BYTE *const buffer = (BYTE *)lpValueBuf;
+    DWORD room;
+    DWORD total = 0;
+    DWORD i;
+    LONG rc = ERROR_SUCCESS;
+    BOOL fits = TRUE;
+    if (val_list == NULL || ldwTotsize == NULL) return ERROR_INVALID_PARAMETER;
+    room = *ldwTotsize;
+    for (i = 0; i < num_vals; ++i) {
+        DWORD type = REG_NONE;
+        DWORD bytes;
+        BYTE nothing = 0; /* no room is none, not a question for the size */
+        total += total % (DWORD)sizeof(WCHAR);
+        bytes = fits && buffer != NULL && total < room ? room - total : 0;
+        rc = tvRegQueryValueExW(hKey, val_list[i].ve_valuename, NULL, &type, bytes != 0 ? buffer + total : &nothing,
+                                &bytes);
+        if (rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA) return rc;
+        if (rc == ERROR_MORE_DATA || buffer == NULL) fits = FALSE;
+        if (fits) {
+            val_list[i].ve_valuelen = bytes;
+            val_list[i].ve_valueptr = (DWORD_PTR)(buffer + total);
+            val_list[i].ve_type = type;
+        }
+        total += bytes;
+    }
+    *ldwTotsize = total;
+    return fits ? ERROR_SUCCESS : ERROR_MORE_DATA;
+}
+
+#define RegConnectRegistryA tvRegConnectRegistryA
+#define RegConnectRegistryW tvRegConnectRegistryW
+#define RegLoadKeyW tvRegLoadKeyW
+#define RegUnLoadKeyW tvRegUnLoadKeyW
+#define RegSaveKeyW tvRegSaveKeyW
+#define RegRestoreKeyW tvRegRestoreKeyW
+#define RegReplaceKeyW tvRegReplaceKeyW
+#define RegQueryValueW tvRegQueryValueW
+#define RegSetValueW tvRegSetValueW
+#define RegQueryMultipleValuesW tvRegQueryMultipleValuesW
 #define RegQueryInfoKeyW tvRegQueryInfoKeyW
 #define RegOpenKeyExW tvRegOpenKeyExW
 #define RegOpenKeyW tvRegOpenKeyW

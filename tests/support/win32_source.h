@@ -43,5 +43,10 @@ int __cdecl Install(void) {
     if (SUCCEEDED(StringCchCopy(path, ARRAYSIZE(path), SERVICE_NAME)) && _tcsicmp(path, names[1]) == 0) {
         QueryServiceConfig(service, config, 0, &bytes);
     }
+    if (_sntprintf(path, ARRAYSIZE(path), TEXT("%s failed with %d\n"), SERVICE_NAME, 7) > 0) {
+        _ftprintf(stderr, TEXT("%s"), path);
+        StringCchPrintf(path, ARRAYSIZE(path), TEXT("%s"), names[0]);
+        wsprintf(path, TEXT("%u"), GetLastError());
+    }
     return StartServiceCtrlDispatcher(table) ? NO_ERROR : (int)GetLastError();
 }

@@ -104,11 +104,48 @@ runAsService() { # PROGRAM
     [ "$status" -eq 1 ]
 }
 
+# The names of the headers' functions, types and constants that end in A, without it.
+namesWithForms() { # HEADER...
+    sed -nE -e 's/^[A-Za-z_]+ ([A-Za-z0-9]+)A\(.*/\1/p' -e 's/^typedef .*\(\*(\w+)A\)\(.*/\1/p' \
+        -e 's/^#define (\w+)A ["'"'"'].*/\1/p' "$@"
+    sed -nE 's/^\} (.*);$/\1/p' "$@" | tr -d ' *' | tr ',' '\n' | sed -nE 's/A$//p'
+}
+
+@test "each name of the services' and the registry's headers has both forms, and means the one that UNICODE says" {
+    cd "$prefix/include/tv"
+    namesWithForms winsvc.h winreg.h winbase.h | sort -u >"$BATS_TEST_TMPDIR/names"
+    cd "$BATS_TEST_TMPDIR"
+    [ "$(wc -l <names)" -ge 85 ]
+    for name in OpenSCManager ENUM_SERVICE_STATUS LPQUERY_SERVICE_CONFIG LPSERVICE_MAIN_FUNCTION SC_GROUP_IDENTIFIER \
+        PSERVICE_NOTIFY_2 RegConnectRegistry RegQueryMultipleValues PVALENT ReportEvent; do
+        grep -qx $name names
+    done
+    for form in A W; do
+        {
+            echo '#include <windows.h>'
+            sed -E "s/.*/is \"&\" & and &$form/" names
+        } >expand.h
+        ${CC:-cc} -E -P $([ $form = A ] || echo -DUNICODE) $(pkg-config --cflags tvwin32) -x c expand.h |
+            sed -nE 's/^is "(\w+)" (.*) and (.*)/\1|\2|\3/p' >expanded
+        [ "$(wc -l <expanded)" -eq "$(wc -l <names)" ]
+        awk -F'|' '$2 != $3 { print "means something else: " $0; wrong = 1 } END { exit wrong }' expanded
+    done
+    # That the forms are there: their addresses and sizes are.
+    while read -r name; do
+        for form in A W; do
+            [[ $name =~ ^(SERVICES_|SC_GROUP) ]] && echo "unsigned size_$name$form = sizeof($name$form);" && continue
+            [[ $name == *[a-z]* ]] && echo "const void *at_$name$form = (const void *)(unsigned long)&$name$form;" ||
+                echo "unsigned size_$name$form = sizeof($name$form);"
+        done
+    done <names | sed '1i #include <windows.h>' >forms.c
+    ${CC:-cc} -std=c11 -w $TV_SANITIZE_FLAGS -c forms.c -o forms.o $(pkg-config --cflags tvwin32)
+}
+
 @test "libtvbase exports the functions of its headers and no others" {
     declared=$(cat "$prefix"/include/tv/{winbase,lasterror}.h | sed -nE \
-        's/^(__attribute__\(\(noreturn\)\) )?(DWORD|void|BOOL|HANDLE|LPSTR|LPWSTR|uint64_t) (\w+)\(.*/\3/p' | sort)
+        's/^(__attribute__\(\(noreturn\)\) )?(DWORD|int|void|BOOL|HANDLE|LPSTR|LPWSTR|uint64_t) (\w+)\(.*/\3/p' | sort)
     exported=$(nm -D --defined-only "$libraryFolder/libtvbase.so" | awk '$2 == "T" { sub(/@.*/, "", $3); print $3 }' | sort)
-    [ "$(wc -l <<<"$declared")" -ge 47 ]
+    [ "$(wc -l <<<"$declared")" -ge 60 ]
     diff <(echo "$declared") <(echo "$exported")
 }
 
