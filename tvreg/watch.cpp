@@ -26,7 +26,7 @@ void ShowRound(const Options &options, const std::vector<Difference> &difference
     for (const Difference &difference : differences) {
         Json event = {{"schema", "tvreg.event/1"}, {"time", Now("{:%Y-%m-%dT%H:%M:%SZ}")}};
         event.update(DifferenceJson(difference, top));
-        Print(event.dump(-1, ' ', true) + "\n"); // one line an event
+        Print(JsonLine(event) + "\n");
     }
 }
 

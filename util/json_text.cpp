@@ -26,8 +26,11 @@ void SetTexts(Json &object, const std::string &member, const std::vector<std::st
     object[member + "_bytes"] = std::move(bytes);
 }
 
-std::string JsonText(const Json &value) {
-    constexpr int indentation = 2;
+static std::string Written(const Json &value, int indentation) {
     constexpr bool asAscii = true;
     return value.dump(indentation, ' ', asAscii, Json::error_handler_t::replace);
 }
+
+std::string JsonText(const Json &value) { return Written(value, 2); }
+
+std::string JsonLine(const Json &value) { return Written(value, -1); }

@@ -19,3 +19,4 @@ void SetTexts(nlohmann::ordered_json &object, const std::string &member, const s
 // A value over several lines, without the end of the last one. All of it is ASCII: what a terminal would act on stands
 // there as \uNNNN.
 [[nodiscard]] std::string JsonText(const nlohmann::ordered_json &value);
+[[nodiscard]] std::string JsonLine(const nlohmann::ordered_json &value); // the same on one line
