@@ -70,6 +70,7 @@ _tvreg() {{
 complete -F _tvreg tvreg
 )--";
 
+// A shell that finds the file by its name takes it for the body of _tvreg; read with "source", it is none.
 constexpr char zshScript[] = R"--(#compdef tvreg
 # zsh completion of tvreg; made by: tvreg completion zsh
 _tvreg() {{
@@ -87,7 +88,11 @@ _tvreg() {{
         _files
     fi
 }}
-compdef _tvreg tvreg
+if [[ ${{funcstack[1]}} == _tvreg ]]; then
+    _tvreg "$@"
+else
+    compdef _tvreg tvreg
+fi
 )--";
 
 constexpr char fishScript[] = R"--(# fish completion of tvreg; made by: tvreg completion fish
