@@ -309,6 +309,27 @@ std::vector<std::string> CommandNames() {
                                                             fmt::join(similar, ", ")));
 }
 
+// The options of the command that was called, or the commands below it, that a word may have been meant for.
+std::vector<std::string> Meant(const CLI::App &app, const std::string &word) {
+    const CLI::App *called = &app;
+    while (!called->get_subcommands().empty()) {
+        called = called->get_subcommands().front();
+    }
+    std::vector<std::string> names;
+    if (word.starts_with('-')) {
+        for (const CLI::Option *option : called->get_options()) {
+            for (const std::string &name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+    } else {
+        for (const CLI::App *below : called->get_subcommands([](const CLI::App *) { return true; })) {
+            names.push_back(below->get_name());
+        }
+    }
+    return SimilarNames(word.substr(0, word.find('=')), names);
+}
+
 int Complete(const Options &options) {
     Invocation unused;
     CLI::App app(about, "tvreg");
@@ -340,6 +361,10 @@ void ReadCommandLine(int argc, const char *const *argv, Invocation *invocation) 
         if (app.get_subcommands().empty() && !unknown.empty()) FailUnknown(unknown.front());
         // Of compare, the status of wrong usage tells of a difference.
         const bool isCompare = command != nullptr && command->run == Compare;
-        if (app.exit(error) != 0) throw Failure(isCompare ? EXIT_FAILED : EXIT_USAGE, "");
+        if (app.exit(error) == 0) return;
+        const std::vector<std::string> below = app.remaining(true);
+        const std::vector<std::string> meant = below.empty() ? below : Meant(app, below.front());
+        if (!meant.empty()) Tell(fmt::format("did you mean {}?", fmt::join(meant, ", ")));
+        throw Failure(isCompare ? EXIT_FAILED : EXIT_USAGE, "");
     }
 }

@@ -371,6 +371,8 @@ TEST_F(TvregCommands, lint_tells_everything_that_would_keep_services_from_loadin
 TEST_F(TvregCommands, what_may_have_been_meant_is_told) {
     WriteKey(name + "\\Service", {{"Display", REG_SZ, Sz("x")}});
     EXPECT_EQ(Run({"querry", key}).error, "tvreg: querry: no such command; did you mean query?\n");
+    EXPECT_THAT(Run({"query", key, "--recusrive"}).error, HasSubstr("tvreg: did you mean --recursive?\n"));
+    EXPECT_THAT(Run({"snapshot", "takee"}).error, HasSubstr("tvreg: did you mean take?\n"));
     EXPECT_THAT(Run({"query", key + "\\Servcie\\x"}).error,
                 HasSubstr("tvreg: did you mean " + longKey + "\\Service?\n"));
     EXPECT_THAT(Run({"get", key + "\\Service", "Dsiplay"}).error, HasSubstr("tvreg: did you mean Display?\n"));
@@ -381,27 +383,94 @@ TEST_F(TvregCommands, what_may_have_been_meant_is_told) {
     EXPECT_EQ(told["suggest"][0], "Display");
 }
 
-TEST_F(TvregCommands, every_command_has_json_with_a_schema) {
-    WriteKey(name, {{"v", REG_SZ, Sz("x")}});
-    for (const std::vector<std::string> &command : {std::vector<std::string>{"query", key},
-                                                    {"ls", key},
-                                                    {"get", key, "v"},
-                                                    {"tree", key},
-                                                    {"version"},
-                                                    {"find", "v", key},
-                                                    {"add", key},
-                                                    {"set", key, "w", "y"},
-                                                    {"rm", key, "w"},
-                                                    {"copy", key, key + "\\c"},
-                                                    {"delete", key + "\\c"},
-                                                    {"compare", key, key},
-                                                    {"diff", key, key},
-                                                    {"export", key}}) {
-        std::vector<std::string> arguments = command;
-        arguments.emplace_back("--json");
-        EXPECT_THAT(Json::parse(Do(arguments))["schema"].get<std::string>(), testing::MatchesRegex("tvreg[.][a-z]+/1"))
-            << command.front();
+// Every form of answer there is, each with a text that is no UTF-8 where one may stand, against the schemas.
+TEST_F(TvregCommands, json_of_every_command_is_as_its_schema_says) {
+    const std::string bytes = "\xFF";
+    WriteKey(name, {{"v", REG_SZ, Sz("x")},
+                    {bytes, REG_MULTI_SZ, MultiSz({"y", bytes})},
+                    {"w", REG_EXPAND_SZ, Sz(bytes)},
+                    {"d", REG_DWORD, Dword(7)},
+                    {"b", REG_BINARY, "\x01"}});
+    WriteKey(name + "\\" + bytes + "\\below", {});
+    WriteService("bare" + bytes, 3, "", {{"Tag", REG_BINARY, "12345"}});
+    const std::string reg = File("REGEDIT4\n[" + longKey + "\\i]\n\"n\"=\"x\"\n"),
+                      wrong = File("REGEDIT4\nwrong\n", "wrong.reg"), hive = folder + "/schema hive",
+                      loaded = "HKLM\\" + name + "Loaded";
+    const std::vector<std::vector<std::string>> commands = {{"query", key, "-s"},
+                                                            {"query", key, "-f", "v"},
+                                                            {"find", "v", key},
+                                                            {"ls", key},
+                                                            {"ls", "-r", key},
+                                                            {"get", key, "v"},
+                                                            {"get", key, bytes},
+                                                            {"tree", key},
+                                                            {"version"},
+                                                            {"add", key, "-v", bytes, "-d", "x"},
+                                                            {"set", key, "s", "y"},
+                                                            {"rm", key, "s"},
+                                                            {"copy", key, key + "\\c", "-s"},
+                                                            {"delete", key + "\\c"},
+                                                            {"compare", key, key, "--oa"},
+                                                            {"diff", key, key + "\\" + bytes},
+                                                            {"export", key},
+                                                            {"import", reg},
+                                                            {"import", wrong},
+                                                            {"import", "-n", reg},
+                                                            {"lint"},
+                                                            {"save", key, hive},
+                                                            {"restore", key, hive},
+                                                            {"load", loaded, hive},
+                                                            {"unload", loaded},
+                                                            {"snapshot", "take", key, "s" + bytes},
+                                                            {"snapshot", "list"},
+                                                            {"snapshot", "diff", "s" + bytes},
+                                                            {"snapshot", "restore", "-n", "s" + bytes},
+                                                            {"edit", key + "\\i"},
+                                                            {"get", key, "none"},
+                                                            {"get", key, "bb" + bytes},
+                                                            {"query", key + "\\none"}};
+    const std::string answers = folder + "/answers";
+    std::string lines;
+    for (std::vector<std::string> command : commands) {
+        command.insert(command.begin(), ProgramPath("tvreg"));
+        command.emplace_back("--json");
+        const Ended ended = RunAndRead(
+            {.command = command, .environment = {"XDG_STATE_HOME=" + folder + "/schemas", "EDITOR=sed -i s/x/y/"}});
+        ASSERT_TRUE(Json::accept(ended.output)) << command[1] << ": " << ended.output << ended.error;
+        lines += Json::parse(ended.output).dump() + "\n";
     }
+    const pid_t watching = StartProgram(
+        {.command = {ProgramPath("tvreg"), "watch", key, "--interval", "0.05", "--json"}, .outputFile = answers});
+    EXPECT_TRUE(WaitUntil([&] {
+        const std::string data = ReadValue(name, bytes)->data;
+        WriteKey(name, {{bytes, REG_SZ, data == Sz(bytes) ? Sz("x") : Sz(bytes)}});
+        return ReadWhatIsThere(answers).find("\"changed\"") != std::string::npos;
+    }));
+    kill(watching, SIGTERM);
+    (void)WaitForEnd(watching);
+    const std::string events = ReadFile(answers);
+    WriteFile(answers, lines + events.substr(0, events.rfind('\n') + 1));
+    DeleteKey(servicesKey);
+    const Ended held = Shell("python3 -c 'import jsonschema' 2>/dev/null || exit 77; exec python3 - " + answers +
+                             " $TV_SOURCE/docs/schemas/tvreg.schema.json <<'END'\n"
+                             "import json, sys, jsonschema\n"
+                             "schema = json.load(open(sys.argv[2]))\n"
+                             "jsonschema.Draft7Validator.check_schema(schema)\n"
+                             "known = {part['properties']['schema']['const']: part for part in"
+                             " schema['definitions'].values() if 'schema' in part.get('properties', {})}\n"
+                             "assert len(known) == len(schema['oneOf'])\n"
+                             "met = set()\n"
+                             "for line in open(sys.argv[1]):\n"
+                             "    answer = json.loads(line)\n"
+                             "    met.add(answer['schema'])\n"
+                             "    part = dict(known[answer['schema']], definitions=schema['definitions'])\n"
+                             "    for fault in jsonschema.Draft7Validator(part).iter_errors(answer):\n"
+                             "        sys.exit(line + str(fault))\n"
+                             "    jsonschema.Draft7Validator(schema).validate(answer)\n"
+                             "assert met == set(known), set(known) - met\n"
+                             "END");
+    if (held.status == 77) GTEST_SKIP() << "python3-jsonschema is not installed";
+    EXPECT_EQ(held.status, 0) << held.error;
 }
 
 TEST_F(TvregCommands, bash_completes_commands_options_and_keys) {
