@@ -4,9 +4,9 @@
 # win32_corpus/NAME: a main that takes its place, and headers for those that the sources name and that would need the
 # whole program.
 #
-# The archive is the one that this machine's apt has its packages from; lists and sources land in a folder of the test.
-# Where it cannot be reached nothing is tested, and where it lacks a source that program is passed over.
+# Where the archive cannot be reached nothing is tested, and where it lacks a source that program is passed over.
 
+load source_archive
 load win32_package
 
 setup_file() {
@@ -16,32 +16,13 @@ setup_file() {
     openArchive || echo "# the source archive cannot be reached: no service code of others was tested" >&3
 }
 
-# A configuration of apt for sources, which leaves the machine's own alone.
-openArchive() {
-    mkdir -p "$archive"/{lists,cache,state}
-    {
-        echo "Dir::Etc::sourcelist \"$archive/sources.list\";" 'Dir::Etc::sourceparts "-";'
-        echo "Dir::State \"$archive/state\";" "Dir::State::lists \"$archive/lists\";" "Dir::Cache \"$archive/cache\";"
-        echo 'APT::Sandbox::User "root";' 'Acquire::Retries "2";' 'Acquire::http::Timeout "20";'
-    } >"$archive/apt.conf"
-    apt-get indextargets 'Identifier: Packages' --format 'deb-src $(REPO_URI) $(RELEASE) $(COMPONENT)' | sort -u \
-        >"$archive/sources.list"
-    [ -s "$archive/sources.list" ] && APT_CONFIG=$archive/apt.conf timeout 120 apt-get update -qq \
-        >"$archive/update.log" 2>&1 && ls "$archive"/lists/*Sources* >/dev/null 2>&1 && touch "$archive/open"
-}
-
 setup() {
     [ -e "$archive/open" ] || skip "the source archive cannot be reached"
     cd "$BATS_TEST_TMPDIR" || return
 }
 
-# Leaves the named files of a source package in source/.
 fetch() { # PACKAGE FILE...
-    mkdir -p "$archive/$1"
-    (cd "$archive/$1" && APT_CONFIG=$archive/apt.conf timeout 200 apt-get source -qq --download-only --tar-only "$1" \
-        >fetch.log 2>&1) || skip "the source archive does not give $1"
-    mkdir source
-    tar -xf "$archive/$1"/*.orig.tar.* -C source --strip-components=1 --wildcards "${@:2}"
+    fetchSource "$@" || skip "the source archive does not give $1"
 }
 
 # The compiler's warnings are the program's own affair.
