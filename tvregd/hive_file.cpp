@@ -2,6 +2,7 @@
 // hive_file: the tables of a hive in memory, and a file that appears whole.
 #include "tvregd/hive_file.h"
 
+#include "tv/winerror.h"
 #include "tvregd/operations.h"
 #include "tvregd/statement.h"
 

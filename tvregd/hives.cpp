@@ -2,6 +2,7 @@
 // hives: from file to tree and back, each in one group.
 #include "tvregd/hives.h"
 
+#include "tv/winreg.h"
 #include "tvregd/graveyard.h"
 #include "tvregd/hive_file.h"
 #include "tvregd/planting.h"

@@ -2,6 +2,7 @@
 // loading: rows into keys and values, and what earlier versions left otherwise.
 #include "tvregd/loading.h"
 
+#include "tv/winreg.h"
 #include "tvregd/statement.h"
 #include "tvregd/views.h"
 #include "util/printable.h"

@@ -3,6 +3,7 @@
 #include "tvregd/operations.h"
 
 #include "servd/limits.h"
+#include "tv/winreg.h"
 #include "tvregd/graveyard.h"
 #include "tvregd/seeds.h"
 #include "tvregd/views.h"

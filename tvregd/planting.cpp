@@ -2,6 +2,7 @@
 // planting: looks at the key that should have seeds, and writes those that are missing.
 #include "tvregd/planting.h"
 
+#include "tv/winreg.h"
 #include "tvregd/operations.h"
 #include "tvregd/seeds.h"
 

@@ -14,6 +14,7 @@
 #include "registry/regd_xdr.h"
 #include "rpc/door.h"
 #include "rpc/peer_owner.h"
+#include "tv/winreg.h"
 #include "tvregd/graveyard.h"
 #include "tvregd/hives.h"
 #include "tvregd/port_entry.h"

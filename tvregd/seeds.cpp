@@ -3,9 +3,10 @@
 #include "tvregd/seeds.h"
 
 #include "servd/service_keys.h"
+#include "tv/winreg.h"
 #include "tv/winsvc.h"
-#include "util/names.h"
 #include "util/little_endian.h"
+#include "util/names.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 // store: the schema, and a statement for each change.
 #include "tvregd/store.h"
 
+#include "tv/winerror.h"
 #include "tvregd/statement.h"
 
 #include <fcntl.h>

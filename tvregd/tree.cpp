@@ -2,6 +2,8 @@
 // tree: lists that are found by name.
 #include "tvregd/tree.h"
 
+#include "tv/winreg.h"
+
 #include <algorithm>
 
 // --- lists of entries with names ---

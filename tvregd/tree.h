@@ -14,7 +14,7 @@
 #pragma once
 
 #include "registry/limits.h"
-#include "tv/winreg.h"
+#include "tv/wintypes.h"
 #include "tvregd/name_table.h"
 
 #include <cstdint>
@@ -33,7 +33,7 @@ struct NamedList {
 
 struct Value {
     std::string name; // empty: the unnamed value of the key
-    std::uint32_t type = REG_NONE;
+    std::uint32_t type = 0; // REG_NONE
     std::string data;
     std::int64_t row = 0; // in the database; 0: not there yet
 };

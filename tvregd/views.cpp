@@ -2,6 +2,7 @@
 // views: finding what a root shows, and the move from databases in which it had content of its own.
 #include "tvregd/views.h"
 
+#include "tv/winreg.h"
 #include "util/printable.h"
 
 #include <algorithm>

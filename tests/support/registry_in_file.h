@@ -2,6 +2,7 @@
 // registry_in_file: the registry daemon's operations on a database in a temporary folder, without a daemon.
 #pragma once
 
+#include "tv/winreg.h"
 #include "tvregd/graveyard.h"
 #include "tvregd/loading.h"
 #include "tvregd/operations.h"
