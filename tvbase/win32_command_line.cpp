@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// command_line: backslashes are themselves unless a quote follows them.
+// win32_command_line: backslashes are themselves unless a quote follows them.
 #include "tvbase/win32_command_line.h"
 
 namespace {

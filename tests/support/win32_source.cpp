@@ -1,2 +1,3 @@
 /* SPDX-License-Identifier: MIT */
+/* win32_source, as C++. */
 #include "tests/support/win32_source.h"
