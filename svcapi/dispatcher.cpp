@@ -12,6 +12,7 @@
 #include "svcapi/port_entry.h"
 #include "svcapi/runtime.h"
 #include "svcapi/wide.h"
+#include "util/printable.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -19,6 +20,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <system_error>
 #include <thread>
@@ -107,6 +109,18 @@ DWORD LaunchServiceMain(StartedService &service) {
     }
 }
 
+// The daemon knows nothing of the process that still runs, or it would not have started this one: it was restarted, or
+// has given the service up. Reported, because the daemon takes a refused start for one that is under way.
+std::int32_t RefuseSecondRun(ServiceRuntime &runtime, StartedService &service, pid_t other) {
+    std::fprintf(stderr, "tvsvc: %s: process %d of an earlier start still runs; it is not started a second time\n",
+                 Printable(service.name).c_str(), static_cast<int>(other));
+    SERVICE_STATUS status = InitialStatus();
+    status.dwCurrentState = SERVICE_STOPPED;
+    status.dwWin32ExitCode = ERROR_SERVICE_ALREADY_RUNNING;
+    ChangeStatus(runtime, service, status);
+    return ERROR_SERVICE_ALREADY_RUNNING;
+}
+
 service_START_SERVICE_OUT Serve(const service_START_SERVICE_IN &request) {
     ServiceRuntime &runtime = Runtime();
     const std::lock_guard<std::mutex> locked(runtime.guard);
@@ -127,8 +141,9 @@ service_START_SERVICE_OUT Serve(const service_START_SERVICE_IN &request) {
     service->index = request.serviceindex;
     // Reported before ServiceMain has said anything: until the first report a mere question would find it dead.
     ChangeStatus(runtime, *service, InitialStatus());
-    const std::string pidFile = WritePidFile(service->name);
-    if (!pidFile.empty()) runtime.pidFiles.push_back(pidFile);
+    const pid_t other = FindOtherRun(service->name);
+    if (other != 0 && !runtime.settlesPredecessors) return {RefuseSecondRun(runtime, *service, other), 0};
+    if (other == 0) service->holdsHint = !WritePidFile(service->name).empty();
     const auto context = std::find_if(runtime.services.begin(), runtime.services.end(),
                                       [&](const StartedService &one) { return &one == service; }) -
                          runtime.services.begin();
@@ -236,10 +251,9 @@ SVCXPRT *Listen(int *listening) {
 
 void RemovePidFiles(ServiceRuntime &runtime) {
     const std::lock_guard<std::mutex> locked(runtime.guard);
-    for (const std::string &path : runtime.pidFiles) {
-        RemovePidFile(path);
+    for (const StartedService &service : runtime.services) {
+        if (service.holdsHint) RemovePidFile(service.name);
     }
-    runtime.pidFiles.clear();
 }
 
 // Lets the last reports out before the process is gone. A handler that exits holds the daemon in its call: waiting
@@ -352,6 +366,13 @@ SERVICE_STATUS_HANDLE RegisterHandler(LPCWSTR name, const ControlHandler &handle
 }
 
 } // namespace
+
+void TakeServiceOver(const std::string &serviceName) {
+    ServiceRuntime &runtime = Runtime();
+    const std::lock_guard<std::mutex> locked(runtime.guard);
+    StartedService *const service = FindStarted(runtime, serviceName);
+    if (service != nullptr) service->holdsHint = !WritePidFile(serviceName).empty();
+}
 
 BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable) {
     std::vector<TableEntry> table;

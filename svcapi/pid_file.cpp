@@ -16,15 +16,25 @@ namespace {
 
 constexpr char suffix[] = ".pid";
 constexpr std::size_t longestText = 64;
+constexpr char stoppedMark = 's';
 
 PidHint HintOf(const RuntimeFile &file) {
     PidHint hint;
     hint.writtenAt = file.writtenAt;
     std::uint64_t start = 0;
-    if (std::sscanf(file.text.c_str(), "%d %" SCNu64, &hint.pid, &start) < 1 || hint.pid <= 0) return {};
+    char mark = '\0';
+    if (std::sscanf(file.text.c_str(), "%d %" SCNu64 " %c", &hint.pid, &start, &mark) < 1 || hint.pid <= 0) return {};
+    hint.stopped = mark == stoppedMark;
     const bool exists = kill(hint.pid, 0) == 0 || errno == EPERM;
     hint.alive = exists && (start == 0 || IsSameProcess(hint.pid, start)) && IsBelieved(hint.pid, file.owner);
     return hint;
+}
+
+std::string TextOfThisProcess() { return std::to_string(getpid()) + " " + std::to_string(StartOfProcess(getpid())); }
+
+bool HasEnded(pid_t process) {
+    ProcessStat stat;
+    return ReadProcessStat(process, &stat) && stat.state == 'Z';
 }
 
 } // namespace
@@ -33,11 +43,20 @@ int PreparePidFile(const std::string &serviceName, const std::string &account) {
     return PrepareRuntimeFile(serviceName, suffix, account);
 }
 
-void RemovePidFile(const std::string &path) { RemoveRuntimeFile(path); }
+void RemovePidFile(const std::string &serviceName) { RemoveRuntimeFiles(serviceName, suffix, TextOfThisProcess()); }
 
 std::string WritePidFile(const std::string &serviceName) {
-    const std::string start = std::to_string(StartOfProcess(getpid()));
-    return WriteRuntimeFile(serviceName, suffix, std::to_string(getpid()) + " " + start + "\n");
+    return WriteRuntimeFile(serviceName, suffix, TextOfThisProcess() + "\n");
+}
+
+void MarkPidFileStopped(const std::string &serviceName) {
+    if (ReadPidHint(serviceName).pid != getpid()) return;
+    (void)WriteRuntimeFile(serviceName, suffix, TextOfThisProcess() + " stopped\n");
+}
+
+pid_t FindOtherRun(const std::string &serviceName) {
+    const PidHint hint = ReadPidHint(serviceName);
+    return hint.alive && !hint.stopped && hint.pid != getpid() && !HasEnded(hint.pid) ? hint.pid : 0;
 }
 
 PidHint ReadPidHint(const std::string &serviceName) {

@@ -2,8 +2,9 @@
 // pid_file: a hint for people and tools, because the daemon tells nobody a process id.
 //
 // The file is NAME.pid (runtime_file.h). It holds the process id, a blank and the moment of the process's start as
-// /proc/PID/stat tells it, and a newline, or nothing. It is a hint only: it may be missing, or left over from a killed
-// process; the moment tells that one from another process that has got its number since.
+// /proc/PID/stat tells it, " stopped" once the service has told its end, and a newline, or nothing. It is a hint only:
+// it may be missing, or left over from a killed process; the moment tells that one from another process that has got
+// its number since.
 #pragma once
 
 #include <sys/types.h>
@@ -18,12 +19,22 @@
 // Writes the hint for this process. Returns the file's path; empty when it could not be written.
 [[nodiscard]] std::string WritePidFile(const std::string &serviceName);
 
-// Takes the hint away; the file stays, and is empty, where it is not ours to remove.
-void RemovePidFile(const std::string &path);
+// Takes the hint away where it is still the one of this process; the file stays, and is empty, where it is not ours to
+// remove.
+void RemovePidFile(const std::string &serviceName);
+
+// Notes in the hint of this process that the service is stopped, whatever the process does from now on. The hint of
+// another process stays as it is.
+void MarkPidFileStopped(const std::string &serviceName);
+
+// The process, other than this one, that was started for the service, lives and has not told the service's end; 0 for
+// none.
+[[nodiscard]] pid_t FindOtherRun(const std::string &serviceName);
 
 struct PidHint {
     pid_t pid = 0; // 0 when there is no hint
     bool alive = false;
+    bool stopped = false; // it has told the service's end
     time_t writtenAt = 0; // seconds since the epoch
 };
 

@@ -4,6 +4,7 @@
 // Of each service only the latest state is sent. A report that fails is repeated each second, so that a restarted
 // daemon hears of services that outlived it; their numbers are looked up again by name then.
 #include "svcapi/calls.h"
+#include "svcapi/pid_file.h"
 #include "svcapi/runtime.h"
 
 #include <algorithm>
@@ -34,6 +35,16 @@ DWORD Report(DaemonLink &link, const std::string &name, const SERVICE_STATUS &st
     if (rc != ERROR_SUCCESS) return rc;
     *restarts = link.restarts;
     return SetRecordStatus(link, *index, status);
+}
+
+// Sends a report, unless a later process has taken the service over: the daemon knows the two by one name, and would
+// take the end of this one for that one's.
+DWORD ReportUnlessTakenOver(DaemonLink &link, const std::string &name, const SERVICE_STATUS &status, bool holdsHint,
+                            std::int32_t *index, std::uint32_t *restarts) {
+    if (holdsHint && FindOtherRun(name) != 0) return ERROR_SUCCESS;
+    // Before anybody can hear of the end, and start the service again.
+    if (holdsHint && status.dwCurrentState == SERVICE_STOPPED) MarkPidFileStopped(name);
+    return Report(link, name, status, index, restarts);
 }
 
 bool IsDaemonUnreachable(DWORD rc) {
@@ -79,9 +90,10 @@ void ReportStates(ServiceRuntime &runtime) {
         const std::uint64_t change = service->changes;
         std::int32_t index = service->index;
         std::uint32_t restarts = service->restarts;
+        const bool holdsHint = service->holdsHint;
 
         locked.unlock();
-        const DWORD rc = Report(link, name, status, &index, &restarts);
+        const DWORD rc = ReportUnlessTakenOver(link, name, status, holdsHint, &index, &restarts);
         locked.lock();
 
         runtime.daemonGone = IsDaemonUnreachable(rc);

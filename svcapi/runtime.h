@@ -39,20 +39,25 @@ struct StartedService {
     SERVICE_STATUS status = {}; // as set last, its wait hint made safe to report
     std::uint64_t changes = 0;  // how often status was set
     std::uint64_t reported = 0; // the change that the daemon has heard of
+    bool holdsHint = false;     // this process has written its id for the service (pid_file.h)
 };
 
 struct ServiceRuntime {
     std::mutex guard;                    // everything below
     std::condition_variable changed;     // told about every change below
     std::deque<StartedService> services; // addresses are handed out: nothing is ever removed
-    std::vector<std::string> pidFiles;   // removed when the process exits
     bool serving = false;                // a start or a control is being answered
     bool ending = false;                 // reports that cannot be sent at once are given up
     bool daemonGone = false;             // the last report could not be sent
+    bool settlesPredecessors = false;    // a start beside a living earlier one is the program's own business
 };
 
 // Never destroyed: threads may outlive main.
 ServiceRuntime &Runtime();
+
+// Has this process stand for a service: it leaves its id, and what an earlier process of the service still tells of it
+// is not sent any more. The runtime's guard is not held.
+void TakeServiceOver(const std::string &serviceName);
 
 // The status as it may be reported: a wait hint counts only while a state is pending, in whole seconds rounded up (the
 // daemon's deadline ignores parts of one). A hint left over from a pending state would have the daemon declare a

@@ -82,6 +82,15 @@ RuntimeFile ReadOne(const std::string &path, std::size_t mostBytes) {
     return read;
 }
 
+// The file stays, and is empty, where it is not ours to remove.
+void RemoveRuntimeFile(const std::string &path) {
+    if (unlink(path.c_str()) == 0) return;
+    int file = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) return;
+    (void)ftruncate(file, 0); // a hint only
+    (void)close(file);
+}
+
 } // namespace
 
 bool IsFileName(const std::string &name) {
@@ -130,12 +139,12 @@ std::string WriteRuntimeFile(const std::string &serviceName, const char *suffix,
     return "";
 }
 
-void RemoveRuntimeFile(const std::string &path) {
-    if (unlink(path.c_str()) == 0) return;
-    int file = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0) return;
-    (void)ftruncate(file, 0); // a hint only
-    (void)close(file);
+void RemoveRuntimeFiles(const std::string &serviceName, const char *suffix, const std::string &beginning) {
+    if (!IsFileName(serviceName)) return;
+    for (const std::string &base : BaseFolders()) {
+        const std::string path = PathUnder(base, serviceName, suffix);
+        if (ReadOne(path, beginning.size()).text == beginning) RemoveRuntimeFile(path);
+    }
 }
 
 std::vector<RuntimeFile> ReadRuntimeFiles(const std::string &serviceName, const char *suffix, std::size_t mostBytes) {

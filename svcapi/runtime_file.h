@@ -31,8 +31,8 @@ constexpr char stateSuffix[] = ".state"; // of what tvhost leaves (tvhost/state_
 // one. Returns its path; empty when it could not be written.
 std::string WriteRuntimeFile(const std::string &serviceName, const char *suffix, const std::string &text);
 
-// Takes a file away; it stays, and is empty, where it is not ours to remove.
-void RemoveRuntimeFile(const std::string &path);
+// Takes the service's files of a suffix away that begin so; one stays, and is empty, where it is not ours to remove.
+void RemoveRuntimeFiles(const std::string &serviceName, const char *suffix, const std::string &beginning);
 
 struct RuntimeFile {
     std::string text;

@@ -18,6 +18,7 @@
 #include "tvhost/host.h"
 
 #include "svcapi/process_stat.h"
+#include "svcapi/runtime.h"
 #include "tvhost/control_group.h"
 #include "tvhost/events.h"
 #include "tvhost/failure_actions.h"
@@ -672,7 +673,10 @@ ExitCodes RefuseStart(Host &host, ExitCodes codes, const std::string &why) {
 // Makes sure that the service runs nowhere else. Returns 0 or 1056.
 DWORD SettlePredecessor(Host &host) {
     Predecessor found;
-    if (!FindPredecessor(host.name, &found)) return ERROR_SUCCESS;
+    if (!FindPredecessor(host.name, &found)) {
+        TakeServiceOver(host.name);
+        return ERROR_SUCCESS;
+    }
     const std::string text = DescribePredecessor(found);
     if (host.parameters.onPredecessor == OnPredecessor::refuse) {
         Say(host, text + "; it is not started a second time (AppOnPredecessor)");
@@ -680,6 +684,7 @@ DWORD SettlePredecessor(Host &host) {
     }
     Say(host, text + "; it is ended first (AppOnPredecessor)");
     ReportState(SERVICE_START_PENDING, StopWaitMs(host) + afterKillMs + startWaitMs);
+    TakeServiceOver(host.name); // or its last report would be taken for the end of this one
     const auto pause = [](int milliseconds) { return !IsReadable(TheEvents().stopAsked, milliseconds); };
     return EndPredecessor(found, StopWaitMs(host), pause) || IsStopAsked() ? DWORD{ERROR_SUCCESS}
                                                                            : DWORD{ERROR_SERVICE_ALREADY_RUNNING};

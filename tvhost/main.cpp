@@ -5,6 +5,7 @@
 //
 // Threads: the one of the dispatcher's caller sleeps; ServiceMain's runs the program; controls come on a third, which
 // reports a stop and hands the rest over (service_status.h); the log has a fourth.
+#include "svcapi/runtime.h"
 #include "tv/winsvc.h"
 #include "tvhost/events.h"
 #include "tvhost/host.h"
@@ -47,6 +48,7 @@ int RunOption(const std::string &option) {
 int main(int argc, char **argv) {
     if (argc > 1) return RunOption(argv[1]);
     const bool canStart = OpenEvents();
+    Runtime().settlesPredecessors = true; // as AppOnPredecessor tells
     const SERVICE_TABLE_ENTRYA table[] = {{"tvhost", ServiceMain}, {nullptr, nullptr}};
     if (canStart) std::thread(EndUnlessStarted).detach();
     if (canStart && StartServiceCtrlDispatcherA(table)) return 0;

@@ -60,7 +60,9 @@ bool FindPredecessor(const std::string &serviceName, Predecessor *found) {
     if (owner != 0 && owner != geteuid()) {
         return false; // another account's word says nothing about this one's processes
     }
-    found->hostLives = found->state.host != getpid() && IsHostAlive(found->state, owner);
+    // One that has come to its end tells so before the daemon hears of it, and is gone in a moment.
+    const bool isLeaving = found->state.phase == "stopped";
+    found->hostLives = !isLeaving && found->state.host != getpid() && IsHostAlive(found->state, owner);
     found->programLives = IsProgramAlive(found->state, owner);
     found->groupLives = HasProcesses(found->state.group, found->state.groupInode);
     if (!Lives(*found)) RemoveLeftOver(found->state.group, found->state.groupInode);

@@ -2,11 +2,13 @@
 // act: the commands that move services between states.
 //
 // The daemon starts no dependencies and stops no dependents: this program does. It looks before it asks for a start,
-// because a start of a service whose announced wait has passed starts a second process.
+// because a start of a service whose announced wait has passed starts a second process, which refuses or replaces the
+// first.
 #include "tvsc/act.h"
 
 #include "svcapi/client.h"
 #include "svcapi/image_launcher.h"
+#include "svcapi/pid_file.h"
 #include "tvsc/liveness.h"
 #include "tvsc/logs.h"
 #include "tvsc/names.h"
@@ -119,6 +121,9 @@ void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string 
         std::vector<ListedService> all;
         const DWORD why = EnumerateDependencies(service, SERVICE_STATE_ALL, &all);
         if (why != ERROR_SUCCESS) Note(session, fmt::format("  its dependencies: {}", CodeText(why)));
+    } else if (code == ERROR_SERVICE_ALREADY_RUNNING && IsThisMachine(session.options)) {
+        const pid_t other = FindOtherRun(name);
+        if (other != 0) Note(session, fmt::format("  process {} of an earlier start still runs; end it first", other));
     } else if (code == ERROR_PATH_NOT_FOUND) {
         Note(session, "  /bin/csh could not be executed, or the daemon cannot become the service's user");
     }

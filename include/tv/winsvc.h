@@ -606,7 +606,10 @@ typedef struct SERVICE_TABLE_ENTRYW {
  * Only root and the user of the parent process, which is the daemon's, may hand over starts and controls; connections
  * of others are closed. A table of one entry serves one service, whose name the first start request tells: a start of
  * another is refused with 1083, in longer tables that of a name which is not among them. A service that runs is not
- * started a second time (1056).
+ * started a second time (1056), nor is one of which another process still runs that was started for it, as the file
+ * tells: after a restart of the daemon, or where the daemon has given it up. Then a line on stderr names that process,
+ * the service is reported as stopped with 1056, and the other one has to be ended by hand. Once a service has reported
+ * SERVICE_STOPPED its process is not in the way of the next one, however long it runs on.
  *
  * 1063 ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when no start request came and none can come: the program can go on in
  * the foreground. The rule: the daemon answers nobody between the fork of a service process and the answer to its

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The files that services leave their process ids in: who may write them, and what of them is believed.
 #include "svcapi/pid_file.h"
+#include "svcapi/process_stat.h"
 #include "tests/support/service_world.h"
 
 #include <gmock/gmock.h>
@@ -121,6 +122,54 @@ TEST_F(PidFile, another_process_of_the_same_number_is_not_the_service_s) {
     EXPECT_EQ(ReadPidHint(name).pid, getpid());
     WriteFile(path, text);
     EXPECT_EQ(ReadPidFile(name), getpid());
+}
+
+// --- a start beside an earlier one ---
+
+TEST_F(PidFile, a_second_process_of_a_service_is_refused_while_the_first_one_runs) {
+    CreateSample(name);
+    Do({"start", name});
+    const pid_t first = ReadPidFile(name);
+    Do({"reset", name}); // as a new daemon, this one does not know of it any more
+    EXPECT_THAT(Tvsc({"start", name}).error, AllOf(HasSubstr("1056"), HasSubstr("process " + std::to_string(first) +
+                                                                                " of an earlier start still runs")));
+    EXPECT_TRUE(WaitUntil([this] {
+        const std::string text = Tvsc({"status", name}).output;
+        return text.find("state: failed 1056\n") != std::string::npos;
+    })) << Tvsc({"status", name}).output;
+    EXPECT_EQ(ReadPidFile(name), first) << "the hint is the living one's";
+    KillProcessOf(name);
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    Do({"stop", name});
+}
+
+// Asks in another process, as a new start of the service would.
+pid_t OtherRunSeenByAChild(const std::string &service) {
+    const pid_t child = fork();
+    if (child == 0) _exit(FindOtherRun(service) == getppid() ? 1 : 0);
+    return WaitForEnd(child) != 0 ? getpid() : 0;
+}
+
+TEST_F(PidFile, a_process_that_has_told_the_end_of_its_service_is_not_in_the_way) {
+    fs::create_directories("/run/tv/services");
+    ASSERT_NE(WritePidFile(name), "");
+    EXPECT_EQ(FindOtherRun(name), 0) << "it is not its own predecessor";
+    EXPECT_EQ(OtherRunSeenByAChild(name), getpid());
+    MarkPidFileStopped(name);
+    EXPECT_EQ(ReadPidFile(name), getpid()) << "people see it as long as it lives";
+    EXPECT_EQ(OtherRunSeenByAChild(name), 0);
+    RemovePidFile(name);
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(PidFile, the_hint_of_another_process_is_left_alone) {
+    fs::create_directories("/run/tv/services");
+    const std::string others = "1 " + std::to_string(StartOfProcess(1)) + "\n";
+    WriteFile(path, others);
+    EXPECT_EQ(FindOtherRun(name), 1);
+    MarkPidFileStopped(name);
+    RemovePidFile(name);
+    EXPECT_EQ(ReadFile(path), others);
 }
 
 TEST_F(PidFile, a_fifo_holds_nobody) {

@@ -551,6 +551,18 @@ TEST_F(TvhostLife, a_second_start_replaces_the_living_one_where_that_is_asked_fo
     EXPECT_TRUE(WaitUntil([this] { return HasLines(2); }));
 }
 
+// Symptom: once in a while a start that replaced an earlier one failed with "stopped again". Cause: the last report of
+// the earlier one reached the daemon before the new one had become ready, and was taken for the new one's.
+TEST_F(TvhostLife, the_last_report_of_a_replaced_start_is_not_taken_for_the_new_one_s) {
+    CreateShell("exec sleep 1000", {"AppOnPredecessor=replace", "AppReadyDelay=1500"});
+    Do({"start", name});
+    const HostState first = StateFile();
+    Do({"reset", name});
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    EXPECT_FALSE(Lives(first.host));
+    EXPECT_EQ(ProcessOf(name), StateFile().host) << "the earlier one does not take the new one's hint along";
+}
+
 TEST_F(TvhostLife, what_outlives_a_killed_tvhost_is_found_and_replaced) {
     CreateShell(Detached("sleep 1000") + "exit 0", {"AppType=forking", "AppOnPredecessor=replace"});
     Do({"start", name});
