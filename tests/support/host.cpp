@@ -466,7 +466,7 @@ void WriteService(const std::string &name, std::uint32_t startType, const std::s
 
 std::string MakeScratchFolder() {
     CleanUpAtExit();
-    std::string folder = fs::temp_directory_path() / "servd-test.XXXXXX";
+    std::string folder = fs::temp_directory_path() / (std::string(scratchFolderPrefix) + "XXXXXX");
     if (mkdtemp(folder.data()) == nullptr) FailSystem(folder);
     const std::lock_guard<std::mutex> locked(scratchFolders);
     ScratchFolders().push_back(folder);

@@ -148,6 +148,7 @@ void WriteService(const std::string &name, std::uint32_t startType, const std::s
 
 // A new folder of the test program's own, removed with all its content when the test program ends.
 std::string MakeScratchFolder();
+constexpr char scratchFolderPrefix[] = "servd-test."; // of their names
 // A copy that any user may run, wherever the tree stands; in a scratch folder, with the libraries that are not the
 // system's.
 std::string CopyForAnyUser(const std::string &program);

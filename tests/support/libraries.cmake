@@ -99,6 +99,12 @@ endif()
 add_library(tv_service_world STATIC support/service_world.cpp)
 target_link_libraries(tv_service_world PRIVATE tv_options PUBLIC tv_test_host tv_svcapi GTest::gtest)
 
+# The same with services that tvhost runs.
+add_library(tv_tvhost_world STATIC support/tvhost_world.cpp support/leavings.cpp)
+target_link_libraries(tv_tvhost_world PRIVATE tv_options
+  PUBLIC tv_service_world tvhost_program nlohmann_json::nlohmann_json)
+add_dependencies(tv_tvhost_world tvhost tvsc)
+
 # A real servd over a real tvregd for the tests that attack it: support/hazard.h; and services that answer it oddly.
 add_executable(odd_service support/odd_service.cpp)
 target_link_libraries(odd_service PRIVATE tv_options tv_raw_rpc)

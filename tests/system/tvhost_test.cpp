@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // tvhost: programs that know nothing of services, run as services.
-#include "tests/support/service_world.h"
+#include "tests/support/tvhost_world.h"
 #include "tv/winreg.h"
 #include "tv/winsvc.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,9 +19,7 @@ using testing::StartsWith;
 
 namespace {
 
-using Json = nlohmann::json;
-
-struct Tvhost : ServiceWorld {
+struct Tvhost : TvhostWorld {
     // Creates a service that runs a shell command.
     void CreateShell(const std::string &command, const std::vector<std::string> &further = {}) {
         WriteFile(folder + "/" + name + ".sh", command + "\n");
@@ -30,8 +27,6 @@ struct Tvhost : ServiceWorld {
         create.insert(create.end(), further.begin(), further.end());
         Do(create);
     }
-    Json Status() { return Json::parse(Tvsc({"status", name, "--json"}).output).at("services").at(0); }
-    std::string ParametersKey() { return servicesKey + "\\" + name + "\\Parameters"; }
     // A file that a program and the test meet at.
     std::string Marker() { return folder + "/" + name + ".marker"; }
     bool HasMarker() { return access(Marker().c_str(), F_OK) == 0; }
@@ -67,6 +62,7 @@ struct Tvhost : ServiceWorld {
         kill(registryDaemon, SIGCONT);
         if (opened != nullptr) (void)CloseServiceHandle(opened);
         if (manager != nullptr) (void)CloseServiceHandle(manager);
+        TvhostWorld::TearDown();
     }
     // Hands a process the start of a service, as the daemon does.
     static std::int32_t StartBy(CLIENT *process, const std::string &service) {
@@ -76,7 +72,6 @@ struct Tvhost : ServiceWorld {
         (void)CallForAnswer(daemon.get(), servd_SERV_CLOSE_SERVICE{index});
         return CallForAnswer(process, service_START_SERVICE_IN{Text(service.c_str()), nullptr, 0, index})->status;
     }
-    static bool Lives(pid_t process) { return kill(process, 0) == 0; }
 };
 
 TEST_F(Tvhost, a_program_runs_until_it_is_stopped) {
@@ -292,51 +287,6 @@ TEST_F(Tvhost, a_file_that_is_no_program_stops_the_service_with_193) {
     EXPECT_EQ(Status().at("exit").at("win32"), ERROR_BAD_EXE_FORMAT);
 }
 
-TEST_F(Tvhost, parameters_of_the_wrong_type_stop_the_service_with_13) {
-    CreateShell("true");
-    WriteKey(ParametersKey(), {{"AppStopTimeout", REG_SZ, Sz("soon")}});
-    (void)Tvsc({"start", name});
-    EXPECT_EQ(Status().at("exit").at("win32"), ERROR_INVALID_DATA);
-}
-
-// Writes a value, which must stop the start. Returns what is said of it.
-struct BadValue : Tvhost {
-    std::string Said(const RegistryValue &value, std::int64_t code = ERROR_INVALID_DATA) {
-        CreateShell("true");
-        const std::string script = folder + "/" + name + ".csh";
-        WriteFile(script, "#!/bin/csh -f\nexec '" + ProgramPath("tvhost") + "' >& '" + folder + "/" + name + ".err'\n");
-        WriteKey(servicesKey + "\\" + name, {{"ImagePath", REG_SZ, Sz(script)}});
-        WriteKey(ParametersKey(), {value});
-        (void)Tvsc({"start", name});
-        EXPECT_EQ(Status().at("exit").at("win32"), code);
-        return ReadFile(folder + "/" + name + ".err");
-    }
-};
-
-TEST_F(BadValue, a_wrong_type_is_named_with_its_value) {
-    EXPECT_EQ(Said({"AppStopTimeout", REG_SZ, Sz("soon")}),
-              "tvhost: " + name + ": AppStopTimeout: is a REG_SZ, not a REG_DWORD\n");
-}
-
-TEST_F(BadValue, a_number_of_another_size_is_named) {
-    EXPECT_THAT(Said({"AppStopTimeout", REG_DWORD, "12"}), HasSubstr("AppStopTimeout: 2 bytes are no REG_DWORD"));
-}
-
-TEST_F(BadValue, an_unknown_word_is_named_with_those_that_are_known) {
-    EXPECT_THAT(Said({"AppRestart", REG_SZ, Sz("sometimes")}),
-                HasSubstr("AppRestart: sometimes is none of never, on-failure, always"));
-}
-
-TEST_F(BadValue, an_enormous_value_is_named) {
-    EXPECT_THAT(Said({"AppParameters", REG_SZ, Sz(std::string(5'000'000, 'a'))}),
-                HasSubstr("AppParameters: 5000001 bytes are more than 4194304"));
-}
-
-TEST_F(BadValue, more_arguments_than_the_kernel_takes_are_a_reason) {
-    EXPECT_THAT(Said({"AppParameters", REG_SZ, Sz(std::string(300'000, 'a'))}, ERROR_SERVICE_SPECIFIC_ERROR),
-                HasSubstr("Argument list too long"));
-}
-
 TEST_F(Tvhost, words_behind_two_dashes_need_no_quotes) {
     const std::string out = folder + "/" + name + ".out";
     Do({"create", name, "--", "/bin/sh", "-c", "echo \"$0|$1\" '%PATH%' > " + out + "; exec sleep 1000", "a 'b' \\"});
@@ -402,7 +352,7 @@ TEST_F(Tvhost, the_program_ends_with_a_killed_tvhost) {
     Do({"start", name});
     const pid_t program = OnlyChild();
     KillProcessOf(name);
-    EXPECT_TRUE(WaitUntil([&] { return HasEnded(program) || !Lives(program); }));
+    EXPECT_TRUE(WaitUntil([&] { return !Lives(program); }));
     EXPECT_EQ(Tvsc({"interrogate", name}).status, 7);
 }
 
@@ -488,12 +438,9 @@ TEST_F(Tvhost, a_program_that_nobody_here_wrote_answers) {
 // The log of the service daemon is read at terminals.
 TEST_F(Tvhost, a_message_shows_no_byte_that_a_terminal_would_act_on) {
     CreateShell("true", {"--cwd", "/no/\x1B[31m"});
-    const std::string script = folder + "/" + name + ".csh";
-    WriteFile(script, "#!/bin/csh -f\nexec '" + ProgramPath("tvhost") + "' >& '" + folder + "/" + name + ".err'\n");
-    WriteKey(servicesKey + "\\" + name, {{"ImagePath", REG_SZ, Sz(script)}});
+    const std::string said = StartByScript();
     (void)Tvsc({"start", name});
-    EXPECT_EQ(ReadFile(folder + "/" + name + ".err"),
-              "tvhost: " + name + ": not started: /no/\\x1b[31m: No such file or directory\n");
+    EXPECT_EQ(ReadFile(said), "tvhost: " + name + ": not started: /no/\\x1b[31m: No such file or directory\n");
 }
 
 } // namespace
