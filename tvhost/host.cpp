@@ -664,9 +664,15 @@ bool TakeSignal(const std::string &text, int *signal) {
     return *signal != 0;
 }
 
+// Leaves the reason for whoever looks, but where the state is that of an earlier start which still runs.
 ExitCodes RefuseStart(Host &host, ExitCodes codes, const std::string &why) {
-    host.state.reason = why;
     Say(host, why);
+    Predecessor found;
+    if (FindPredecessor(host.name, &found)) return codes;
+    host.state.reason = why;
+    host.state.log = LogPlaceText(host.log);
+    host.state.phase = "stopped";
+    Publish(host);
     return codes;
 }
 
@@ -753,12 +759,8 @@ ExitCodes RunService(const std::string &serviceName, const std::vector<std::stri
     host->failureActions = reading->failureActions;
     const std::string noLog = OpenLog(serviceName, host->parameters, &host->log);
     if (!noLog.empty()) Say(*host, noLog);
-    ExitCodes codes = {reading->rc, 0};
-    if (reading->rc != ERROR_SUCCESS) {
-        Say(*host, WhyUnread(*reading));
-    } else {
-        codes = RunWithLog(*host);
-    }
+    const ExitCodes codes =
+        reading->rc != ERROR_SUCCESS ? RefuseStart(*host, {reading->rc, 0}, WhyUnread(*reading)) : RunWithLog(*host);
     CloseLog(&host->log);
     return codes;
 }

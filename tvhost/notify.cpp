@@ -71,7 +71,6 @@ Notification ParseNotification(const std::string &text) {
         if (sign == std::string::npos) continue;
         const std::string name = line.substr(0, sign), value = line.substr(sign + 1);
         if (name == "READY") told.ready = value == "1";
-        if (name == "STOPPING") told.stopping = value == "1";
         if (name == "MAINPID") told.mainProcess = static_cast<pid_t>(std::strtol(value.c_str(), nullptr, 10));
         if (name == "EXTEND_TIMEOUT_USEC") told.extendUs = std::strtoull(value.c_str(), nullptr, 10);
         if (name != "STATUS") continue;

@@ -24,7 +24,6 @@ void CloseNotifySocket(NotifySocket *socket);
 
 struct Notification {
     bool ready = false;
-    bool stopping = false;
     pid_t mainProcess = 0; // "MAINPID"; 0 when it is not told
     std::string status;    // "STATUS"
     bool hasStatus = false;

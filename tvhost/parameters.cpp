@@ -6,8 +6,8 @@
 #include "registry/value_data.h"
 #include "servd/service_keys.h"
 #include "tv/winreg.h"
+#include "tvhost/named_value.h"
 #include "util/string_list.h"
-#include "util/win32_names.h"
 
 #include <pwd.h>
 #include <unistd.h>
@@ -18,9 +18,6 @@
 #include <cstring>
 
 namespace {
-
-// The kernel takes no argument of more than 128 KiB and no more than a few MiB of all of them.
-constexpr DWORD longestValueBytes = 4 * 1024 * 1024;
 
 std::string ServiceKeyOf(const std::string &serviceName) { return std::string(servicesKeyPath) + '\\' + serviceName; }
 
@@ -41,32 +38,12 @@ void Fail(Reading &reading, DWORD rc, const char *name, const std::string &why) 
     *reading.problem = std::string(name) + ": " + why;
 }
 
-std::string TypeText(DWORD type) {
-    constexpr const char *names[] = {"REG_NONE",   "REG_SZ",      "REG_EXPAND_SZ",
-                                     "REG_BINARY", "REG_DWORD",   "REG_DWORD_BIG_ENDIAN",
-                                     "REG_LINK",   "REG_MULTI_SZ"};
-    return type < std::size(names) ? names[type] : "type " + std::to_string(type);
-}
-
 // A whole value. Returns false when it is missing, or after a failure.
 bool ReadValue(Reading &reading, const char *name, DWORD wantedType, std::string *data) {
     if (reading.rc != ERROR_SUCCESS) return false;
-    DWORD type = wantedType, bytes = 0;
-    auto rc = static_cast<DWORD>(RegQueryValueExA(reading.key, name, nullptr, &type, nullptr, &bytes));
-    if (rc == ERROR_FILE_NOT_FOUND) return false;
-    if (rc == ERROR_SUCCESS && bytes <= longestValueBytes) {
-        rc = static_cast<DWORD>(ReadValueData(reading.key, name, &type, data));
-    }
-    if (rc != ERROR_SUCCESS) {
-        const char *word = Win32ErrorName(rc);
-        Fail(reading, rc, name, "cannot be read: " + std::to_string(rc) + " " + (word != nullptr ? word : ""));
-    } else if (type != wantedType) {
-        Fail(reading, ERROR_INVALID_DATA, name, "is a " + TypeText(type) + ", not a " + TypeText(wantedType));
-    } else if (bytes > longestValueBytes) {
-        Fail(reading, ERROR_INVALID_DATA, name,
-             std::to_string(bytes) + " bytes are more than " + std::to_string(longestValueBytes));
-    }
-    return reading.rc == ERROR_SUCCESS;
+    const DWORD rc = ReadNamedValue(reading.key, name, wantedType, data, reading.problem);
+    if (rc != ERROR_FILE_NOT_FOUND) reading.rc = rc;
+    return rc == ERROR_SUCCESS;
 }
 
 void ReadMember(Reading &reading, const char *name, std::string *text) {

@@ -118,7 +118,8 @@ const char *BecomeProgram(const ChildPlan &plan) {
 StartFailure FailureOf(const char *what, int error, const char *program) {
     // A folder that is not there is told apart from a program that is not there.
     const bool isFolder = error == ENOENT && what != program;
-    return {CodesOfErrno(isFolder ? ENOTDIR : error), std::string(what) + ": " + std::strerror(error)};
+    const char *const whose = error == E2BIG ? " (AppParameters, AppArguments, AppEnvironment)" : "";
+    return {CodesOfErrno(isFolder ? ENOTDIR : error), std::string(what) + ": " + std::strerror(error) + whose};
 }
 
 // What is the same for the program and for the commands that go with it.

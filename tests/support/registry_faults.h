@@ -21,5 +21,7 @@ std::vector<std::string> RegistryCallsMade();
 // Makes the n-th call from now (1 is the next) fail with this code and do nothing else. A real registry shows
 // ERROR_REGISTRY_IO_FAILED by breaking the connection off.
 void FailRegistryCall(int n, LONG code);
+// Makes every call that is shown so fail, until the calls are forgotten. With a daemon of its own process only.
+void FailRegistryCallsLike(const std::string &call, LONG code);
 // How many keys the daemon has open.
 std::size_t KeysOpen();

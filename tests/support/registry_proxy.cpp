@@ -22,7 +22,8 @@ namespace {
 struct Proxy {
     std::mutex mutex;
     std::vector<std::string> calls;
-    int failIn = 0; // the call that is to fail, counted from 1; 0 for none
+    int failIn = 0;       // the call that is to fail, counted from 1; 0 for none
+    std::string failLike; // those that are shown so; empty for none
     LONG code = 0;
     std::map<std::uint32_t, std::string> paths = {{HKEY_LOCAL_MACHINE, ""}}; // of the keys that were opened
     std::size_t opened = 0;
@@ -191,7 +192,8 @@ WireAnswer Serve(const WireCall &call) {
     const std::lock_guard guard(proxy.mutex);
     const Told told = Tell(call, proxy.code);
     proxy.calls.push_back(told.text);
-    if (proxy.failIn != 0 && --proxy.failIn == 0) {
+    const bool isCounted = proxy.failIn != 0 && --proxy.failIn == 0;
+    if (isCounted || (!proxy.failLike.empty() && told.text == proxy.failLike)) {
         if (proxy.code == ERROR_REGISTRY_IO_FAILED) return {.cutAfter = 0};
         return {.result = told.failure};
     }
@@ -213,6 +215,7 @@ void ForgetRegistryCalls() {
     const std::lock_guard guard(proxy.mutex);
     proxy.calls.clear();
     proxy.failIn = 0;
+    proxy.failLike.clear();
 }
 
 std::vector<std::string> RegistryCallsMade() {
@@ -223,6 +226,12 @@ std::vector<std::string> RegistryCallsMade() {
 void FailRegistryCall(int n, LONG code) {
     const std::lock_guard guard(proxy.mutex);
     proxy.failIn = n;
+    proxy.code = code;
+}
+
+void FailRegistryCallsLike(const std::string &call, LONG code) {
+    const std::lock_guard guard(proxy.mutex);
+    proxy.failLike = call;
     proxy.code = code;
 }
 
