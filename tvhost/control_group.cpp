@@ -80,7 +80,7 @@ bool IsThatGroup(const std::string &path, std::uint64_t inode) {
 // Has the group above hand a controller on.
 std::string HandOn(const ControlGroup &group, const std::string &controller) {
     const std::string above = group.path.substr(0, group.path.rfind('/')) + "/cgroup.subtree_control";
-    return WriteText(above, "+" + controller) ? "" : WhyNot(above);
+    return WriteText(above, "+" + controller) ? "" : WhyNot(above) + " (+" + controller + ")";
 }
 
 std::string SetLimit(const ControlGroup &group, const std::string &controller, const std::string &file,

@@ -133,7 +133,10 @@ Surroundings SurroundingsOf(const Host &host, bool isProgram) {
     around.output = host.log.output.writeEnd;
     around.error = host.log.error.writeEnd;
     around.group = host.group.processes;
-    if (!isProgram) around.signalAtOurDeath = SIGKILL;
+    if (!isProgram) {
+        around.signalAtOurDeath = SIGKILL;
+        around.sharesTmpWith = host.run.main;
+    }
     around.environment.push_back("NOTIFY_SOCKET=" + host.notify.address); // nobody else's
     if (host.run.main != 0) around.environment.push_back("MAINPID=" + std::to_string(host.run.main));
     return around;

@@ -48,6 +48,12 @@ bool SetOomScore(const std::string &text) {
     return isSet;
 }
 
+// Whoever joins finds itself in the root folder: it goes back to where it was. The descriptors go with the exec.
+bool JoinMounts(const char *mounts) {
+    const int file = open(mounts, O_RDONLY | O_CLOEXEC), here = open(".", O_PATH | O_CLOEXEC);
+    return file >= 0 && here >= 0 && setns(file, CLONE_NEWNS) == 0 && fchdir(here) == 0;
+}
+
 // An empty /tmp that only this program and what it starts can see; it goes with them.
 bool MakePrivateTmp() {
     return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0 &&
@@ -79,13 +85,14 @@ std::string PlanLimits(const HostParameters &parameters, Limits *limits) {
     return "";
 }
 
-const char *SetLimits(const Limits &limits) {
+const char *SetLimits(const Limits &limits, const char *mounts) {
     if (limits.openFiles && !SetResource(RLIMIT_NOFILE, *limits.openFiles)) return "AppLimitNofile";
     if (limits.coreBytes && !SetResource(RLIMIT_CORE, *limits.coreBytes)) return "AppLimitCore";
     if (limits.nice && setpriority(PRIO_PROCESS, 0, *limits.nice) != 0) return "AppNice";
     if (!limits.oomScore.empty() && !SetOomScore(limits.oomScore)) return "AppOomScore";
     if (!limits.groups.empty() && setgroups(limits.groups.size(), limits.groups.data()) != 0) return "AppGroups";
-    if (limits.privateTmp && !MakePrivateTmp()) return "AppPrivateTmp";
+    const bool hasTmp = !limits.privateTmp || (mounts != nullptr ? JoinMounts(mounts) : MakePrivateTmp());
+    if (!hasTmp) return "AppPrivateTmp";
     if (limits.umask) (void)umask(*limits.umask);
     return nullptr;
 }

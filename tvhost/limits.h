@@ -25,5 +25,6 @@ struct Limits {
 
 // In the child: sets them. Returns the parameter that failed, with errno; null when none did. Those that take rights
 // away come with BarProgram, right before the program.
-[[nodiscard]] const char *SetLimits(const Limits &limits);
+//   mounts  path of a mount namespace whose /tmp is the private one; null where one is to be made
+[[nodiscard]] const char *SetLimits(const Limits &limits, const char *mounts);
 [[nodiscard]] const char *BarProgram(const Limits &limits);

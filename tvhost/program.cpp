@@ -36,6 +36,7 @@ struct ChildPlan {
     const char *standardOutput;
     const char *standardError;
     const Limits *limits;
+    const char *mounts;
     const Surroundings *surroundings;
     pid_t parent;
 };
@@ -97,7 +98,7 @@ const char *BecomeProgram(const ChildPlan &plan) {
     if (prctl(PR_SET_PDEATHSIG, around.signalAtOurDeath) != 0) return "its process";
     if (getppid() != plan.parent) _exit(1); // tvhost has died already
     if (around.group >= 0 && write(around.group, "0", 1) != 1) return "its control group";
-    if (const char *limit = SetLimits(*plan.limits); limit != nullptr) return limit;
+    if (const char *limit = SetLimits(*plan.limits, plan.mounts); limit != nullptr) return limit;
     if (plan.directory != nullptr && chdir(plan.directory) != 0) return plan.directory;
     if (!Redirect(STDIN_FILENO, "/dev/null", O_RDONLY)) return "/dev/null";
     const int append = O_WRONLY | O_CREAT | O_APPEND;
@@ -126,6 +127,7 @@ StartFailure FailureOf(const char *what, int error, const char *program) {
 struct Preparation {
     std::vector<std::string> environment;
     Limits limits;
+    std::string mounts; // a path; empty: not another's
 };
 
 bool Prepare(const HostParameters &parameters, const Surroundings &surroundings, Preparation *prepared,
@@ -134,6 +136,8 @@ bool Prepare(const HostParameters &parameters, const Surroundings &surroundings,
     prepared->environment = MergedEnvironment(prepared->environment, surroundings.environment);
     const std::string refused = PlanLimits(parameters, &prepared->limits);
     if (!refused.empty()) *failure = {{ERROR_INVALID_DATA, 0}, refused};
+    const pid_t other = surroundings.sharesTmpWith;
+    if (other != 0) prepared->mounts = "/proc/" + std::to_string(other) + "/ns/mnt";
     return refused.empty();
 }
 
@@ -150,6 +154,7 @@ pid_t StartWords(const HostParameters &parameters, std::vector<std::string> word
                             toFiles ? OrNull(parameters.standardOutput) : nullptr,
                             toFiles ? OrNull(parameters.standardError) : nullptr,
                             &prepared.limits,
+                            OrNull(prepared.mounts),
                             &surroundings,
                             getpid()};
     int pipeEnds[2] = {-1, -1};

@@ -27,6 +27,7 @@ struct Surroundings {
     int output = -1, error = -1;               // descriptors; -1: ours
     int group = -1;                            // "cgroup.procs" of the control group to join; -1: ours
     std::vector<std::string> environment = {}; // NAME=VALUE, on top of everything
+    pid_t sharesTmpWith = 0;                   // whose private /tmp is this one's; 0: it gets one of its own
     int signalAtOurDeath = SIGTERM;
 };
 
