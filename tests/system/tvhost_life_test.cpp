@@ -347,7 +347,7 @@ TEST_F(TvhostLife, an_unknown_signal_is_named) {
 
 TEST_F(TvhostLife, a_command_stops_the_program) {
     CreateShell("trap '' TERM; echo $$ >" + file + "; until [ -e " + file + ".stop ]; do sleep 0.05; done; exit 0",
-                {"AppStopCommand=/bin/sh -c 'echo $MAINPID >" + file + ".stop'"});
+                {"AppStopCommand=/bin/sh -c 'echo $MAINPID >" + file + "; mv " + file + " " + file + ".stop'"});
     Do({"start", name});
     const pid_t program = PidIn(file);
     EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
