@@ -56,8 +56,9 @@ void CompareKeys(Comparison &comparison, const std::string &path, const RegKey *
         Note(comparison, std::move(difference));
     }
     for (const RegValue &value : after != nullptr ? after->values : std::vector<RegValue>()) {
-        if (!beforeIndex.contains(FoldedName(value.name)))
+        if (!beforeIndex.contains(FoldedName(value.name))) {
             Note(comparison, {.path = path, .before = {}, .after = value});
+        }
     }
 }
 

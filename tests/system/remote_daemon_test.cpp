@@ -61,8 +61,9 @@ struct RemoteDaemon : testing::TestWithParam<const char *> {
                             " && ip address add 10.77.0.1/24 dev near && ip link set near up");
         if (!isConnected) return;
         std::ofstream("/etc/hosts", std::ios::app) << serverAddress << " server server.example\n";
-        if (!WaitUntil([] { return std::filesystem::exists(folder + "/ready"); }, 60000))
+        if (!WaitUntil([] { return std::filesystem::exists(folder + "/ready"); }, 60000)) {
             throw std::runtime_error("the server does not answer");
+        }
     }
     static void TearDownTestSuite() { EndAllProcesses(); }
 

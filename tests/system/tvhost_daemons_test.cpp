@@ -83,8 +83,9 @@ TEST_F(HostedDaemon, redis_in_the_background_is_the_service) {
 }
 
 TEST_F(HostedDaemon, redis_in_the_background_does_not_outlive_a_service_that_knows_nothing_of_it) {
-    if (!Create({}, Redis({"--daemonize", "yes", "--pidfile", folder + "/redis.pid"})))
+    if (!Create({}, Redis({"--daemonize", "yes", "--pidfile", folder + "/redis.pid"}))) {
         GTEST_SKIP() << "needs redis-server";
+    }
     (void)Tvsc({"start", name});
     ASSERT_TRUE(AwaitState("stopped"));
     EXPECT_FALSE(RedisAnswers());
