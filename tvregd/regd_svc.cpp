@@ -13,11 +13,11 @@
 
 #include "registry/regd_xdr.h"
 #include "rpc/door.h"
-#include "rpc/peer_owner.h"
 #include "tv/winreg.h"
 #include "tvregd/graveyard.h"
 #include "tvregd/hives.h"
 #include "tvregd/port_entry.h"
+#include "tvregd/writers.h"
 #include "util/printable.h"
 
 #include <netinet/in.h>
@@ -28,6 +28,7 @@
 #include <cstdio>
 #include <exception>
 #include <thread>
+#include <type_traits>
 
 namespace {
 
@@ -77,6 +78,13 @@ void Serve(Registry &registry, const regd_REG_OPEN_KEY_EX &call, regd_REG_OPEN_K
 void Create(Registry &registry, std::uint32_t handle, std::string_view path, const std::optional<std::string> &keyClass,
             std::uint32_t options, regd_REG_CREATE_KEY_RETURN *answer) {
     Key *key = nullptr;
+    if (!MayWrite()) { // what is there may be opened this way, too
+        answer->status = OpenKey(registry, handle, path, &key);
+        if (answer->status == ERROR_FILE_NOT_FOUND) answer->status = ERROR_ACCESS_DENIED; // 2, 5
+        if (answer->status == 0) answer->key = HandleOf(*key);
+        answer->disposition = REG_OPENED_EXISTING_KEY;
+        return;
+    }
     answer->status = CreateKey(registry, handle, path, keyClass, options, &key, &answer->disposition);
     if (answer->status == 0) answer->key = HandleOf(*key);
 }
@@ -277,21 +285,13 @@ void TellEnd(Registry &registry) {
     registry.ended.reset();
 }
 
-// Files are opened as the daemon's user. Only that user and root, who could open them themselves, may have that done:
-// whose the other end of the connection is, the kernel tells. To be asked once the handle is known to be good.
-bool MayUseFiles() {
-    sockaddr_in peer = {}, local = {};
-    uid_t user = 0;
-    return AddressesOfRequest(&peer, &local) && FindPeerOwner(peer, local, &user) == PeerOwner::Known &&
-           (user == 0 || user == geteuid());
-}
-
-// What all operations on hives have in common: they stand between groups.
+// What all operations on hives have in common: they stand between groups. Files are opened as the daemon's user: only
+// that user and root, who could open them themselves, may have that done. Asked once the handle is known to be good.
 template <typename Operation>
 std::uint32_t WithHives(Registry &registry, std::uint32_t handle, Operation operation) {
     Key *key = nullptr;
     if (const std::uint32_t rc = OpenKey(registry, handle, {}, &key); rc != 0) return rc;
-    if (!MayUseFiles()) return ERROR_ACCESS_DENIED; // 5
+    if (!IsDaemonsOwn()) return ERROR_ACCESS_DENIED; // 5
     const std::uint32_t rc = CommitGroup(registry);
     TellEnd(registry);
     return rc != 0 ? rc : operation();
@@ -345,13 +345,24 @@ int EndTurn(DoorMoment moment) {
     return 0;
 }
 
+// The requests that change the registry, whatever they say. One that creates a key may only open one that is there.
+template <typename Argument>
+constexpr bool isChange =
+    std::is_same_v<Argument, regd_REG_DELETE_KEY> || std::is_same_v<Argument, regd_REG_DELETE_VALUE> ||
+    std::is_same_v<Argument, regd_REG_SET_VALUE> || std::is_same_v<Argument, regd_REG_SET_VALUE_EX> ||
+    std::is_same_v<Argument, regd_REG_SET_KEY_SEC>;
+
 template <typename Argument>
 ResultOf<Argument> Answer(const Argument &argument) {
     ResultOf<Argument> result{};
     result.discriminant = 1;
     served->isProvisional = false;
     try {
-        Serve(*served, argument, &result.body);
+        if (isChange<Argument> && !MayWrite()) {
+            result.body.status = ERROR_ACCESS_DENIED; // 5
+        } else {
+            Serve(*served, argument, &result.body);
+        }
     } catch (const std::exception &failure) {
         result.body = {};
         result.body.status = AbandonGroup(*served, failure);

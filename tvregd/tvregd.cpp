@@ -5,6 +5,7 @@
 #include "tvregd/loading.h"
 #include "tvregd/planting.h"
 #include "tvregd/regd_svc.h"
+#include "tvregd/writers.h"
 #include "util/printable.h"
 #include "util/standard_descriptors.h"
 #include "util/usage.h"
@@ -24,6 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 namespace {
@@ -34,6 +36,7 @@ struct Options {
     bool allowRemote = false;
     bool background = false;
     bool lazy = false;
+    std::optional<std::string> writers = std::nullopt;
 };
 
 volatile std::sig_atomic_t endRequested = 0;
@@ -133,6 +136,7 @@ int Serve(const Options &options) {
     } catch (const std::exception &failure) {
         throw std::runtime_error(file + ": " + failure.what());
     }
+    if (options.writers) LimitWriters(*options.writers);
     registry.store = store.get();
     MakeReplacements(registry);
     (void)PlantSeeds(registry); // it has said what was in the way; what is there can be read all the same
@@ -165,6 +169,8 @@ static int RunProgram(int argc, char **argv) {
     app.add_flag("--background", options.background, "return as soon as requests are served");
     app.add_flag("--lazy", options.lazy,
                  "acknowledge writes before they are on the disk: faster, but a power failure may take the last ones");
+    app.add_option("--writers", options.writers, "let only root and the members of this group change the registry")
+        ->type_name("GROUP");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
