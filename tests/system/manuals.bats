@@ -37,6 +37,21 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
     done
 }
 
+@test "every command of tv-guard stands in its manual" {
+    commands=$("$BATS_TEST_DIRNAME/../../packaging/tv-guard" --help | grep -oE 'tv-guard [a-z]+' | cut -d' ' -f2)
+    [ "$(wc -w <<<"$commands")" -eq 6 ]
+    for command in $commands; do
+        grep -q "^\*$command\*" "$(manualOf tv-guard)" || { echo "$command"; false; }
+    done
+}
+
+@test "manuals name the folders of the installation" {
+    for page in "$TV_BIN"/../man/*; do
+        ! grep -q LIBEXEC "$page" || { echo "$page"; false; }
+    done
+    grep -q '/libexec.*/tv/' "$TV_BIN/../man/tvhost.8"
+}
+
 @test "manuals are formatted without a warning" {
     for page in "$TV_BIN"/../man/*; do
         [ -z "$(groff -Tutf8 -ww -man "$page" 2>&1 >/dev/null)" ] || { echo "$page"; false; }
