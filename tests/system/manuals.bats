@@ -45,6 +45,25 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
     done
 }
 
+@test "tv-rpc(7) lists the procedures of each protocol by number and name" {
+    source=$BATS_TEST_DIRNAME/../..
+    cat "$source"/{servd/servd_xdr.h,servd/service_xdr.h,registry/regd_xdr.h} |
+        grep -oE '\bX\([0-9]+, [A-Z_]+' | sed 's/X(\([0-9]*\), /\1 /' >"$BATS_TEST_TMPDIR/served"
+    [ "$(wc -l <"$BATS_TEST_TMPDIR/served")" -eq 49 ]
+    diff "$BATS_TEST_TMPDIR/served" \
+        <(awk '/^(\[\[|\| ) [0-9]+$/ { number = $2 } number && /^:[- ] / { print number, $2; number = "" }' "$(manualOf tv-rpc)")
+}
+
+@test "every function of the libraries has a page, which leads to one that is there" {
+    count=0
+    for page in "$TV_BIN"/../docs/links/*.3; do
+        test -s "$TV_BIN/../man/$(sed 's|^.so man3/||' "$page")" || { echo "$page"; false; }
+        count=$((count + 1))
+    done
+    [ "$count" -gt 150 ]
+    [ -e "$TV_BIN/../docs/links/OpenSCManagerA.3" ]
+}
+
 @test "manuals name the folders of the installation" {
     for page in "$TV_BIN"/../man/*; do
         ! grep -q LIBEXEC "$page" || { echo "$page"; false; }
