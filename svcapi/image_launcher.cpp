@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -196,7 +197,10 @@ std::optional<LaunchedProgram> ProgramBehind(const std::string &imagePath) {
         return isProgram ? std::optional(LaunchedProgram{imagePath, {imagePath}}) : std::nullopt;
     }
     std::optional<LaunchedProgram> program = AsProgram(imagePath);
-    if (program && !WhyNoProgram(program->words.front()).empty()) program.reset();
+    if (!program || WhyNoProgram(program->words.front()).empty()) return program;
+    // Sources for Win32 put folder and program together with a backslash.
+    std::replace(program->words.front().begin(), program->words.front().end(), '\\', '/');
+    if (!WhyNoProgram(program->words.front()).empty()) program.reset();
     return program;
 }
 

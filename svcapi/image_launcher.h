@@ -24,7 +24,8 @@ struct LaunchedProgram {
 [[nodiscard]] std::optional<LaunchedProgram> AsProgram(const std::string &commandLine);
 
 // The program that an image path of Win32 means: the path of a program, or a command line that begins with one, in
-// quotes or not. Nothing when it means a csh script, or something that is not there.
+// quotes or not. Where its path names nothing, backslashes in it are taken for slashes. Nothing when it means a csh
+// script, or something that is not there.
 [[nodiscard]] std::optional<LaunchedProgram> ProgramBehind(const std::string &imagePath);
 
 // Whether a launcher can be written; nothing is yet. Returns 0, or a code and a text: 3 no such program, 5 a folder

@@ -261,7 +261,8 @@ BOOL CloseServiceHandle(SC_HANDLE hSCObject);
  *   lpDependencies      multi-string of service names and "+group" names; null for none
  *   lpServiceStartName  the Unix user to run as; null or "" for the daemon's own
  *   lpPassword          not used
- * A path may also be that of a program, or a command line that begins with one, "quoted" where there are blanks in it.
+ * A path may also be that of a program, or a command line that begins with one, "quoted" where there are blanks in it,
+ * and with backslashes for slashes.
  * The library then writes such a script for the daemon, if it is this machine's: /etc/tv/services/NAME.csh. The script
  * keeps the command line, and QueryServiceConfig shows what was given. A path that is neither stays as it is.
  * 87 ERROR_INVALID_PARAMETER also for an image path or a group of more than TV_MAX_TEXT_BYTES, 123 ERROR_INVALID_NAME

@@ -106,6 +106,16 @@ TEST_F(SelfInstallers, the_path_of_a_program_needs_no_quotes) {
     WaitForState(SERVICE_RUNNING);
 }
 
+// Sources put folder and program together with one.
+TEST_F(SelfInstallers, a_backslash_between_folder_and_program_is_taken_for_a_slash) {
+    std::filesystem::copy_file(ProgramPath("tvsample"), folder + "/" + name);
+    const std::string path = "\"" + folder + "\\" + name + "\" --log \"back\\slash\"";
+    ASSERT_TRUE(Create(path)) << GetLastError();
+    EXPECT_EQ(Shown(), path);
+    EXPECT_EQ(ImagePath(name), launcher);
+    EXPECT_THAT(ReadFile(launcher), HasSubstr("exec '" + folder + "/" + name + "' '--log' 'back\\slash'"));
+}
+
 TEST_F(SelfInstallers, what_is_special_to_csh_reaches_the_program) {
     const std::string odd = R"(!! $HOME 'x' * `id` \)";
     ASSERT_TRUE(Create(quoted + " --services \"" + odd + "\\\" \\")) << GetLastError();
