@@ -130,3 +130,12 @@ image() { # FILE COMMAND
     sawInOrder '*successfully registered as a service*' 'Net-SNMP Agent: running' '-Lf' 'a b.log' \
         'Net-SNMP Agent: stopped' 'Net-SNMP Agent service deleted' '$ tvsc status*' 'status 4'
 }
+
+@test "tinc installs itself with the folder and the arguments it was called with, starts, stops and removes itself" {
+    fetch tinc '*/src/process.[ch]'
+    includes=-Isource/src compile tinc tincd source/src/process.c "$standIns/tinc/main.c"
+    withDaemons 'tincd -n vpn' 'tvsc wait tinc.vpn --for=running' 'tvsc interrogate tinc.vpn' \
+        'tvsc show tinc.vpn' 'tincd -k' 'tvsc status tinc.vpn'
+    sawInOrder 'tinc.vpn service installed' 'tinc.vpn service started' 'tinc.vpn: running' 'tinc.vpn service stopped' \
+        'tinc.vpn service removed' '$ tvsc status*' 'status 4'
+}
