@@ -75,7 +75,15 @@ constexpr char givenBegin[] = "# command line [";
 constexpr char givenEnd[] = "]";
 
 std::string LauncherText(const std::string &name, const LaunchedProgram &program) {
-    std::string text = LauncherMark(name) + givenBegin + program.given + givenEnd + "\nexec";
+    std::string text = LauncherMark(name) + givenBegin + program.given + givenEnd + "\n";
+    for (const std::string &variable : program.environment) {
+        const std::size_t sign = variable.find('=');
+        const std::string value = variable.substr(sign + 1);
+        const std::string begin = value.empty() ? "unsetenv " : "setenv ";
+        text += begin + variable.substr(0, sign) + (value.empty() ? "" : " " + QuotedForCsh(value)) + "\n";
+    }
+    if (!program.directory.empty()) text += "cd " + QuotedForCsh(program.directory) + "\n";
+    text += "exec";
     for (const std::string &word : program.words) {
         text += " " + QuotedForCsh(word);
     }
@@ -204,12 +212,27 @@ std::optional<LaunchedProgram> ProgramBehind(const std::string &imagePath) {
     return program;
 }
 
+// What csh takes for the name of a variable.
+static bool IsVariable(const std::string &setting) {
+    const std::string name = setting.substr(0, setting.find('='));
+    const bool hasBegin = !name.empty() && (name.front() < '0' || name.front() > '9');
+    return hasBegin && name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_") ==
+                           std::string::npos;
+}
+
 DWORD PlanLauncher(const std::string &name, const LaunchedProgram &program, std::string *problem) {
     const std::string why = WhyNoProgram(program.words.front());
     *problem = program.words.front() + ": " + why;
     if (!why.empty()) return ERROR_PATH_NOT_FOUND;
     *problem = "a launcher cannot hold the end of a line";
-    if (program.given.find('\n') != std::string::npos) return ERROR_INVALID_PARAMETER;
+    const auto hasEndOfLine = [](const std::string &text) { return text.find('\n') != std::string::npos; };
+    if (hasEndOfLine(program.given) || hasEndOfLine(program.directory) ||
+        std::any_of(program.environment.begin(), program.environment.end(), hasEndOfLine)) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    *problem = "csh takes letters, digits and underscores for the name of a variable";
+    if (!std::all_of(program.environment.begin(), program.environment.end(), IsVariable))
+        return ERROR_INVALID_PARAMETER;
     *problem = "the name cannot be a file name";
     if (!CanBeFileName(name)) return ERROR_INVALID_NAME;
     const DWORD rc = FindLauncher(name, problem);

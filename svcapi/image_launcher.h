@@ -14,10 +14,12 @@
 // The launcher of a service that runs a command line: /etc/tv/services/NAME.csh.
 [[nodiscard]] std::string LauncherPath(const std::string &name);
 
-// A command line, as it was given and as words: the path of the program first.
+// A command line, as it was given and as words: the path of the program first; and what it is started with.
 struct LaunchedProgram {
     std::string given;
     std::vector<std::string> words;
+    std::vector<std::string> environment = {}; // NAME=VALUE; NAME= takes a variable away
+    std::string directory = {};                // empty: the daemon's
 };
 
 // A command line split into words; nothing when it has none or a quote is not closed.

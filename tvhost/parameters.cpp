@@ -224,7 +224,8 @@ DWORD CheckServiceAccount(const std::string &serviceName) {
     return user != nullptr && user->pw_uid == 0 ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
 }
 
-DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters) {
+DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters,
+                          const HostParameters *present) {
     HKEY key = 0;
     DWORD disposition = 0;
     const auto rc =
@@ -235,7 +236,9 @@ DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &
     Writing writing = {key};
     const HostParameters asItIs;
     VisitHostParameters([&](const char *name, auto member, auto...) {
-        if (parameters.*member != asItIs.*member) WriteMember(writing, name, parameters.*member);
+        if (parameters.*member != asItIs.*member) return WriteMember(writing, name, parameters.*member);
+        const bool stands = present != nullptr && present->*member != asItIs.*member;
+        if (stands && writing.rc == ERROR_SUCCESS) writing.rc = static_cast<DWORD>(RegDeleteValueA(key, name));
     });
     return writing.rc;
 }

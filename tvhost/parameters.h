@@ -145,5 +145,8 @@ void VisitHostParameters(Visit visit) {
 // registry.
 [[nodiscard]] DWORD CheckServiceAccount(const std::string &serviceName);
 
-// Writes them; what is as it is by itself is not written. Returns 0 or a code of the registry.
-[[nodiscard]] DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters);
+// Writes them; what is as it is by itself is not written.
+//   present  those that stand there, of which the ones that are to be as by themselves are deleted; null: none
+// Returns 0 or a code of the registry.
+[[nodiscard]] DWORD WriteHostParameters(const std::string &serviceName, const HostParameters &parameters,
+                                        const HostParameters *present = nullptr);

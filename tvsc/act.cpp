@@ -9,16 +9,19 @@
 #include "svcapi/client.h"
 #include "svcapi/image_launcher.h"
 #include "svcapi/pid_file.h"
-#include "tvsc/liveness.h"
 #include "tvsc/logs.h"
 #include "tvsc/names.h"
+#include "tvsc/plan_act.h"
 #include "tvsc/report.h"
+#include "tvsc/service_view.h"
 #include "tvsc/waiting.h"
 #include "tvsc/words.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace {
 
@@ -228,6 +231,10 @@ DWORD StateAfter(DWORD control) {
 bool SendControl(Session &session, SC_HANDLE service, const std::string &name, DWORD control, bool wait) {
     const std::string action = ActionName(control);
     SERVICE_STATUS status = {};
+    if (session.options.dryRun) {
+        Done(session, name, action, fmt::format("would be sent control {}", control));
+        return true;
+    }
     if (!ControlService(service, control, &status)) {
         Failed(session, name, action, GetLastError());
         return false;
@@ -279,6 +286,39 @@ void StartAgain(Session &session, const std::vector<std::string> &stopped) {
     }
 }
 
+// Looks until it holds, or the time is over.
+template <typename Condition>
+bool HoldsInTime(const Session &session, Condition condition) {
+    constexpr auto pause = std::chrono::milliseconds(100);
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::duration<double>(session.options.waitTimeoutSec);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) return false;
+        std::this_thread::sleep_for(pause);
+    }
+    return true;
+}
+
+// The process that is gone counts: the daemon may never notice by itself.
+void WaitForFailure(Session &session, SC_HANDLE service, const std::string &name) {
+    SERVICE_STATUS status = {};
+    const bool failed = HoldsInTime(session, [&] {
+        if (!QueryServiceStatus(service, &status)) return true;
+        return HasFailed(status) || LookAtProcess(session.options, name, status.dwCurrentState).isGone;
+    });
+    if (!failed) return Failed(session, name, "wait", ERROR_TIMEOUT, fmt::format("still {}", StateSummary(status)));
+    Done(session, name, "wait", StateText(status, LookAtProcess(session.options, name, status.dwCurrentState)));
+}
+
+// A service that is waited for is not opened: an open handle would keep it.
+void WaitForDeletion(Session &session, const std::string &name) {
+    const bool isGone = HoldsInTime(session, [&] {
+        std::string displayName;
+        return QueryDisplayName(session.manager.get(), name.c_str(), &displayName) == ERROR_SERVICE_DOES_NOT_EXIST;
+    });
+    if (!isGone) return Failed(session, name, "wait", ERROR_TIMEOUT, "still there");
+    Done(session, name, "wait", "deleted");
+}
+
 } // namespace
 
 bool ClearDependents(Session &session, const std::string &name, const std::string &action, const StopOptions &stop,
@@ -307,6 +347,7 @@ bool ClearDependents(Session &session, const std::string &name, const std::strin
 }
 
 int RunStart(Session &session, const StartOptions &start) {
+    if (session.options.dryRun) return RunPlanAct(session, PlannedAct::start, start.names);
     for (const std::string &name : ResolveNames(session, start.names, "start")) {
         if (start.withDependencies && !StartDependencies(session, name, start.force)) continue;
         (void)StartOne(session, name, start); // noted
@@ -315,6 +356,9 @@ int RunStart(Session &session, const StartOptions &start) {
 }
 
 int RunStop(Session &session, const StopOptions &stop) {
+    if (session.options.dryRun) {
+        return RunPlanAct(session, PlannedAct::stop, stop.all ? ActiveServices(session) : stop.names);
+    }
     StopOptions each = stop;
     if (stop.all) {
         each.names = ActiveServices(session);
@@ -329,6 +373,7 @@ int RunStop(Session &session, const StopOptions &stop) {
 }
 
 int RunRestart(Session &session, const StopOptions &restart) {
+    if (session.options.dryRun) return RunPlanAct(session, PlannedAct::restart, restart.names);
     for (const std::string &name : ResolveNames(session, restart.names, "restart")) {
         std::vector<std::string> stopped; // that depend on it
         StartOptions start;
@@ -350,8 +395,17 @@ int RunControl(Session &session, const std::vector<std::string> &names, DWORD co
 
 int RunWait(Session &session, const std::vector<std::string> &names, DWORD state) {
     for (const std::string &name : ResolveNames(session, names, "wait")) {
+        if (state == waitForDeletion) {
+            WaitForDeletion(session, name);
+            continue;
+        }
         const ServiceHandle service = OpenFor(session, name, "wait");
-        if (service != nullptr) (void)WaitAndTell(session, service.get(), name, "wait", state, false); // noted
+        if (service == nullptr) continue;
+        if (state == waitForFailure) {
+            WaitForFailure(session, service.get(), name);
+        } else {
+            (void)WaitAndTell(session, service.get(), name, "wait", state, false); // noted
+        }
     }
     return Finish(session);
 }
@@ -365,7 +419,9 @@ int RunReset(Session &session, const std::vector<std::string> &names) {
             Done(session, name, "reset", "already stopped");
             continue;
         }
-        if (tvDeclareServiceDead(service.get())) {
+        if (session.options.dryRun) {
+            Done(session, name, "reset", "would be stopped, 1067");
+        } else if (tvDeclareServiceDead(service.get())) {
             Done(session, name, "reset", "stopped, 1067; a process that it may still have was left alone");
         } else {
             Failed(session, name, "reset", GetLastError());

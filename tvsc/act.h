@@ -31,5 +31,8 @@ int RunRestart(Session &session, const StopOptions &restart);
                                    const StopOptions &stop, std::vector<std::string> *stopped = nullptr);
 
 int RunControl(Session &session, const std::vector<std::string> &names, DWORD control, bool wait);
+// For what is no state.
+constexpr DWORD waitForFailure = 100;
+constexpr DWORD waitForDeletion = 101;
 int RunWait(Session &session, const std::vector<std::string> &names, DWORD state);
 int RunReset(Session &session, const std::vector<std::string> &names);

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 // act_commands: the commands that move services between states, on the command line.
 #include "tvsc/commands.h"
+#include "tvsc/signals.h"
 
 namespace {
 
-const std::map<std::string, DWORD> waitStates = {
-    {"running", SERVICE_RUNNING}, {"stopped", SERVICE_STOPPED}, {"paused", SERVICE_PAUSED}};
+const std::map<std::string, DWORD> waitStates = {{"running", SERVICE_RUNNING},
+                                                 {"stopped", SERVICE_STOPPED},
+                                                 {"paused", SERVICE_PAUSED},
+                                                 {"failed", waitForFailure},
+                                                 {"deleted", waitForDeletion}};
 
 } // namespace
 
@@ -57,6 +61,13 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
         AddNames(command, line);
         AddWaitOptions(command, line);
     }
+    CLI::App *kill = AddCommand(app, line, "kill", "Send a signal to the programs of services",
+                                [&line](Session &session) { return RunKill(session, line.signal, line.names); });
+    kill->add_option("signal", line.signal, "Its name or number")->required();
+    AddNames(kill, line);
+    AddNames(AddCommand(app, line, "reload", "Have programs that tvhost runs read their configuration again",
+                        [&line](Session &session) { return RunReload(session, line.names); }),
+             line);
     CLI::App *control =
         AddCommand(app, line, "control", "Send a control by its number (1 to 4, 128 to 255)",
                    [&line](Session &session) { return RunControl(session, {line.name}, line.control, false); });
@@ -67,7 +78,7 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
                                 [&line](Session &session) { return RunWait(session, line.names, line.waitState); });
     AddNames(wait, line);
     AddTimeout(wait, line);
-    wait->add_option("--for", line.waitState, "running, stopped or paused")
+    wait->add_option("--for", line.waitState, "running, stopped, paused, failed or deleted")
         ->transform(ReadWord(waitStates))
         ->type_name("STATE");
     AddNames(AddCommand(app, line, "reset", "Have the daemon forget a service that is not there any more",

@@ -6,6 +6,7 @@
 #include "tvsc/command_line.h"
 
 #include "tvsc/commands.h"
+#include "tvsc/completion.h"
 #include "tvsc/report.h"
 #include "util/printable.h"
 #include "util/similar_names.h"
@@ -29,6 +30,7 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
         ->capture_default_str();
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
+    app.add_flag("--dry-run", line.options.dryRun, "Tell what would be done, and do nothing");
     app.add_option("--color", line.options.colour, "Colours: auto (at a terminal), always or never")
         ->envname("TVSC_COLOR")
         ->transform(CLI::CheckedTransformer(std::map<std::string, ColourWhen>{
@@ -38,6 +40,34 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.get_formatter()->column_width(28);
+}
+
+// Commands about the command line itself. Their texts are made while the line is read: the parser lives no longer.
+void AddOwnCommands(CLI::App &app, CommandLine &line) {
+    CLI::App *help = app.add_subcommand("help", "Show the help of a command");
+    help->add_option("command", line.names, "Its name, and that of a command of it");
+    help->callback([&app, &line] {
+        const CLI::App *named = &app;
+        for (const std::string &word : line.names) {
+            const auto found = named->get_subcommands([&](const CLI::App *one) { return one->check_name(word); });
+            if (found.empty()) throw CLI::ValidationError(word, "no such command");
+            named = found.front();
+        }
+        line.run = [text = named->help()] {
+            fmt::print("{}", text);
+            return static_cast<int>(EXIT_DONE);
+        };
+    });
+    CLI::App *completion = app.add_subcommand("completion", "Write the completion for a shell");
+    completion->add_option("shell", line.what, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    completion->callback([&app, &line] {
+        line.run = [text = CompletionScript(line.what, app)] {
+            fmt::print("{}", text);
+            return static_cast<int>(EXIT_DONE);
+        };
+    });
 }
 
 // The command that the line got to.
@@ -105,9 +135,11 @@ std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
     CLI::App app("Works on the services of the service daemon.", "tvsc");
     AddGlobalOptions(app, *line);
     AddLookCommands(app, *line);
+    AddTellCommands(app, *line);
     AddActCommands(app, *line);
     AddConfigureCommands(app, *line);
     AddDaemonCommands(app, *line);
+    AddOwnCommands(app, *line);
     line->run = [&line = *line] {
         line.showsServices = true;
         return RunInSession(line, [](Session &session) { return RunList(session, {}); });

@@ -5,6 +5,7 @@
 
 #include "tvsc/act.h"
 #include "tvsc/configure.h"
+#include "tvsc/graph.h"
 #include "tvsc/logs.h"
 #include "tvsc/look.h"
 
@@ -33,7 +34,11 @@ struct CommandLine {
     ConfigOptions config;
     DeleteOptions deletion;
     DWORD control = 0;
-    DWORD code = 0;
+    std::string what; // explain
+    std::string signal;
+    bool isStrict = false;
+    bool endsLeftovers = false;
+    GraphFormat graphFormat = GraphFormat::text;
     DWORD waitState = SERVICE_RUNNING;
     std::optional<DWORD> lockId;
     int pings = 1;
@@ -73,5 +78,7 @@ void AddWaitOptions(CLI::App *command, CommandLine &line);
 // The commands, by what they are for.
 void AddLookCommands(CLI::App &app, CommandLine &line);
 void AddActCommands(CLI::App &app, CommandLine &line);
+// Those that find out why something is as it is.
+void AddTellCommands(CLI::App &app, CommandLine &line);
 void AddConfigureCommands(CLI::App &app, CommandLine &line);
 void AddDaemonCommands(CLI::App &app, CommandLine &line);

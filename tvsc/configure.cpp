@@ -42,49 +42,12 @@ DWORD CheckImage(const Session &session, const std::string &image, std::string *
     return why.empty() ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
-bool IsForTvhost(const CreateOptions &create) { return !create.exec.empty() || !create.words.empty(); }
-
-// Program and arguments of a service that tvhost runs, in either form. Returns 0, or 87 and a text.
-DWORD ReadCommand(const CreateOptions &create, HostParameters *parameters, std::string *problem) {
-    if (create.exec.empty()) {
-        *problem = "an argument is empty, which a list cannot hold; --exec can";
-        parameters->application = create.words.front();
-        parameters->arguments.assign(create.words.begin() + 1, create.words.end());
-        const bool hasEmpty = std::find(create.words.begin(), create.words.end(), "") != create.words.end();
-        return hasEmpty ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
-    }
-    const std::optional<std::string> program = FirstWord(create.exec, &parameters->commandLine);
-    *problem = "the command line cannot be split into words";
-    if (!program || program->empty() || !SplitIntoWords(parameters->commandLine)) return ERROR_INVALID_PARAMETER;
-    parameters->application = *program;
-    return ERROR_SUCCESS;
-}
-
-// The parameters of a service that tvhost runs. Returns 0, or the code of what went wrong and a text in *problem.
-DWORD PrepareParameters(const CreateOptions &create, HostParameters *parameters, std::string *problem) {
-    parameters->directory = create.directory;
-    parameters->environment = create.environment;
-    parameters->standardOutput = create.standardOutput;
-    parameters->standardError = create.standardError;
-    parameters->stopTimeoutMs = create.stopTimeoutMs.value_or(defaultStopTimeoutMs);
-    DWORD rc = ReadCommand(create, parameters, problem);
-    if (rc != ERROR_SUCCESS) return rc;
-    const std::string why = WhyNoProgram(parameters->application);
-    *problem = fmt::format("{}: {}", parameters->application, why);
-    if (!why.empty()) return ERROR_PATH_NOT_FOUND;
-    for (const std::string &setting : create.settings) {
-        rc = SetHostParameter(setting, parameters, problem);
-        if (rc != ERROR_SUCCESS) return rc;
-    }
-    return ERROR_SUCCESS;
-}
-
 // The image of a service that is being made. Returns 0, or the code of what went wrong and a text in *problem.
 DWORD PrepareImage(const Session &session, const CreateOptions &create, HostParameters *parameters,
                    std::optional<LaunchedProgram> *program, std::string *image, std::string *problem) {
     *image = create.image;
-    if (IsForTvhost(create)) {
-        const DWORD rc = PrepareParameters(create, parameters, problem);
+    if (NamesCommand(create.run)) {
+        const DWORD rc = ApplySettings(create.run, parameters, problem);
         if (rc != ERROR_SUCCESS) return rc;
         *problem = "the launcher of tvhost is not installed";
         *image = HostLauncherPath();
@@ -94,6 +57,8 @@ DWORD PrepareImage(const Session &session, const CreateOptions &create, HostPara
         *image = LauncherPath(create.name);
         *program = AsProgram(create.program);
         *problem = "the command line cannot be split into words";
+        if (*program) (*program)->environment = create.run.environment;
+        if (*program) (*program)->directory = create.run.directory.value_or("");
         return *program ? PlanLauncher(create.name, **program, problem) : DWORD{ERROR_INVALID_PARAMETER};
     }
     return CheckImage(session, create.image, problem);
@@ -101,7 +66,7 @@ DWORD PrepareImage(const Session &session, const CreateOptions &create, HostPara
 
 // What a person may have meant for a shell.
 void NoteMissingShell(Session &session, const CreateOptions &create) {
-    const std::string why = WhyNotAShell(create.exec);
+    const std::string why = WhyNotAShell(create.run.exec);
     if (!why.empty()) Note(session, fmt::format("tvsc: {}: {}; quotes tell that it is meant", create.name, why));
 }
 
@@ -215,6 +180,7 @@ void DeleteOne(Session &session, const std::string &name, const DeleteOptions &o
         Failed(session, name, "delete", ERROR_REGISTRY_IO_FAILED, "not deleted");
         return;
     }
+    if (session.options.dryRun) return Done(session, name, "delete", "would be deleted");
     if (!MayDelete(session, service.get(), name, options)) return;
     if (!DeleteService(service.get())) {
         Failed(session, name, "delete", GetLastError());
@@ -248,12 +214,46 @@ void NoteUnknownDependencies(Session &session, const std::vector<std::string> &d
     }
 }
 
-void ChangeOne(Session &session, const std::string &name, const ConfigOptions &config) {
+// Changes what tvhost runs for a service, and makes it one of tvhost's where a command is named. Returns whether that
+// worked; what did not is noted.
+//   image  set where the service gets another one
+bool ChangeProgram(Session &session, SC_HANDLE service, const std::string &name, const ProgramSettings &settings,
+                   std::optional<std::string> *image) {
+    const auto refuse = [&](DWORD code, const std::string &why) {
+        Failed(session, name, "config", code, why);
+        return false;
+    };
+    if (!IsThisMachine(session.options))
+        return refuse(ERROR_NOT_SUPPORTED, "programs are for the daemon of this machine");
+    ServiceConfig present;
+    DWORD rc = QueryConfig(service, &present);
+    if (rc != ERROR_SUCCESS) return refuse(rc, "its configuration cannot be read");
+    const bool isHosted = IsTvhostImage(present.imagePath);
+    if (!isHosted && !NamesCommand(settings)) {
+        return refuse(ERROR_NOT_SUPPORTED, "tvhost does not run it; --exec has it run a program");
+    }
+    HostParameters before, after;
+    std::string problem;
+    rc = isHosted ? ReadHostParameters(name, &before, &problem) : DWORD{ERROR_SUCCESS};
+    if (rc != ERROR_SUCCESS && !NamesCommand(settings)) return refuse(rc, problem);
+    after = before;
+    rc = ApplySettings(settings, &after, &problem);
+    if (rc != ERROR_SUCCESS) return refuse(rc, problem);
+    if (!isHosted) *image = HostLauncherPath();
+    if (*image && (*image)->empty()) return refuse(ERROR_FILE_NOT_FOUND, "the launcher of tvhost is not installed");
+    if (session.options.dryRun) return true;
+    rc = WriteHostParameters(name, after, &before);
+    return rc == ERROR_SUCCESS || refuse(rc, "its parameters cannot be written");
+}
+
+void ChangeOne(Session &session, const std::string &name, ConfigOptions config) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) {
         Failed(session, name, "config", GetLastError());
         return;
     }
+    if (SaysAnything(config.run) && !ChangeProgram(session, service.get(), name, config.run, &config.image)) return;
+    if (session.options.dryRun) return Done(session, name, "config", "would be changed");
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(SplitAtCommas(config.dependencies.value_or("")));
     const BOOL changed = ChangeServiceConfigA(
@@ -263,7 +263,8 @@ void ChangeOne(Session &session, const std::string &name, const ConfigOptions &c
         OrNull(config.display));
     if (changed) {
         NoteUnknownDependencies(session, SplitAtCommas(config.dependencies.value_or("")));
-        Done(session, name, "config", config.tag ? fmt::format("changed, tag {}", tag) : "changed");
+        const std::string since = SaysAnything(config.run) ? "; holds from its next start on" : "";
+        Done(session, name, "config", (config.tag ? fmt::format("changed, tag {}", tag) : "changed") + since);
     } else {
         const DWORD code = GetLastError();
         Failed(session, name, "config", code, RefusalText("not changed", code));
@@ -283,6 +284,10 @@ int RunCreate(Session &session, const CreateOptions &create) {
     DWORD prepared = PrepareImage(session, create, &parameters, &program, &image, &problem);
     if (prepared == ERROR_SUCCESS && program) prepared = CheckSharedLauncher(session, create, &problem);
     if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
+    if (session.options.dryRun) {
+        Done(session, create.name, "create", fmt::format("would be created with the image {}", image));
+        return Finish(session);
+    }
     DWORD tag = 0;
     std::vector<std::string> needed = create.dependencies;
     std::erase(needed, ""); // which would end the list
@@ -298,7 +303,7 @@ int RunCreate(Session &session, const CreateOptions &create) {
     // Only now: another service of this name would have lost what it runs.
     DWORD written = ERROR_SUCCESS;
     problem = "its parameters cannot be written";
-    if (IsForTvhost(create)) written = WriteHostParameters(create.name, parameters);
+    if (NamesCommand(create.run)) written = WriteHostParameters(create.name, parameters);
     if (program) written = WriteLauncher(create.name, *program, &problem);
     if (written != ERROR_SUCCESS) {
         (void)WithdrawService(service.get()); // half a service is none
@@ -317,6 +322,23 @@ int RunConfig(Session &session, const ConfigOptions &config) {
     }
     for (const std::string &name : ResolveNames(session, {config.name}, "config")) {
         ChangeOne(session, name, config);
+    }
+    return Finish(session);
+}
+
+int RunSwitch(Session &session, const std::string &action, const std::vector<std::string> &names, DWORD startType) {
+    for (const std::string &name : ResolveNames(session, names, action)) {
+        const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_CHANGE_CONFIG));
+        const std::string text = fmt::format("start type {}", StartWord(startType));
+        if (service != nullptr && session.options.dryRun) {
+            Done(session, name, action, "would have " + text);
+        } else if (service != nullptr &&
+                   ChangeServiceConfigA(service.get(), SERVICE_NO_CHANGE, startType, SERVICE_NO_CHANGE, nullptr,
+                                        nullptr, nullptr, nullptr, nullptr, nullptr, nullptr)) {
+            Done(session, name, action, text);
+        } else {
+            Failed(session, name, action, GetLastError(), "not changed");
+        }
     }
     return Finish(session);
 }

@@ -2,16 +2,16 @@
 // configure: the commands that create, change and delete services. Each returns the exit status.
 #pragma once
 
+#include "tvsc/hosted_settings.h"
 #include "tvsc/session.h"
 
 #include <optional>
 
 struct CreateOptions {
     std::string name;
-    std::string exec;               // program and arguments, run by tvhost
-    std::vector<std::string> words; // the same, word by word
-    std::string program;            // a service program and its arguments, started directly
-    std::string image;              // a csh script
+    ProgramSettings run; // a program that tvhost runs, or what a launcher gives to `program`
+    std::string program; // a service program and its arguments, started directly
+    std::string image;   // a csh script
     std::string display;
     DWORD type = SERVICE_WIN32_OWN_PROCESS;
     DWORD startType = SERVICE_DEMAND_START;
@@ -20,23 +20,21 @@ struct CreateOptions {
     std::string group;
     bool tag = false;
     std::string user;
-    std::vector<std::string> environment;
-    std::string directory;
-    std::string standardOutput;
-    std::string standardError;
-    std::optional<DWORD> stopTimeoutMs;
-    std::vector<std::string> settings; // NAME=VALUE of tvhost's parameters
 };
 int RunCreate(Session &session, const CreateOptions &create);
 
 struct ConfigOptions {
     std::string name;
+    ProgramSettings run; // what tvhost runs for it
     std::optional<std::string> display, image, group, user;
     std::optional<DWORD> type, startType, errorControl;
     std::optional<std::string> dependencies; // separated by commas; "" takes all away
     bool tag = false;
 };
 int RunConfig(Session &session, const ConfigOptions &config);
+
+// Changes the start types of services, and nothing else.
+int RunSwitch(Session &session, const std::string &action, const std::vector<std::string> &names, DWORD startType);
 
 struct DeleteOptions {
     std::vector<std::string> names;

@@ -42,22 +42,34 @@ void AddWordOptions(CLI::App *command, Options &options) {
         ->type_name("WORD");
 }
 
+// What the program gets that a service runs.
+void AddProgramOptions(CLI::App *command, ProgramSettings &run) {
+    command->add_option("--env", run.environment, "NAME=VALUE for the program")
+        ->allow_extra_args(false)
+        ->check(ReadVariable());
+    command->add_option("--cwd", run.directory, "Its working directory");
+    command->add_option("--stdout", run.standardOutput, "File for its standard output");
+    command->add_option("--stderr", run.standardError, "File for its standard error");
+    command->add_option("--stop-timeout-ms", run.stopTimeoutMs, "Time before it is killed");
+    command->add_option("--set", run.settings, "PARAMETER=VALUE of tvhost(8), such as AppRestart=always")
+        ->allow_extra_args(false);
+}
+
 void AddCreateCommand(CLI::App &app, CommandLine &line) {
     CreateOptions &create = line.create;
     CLI::App *command = AddCommand(app, line, "create", "Create a service; a program that tvhost runs may follow --",
                                    [&line](Session &session) {
-                                       line.create.words = line.behindDashes;
+                                       line.create.run.words = line.behindDashes;
                                        return RunCreate(session, line.create);
                                    });
     command->add_option(nameOption, create.name)->required();
     auto *image = command->add_option_group("image", "What is run: exactly one of");
-    auto *exec = image->add_option("--exec", create.exec, "Any program and its arguments, run by tvhost");
+    auto *exec = image->add_option("--exec", create.run.exec, "Any program and its arguments, run by tvhost");
     image->add_option("--program", create.program, "A service program and its arguments; writes a launcher");
-    image->add_option("--image", create.image, "A csh script that ends in exec");
+    auto *script = image->add_option("--image", create.image, "A csh script that ends in exec");
     // A program behind "--" is one that tvhost runs.
     const bool isBehindDashes = !line.behindDashes.empty();
     image->require_option(isBehindDashes ? 0 : 1, isBehindDashes ? 0 : 1);
-    const auto forTvhost = [&](CLI::Option *option) { return isBehindDashes ? option : option->needs(exec); };
     command->add_option("--display", create.display, "Display name (default: the name)");
     AddWordOptions(command, create);
     command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")
@@ -66,20 +78,18 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
     auto *group = command->add_option("--group", create.group, "Load-order group");
     command->add_flag("--tag", create.tag, "Ask for a tag inside the group")->needs(group);
     command->add_option("--user", create.user, "Unix user to run as (default: the daemon's)");
-    forTvhost(command->add_option("--env", create.environment, "NAME=VALUE for the program that tvhost runs"))
-        ->allow_extra_args(false)
-        ->check(ReadVariable());
-    forTvhost(command->add_option("--cwd", create.directory, "Its working directory"));
-    forTvhost(command->add_option("--stdout", create.standardOutput, "File for its standard output"));
-    forTvhost(command->add_option("--stderr", create.standardError, "File for its standard error"));
-    forTvhost(command->add_option("--stop-timeout-ms", create.stopTimeoutMs, "Time before it is killed"));
-    forTvhost(command->add_option("--set", create.settings, "PARAMETER=VALUE of tvhost(8), such as AppRestart=always"))
-        ->allow_extra_args(false);
+    AddProgramOptions(command, create.run);
+    for (const char *option : {"--stdout", "--stderr", "--stop-timeout-ms", "--set"}) {
+        if (!isBehindDashes) command->get_option(option)->needs(exec);
+    }
+    for (const char *option : {"--env", "--cwd"}) {
+        if (!isBehindDashes) command->get_option(option)->excludes(script);
+    }
 }
 
 bool ChangesSomething(const ConfigOptions &config) {
     return config.display || config.image || config.group || config.user || config.type || config.startType ||
-           config.errorControl || config.dependencies || config.tag;
+           config.errorControl || config.dependencies || config.tag || SaysAnything(config.run);
 }
 
 } // namespace
@@ -95,12 +105,23 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
         });
     change->add_option(nameOption, config.name)->required();
     change->add_option("--display", config.display, "Display name");
-    change->add_option("--image", config.image, "A csh script that ends in exec");
+    auto *script = change->add_option("--image", config.image, "A csh script that ends in exec");
+    change->add_option("--exec", config.run.exec, "Any program and its arguments, run by tvhost")->excludes(script);
+    AddProgramOptions(change, config.run);
     change->add_option("--group", config.group, "Load-order group");
     change->add_option("--user", config.user, "Unix user to run as");
     AddWordOptions(change, config);
     change->add_option("--depends", config.dependencies, "Services, and groups with a leading +; \"\" for none");
     change->add_flag("--tag", config.tag, "Ask for a tag inside the group");
+
+    AddNames(
+        AddCommand(app, line, "enable", "Have the daemon start services with itself",
+                   [&line](Session &session) { return RunSwitch(session, "enable", line.names, SERVICE_AUTO_START); }),
+        line);
+    AddNames(
+        AddCommand(app, line, "disable", "Have nobody start services",
+                   [&line](Session &session) { return RunSwitch(session, "disable", line.names, SERVICE_DISABLED); }),
+        line);
 
     CLI::App *deletion = AddCommand(app, line, "delete", "Delete services", [&line](Session &session) {
         line.deletion.names = line.names;

@@ -160,6 +160,7 @@ void PrintServicesJson(const Session &session, const std::vector<ServiceView> &v
             service["type"] = TypeWords(view.config->type, true);
             service["type_mask"] = view.config->type;
             service["config"] = ConfigJson(*view.config);
+            if (!view.command.empty()) SetText(service["config"], "command", view.command);
         }
         object["services"].push_back(std::move(service));
     }
@@ -248,5 +249,67 @@ void PrintPingJson(const Options &options, const PingReport &report) {
     object["daemon"]["initialized"] = report.reachable && report.initCode == ERROR_SUCCESS;
     object["daemon"]["init_code"] = report.initCode;
     object["round_trips_ms"] = report.roundTripsMs;
+    Print(object);
+}
+
+void PrintActPlanJson(const Options &options, const std::vector<ActStep> &steps, std::size_t worstSec) {
+    Json object = Header("tvsc.act_plan/1", options.host);
+    object["steps"] = Json::array();
+    for (const ActStep &step : steps) {
+        Json entry;
+        entry["action"] = step.action;
+        SetText(entry, "name", step.name);
+        SetText(entry, "why", step.why);
+        object["steps"].push_back(std::move(entry));
+    }
+    object["worst_case_s"] = worstSec;
+    Print(object);
+}
+
+void PrintGraphJson(const Session &session, const ServiceGraph &graph, const std::vector<bool> &wanted) {
+    Json object = Header("tvsc.graph/1", session.options.host);
+    object["services"] = Json::array();
+    for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
+        if (!wanted[i]) continue;
+        const GraphNode &node = graph.nodes[i];
+        std::vector<std::string> needs;
+        for (const std::size_t needed : node.needs) {
+            needs.push_back(graph.nodes[needed].view.service.name);
+        }
+        Json entry;
+        SetText(entry, "name", node.view.service.name);
+        entry["state"] = StateWord(node.view.service.status.dwCurrentState, true);
+        SetText(entry, "group", node.view.config ? node.view.config->group : "");
+        SetTexts(entry, "needs", needs);
+        SetTexts(entry, "unknown", node.unknown);
+        entry["in_ring"] = node.isInRing;
+        object["services"].push_back(std::move(entry));
+    }
+    Print(object);
+}
+
+void PrintFindingsJson(const Options &options, const std::string &name, const Findings &findings) {
+    Json object = Header("tvsc.findings/1", options.host);
+    if (!name.empty()) SetText(object, "name", name);
+    object["findings"] = Json::array();
+    for (const Finding &finding : findings) {
+        Json entry;
+        entry["level"] = LevelWord(finding.level);
+        entry["area"] = finding.area;
+        SetText(entry, "name", finding.name);
+        SetText(entry, "found", finding.found);
+        SetText(entry, "why", finding.why);
+        SetText(entry, "command", finding.command);
+        object["findings"].push_back(std::move(entry));
+    }
+    Print(object);
+}
+
+void PrintLeftoversJson(const Options &options, const std::vector<RegisteredService> &services) {
+    Json object = Header("tvsc.leftovers/1", options.host);
+    object["processes"] = Json::array();
+    for (const RegisteredService &service : services) {
+        object["processes"].push_back(Json{{"pid", service.process}});
+    }
     Print(object);
 }

@@ -4,6 +4,9 @@
 
 #include "svcapi/client.h"
 #include "tvsc/boot_plan.h"
+#include "tvsc/findings.h"
+#include "tvsc/leftovers.h"
+#include "tvsc/service_graph.h"
 #include "tvsc/service_view.h"
 
 void PrintServicesJson(const Session &session, const std::vector<ServiceView> &views);
@@ -22,3 +25,16 @@ struct PingReport {
 void PrintPingJson(const Options &options, const PingReport &report);
 
 void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan);
+
+// What start, stop and restart would do.
+struct ActStep {
+    std::string action; // "start" or "stop"
+    std::string name;
+    std::string why;
+};
+void PrintActPlanJson(const Options &options, const std::vector<ActStep> &steps, std::size_t worstSec);
+
+void PrintGraphJson(const Session &session, const ServiceGraph &graph, const std::vector<bool> &wanted);
+//   name  the service that they are about; empty for all
+void PrintFindingsJson(const Options &options, const std::string &name, const Findings &findings);
+void PrintLeftoversJson(const Options &options, const std::vector<RegisteredService> &services);

@@ -3,6 +3,7 @@
 #include "tvsc/look.h"
 
 #include "svcapi/client.h"
+#include "tvsc/hosted_settings.h"
 #include "tvsc/json_output.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
@@ -49,10 +50,11 @@ std::string DependenciesText(const ServiceConfig &config) {
     return fmt::format("{}", fmt::join(config.dependencies, ", "));
 }
 
-void PrintConfig(const ServiceConfig &config) {
+void PrintConfig(const ServiceConfig &config, const std::string &command) {
     fmt::print("     type: {}\n", TypeText(config.type));
     fmt::print("    start: {}\n", StartWord(config.startType));
     fmt::print("    error: {}\n", ErrorControlWord(config.errorControl));
+    if (!command.empty()) fmt::print("  command: {}\n", Printable(command));
     fmt::print("    image: {}\n", Printable(config.imagePath));
     fmt::print("    group: {}\n", Printable(config.group));
     fmt::print("      tag: {}\n", config.tag);
@@ -128,9 +130,12 @@ int RunShow(Session &session, const std::vector<std::string> &names) {
     std::vector<ServiceView> views = ViewsOf(session, names, "show");
     for (ServiceView &view : views) {
         view.config = ReadConfigByName(session, view.service.name);
+        if (view.config && IsThisMachine(session.options)) {
+            view.command = CommandOf(view.service.name, view.config->imagePath);
+        }
         if (session.options.json) continue;
         PrintStatusBlock(view);
-        if (view.config) PrintConfig(*view.config);
+        if (view.config) PrintConfig(*view.config, view.command);
     }
     if (session.options.json) {
         PrintServicesJson(session, views);
@@ -185,16 +190,4 @@ int RunName(Session &session, const std::string &name) {
         fmt::print("{}\t{}\n", Printable(key), Printable(display));
     }
     return EXIT_DONE;
-}
-
-int RunExplain(const Options &options, DWORD code) {
-    const bool isKnown = Win32ErrorName(code) != nullptr;
-    if (options.json) {
-        PrintExplanationJson(code);
-    } else if (isKnown) {
-        fmt::print("{}\n", CodeText(code));
-    } else {
-        fmt::print(stderr, "tvsc: {}: none of the codes that are answered here\n", code);
-    }
-    return isKnown ? EXIT_DONE : EXIT_FAILED;
 }

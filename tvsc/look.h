@@ -21,4 +21,3 @@ int RunIsFailed(Session &session, const std::vector<std::string> &names);
 int RunShow(Session &session, const std::vector<std::string> &names);
 int RunDeps(Session &session, const std::string &name, bool dependents);
 int RunName(Session &session, const std::string &name);
-int RunExplain(const Options &options, DWORD code);

@@ -2,7 +2,6 @@
 // look_commands: the commands that only look, on the command line.
 #include "tvsc/commands.h"
 #include "tvsc/names.h"
-#include "tvsc/plan.h"
 #include "tvsc/words.h"
 
 #include <fmt/format.h>
@@ -76,12 +75,6 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
                [&line](Session &session) { return RunName(session, line.name); })
         ->add_option(nameOption, line.name)
         ->required();
-    const auto planBoot = [&line] { line.run = [&line] { return RunPlanBoot(line.options); }; };
-    app.add_subcommand("order", "Tell what the daemon starts with itself, in which order and why (plan boot)")
-        ->callback(planBoot);
-    CLI::App *plan = app.add_subcommand("plan", "Tell what would be done, without doing it");
-    plan->require_subcommand(1);
-    plan->add_subcommand("boot", "What the daemon starts with itself, in which order and why")->callback(planBoot);
     CLI::App *logs = app.add_subcommand("logs", "Show what a service that tvhost runs has written");
     logs->callback([&line] { line.run = [&line] { return RunLogs(line.options, line.log); }; });
     logs->add_option(nameOption, line.log.name)->required();
@@ -90,7 +83,4 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     logs->add_option("--since", line.log.sinceSec, "Only the last TIME, such as 10min")
         ->transform(ReadTime())
         ->type_name("TIME");
-    CLI::App *explain = app.add_subcommand("explain", "Say what a Win32 code means");
-    explain->add_option("code", line.code)->required();
-    explain->callback([&line] { line.run = [&line] { return RunExplain(line.options, line.code); }; });
 }

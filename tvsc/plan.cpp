@@ -9,6 +9,7 @@
 #include "tvsc/table.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
+#include "util/shell_quoted.h"
 
 #include <fmt/format.h>
 
@@ -51,14 +52,6 @@ void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
         fmt::print(", which answers nobody before that is done: about {} at worst", SecondsText(WorstCaseSec(plan)));
     }
     fmt::print(".\n");
-}
-
-std::string ShellQuoted(const std::string &text) {
-    std::string quoted = "'";
-    for (const char c : text) {
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return quoted + "'";
 }
 
 // A key among the services that is none, as some programs keep one there: what makes it one that loads and is never

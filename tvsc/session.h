@@ -21,6 +21,7 @@ struct Options {
     double waitTimeoutSec = 60;
     bool json = false;
     bool quiet = false;
+    bool dryRun = false; // tell what would be done, and do nothing
     ColourWhen colour = ColourWhen::automatic;
 };
 

@@ -559,11 +559,12 @@ TEST_F(Tvsc, create_takes_lists_before_the_name) {
 TEST_F(Tvsc, options_that_would_do_nothing_are_refused) {
     CreateSample(name);
     const std::string image = folder + "/" + name + ".csh";
-    EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", image, "--env", "A=b"}), HasSubstr("--env requires --exec"));
+    EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", image, "--env", "A=b"}),
+                HasSubstr("--env excludes --image"));
     EXPECT_THAT(Fail(2, {"create", name + "-2", "--image", image, "--tag"}), HasSubstr("--tag requires --group"));
     EXPECT_THAT(Fail(2, {"create", name + "-2", "--exec", "/bin/true", "--env", "A"}),
                 HasSubstr("--env: A: not NAME=VALUE"));
-    EXPECT_THAT(Fail(2, {"config", name}), StartsWith("tvsc: something to change is required"));
+    EXPECT_THAT(Fail(2, {"config", name}), StartsWith("tvsc: config: something to change is required"));
     EXPECT_FALSE(KeyExists(servicesKey + "\\" + name + "-2"));
 }
 

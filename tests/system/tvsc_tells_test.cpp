@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: MIT
+// What tvsc finds out and tells, and the commands that change little things; against both daemons and real service
+// processes.
+#include "tests/support/service_world.h"
+#include "tv/winreg.h"
+#include "tv/winsvc.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <filesystem>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+using Json = nlohmann::json;
+
+struct TvscTells : ServiceWorld {
+    static std::string Fail(int status, std::vector<std::string> arguments) {
+        const Ended ended = Tvsc(std::move(arguments));
+        EXPECT_EQ(ended.status, status) << ended.output << ended.error;
+        return ended.error;
+    }
+    static std::string StateOf(const std::string &service) {
+        return Json::parse(Tvsc({"status", service, "--json"}).output).at("services").at(0).at("state");
+    }
+    // The findings of doctor about one name.
+    static Json FindingsOn(const std::string &subject) {
+        Json about = Json::array();
+        const Json all = Json::parse(Tvsc({"doctor", "--json"}).output);
+        for (const Json &one : all.at("findings")) {
+            if (one.at("name") == subject) about.push_back(one);
+        }
+        return about;
+    }
+    void CreatePair() {
+        CreateSample(name + "-1");
+        CreateSample(name + "-2", "", {"--depends", name + "-1"});
+    }
+};
+
+// --- plans ---
+
+TEST_F(TvscTells, a_plan_tells_the_steps_and_a_dry_run_is_one) {
+    CreatePair();
+    const std::string plan = Do({"plan", "start", name + "-2"});
+    EXPECT_THAT(plan, AllOf(HasSubstr("1  " + name + "-1  start"), HasSubstr("2  " + name + "-2  start")));
+    EXPECT_EQ(Do({"--dry-run", "start", name + "-2"}), plan);
+    EXPECT_EQ(StateOf(name + "-1"), "stopped");
+    (void)Do({"start", name + "-2", "--with-deps"});
+    const Json steps = Json::parse(Do({"plan", "restart", name + "-1", "--json"})).at("steps");
+    ASSERT_EQ(steps.size(), 4u);
+    EXPECT_EQ(steps.at(0).at("name"), name + "-2");
+    EXPECT_EQ(steps.at(0).at("action"), "stop");
+    EXPECT_EQ(steps.at(3).at("action"), "start");
+    EXPECT_THAT(Do({"--dry-run", "stop", name + "-1"}), HasSubstr("2 steps"));
+    EXPECT_EQ(StateOf(name + "-1"), "running");
+}
+
+TEST_F(TvscTells, a_dry_run_changes_nothing) {
+    CreateSample(name);
+    EXPECT_THAT(Do({"--dry-run", "disable", name}), HasSubstr("would have start type disabled"));
+    EXPECT_THAT(Do({"--dry-run", "delete", name}), HasSubstr("would be deleted"));
+    EXPECT_THAT(Do({"--dry-run", "config", name, "--display", "X"}), HasSubstr("would be changed"));
+    EXPECT_THAT(Do({"--dry-run", "create", name + "-2", "--exec", "/bin/true"}), HasSubstr("would be created"));
+    const Json config = Json::parse(Do({"show", name, "--json"})).at("services").at(0);
+    EXPECT_EQ(config.at("config").at("start"), "demand");
+    EXPECT_EQ(config.at("display_name"), name);
+    EXPECT_EQ(Tvsc({"status", name + "-2"}).status, 4);
+}
+
+// --- what a service runs ---
+
+TEST_F(TvscTells, show_tells_the_command_and_config_changes_it) {
+    const std::string seen = folder + "/" + name + ".seen";
+    (void)Do({"create", name, "--env", "A=1", "--", "/bin/sh", "-c", "echo $A$B; pwd; exec sleep 1000"});
+    EXPECT_THAT(Do({"show", name}), HasSubstr("command: /bin/sh -c 'echo $A$B; pwd; exec sleep 1000'"));
+    EXPECT_THAT(Do({"config", name, "--env", "A=2", "--env", "B=3", "--cwd", "/usr", "--stdout", seen}),
+                HasSubstr("changed; holds from its next start on"));
+    (void)Do({"start", name});
+    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(seen) == "23\n/usr\n"; })) << ReadWhatIsThere(seen);
+    (void)Do({"stop", name});
+    (void)Do({"config", name, "--exec", "/bin/sleep 2000", "--cwd", ""});
+    EXPECT_THAT(Do({"show", name}), HasSubstr("command: /bin/sleep 2000"));
+    EXPECT_EQ(Json::parse(Do({"show", name, "--json"})).at("services").at(0).at("config").at("command"),
+              "/bin/sleep 2000");
+    EXPECT_THAT(Fail(1, {"config", name, "--exec", "/no/such/program"}), HasSubstr("/no/such/program"));
+    EXPECT_FALSE(ReadValue(servicesKey + "\\" + name + "\\Parameters", "AppDirectory"));
+}
+
+TEST_F(TvscTells, config_has_tvhost_run_a_service_that_had_a_script) {
+    CreateSample(name);
+    EXPECT_THAT(Fail(1, {"config", name, "--env", "A=1"}), HasSubstr("tvhost does not run it"));
+    (void)Do({"config", name, "--exec", "/bin/sleep 1000"});
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+    (void)Do({"stop", name});
+}
+
+TEST_F(TvscTells, a_service_program_gets_an_environment_and_a_folder) {
+    const std::string seen = folder + "/" + name + ".log";
+    (void)Do({"create", name, "--program", "'" + ProgramPath("tvsample") + "' --log '" + seen + "'", "--env",
+              "GIVEN=it's $5!", "--cwd", "/usr"});
+    (void)Do({"start", name});
+    const std::string process = "/proc/" + std::to_string(ProcessOf(name));
+    EXPECT_THAT(ReadFile(process + "/environ"), HasSubstr("GIVEN=it's $5!"));
+    EXPECT_EQ(std::filesystem::read_symlink(process + "/cwd"), "/usr");
+    (void)Do({"stop", name});
+    (void)Do({"delete", name, "--wait"});
+}
+
+// --- trees and graphs ---
+
+TEST_F(TvscTells, a_tree_shows_what_is_needed) {
+    CreatePair();
+    EXPECT_THAT(Do({"tree", name + "-2"}), HasSubstr(name + "-1  stopped"));
+    const Json graph = Json::parse(Do({"graph", name + "-2", "--json"}));
+    EXPECT_EQ(graph.at("schema"), "tvsc.graph/1");
+    ASSERT_EQ(graph.at("services").size(), 2u);
+    EXPECT_EQ(graph.at("services").at(1).at("needs"), Json::array({name + "-1"}));
+}
+
+TEST_F(TvscTells, a_graph_for_graphviz_colours_states_and_shows_what_is_missing_and_rings) {
+    CreatePair();
+    (void)Tvsc({"create", name + "-3", "--image", folder + "/" + name + "-1.csh", "--depends", name + "-none"});
+    const std::string dot = Do({"graph", "--format", "dot", name + "-*"});
+    EXPECT_THAT(dot, AllOf(HasSubstr("digraph"), HasSubstr(name + "-none\\nis not there"), HasSubstr("#e4e4e4"),
+                           Not(HasSubstr("color=red"))));
+    // A ring can only come from behind: the daemon refuses to make one.
+    const std::string self = name + "-1" + std::string(2, '\0');
+    WriteKey(servicesKey + "\\" + name + "-1", {{"DependOnGroup", REG_MULTI_SZ, self}});
+    EXPECT_THAT(Do({"graph", "--format", "dot", name + "-1"}), HasSubstr("color=red"));
+    EXPECT_THAT(Do({"tree", name + "-1"}), HasSubstr("a ring"));
+    DeleteValue(servicesKey + "\\" + name + "-1", "DependOnGroup");
+    if (RunAndRead({.command = {"/bin/sh", "-c", "command -v dot"}}).status != 0) return;
+    EXPECT_THAT(Do({"graph", "--format", "svg", name + "-2"}),
+                AllOf(HasSubstr("<svg"), HasSubstr(name + "&#45;1</text>")));
+}
+
+// --- explaining ---
+
+TEST_F(TvscTells, explain_takes_codes_their_names_and_services) {
+    EXPECT_THAT(Do({"explain", "ERROR_SERVICE_DISABLED"}), HasSubstr("1058 ERROR_SERVICE_DISABLED"));
+    CreatePair();
+    const std::string text = Tvsc({"explain", name + "-2"}).output;
+    EXPECT_THAT(text, AllOf(HasSubstr(name + "-2: stopped"), HasSubstr("needs " + name + "-1, which is stopped"),
+                            HasSubstr("tvsc start " + name + "-2 --with-deps")));
+    EXPECT_THAT(Fail(5, {"explain", "no-such-service"}), HasSubstr("1060"));
+    EXPECT_EQ(Json::parse(Tvsc({"explain", name + "-2", "--json"}).output).at("schema"), "tvsc.findings/1");
+}
+
+TEST_F(TvscTells, explain_of_a_service_whose_process_is_gone_says_so) {
+    CreateSample(name);
+    (void)Do({"start", name});
+    KillProcessOf(name);
+    EXPECT_THAT(Tvsc({"explain", name}).output,
+                AllOf(HasSubstr("ended without a word"), HasSubstr("tvsc status --fresh " + name)));
+    (void)Do({"reset", name});
+}
+
+// --- the doctor ---
+
+TEST_F(TvscTells, the_doctor_finds_each_of_these_and_not_without_them) {
+    CreateSample(name);
+    EXPECT_EQ(FindingsOn(name), Json::array());
+    const std::string key = servicesKey + "\\" + name;
+
+    WriteKey(key, {{"ImagePath", REG_SZ, Sz("/bin/true")}});
+    EXPECT_THAT(FindingsOn(name).at(0).at("found"), HasSubstr("its image /bin/true"));
+    EXPECT_EQ(Tvsc({"doctor"}).status, 6);
+    WriteKey(key, {{"ImagePath", REG_SZ, Sz(folder + "/" + name + ".csh")}});
+
+    WriteKey(key, {{"DependOnService", REG_SZ, Sz("nobody-of-this-name")}});
+    EXPECT_THAT(FindingsOn(name).at(0).at("found"), HasSubstr("its account nobody-of-this-name"));
+    WriteKey(key, {{"DependOnService", REG_SZ, Sz("")}});
+    EXPECT_THAT(FindingsOn(name).at(0).at("why"), HasSubstr("user id 0"));
+    DeleteValue(key, "DependOnService");
+
+    WriteKey(key, {{"DependOnGroup", REG_MULTI_SZ, std::string("no-such\0\0", 9)}, {"Start", REG_DWORD, Dword(2)}});
+    EXPECT_THAT(FindingsOn(name).at(0).at("found"), HasSubstr("no-such"));
+    DeleteValue(key, "DependOnGroup");
+    WriteKey(key, {{"Start", REG_DWORD, Dword(3)}});
+    EXPECT_EQ(FindingsOn(name), Json::array());
+
+    (void)Do({"start", name});
+    EXPECT_EQ(FindingsOn(name), Json::array());
+    KillProcessOf(name);
+    EXPECT_THAT(FindingsOn(name).at(0).at("found"), HasSubstr("is gone"));
+    (void)Do({"reset", name});
+    EXPECT_EQ(FindingsOn(name), Json::array());
+}
+
+TEST_F(TvscTells, the_doctor_names_the_key_that_breaks_the_database) {
+    WriteKey(servicesKey + "\\" + name, {{"Start", REG_DWORD, Dword(3)}});
+    const Json about = FindingsOn(name);
+    ASSERT_FALSE(about.empty());
+    EXPECT_EQ(about.at(0).at("level"), "fail");
+    EXPECT_THAT(about.at(0).at("found"), HasSubstr("Type cannot be read"));
+    EXPECT_THAT(about.at(0).at("command"), HasSubstr("tvreg add"));
+    EXPECT_THAT(about.at(0).at("why"), HasSubstr("1065"));
+    DeleteKey(servicesKey + "\\" + name);
+    EXPECT_EQ(FindingsOn(name), Json::array());
+}
+
+TEST_F(TvscTells, the_doctor_finds_what_an_import_has_brought_behind_the_daemons_back) {
+    CreateSample(name + "-model");
+    WriteService(name, SERVICE_DEMAND_START, folder + "/" + name + "-model.csh");
+    EXPECT_THAT(FindingsOn(name).at(0).at("found"), HasSubstr("the daemon does not list it"));
+    DeleteKey(servicesKey + "\\" + name);
+    EXPECT_EQ(FindingsOn(name), Json::array());
+}
+
+// --- switches and signals ---
+
+TEST_F(TvscTells, enable_and_disable_change_the_start_type_only) {
+    CreateSample(name, "", {"--display", "Kept", "--error", "severe"});
+    EXPECT_EQ(Do({"enable", name}), name + ": start type auto\n");
+    EXPECT_EQ(Do({"disable", name}), name + ": start type disabled\n");
+    const Json service = Json::parse(Do({"show", name, "--json"})).at("services").at(0);
+    EXPECT_EQ(service.at("config").at("start"), "disabled");
+    EXPECT_EQ(service.at("config").at("error_control"), SERVICE_ERROR_SEVERE);
+    EXPECT_EQ(service.at("display_name"), "Kept");
+}
+
+TEST_F(TvscTells, kill_signals_the_process_and_wait_sees_the_failure) {
+    CreateSample(name);
+    EXPECT_THAT(Fail(7, {"kill", "KILL", name}), HasSubstr("no process of it is known"));
+    EXPECT_THAT(Fail(2, {"kill", "NOSUCH", name}), HasSubstr("no such signal"));
+    (void)Do({"start", name});
+    EXPECT_THAT(Do({"kill", "KILL", name}), HasSubstr("sent KILL to process"));
+    EXPECT_THAT(Do({"wait", name, "--for", "failed", "--timeout", "10s"}), HasSubstr("is gone"));
+    (void)Do({"reset", name});
+}
+
+TEST_F(TvscTells, reload_reaches_a_program_that_tvhost_runs_and_no_other) {
+    CreateSample(name + "-own");
+    (void)Do({"start", name + "-own"});
+    EXPECT_THAT(Fail(3, {"reload", name + "-own"}), HasSubstr("tvhost does not run it"));
+    const std::string seen = folder + "/" + name + ".seen";
+    (void)Do(
+        {"create", name, "--", "/bin/sh", "-c", "trap 'echo again >>" + seen + "' HUP; while :; do sleep 0.1; done"});
+    (void)Do({"start", name});
+    EXPECT_EQ(Do({"reload", name}), name + ": reloaded\n");
+    EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(seen) == "again\n"; }));
+    (void)Do({"stop", name});
+}
+
+TEST_F(TvscTells, wait_for_deletion_ends_when_the_service_is_gone) {
+    CreateSample(name);
+    EXPECT_THAT(Fail(151, {"wait", name, "--for", "deleted", "--timeout", "200ms"}), HasSubstr("still there"));
+    const Json healthy = Json::parse(Tvsc({"leftovers", "--json"}).output);
+    EXPECT_EQ(healthy.at("schema"), "tvsc.leftovers/1");
+}
+
+// Last: what the daemon that ends has started is left over.
+TEST_F(TvscTells, zz_processes_of_an_earlier_daemon_are_listed_and_ended) {
+    CreateSample(name);
+    (void)Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    EXPECT_EQ(Json::parse(Do({"leftovers", "--json"})).at("processes"), Json::array());
+    StopDaemon(serviceDaemon, SIGKILL);
+    EXPECT_THAT(Do({"leftovers"}), HasSubstr(std::to_string(process)));
+    EXPECT_THAT(Do({"leftovers", "--end"}), HasSubstr("ended"));
+    EXPECT_TRUE(HasEnded(process));
+    EXPECT_EQ(Json::parse(Do({"leftovers", "--json"})).at("processes"), Json::array());
+}
+
+} // namespace

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+// daemon_findings: what the running daemon has against what the registry and the kernel have.
+#include "svcapi/client.h"
+#include "svcapi/status_watch.h"
+#include "tvsc/findings.h"
+#include "tvsc/names.h"
+#include "util/shell_quoted.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+constexpr DWORD longLockSec = 60;
+
+void CheckLock(Session &session, Findings *findings) {
+    LockStatus lock;
+    if (QueryLock(session.manager.get(), &lock) != ERROR_SUCCESS || !lock.locked || lock.durationSec < longLockSec)
+        return;
+    findings->push_back({FindingLevel::warn, "lock", "database lock",
+                         fmt::format("held by {} for {} s", lock.owner, lock.durationSec),
+                         "every start is refused with 1055, and nothing times it out", "tvsc lock release"});
+}
+
+void CheckProcess(const ServiceView &view, Findings *findings) {
+    const std::string name = ShellQuoted(view.service.name);
+    if (view.process.isGone) {
+        findings->push_back({FindingLevel::warn, "process", view.service.name,
+                             fmt::format("is {}", StateText(view.service.status, view.process)),
+                             "the daemon takes it for running until somebody controls it",
+                             fmt::format("tvsc status --fresh {}", name)});
+    } else if (view.service.complete && IsAsStarted(view.service.status)) {
+        findings->push_back({FindingLevel::warn, "process", view.service.name,
+                             "was started and has reported nothing yet",
+                             "where its process is gone it can be neither stopped nor started (1052, 1056)",
+                             fmt::format("tvsc reset {}", name)});
+    }
+}
+
+// Those that one side knows and the other one does not.
+void CheckRecords(const std::vector<ServiceView> &views, const BootDatabase &database, Findings *findings) {
+    for (const BootService &service : database.services) {
+        const auto isIt = [&](const ServiceView &view) { return view.service.name == service.name; };
+        if (std::any_of(views.begin(), views.end(), isIt)) continue;
+        findings->push_back({FindingLevel::warn, "memory", service.name,
+                             "is in the registry, and the daemon does not list it",
+                             "what an import brings takes effect when the daemon starts again, which starts running "
+                             "services twice: stop "
+                             "them first (its type may also be none that is listed)",
+                             "tvsc stop --all, then start the daemon again"});
+    }
+    for (const ServiceView &view : views) {
+        const auto isIt = [&](const BootService &service) { return service.name == view.service.name; };
+        if (std::any_of(database.services.begin(), database.services.end(), isIt)) continue;
+        findings->push_back({FindingLevel::warn, "memory", view.service.name, "has lost its key in the registry",
+                             "it is gone when the daemon starts again, and cannot be started properly before",
+                             fmt::format("tvsc delete {}", ShellQuoted(view.service.name))});
+    }
+}
+
+void CheckNames(const std::vector<ServiceView> &views, Findings *findings) {
+    std::map<std::string, std::string> byDisplay;
+    for (const ServiceView &view : views) {
+        const auto [first, isNew] = byDisplay.try_emplace(view.service.displayName, view.service.name);
+        if (isNew) continue;
+        findings->push_back({FindingLevel::warn, "names", view.service.name,
+                             fmt::format("has the display name of {}", first->second),
+                             "whoever asks by the display name gets the other one",
+                             fmt::format("tvsc config {} --display ...", ShellQuoted(view.service.name))});
+    }
+}
+
+} // namespace
+
+void CheckDaemon(Session &session, const BootDatabase &database, Findings *findings) {
+    CheckLock(session, findings);
+    std::vector<ListedService> services;
+    if (session.initCode != ERROR_SUCCESS) {
+        findings->push_back({FindingLevel::fail, "daemon", "servd", "runs without its services (1065)",
+                             "the database did not load when it started",
+                             "mend what is told of the registry, then start the daemon again"});
+        return;
+    }
+    if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return;
+    std::vector<ServiceView> views;
+    for (const ListedService &service : services) {
+        views.push_back(ViewOf(session, service));
+        CheckProcess(views.back(), findings);
+        if (service.complete) continue;
+        findings->push_back({FindingLevel::info, "memory", service.name, "is in the daemon's record 0",
+                             "the daemon does not enumerate it; it gets another record when the daemon starts again",
+                             ""});
+    }
+    CheckRecords(views, database, findings);
+    CheckNames(views, findings);
+}

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+// doctor: runs the checks and tells what they have found.
+#include "tvsc/doctor.h"
+
+#include "tvsc/findings.h"
+#include "tvsc/json_output.h"
+#include "tvsc/report.h"
+#include "tvsc/words.h"
+#include "util/printable.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace {
+
+void CheckConnection(Session &session, const BootDatabase &database, Findings *findings) {
+    Session quiet; // what it would say is a finding here
+    quiet.options = session.options;
+    (void)tvSetCallTimeout(nullptr, static_cast<DWORD>(session.options.callTimeoutSec * 1000)); // null is always valid
+    quiet.manager.reset(tvOpenDaemon(session.options.host.c_str(), &quiet.initCode));
+    if (quiet.manager != nullptr) return CheckDaemon(quiet, database, findings);
+    findings->push_back({FindingLevel::fail, "daemon", "servd", "does not answer: " + CodeText(GetLastError()),
+                         "nothing can be started, stopped or looked at", "systemctl start servd"});
+}
+
+} // namespace
+
+const char *LevelWord(FindingLevel level) {
+    constexpr const char *words[] = {"info", "warn", "fail"};
+    return words[static_cast<std::size_t>(level)];
+}
+
+void PrintFindings(const Findings &findings) {
+    for (const Finding &finding : findings) {
+        const Colour colour = finding.level == FindingLevel::fail   ? Colour::red
+                              : finding.level == FindingLevel::warn ? Colour::yellow
+                                                                    : Colour::faint;
+        fmt::print("{} {}\n", Coloured(colour, LevelWord(finding.level)),
+                   Printable(finding.name + ": " + finding.found));
+        fmt::print("     why: {}\n", Printable(finding.why));
+        if (!finding.command.empty()) fmt::print("     try: {}\n", Printable(finding.command));
+    }
+}
+
+int RunDoctor(const Options &options, bool isStrict) {
+    Session session;
+    session.options = options;
+    Findings findings;
+    BootDatabase database;
+    const bool isHere = IsThisMachine(options);
+    if (isHere) CheckMachine(&findings);
+    if (!CheckRegistry(options, &database, &findings)) {
+        findings.push_back({FindingLevel::fail, "registry", "registry daemon", "does not answer",
+                            "the daemon loads no services and starts none", "systemctl start tvregd"});
+    } else if (isHere) {
+        CheckPrograms(database, &findings);
+    }
+    CheckConnection(session, database, &findings);
+    std::stable_sort(findings.begin(), findings.end(),
+                     [](const Finding &a, const Finding &b) { return a.level > b.level; });
+    const auto count = [&](FindingLevel level) {
+        return std::count_if(findings.begin(), findings.end(), [&](const Finding &one) { return one.level == level; });
+    };
+    const auto fails = count(FindingLevel::fail);
+    const auto warnings = count(FindingLevel::warn);
+    if (options.json) {
+        PrintFindingsJson(options, "", findings);
+    } else {
+        PrintFindings(findings);
+        fmt::print("{} failure{}, {} warning{}; {} services looked at.\n", fails, fails == 1 ? "" : "s", warnings,
+                   warnings == 1 ? "" : "s", database.services.size());
+    }
+    if (fails != 0) return EXIT_NOT_CONFIGURED;
+    return isStrict && warnings != 0 ? EXIT_FAILED : EXIT_DONE;
+}

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// findings: what is wrong, why that matters, and what to type. Each group of checks appends what it finds.
+#pragma once
+
+#include "tvsc/boot_plan.h"
+#include "tvsc/service_view.h"
+
+// fail: the daemon loads no services, does not answer, or cannot start the one concerned.
+enum class FindingLevel { info, warn, fail };
+
+struct Finding {
+    FindingLevel level;
+    std::string area; // "registry", "start", "rpc", "process", "lock", "system"
+    std::string name; // what it is about: a service, a key, a program
+    std::string found;
+    std::string why;     // why it matters
+    std::string command; // what mends it; empty where no one command does
+};
+using Findings = std::vector<Finding>;
+
+// What the registry would make a daemon do that starts now. Returns false when the registry daemon does not answer.
+[[nodiscard]] bool CheckRegistry(const Options &options, BootDatabase *database, Findings *findings);
+// Images, programs and accounts of the services; of this machine.
+void CheckPrograms(const BootDatabase &database, Findings *findings);
+// What the machine needs: shell, host name, port mapper and its entries.
+void CheckMachine(Findings *findings);
+// What the daemon has against what the registry and the kernel have. The session is open.
+void CheckDaemon(Session &session, const BootDatabase &database, Findings *findings);
+
+[[nodiscard]] const char *LevelWord(FindingLevel level); // "info", "warn", "fail"
+void PrintFindings(const Findings &findings);

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+// leftovers: the port mapper's list against the kernel's.
+//
+// A service process is a child of the daemon that has started it, for as long as that one lives.
+#include "tvsc/leftovers.h"
+
+#include "servd/programs.h"
+#include "svcapi/process_stat.h"
+#include "tvhost/process_tree.h"
+#include "tvsc/json_output.h"
+#include "tvsc/report.h"
+#include "tvsc/table.h"
+
+#include <fmt/format.h>
+#include <netinet/in.h>
+#include <rpc/pmap_clnt.h>
+#include <rpc/rpc.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+constexpr char daemonName[] = "servd";
+constexpr std::uint32_t mostProcesses = 1u << 22; // the kernel gives no higher process id
+constexpr auto endPause = std::chrono::milliseconds(50);
+
+RegisteredService LookAt(pid_t process) {
+    ProcessStat stat;
+    const bool isAlive = ReadProcessStat(process, &stat) && stat.state != 'Z';
+    return {process, isAlive, isAlive && NameOfProcess(stat.parent) != daemonName};
+}
+
+bool HasEnded(const TreeProcess &process, double timeoutSec) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSec);
+    // One whose end nobody has taken yet has ended all the same.
+    ProcessStat stat;
+    while (ReadProcessStat(process.process, &stat) && stat.state != 'Z' && stat.startTicks == process.startTicks) {
+        if (std::chrono::steady_clock::now() > limit) return false;
+        std::this_thread::sleep_for(endPause);
+    }
+    return true;
+}
+
+void End(Session &session, const RegisteredService &service) {
+    const std::string name = fmt::format("process {}", service.process);
+    const TreeProcess process = {service.process, StartOfProcess(service.process), false};
+    if (session.options.dryRun) return Done(session, name, "leftovers", "would be ended");
+    SignalProcess(process, SIGTERM);
+    if (!HasEnded(process, session.options.waitTimeoutSec)) SignalProcess(process, SIGKILL);
+    constexpr double killSec = 5;
+    if (HasEnded(process, killSec)) return Done(session, name, "leftovers", "ended");
+    Failed(session, name, "leftovers", ERROR_ACCESS_DENIED, "still there");
+}
+
+} // namespace
+
+bool ListRegisteredServices(std::vector<RegisteredService> *services) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    CLIENT *const mapper = clnt_create("localhost", PMAPPROG, PMAPVERS, "tcp");
+    if (mapper == nullptr) return false;
+    clnt_destroy(mapper);
+    pmaplist *const list = pmap_getmaps(&address); // libtirpc's own; null also for an empty list
+    for (const pmaplist *one = list; one != nullptr; one = one->pml_next) {
+        const std::uint64_t program = one->pml_map.pm_prog;
+        if (program <= SERVDAEMONPROG || program - SERVDAEMONPROG > mostProcesses) continue;
+        const auto process = static_cast<pid_t>(program - SERVDAEMONPROG);
+        const auto isSame = [&](const RegisteredService &service) { return service.process == process; };
+        if (std::none_of(services->begin(), services->end(), isSame)) services->push_back(LookAt(process));
+    }
+    return true;
+}
+
+int RunLeftovers(const Options &options, bool end) {
+    Session session;
+    session.options = options;
+    std::vector<RegisteredService> services;
+    if (!ListRegisteredServices(&services)) {
+        Failed(session, "rpcbind", "leftovers", RPC_S_SERVER_UNAVAILABLE, "the port mapper does not answer");
+        return Finish(session);
+    }
+    std::erase_if(services, [](const RegisteredService &service) { return !service.isLeftOver; });
+    if (end) {
+        for (const RegisteredService &service : services) {
+            End(session, service);
+        }
+        return Finish(session);
+    }
+    if (options.json) {
+        PrintLeftoversJson(options, services);
+        return EXIT_DONE;
+    }
+    std::vector<std::vector<std::string>> rows = {{"PID", "PROGRAM"}};
+    for (const RegisteredService &service : services) {
+        rows.push_back({std::to_string(service.process), NameOfProcess(service.process)});
+    }
+    if (!services.empty()) PrintTable(rows);
+    fmt::print("{} service process{} of an earlier daemon.{}\n", services.size(), services.size() == 1 ? "" : "es",
+               services.empty() ? "" : " To end: tvsc leftovers --end");
+    return EXIT_DONE;
+}

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+// registry_findings: what is wrong in the registry and with what it names.
+#include "servd/service_keys.h"
+#include "svcapi/image_launcher.h"
+#include "tvsc/boot_words.h"
+#include "tvsc/findings.h"
+#include "tvsc/hosted_settings.h"
+#include "tvsc/words.h"
+#include "util/shell_quoted.h"
+
+#include <fmt/format.h>
+#include <pwd.h>
+
+namespace {
+
+std::string KeyOf(const std::string &service) {
+    return ShellQuoted(fmt::format("HKLM\\{}\\{}", servicesKeyPath, service));
+}
+
+std::string MendingOf(const BootFault &fault) {
+    if (fault.key == "Services" || fault.value.empty()) return "";
+    const bool isMissing = fault.code == ERROR_FILE_NOT_FOUND;
+    if (isMissing && fault.value == typeValue)
+        return fmt::format("tvreg add {} -v Type -t dword -d 16", KeyOf(fault.key));
+    if (isMissing && fault.value == displayNameValue) {
+        return fmt::format("tvreg add {} -v DisplayName -d {}", KeyOf(fault.key), ShellQuoted(fault.key));
+    }
+    if (fault.key == "ServiceGroupOrder") {
+        return fmt::format("tvreg add {} -v List -t multi -d ''",
+                           ShellQuoted(fmt::format("HKLM\\{}", groupOrderKeyPath)));
+    }
+    if (fault.key == "GroupOrderList") {
+        return fmt::format("tvreg delete {} -v {}", ShellQuoted(fmt::format("HKLM\\{}", tagOrderKeyPath)),
+                           ShellQuoted(fault.value));
+    }
+    return fmt::format("tvreg delete {} -v {}", KeyOf(fault.key), fault.value);
+}
+
+std::string MendingOf(const BootRemark &remark, const std::string &name) {
+    switch (remark.kind) {
+    case BootRemarkKind::ring:
+    case BootRemarkKind::unknownService:
+    case BootRemarkKind::emptyGroup: return fmt::format("tvsc config {} --depends ...", ShellQuoted(name));
+    case BootRemarkKind::noImage: return fmt::format("tvsc config {} --exec ...", ShellQuoted(name));
+    case BootRemarkKind::disabled: return fmt::format("tvsc config {} --start demand", ShellQuoted(name));
+    default: return "";
+    }
+}
+
+constexpr char loadsNothing[] = "a daemon that starts now loads no services and starts none (1065)";
+
+Finding FindingOf(const BootFault &fault) {
+    const std::string what = fault.value.empty() ? "its key" : fault.value;
+    return {FindingLevel::fail, "registry",
+            fault.key,          fmt::format("{} cannot be read: {}", what, CodeText(fault.code)),
+            loadsNothing,       MendingOf(fault)};
+}
+
+// The account of a service; nothing where there is none.
+std::optional<std::string> AccountOf(const std::string &service) {
+    char account[1024] = {};
+    DWORD bytes = sizeof account - 1;
+    HKEY key = 0;
+    const std::string path = fmt::format("{}\\{}", servicesKeyPath, service);
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return std::nullopt;
+    const LONG rc = RegQueryValueExA(key, accountValue, nullptr, nullptr, reinterpret_cast<LPBYTE>(account), &bytes);
+    (void)RegCloseKey(key); // read whole
+    return rc == ERROR_SUCCESS ? std::make_optional<std::string>(account) : std::nullopt;
+}
+
+void CheckImage(const BootService &service, Findings *findings) {
+    if (service.imagePath.empty()) return; // told by the plan
+    const std::string why = WhyNoLauncher(service.imagePath);
+    if (!why.empty()) {
+        findings->push_back({FindingLevel::fail, "start", service.name,
+                             fmt::format("its image {}: {}", service.imagePath, why),
+                             "its start fails, with 1053 after a quarter of a minute",
+                             fmt::format("tvsc config {} --exec ...", ShellQuoted(service.name))});
+        return;
+    }
+    if (!IsTvhostImage(service.imagePath)) return;
+    HostParameters parameters;
+    std::string problem;
+    const DWORD rc = ReadHostParameters(service.name, &parameters, &problem);
+    if (rc == ERROR_SUCCESS) problem = WhyNoProgram(parameters.application);
+    if (problem.empty()) return;
+    findings->push_back(
+        {FindingLevel::fail, "start", service.name,
+         rc == ERROR_SUCCESS ? fmt::format("its program {}: {}", parameters.application, problem) : problem,
+         "its start fails", fmt::format("tvsc config {} --exec ...", ShellQuoted(service.name))});
+}
+
+void CheckAccount(const BootService &service, Findings *findings) {
+    const std::optional<std::string> account = AccountOf(service.name);
+    if (!account) return;
+    if (account->empty()) {
+        findings->push_back({FindingLevel::warn, "start", service.name, "its account is empty",
+                             "an empty account means user id 0, not the daemon's user",
+                             fmt::format("tvreg delete {} -v {}", KeyOf(service.name), accountValue)});
+    } else if (getpwnam(account->c_str()) == nullptr) {
+        findings->push_back({FindingLevel::fail, "start", service.name,
+                             fmt::format("its account {} is no user of this machine", *account),
+                             "its start fails with 3; values of Windows keep dependencies here",
+                             fmt::format("tvsc config {} --user USER", ShellQuoted(service.name))});
+    }
+}
+
+} // namespace
+
+bool CheckRegistry(const Options &options, BootDatabase *database, Findings *findings) {
+    HKEY machine = HKEY_LOCAL_MACHINE;
+    if (options.host != "localhost" &&
+        RegConnectRegistryA(options.host.c_str(), HKEY_LOCAL_MACHINE, &machine) != ERROR_SUCCESS) {
+        return false;
+    }
+    std::vector<BootFault> faults;
+    (void)ReadBootDatabase(machine, database, &faults); // the first one is among them
+    for (const BootFault &fault : faults) {
+        if (fault.code == ERROR_REGISTRY_IO_FAILED) return false;
+        findings->push_back(FindingOf(fault));
+    }
+    for (const BootRemark &remark : PlanBoot(*database).remarks) {
+        const std::string &name = database->services[remark.service].name;
+        const bool fails = remark.kind == BootRemarkKind::ring || remark.kind == BootRemarkKind::noImage;
+        findings->push_back({fails ? FindingLevel::fail : FindingLevel::warn,
+                             remark.kind == BootRemarkKind::noImage ? "start" : "dependencies", name,
+                             RemarkText(remark), fails ? "it cannot be started" : "it surprises when the daemon starts",
+                             MendingOf(remark, name)});
+    }
+    for (const std::string &name : database->deleted) {
+        findings->push_back({FindingLevel::info, "registry", name, "is marked for deletion",
+                             "the daemon deletes its key when it starts", ""});
+    }
+    return true;
+}
+
+void CheckPrograms(const BootDatabase &database, Findings *findings) {
+    for (const BootService &service : database.services) {
+        CheckImage(service, findings);
+        CheckAccount(service, findings);
+    }
+}

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+// service_graph: from configurations to nodes, and looking for rings.
+#include "tvsc/service_graph.h"
+
+#include "tvsc/names.h"
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+using Names = std::map<std::string, std::vector<std::size_t>>;
+
+void AddNeeds(GraphNode *node, const std::vector<std::size_t> &needed) {
+    for (const std::size_t one : needed) {
+        if (std::find(node->needs.begin(), node->needs.end(), one) == node->needs.end()) node->needs.push_back(one);
+    }
+}
+
+// Whether one node can be reached from another one, by a walk that keeps no stack of calls.
+bool IsReached(const ServiceGraph &graph, std::size_t from, std::size_t to) {
+    std::vector<bool> seen(graph.nodes.size());
+    std::vector<std::size_t> open = graph.nodes[from].needs;
+    while (!open.empty()) {
+        const std::size_t node = open.back();
+        open.pop_back();
+        if (node == to) return true;
+        if (seen[node]) continue;
+        seen[node] = true;
+        open.insert(open.end(), graph.nodes[node].needs.begin(), graph.nodes[node].needs.end());
+    }
+    return false;
+}
+
+} // namespace
+
+const GraphNode *ServiceGraph::Find(const std::string &name) const {
+    const auto found =
+        std::find_if(nodes.begin(), nodes.end(), [&](const GraphNode &node) { return node.view.service.name == name; });
+    return found == nodes.end() ? nullptr : &*found;
+}
+
+ServiceGraph MakeGraph(std::vector<ServiceView> views) {
+    ServiceGraph graph;
+    Names services, groups;
+    for (ServiceView &view : views) {
+        services[view.service.name].push_back(graph.nodes.size());
+        if (view.config && !view.config->group.empty()) groups[view.config->group].push_back(graph.nodes.size());
+        graph.nodes.push_back({.view = std::move(view), .needs = {}, .unknown = {}, .isInRing = false});
+    }
+    for (GraphNode &node : graph.nodes) {
+        if (!node.view.config) continue;
+        for (const std::string &dependency : node.view.config->dependencies) {
+            const bool isGroup = dependency.front() == SC_GROUP_IDENTIFIERA;
+            const Names &names = isGroup ? groups : services;
+            const auto found = names.find(isGroup ? dependency.substr(1) : dependency);
+            if (found == names.end()) {
+                node.unknown.push_back(dependency);
+            } else {
+                AddNeeds(&node, found->second);
+            }
+        }
+    }
+    for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
+        graph.nodes[i].isInRing = IsReached(graph, i, i);
+    }
+    return graph;
+}
+
+bool ReadGraph(Session &session, const std::string &action, ServiceGraph *graph) {
+    std::vector<ListedService> services;
+    if (!ListServicesFor(session, action, &services)) return false;
+    std::vector<ServiceView> views;
+    for (const ListedService &service : services) {
+        ServiceView view = ViewOf(session, service);
+        view.config = ReadConfigByName(session, service.name);
+        views.push_back(std::move(view));
+    }
+    *graph = MakeGraph(std::move(views));
+    return true;
+}
+
+bool IsRingEdge(const ServiceGraph &graph, std::size_t from, std::size_t to) {
+    return graph.nodes[from].isInRing && graph.nodes[to].isInRing && (from == to || IsReached(graph, to, from));
+}

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+// service_graph: all services of the daemon with what they depend on, read once.
+#pragma once
+
+#include "tvsc/service_view.h"
+
+#include <set>
+
+struct GraphNode {
+    ServiceView view; // with its configuration, where that can be read
+    std::vector<std::size_t>
+        needs; // nodes, in the order of the configuration; those of groups behind their group's name
+    std::vector<std::string> unknown; // what it depends on and is not there: services, and groups without members
+    bool isInRing = false;            // it depends on itself, through others or not
+};
+
+struct ServiceGraph {
+    std::vector<GraphNode> nodes; // in the daemon's order
+
+    [[nodiscard]] const GraphNode *Find(const std::string &name) const;
+};
+
+// Reads it. Where that fails it is told and noted, and false returned.
+[[nodiscard]] bool ReadGraph(Session &session, const std::string &action, ServiceGraph *graph);
+
+// The same from services whose needs are not known yet.
+[[nodiscard]] ServiceGraph MakeGraph(std::vector<ServiceView> views);
+
+// Whether the edge closes a ring: both ends are in one.
+[[nodiscard]] bool IsRingEdge(const ServiceGraph &graph, std::size_t from, std::size_t to);

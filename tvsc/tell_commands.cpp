@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// tell_commands: the commands that find out why something is as it is, or what would be done, on the command line.
+#include "tvsc/commands.h"
+#include "tvsc/doctor.h"
+#include "tvsc/leftovers.h"
+#include "tvsc/plan.h"
+#include "tvsc/plan_act.h"
+
+namespace {
+
+const std::map<std::string, GraphFormat> graphFormats = {
+    {"text", GraphFormat::text}, {"dot", GraphFormat::dot}, {"svg", GraphFormat::svg}};
+
+void AddPlanCommands(CLI::App &app, CommandLine &line) {
+    const auto planBoot = [&line] { return RunPlanBoot(line.options); };
+    AddPlainCommand(app, line, "order", "Tell what the daemon starts with itself, in which order and why (plan boot)",
+                    planBoot);
+    CLI::App *plan = app.add_subcommand("plan", "Tell what would be done, without doing it");
+    plan->require_subcommand(1);
+    AddPlainCommand(*plan, line, "boot", "What the daemon starts with itself, in which order and why", planBoot);
+    const std::tuple<const char *, PlannedAct, const char *> acts[] = {
+        {"start", PlannedAct::start, "What start --with-deps would start"},
+        {"stop", PlannedAct::stop, "What stop --with-dependents would stop"},
+        {"restart", PlannedAct::restart, "What restart --with-dependents would stop and start"}};
+    for (const auto &[word, act, help] : acts) {
+        AddNames(
+            AddCommand(*plan, line, word, help,
+                       [&line, planned = act](Session &session) { return RunPlanAct(session, planned, line.names); }),
+            line);
+    }
+}
+
+} // namespace
+
+void AddTellCommands(CLI::App &app, CommandLine &line) {
+    AddPlanCommands(app, line);
+    AddPlainCommand(app, line, "explain", "Say what a Win32 code means, or why a service is as it is",
+                    [&line] { return RunExplain(line.options, line.what); })
+        ->add_option("what", line.what, "A code's number or name, or a service")
+        ->required();
+    AddPlainCommand(app, line, "doctor", "Check everything that keeps services from running", [&line] {
+        return RunDoctor(line.options, line.isStrict);
+    })->add_flag("--strict", line.isStrict, "Exit with 1 for a warning, too");
+    AddNames(AddCommand(app, line, "tree", "Show as a tree what services need",
+                        [&line](Session &session) { return RunGraph(session, line.names, GraphFormat::text); }),
+             line, false);
+    CLI::App *graph = AddCommand(app, line, "graph", "Draw what services need",
+                                 [&line](Session &session) { return RunGraph(session, line.names, line.graphFormat); });
+    AddNames(graph, line, false);
+    graph->add_option("--format", line.graphFormat, "text, dot, or svg, which graphviz draws")
+        ->transform(CLI::CheckedTransformer(graphFormats))
+        ->type_name("FORMAT");
+    CLI::App *leftovers = AddPlainCommand(app, line, "leftovers", "List the service processes of an earlier daemon",
+                                          [&line] { return RunLeftovers(line.options, line.endsLeftovers); });
+    leftovers->add_flag("--end", line.endsLeftovers, "End them");
+    AddTimeout(leftovers, line);
+}
