@@ -213,7 +213,8 @@ TEST_F(Tvreg, query_of_one_value_goes_through_all_keys_below) {
 TEST_F(Tvreg, an_unknown_command_is_named) {
     const Ended ended = Run({"qeury", key});
     EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(ended.error, "tvreg: qeury: no such command; see tvreg --help\n");
+    EXPECT_EQ(ended.error, "tvreg: qeury: no such command; did you mean query?\n");
+    EXPECT_EQ(Run({"zzzzzzzzzz", key}).error, "tvreg: zzzzzzzzzz: no such command; see tvreg --help\n");
 }
 
 // Whoever reads the message may do so at a terminal.

@@ -671,8 +671,8 @@ TEST_F(Tvsc, a_name_may_begin_with_a_dash) {
 // What stood there used to be passed over.
 TEST_F(Tvsc, what_stands_behind_two_dashes_is_refused_where_it_means_nothing) {
     CreateSample(name);
-    EXPECT_THAT(Fail(2, {"stop", name, "--", "-x"}), StartsWith("tvsc: --: not expected here; "));
-    EXPECT_THAT(Fail(2, {"list", "--", "x"}), StartsWith("tvsc: --: not expected here; "));
+    EXPECT_THAT(Fail(2, {"stop", name, "--", "-x"}), StartsWith("tvsc: stop: --: not expected here; "));
+    EXPECT_THAT(Fail(2, {"list", "--", "x"}), StartsWith("tvsc: list: --: not expected here; "));
 }
 
 TEST_F(Tvsc, json_keeps_bytes_that_are_no_utf8) {
@@ -828,7 +828,7 @@ TEST_F(Tvsc, a_control_without_a_word_is_named_by_its_number) {
 // The last service but one: from now on nothing in record 0 is listed any more.
 TEST_F(Tvsc, zz_a_running_service_in_record_0_that_is_marked_for_deletion_is_hidden_too) {
     Do({"start", "zero"});
-    EXPECT_THAT(Do({"delete", "zero"}), HasSubstr("marked for deletion"));
+    EXPECT_THAT(Do({"delete", "zero", "--force"}), HasSubstr("marked for deletion"));
     EXPECT_TRUE(Listed("zero").is_null());
     EXPECT_THAT(Fail(154, {"stop", "zero"}), HasSubstr("1072 ERROR_SERVICE_MARKED_FOR_DELETE"));
     KillProcessOf("zero");
