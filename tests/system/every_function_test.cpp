@@ -255,7 +255,7 @@ const std::vector<Row> &Rows() {
         {"GetServiceDisplayNameW", Wants::manager,
          [](SC_HANDLE handle) {
              Room room;
-             room.size /= sizeof(WCHAR);
+             room.size /= DWORD{sizeof(WCHAR)};
              return CodeOf(GetServiceDisplayNameW(handle, wideSubject, As<WCHAR>(&room), &room.size));
          }},
         {"GetServiceKeyNameA", Wants::manager,
@@ -266,7 +266,7 @@ const std::vector<Row> &Rows() {
         {"GetServiceKeyNameW", Wants::manager,
          [](SC_HANDLE handle) {
              Room room;
-             room.size /= sizeof(WCHAR);
+             room.size /= DWORD{sizeof(WCHAR)};
              return CodeOf(GetServiceKeyNameW(handle, wideSubject, As<WCHAR>(&room), &room.size));
          }},
         {"tvPingDaemon", Wants::manager, [](SC_HANDLE handle) { return CodeOf(tvPingDaemon(handle)); }},
