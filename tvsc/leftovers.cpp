@@ -4,6 +4,7 @@
 // A service process is a child of the daemon that has started it, for as long as that one lives.
 #include "tvsc/leftovers.h"
 
+#include "rpc/record.h"
 #include "servd/programs.h"
 #include "svcapi/process_stat.h"
 #include "tvhost/process_tree.h"
@@ -64,7 +65,7 @@ bool ListRegisteredServices(std::vector<RegisteredService> *services) {
     CLIENT *const mapper = clnt_create("localhost", PMAPPROG, PMAPVERS, "tcp");
     if (mapper == nullptr) return false;
     clnt_destroy(mapper);
-    pmaplist *const list = pmap_getmaps(&address); // libtirpc's own; null also for an empty list
+    pmaplist *list = pmap_getmaps(&address); // null also for an empty list
     for (const pmaplist *one = list; one != nullptr; one = one->pml_next) {
         const std::uint64_t program = one->pml_map.pm_prog;
         if (program <= SERVDAEMONPROG || program - SERVDAEMONPROG > mostProcesses) continue;
@@ -72,6 +73,7 @@ bool ListRegisteredServices(std::vector<RegisteredService> *services) {
         const auto isSame = [&](const RegisteredService &service) { return service.process == process; };
         if (std::none_of(services->begin(), services->end(), isSame)) services->push_back(LookAt(process));
     }
+    xdr_free(Untyped(xdr_pmaplist), &list);
     return true;
 }
 
