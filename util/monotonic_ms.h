@@ -12,8 +12,12 @@ inline std::int64_t MonotonicUs() {
     return std::int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
-// The same in milliseconds.
-inline std::int64_t MonotonicMs() { return MonotonicUs() / 1000; }
+// The same in milliseconds; without a division of 64 bits, which 32-bit libraries would need libgcc for.
+inline std::int64_t MonotonicMs() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
 
 // Sleeps this long, or until a signal handler has run.
 inline void SleepUs(std::int64_t microseconds) {
