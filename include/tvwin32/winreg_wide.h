@@ -143,7 +143,7 @@ static __inline__ LONG tvRegKeyByName(LONG (*byName)(HKEY, LPCSTR, PHKEY), HKEY 
     return rc;
 }
 
-static __inline__ LONG tvRegDeleteByName(LONG (*byName)(HKEY, LPCSTR), HKEY hKey, LPCWSTR lpName) {
+static __inline__ LONG tvRegCallByName(LONG (*byName)(HKEY, LPCSTR), HKEY hKey, LPCWSTR lpName) {
     char *name;
     LONG rc = tvRegName(lpName, &name);
     if (rc == ERROR_SUCCESS) rc = byName(hKey, name);
@@ -200,11 +200,11 @@ static __inline__ LONG tvRegCreateKeyW(HKEY hKey, LPCWSTR lpSubKey, PHKEY phkRes
 }
 
 static __inline__ LONG tvRegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey) {
-    return tvRegDeleteByName(RegDeleteKeyA, hKey, lpSubKey);
+    return tvRegCallByName(RegDeleteKeyA, hKey, lpSubKey);
 }
 
 static __inline__ LONG tvRegDeleteValueW(HKEY hKey, LPCWSTR lpValueName) {
-    return tvRegDeleteByName(RegDeleteValueA, hKey, lpValueName);
+    return tvRegCallByName(RegDeleteValueA, hKey, lpValueName);
 }
 
 static __inline__ LONG tvRegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved, DWORD dwType,
@@ -383,7 +383,7 @@ static __inline__ LONG tvRegLoadKeyW(HKEY hKey, LPCWSTR lpSubKey, LPCWSTR lpFile
 }
 
 static __inline__ LONG tvRegUnLoadKeyW(HKEY hKey, LPCWSTR lpSubKey) {
-    return tvRegDeleteByName(RegUnLoadKeyA, hKey, lpSubKey);
+    return tvRegCallByName(RegUnLoadKeyA, hKey, lpSubKey);
 }
 
 static __inline__ LONG tvRegSaveKeyW(HKEY hKey, LPCWSTR lpFile, LPSECURITY_ATTRIBUTES lpSecurityAttributes) {
