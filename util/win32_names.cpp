@@ -33,7 +33,7 @@ constexpr ErrorWords errors[] = {
     WORDS(ERROR_DUP_NAME, "the name is in use already"),
     WORDS(ERROR_INVALID_PARAMETER, "an argument is missing or not allowed"),
     WORDS(ERROR_DISK_FULL, "the disk is full"),
-    WORDS(ERROR_CALL_NOT_IMPLEMENTED, "this call is not implemented"),
+    WORDS(ERROR_CALL_NOT_IMPLEMENTED, "this function is not available"),
     WORDS(ERROR_INSUFFICIENT_BUFFER, "the buffer is too small"),
     WORDS(ERROR_INVALID_NAME, "the name is not allowed"),
     WORDS(ERROR_INVALID_LEVEL, "the call has no such kind of information"),
