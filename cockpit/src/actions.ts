@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// actions: what the page has tvsc do to services, from the click to what became of it.
+//
+// An action is shown while tvsc waits; one that has failed stays with tvsc's reason until it is taken away, one that
+// went well for a few seconds.
+import { useSyncExternalStore } from "react";
+import { askNow } from "./services";
+import { ActionAnswer, Ended, Named, failedWithCode, run } from "./tvsc";
+import { _, format } from "./text";
+
+export type Verb = "start" | "stop" | "restart" | "pause" | "continue" | "reload" | "reset" | "enable" | "disable" | "delete";
+
+export interface Action {
+    id: number;
+    verb: Verb;
+    named: Named;
+    startedAt: number;
+    ended: Ended<ActionAnswer> | null; // null while it goes on
+}
+
+// What may help after a failure, as a button.
+export interface NextStep { label: string; verb: Verb; options: string[] }
+
+const goodMs = 8000;
+let actions: Action[] = [];
+let lastId = 0;
+const listeners = new Set<() => void>();
+
+function change(next: Action[]) {
+    actions = next;
+    listeners.forEach(listener => listener());
+}
+
+export function dismiss(id: number) {
+    change(actions.filter(action => action.id !== id));
+}
+
+export async function act(verb: Verb, named: Named, options: string[] = []): Promise<boolean> {
+    const action: Action = { id: ++lastId, verb, named, startedAt: Date.now(), ended: null };
+    // A new attempt makes what is said of the service's last one out of date.
+    change([...actions.filter(other => other.named.name !== named.name || !other.ended), action]);
+    const ended = await run<ActionAnswer>([verb, "--json", ...options], named);
+    change(actions.map(other => other.id === action.id ? { ...action, ended } : other));
+    askNow(verb === "enable" || verb === "disable" || verb === "delete");
+    if (ended.status === 0) window.setTimeout(() => dismiss(action.id), goodMs);
+    return ended.status === 0;
+}
+
+export function useActions(): Action[] {
+    return useSyncExternalStore(listener => {
+        listeners.add(listener);
+        return () => { listeners.delete(listener) };
+    }, () => actions);
+}
+
+export function verbWord(verb: Verb): string {
+    switch (verb) {
+    case "start": return _("Start");
+    case "stop": return _("Stop");
+    case "restart": return _("Restart");
+    case "pause": return _("Pause");
+    case "continue": return _("Continue");
+    case "reload": return _("Reload");
+    case "reset": return _("Reset");
+    case "enable": return _("Enable");
+    case "disable": return _("Disable");
+    case "delete": return _("Delete");
+    }
+}
+
+export function ongoingText(action: Action): string {
+    const name = action.named.name;
+    switch (action.verb) {
+    case "start": return format(_("$0 is being started"), name);
+    case "stop": return format(_("$0 is being stopped"), name);
+    case "restart": return format(_("$0 is being restarted"), name);
+    case "pause": return format(_("$0 is being paused"), name);
+    case "continue": return format(_("$0 is being continued"), name);
+    default: return format(_("$0: $1"), name, verbWord(action.verb));
+    }
+}
+
+export function endedText(action: Action): string {
+    const name = action.named.name;
+    if (action.ended?.status !== 0) {
+        switch (action.verb) {
+        case "start": return format(_("$0 was not started"), name);
+        case "stop": return format(_("$0 was not stopped"), name);
+        case "restart": return format(_("$0 was not restarted"), name);
+        default: return format(_("$0: $1 failed"), name, verbWord(action.verb));
+        }
+    }
+    switch (action.verb) {
+    case "start": return format(_("$0 was started"), name);
+    case "stop": return format(_("$0 was stopped"), name);
+    case "restart": return format(_("$0 was restarted"), name);
+    case "pause": return format(_("$0 is paused"), name);
+    case "continue": return format(_("$0 goes on"), name);
+    case "reload": return format(_("$0 reads its configuration again"), name);
+    case "delete": return format(_("$0 was deleted"), name);
+    default: return format(_("$0: $1 done"), name, verbWord(action.verb));
+    }
+}
+
+export function nextSteps(action: Action): NextStep[] {
+    if (!action.ended || action.ended.status === 0) return [];
+    const { verb } = action;
+    switch (failedWithCode(action.ended)) {
+    case 1068: // ERROR_SERVICE_DEPENDENCY_FAIL
+        return verb === "start" ? [{ label: _("Start what it needs, too"), verb, options: ["--with-deps"] }] : [];
+    case 1051: // ERROR_DEPENDENT_SERVICES_RUNNING
+        return [{ label: _("Include the services that depend on it"), verb, options: ["--with-dependents"] }];
+    case 1058: // ERROR_SERVICE_DISABLED
+        return [
+            { label: _("Start it this once"), verb, options: ["--force"] },
+            { label: _("Enable it"), verb: "enable", options: [] },
+        ];
+    case 1056: // ERROR_SERVICE_ALREADY_RUNNING
+    case 1061: // ERROR_SERVICE_CANNOT_ACCEPT_CTRL
+        return [{ label: _("Have the daemon forget its process"), verb: "reset", options: [] }];
+    default:
+        return [];
+    }
+}

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+// app: the page: which view is open, and what holds for all of them.
+import "@patternfly/react-core/dist/styles/base.css"; // before what refines it
+import { useEffect, useState } from "react";
+import { createRoot } from "react-dom/client";
+import { Alert } from "@patternfly/react-core/dist/esm/components/Alert";
+import { Nav, NavItem, NavList } from "@patternfly/react-core/dist/esm/components/Nav";
+import { Page, PageSection } from "@patternfly/react-core/dist/esm/components/Page";
+import { Activity } from "./activity";
+import { followColourScheme } from "./colours";
+import { ServiceList } from "./list";
+import { FailureAlert, Loading, useNow } from "./parts";
+import { ServiceView } from "./service";
+import { Picture, usePicture } from "./services";
+import { _, duration, format } from "./text";
+import "./page.css";
+
+function usePath(): string[] {
+    const [path, setPath] = useState(cockpit.location.path);
+    useEffect(() => {
+        const moved = () => setPath(cockpit.location.path);
+        cockpit.addEventListener("locationchanged", moved);
+        return () => cockpit.removeEventListener("locationchanged", moved);
+    }, []);
+    return path;
+}
+
+// Null as long as it is not known.
+function useAdministrator(): boolean | null {
+    const [allowed, setAllowed] = useState<boolean | null>(null);
+    useEffect(() => {
+        const permission = cockpit.permission({ admin: true });
+        const changed = () => setAllowed(permission.allowed);
+        permission.addEventListener("changed", changed);
+        changed();
+    }, []);
+    return allowed;
+}
+
+// What keeps the list from being new, or anything from being changed.
+function Warnings({ picture, administrator }: { picture: Picture; administrator: boolean | null }) {
+    const now = useNow(picture.busySince !== null);
+    return (
+        <>
+            {picture.failure && <FailureAlert title={_("The services cannot be read")} ended={picture.failure}>
+                {picture.loaded && <p>{_("What is shown below was so before. The page asks again every second.")}</p>}
+            </FailureAlert>}
+            {picture.busySince !== null && !picture.failure &&
+                <Alert isInline variant="info" className="tv-alert" title={format(_("The daemon has been busy for $0"), duration(now - picture.busySince))}>
+                    {_("It serves one request at a time, and a start may take it three quarters of a minute.")}
+                </Alert>}
+            {picture.daemon?.locked &&
+                <Alert isInline variant="warning" className="tv-alert" title={_("Somebody has locked the services: none can be started")} />}
+            {administrator === false &&
+                <Alert isInline variant="info" className="tv-alert" title={_("Limited access")}>
+                    {_("Changing services may need administrative access. Turn it on at the top of the window.")}
+                </Alert>}
+        </>
+    );
+}
+
+interface Tab { path: string; label: string }
+const tabs = (): Tab[] => [{ path: "", label: _("Services") }];
+
+function App() {
+    const picture = usePicture();
+    const path = usePath();
+    const administrator = useAdministrator();
+    const [open] = path;
+    const tab = open === "service" || open === undefined ? "" : open;
+    return (
+        <Page mainAriaLabel={_("Win32 services")}>
+            <PageSection type="nav" hasShadowBottom>
+                <Nav variant="tertiary" aria-label={_("Views")}>
+                    <NavList>
+                        {tabs().map(one => (
+                            <NavItem key={one.path} isActive={tab === one.path} to={`#/${one.path}`} preventDefault
+                                     onClick={() => cockpit.location.go(one.path ? [one.path] : [])}>{one.label}</NavItem>
+                        ))}
+                    </NavList>
+                </Nav>
+            </PageSection>
+            <PageSection isFilled>
+                <Warnings picture={picture} administrator={administrator} />
+                <Activity />
+                {!picture.loaded && !picture.failure && <Loading />}
+                {picture.loaded && tab === "" && open !== "service" && <ServiceList picture={picture} create={() => undefined} />}
+                {open === "service" && <ServiceView key={path[1]} picture={picture} name={path[1] ?? ""} edit={() => undefined} />}
+            </PageSection>
+        </Page>
+    );
+}
+
+document.addEventListener("DOMContentLoaded", () => {
+    cockpit.translate();
+    document.documentElement.lang = cockpit.language.replace("_", "-");
+    followColourScheme();
+    createRoot(document.getElementById("app") as HTMLElement).render(<App />);
+});

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// buttons: what can be done with a service, and the question before several services are started or stopped.
+import { useState } from "react";
+import { Button } from "@patternfly/react-core/dist/esm/components/Button";
+import { Dropdown, DropdownItem, KebabToggle } from "@patternfly/react-core/dist/esm/components/Dropdown";
+import { Modal } from "@patternfly/react-core/dist/esm/components/Modal";
+import { Action, Verb, act, useActions, verbWord } from "./actions";
+import { isActive } from "./states";
+import { PlanAnswer, Service, run } from "./tvsc";
+import { _, format } from "./text";
+
+// What a service takes now; the first is the one to offer most prominently.
+export function verbsFor(service: Service): Verb[] {
+    if (!isActive(service)) return ["start"];
+    const verbs: Verb[] = ["stop", "restart"];
+    if (service.state === "paused") verbs.push("continue");
+    else if (service.accepts.includes("pause_continue")) verbs.push("pause");
+    if (service.config?.command && service.state === "running") verbs.push("reload");
+    return verbs;
+}
+
+// Only these go through other services.
+const includes: Partial<Record<Verb, string>> = { start: "--with-deps", stop: "--with-dependents", restart: "--with-dependents" };
+
+interface Question { verb: Verb; service: Service; plan: PlanAnswer }
+
+function title({ verb, service }: Question): string {
+    switch (verb) {
+    case "start": return format(_("Start $0 and what it needs?"), service.name);
+    case "stop": return format(_("Stop $0 and what depends on it?"), service.name);
+    default: return format(_("Restart $0 and what depends on it?"), service.name);
+    }
+}
+
+function stepText(action: string, name: string): string {
+    return action === "stop" ? format(_("Stop $0"), name) : format(_("Start $0"), name);
+}
+
+export function QuestionDialog({ question, close }: { question: Question; close: () => void }) {
+    const { verb, service, plan } = question;
+    const go = (options: string[]) => {
+        close();
+        void act(verb, service, options);
+    };
+    return (
+        <Modal isOpen variant="small" title={title(question)} aria-label={title(question)} onClose={close} actions={[
+            <Button key="all" variant="primary" onClick={() => go([includes[verb] as string])}>{_("All of these")}</Button>,
+            <Button key="one" variant="secondary" onClick={() => go(verb === "start" ? [] : ["--force"])}>{_("Only this one")}</Button>,
+            <Button key="none" variant="link" onClick={close}>{_("Cancel")}</Button>,
+        ]}>
+            <ol className="tv-steps">
+                {plan.steps.map((step, index) => (
+                    <li key={index}><b dir="auto">{stepText(step.action, step.name)}</b>{step.why && <span className="tv-why"> {step.why}</span>}</li>
+                ))}
+            </ol>
+        </Modal>
+    );
+}
+
+function DeleteDialog({ service, close }: { service: Service; close: () => void }) {
+    const go = async () => {
+        close();
+        if (await act("delete", service, isActive(service) ? ["--stop"] : [])) cockpit.location.go([]);
+    };
+    const heading = format(_("Delete $0?"), service.name);
+    return (
+        <Modal isOpen variant="small" title={heading} aria-label={heading} titleIconVariant="warning" onClose={close} actions={[
+            <Button key="yes" variant="danger" onClick={() => void go()}>{_("Delete")}</Button>,
+            <Button key="no" variant="link" onClick={close}>{_("Cancel")}</Button>,
+        ]}>
+            {isActive(service) ? _("It runs, and is stopped first. Its configuration is removed for good.") : _("Its configuration is removed for good.")}
+        </Modal>
+    );
+}
+
+export const isBusy = (actions: Action[], service: Service) => actions.some(action => !action.ended && action.named.name === service.name);
+
+export function ServiceButtons({ service, edit, compact }: { service: Service; edit?: () => void; compact?: boolean }) {
+    const [question, setQuestion] = useState<Question | null>(null);
+    const [open, setOpen] = useState(false);
+    const [deleting, setDeleting] = useState(false);
+    const [planning, setPlanning] = useState(false);
+    const actions = useActions();
+    const busy = planning || isBusy(actions, service);
+
+    const click = async (verb: Verb) => {
+        setOpen(false);
+        if (!(verb in includes)) {
+            void act(verb, service);
+            return;
+        }
+        setPlanning(true);
+        const planned = await run<PlanAnswer>(["plan", verb, "--json"], service);
+        setPlanning(false);
+        const others = planned.answer?.steps?.some(step => step.name !== service.name) ?? false;
+        if (others && planned.answer) setQuestion({ verb, service, plan: planned.answer });
+        else void act(verb, service); // with no plan to be had, it says why
+    };
+
+    const verbs = verbsFor(service);
+    const shown = compact ? verbs.slice(0, 1) : verbs;
+    const items = [
+        ...verbs.slice(shown.length).map(verb => <DropdownItem key={verb} component="button" onClick={() => void click(verb)}>{verbWord(verb)}</DropdownItem>),
+        ...(isActive(service) || service.process_gone
+            ? [<DropdownItem key="reset" component="button" onClick={() => { setOpen(false); void act("reset", service) }}>{_("Forget its process")}</DropdownItem>] : []),
+        service.config?.start === "disabled"
+            ? <DropdownItem key="enable" component="button" onClick={() => { setOpen(false); void act("enable", service) }}>{_("Enable")}</DropdownItem>
+            : <DropdownItem key="disable" component="button" onClick={() => { setOpen(false); void act("disable", service) }}>{_("Disable")}</DropdownItem>,
+        ...(edit ? [<DropdownItem key="edit" component="button" onClick={() => { setOpen(false); edit() }}>{_("Edit")}</DropdownItem>] : []),
+        <DropdownItem key="delete" component="button" onClick={() => { setOpen(false); setDeleting(true) }}>{_("Delete")}</DropdownItem>,
+    ];
+    return (
+        <span className="tv-buttons">
+            {shown.map((verb, index) => (
+                <Button key={verb} variant={!compact && index === 0 ? "primary" : "secondary"} isSmall={compact} isDisabled={busy}
+                        aria-label={compact ? format(_("$0 $1"), verbWord(verb), service.name) : undefined}
+                        onClick={() => void click(verb)}>{verbWord(verb)}</Button>
+            ))}
+            <Dropdown isPlain position="right" isOpen={open} dropdownItems={items}
+                      toggle={<KebabToggle isDisabled={busy} aria-label={format(_("More for $0"), service.name)} onToggle={setOpen} />} />
+            {question && <QuestionDialog question={question} close={() => setQuestion(null)} />}
+            {deleting && <DeleteDialog service={service} close={() => setDeleting(false)} />}
+        </span>
+    );
+}

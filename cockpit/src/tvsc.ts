@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+// tvsc: runs the command line of services and reads its JSON. The schema of each object is told in tvsc(1).
+//
+// Everything the page knows and does goes through here: no port, no state of ours. Rights are asked for as Cockpit's
+// own pages do: with administrative access tvsc runs as root, else as the user who is logged in.
+
+export type StateName = "stopped" | "start_pending" | "stop_pending" | "running" | "continue_pending" | "pause_pending" | "paused" | "unknown";
+export type StartName = "boot" | "system" | "auto" | "demand" | "disabled";
+
+export interface Named {
+    name: string;
+    name_bytes?: string; // base64, where the name is not UTF-8
+}
+
+export interface Config {
+    start: StartName | string;
+    image_path: string;
+    group: string;
+    depends_on: string[];
+    depends_on_groups: string[];
+    account: string;
+    command?: string;
+}
+
+export interface Program {
+    pid: number;
+    host_pid: number;
+    phase: string;
+    uptime_ms: number;
+    processes: number;
+    memory_bytes: number;
+    cpu_ms: number;
+    restarts: number;
+    next_attempt_ms: number; // since the epoch; 0 for none
+    says: string;
+    reason: string;
+    log: string;
+    last_lines: string[];
+}
+
+export interface Service extends Named {
+    display_name: string;
+    state: StateName;
+    state_code: number;
+    accepts: string[];
+    exit?: { win32: number; service_specific: number };
+    check_point?: number;
+    wait_hint_ms?: number;
+    pid_hint?: number;
+    process_gone?: boolean;
+    uptime_ms?: number;
+    type?: string[];
+    config?: Config;
+    program?: Program;
+}
+
+export interface Problem {
+    name: string;
+    win32: number;
+    symbol: string;
+    message: string;
+    suggest?: string[];
+}
+
+export interface Daemon {
+    reachable: boolean;
+    initialized: boolean;
+    init_code: number;
+    locked?: boolean;
+}
+
+export interface StatusAnswer { daemon: Daemon; services: Service[]; errors: Problem[] }
+export interface ActionAnswer {
+    results: { name: string; action: string; win32: number; exit_status: number; text: string }[];
+    errors: Problem[];
+}
+export interface RelationAnswer { services: Service[] }
+export interface PlanAnswer { steps: { action: string; name: string; why: string }[]; worst_case_s: number }
+export interface GraphAnswer { services: { name: string; state: StateName; needs: string[]; unknown: string[]; in_ring: boolean }[] }
+export interface Finding { level: "fail" | "warn" | "info"; area: string; name: string; found: string; why: string; command: string }
+export interface FindingsAnswer { findings: Finding[] }
+
+// What a run of tvsc has come to.
+export interface Ended<Answer> {
+    status: number; // tvsc's exit status; -1 when it could not be run or did not end by itself
+    output: string;
+    words: string;  // what it wrote to standard error: the reason and the next step
+    problem: string | null; // Cockpit's word for what kept it from running
+    answer: Answer | null;  // the object that it wrote
+}
+
+// tvsc chooses what is visible in a text by its locale, and Cockpit's own need not know more than ASCII.
+const environ = ["LC_ALL=C.UTF-8", "TVSC_COLOR=never"];
+
+// tvsc's command line, for a service where one is given. A name that no text can hold reaches tvsc through a shell.
+export function commandLine(words: string[], named?: Named): string[] {
+    if (!named) return ["tvsc", ...words];
+    if (!named.name_bytes) return ["tvsc", ...words, `--name=${named.name}`];
+    const script = 'name=$(printf %s "$1" | base64 -d; echo .); shift; exec tvsc "$@" --name="${name%.}"';
+    return ["sh", "-c", script, "tvsc", named.name_bytes, ...words];
+}
+
+export function spawn(words: string[], named?: Named): CockpitProcess {
+    return cockpit.spawn(commandLine(words, named), { superuser: "try", err: "message", environ });
+}
+
+function parse<Answer>(output: string): Answer | null {
+    try {
+        return JSON.parse(output) as Answer;
+    } catch {
+        return null; // it ended before it could say anything, or was not asked for JSON
+    }
+}
+
+// Runs tvsc to its end and tells what it came to; never rejects. What it reads from standard input may be given.
+export function run<Answer>(words: string[], named?: Named, input?: string): Promise<Ended<Answer>> {
+    return new Promise(resolve => {
+        const process = spawn(words, named);
+        process.then(
+            (output, errors) => resolve({ status: 0, output, words: (errors ?? "").trim(), problem: null, answer: parse<Answer>(output) }),
+            (failure, output) => resolve({
+                status: failure.exit_status ?? -1,
+                output: output ?? "",
+                words: (failure.message ?? "").trim(),
+                problem: failure.problem,
+                answer: parse<Answer>(output ?? ""),
+            }));
+        if (input !== undefined) process.input(input);
+    });
+}
+
+export const failedWithCode = (ended: Ended<ActionAnswer>): number => ended.answer?.results.find(result => result.win32 !== 0)?.win32 ?? 0;
