@@ -31,7 +31,8 @@ bool IsFolder(const std::string &path, struct stat *found) {
 
 // Makes sure that the link to the newest file is there. A name that something else bears is left alone.
 void MakeLink(const std::string &base, const std::string &name) {
-    (void)symlink((name + ".d/" + name + ".log").c_str(), (base + "/" + name + ".log").c_str());
+    [[maybe_unused]] const int linked =
+        symlink((name + ".d/" + name + ".log").c_str(), (base + "/" + name + ".log").c_str());
 }
 
 // Moves the folder of another user out of the way, and the one that is the user's own back. Nothing inside is touched:

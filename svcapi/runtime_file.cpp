@@ -87,7 +87,7 @@ void RemoveRuntimeFile(const std::string &path) {
     if (unlink(path.c_str()) == 0) return;
     int file = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (file < 0) return;
-    (void)ftruncate(file, 0); // a hint only
+    [[maybe_unused]] const int cut = ftruncate(file, 0); // a hint only
     (void)close(file);
 }
 

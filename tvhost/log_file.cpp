@@ -67,7 +67,8 @@ std::size_t WriteWhole(LogFile *log, std::string_view text) {
         const int error = errno;
         const std::size_t lineEnd = text.substr(0, written).rfind('\n');
         written = lineEnd == std::string_view::npos ? 0 : lineEnd + 1;
-        (void)ftruncate(log->file, static_cast<off_t>(log->bytes + written)); // else the line stands there twice
+        [[maybe_unused]] const int cut =
+            ftruncate(log->file, static_cast<off_t>(log->bytes + written)); // else the line stands there twice
         errno = error;
     }
     log->bytes += written;

@@ -102,7 +102,7 @@ void TellServing(int descriptor) {
         (void)dup2(null, standard);
     }
     (void)close(null);
-    (void)write(descriptor, "", 1);
+    [[maybe_unused]] const ssize_t written = write(descriptor, "", 1);
     (void)close(descriptor);
 }
 
