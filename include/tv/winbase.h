@@ -6,8 +6,8 @@
  * files, no windows and no sockets. What all of them share:
  *   - A BOOL function returns FALSE when it failed, a handle function null; GetLastError then tells the code. A success
  *     leaves GetLastError as it was, unless the function says otherwise.
- *   - 6 ERROR_INVALID_HANDLE for a handle that is not open or of the wrong kind: handles are looked up, not followed,
- * so that a stale one is refused. 87 ERROR_INVALID_PARAMETER for a null pointer where one is required, 8
+ *   - 6 ERROR_INVALID_HANDLE for a handle that is not open or of the wrong kind: handles are looked up, not
+ *     followed, so that a stale one is refused. 87 ERROR_INVALID_PARAMETER for a null pointer where one is required, 8
  *     ERROR_NOT_ENOUGH_MEMORY.
  *   - The W forms take and give UTF-16 and do the same as the A forms, which take and give bytes; 1113
  *     ERROR_NO_UNICODE_TRANSLATION for text that cannot be converted, and counts are 16-bit characters.
@@ -74,6 +74,7 @@ HANDLE CreateEventW(LPSECURITY_ATTRIBUTES lpEventAttributes, BOOL bManualReset, 
 HANDLE OpenEventA(DWORD dwDesiredAccess, BOOL bInheritHandle, LPCSTR lpName);
 HANDLE OpenEventW(DWORD dwDesiredAccess, BOOL bInheritHandle, LPCWSTR lpName);
 
+/* Set an event, and take it back. */
 BOOL SetEvent(HANDLE hEvent);
 BOOL ResetEvent(HANDLE hEvent);
 
@@ -160,9 +161,11 @@ typedef struct PROCESS_INFORMATION {
 /* Starts a program, with this process's open descriptors and signal mask.
  *   lpApplicationName   its path, or its name for a search in PATH; null: the first word of the line
  *   lpCommandLine       the arguments, the program's own name the first of them, taken apart as Win32 programs do;
- * null: the name alone dwCreationFlags     CREATE_NEW_PROCESS_GROUP is obeyed, and CREATE_UNICODE_ENVIRONMENT says
- * which kind of characters lpEnvironment has; CREATE_SUSPENDED is 87; the others mean nothing lpEnvironment
- * multi-string of "NAME=value"; null for this process's own lpCurrentDirectory  null for this process's own
+ *                       null: the name alone
+ *   dwCreationFlags     CREATE_NEW_PROCESS_GROUP is obeyed, and CREATE_UNICODE_ENVIRONMENT says which kind of
+ *                       characters lpEnvironment has; CREATE_SUSPENDED is 87; the others mean nothing
+ *   lpEnvironment       multi-string of "NAME=value"; null for this process's own
+ *   lpCurrentDirectory  null for this process's own
  *   lpStartupInfo       may be null
  * 2 ERROR_FILE_NOT_FOUND, 5 ERROR_ACCESS_DENIED, 193 ERROR_BAD_EXE_FORMAT as the program could not be executed. The
  * library waits for its end: waitpid(2) does not find it. */
@@ -185,6 +188,7 @@ BOOL GetExitCodeProcess(HANDLE hProcess, LPDWORD lpExitCode);
 
 /* A pseudo handle: whoever uses it means the calling process. */
 HANDLE GetCurrentProcess(void);
+/* As getpid(2) tells it. */
 DWORD GetCurrentProcessId(void);
 
 /* Ends this process as exit() does, with the low eight bits of the code; with 255 when those are 0 and the code is
@@ -198,13 +202,14 @@ typedef struct CRITICAL_SECTION {
     uint64_t opaque[8];
 } CRITICAL_SECTION, *PCRITICAL_SECTION, *LPCRITICAL_SECTION;
 
+/* Make, enter and leave such a lock; TryEnterCriticalSection does not wait and is FALSE where it would have to. */
 void InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
-/* TRUE; the count means nothing. */
-BOOL InitializeCriticalSectionAndSpinCount(LPCRITICAL_SECTION lpCriticalSection, DWORD dwSpinCount);
 void EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
 BOOL TryEnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
 void LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
 void DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
+/* TRUE; the count means nothing. */
+BOOL InitializeCriticalSectionAndSpinCount(LPCRITICAL_SECTION lpCriticalSection, DWORD dwSpinCount);
 
 /* --- time ------------------------------------------------------------------------------------------------------- */
 
@@ -250,7 +255,7 @@ BOOL SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue);
 /* The present folder. Lengths as in GetEnvironmentVariable. */
 DWORD GetCurrentDirectoryA(DWORD nBufferLength, LPSTR lpBuffer);
 DWORD GetCurrentDirectoryW(DWORD nBufferLength, LPWSTR lpBuffer);
-/* 2 ERROR_FILE_NOT_FOUND, 5 ERROR_ACCESS_DENIED. */
+/* Goes to another folder. 2 ERROR_FILE_NOT_FOUND, 5 ERROR_ACCESS_DENIED. */
 BOOL SetCurrentDirectoryA(LPCSTR lpPathName);
 BOOL SetCurrentDirectoryW(LPCWSTR lpPathName);
 
@@ -291,9 +296,9 @@ HANDLE LocalFree(HANDLE hMem);
  *   nSize         room of lpBuffer in characters, terminator included; 122 when the text needs more
  *   Arguments     for the inserts %1 to %99 of a text, a va_list, or with ARGUMENT_ARRAY an array of words of pointer
  *                 width. An insert is a string, of W in the W form; !s!, !d!, !i!, !u!, !x!, !X!, !c!, with l or a
- * width before it, say otherwise (%1!08lx!). %% %n %t %r %b %. %! and %0 at the end are obeyed. With IGNORE_INSERTS all
- * of them stay as they are; without it a null Arguments is 87 where one is needed Returns the characters written
- * without the terminator, 0 when it failed. */
+ *                 width before it, say otherwise (%1!08lx!). %% %n %t %r %b %. %! and %0 at the end are obeyed. With
+ *                 IGNORE_INSERTS all of them stay as they are; without it a null Arguments is 87 where one is needed
+ * Returns the characters written without the terminator, 0 when it failed. */
 DWORD FormatMessageA(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWORD dwLanguageId, LPSTR lpBuffer,
                      DWORD nSize, va_list *Arguments);
 DWORD FormatMessageW(DWORD dwFlags, const void *lpSource, DWORD dwMessageId, DWORD dwLanguageId, LPWSTR lpBuffer,
@@ -333,7 +338,9 @@ BOOL DeregisterEventSource(HANDLE hEventLog);
 
 /* Writes one entry.
  *   wType         its priority: an error is err, a warning warning, an audit that failed notice, the rest info; any
- * other type is 87 lpUserSid     means nothing wNumStrings   of lpStrings, 256 at most (87); no string may be null
+ *                 other type is 87
+ *   lpUserSid     means nothing
+ *   wNumStrings   of lpStrings, 256 at most (87); no string may be null
  *   dwDataSize    bytes of lpRawData
  * The entry's text are the strings, joined by blanks, or "event ID" when there are none: message tables are not read.
  * The journal's entry has fields beside MESSAGE, PRIORITY and SYSLOG_IDENTIFIER: TV_EVENT_ID, TV_EVENT_TYPE (error,

@@ -388,7 +388,8 @@ typedef struct SERVICE_NOTIFY_2W {
 /* Asks to be told once that a service is in one of the states of a mask, or marked for deletion. Returns the code, and
  * leaves GetLastError alone.
  *   pNotifyBuffer  the first three words are set by the caller; must stay valid until the callback or
- * CloseServiceHandle The first call through a handle tells a state of the mask that the service has already; a later
+ *                  CloseServiceHandle
+ * The first call through a handle tells a state of the mask that the service has already; a later
  * one tells changes since what was told last. One call gives one callback, which may ask again. Differs from Win32: the
  * callback comes not to the calling thread in an alertable wait, of which there are none here, but on a thread of this
  * library, all signals blocked, one callback at a time in a process: it should be short. It may call every function,
@@ -534,9 +535,9 @@ BOOL QueryServiceConfig2A(SC_HANDLE hService, DWORD dwInfoLevel, LPBYTE lpBuffer
  * already. Nothing times it out; it is given back when the process exits. The owner's name carries user, host, process
  * and the lock's identifier, "root@host pid=7 id=42". */
 SC_LOCK LockServiceDatabase(SC_HANDLE hSCManager);
-/* 1071 ERROR_INVALID_SERVICE_LOCK when it is no longer held under this lock. */
+/* Gives the lock back. 1071 ERROR_INVALID_SERVICE_LOCK when it is no longer held under this lock. */
 BOOL UnlockServiceDatabase(SC_LOCK ScLock);
-/* lpLockStatus may be null when cbBufSize is 0. */
+/* Who holds the lock, and for how long. lpLockStatus may be null when cbBufSize is 0. */
 BOOL QueryServiceLockStatusA(SC_HANDLE hSCManager, LPQUERY_SERVICE_LOCK_STATUSA lpLockStatus, DWORD cbBufSize,
                              LPDWORD pcbBytesNeeded);
 

@@ -54,19 +54,38 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
         <(awk '/^(\[\[|\| ) [0-9]+$/ { number = $2 } number && /^:[- ] / { print number, $2; number = "" }' "$(manualOf tv-rpc)")
 }
 
-@test "every function of the libraries has a page, which leads to one that is there" {
+@test "every function of the libraries has a page, which leads to one that shows how it is called" {
     count=0
-    for page in "$TV_BIN"/../docs/links/*.3; do
-        test -s "$TV_BIN/../man/$(sed 's|^.so man3/||' "$page")" || { echo "$page"; false; }
+    for link in "$TV_BIN"/../docs/links/*.3; do
+        page=$TV_BIN/../man/$(sed 's|^.so man3/||' "$link")
+        grep -q "^[A-Za-z_].*\b$(basename "$link" .3)(" "$page" || { echo "$link"; false; }
         count=$((count + 1))
     done
     [ "$count" -gt 150 ]
-    [ -e "$TV_BIN/../docs/links/OpenSCManagerA.3" ]
+    grep -qx '.so man3/tvsvc-open.3' "$TV_BIN/../docs/links/OpenSCManagerA.3"
+}
+
+@test "the page of a library lists the pages of its functions" {
+    awk -F ' *[|] *' '/^[^#]/ { print $1, $3 }' "$BATS_TEST_DIRNAME/../../docs/functions.txt" >"$BATS_TEST_TMPDIR/pages"
+    [ "$(wc -l <"$BATS_TEST_TMPDIR/pages")" -gt 20 ]
+    while read -r page library; do
+        grep -qF "*$page*(3)" "$(manualOf "$library")" || { echo "$page"; false; }
+    done <"$BATS_TEST_TMPDIR/pages"
+}
+
+# Pages of this system that a page names; others are Debian's.
+@test "every page of this system that a manual refers to is there" {
+    own='tv[a-z-]*|servd'
+    references=$(cat "$BATS_TEST_DIRNAME"/../../docs/*.scd | grep -oE "\*($own)\*\([1-8]\)" | tr -d '*' | sort -u)
+    [ "$(wc -l <<<"$references")" -gt 20 ]
+    for reference in $references; do
+        [ -e "$TV_BIN/../man/$(sed 's/(/./; s/)//' <<<"$reference")" ] || { echo "$reference"; false; }
+    done
 }
 
 @test "manuals name the folders of the installation" {
     for page in "$TV_BIN"/../man/*; do
-        ! grep -q LIBEXEC "$page" || { echo "$page"; false; }
+        ! grep -qE 'LIBEXEC|DATADIR' "$page" || { echo "$page"; false; }
     done
     grep -q '/libexec.*/tv/' "$TV_BIN/../man/tvhost.8"
 }
