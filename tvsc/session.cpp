@@ -7,6 +7,9 @@
 #include "tvsc/report.h"
 
 #include <fmt/format.h>
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -18,6 +21,35 @@ constexpr auto watchInterval = std::chrono::milliseconds(250);
 bool IsBusy() {
     const CallClock::time_point since = CallUnderWaySince();
     return since != CallClock::time_point() && CallClock::now() - since > busyAfter;
+}
+
+// Whom the rules of tv-guard(8) admit besides root.
+constexpr const char *admittedGroup = "tv-admin";
+
+// Whether the machine has the group, and the user is neither root nor in it. The rules know members by their user ids,
+// so that the group database counts and not what this process has of it.
+bool IsKeptOut(std::string *user) {
+    const struct passwd *entry = geteuid() == 0 ? nullptr : getpwuid(geteuid());
+    if (entry == nullptr) return false;
+    *user = entry->pw_name;
+    const gid_t primary = entry->pw_gid;
+    const struct group *group = getgrnam(admittedGroup);
+    if (group == nullptr || primary == group->gr_gid || getegid() == group->gr_gid) return false;
+    char **members = group->gr_mem;
+    while (*members != nullptr && *user != *members) {
+        ++members;
+    }
+    return *members == nullptr;
+}
+
+void TellWhyUnavailable(const Session &session) {
+    std::string user;
+    if (IsThisMachine(session.options) && IsKeptOut(&user)) {
+        Note(session, fmt::format("  only root and the members of the group {0} reach it; as root: adduser {1} {0}",
+                                  admittedGroup, user));
+    } else {
+        Note(session, "  is servd running, and rpcbind? (rpcinfo -p)");
+    }
 }
 
 } // namespace
@@ -40,9 +72,7 @@ int OpenSession(Session &session, bool needDatabase) {
     if (session.manager == nullptr) {
         const DWORD code = GetLastError();
         Failed(session, session.options.host, "connect", code, "the service daemon does not answer");
-        if (code == RPC_S_SERVER_UNAVAILABLE) {
-            Note(session, "  is servd running, and rpcbind? (rpcinfo -p)");
-        }
+        if (code == RPC_S_SERVER_UNAVAILABLE) TellWhyUnavailable(session);
         return ExitStatusOf(code);
     }
     if (needDatabase && session.initCode != ERROR_SUCCESS) {

@@ -50,6 +50,20 @@ skipWithoutRules() {
     '
 }
 
+@test "tvsc tells whoever is kept out what to ask for, and nobody else" {
+    skipWithoutRules
+    onHost '
+        startRegistry
+        startServices
+        $guard load
+        told=$(as nobody tvsc list 2>&1) && exit 1
+        grep -q "adduser nobody tv-admin" <<<"$told"
+        servd stop
+        told=$(as daemon tvsc list 2>&1) && exit 1
+        grep -q "is servd running" <<<"$told"
+    '
+}
+
 @test "a new member of the group is admitted by the next load, one who has left is not" {
     skipWithoutRules
     onHost '
