@@ -292,6 +292,9 @@ void EndTree(Host &host) {
 
 DWORD StopWaitMs(const Host &host) { return host.parameters.stopTimeoutMs + afterKillMs; }
 
+// How long a start may take, with the end of a program that does not become ready.
+DWORD StartWaitMs(const Host &host) { return startWaitMs + host.parameters.startTimeoutMs + StopWaitMs(host); }
+
 void BeginStop(Host &host) {
     Run &run = host.run;
     const bool wasPaused = run.phase == Phase::paused;
@@ -546,6 +549,8 @@ ExitCodes RunOnce(Host &host) {
     host.state.says.clear();
     if (host.parameters.type != AppType::forking) run.launched = 0;
     EnterPhase(host, Phase::starting);
+    // The daemon takes a service for dead once what it has announced has passed.
+    if (WaitsForReadiness(host.parameters)) ReportState(SERVICE_START_PENDING, StartWaitMs(host));
     while (run.phase != Phase::ended) {
         TakeNotifications(host); // before the ends: what a program has said last counts
         TakeEnds(host);
@@ -591,7 +596,7 @@ bool AwaitRestart(Host &host, DWORD delayMs) {
         NoteDaemonEnd(host);
     }
     if (IsStopAsked()) return false;
-    ReportState(SERVICE_START_PENDING, startWaitMs + host.parameters.startTimeoutMs + StopWaitMs(host));
+    ReportState(SERVICE_START_PENDING, StartWaitMs(host));
     return true;
 }
 

@@ -319,6 +319,31 @@ TEST_F(TvhostLife, a_program_that_needs_long_to_become_ready_is_waited_for) {
     EXPECT_THAT(Status().at("program").at("restarts"), 0);
 }
 
+// Symptom: a program that was not ready after a minute was taken for dead by the daemon at the next look, long before
+// its own time was up, and could not be stopped any more while it ran on. Cause: tvhost had announced a minute.
+TEST_F(TvhostLife, a_start_is_announced_for_as_long_as_it_may_take) {
+    CreateShell("exec sleep 1000", {"AppType=notify", "AppStartTimeout=200000", "AppStopTimeout=5000"});
+    Do({"start", "--no-wait", name});
+    ASSERT_TRUE(WaitUntil([this] { return StateFile().phase == "starting"; }));
+    EXPECT_TRUE(WaitUntil([this] { return Status().at("wait_hint_ms") > 205'000; }));
+    EXPECT_EQ(StateText(), "start_pending");
+    const pid_t program = StateFile().program;
+    EXPECT_EQ(Do({"stop", "--force", name}), name + ": stopped\n");
+    EXPECT_FALSE(Lives(program));
+}
+
+// The same in real time: tvsc gives up first, and the service can still be stopped.
+TEST_F(TvhostLife, a_start_that_is_not_waited_for_any_more_can_be_stopped) {
+    if (std::getenv("TV_LONG") == nullptr) GTEST_SKIP() << "takes more than a minute; TV_LONG asks for it";
+    CreateShell("exec sleep 1000", {"AppType=notify"});
+    EXPECT_EQ(Tvsc({"start", "--timeout", "65s", name}).status, 151);
+    EXPECT_EQ(StateText(), "start_pending");
+    const pid_t program = StateFile().program;
+    EXPECT_TRUE(Lives(program));
+    EXPECT_EQ(Do({"stop", "--force", name}), name + ": stopped\n");
+    EXPECT_FALSE(Lives(program));
+}
+
 TEST_F(TvhostLife, a_stop_is_heard_while_it_is_not_ready) {
     CreateShell("exec sleep 1000", {"AppType=notify"});
     Do({"start", "--no-wait", name});
