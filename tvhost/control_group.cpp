@@ -7,17 +7,23 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
+#include <vector>
 
 namespace {
 
 constexpr int mostNames = 1000;
 constexpr int deepestGroup = 64;
+constexpr int mostMoves = 100;          // of all processes of a group, which may fork meanwhile
+constexpr char daemonPart[] = "daemon"; // of a group that is handed over
 
 void CloseFolder(DIR *folder) { (void)closedir(folder); }
 using Folder = std::unique_ptr<DIR, Calls<&CloseFolder>>;
@@ -55,6 +61,25 @@ std::string OwnFolder() {
     return own == "/" ? place : place + own;
 }
 
+std::string Above(const std::string &path) { return path.substr(0, path.rfind('/')); }
+
+// Whether a group was handed over to those who run in it, as systemd marks it.
+bool IsDelegated(const std::string &path) {
+    for (const char *mark : {"user.delegate", "trusted.delegate"}) {
+        char value = 0;
+        if (getxattr(path.c_str(), mark, &value, 1) == 1 && value == '1') return true;
+    }
+    return false;
+}
+
+// Where groups are made: in this process's own group, or in the one above where that was handed over and the own one is
+// the daemon's part of it.
+std::string BaseFolder() {
+    const std::string own = OwnFolder();
+    const bool isDaemonPart = own.ends_with(std::string("/") + daemonPart) && IsDelegated(Above(own));
+    return isDaemonPart ? Above(own) : own;
+}
+
 std::string NameFor(const std::string &serviceName, int attempt) {
     std::string name = "tv-";
     for (const char c : serviceName) {
@@ -77,16 +102,39 @@ bool IsThatGroup(const std::string &path, std::uint64_t inode) {
     return !path.empty() && stat(path.c_str(), &found) == 0 && std::uint64_t{found.st_ino} == inode;
 }
 
-// Has the group above hand a controller on.
-std::string HandOn(const ControlGroup &group, const std::string &controller) {
-    const std::string above = group.path.substr(0, group.path.rfind('/')) + "/cgroup.subtree_control";
-    return WriteText(above, "+" + controller) ? "" : WhyNot(above) + " (+" + controller + ")";
+std::vector<std::string> WordsIn(const std::string &path) {
+    std::ifstream file(path);
+    return {std::istream_iterator<std::string>(file), {}};
+}
+
+bool Names(const std::string &path, const std::string &word) {
+    const std::vector<std::string> words = WordsIn(path);
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// Takes the processes of a group into the daemon's part of it: no group but the root hands controllers on and has
+// processes of its own. Returns why it cannot be done.
+std::string MakeRoom(const std::string &path) {
+    const std::string processes = path + "/cgroup.procs", part = path + "/" + daemonPart;
+    const bool isRoot = access((path + "/cgroup.type").c_str(), F_OK) != 0;
+    if (isRoot || WordsIn(processes).empty()) return "";
+    if (!IsDelegated(path)) return path + ": it holds the daemon, and was not handed over (Delegate= of its unit)";
+    if (mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) return WhyNot(part);
+    for (int move = 0; move < mostMoves; ++move) {
+        const std::vector<std::string> present = WordsIn(processes);
+        if (present.empty()) return "";
+        for (const std::string &process : present) {
+            // One that has just ended is no loss. 0 is one that is not seen from here, and would stand for this one.
+            if (process != "0") (void)WriteText(part + "/cgroup.procs", process);
+        }
+    }
+    return processes + ": not all of them can be moved";
 }
 
 std::string SetLimit(const ControlGroup &group, const std::string &controller, const std::string &file,
                      const std::string &text) {
     if (group.path.empty()) return "there is no control group for it";
-    const std::string refused = HandOn(group, controller);
+    const std::string refused = HandControllerOn(group, controller);
     const std::string path = group.path + "/" + file;
     if (WriteText(path, text)) return "";
     return refused.empty() ? WhyNot(path) : refused;
@@ -106,11 +154,11 @@ void RemoveFolders(const std::string &path, int depth) {
 } // namespace
 
 std::string MakeControlGroup(const std::string &serviceName, ControlGroup *group) {
-    const std::string own = OwnFolder();
-    if (own.empty()) return "no control groups of version 2 here";
+    const std::string base = BaseFolder();
+    if (base.empty()) return "no control groups of version 2 here";
     std::string path;
     for (int attempt = 0; attempt < mostNames; ++attempt) {
-        path = own + "/" + NameFor(serviceName, attempt);
+        path = base + "/" + NameFor(serviceName, attempt);
         if (mkdir(path.c_str(), 0755) == 0) break;
         if (errno != EEXIST) return WhyNot(path);
         path.clear();
@@ -133,6 +181,17 @@ void RemoveControlGroup(ControlGroup *group) {
     group->processes = -1;
     if (!group->path.empty()) RemoveFolders(group->path, deepestGroup);
     group->path.clear();
+}
+
+std::string HandControllerOn(const ControlGroup &group, const std::string &controller) {
+    const std::string present = Above(group.path) + "/cgroup.controllers";
+    const std::string list = Above(group.path) + "/cgroup.subtree_control";
+    if (Names(list, controller)) return "";
+    if (!Names(present, controller)) return present + ": no " + controller + " among them";
+    // First: a group with processes that hands "cpu" on would get children that take none.
+    const std::string refused = MakeRoom(Above(group.path));
+    if (!refused.empty()) return refused;
+    return WriteText(list, "+" + controller) ? "" : WhyNot(list) + " (+" + controller + ")";
 }
 
 std::string LimitMemory(const ControlGroup &group, std::uint64_t bytes) {

@@ -2,12 +2,16 @@
 // The limits that tvhost puts on a program: each in force, and each refused where it cannot be had.
 #include "tests/support/tvhost_world.h"
 #include "tv/winerror.h"
+#include "tvhost/control_group.h"
 #include "tvhost/parameters.h"
 #include "tvhost/process_tree.h"
 
 #include <gmock/gmock.h>
 
+#include <sys/xattr.h>
+
 #include <filesystem>
+#include <sstream>
 
 using testing::AnyOf;
 using testing::HasSubstr;
@@ -103,11 +107,65 @@ TEST_F(TvhostLimits, what_means_nothing_is_named) {
 
 // --- control groups ---
 
-struct GroupLimits : TvhostLimits {
-    // Starts the service. Returns why this machine does not grant what it asks for, which it must tell; else empty.
-    std::string StartOrReason(const std::string &parameter) {
+// A group of the test's own, as systemd makes one for a unit.
+struct UnitGroup : TvhostLimits {
+    std::string root, unit;
+
+    void SetUp() override {
+        TvhostLimits::SetUp();
+        ControlGroup first;
+        if (IsSkipped() || !MakeControlGroup(name, &first).empty()) return;
+        root = fs::path(first.path).parent_path();
+        RemoveControlGroup(&first);
+    }
+    void TearDown() override {
+        if (IsSkipped() && unit.empty()) return;
+        if (!unit.empty()) {
+            (void)Tvsc({"stop", name});
+            Put(serviceDaemon, root);
+            Put(getpid(), root);
+            ControlGroup left;
+            left.path = unit;
+            RemoveControlGroup(&left);
+            EXPECT_FALSE(fs::exists(unit));
+        }
+        TvhostLimits::TearDown();
+    }
+    static void Put(pid_t process, const std::string &group) {
+        WriteFile(group + "/cgroup.procs", std::to_string(process));
+    }
+    static bool Lists(const std::string &path, const std::string &controller) {
+        std::istringstream words(ReadWhatIsThere(path));
+        for (std::string word; words >> word;) {
+            if (word == controller) return true;
+        }
+        return false;
+    }
+    static bool HandsOn(const std::string &group, const std::string &controller) {
+        return Lists(group + "/cgroup.subtree_control", controller);
+    }
+    // Makes the group, with a controller in it; that stays handed on above it, where others may use it by now. Returns
+    // whether there can be one.
+    bool MakeUnit(const std::string &controller) {
+        if (root.empty() || !Lists(root + "/cgroup.controllers", controller)) return false;
+        if (!HandsOn(root, controller)) WriteFile(root + "/cgroup.subtree_control", "+" + controller);
+        unit = root + "/" + name + "-" + std::to_string(MonotonicMs());
+        return HandsOn(root, controller) && fs::create_directory(unit);
+    }
+    void HandOver() const { ASSERT_EQ(setxattr(unit.c_str(), "user.delegate", "1", 1, 0), 0); }
+};
+
+struct GroupLimits : UnitGroup {
+    // Starts the service, the daemon being in a group that is handed over where there can be one. Returns why this
+    // machine does not grant what it asks for, which it must tell; else empty.
+    std::string StartOrReason(const std::string &parameter, const std::string &controller) {
+        if (MakeUnit(controller)) {
+            Put(serviceDaemon, unit);
+            HandOver();
+        }
         const Ended ended = Tvsc({"start", name});
         if (ended.status == 0) return "";
+        EXPECT_TRUE(unit.empty()) << "nothing is in its way";
         EXPECT_THAT(ended.error, HasSubstr("50 ERROR_NOT_SUPPORTED"));
         const std::string reason = StateFile().reason;
         EXPECT_THAT(reason, testing::ContainsRegex("^" + parameter + ": .+"));
@@ -121,7 +179,7 @@ TEST_F(GroupLimits, memory_is_limited_or_the_reason_is_told) {
     CreateShell("head -c 300000000 /dev/zero | tail -n 1 >/dev/null; echo ${PIPESTATUS[1]} >" + file +
                     "; exec sleep 1000",
                 {"AppMemoryMax=64"});
-    const std::string reason = StartOrReason("AppMemoryMax");
+    const std::string reason = StartOrReason("AppMemoryMax", "memory");
     if (!reason.empty()) GTEST_SKIP() << reason;
     EXPECT_EQ(ReadFile(StateFile().group + "/memory.max"), std::to_string(64 << 20) + "\n");
     EXPECT_TRUE(WaitUntil([this] { return !ReadWhatIsThere(file).empty(); }));
@@ -130,7 +188,7 @@ TEST_F(GroupLimits, memory_is_limited_or_the_reason_is_told) {
 
 TEST_F(GroupLimits, processor_time_is_limited_or_the_reason_is_told) {
     CreateShell("while :; do :; done & while :; do :; done", {"AppCpuMax=20"});
-    const std::string reason = StartOrReason("AppCpuMax");
+    const std::string reason = StartOrReason("AppCpuMax", "cpu");
     if (!reason.empty()) GTEST_SKIP() << reason;
     EXPECT_EQ(ReadFile(StateFile().group + "/cpu.max"), "20000 100000\n");
     const std::uint64_t before = CpuMs();
@@ -138,6 +196,60 @@ TEST_F(GroupLimits, processor_time_is_limited_or_the_reason_is_told) {
     SleepMs(3000);
     const std::uint64_t took = CpuMs() - before;
     EXPECT_LT(took, static_cast<std::uint64_t>(MonotonicMs() - begin) * 30 / 100) << "two loops, at 20 per cent of one";
+}
+
+// The test program in the place of tvhost, with any controller that no group with processes hands on.
+struct HandedOver : UnitGroup {
+    std::string controller;
+
+    void SetUp() override {
+        UnitGroup::SetUp();
+        if (IsSkipped()) return;
+        for (const char *each : {"memory", "io", "hugetlb"}) {
+            if (controller.empty() && MakeUnit(each)) controller = each;
+        }
+        if (controller.empty()) GTEST_SKIP() << "no control groups of version 2 with a controller that tells";
+        Put(getpid(), unit);
+    }
+};
+
+TEST_F(HandedOver, a_unit_that_is_not_handed_over_is_left_as_it_is) {
+    ControlGroup group;
+    ASSERT_EQ(MakeControlGroup(name, &group), "");
+    EXPECT_EQ(fs::path(group.path).parent_path(), unit);
+    EXPECT_EQ(HandControllerOn(group, controller),
+              unit + ": it holds the daemon, and was not handed over (Delegate= of its unit)");
+    EXPECT_FALSE(HandsOn(unit, controller));
+    EXPECT_FALSE(fs::exists(unit + "/daemon"));
+    RemoveControlGroup(&group);
+}
+
+TEST_F(HandedOver, a_unit_that_is_handed_over_gets_a_part_for_the_daemon) {
+    HandOver();
+    ControlGroup group, next;
+    ASSERT_EQ(MakeControlGroup(name, &group), "");
+    ASSERT_EQ(HandControllerOn(group, controller), "");
+    EXPECT_TRUE(HandsOn(unit, controller));
+    EXPECT_TRUE(Lists(unit + "/daemon/cgroup.procs", std::to_string(getpid())));
+    EXPECT_EQ(ReadFile(unit + "/cgroup.procs"), "");
+    // Processes can join it, and what comes out of the daemon from now on makes its groups in the same place.
+    Put(getpid(), group.path);
+    EXPECT_TRUE(HasProcesses(group.path, group.inode));
+    Put(getpid(), unit + "/daemon");
+    ASSERT_EQ(MakeControlGroup(name, &next), "");
+    EXPECT_EQ(fs::path(next.path).parent_path(), unit);
+    EXPECT_EQ(HandControllerOn(next, controller), "");
+    RemoveControlGroup(&next);
+    RemoveControlGroup(&group);
+}
+
+TEST_F(HandedOver, a_part_called_daemon_of_somebody_s_group_is_a_group_like_any_other) {
+    fs::create_directory(unit + "/daemon");
+    Put(getpid(), unit + "/daemon");
+    ControlGroup group;
+    ASSERT_EQ(MakeControlGroup(name, &group), "");
+    EXPECT_EQ(fs::path(group.path).parent_path(), unit + "/daemon");
+    RemoveControlGroup(&group);
 }
 
 } // namespace
