@@ -8,10 +8,15 @@ import { Nav, NavItem, NavList } from "@patternfly/react-core/dist/esm/component
 import { Page, PageSection } from "@patternfly/react-core/dist/esm/components/Page";
 import { Activity } from "./activity";
 import { followColourScheme } from "./colours";
+import { GraphView, TimelineView } from "./drawings";
+import { EditDialog } from "./edit";
+import { FindingsView } from "./findings";
 import { ServiceList } from "./list";
 import { FailureAlert, Loading, useNow } from "./parts";
 import { ServiceView } from "./service";
 import { Picture, usePicture } from "./services";
+import { TransferView } from "./transfer";
+import { Config, Service, StatusAnswer, run } from "./tvsc";
 import { _, duration, format } from "./text";
 import "./page.css";
 
@@ -60,13 +65,24 @@ function Warnings({ picture, administrator }: { picture: Picture; administrator:
 }
 
 interface Tab { path: string; label: string }
-const tabs = (): Tab[] => [{ path: "", label: _("Services") }];
+const tabs = (): Tab[] => [
+    { path: "", label: _("Services") },
+    { path: "graph", label: _("Dependencies") },
+    { path: "timeline", label: _("Start times") },
+    { path: "findings", label: _("Findings") },
+    { path: "transfer", label: _("Export and apply") },
+];
 
 function App() {
     const picture = usePicture();
     const path = usePath();
     const administrator = useAdministrator();
     const [open] = path;
+    const [editing, setEditing] = useState<{ service: Service | null; config?: Config } | null>(null);
+    const edit = async (service: Service) => {
+        const shown = await run<StatusAnswer>(["show", "--json"], service);
+        setEditing({ service, config: shown.answer?.services[0]?.config ?? service.config });
+    };
     const tab = open === "service" || open === undefined ? "" : open;
     return (
         <Page mainAriaLabel={_("Win32 services")}>
@@ -84,8 +100,13 @@ function App() {
                 <Warnings picture={picture} administrator={administrator} />
                 <Activity />
                 {!picture.loaded && !picture.failure && <Loading />}
-                {picture.loaded && tab === "" && open !== "service" && <ServiceList picture={picture} create={() => undefined} />}
-                {open === "service" && <ServiceView key={path[1]} picture={picture} name={path[1] ?? ""} edit={() => undefined} />}
+                {picture.loaded && tab === "" && open !== "service" && <ServiceList picture={picture} create={() => setEditing({ service: null })} />}
+                {open === "service" && <ServiceView key={path[1]} picture={picture} name={path[1] ?? ""} edit={service => void edit(service)} />}
+                {open === "graph" && <GraphView services={picture.services} />}
+                {open === "timeline" && <TimelineView services={picture.services} />}
+                {open === "findings" && <FindingsView services={picture.services} edit={service => void edit(service)} />}
+                {open === "transfer" && <TransferView />}
+                {editing && <EditDialog service={editing.service} config={editing.config} close={() => setEditing(null)} />}
             </PageSection>
         </Page>
     );

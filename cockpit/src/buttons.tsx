@@ -111,8 +111,8 @@ export function ServiceButtons({ service, edit, compact }: { service: Service; e
     ];
     return (
         <span className="tv-buttons">
-            {shown.map((verb, index) => (
-                <Button key={verb} variant={!compact && index === 0 ? "primary" : "secondary"} isSmall={compact} isDisabled={busy}
+            {shown.map(verb => (
+                <Button key={verb} variant={!compact && verb === "start" ? "primary" : "secondary"} isSmall={compact} isDisabled={busy}
                         aria-label={compact ? format(_("$0 $1"), verbWord(verb), service.name) : undefined}
                         onClick={() => void click(verb)}>{verbWord(verb)}</Button>
             ))}

@@ -9,7 +9,7 @@ import { SearchInput } from "@patternfly/react-core/dist/esm/components/SearchIn
 import { Title } from "@patternfly/react-core/dist/esm/components/Title";
 import { ToggleGroup, ToggleGroupItem } from "@patternfly/react-core/dist/esm/components/ToggleGroup";
 import SearchIcon from "@patternfly/react-icons/dist/esm/icons/search-icon";
-import table from "@patternfly/react-styles/css/components/Table/table";
+import "@patternfly/react-styles/css/components/Table/table.css";
 import { ServiceButtons } from "./buttons";
 import { ServiceLink, StateLabel, useNow } from "./parts";
 import { Picture, startedAt } from "./services";
@@ -35,7 +35,7 @@ const matches = (service: Service, search: string) =>
 
 const Row = memo(function Row({ service, uptime }: { service: Service; uptime: string }) {
     return (
-        <tr data-service={service.name}>
+        <tr className="tv-row" data-service={service.name}>
             <th scope="row" data-label={columnText("name")}><ServiceLink name={service.name} /></th>
             <td data-label={columnText("display")}><span className="tv-name" dir="auto">{service.display_name}</span></td>
             <td data-label={columnText("state")}><StateLabel service={service} /> <span className="tv-uptime">{uptime}</span></td>
@@ -119,7 +119,7 @@ export function ServiceList({ picture, create }: { picture: Picture; create: () 
                 <div className="tv-pages">{pagination("top")}</div>
             </div>
             {shown.length > 0 &&
-                <table className={`${table.table} pf-m-compact tv-table`} aria-label={_("Services")}>
+                <table className="pf-c-table pf-m-compact tv-table" aria-label={_("Services")}>
                     <thead><tr>
                         {(["name", "display", "state", "start"] as const).map(column => <Heading key={column} column={column} sort={sort} setSort={sortBy} />)}
                         <td />

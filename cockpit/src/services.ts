@@ -4,12 +4,16 @@
 //   state      event                      next state
 //   ---------  -------------------------  ----------
 //   asking     the first list is there    reading configurations, then watching
-//   watching   a second has passed        asking for states, one call for all services
+//   watching   tvsc watch tells a change  asking for states, one call for all services
 //   watching   a new name, or own change  reading configurations, which takes three calls a service
 //   any        the daemon is silent       the last picture stays, with the reason; asked again every second
 //   any        the page is hidden         nothing is asked until it is seen again
+//
+// tvsc watch looks once a second, and says a line for each change: nothing is sent while nothing happens. The list is
+// asked for all the same now and then, since no line tells of the lock; and every second where tvsc has no watch.
 import { useSyncExternalStore } from "react";
-import { Daemon, Service, StatusAnswer, run } from "./tvsc";
+import { kindOf } from "./states";
+import { Daemon, Service, StatusAnswer, run, spawn } from "./tvsc";
 
 export interface Picture {
     services: Service[];
@@ -19,8 +23,10 @@ export interface Picture {
     busySince: number | null; // when a list was asked for that has not come in time; ms since the epoch
 }
 
-const pauseMs = 1000;
+const pauseMs = 1000;      // between two lists where no watch runs
+const watchedPauseMs = 10000;
 const busyMs = 2500;
+const exitUsage = 2;
 const configsMs = 60000; // somebody else may change a configuration, which no state tells
 
 let picture: Picture = { services: [], loaded: false, daemon: null, failure: null, busySince: null };
@@ -29,6 +35,9 @@ let configsReadAt = 0;
 let timer: number | undefined;
 let asking = false;
 let again = false;
+let watch: CockpitProcess | null = null;
+let watchedSince = 0;
+let canWatch = true; // until tvsc says that it does not know the word
 
 function show(change: Partial<Picture>) {
     picture = { ...picture, ...change };
@@ -63,6 +72,26 @@ function take(answer: StatusAnswer, withConfigs: boolean) {
     show({ services, loaded: true, daemon: answer.daemon, failure: null, busySince: null });
 }
 
+function stopWatching() {
+    watch?.close("cancelled");
+    watch = null;
+}
+
+function startWatching() {
+    if (watch || !canWatch) return;
+    const process = spawn(["watch", "--json"]);
+    watch = process;
+    watchedSince = Date.now();
+    process.stream(() => { if (watch === process) void ask() });
+    const ended = (status: number | null) => {
+        if (watch !== process) return;
+        watch = null;
+        if (status === exitUsage) canWatch = false;
+        void ask();
+    };
+    process.then(() => ended(0), failure => ended(failure.exit_status));
+}
+
 async function ask() {
     if (asking) {
         again = true;
@@ -81,7 +110,15 @@ async function ask() {
     else show({ daemon: ended.answer?.daemon ?? null, failure: { words: ended.words, problem: ended.problem }, busySince: null });
     asking = false;
     const unread = picture.loaded && configsReadAt === 0;
-    if (!cockpit.hidden && listeners.size > 0) timer = window.setTimeout(ask, again || unread ? 0 : pauseMs);
+    if (cockpit.hidden || listeners.size === 0) {
+        stopWatching();
+        return;
+    }
+    if (!picture.failure) startWatching();
+    // A watch that has just begun may have missed a change, and progress of a service on its way is none.
+    const told = watch && !picture.failure && Date.now() - watchedSince > 3 * pauseMs;
+    const pause = told && !picture.services.some(service => kindOf(service) === "pending") ? watchedPauseMs : pauseMs;
+    timer = window.setTimeout(ask, again || unread ? 0 : pause);
 }
 
 // To be called when something of ours may have changed a service, or its configuration.
@@ -96,7 +133,10 @@ function subscribe(listener: () => void) {
     return () => { listeners.delete(listener) };
 }
 
-cockpit.addEventListener("visibilitychange", () => { if (!cockpit.hidden) void ask() });
+cockpit.addEventListener("visibilitychange", () => {
+    if (cockpit.hidden) stopWatching();
+    else void ask();
+});
 
 export function usePicture(): Picture {
     return useSyncExternalStore(subscribe, () => picture);
