@@ -79,6 +79,7 @@ if(NOT TV_SANITIZE)
   tv_bats_test(completions)
 endif()
 tv_bats_test(reg_corpus)
+set_tests_properties(system.reg_corpus PROPERTIES TIMEOUT 1800) # forty files, on a busy machine
 tv_bats_test(win32_corpus)
 set_tests_properties(system.win32_corpus PROPERTIES SKIP_REGULAR_EXPRESSION "# the source archive cannot be reached")
 if(TV_SANITIZE)

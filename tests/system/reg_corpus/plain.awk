@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Writes .reg text as hivexregedit wants it, which takes less than Win32 does: no blanks before a line, an empty line
-# before each key, and no key whose parents have not been named.
+# before each key and nowhere else, and no key whose parents have not been named.
 {
     sub(/\r$/, "")
     sub(/^[ \t]+/, "")
@@ -17,4 +17,4 @@
     named[tolower(path)] = 1
     printf "\n"
 }
-{ print }
+NF { print }
