@@ -3,6 +3,7 @@
 #include "bench/measure/servers.h"
 
 #include "bench/floor/floor_rpc.h"
+#include "tv/winreg.h"
 #include "tvregd/loading.h"
 #include "tvregd/operations.h"
 
