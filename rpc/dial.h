@@ -20,7 +20,8 @@
 
 #include <cstdint>
 
-// Finds the IPv4 address of a host. Returns false when the name is unknown. May block for the resolver's time-outs.
+// Finds the IPv4 address of a host; that of "localhost" is known without a look. Returns false when the name is unknown.
+// May block for the resolver's time-outs.
 [[nodiscard]] bool ResolveHost(const char *host, in_addr *address);
 
 // The functions below end after `budgetMs` at the latest, whatever the peers do; within it each wait keeps its own

@@ -14,6 +14,8 @@
 #include <rpc/pmap_clnt.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -471,6 +473,22 @@ TEST(DialPort, a_budget_ends_the_wait_for_a_full_accept_queue) {
         EXPECT_GT(SecondsSince(start), budgetMs / 1000.0 - 0.05);
         EXPECT_LT(SecondsSince(start), 1.0);
     }
+}
+
+TEST(ResolveHost, localhost_is_the_loopback_address_where_nothing_can_be_looked_up) {
+    char folder[] = "/tmp/dial_test.XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (chroot(folder) != 0) _exit(2);
+        in_addr address = {};
+        _exit(ResolveHost("localhost", &address) && address.s_addr == htonl(INADDR_LOOPBACK) ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    (void)rmdir(folder);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST(ResolveHost, finds_this_host_and_not_an_unknown_one) {
