@@ -77,9 +77,7 @@ LONG reg_open_key_w(HKEY hKey, LPCWSTR, PHKEY phkResult) { return reg_open_key_a
 
 LONG reg_open_key_ex_a(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM, PHKEY phkResult) {
     if (phkResult == nullptr) return ERROR_INVALID_PARAMETER;
-    const regd_REG_OPEN_KEY_EX argument = {
-        .subKey = NameOrPlaceholder(lpSubKey), .options = ulOptions, .subKeyIsNull = IsNullFlag(lpSubKey)};
-    return AskDaemon(reg_open_key_ex_2, hKey, argument, StoreOpenedKey(phkResult));
+    return AskDaemon(reg_open_key_ex_2, hKey, OpenKeyRequest(lpSubKey, ulOptions), StoreOpenedKey(phkResult));
 }
 
 LONG reg_open_key_ex_w(HKEY hKey, LPCWSTR, DWORD ulOptions, REGSAM samDesired, PHKEY phkResult) {

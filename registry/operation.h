@@ -39,6 +39,28 @@ inline void CopyBytes(void *to, DWORD room, const CountedBytes &data) {
 
 // --- requests that are made in two ways: one by one, and many on their way at once (pipeline.h) ---
 
+inline regd_REG_OPEN_KEY_EX OpenKeyRequest(const char *subKey, DWORD options) {
+    return {.subKey = NameOrPlaceholder(subKey), .options = options, .subKeyIsNull = IsNullFlag(subKey)};
+}
+
+inline regd_REG_QUERY_VALUE_EX QueryValueRequest(const char *name, const void *data, DWORD room) {
+    return {.valueName = NameOrPlaceholder(name),
+            .dataBytes = room,
+            .nameIsNull = IsNullFlag(name),
+            .dataIsNull = NullPointerFlag(data)};
+}
+
+// Deliberate: a value longer than the buffer is cut even though the status stays what the daemon says.
+inline void StoreQueriedValue(const regd_REG_QUERY_VALUE_RETURN &reply, BYTE *data, DWORD room, DWORD *type,
+                              DWORD *dataBytes) {
+    if (reply.status == ERROR_SUCCESS && data != nullptr) {
+        std::memset(data, 0, room);
+        CopyBytes(data, room, reply.data);
+    }
+    StoreIfGiven(dataBytes, reply.dataBytes);
+    StoreIfGiven(type, reply.type);
+}
+
 // An empty class is a class.
 inline regd_REG_CREATE_KEY_EX CreateKeyRequest(const char *subKey, const char *keyClass, DWORD options) {
     return {.subKey = NameOrPlaceholder(subKey),

@@ -15,96 +15,135 @@ namespace {
 // them and goes on reading.
 constexpr std::size_t mostRequests = 512;
 constexpr std::size_t fewRequests = 128; // before more are sent: in crowds they share a commit
-constexpr std::size_t mostRequestBytes = std::size_t{1} << 20;
+constexpr std::size_t mostDataBytes = std::size_t{1} << 20;
 
+template <typename Request>
 struct Pipeline {
     CLIENT *client;
     int clientNum;
-    RegistryWrite *writes;
+    Request *requests;
     std::size_t count;
     std::size_t sent;
     std::size_t answered;
-    std::size_t bytesOnTheirWay;
-    bool isFull; // nothing is sent before few are left
+    std::size_t bytesOnTheirWay; // of data, either way
+    bool isFull;                 // nothing is sent before few are left
 };
 
 template <typename Argument>
-bool Send(const Pipeline &pipeline, HKEY key, Argument argument) {
+bool Send(CLIENT *client, HKEY key, Argument argument) {
     argument.user = g_userData;
     argument.key = key & ~clientNumberBits;
-    return SendCall(pipeline.client, ProcedureOf<Argument>::number, RoutineOf<Argument>(), &argument, TIMEOUT) ==
-           RPC_SUCCESS;
+    return SendCall(client, ProcedureOf<Argument>::number, RoutineOf<Argument>(), &argument, TIMEOUT) == RPC_SUCCESS;
 }
 
-bool SendNext(Pipeline &pipeline) {
-    const RegistryWrite &write = pipeline.writes[pipeline.sent];
-    bool isSent = false;
+bool SendRequest(CLIENT *client, const RegistryWrite &write) {
     switch (write.kind) {
-    case RegistryWrite::createKey: isSent = Send(pipeline, write.key, CreateKeyRequest(write.name, nullptr, 0)); break;
+    case RegistryWrite::createKey: return Send(client, write.key, CreateKeyRequest(write.name, nullptr, 0));
     case RegistryWrite::setValue:
-        isSent = Send(pipeline, write.key, SetValueRequest(write.name, write.type, write.data, write.dataBytes));
-        break;
-    case RegistryWrite::deleteValue: isSent = Send(pipeline, write.key, DeleteValueRequest(write.name)); break;
-    case RegistryWrite::closeKey: isSent = Send(pipeline, write.key, regd_REG_CLOSE_KEY{}); break;
+        return Send(client, write.key, SetValueRequest(write.name, write.type, write.data, write.dataBytes));
+    case RegistryWrite::deleteValue: return Send(client, write.key, DeleteValueRequest(write.name));
+    case RegistryWrite::closeKey: return Send(client, write.key, regd_REG_CLOSE_KEY{});
     }
-    if (!isSent) return false;
-    ++pipeline.sent;
-    pipeline.bytesOnTheirWay += write.dataBytes;
-    return true;
+    return false;
 }
 
+bool SendRequest(CLIENT *client, const RegistryRead &read) {
+    switch (read.kind) {
+    case RegistryRead::openKey: return Send(client, read.key, OpenKeyRequest(read.name, 0));
+    case RegistryRead::queryValue:
+        return Send(client, read.key, QueryValueRequest(read.name, read.data, read.dataBytes));
+    case RegistryRead::closeKey: return Send(client, read.key, regd_REG_CLOSE_KEY{});
+    }
+    return false;
+}
+
+// Takes the answer to the call that was made `callsAgo` calls before the last one, and stores what it says.
 template <typename Result, typename Store>
-bool Receive(const Pipeline &pipeline, Store store) {
+bool Receive(CLIENT *client, std::uint32_t callsAgo, Store store) {
     Result reply = {};
-    const auto callsAgo = static_cast<std::uint32_t>(pipeline.sent - pipeline.answered - 1);
-    const clnt_stat status = ReceiveAnswer(pipeline.client, callsAgo, RoutineOf<Result>(), &reply, TIMEOUT);
+    const clnt_stat status = ReceiveAnswer(client, callsAgo, RoutineOf<Result>(), &reply, TIMEOUT);
     if (status == RPC_SUCCESS) store(reply.body);
     FreeRecord(&reply);
     return status == RPC_SUCCESS;
 }
 
-bool ReceiveNext(Pipeline &pipeline) {
-    RegistryWrite &write = pipeline.writes[pipeline.answered];
-    const bool isAnswered =
-        write.kind == RegistryWrite::createKey
-            ? Receive<regd_REG_CREATE_KEY_RES>(pipeline,
-                                               [&](const regd_REG_CREATE_KEY_RETURN &reply) {
-                                                   write.code = static_cast<LONG>(reply.status);
-                                                   write.created = WithClientNumber(reply.key, pipeline.clientNum);
-                                               })
-            : Receive<regd_BASIC_RES>(
-                  pipeline, [&](const regd_BASIC_RETURN &reply) { write.code = static_cast<LONG>(reply.status); });
-    if (!isAnswered) return false;
+template <typename Request>
+bool ReceiveStatus(CLIENT *client, std::uint32_t callsAgo, Request *request) {
+    return Receive<regd_BASIC_RES>(client, callsAgo, [request](const regd_BASIC_RETURN &reply) {
+        request->code = static_cast<LONG>(reply.status);
+    });
+}
+
+bool ReceiveFor(CLIENT *client, int clientNum, std::uint32_t callsAgo, RegistryWrite *write) {
+    if (write->kind != RegistryWrite::createKey) return ReceiveStatus(client, callsAgo, write);
+    return Receive<regd_REG_CREATE_KEY_RES>(client, callsAgo, [=](const regd_REG_CREATE_KEY_RETURN &reply) {
+        write->code = static_cast<LONG>(reply.status);
+        write->created = WithClientNumber(reply.key, clientNum);
+    });
+}
+
+bool ReceiveFor(CLIENT *client, int clientNum, std::uint32_t callsAgo, RegistryRead *read) {
+    switch (read->kind) {
+    case RegistryRead::openKey:
+        return Receive<regd_REG_OPEN_KEY_RES>(client, callsAgo, [=](const regd_REG_OPEN_KEY_RETURN &reply) {
+            read->code = static_cast<LONG>(reply.status);
+            read->opened = WithClientNumber(reply.key, clientNum);
+        });
+    case RegistryRead::queryValue:
+        return Receive<regd_REG_QUERY_VALUE_RES>(client, callsAgo, [=](const regd_REG_QUERY_VALUE_RETURN &reply) {
+            read->code = static_cast<LONG>(reply.status);
+            StoreQueriedValue(reply, read->data, read->dataBytes, &read->type, &read->dataBytes);
+        });
+    case RegistryRead::closeKey: return ReceiveStatus(client, callsAgo, read);
+    }
+    return false;
+}
+
+template <typename Request>
+bool SendNext(Pipeline<Request> &pipeline) {
+    const Request &request = pipeline.requests[pipeline.sent];
+    if (!SendRequest(pipeline.client, request)) return false;
+    ++pipeline.sent;
+    pipeline.bytesOnTheirWay += request.dataBytes;
+    return true;
+}
+
+template <typename Request>
+bool ReceiveNext(Pipeline<Request> &pipeline) {
+    Request &request = pipeline.requests[pipeline.answered];
+    const std::size_t dataBytes = request.dataBytes;
+    const auto callsAgo = static_cast<std::uint32_t>(pipeline.sent - pipeline.answered - 1);
+    if (!ReceiveFor(pipeline.client, pipeline.clientNum, callsAgo, &request)) return false;
     ++pipeline.answered;
     if (pipeline.sent - pipeline.answered <= fewRequests) pipeline.isFull = false;
-    pipeline.bytesOnTheirWay -= write.dataBytes;
+    pipeline.bytesOnTheirWay -= dataBytes;
     return true;
 }
 
 // Whether the next request is to be sent now, instead of waiting for an answer.
-bool IsNextToBeSent(Pipeline &pipeline) {
+template <typename Request>
+bool IsNextToBeSent(Pipeline<Request> &pipeline) {
     if (pipeline.sent == pipeline.count) return false;
     if (pipeline.sent == pipeline.answered) return true;
     if (pipeline.sent - pipeline.answered == mostRequests) pipeline.isFull = true;
-    return !pipeline.isFull && pipeline.bytesOnTheirWay + pipeline.writes[pipeline.sent].dataBytes <= mostRequestBytes;
+    return !pipeline.isFull && pipeline.bytesOnTheirWay + pipeline.requests[pipeline.sent].dataBytes <= mostDataBytes;
 }
 
-} // namespace
-
-std::size_t WriteTogether(RegistryWrite *writes, std::size_t count) {
+template <typename Request>
+std::size_t AskTogether(Request *requests, std::size_t count) {
     if (count == 0) return 0;
     LockRegistryMutex();
-    HKEY key = writes[0].key;
+    HKEY key = requests[0].key;
     int clientNum = 0;
     CLIENT *client = tvConnectRegistryDaemon(nullptr, &key, &clientNum);
-    Pipeline pipeline = {.client = client,
-                         .clientNum = clientNum,
-                         .writes = writes,
-                         .count = count,
-                         .sent = 0,
-                         .answered = 0,
-                         .bytesOnTheirWay = 0,
-                         .isFull = false};
+    Pipeline<Request> pipeline = {.client = client,
+                                  .clientNum = clientNum,
+                                  .requests = requests,
+                                  .count = count,
+                                  .sent = 0,
+                                  .answered = 0,
+                                  .bytesOnTheirWay = 0,
+                                  .isFull = false};
     bool isWhole = client != nullptr;
     while (isWhole && pipeline.answered < count) {
         isWhole = IsNextToBeSent(pipeline) ? SendNext(pipeline) : ReceiveNext(pipeline);
@@ -114,3 +153,8 @@ std::size_t WriteTogether(RegistryWrite *writes, std::size_t count) {
     UnlockRegistryMutex();
     return pipeline.answered;
 }
+
+} // namespace
+
+std::size_t WriteTogether(RegistryWrite *writes, std::size_t count) { return AskTogether(writes, count); }
+std::size_t ReadTogether(RegistryRead *reads, std::size_t count) { return AskTogether(reads, count); }

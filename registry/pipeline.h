@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// pipeline: many writes on their way to a registry daemon at once, for the programs around it.
+// pipeline: many requests on their way to a registry daemon at once, for the programs around it.
 //
-// One write after the other costs a way there and back each, and a daemon that shares a commit among the requests that
-// are ready finds one. The writes stand in the order of the array, and reach a daemon in that order.
+// One request after the other costs a way there and back each, and a daemon that shares a commit among the writes that
+// are ready finds one. The requests stand in the order of the array, and reach a daemon in that order.
 #pragma once
 
 #include "tv/winreg.h"
@@ -22,8 +22,22 @@ struct RegistryWrite {
     HKEY created; // afterwards, for createKey
 };
 
-// Writes over the connection of the first key, which all of them belong to. Returns how many were answered, counted
-// from the first one: fewer than all when there is no connection or when it breaks, also under a daemon that cannot
-// take several requests at once; whether one of the rest was done is not known then, and the next call, one by one,
-// connects anew. Blocks; takes the registry's mutex.
+struct RegistryRead {
+    enum Kind { openKey, queryValue, closeKey };
+
+    Kind kind;
+    HKEY key;         // openKey: the one above
+    const char *name; // openKey: a path below it; else of the value; null: closeKey; borrowed
+    BYTE *data;       // queryValue, like the next: the caller's room, filled as RegQueryValueExA does
+    DWORD dataBytes;  // room; afterwards the size of the value
+    DWORD type;       // afterwards, for queryValue
+    LONG code;        // afterwards: the daemon's
+    HKEY opened;      // afterwards, for openKey
+};
+
+// Send all of them over the connection of the first key, which all of them belong to. Return how many were answered,
+// counted from the first one: fewer than all when there is no connection or when it breaks, also under a daemon that
+// cannot take several requests at once; whether one of the rest was done is not known then, and the next call, one by
+// one, connects anew. Block; take the registry's mutex.
 [[nodiscard]] std::size_t WriteTogether(RegistryWrite *writes, std::size_t count);
+[[nodiscard]] std::size_t ReadTogether(RegistryRead *reads, std::size_t count);

@@ -66,21 +66,12 @@ LONG reg_query_value_w(HKEY hKey, LPCWSTR, LPWSTR lpValue, LONG *lpcbValue) {
     return rc;
 }
 
-// Deliberate: a value longer than the buffer is cut even though the status stays what the daemon says.
 LONG reg_query_value_ex_a(HKEY hKey, LPCSTR lpValueName, LPDWORD, LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData) {
     if (lpData != nullptr && lpcbData == nullptr) return ERROR_INVALID_PARAMETER;
     const DWORD room = lpData != nullptr ? *lpcbData : 0;
-    const regd_REG_QUERY_VALUE_EX argument = {.valueName = NameOrPlaceholder(lpValueName),
-                                              .dataBytes = room,
-                                              .nameIsNull = IsNullFlag(lpValueName),
-                                              .dataIsNull = NullPointerFlag(lpData)};
+    const regd_REG_QUERY_VALUE_EX argument = QueryValueRequest(lpValueName, lpData, room);
     return AskDaemon(reg_query_value_ex_2, hKey, argument, [=](const regd_REG_QUERY_VALUE_RETURN &reply, int) {
-        if (reply.status == ERROR_SUCCESS && lpData != nullptr) {
-            std::memset(lpData, 0, room);
-            CopyBytes(lpData, room, reply.data);
-        }
-        StoreIfGiven(lpcbData, reply.dataBytes);
-        StoreIfGiven(lpType, reply.type);
+        StoreQueriedValue(reply, lpData, room, lpType, lpcbData);
         return reply.status;
     });
 }
