@@ -11,10 +11,15 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
+// Looks come the closer the less time has passed: what is waited in vain is a small part of what the service takes, and
+// one that takes long costs few of them.
+constexpr auto shortestPause = std::chrono::microseconds(500);
+constexpr auto longestPause = std::chrono::milliseconds(250);
+constexpr int pauseShare = 8; // of the time that has passed
 
-constexpr auto shortestPause = milliseconds(20);
-constexpr auto longestPause = milliseconds(250);
+Clock::duration PauseAfter(Clock::duration passed) {
+    return std::clamp<Clock::duration>(passed / pauseShare, shortestPause, longestPause);
+}
 
 // Whether the service's process has ended without taking its hint along, as a killed one does. A hint that was there
 // before may be of a process long gone.
@@ -32,7 +37,7 @@ WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &nam
     const bool hasHints = stoppedIsEnd && IsThisMachine(session.options);
     const PidHint hintBefore = ReadPidHint(name);
     const Clock::time_point begin = Clock::now();
-    for (milliseconds pause = shortestPause;; pause = std::min(pause * 2, longestPause)) {
+    for (;;) {
         if (!QueryServiceStatus(service, last)) return WaitEnd::unreachable;
         if (last->dwCurrentState == wanted) return WaitEnd::reached;
         if (hasHints && HasDied(name, hintBefore, session.begunAt)) {
@@ -42,7 +47,8 @@ WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &nam
             if (last->dwCurrentState != SERVICE_STOPPED) return WaitEnd::died;
         }
         if (stoppedIsEnd && last->dwCurrentState == SERVICE_STOPPED) return WaitEnd::stopped;
-        if (Clock::now() - begin > limit) return WaitEnd::timedOut;
-        std::this_thread::sleep_for(pause);
+        const Clock::duration passed = Clock::now() - begin;
+        if (passed > limit) return WaitEnd::timedOut;
+        std::this_thread::sleep_for(PauseAfter(passed));
     }
 }
