@@ -26,3 +26,11 @@ endif()
 if(TV_BUILD_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# A program that people and scripts run by the dozen has libstdc++ in itself: to find its symbols takes as long as all
+# else that the dynamic linker does at a start. A sanitizer's runtime wants the shared one.
+function(tv_load_quickly program)
+  if(NOT TV_SANITIZE)
+    target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc -Wl,--as-needed)
+  endif()
+endfunction()

@@ -15,6 +15,10 @@
 // Everything that can be seen without touching anything: all that is enumerated, then the service in record 0.
 [[nodiscard]] DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *services);
 
+// What the enumeration tells of one service, without the others; stays empty where it does not list it, as the one in
+// record 0.
+[[nodiscard]] DWORD QueryListedService(SC_HANDLE service, std::optional<ListedService> *listed);
+
 // The services that this one depends on, nearest first; 1059 on a ring.
 [[nodiscard]] DWORD EnumerateDependencies(SC_HANDLE service, DWORD state, std::vector<ListedService> *services);
 

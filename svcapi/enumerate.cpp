@@ -115,6 +115,14 @@ DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *servic
     return rc != ERROR_SUCCESS ? rc : ListAllServices(*call.handle->link, services);
 }
 
+DWORD QueryListedService(SC_HANDLE service, std::optional<ListedService> *listed) {
+    listed->reset();
+    HandleCall call;
+    const DWORD rc = BeginServiceCall(service, &call);
+    if (rc != ERROR_SUCCESS || call.handle->index == 0) return rc;
+    return FindListedService(*call.handle->link, call.handle->name, &call.handle->place, listed);
+}
+
 DWORD EnumerateDependencies(SC_HANDLE service, DWORD state, std::vector<ListedService> *services) {
     HandleCall call;
     const DWORD rc = BeginServiceCall(service, &call);

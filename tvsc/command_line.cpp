@@ -16,6 +16,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -121,32 +122,71 @@ void SayUnknown(const CLI::App &app, bool json, const std::string &word) {
              isCommand ? SimilarNames(word, commands) : std::vector<std::string>());
 }
 
-} // namespace
+// How many of the arguments are for this program.
+int WordsBeforeDashes(int argc, char **argv) {
+    const auto dashes =
+        std::find_if(argv + 1, argv + argc, [](const char *word) { return std::strcmp(word, "--") == 0; });
+    return static_cast<int>(dashes - argv);
+}
 
-std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
+// Nothing is said on it yet; without a command it is a list.
+std::shared_ptr<CommandLine> NewLine(int argc, char **argv) {
     const auto line = std::make_shared<CommandLine>();
-    int words = argc;
-    for (int i = 1; i < argc; ++i) {
-        if (std::string_view(argv[i]) != "--") continue;
-        line->behindDashes.assign(argv + i + 1, argv + argc);
-        words = i;
-        break;
-    }
-    CLI::App app("Works on the services of the service daemon.", "tvsc");
-    AddGlobalOptions(app, *line);
-    AddLookCommands(app, *line);
-    AddTellCommands(app, *line);
-    AddActCommands(app, *line);
-    AddConfigureCommands(app, *line);
-    AddDaemonCommands(app, *line);
-    AddOwnCommands(app, *line);
+    const int words = WordsBeforeDashes(argc, argv);
+    if (words < argc) line->behindDashes.assign(argv + words + 1, argv + argc);
     line->run = [&line = *line] {
         line.showsServices = true;
         return RunInSession(line, [](Session &session) { return RunList(session, {}); });
     };
+    return line;
+}
+
+void Parse(CLI::App &app, const CommandLine &line, int words, char **argv) {
+    app.parse(words, argv);
+    CheckBehindDashes(app, line);
+}
+
+constexpr char about[] = "Works on the services of the service daemon.";
+
+bool KnowsCommand(const CLI::App &app, const char *name) {
+    return !app.get_subcommands([&](const CLI::App *one) { return one->check_name(name); }).empty();
+}
+
+// Adds commands until the one that the line seems to name is there.
+void AddCommandsUpTo(CLI::App &app, CommandLine &line, const char *command) {
+    for (const auto add : {AddLookCommands, AddActCommands, AddConfigureCommands, AddTellCommands, AddDaemonCommands}) {
+        if (!KnowsCommand(app, command)) add(app, line);
+    }
+}
+
+// Reads the line with some of the commands only: to build all of them takes longer than most of them take to run.
+// Returns null where that is not enough: for help, and for a line that is wrong, it takes them all.
+std::shared_ptr<CommandLine> ReadPlainLine(int argc, char **argv) {
+    const int words = WordsBeforeDashes(argc, argv);
+    const auto command = std::find_if(argv + 1, argv + words, [](const char *word) { return *word != '-'; });
+    const std::shared_ptr<CommandLine> line = NewLine(argc, argv);
+    CLI::App app(about, "tvsc");
+    AddGlobalOptions(app, *line);
+    if (command != argv + words) AddCommandsUpTo(app, *line, *command);
     try {
-        app.parse(words, argv);
-        CheckBehindDashes(app, *line);
+        Parse(app, *line, words, argv);
+    } catch (const CLI::Error &) { // told by whoever knows all commands
+        return nullptr;
+    }
+    return line;
+}
+
+// Returns null where help was given, or the line is wrong; *status is the exit status then.
+std::shared_ptr<CommandLine> ReadAnyLine(int argc, char **argv, int *status) {
+    const int words = WordsBeforeDashes(argc, argv);
+    const std::shared_ptr<CommandLine> line = NewLine(argc, argv);
+    CLI::App app(about, "tvsc");
+    for (const auto add : {AddGlobalOptions, AddLookCommands, AddTellCommands, AddActCommands, AddConfigureCommands,
+                           AddDaemonCommands, AddOwnCommands}) {
+        add(app, *line);
+    }
+    try {
+        Parse(app, *line, words, argv);
     } catch (const CLI::Success &asked) {
         *status = app.exit(asked); // help or version
         return nullptr;
@@ -162,6 +202,15 @@ std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
         *status = EXIT_USAGE;
         return nullptr;
     }
+    return line;
+}
+
+} // namespace
+
+std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
+    std::shared_ptr<CommandLine> line = ReadPlainLine(argc, argv);
+    if (line == nullptr) line = ReadAnyLine(argc, argv, status);
+    if (line == nullptr) return nullptr;
     return [line] {
         ChooseColours(line->options.colour);
         if (!line->options.quiet) WatchForBusyDaemon();

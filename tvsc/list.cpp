@@ -2,6 +2,7 @@
 // list: all services, or those that are asked for, in columns.
 #include "svcapi/client.h"
 #include "tvsc/json_output.h"
+#include "tvsc/local_configs.h"
 #include "tvsc/look.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
@@ -64,6 +65,15 @@ void PrintColumns(const std::vector<ServiceView> &views) {
     PrintSummary(views);
 }
 
+// The configurations of all of them, as far as they can be read.
+void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *views) {
+    constexpr std::size_t few = 2; // asked one by one, they take less
+    if (IsThisMachine(session.options) && views->size() > few) ReadLocalConfigs(part, views);
+    for (ServiceView &view : *views) {
+        if (!view.config) view.config = ReadConfigByName(session, view.service.name);
+    }
+}
+
 } // namespace
 
 int RunList(Session &session, const ListFilter &filter) {
@@ -76,11 +86,15 @@ int RunList(Session &session, const ListFilter &filter) {
     std::vector<ServiceView> views;
     for (const ListedService &service : services) {
         ServiceView view = ViewOf(session, service);
-        if (!PassesFilter(view, filter)) continue;
-        const bool wantsConfig = (!filter.brief && !filter.namesOnly) || !filter.group.empty();
-        if (wantsConfig) view.config = ReadConfigByName(session, service.name);
-        if (!filter.group.empty() && (!view.config || view.config->group != filter.group)) continue;
-        views.push_back(std::move(view));
+        if (PassesFilter(view, filter)) views.push_back(std::move(view));
+    }
+    const bool showsConfig = !filter.brief && !filter.namesOnly;
+    if (showsConfig || !filter.group.empty()) {
+        AddConfigs(session, session.options.json ? ConfigPart::all : ConfigPart::startAndGroup, &views);
+    }
+    if (!filter.group.empty()) {
+        std::erase_if(views,
+                      [&](const ServiceView &view) { return !view.config || view.config->group != filter.group; });
     }
     if (session.options.json) {
         PrintServicesJson(session, views);

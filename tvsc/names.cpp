@@ -12,24 +12,27 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <set>
 
 namespace {
 
 bool IsPattern(const std::string &text) { return text.find_first_of("*?[") != std::string::npos; }
 
+using Services = std::vector<const ListedService *>;
+
 // The services that one argument means; empty for none.
-std::vector<std::string> Resolve(const std::string &wanted, const std::vector<ListedService> &services) {
-    std::vector<std::string> exact, otherCase, display, matching;
+Services Resolve(const std::string &wanted, const std::vector<ListedService> &services) {
+    Services exact, otherCase, display, matching;
     for (const ListedService &service : services) {
-        if (service.name == wanted) exact.push_back(service.name);
-        if (strcasecmp(service.name.c_str(), wanted.c_str()) == 0) otherCase.push_back(service.name);
-        if (service.displayName == wanted) display.push_back(service.name);
-        if (fnmatch(wanted.c_str(), service.name.c_str(), 0) == 0) matching.push_back(service.name);
+        if (service.name == wanted) exact.push_back(&service);
+        if (strcasecmp(service.name.c_str(), wanted.c_str()) == 0) otherCase.push_back(&service);
+        if (service.displayName == wanted) display.push_back(&service);
+        if (fnmatch(wanted.c_str(), service.name.c_str(), 0) == 0) matching.push_back(&service);
     }
     if (!exact.empty()) return exact;
     if (IsPattern(wanted)) return matching;
     if (otherCase.size() == 1) return otherCase;
-    return display.size() == 1 ? display : std::vector<std::string>{};
+    return display.size() == 1 ? display : Services{};
 }
 
 // The services that an argument could mean, but for others that it could mean as well.
@@ -67,6 +70,34 @@ void TellUnknown(Session &session, const std::string &pattern, const std::string
     Note(session, fmt::format("  did you mean {}?", fmt::join(similar, ", ")));
 }
 
+// So many names are asked for one by one; for more a list of everything takes fewer calls.
+constexpr std::size_t fewNames = 8;
+
+// The service that is listed under just this name; nothing where more has to be known to tell what is meant.
+std::optional<ListedService> FindByName(Session &session, const std::string &name) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
+    std::optional<ListedService> listed;
+    if (service != nullptr && QueryListedService(service.get(), &listed) != ERROR_SUCCESS) listed.reset();
+    return listed;
+}
+
+// Few names spelled as the daemon spells them are found at a cost that does not grow with the number of services.
+// Returns false where they are not: nothing is found then.
+bool FindAllByName(Session &session, const std::vector<std::string> &names, std::vector<ListedService> *services) {
+    if (names.size() > fewNames || std::any_of(names.begin(), names.end(), IsPattern)) return false;
+    std::set<std::string> taken;
+    for (const std::string &name : names) {
+        if (!taken.insert(name).second) continue;
+        const std::optional<ListedService> found = FindByName(session, name);
+        if (!found) {
+            services->clear();
+            return false;
+        }
+        services->push_back(*found);
+    }
+    return true;
+}
+
 } // namespace
 
 bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services) {
@@ -81,15 +112,15 @@ bool ListServicesFor(Session &session, const std::string &action, std::vector<Li
 std::vector<ListedService> ResolveServices(Session &session, const std::vector<std::string> &patterns,
                                            const std::string &action) {
     std::vector<ListedService> resolved;
+    if (FindAllByName(session, patterns, &resolved)) return resolved;
     std::vector<ListedService> services;
     if (!ListServicesFor(session, action, &services)) return resolved;
+    std::set<const ListedService *> taken;
     for (const std::string &pattern : patterns) {
-        const std::vector<std::string> meant = Resolve(pattern, services);
+        const Services meant = Resolve(pattern, services);
         if (meant.empty()) TellUnknown(session, pattern, action, services);
-        for (const std::string &name : meant) {
-            const auto hasName = [&](const ListedService &service) { return service.name == name; };
-            if (std::any_of(resolved.begin(), resolved.end(), hasName)) continue;
-            resolved.push_back(*std::find_if(services.begin(), services.end(), hasName));
+        for (const ListedService *service : meant) {
+            if (taken.insert(service).second) resolved.push_back(*service);
         }
     }
     return resolved;

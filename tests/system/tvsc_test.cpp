@@ -135,6 +135,42 @@ TEST_F(Tvsc, list_takes_several_states_and_a_group) {
     EXPECT_EQ(Do({"list", "--names-only", "--group", name + "-3"}), "");
 }
 
+// A list reads the registry of this machine itself, where a value is not too long for that; show asks the daemon.
+TEST_F(Tvsc, list_tells_the_configurations_that_show_tells) {
+    CreateSample(name + "-plain");
+    CreateSample(name + "-rich", "",
+                 {"--display", "Rich", "--start", "disabled", "--group", name, "--depends", name + "-plain", "--user",
+                  "nobody"});
+    CreateSample(name + "-long", "", {"--group", std::string(600, 'g')});
+    const Json list = Json::parse(Do({"list", "--json", name + "*"}));
+    ASSERT_EQ(list.at("services").size(), 3U);
+    for (const Json &service : list.at("services")) {
+        const Json shown = Json::parse(Do({"show", "--json", std::string(service.at("name"))})).at("services").at(0);
+        EXPECT_EQ(service.at("type"), shown.at("type"));
+        for (const char *member : {"start", "start_code", "error_control", "image_path", "group", "depends_on",
+                                   "depends_on_groups", "account"}) {
+            EXPECT_EQ(service.at("config").at(member), shown.at("config").at(member)) << service.at("name") << member;
+        }
+    }
+}
+
+// The daemon would read the service in record 0 there, which only a list of everything tells.
+TEST_F(Tvsc, the_state_of_a_service_is_told_without_the_registry) {
+    CreateSample(name);
+    kill(registryDaemon, SIGSTOP);
+    const Ended status = ServiceWorld::Tvsc({"--call-timeout", "2", "status", name});
+    const Ended isActive = ServiceWorld::Tvsc({"--call-timeout", "2", "is-active", name});
+    kill(registryDaemon, SIGCONT);
+    EXPECT_EQ(status.status, 3) << status.error;
+    EXPECT_THAT(status.output, HasSubstr("state: stopped"));
+    EXPECT_EQ(isActive.status, 3) << isActive.error;
+}
+
+TEST_F(Tvsc, a_host_may_have_the_name_of_a_command) {
+    EXPECT_THAT(Fail(150, {"--host", "list", "ping"}), StartsWith("tvsc: list: the service daemon does not answer"));
+    EXPECT_THAT(Fail(2, {"--host", "list", "no-such"}), StartsWith("tvsc: no-such: no such command\n"));
+}
+
 TEST_F(Tvsc, status_tells_where_it_is_from) {
     CreateSample(name);
     EXPECT_EQ(StatusOf(name).at("source"), "enumeration");

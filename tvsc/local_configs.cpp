@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+// local_configs: in batches, the keys of a batch first and then their values: a value needs its key's handle.
+#include "tvsc/local_configs.h"
+
+#include "registry/key.h"
+#include "registry/pipeline.h"
+#include "servd/service_keys.h"
+#include "tv/winerror.h"
+#include "util/string_list.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t batchServices = 512;
+constexpr DWORD valueRoom = 512; // a configuration with a longer value is left to the daemon
+
+// What the daemon's own query of a configuration tells, those of a table first.
+enum Field {
+    startField,
+    groupField,
+    typeField,
+    errorControlField,
+    tagField,
+    imagePathField,
+    dependenciesField,
+    accountField
+};
+constexpr std::array fieldValues = {startTypeValue, groupValue,     typeValue,         errorControlValue,
+                                    tagValue,       imagePathValue, dependenciesValue, accountValue};
+constexpr std::size_t tableFields = groupField + 1;
+
+// One value as it came.
+struct Value {
+    std::array<char, valueRoom> bytes;
+    DWORD count = 0;
+};
+using Values = std::array<Value, fieldValues.size()>;
+
+RegistryRead NewRead(RegistryRead::Kind kind, HKEY key, const char *name) {
+    return {.kind = kind, .key = key, .name = name, .data = nullptr, .dataBytes = 0, .type = 0, .code = 0, .opened = 0};
+}
+
+RegistryRead ReadOf(HKEY key, std::size_t field, Value *value) {
+    RegistryRead read = NewRead(RegistryRead::queryValue, key, fieldValues[field]);
+    const bool isNumber = field == startField || (field >= typeField && field <= tagField);
+    read.data = reinterpret_cast<BYTE *>(value->bytes.data());
+    read.dataBytes = isNumber ? sizeof(DWORD) : valueRoom;
+    return read;
+}
+
+DWORD NumberIn(const Value &value) {
+    DWORD number = 0;
+    std::memcpy(&number, value.bytes.data(), std::min<std::size_t>(value.count, sizeof number));
+    return number;
+}
+
+std::string TextIn(const Value &value) { return {value.bytes.data(), strnlen(value.bytes.data(), value.count)}; }
+
+ServiceConfig ConfigOf(const ListedService &service, const Values &values) {
+    ServiceConfig config;
+    config.type = NumberIn(values[typeField]);
+    config.displayName = service.displayName;
+    config.startType = NumberIn(values[startField]);
+    config.group = TextIn(values[groupField]);
+    config.errorControl = NumberIn(values[errorControlField]);
+    config.tag = NumberIn(values[tagField]);
+    config.imagePath = TextIn(values[imagePathField]);
+    const Value &dependencies = values[dependenciesField];
+    config.dependencies = SplitMultiString({dependencies.bytes.data(), dependencies.count});
+    config.account = TextIn(values[accountField]);
+    return config;
+}
+
+// Whether a value is known by this: it came whole, or there is none.
+bool TakeValue(const RegistryRead &read, DWORD room, Value *value) {
+    if (read.code == ERROR_FILE_NOT_FOUND) return true;
+    if (read.code != ERROR_SUCCESS || read.dataBytes > room) return false;
+    value->count = read.dataBytes;
+    return true;
+}
+
+// Opens the keys of a batch. Returns false where the registry does not answer.
+bool OpenKeys(HKEY services, const ServiceView *views, std::vector<RegistryRead> *opens) {
+    for (std::size_t i = 0; i < opens->size(); ++i) {
+        (*opens)[i] = NewRead(RegistryRead::openKey, services, views[i].service.name.c_str());
+    }
+    return ReadTogether(opens->data(), opens->size()) == opens->size();
+}
+
+// Reads the first `fields` values of a batch of services. Returns false where the registry does not answer.
+bool ReadBatch(HKEY services, std::size_t fields, ServiceView *views, std::size_t count) {
+    std::vector<RegistryRead> opens(count);
+    if (!OpenKeys(services, views, &opens)) return false;
+    std::vector<Values> values(count);
+    std::vector<RegistryRead> reads;
+    reads.reserve(count * (fields + 1));
+    for (std::size_t i = 0; i < count; ++i) {
+        if (opens[i].code != ERROR_SUCCESS) continue;
+        for (std::size_t field = 0; field < fields; ++field) {
+            reads.push_back(ReadOf(opens[i].opened, field, &values[i][field]));
+        }
+        reads.push_back(NewRead(RegistryRead::closeKey, opens[i].opened, nullptr));
+    }
+    const std::vector<RegistryRead> asked = reads;
+    if (ReadTogether(reads.data(), reads.size()) != reads.size()) return false;
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (opens[i].code != ERROR_SUCCESS) continue;
+        bool isWhole = true;
+        for (std::size_t field = 0; field < fields; ++field, ++at) {
+            isWhole = TakeValue(reads[at], asked[at].dataBytes, &values[i][field]) && isWhole;
+        }
+        ++at; // the close
+        if (isWhole) views[i].config = ConfigOf(views[i].service, values[i]);
+    }
+    return true;
+}
+
+} // namespace
+
+void ReadLocalConfigs(ConfigPart part, std::vector<ServiceView> *views) {
+    HKEY services = 0;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_READ, &services) != ERROR_SUCCESS) return;
+    const KeyGuard closeServices(&services);
+    const std::size_t fields = part == ConfigPart::all ? fieldValues.size() : tableFields;
+    for (std::size_t first = 0; first < views->size(); first += batchServices) {
+        const std::size_t count = std::min(batchServices, views->size() - first);
+        if (!ReadBatch(services, fields, views->data() + first, count)) return;
+    }
+}
