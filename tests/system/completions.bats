@@ -17,6 +17,13 @@ setup_file() {
     [ "${lines[1]}" = snapshot ]
 }
 
+@test "tvsc has its files, too, in the same places" {
+    cd "$prefix/share"
+    bash -c '. bash-completion/completions/tvsc && complete -p tvsc'
+    [ -s fish/vendor_completions.d/tvsc.fish ]
+    [ -s zsh/site-functions/_tvsc ]
+}
+
 @test "zsh completes from the function of the program's name, at the first time already" {
     command -v zsh >/dev/null || skip "zsh is not installed"
     cd "$BATS_TEST_TMPDIR"
