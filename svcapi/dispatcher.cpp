@@ -143,7 +143,7 @@ service_START_SERVICE_OUT Serve(const service_START_SERVICE_IN &request) {
     ChangeStatus(runtime, *service, InitialStatus());
     const pid_t other = FindOtherRun(service->name);
     if (other != 0 && !runtime.settlesPredecessors) return {RefuseSecondRun(runtime, *service, other), 0};
-    if (other == 0) service->holdsHint = !WritePidFile(service->name).empty();
+    if (other == 0) LeaveHint(*service);
     const auto context = std::find_if(runtime.services.begin(), runtime.services.end(),
                                       [&](const StartedService &one) { return &one == service; }) -
                          runtime.services.begin();
@@ -371,7 +371,7 @@ void TakeServiceOver(const std::string &serviceName) {
     ServiceRuntime &runtime = Runtime();
     const std::lock_guard<std::mutex> locked(runtime.guard);
     StartedService *const service = FindStarted(runtime, serviceName);
-    if (service != nullptr) service->holdsHint = !WritePidFile(serviceName).empty();
+    if (service != nullptr) LeaveHint(*service);
 }
 
 BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA *lpServiceStartTable) {

@@ -5,6 +5,7 @@
 #include "util/guard.h"
 
 #include <fcntl.h>
+#include <time.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -34,6 +35,12 @@ bool ReadProcessStat(pid_t process, ProcessStat *stat) {
 std::uint64_t StartOfProcess(pid_t process) {
     ProcessStat stat;
     return ReadProcessStat(process, &stat) ? stat.startTicks : 0;
+}
+
+std::int64_t MsSinceBoot() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_BOOTTIME, &now); // cannot fail with this clock
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
 bool IsSameProcess(pid_t process, std::uint64_t startTicks) {

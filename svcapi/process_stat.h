@@ -21,5 +21,8 @@ struct ProcessStat {
 // When a process was started, as above; 0 when there is none.
 [[nodiscard]] std::uint64_t StartOfProcess(pid_t process);
 
+// Milliseconds since the boot.
+[[nodiscard]] std::int64_t MsSinceBoot();
+
 // Whether a process is still the one that was started then; 0 stands for any time.
 [[nodiscard]] bool IsSameProcess(pid_t process, std::uint64_t startTicks);

@@ -5,6 +5,7 @@
 // daemon hears of services that outlived it; their numbers are looked up again by name then.
 #include "svcapi/calls.h"
 #include "svcapi/pid_file.h"
+#include "svcapi/process_stat.h"
 #include "svcapi/runtime.h"
 
 #include <algorithm>
@@ -51,6 +52,23 @@ bool IsDaemonUnreachable(DWORD rc) {
     return rc == RPC_S_SERVER_UNAVAILABLE || rc == RPC_S_CALL_FAILED || rc == ERROR_TIMEOUT;
 }
 
+// Notes the moments of a run. Few bytes in memory's file system: nobody waits for it.
+void NoteRun(StartedService &service) {
+    const DWORD state = service.status.dwCurrentState;
+    const bool runsNow = state == SERVICE_RUNNING && service.run.runningMs == 0;
+    const bool endsNow = state == SERVICE_STOPPED && service.run.endedMs == 0;
+    if (!service.holdsHint || (!runsNow && !endsNow)) return;
+    (runsNow ? service.run.runningMs : service.run.endedMs) = MsSinceBoot();
+    if (endsNow) service.run.exitCode = service.status.dwWin32ExitCode;
+    WriteRunRecord(service.name, service.run);
+}
+
+void NoteHeard(StartedService &service) {
+    if (!service.holdsHint || service.run.heardMs != 0) return;
+    service.run.heardMs = MsSinceBoot();
+    WriteRunRecord(service.name, service.run);
+}
+
 } // namespace
 
 ServiceRuntime &Runtime() {
@@ -66,9 +84,17 @@ SERVICE_STATUS WithSafeWaitHint(SERVICE_STATUS status) {
     return status;
 }
 
+void LeaveHint(StartedService &service) {
+    service.holdsHint = !WritePidFile(service.name).empty();
+    if (!service.holdsHint) return;
+    service.run = RunOfThisProcess();
+    BeginRunRecord(service.name, service.run);
+}
+
 void ChangeStatus(ServiceRuntime &runtime, StartedService &service, const SERVICE_STATUS &status) {
     service.status = WithSafeWaitHint(status);
     ++service.changes;
+    NoteRun(service);
     runtime.changed.notify_all();
 }
 
@@ -101,6 +127,7 @@ void ReportStates(ServiceRuntime &runtime) {
             service->index = index;
             service->restarts = restarts;
             service->reported = change;
+            NoteHeard(*service);
         } else if (runtime.ending) {
             return;
         } else {

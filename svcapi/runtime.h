@@ -11,6 +11,7 @@
 #pragma once
 
 #include "svcapi/link.h"
+#include "svcapi/run_record.h"
 
 #include <condition_variable>
 #include <deque>
@@ -40,6 +41,7 @@ struct StartedService {
     std::uint64_t changes = 0;  // how often status was set
     std::uint64_t reported = 0; // the change that the daemon has heard of
     bool holdsHint = false;     // this process has written its id for the service (pid_file.h)
+    RunRecord run;              // the present run, where it holds the hint
 };
 
 struct ServiceRuntime {
@@ -58,6 +60,10 @@ ServiceRuntime &Runtime();
 // Has this process stand for a service: it leaves its id, and what an earlier process of the service still tells of it
 // is not sent any more. The runtime's guard is not held.
 void TakeServiceOver(const std::string &serviceName);
+
+// Leaves the process id of this process for a service that it has been asked to start, and the moment; the runtime's
+// guard is held.
+void LeaveHint(StartedService &service);
 
 // The status as it may be reported: a wait hint counts only while a state is pending, in whole seconds rounded up (the
 // daemon's deadline ignores parts of one). A hint left over from a pending state would have the daemon declare a

@@ -2,6 +2,7 @@
 // The files that services leave their process ids in: who may write them, and what of them is believed.
 #include "svcapi/pid_file.h"
 #include "svcapi/process_stat.h"
+#include "svcapi/run_record.h"
 #include "tests/support/service_world.h"
 
 #include <gmock/gmock.h>
@@ -51,6 +52,11 @@ TEST_F(PidFile, a_service_under_an_account_leaves_its_process_id_and_takes_it_aw
     EXPECT_EQ(OwnerOf(path), nobody);
     Do({"stop", name});
     EXPECT_TRUE(WaitUntil([&] { return ReadPidHint(name).pid == 0; }));
+    const std::vector<RunRecord> runs = ReadRunRecords(name);
+    ASSERT_EQ(runs.size(), 1u) << "what a run was like stays";
+    EXPECT_EQ(runs.front().process, process);
+    EXPECT_LE(runs.front().askedMs, runs.front().runningMs);
+    EXPECT_LE(runs.front().runningMs, runs.front().endedMs);
 }
 
 // Symptom: noticed after 31 s. Cause: the service could not leave its process id.
