@@ -42,12 +42,16 @@ bool IsThisMachine(const std::string &host) {
 
 DWORD Connect(DaemonLink &link) {
     if (link.client != nullptr && IsAlive(link.client.get())) return ERROR_SUCCESS;
+    const CallClock::time_point begin = CallClock::now();
     link.client.reset(DialHost(link.host.c_str(), SERVDAEMONPROG, SERVDAEMONVERS));
     sockaddr_in address = {};
-    if (link.client == nullptr ||
-        !clnt_control(link.client.get(), CLGET_SERVER_ADDR, reinterpret_cast<char *>(&address))) {
-        return RPC_S_SERVER_UNAVAILABLE;
+    const bool isThere = link.client != nullptr &&
+                         clnt_control(link.client.get(), CLGET_SERVER_ADDR, reinterpret_cast<char *>(&address));
+    if (const CallTracer trace = PresentCallTracer()) {
+        trace({"dial", '"' + link.host + '"', isThere ? ERROR_SUCCESS : DWORD{RPC_S_SERVER_UNAVAILABLE}, std::nullopt,
+               MsSince(begin)});
     }
+    if (!isThere) return RPC_S_SERVER_UNAVAILABLE;
     const std::uint16_t port = ntohs(address.sin_port);
     if (link.port != 0 && link.port != port) ++link.restarts;
     link.port = port;

@@ -8,6 +8,7 @@
 
 #include "rpc/dial.h"
 #include "servd/servd_xdr.h"
+#include "svcapi/call_trace.h"
 #include "tv/winsvc.h"
 
 #include <chrono>
@@ -32,6 +33,9 @@ struct DaemonLink {
 // none is.
 using CallClock = std::chrono::steady_clock;
 [[nodiscard]] CallClock::time_point CallUnderWaySince();
+inline double MsSince(CallClock::time_point begin) {
+    return std::chrono::duration<double, std::milli>(CallClock::now() - begin).count();
+}
 
 // Whether a daemon's host is this machine.
 [[nodiscard]] bool IsThisMachine(const std::string &host);
@@ -47,6 +51,12 @@ using CallClock = std::chrono::steady_clock;
 // Calls the procedure of an argument record that way; the result is to be released in any case.
 template <typename Argument>
 [[nodiscard]] DWORD CallDaemon(DaemonLink &link, const Argument &argument, ResultOf<Argument> *result) {
-    return CallOver(link,
-                    [&](CLIENT *client, timeval timeout) { return CallProcedure(client, argument, result, timeout); });
+    const CallClock::time_point begin = CallClock::now();
+    const DWORD rc = CallOver(
+        link, [&](CLIENT *client, timeval timeout) { return CallProcedure(client, argument, result, timeout); });
+    if (const CallTracer trace = PresentCallTracer()) {
+        trace({NameOfProcedure(ProcedureOf<Argument>::number), TextOfRecord(argument), rc,
+               rc == ERROR_SUCCESS ? StatusIn(*result) : std::nullopt, MsSince(begin)});
+    }
+    return rc;
 }

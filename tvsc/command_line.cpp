@@ -16,20 +16,34 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace {
 
+constexpr int mostParallel = 1000;
 constexpr double shortestCallSec = 0.001; // no time at all would mean not to wait for an answer
 
 void AddGlobalOptions(CLI::App &app, CommandLine &line) {
-    app.add_option("--host", line.options.host, "Host of the daemon")->envname("TVSC_HOST")->capture_default_str();
+    app.add_option("--host", line.options.host, "Host of the daemon, or several with commas between them")
+        ->envname("TVSC_HOST")
+        ->capture_default_str();
+    app.add_option("--hosts", line.hosts.file, "File with the names of hosts, one a line")->type_name("FILE");
+    app.add_flag("--ssh", line.hosts.overSsh, "Run tvsc on the hosts, through ssh");
+    app.add_option("--parallel", line.hosts.parallel, "So many hosts at a time")
+        ->check(CLI::Range(1, mostParallel))
+        ->capture_default_str();
+    app.add_option("--host-timeout", line.hosts.hostTimeoutSec, "Longest time for one of several hosts")
+        ->transform(ReadTime(shortestCallSec))
+        ->type_name("TIME")
+        ->capture_default_str();
     app.add_option("--call-timeout", line.options.callTimeoutSec, "Longest single call to the daemon")
         ->envname("TVSC_TIMEOUT")
         ->transform(ReadTime(shortestCallSec))
         ->type_name("TIME")
         ->capture_default_str();
     app.add_flag("--json", line.options.json, "Write JSON to standard output");
+    app.add_flag("--trace", line.options.trace, "Tell each call to the daemon on standard error");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
     app.add_flag("--dry-run", line.options.dryRun, "Tell what would be done, and do nothing");
     app.add_option("--color", line.options.colour, "Colours: auto (at a terminal), always or never")
@@ -141,9 +155,65 @@ std::shared_ptr<CommandLine> NewLine(int argc, char **argv) {
     return line;
 }
 
-void Parse(CLI::App &app, const CommandLine &line, int words, char **argv) {
-    app.parse(words, argv);
+// --- several hosts ---
+
+bool IsForHosts(const CommandLine &line) {
+    return line.hosts.overSsh || !line.hosts.file.empty() || line.options.host.find(',') != std::string::npos;
+}
+
+// The words of a command line but for the options about hosts, which are for this program alone. What stands behind
+// "--" is no option.
+std::vector<std::string> WordsWithoutHosts(int argc, char **argv) {
+    constexpr std::array<std::string_view, 4> withValue = {"--host", "--hosts", "--parallel", "--host-timeout"};
+    std::vector<std::string> words;
+    bool areOptions = true;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        areOptions = areOptions && word != "--";
+        const std::string_view option = word.substr(0, word.find('='));
+        const bool isOurs = areOptions && std::find(withValue.begin(), withValue.end(), option) != withValue.end();
+        if (isOurs && option.size() == word.size()) ++i; // its value is the next word
+        if (!isOurs && (!areOptions || word != "--ssh")) words.emplace_back(word);
+    }
+    return words;
+}
+
+// What a command says about this machine's own files says nothing about another one's.
+void CheckForHosts(const CLI::App &app, const CommandLine &line) {
+    constexpr std::array<std::string_view, 5> ownFiles = {"completion", "leftovers", "logs", "prepare", "timeline"};
+    const std::string path = PathOf(app);
+    const std::string command = path.substr(0, path.find(' '));
+    if (command == "edit" || command == "help") throw CLI::ValidationError(command, "not for several hosts");
+    const bool isLocal = std::find(ownFiles.begin(), ownFiles.end(), command) != ownFiles.end();
+    if (isLocal && !line.hosts.overSsh) {
+        throw CLI::ValidationError(command, "looks at files of the machine that it runs on: use --ssh");
+    }
+    if (command == "with-lock" && !line.hosts.overSsh) {
+        throw CLI::ValidationError(command, "would run its command here, once for each host: use --ssh");
+    }
+}
+
+HostsCommand ReadHostsCommand(const CLI::App &app, const CommandLine &line, int argc, char **argv) {
+    HostsCommand command;
+    std::string problem;
+    const bool isDefault = app.count("--host") == 0 && line.options.host == "localhost";
+    if (!ReadHosts(isDefault ? "" : line.options.host, line.hosts, &command.hosts, &problem)) {
+        throw CLI::ValidationError("--host", problem);
+    }
+    const std::string path = PathOf(app);
+    command.words = WordsWithoutHosts(argc, argv);
+    command.json = line.options.json;
+    command.listsServices = path.empty() || (path == "list" && !line.list.namesOnly) || path == "status";
+    command.isLive = path == "watch" || (path == "logs" && line.log.follow);
+    return command;
+}
+
+void Parse(CLI::App &app, CommandLine &line, int argc, char **argv) {
+    app.parse(WordsBeforeDashes(argc, argv), argv);
     CheckBehindDashes(app, line);
+    if (!IsForHosts(line)) return;
+    CheckForHosts(app, line);
+    line.onHosts = ReadHostsCommand(app, line, argc, argv);
 }
 
 constexpr char about[] = "Works on the services of the service daemon.";
@@ -169,7 +239,7 @@ std::shared_ptr<CommandLine> ReadPlainLine(int argc, char **argv) {
     AddGlobalOptions(app, *line);
     if (command != argv + words) AddCommandsUpTo(app, *line, *command);
     try {
-        Parse(app, *line, words, argv);
+        Parse(app, *line, argc, argv);
     } catch (const CLI::Error &) { // told by whoever knows all commands
         return nullptr;
     }
@@ -186,7 +256,7 @@ std::shared_ptr<CommandLine> ReadAnyLine(int argc, char **argv, int *status) {
         add(app, *line);
     }
     try {
-        Parse(app, *line, words, argv);
+        Parse(app, *line, argc, argv);
     } catch (const CLI::Success &asked) {
         *status = app.exit(asked); // help or version
         return nullptr;
@@ -213,6 +283,8 @@ std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
     if (line == nullptr) return nullptr;
     return [line] {
         ChooseColours(line->options.colour);
+        if (line->onHosts) return RunOnHosts(line->hosts, *line->onHosts);
+        if (line->options.trace) TraceCalls();
         if (!line->options.quiet) WatchForBusyDaemon();
         return line->run();
     };

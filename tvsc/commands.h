@@ -6,8 +6,10 @@
 #include "tvsc/act.h"
 #include "tvsc/configure.h"
 #include "tvsc/graph.h"
+#include "tvsc/hosts.h"
 #include "tvsc/logs.h"
 #include "tvsc/look.h"
+#include "tvsc/watch.h"
 
 #include <CLI/CLI.hpp>
 
@@ -17,11 +19,14 @@
 // All that the command line can say.
 struct CommandLine {
     Options options;
+    HostsOptions hosts;
+    std::optional<HostsCommand> onHosts; // what the hosts are to do, where there are several
     std::vector<std::string> names;
     std::string name;
     std::vector<std::string> behindDashes;
     ListFilter list;
     LogOptions log;
+    WatchOptions watch;
     bool fresh = false;
     bool probe = false;
     bool asksStatus = false;    // the exit status tells a state
@@ -34,7 +39,9 @@ struct CommandLine {
     ConfigOptions config;
     DeleteOptions deletion;
     DWORD control = 0;
-    std::string what; // explain
+    std::string what;         // explain
+    bool asSvg = false;       // timeline
+    std::string registryFile; // doctor
     std::string signal;
     bool isStrict = false;
     bool endsLeftovers = false;

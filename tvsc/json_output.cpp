@@ -2,6 +2,7 @@
 // json_output: the JSON side of the output.
 #include "tvsc/json_output.h"
 
+#include "svcapi/process_stat.h"
 #include "tvsc/boot_words.h"
 #include "tvsc/words.h"
 #include "util/json_text.h"
@@ -310,6 +311,64 @@ void PrintLeftoversJson(const Options &options, const std::vector<RegisteredServ
     object["processes"] = Json::array();
     for (const RegisteredService &service : services) {
         object["processes"].push_back(Json{{"pid", service.process}});
+    }
+    Print(object);
+}
+
+std::string ChangeJson(const Options &options, const ServiceChange &change, const std::string &time) {
+    constexpr const char *kinds[] = {"appeared", "changed", "disappeared"};
+    const auto stateOf = [](const std::optional<ServiceView> &view) {
+        return view ? Json(StateWord(view->service.status.dwCurrentState, true)) : Json();
+    };
+    Json object = Header("tvsc.event/1", options.host);
+    object["time"] = time;
+    object["event"] = kinds[static_cast<std::size_t>(change.kind)];
+    SetText(object, "name", change.after ? change.after->service.name : change.before->service.name);
+    object["from"] = stateOf(change.before);
+    object["to"] = stateOf(change.after);
+    if (!change.after) return JsonLine(object);
+    const SERVICE_STATUS &status = change.after->service.status;
+    if (change.after->service.complete) {
+        object["exit"]["win32"] = status.dwWin32ExitCode;
+        object["exit"]["service_specific"] = status.dwServiceSpecificExitCode;
+    }
+    if (change.after->process.process != 0) {
+        object["pid_hint"] = change.after->process.process;
+        object["process_gone"] = change.after->process.isGone;
+    }
+    return JsonLine(object);
+}
+
+std::string DaemonEventJson(const Options &options, DWORD code, const std::string &time) {
+    Json object = Header("tvsc.event/1", options.host);
+    object["time"] = time;
+    object["event"] = code == ERROR_SUCCESS ? "daemon_answers" : "daemon_lost";
+    object["win32"] = code;
+    return JsonLine(object);
+}
+
+void PrintTimelineJson(const Options &options, const Timeline &timeline) {
+    Json object = Header("tvsc.timeline/1", options.host);
+    const auto sinceStart = [&](std::int64_t ms) { return ms == 0 ? Json() : Json(ms - timeline.daemonStartMs); };
+    object["daemon"]["pid"] = timeline.daemon;
+    object["daemon"]["started_at_ms"] = timeline.daemon == 0 ? 0 : EpochMs() - MsSinceBoot() + timeline.daemonStartMs;
+    object["daemon"]["answered_after_ms"] = sinceStart(timeline.answeredMs);
+    object["services"] = Json::array();
+    for (const TimelineStep &step : timeline.steps) {
+        Json entry;
+        entry["position"] = object["services"].size() + 1;
+        SetText(entry, "name", step.name);
+        entry["recorded"] = step.run.has_value();
+        entry["started_again"] = step.runsAgain;
+        if (step.run) {
+            entry["pid"] = step.run->process;
+            entry["launched_after_ms"] = sinceStart(LaunchedMs(*step.run));
+            entry["asked_after_ms"] = sinceStart(step.run->askedMs);
+            entry["running_after_ms"] = sinceStart(step.run->runningMs);
+            entry["ended_after_ms"] = sinceStart(step.run->endedMs);
+            entry["win32"] = step.run->exitCode;
+        }
+        object["services"].push_back(std::move(entry));
     }
     Print(object);
 }

@@ -6,8 +6,10 @@
 #include "tvsc/boot_plan.h"
 #include "tvsc/findings.h"
 #include "tvsc/leftovers.h"
+#include "tvsc/service_changes.h"
 #include "tvsc/service_graph.h"
 #include "tvsc/service_view.h"
+#include "tvsc/timeline.h"
 
 void PrintServicesJson(const Session &session, const std::vector<ServiceView> &views);
 void PrintResultsJson(const Session &session);
@@ -38,3 +40,11 @@ void PrintGraphJson(const Session &session, const ServiceGraph &graph, const std
 //   name  the service that they are about; empty for all
 void PrintFindingsJson(const Options &options, const std::string &name, const Findings &findings);
 void PrintLeftoversJson(const Options &options, const std::vector<RegisteredService> &services);
+
+// One line each.
+//   time  of the look, UTC
+[[nodiscard]] std::string ChangeJson(const Options &options, const ServiceChange &change, const std::string &time);
+// The daemon does not answer any more, or does again with code 0.
+[[nodiscard]] std::string DaemonEventJson(const Options &options, DWORD code, const std::string &time);
+
+void PrintTimelineJson(const Options &options, const Timeline &timeline);

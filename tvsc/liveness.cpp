@@ -5,27 +5,17 @@
 #include "svcapi/pid_file.h"
 #include "svcapi/process_stat.h"
 #include "tvsc/words.h"
-#include "util/wall_time.h"
 
 #include <fmt/format.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 namespace {
 
-std::int64_t MsSinceBoot() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_BOOTTIME, &now); // cannot fail with this clock
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
 std::int64_t UptimeMs(pid_t process) {
     const std::uint64_t startTicks = StartOfProcess(process);
-    const auto ticksPerSec = static_cast<std::uint64_t>(std::max(sysconf(_SC_CLK_TCK), 1L));
-    const auto startMs = static_cast<std::int64_t>(startTicks * 1000 / ticksPerSec);
-    return startTicks == 0 ? 0 : std::max<std::int64_t>(MsSinceBoot() - startMs, 0);
+    return startTicks == 0 ? 0 : std::max<std::int64_t>(MsSinceBoot() - MsOfTicks(startTicks), 0);
 }
 
 bool IsPending(DWORD state) { return state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING; }
@@ -37,6 +27,11 @@ ProcessView LookAtProcess(const Options &options, const std::string &name, DWORD
     const PidHint hint = ReadPidHint(name);
     if (hint.pid == 0) return {};
     return {hint.pid, !hint.alive, hint.alive ? UptimeMs(hint.pid) : 0};
+}
+
+std::int64_t MsOfTicks(std::uint64_t ticks) {
+    const auto ticksPerSec = static_cast<std::uint64_t>(std::max(sysconf(_SC_CLK_TCK), 1L));
+    return static_cast<std::int64_t>(ticks * 1000 / ticksPerSec);
 }
 
 std::string StateText(const SERVICE_STATUS &status, const ProcessView &process) {

@@ -22,6 +22,9 @@ struct ProcessView {
 // The process of a service in a state. Nothing is known of a stopped service, and of one of another machine.
 [[nodiscard]] ProcessView LookAtProcess(const Options &options, const std::string &name, DWORD state);
 
+// The start of a process (svcapi/process_stat.h) in milliseconds since the boot.
+[[nodiscard]] std::int64_t MsOfTicks(std::uint64_t ticks);
+
 // "running", "failed 1067", or "running, but process 162 is gone".
 [[nodiscard]] std::string StateText(const SERVICE_STATUS &status, const ProcessView &process);
 

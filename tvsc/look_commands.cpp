@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr double shortestWatchSec = 0.05; // more often than that a look would load the daemon
+
 // A state as JSON names it, or failed.
 CLI::Validator ReadState() {
     return CLI::Validator(
@@ -83,4 +85,14 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     logs->add_option("--since", line.log.sinceSec, "Only the last TIME, such as 10min")
         ->transform(ReadTime())
         ->type_name("TIME");
+
+    CLI::App *watch = AddCommand(app, line, "watch", "Show services as they change, until interrupted",
+                                 [&line](Session &session) { return RunWatch(session, line.watch); });
+    watch->add_option("pattern", line.watch.patterns, "Only these: names, or patterns (* ? [])");
+    watch->add_option("--interval", line.watch.intervalSec, "Time between two looks")
+        ->transform(ReadTime(shortestWatchSec))
+        ->type_name("TIME")
+        ->capture_default_str();
+    watch->add_option("--count", line.watch.looks, "End after so many looks")->check(CLI::PositiveNumber);
+    watch->add_flag("--initial", line.watch.beginsWithAll, "Begin with a line for each service as it stands");
 }

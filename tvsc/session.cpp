@@ -5,6 +5,8 @@
 #include "servd/limits.h"
 #include "svcapi/link.h"
 #include "tvsc/report.h"
+#include "tvsc/words.h"
+#include "util/printable.h"
 
 #include <fmt/format.h>
 #include <grp.h>
@@ -53,6 +55,18 @@ void TellWhyUnavailable(const Session &session) {
 }
 
 } // namespace
+
+void TraceCalls() {
+    SetCallTracer([](const TracedCall &call) {
+        const std::string answer = call.code != ERROR_SUCCESS ? "no answer: " + CodeText(call.code)
+                                   : !call.status             ? "answered"
+                                   : *call.status == 0        ? "0"
+                                                              : CodeText(static_cast<DWORD>(*call.status));
+        fmt::print(
+            stderr, "tvsc: {}\n",
+            Printable(fmt::format("{}({}) = {}  {:.3f} ms", call.name, call.arguments, answer, call.milliseconds)));
+    });
+}
 
 bool IsThisMachine(const Options &options) { return IsThisMachine(options.host); }
 

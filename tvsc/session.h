@@ -22,6 +22,7 @@ struct Options {
     bool json = false;
     bool quiet = false;
     bool dryRun = false; // tell what would be done, and do nothing
+    bool trace = false;  // tell each call on stderr
     ColourWhen colour = ColourWhen::automatic;
 };
 
@@ -50,6 +51,9 @@ struct Session {
 
 // Whether the daemon is that of this machine: files, process ids and the registry here are the daemon's too.
 [[nodiscard]] bool IsThisMachine(const Options &options);
+
+// From now on each call to the daemon is told on stderr, after it.
+void TraceCalls();
 
 // From now on a call that takes longer than two seconds is explained on stderr, once.
 void WatchForBusyDaemon();

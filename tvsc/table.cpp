@@ -91,7 +91,8 @@ void Fit(std::vector<std::size_t> *widths, std::size_t markWidth, std::size_t av
 
 } // namespace
 
-void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks) {
+std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks) {
+    std::vector<std::string> lines;
     std::vector<std::size_t> widths;
     for (auto &row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
@@ -119,6 +120,13 @@ void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<Ro
             line += std::string(pending, ' ') + (i == mark.colouredCell ? Coloured(mark.colour, cell) : cell);
             pending = Padded(cell, widths[i]).size() - cell.size();
         }
-        fmt::print("{}\n", line.substr(0, line.find_last_not_of(' ') + 1));
+        lines.push_back(line.substr(0, line.find_last_not_of(' ') + 1));
+    }
+    return lines;
+}
+
+void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks) {
+    for (const std::string &line : TableLines(std::move(rows), marks)) {
+        fmt::print("{}\n", line);
     }
 }

@@ -17,4 +17,7 @@ struct RowMark {
 // Columns as wide as their widest cell, but for the last one; with marks, one before each line. Cells need not be
 // printable. At a terminal no line is wider than it: columns from the third on are cut, then left out, the last one
 // first; then the first two are cut. What was cut ends in an ellipsis.
+[[nodiscard]] std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows,
+                                                  const std::vector<RowMark> &marks = {});
+// Writes them to standard output.
 void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks = {});

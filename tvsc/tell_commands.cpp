@@ -5,6 +5,7 @@
 #include "tvsc/leftovers.h"
 #include "tvsc/plan.h"
 #include "tvsc/plan_act.h"
+#include "tvsc/timeline.h"
 
 namespace {
 
@@ -50,6 +51,9 @@ void AddTellCommands(CLI::App &app, CommandLine &line) {
     graph->add_option("--format", line.graphFormat, "text, dot, or svg, which graphviz draws")
         ->transform(CLI::CheckedTransformer(graphFormats))
         ->type_name("FORMAT");
+    AddPlainCommand(app, line, "timeline", "Show how the last automatic start went, service by service", [&line] {
+        return RunTimeline(line.options, line.asSvg);
+    })->add_flag("--svg", line.asSvg, "As a picture");
     CLI::App *leftovers = AddPlainCommand(app, line, "leftovers", "List the service processes of an earlier daemon",
                                           [&line] { return RunLeftovers(line.options, line.endsLeftovers); });
     leftovers->add_flag("--end", line.endsLeftovers, "End them");

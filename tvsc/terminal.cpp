@@ -26,6 +26,11 @@ bool IsColourTerminal() {
     return isatty(STDOUT_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0 && !IsSet("NO_COLOR");
 }
 
+winsize SizeOfTerminal() {
+    winsize size = {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size : winsize{};
+}
+
 } // namespace
 
 void ChooseColours(ColourWhen when) {
@@ -43,7 +48,11 @@ std::optional<std::size_t> TerminalWidth() {
         const unsigned long columns = std::strtoul(std::getenv("COLUMNS"), nullptr, 10);
         if (columns > 0) return columns;
     }
-    winsize size = {};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return std::nullopt;
-    return size.ws_col;
+    const winsize size = SizeOfTerminal();
+    return size.ws_col == 0 ? std::nullopt : std::make_optional<std::size_t>(size.ws_col);
+}
+
+std::optional<std::size_t> TerminalHeight() {
+    const winsize size = SizeOfTerminal();
+    return isatty(STDOUT_FILENO) == 0 || size.ws_row == 0 ? std::nullopt : std::make_optional<std::size_t>(size.ws_row);
 }

@@ -18,3 +18,5 @@ void ChooseColours(ColourWhen when);
 
 // The columns of the terminal that standard output is; nothing where it is none. COLUMNS overrides what it says.
 [[nodiscard]] std::optional<std::size_t> TerminalWidth();
+// Its lines; nothing where it is none or does not tell.
+[[nodiscard]] std::optional<std::size_t> TerminalHeight();

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+// One command of tvsc on several machines: private hosts on a bridge of their own, of which one is dead and one hangs.
+#include "tests/support/host.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+using Json = nlohmann::json;
+
+// What a machine does: tells its network, waits for its end of the cable, then serves.
+constexpr char machine[] = R"(
+    readlink /proc/self/ns/net >"$1.network.new" && mv "$1.network.new" "$1.network"
+    until ip link show "$3" >/dev/null 2>&1; do sleep 0.02; done
+    ip address add "$2/24" dev "$3" && ip link set "$3" up
+    mkdir "$1" && cd "$1"
+    "$TV_BIN/tvregd" --lazy --database "$1/registry.db" --background && "$TV_BIN/servd" &
+    "$TV_BIN/tvsc" wait-online --timeout=60s
+    for name in zero "web-$4"; do
+        printf '#!/bin/csh -f\nexec "%s/tvsample" --log "%s/log"\n' "$TV_BIN" "$1" >"$1/$name.csh"
+        "$TV_BIN/tvsc" create "$name" --image "$1/$name.csh"
+    done
+    touch "$1.ready"
+    exec sleep 1000
+)";
+
+struct TvscHosts : testing::Test {
+    static inline std::string folder;
+    static inline bool isConnected = false;
+
+    static constexpr char good[] = "10.77.0.11", other[] = "10.77.0.12", dead[] = "10.77.0.13";
+
+    static bool Shell(const std::string &command) {
+        return RunAndRead({.command = {"/bin/bash", "-c", command}}).status == 0;
+    }
+    static std::string NetworkOf(const std::string &process) {
+        char text[64] = {};
+        return readlink(("/proc/" + process + "/ns/net").c_str(), text, sizeof text - 1) > 0 ? text : "";
+    }
+    // A process in this network, of this name unless that is empty; "" when there is none.
+    static std::string ProcessIn(const std::string &network, const std::string &program = "") {
+        for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+            const std::string process = entry.path().filename();
+            const bool isIn = isdigit(process[0]) && !network.empty() && NetworkOf(process) == network;
+            if (isIn && (program.empty() || ReadWhatIsThere("/proc/" + process + "/comm") == program + "\n")) {
+                return process;
+            }
+        }
+        return "";
+    }
+    static std::string NetworkOfMachine(int number) {
+        std::string network = ReadWhatIsThere(folder + "/" + std::to_string(number) + ".network");
+        return network.substr(0, network.find('\n'));
+    }
+    // A machine on the bridge.
+    static bool AddMachine(int number) {
+        const std::string n = std::to_string(number);
+        const std::string far = "far" + n;
+        (void)StartProgram({.command = {std::string(std::getenv("TV_SOURCE")) + "/tools/private-host", "/bin/bash",
+                                        "-c", machine, "-", folder + "/" + n, "10.77.0.1" + n, far, n},
+                            .outputFile = folder + "/" + n + ".output",
+                            .errorFile = folder + "/" + n + ".output"});
+        if (!WaitUntil([&] { return !ProcessIn(NetworkOfMachine(number)).empty(); })) return false;
+        return Shell("ip link add near" + n + " type veth peer name " + far + " && ip link set " + far + " netns " +
+                     ProcessIn(NetworkOfMachine(number)) + " && ip link set near" + n + " master bridge up");
+    }
+    static void SetUpTestSuite() {
+        folder = MakeScratchFolder();
+        isConnected = Shell("ip link add bridge type bridge && ip address add 10.77.0.1/24 dev bridge && "
+                            "ip link set bridge up");
+        for (int number = 1; isConnected && number <= 3; ++number) {
+            isConnected = AddMachine(number);
+        }
+        for (int number = 1; isConnected && number <= 3; ++number) {
+            const std::string ready = folder + "/" + std::to_string(number) + ".ready";
+            if (!WaitUntil([&] { return std::filesystem::exists(ready); }, 90000)) {
+                throw std::runtime_error("a machine does not answer");
+            }
+        }
+        if (isConnected) isConnected = Shell("ip link set near3 down"); // dead from now on
+    }
+    static void TearDownTestSuite() { EndAllProcesses(); }
+    void SetUp() override {
+        if (!isConnected) GTEST_SKIP() << "the kernel has no bridges or no virtual network cables";
+    }
+
+    static Ended Tvsc(std::vector<std::string> arguments, std::vector<std::string> environment = {}) {
+        arguments.insert(arguments.begin(), ProgramPath("tvsc"));
+        return RunAndRead({.command = std::move(arguments), .environment = std::move(environment)}, 90000);
+    }
+    static std::string List(const std::vector<std::string> &hosts) {
+        std::string list;
+        for (const std::string &host : hosts) {
+            list += (list.empty() ? "" : ",") + host;
+        }
+        return list;
+    }
+    static std::size_t RowOf(const std::string &table, const std::string &begin) { return table.find(begin); }
+};
+
+TEST_F(TvscHosts, services_of_all_machines_come_in_one_table) {
+    const Ended listed = Tvsc({"--host", List({other, good}), "list", "web-*"});
+    EXPECT_EQ(listed.status, 0) << listed.error;
+    EXPECT_THAT(listed.output,
+                AllOf(HasSubstr("HOST"), HasSubstr("10.77.0.11  web-1  stopped  demand"),
+                      HasSubstr("10.77.0.12  web-2  stopped  demand"), HasSubstr("2 services of 2 machines.\n")));
+    EXPECT_LT(RowOf(listed.output, other), RowOf(listed.output, good)) << "in the order in which they are named";
+    EXPECT_EQ(Tvsc({"list", "web-*"}, {"TVSC_HOST=" + List({other, good})}).output, listed.output);
+}
+
+TEST_F(TvscHosts, a_file_names_machines_and_a_command_acts_on_each) {
+    WriteFile(folder + "/hosts", "# ours\n" + std::string(good) + "\n\n  " + other + "  # the second\n" + good + "\n");
+    const Ended started = Tvsc({"--hosts", folder + "/hosts", "start", "zero"});
+    EXPECT_EQ(started.status, 0) << started.error;
+    EXPECT_EQ(started.output, "10.77.0.11  zero: running\n10.77.0.12  zero: running\n");
+    EXPECT_EQ(Tvsc({"--hosts=" + folder + "/hosts", "--parallel=1", "stop", "zero"}).status, 0);
+    EXPECT_EQ(Tvsc({"--hosts", folder + "/none", "list"}).status, 2);
+}
+
+TEST_F(TvscHosts, the_exit_status_is_the_highest_and_json_has_that_of_each) {
+    const Ended both = Tvsc({"--json", "--host", List({good, other}), "status", "web-1"});
+    EXPECT_EQ(both.status, 4) << "stopped on one, unknown on the other";
+    const Json json = Json::parse(both.output);
+    EXPECT_EQ(json.at("schema"), "tvsc.hosts/1");
+    EXPECT_EQ(json.at("exit_status"), 4);
+    ASSERT_EQ(json.at("hosts").size(), 2u);
+    EXPECT_EQ(json.at("hosts").at(0).at("host"), good);
+    EXPECT_EQ(json.at("hosts").at(0).at("exit_status"), 3);
+    EXPECT_EQ(json.at("hosts").at(0).at("document").at("services").at(0).at("name"), "web-1");
+    EXPECT_EQ(json.at("hosts").at(1).at("document").at("errors").at(0).at("win32"), 1060);
+}
+
+TEST_F(TvscHosts, a_dead_machine_and_one_that_hangs_keep_nobody_from_the_others) {
+    const std::string hanging = ProcessIn(NetworkOfMachine(2), "servd");
+    ASSERT_NE(hanging, "");
+    kill(std::stoi(hanging), SIGSTOP);
+    const std::int64_t begin = MonotonicMs();
+    const Ended listed = Tvsc({"--host", List({dead, other, good}), "--host-timeout", "4s", "list", "web-*"});
+    EXPECT_LT(MonotonicMs() - begin, 20000);
+    EXPECT_EQ(listed.status, 151);
+    EXPECT_THAT(listed.output,
+                AllOf(HasSubstr("10.77.0.11  web-1"), HasSubstr("10.77.0.12  -      took too long"),
+                      HasSubstr("10.77.0.13  -"), HasSubstr("1 service of 1 machine; 2 did not answer")));
+    EXPECT_THAT(listed.error, HasSubstr("tvsc: 10.77.0.12: no end within 4 s\n"));
+    const Json json = Json::parse(
+        Tvsc({"--json", "--host", List({good, other}), "--host-timeout", "2s", "is-active", "web-1"}).output);
+    EXPECT_EQ(json.at("hosts").at(0).at("timed_out"), false);
+    EXPECT_EQ(json.at("hosts").at(1).at("timed_out"), true);
+    EXPECT_EQ(json.at("hosts").at(1).at("exit_status"), 151);
+    kill(std::stoi(hanging), SIGCONT);
+    EXPECT_EQ(Tvsc({"--host", List({other, good}), "list"}).status, 0);
+    EXPECT_EQ(ChildrenOf(getpid(), "tvsc").size(), 0u) << "nothing is left running";
+}
+
+TEST_F(TvscHosts, a_watch_shows_changes_of_all_machines_as_they_come) {
+    const std::string seen = folder + "/seen";
+    const pid_t watch = StartProgram({.command = {ProgramPath("tvsc"), "--json", "--host", List({good, other}), "watch",
+                                                  "--interval", "100ms", "--initial"},
+                                      .outputFile = seen});
+    const auto sees = [&](const std::string &text) {
+        return WaitUntil([&] { return ReadWhatIsThere(seen).find(text) != std::string::npos; });
+    };
+    EXPECT_TRUE(sees("\"web-1\"") && sees("\"web-2\""));
+    EXPECT_EQ(Tvsc({"--host", other, "start", "web-2"}).status, 0);
+    EXPECT_TRUE(sees("\"to\":\"running\""));
+    kill(watch, SIGINT);
+    EXPECT_EQ(WEXITSTATUS(WaitForEnd(watch)), 130);
+    EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid(), "tvsc").empty(); })) << "they end with it";
+    EXPECT_THAT(ReadFile(seen), HasSubstr("\"host\":\"10.77.0.12\""));
+    EXPECT_EQ(Tvsc({"--host", other, "stop", "web-2"}).status, 0);
+}
+
+// An ssh of our own: it runs what it is given, here.
+TEST_F(TvscHosts, through_ssh_each_machine_runs_its_own_tvsc) {
+    std::filesystem::create_directory(folder + "/bin");
+    WriteFile(folder + "/bin/ssh",
+              "#!/bin/sh\n[ \"$1 $2 $3\" = '-o BatchMode=yes --' ] || exit 254\n"
+              "[ \"$4\" != broken ] || { echo 'no route' >&2; exit 255; }\n"
+              "echo \"$5\" >>" +
+                  folder + "/lines\nTVSC_HOST=$4 exec /bin/sh -c \"$5\"\n",
+              0755);
+    const std::vector<std::string> environment = {"PATH=" + folder + "/bin:" + ProgramPath("") + ":/usr/bin:/bin"};
+    const Ended listed =
+        Tvsc({"--ssh", "--host", std::string(good) + ",broken", "list", "--names-only", "web-1", "it's"}, environment);
+    EXPECT_EQ(listed.status, 255);
+    EXPECT_THAT(listed.output, AllOf(HasSubstr("10.77.0.11  web-1\n"), HasSubstr("broken      (exit status 255)\n")));
+    EXPECT_THAT(listed.error, HasSubstr("tvsc: broken: no route\n"));
+    EXPECT_EQ(ReadFile(folder + "/lines"), "tvsc list --names-only web-1 'it'\\''s'\n");
+    EXPECT_EQ(Tvsc({"--ssh", "--host", "-oProxyCommand=x,b", "list"}, environment).status, 2);
+    EXPECT_EQ(Tvsc({"--ssh", "list"}, environment).status, 2) << "no machine is named";
+}
+
+TEST_F(TvscHosts, what_looks_at_files_of_a_machine_is_refused_from_afar) {
+    for (const std::string command : {"leftovers", "prepare", "timeline"}) {
+        const Ended ended = Tvsc({"--host", List({good, other}), command});
+        EXPECT_EQ(ended.status, 2) << command;
+        EXPECT_THAT(ended.error, HasSubstr("--ssh"));
+    }
+    EXPECT_EQ(Tvsc({"--host", List({good, other}), "with-lock", "--", "/bin/true"}).status, 2);
+}
+
+} // namespace

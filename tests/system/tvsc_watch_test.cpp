@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: MIT
+// What tvsc shows of services over time: watch, timeline and the trace of calls; against both daemons.
+#include "tests/support/service_world.h"
+#include "tv/winreg.h"
+#include "tv/winsvc.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <csignal>
+#include <sstream>
+
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+using Json = nlohmann::json;
+
+struct TvscWatch : ServiceWorld {
+    const std::string seen = folder + "/" + name + ".seen";
+    const std::string said = folder + "/" + name + ".said";
+
+    pid_t Watch(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {ProgramPath("tvsc"), "watch", "--interval", "50ms"});
+        return StartProgram({.command = std::move(arguments), .outputFile = seen, .errorFile = said});
+    }
+    void WaitFor(const std::string &text) const {
+        EXPECT_TRUE(WaitUntil([&] { return ReadWhatIsThere(seen).find(text) != std::string::npos; }))
+            << text << " is not in\n"
+            << ReadWhatIsThere(seen);
+    }
+    static std::vector<Json> LinesOf(const std::string &text) {
+        std::vector<Json> lines;
+        std::istringstream stream(text);
+        for (std::string line; std::getline(stream, line);) {
+            lines.push_back(Json::parse(line));
+        }
+        return lines;
+    }
+    static std::size_t CountOf(const std::string &what, const std::string &text) {
+        std::size_t count = 0;
+        for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+            ++count;
+        }
+        return count;
+    }
+};
+
+// --- watch ---
+
+TEST_F(TvscWatch, a_pipe_gets_one_line_a_change) {
+    CreateSample(name);
+    const pid_t watch = Watch({name, "--initial"});
+    WaitFor(name + ": -> stopped\n");
+    (void)Do({"start", name});
+    WaitFor("running, process " + std::to_string(ProcessOf(name)) + "\n");
+    KillProcessOf(name);
+    WaitFor("is gone\n");
+    (void)Do({"reset", name});
+    WaitFor("is gone -> failed 1067\n");
+    (void)Do({"delete", name, "--wait"});
+    WaitFor(" -> not there any more\n");
+    kill(watch, SIGINT);
+    const int status = WaitForEnd(watch);
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_EQ(ReadFile(said), "") << "the end of a watch is no accident";
+    EXPECT_LE(CountOf("\n", ReadFile(seen)), 7u);
+}
+
+TEST_F(TvscWatch, events_are_lines_of_json) {
+    CreateSample(name);
+    const pid_t watch = Watch({"--json", name + "*"});
+    (void)WaitUntil([&] { return ReadWhatIsThere(said) != ""; }, 300); // its first look tells nothing
+    (void)Do({"start", name});
+    WaitFor("\"to\":\"running\"");
+    CreateSample(name + "-later");
+    WaitFor("\"event\":\"appeared\"");
+    kill(watch, SIGTERM);
+    (void)WaitForEnd(watch);
+    const std::vector<Json> events = LinesOf(ReadFile(seen));
+    ASSERT_GE(events.size(), 2u);
+    for (const Json &event : events) {
+        EXPECT_EQ(event.at("schema"), "tvsc.event/1");
+        EXPECT_THAT(std::string(event.at("time")), ContainsRegex("^20..-..-..T..:..:..\\....Z$"));
+    }
+    EXPECT_EQ(events.front().at("name"), name);
+    EXPECT_EQ(events.front().at("from"), "stopped");
+    EXPECT_EQ(events.back().at("name"), name + "-later");
+    EXPECT_EQ(events.back().at("from"), nullptr);
+}
+
+// A query would declare a service dead that has said nothing since its start.
+TEST_F(TvscWatch, a_look_is_enumerations_and_touches_no_service) {
+    CreateSample(name, "--silent");
+    (void)Tvsc({"start", name, "--no-wait"});
+    const Ended watched = Tvsc({"--trace", "watch", "--interval", "50ms", "--count", "4", name + "*"});
+    EXPECT_EQ(watched.status, 0);
+    EXPECT_EQ(CountOf("ENUM_STATUS_SERVICE(", watched.error), 8u) << "two classes, each asked once a look";
+    EXPECT_EQ(CountOf("CONTROL_SERVICE(", watched.error), CountOf("CONTROL_SERVICE(0, 0)", watched.error));
+    EXPECT_THAT(watched.error, Not(HasSubstr("QUERY_STATUS_SERVICE")));
+    EXPECT_THAT(watched.error, Not(HasSubstr("\"" + name + "\"")));
+    EXPECT_EQ(Json::parse(Do({"status", name, "--json"})).at("services").at(0).at("state"), "start_pending");
+    KillProcessOf(name);
+    (void)Do({"reset", name});
+}
+
+TEST_F(TvscWatch, a_daemon_that_does_not_answer_is_told_and_found_again) {
+    const pid_t watch = Watch({"--call-timeout", "300ms", "--json"});
+    SleepMs(300);
+    kill(serviceDaemon, SIGSTOP);
+    WaitFor("daemon_lost");
+    kill(serviceDaemon, SIGCONT);
+    WaitFor("daemon_answers");
+    kill(watch, SIGINT);
+    (void)WaitForEnd(watch);
+    EXPECT_EQ(CountOf("daemon_lost", ReadFile(seen)), 1u);
+}
+
+TEST_F(TvscWatch, a_watch_ends_with_its_reader) {
+    const std::string command = "'" + ProgramPath("tvsc") + "' watch --initial --interval 50ms | head -n 1";
+    const Ended ended = RunAndRead({.command = {"/bin/bash", "-c", "set -o pipefail; " + command}});
+    EXPECT_EQ(ended.status, 128 + SIGPIPE);
+    EXPECT_EQ(CountOf("\n", ended.output), 1u);
+}
+
+TEST_F(TvscWatch, a_name_that_means_nothing_is_not_watched) {
+    EXPECT_EQ(Tvsc({"watch", "no-such-service"}).status, 5);
+    EXPECT_EQ(Tvsc({"watch", "no-such-*", "--count", "1"}).status, 0) << "one may come";
+    EXPECT_EQ(Tvsc({"watch", "--interval", "1ms"}).status, 2);
+}
+
+// --- the trace ---
+
+TEST_F(TvscWatch, a_trace_tells_calls_arguments_codes_and_times) {
+    CreateSample(name);
+    const Ended traced = Tvsc({"--trace", "start", name, "--", "one", "two"});
+    EXPECT_THAT(traced.error, AllOf(ContainsRegex("tvsc: dial\\(\"localhost\"\\) = answered  [0-9]+\\.[0-9]{3} ms\n"),
+                                    HasSubstr("OPEN_SERVICE(\"" + name + "\", "),
+                                    ContainsRegex("START_SERVICE\\([0-9]+, \\[\"one\", \"two\"\\], 2\\) = 0  ")));
+    EXPECT_THAT(
+        Tvsc({"--trace", "name", "a \"\x1B[31m\" name"}).error,
+        AllOf(HasSubstr("GET_DISPLAY_SERVICE(\"a \\\"\\x1b[31m\\\" name\") = 1060 ERROR_SERVICE_DOES_NOT_EXIST"),
+              Not(HasSubstr("\x1B"))));
+    EXPECT_THAT(Tvsc({"--trace", "--host", "127.0.0.9:", "ping"}).error, HasSubstr("= no answer: 1722"));
+    EXPECT_EQ(Tvsc({"status", name}).error, "");
+}
+
+// --- the timeline ---
+
+// Last: the daemon is started anew.
+struct TvscZTimeline : TvscWatch {
+    static Json StepOf(const Json &timeline, const std::string &service) {
+        for (const Json &step : timeline.at("services")) {
+            if (step.at("name") == service) return step;
+        }
+        return nullptr;
+    }
+    static void RestartDaemon() {
+        StopDaemon(serviceDaemon);
+        (void)Tvsc({"leftovers", "--end"});
+        serviceDaemon = StartServiceDaemon();
+    }
+};
+
+TEST_F(TvscZTimeline, it_tells_each_automatic_start_in_its_turn) {
+    const std::string slow = "slow", odd = "odd <&\">", lost = "lost", hand = "by hand";
+    CreateSample(slow, "--start-ms 400", {"--start", "auto"});
+    CreateSample(odd, "", {"--start", "auto", "--depends", slow});
+    CreateSample(hand);
+    WriteService(lost, SERVICE_AUTO_START, folder + "/" + slow + ".csh",
+                 {{"DependOnService", REG_SZ, Sz("no-such-user")}});
+    RestartDaemon();
+    (void)Do({"start", hand});
+    const auto runs = [&](const std::string &service) {
+        return StepOf(Json::parse(Do({"timeline", "--json"})), service).at("running_after_ms") != nullptr;
+    };
+    EXPECT_TRUE(WaitUntil([&] { return runs(slow) && runs(odd); }));
+
+    const Json timeline = Json::parse(Do({"timeline", "--json"}));
+    EXPECT_EQ(timeline.at("schema"), "tvsc.timeline/1");
+    EXPECT_EQ(timeline.at("daemon").at("pid"), serviceDaemon);
+    const Json first = StepOf(timeline, slow), second = StepOf(timeline, odd);
+    EXPECT_EQ(first.at("pid"), ProcessOf(slow));
+    EXPECT_LT(int(first.at("position")), int(second.at("position")));
+    EXPECT_GE(int(first.at("launched_after_ms")), 0);
+    EXPECT_LE(int(first.at("launched_after_ms")), int(first.at("asked_after_ms")) + 10) << "forks are told in ticks";
+    EXPECT_GE(int(first.at("running_after_ms")), int(first.at("asked_after_ms")) + 400);
+    EXPECT_LE(int(first.at("launched_after_ms")), int(second.at("launched_after_ms")));
+    EXPECT_GT(int(timeline.at("daemon").at("answered_after_ms")), 0);
+    EXPECT_EQ(StepOf(timeline, lost).at("recorded"), false);
+    EXPECT_EQ(StepOf(timeline, hand), nullptr);
+
+    const std::string text =
+        RunAndRead({.command = {ProgramPath("tvsc"), "timeline"}, .environment = {"LC_ALL=C"}}).output;
+    EXPECT_THAT(text, AllOf(HasSubstr("servd, process " + std::to_string(serviceDaemon) + ", started 20"),
+                            HasSubstr("it answered after 0."), ContainsRegex("1  slow  .* s +-+#####"),
+                            HasSubstr("no record: its process was not started")));
+    const std::string svg = Do({"timeline", "--svg"});
+    EXPECT_THAT(svg, AllOf(HasSubstr("<svg xmlns"), HasSubstr("&lt;&amp;&quot;"), HasSubstr("no record of a start")));
+    WriteFile(folder + "/timeline.svg", svg);
+    const std::string parser = "! command -v xmllint || exec xmllint --noout '" + folder + "/timeline.svg'";
+    EXPECT_EQ(RunAndRead({.command = {"/bin/sh", "-c", parser}}).status, 0);
+
+    // What came after the daemon had begun to answer does not count for its start.
+    (void)Do({"restart", odd});
+    const Json again = StepOf(Json::parse(Do({"timeline", "--json"})), odd);
+    EXPECT_EQ(again.at("started_again"), true);
+    EXPECT_EQ(again.at("pid"), second.at("pid"));
+    EXPECT_EQ(again.at("running_after_ms"), second.at("running_after_ms"));
+    EXPECT_THAT(Do({"timeline"}), HasSubstr("started again"));
+    DeleteKey(servicesKey + "\\" + lost);
+}
+
+TEST_F(TvscZTimeline, an_automatic_start_that_leaves_nothing_is_no_timeline) {
+    RestartDaemon();
+    for (const std::string &service : ReadSubKeys(servicesKey)) {
+        (void)Do({"config", service, "--start", "demand"});
+    }
+    const Ended ended = Tvsc({"timeline"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, HasSubstr("has left a record"));
+    EXPECT_EQ(Tvsc({"--host", "127.0.0.1,localhost", "timeline"}).status, 2);
+}
+
+} // namespace

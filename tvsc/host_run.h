@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// host_run: the process that works on one machine's behalf, and what it writes.
+#pragma once
+
+#include "tvsc/exit_status.h"
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct HostRun {
+    std::string host;
+    std::vector<std::string> command; // the program's path or name, and its arguments
+    int exitStatus = EXIT_DONE;
+    bool timedOut = false;
+    std::string output; // all of it; of a live run what is left of a line
+    std::string error;
+
+    pid_t process = 0;
+    int outputEnd = -1; // -1 once nothing comes any more
+    int errorEnd = -1;
+    std::chrono::steady_clock::time_point limit = {};
+};
+
+struct HostRunRules {
+    unsigned parallel = 1;
+    double timeoutSec = 0; // of each run; 0: none
+    // Takes each line as it comes; what is written is not kept then. Nothing: it is kept.
+    std::function<void(const HostRun &run, const std::string &line)> takeLine = {};
+};
+
+// Runs them all, at most so many at a time, and waits for their end. An end of this program ends them, too.
+void RunSideBySide(std::vector<HostRun> *runs, const HostRunRules &rules);
