@@ -10,9 +10,11 @@
 #include "registry/key.h"
 #include "registry/value_data.h"
 #include "servd/service_keys.h"
+#include "tv/winsvc.h"
 #include "tvsc/boot_plan.h"
 #include "tvsc/boot_words.h"
 #include "util/json_text.h"
+#include "util/little_endian.h"
 #include "util/printable.h"
 
 #include <fmt/format.h>
@@ -22,6 +24,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 
 namespace {
 
@@ -55,17 +58,30 @@ std::string WhyNoLauncher(const std::string &image) {
     return "";
 }
 
-// The Unix user of a service; empty for none.
-std::string AccountOf(const std::string &service) {
+// A value of a service's key; nothing where there is none.
+std::optional<std::string> ValueOf(const std::string &service, const char *name) {
     const KeyPath key = {.root = HKEY_LOCAL_MACHINE, .path = fmt::format("{}\\{}", servicesKeyPath, service)};
     HKEY opened = OpenKey(key);
     const KeyGuard closed(&opened);
     DWORD type = 0;
-    std::string account;
-    const LONG code = ReadValueData(opened, accountValue, &type, &account);
-    if (code == ERROR_FILE_NOT_FOUND) return "";
+    std::string data;
+    const LONG code = ReadValueData(opened, name, &type, &data);
+    if (code == ERROR_FILE_NOT_FOUND) return std::nullopt;
     Check(code, KeyPathText(key));
-    return account.c_str();
+    return data;
+}
+
+// The Unix user of a service; empty for none.
+std::string AccountOf(const std::string &service) { return ValueOf(service, accountValue).value_or("").c_str(); }
+
+bool IsTagMissing(const std::string &service) { return !ValueOf(service, tagValue); }
+
+// Whether a group's order, as the registry has it, names the tag.
+bool HoldsTag(const std::string &order, DWORD tag) {
+    for (std::size_t at = dwordBytes; at + dwordBytes <= order.size(); at += dwordBytes) {
+        if (DwordAt(order.data() + at) == tag) return true;
+    }
+    return false;
 }
 
 void LookAtPrograms(const BootDatabase &database, std::vector<Finding> *findings) {
@@ -82,6 +98,44 @@ void LookAtPrograms(const BootDatabase &database, std::vector<Finding> *findings
     }
 }
 
+// What is told of the boot, and what would be told if all services were started then: one that is started later walks
+// over its dependencies likewise. Of those that are disabled, what keeps them from starting surprises nobody.
+std::vector<BootRemark> RemarksOf(const BootDatabase &database) {
+    std::vector<BootRemark> remarks = PlanBoot(database).remarks;
+    BootDatabase all = database;
+    for (BootService &service : all.services) {
+        service.start = SERVICE_AUTO_START;
+    }
+    for (BootRemark &remark : PlanBoot(all).remarks) {
+        const bool isDisabled = database.services[remark.service].start == SERVICE_DISABLED;
+        const bool isTold = std::find(remarks.begin(), remarks.end(), remark) != remarks.end();
+        if (remark.kind != BootRemarkKind::groupOrder && !isDisabled && !isTold) remarks.push_back(std::move(remark));
+    }
+    return remarks;
+}
+
+// A service without a tag has that of the one loaded before it, and its group may be sorted by that.
+void LookAtTags(const BootDatabase &database, std::vector<Finding> *findings) {
+    const KeyPath orderKey = {.root = HKEY_LOCAL_MACHINE, .path = tagOrderKeyPath};
+    if (!KeyExists(orderKey)) return;
+    HKEY order = OpenKey(orderKey);
+    const KeyGuard closed(&order);
+    for (const BootGroup &group : database.groups) {
+        DWORD type = 0;
+        std::string tags; // a count, and behind it the tags
+        if (group.members.size() < 2) continue;
+        if (ReadValueData(order, group.name.c_str(), &type, &tags) != ERROR_SUCCESS) continue;
+        for (const std::size_t member : group.members) {
+            const BootService &service = database.services[member];
+            if (!HoldsTag(tags, service.tag) || !IsTagMissing(service.name)) continue;
+            findings->push_back({false, service.name,
+                                 fmt::format("has no Tag and takes that of the service loaded before it, {}, by which "
+                                             "its group {} is sorted",
+                                             service.tag, group.name)});
+        }
+    }
+}
+
 std::vector<Finding> FindAll(const Options &options) {
     std::vector<Finding> findings;
     BootDatabase database;
@@ -91,9 +145,10 @@ std::vector<Finding> FindAll(const Options &options) {
         if (fault.code == ERROR_REGISTRY_IO_FAILED) Check(ERROR_REGISTRY_IO_FAILED, "registry daemon");
         findings.push_back({true, fault.key, FaultText(fault)});
     }
-    for (const BootRemark &remark : PlanBoot(database).remarks) {
+    for (const BootRemark &remark : RemarksOf(database)) {
         findings.push_back({false, database.services[remark.service].name, RemarkText(remark)});
     }
+    LookAtTags(database, &findings);
     for (const std::string &name : database.deleted) {
         findings.push_back({false, name, "marked for deletion; the daemon deletes it as it starts"});
     }

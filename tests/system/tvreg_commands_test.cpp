@@ -348,6 +348,32 @@ TEST_F(TvregCommands, lint_tells_everything_that_would_keep_services_from_loadin
     const Ended warned = Run({"lint"});
     EXPECT_EQ(warned.status, 0);
     EXPECT_THAT(warned.output, AllOf(HasSubstr("WARN ring"), HasSubstr("depends on itself"), Not(HasSubstr("FAIL"))));
+    DeleteKey(servicesKey + "\\ring1");
+    DeleteKey(servicesKey + "\\ring2");
+    // Of services that are started later, but not of disabled ones.
+    WriteService("later1", 3, script, {{"DependOnGroup", REG_MULTI_SZ, MultiSz({"later2"})}});
+    WriteService("later2", 3, script, {{"DependOnGroup", REG_MULTI_SZ, MultiSz({"later1"})}});
+    WriteService("asks", 3, script, {{"DependOnGroup", REG_MULTI_SZ, MultiSz({"none", "+nowhere"})}});
+    WriteService("off", 4, script, {{"DependOnGroup", REG_MULTI_SZ, MultiSz({"none"})}});
+    WriteService("image", 3, "");
+    DeleteValue(servicesKey + "\\image", "ImagePath");
+    const std::string later = Do({"lint"});
+    for (const char *line : {"WARN later1: depends on itself (later1 > later2 > later1)",
+                             "WARN asks: depends on none, which does not exist",
+                             "WARN asks: depends on group nowhere, which is empty", "WARN image: has no image path"}) {
+        EXPECT_THAT(later, HasSubstr(line));
+    }
+    EXPECT_THAT(later, Not(HasSubstr("off")));
+    // The third takes the tag of the second, which comes first in the group.
+    WriteService("tag1", 3, script, {{"Group", REG_SZ, Sz("sorted")}, {"Tag", REG_DWORD, Dword(1)}});
+    WriteService("tag2", 3, script, {{"Group", REG_SZ, Sz("sorted")}, {"Tag", REG_DWORD, Dword(2)}});
+    WriteService("tag3", 3, script, {{"Group", REG_SZ, Sz("sorted")}});
+    EXPECT_THAT(Do({"lint"}), Not(HasSubstr("Tag")));
+    WriteKey(groupTagsKey, {{"sorted", REG_BINARY, Dword(2) + Dword(2) + Dword(1)}});
+    const std::string tagged = Do({"lint"});
+    EXPECT_THAT(tagged, HasSubstr("WARN tag3: has no Tag and takes that of the service loaded before it, 2, by which "
+                                  "its group sorted is sorted\n"));
+    EXPECT_THAT(tagged, Not(HasSubstr("WARN tag2")));
     WriteKey(servicesKey + "\\bare", {});
     WriteService("wide", 3, script, {{"Tag", REG_BINARY, "12345"}});
     WriteService("elf", 3, program);
@@ -366,6 +392,7 @@ TEST_F(TvregCommands, lint_tells_everything_that_would_keep_services_from_loadin
     EXPECT_EQ(told["schema"], "tvreg.lint/1");
     EXPECT_EQ(told["findings"][0]["level"], "fail");
     DeleteKey(servicesKey);
+    DeleteKey(groupTagsKey);
 }
 
 TEST_F(TvregCommands, what_may_have_been_meant_is_told) {
