@@ -27,20 +27,19 @@ int Done(const Options &options, const char *what, const KeyPath &key, std::size
 } // namespace
 
 int Add(const Options &options) {
-    const auto type = ParseType(options.type);
-    if (!type) throw Failure(EXIT_USAGE, fmt::format("{}: not a type of a value", options.type));
+    const std::uint32_t type = TypeNamed(options.type);
     RegKey key{KeyOf(options), false, {}, 0};
     if (WantsOneValue(options) || !options.data.empty()) {
         std::vector<std::string> words = options.data;
         if (words.size() == 1 && words.front() == "-") words.front() = ReadFile("-");
-        const auto data = ParseData(*type, words, options.separator);
+        const auto data = ParseData(type, words, options.separator);
         if (!data) {
             throw Failure(EXIT_USAGE,
-                          fmt::format("\"{}\": not data of the type {}", fmt::join(words, "\" \""), TypeText(*type)));
+                          fmt::format("\"{}\": not data of the type {}", fmt::join(words, "\" \""), TypeText(type)));
         }
         RegValue value;
         value.name = options.valueName;
-        value.type = *type;
+        value.type = type;
         value.data = *data;
         key.values.push_back(std::move(value));
     }

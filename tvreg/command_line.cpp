@@ -336,7 +336,8 @@ int Complete(const Options &options) {
     SetUpProgram(app, nullptr, &unused);
     const std::string script = CompletionScript(options.name, app);
     if (script.empty()) {
-        throw Failure(EXIT_USAGE, fmt::format("{}: not one of bash, zsh and fish", options.name));
+        throw Failure(EXIT_USAGE, fmt::format("{}: not one of bash, zsh and fish", options.name), 0,
+                      SimilarNames(options.name, {"bash", "zsh", "fish"}));
     }
     Print(script);
     return 0;

@@ -52,5 +52,6 @@ struct Options {
 
 // The key that an argument names. Throws a Failure of EXIT_USAGE.
 KeyPath KeyNamed(const std::string &text);
+std::uint32_t TypeNamed(const std::string &text); // likewise
 inline KeyPath KeyOf(const Options &options) { return KeyNamed(options.key); }
 inline bool WantsOneValue(const Options &options) { return !options.valueName.empty() || options.unnamed; }

@@ -61,9 +61,7 @@ Search SearchOf(const Options &options) {
         search.inData = options.inData;
     }
     for (const std::string &text : options.types) {
-        const auto type = ParseType(text);
-        if (!type) throw Failure(EXIT_USAGE, fmt::format("{}: not a type of a value", text));
-        search.types.push_back(*type);
+        search.types.push_back(TypeNamed(text));
     }
     return search;
 }

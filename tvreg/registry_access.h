@@ -11,10 +11,11 @@
 
 // A call that the registry refused, or an argument that cannot be right.
 struct Failure : std::runtime_error {
-    Failure(int exitStatus, const std::string &text, std::uint32_t win32 = 0)
-        : std::runtime_error(text), status(exitStatus), code(win32) {}
-    int status;         // what to exit with
-    std::uint32_t code; // the registry's; 0 where it was not asked
+    Failure(int exitStatus, const std::string &text, std::uint32_t win32 = 0, std::vector<std::string> similar = {})
+        : std::runtime_error(text), status(exitStatus), code(win32), meant(std::move(similar)) {}
+    int status;                     // what to exit with
+    std::uint32_t code;             // the registry's; 0 where it was not asked
+    std::vector<std::string> meant; // in the place of a word that means nothing; for a key or value found later
 };
 
 // Exit statuses.

@@ -9,6 +9,7 @@
 #include "tvreg/registry_writing.h"
 #include "util/json_text.h"
 #include "util/printable.h"
+#include "util/similar_names.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -37,9 +38,20 @@ std::string FileOf(const std::string &name) {
     return Folder() / (name + std::string(suffix));
 }
 
+std::vector<std::string> NamesOfAll() {
+    std::vector<std::string> names;
+    std::error_code missing;
+    for (const auto &file : std::filesystem::directory_iterator(Folder(), missing)) {
+        if (file.path().extension() == suffix) names.push_back(file.path().stem());
+    }
+    return names;
+}
+
 KeyTree ReadSnapshot(const std::string &name) {
     const std::string file = FileOf(name);
-    if (!std::filesystem::exists(file)) throw Failure(EXIT_NOT_FOUND, fmt::format("{}: no such snapshot", name));
+    if (!std::filesystem::exists(file)) {
+        throw Failure(EXIT_NOT_FOUND, fmt::format("{}: no such snapshot", name), 0, SimilarNames(name, NamesOfAll()));
+    }
     KeyTree tree = {{}, KeysOfFile(file)};
     if (tree.keys.empty()) throw Failure(EXIT_BAD_TEXT, fmt::format("{}: holds no key", file));
     tree.top = tree.keys.front().key;
@@ -73,11 +85,8 @@ std::string TimeOf(const std::filesystem::path &file) {
 
 std::vector<Entry> ReadEntries() {
     std::vector<Entry> entries;
-    std::error_code missing;
-    for (const auto &file : std::filesystem::directory_iterator(Folder(), missing)) {
-        if (file.path().extension() != suffix) continue;
-        const std::string name = file.path().stem();
-        entries.push_back({name, TimeOf(file.path()), KeyPathText(ReadSnapshot(name).top)});
+    for (const std::string &name : NamesOfAll()) {
+        entries.push_back({name, TimeOf(FileOf(name)), KeyPathText(ReadSnapshot(name).top)});
     }
     std::sort(entries.begin(), entries.end(),
               [](const Entry &a, const Entry &b) { return std::tie(a.taken, a.name) < std::tie(b.taken, b.name); });

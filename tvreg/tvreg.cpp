@@ -79,10 +79,10 @@ void TellFailure(const Options &options, const Failure &failure) {
     const std::string text = failure.what();
     if (text.empty()) return; // has been told
     Tell(text);
-    const std::vector<std::string> similar = Suggestions(options, failure);
+    const std::vector<std::string> similar = !failure.meant.empty() ? failure.meant : Suggestions(options, failure);
     if (!similar.empty()) Tell(fmt::format("did you mean {}?", fmt::join(similar, ", ")));
     if (!options.json) return;
-    Json object = {{"schema", "tvreg.error/1"}};
+    Json object = {{"schema", errorSchema}};
     SetText(object, "message", text);
     if (failure.code != 0) {
         object["win32"] = failure.code;

@@ -6,6 +6,7 @@
 #include "util/ktl_strings.h"
 #include "util/little_endian.h"
 #include "util/printable.h"
+#include "util/similar_names.h"
 #include "util/string_list.h"
 
 #include <fmt/format.h>
@@ -107,6 +108,10 @@ std::optional<std::uint32_t> ParseType(const std::string &text) {
     if (_ktl_strcasecmp(text.c_str(), "multi") == 0) return REG_MULTI_SZ;
     if (_ktl_strcasecmp(text.c_str(), "expand") == 0) return REG_EXPAND_SZ;
     return ParseNumber(text);
+}
+
+std::vector<std::string> SimilarTypes(const std::string &text) {
+    return SimilarNames(text, {std::begin(types), std::end(types)});
 }
 
 std::string DataText(const RegValue &value, std::string_view separator) {

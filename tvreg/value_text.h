@@ -16,6 +16,9 @@ std::string TypeText(std::uint32_t type);
 // Reads "REG_DWORD" or "dword", in any letter case, or a number.
 std::optional<std::uint32_t> ParseType(const std::string &text);
 
+// The names of types that a text which is none may have been meant as.
+std::vector<std::string> SimilarTypes(const std::string &text);
+
 // Data as one line: strings as they are, the strings of a REG_MULTI_SZ with \0 between them, numbers as 0x..., the rest
 // as hexadecimal digits. Printable; a \0 that stands in a string itself has its backslash as \x5c.
 //   separator  what stands between strings instead of \0

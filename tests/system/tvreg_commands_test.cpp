@@ -403,6 +403,10 @@ TEST_F(TvregCommands, what_may_have_been_meant_is_told) {
     EXPECT_THAT(Run({"query", key + "\\Servcie\\x"}).error,
                 HasSubstr("tvreg: did you mean " + longKey + "\\Service?\n"));
     EXPECT_THAT(Run({"get", key + "\\Service", "Dsiplay"}).error, HasSubstr("tvreg: did you mean Display?\n"));
+    EXPECT_THAT(Run({"query", key, "-t", "REG_DWRD"}).error, HasSubstr("tvreg: did you mean REG_DWORD"));
+    EXPECT_THAT(Run({"completion", "bsah"}).error, HasSubstr("tvreg: did you mean bash?\n"));
+    EXPECT_THAT(Shell("\"$TVREG\" snapshot take \"$KEY\" before; \"$TVREG\" snapshot diff befroe").error,
+                HasSubstr("tvreg: did you mean before?\n"));
     const Json told = Json::parse(Run({"get", key + "\\Service", "Dsiplay", "--json"}).output);
     EXPECT_EQ(told["schema"], "tvreg.error/1");
     EXPECT_EQ(told["win32"], 2);
