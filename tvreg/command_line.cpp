@@ -294,6 +294,36 @@ void SetUpProgram(CLI::App &app, const Command *only, Invocation *invocation) {
 constexpr char about[] = "Shows and changes the registry through the registry daemon of this machine, or of the one "
                          "that TARVO_REGISTRY_HOST or --host names.";
 
+// The words in front of the command: options of all commands may stand there, too. Takes them out.
+std::vector<std::string> TakeOptionsAhead(std::vector<std::string> *words) {
+    std::size_t count = 0;
+    while (count < words->size()) {
+        const std::string &word = (*words)[count];
+        if (word == "--json" || word.starts_with("--host=") || word.starts_with("--timeout=")) {
+            ++count;
+        } else if (word == "--host" || word == "--timeout") {
+            count += 2;
+        } else {
+            break;
+        }
+    }
+    if (count >= words->size()) return {}; // no command at all
+    const auto end = words->begin() + static_cast<std::ptrdiff_t>(count);
+    std::vector<std::string> ahead(words->begin(), end);
+    words->erase(words->begin(), end);
+    return ahead;
+}
+
+// A command's words as the parser takes them: all options behind it, or behind the command below it.
+std::vector<std::string> ArgumentsOf(const Command &command, const std::vector<std::string> &words,
+                                     const std::vector<std::string> &ahead) {
+    std::vector<std::string> arguments = OurSpellings(command.name, {words.begin() + 1, words.end()});
+    const bool isBelow = command.run == nullptr && !arguments.empty() && !arguments.front().starts_with('-');
+    arguments.insert(arguments.begin() + (isBelow ? 1 : 0), ahead.begin(), ahead.end());
+    arguments.insert(arguments.begin(), words.front());
+    return arguments;
+}
+
 std::vector<std::string> CommandNames() {
     std::vector<std::string> names;
     for (const Command &command : commands) {
@@ -346,14 +376,12 @@ int Complete(const Options &options) {
 } // namespace
 
 void ReadCommandLine(int argc, const char *const *argv, Invocation *invocation) {
-    const std::vector<std::string> words(argv + 1, argv + argc);
+    std::vector<std::string> words(argv + 1, argv + argc);
+    const std::vector<std::string> ahead = TakeOptionsAhead(&words);
     const Command *command = words.empty() ? nullptr : FindCommand(words.front());
     CLI::App app(about, "tvreg");
     SetUpProgram(app, command, invocation);
-    std::vector<std::string> arguments;
-    if (command != nullptr) arguments = OurSpellings(command->name, {words.begin() + 1, words.end()});
-    arguments.insert(arguments.begin(), words.begin(), words.begin() + (words.empty() ? 0 : 1));
-    if (command == nullptr && words.size() > 1) arguments.insert(arguments.end(), words.begin() + 1, words.end());
+    std::vector<std::string> arguments = command != nullptr ? ArgumentsOf(*command, words, ahead) : words;
     std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
     try {
         app.parse(std::move(arguments));

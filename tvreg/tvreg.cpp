@@ -17,9 +17,14 @@
 
 namespace {
 
+constexpr char errorSchema[] = "tvreg.error/1";
+
+constexpr std::string_view timeIsOver = "the time that --timeout gives is over";
+std::string timeoutLine, timeoutJson; // for the signal handler, which cannot make them; empty: not wanted
+
 void EndByTimeout(int /*signal*/) {
-    constexpr char message[] = "tvreg: the time that --timeout gives is over\n";
-    (void)!write(STDERR_FILENO, message, sizeof message - 1);
+    (void)!write(STDERR_FILENO, timeoutLine.data(), timeoutLine.size());
+    (void)!write(STDOUT_FILENO, timeoutJson.data(), timeoutJson.size());
     _exit(EXIT_TIMED_OUT);
 }
 
@@ -28,6 +33,8 @@ void EndWatch(int /*signal*/) { _exit(0); }
 void StartTimer(const Invocation &invocation) {
     const double seconds = invocation.options.timeoutSec;
     if (seconds <= 0) return;
+    timeoutLine = fmt::format("tvreg: {}\n", timeIsOver);
+    if (invocation.options.json) timeoutJson = JsonText({{"schema", errorSchema}, {"message", timeIsOver}}) + "\n";
     (void)std::signal(SIGALRM, invocation.run == Watch ? EndWatch : EndByTimeout); // watching ends no other way
     itimerval timer = {};
     timer.it_value.tv_sec = static_cast<time_t>(seconds);

@@ -248,6 +248,21 @@ TEST_F(TvregCommands, timeout_ends_what_takes_longer) {
         Shell("(exec 3<>/dev/tcp/127.0.0.1/111; sleep 5) & sleep 9 | \"$TVREG\" import - --timeout 0.3");
     EXPECT_EQ(ended.status, 151);
     EXPECT_EQ(ended.error, "tvreg: the time that --timeout gives is over\n");
+    const Json told = Json::parse(Shell("sleep 5 | \"$TVREG\" import - --timeout 0.1 --json").output);
+    EXPECT_EQ(told["schema"], "tvreg.error/1");
+    EXPECT_EQ(told["message"], "the time that --timeout gives is over");
+}
+
+TEST_F(TvregCommands, options_of_all_commands_stand_in_front_of_them_too) {
+    WriteKey(name, {{"v", REG_SZ, Sz("x")}});
+    const std::string behind = Do({"query", key, "--json"});
+    EXPECT_EQ(Do({"--json", "query", key}), behind);
+    EXPECT_EQ(Do({"--host", "localhost", "--timeout=20", "--json", "query", key}), behind);
+    EXPECT_EQ(Do({"--timeout", "20", "query", key, "/v", "v"}), Do({"query", key, "/v", "v"}));
+    EXPECT_EQ(Json::parse(Do({"--json", "snapshot", "list"}))["schema"], "tvreg.snapshots/1");
+    EXPECT_EQ(Run({"--json", "querry", key}).error, "tvreg: querry: no such command; did you mean query?\n");
+    EXPECT_EQ(Run({"--json"}).status, 2);
+    EXPECT_EQ(Run({"--host"}).status, 2);
 }
 
 TEST_F(TvregCommands, watch_shows_changes_as_they_come) {
