@@ -12,6 +12,7 @@ load win32_package
 setup_file() {
     export standIns=$BATS_TEST_DIRNAME/win32_corpus
     export archive=$BATS_FILE_TMPDIR/archive
+    export services='HKLM\SYSTEM\CurrentControlSet\Services'
     installPackage
     openArchive || echo "# the source archive cannot be reached: no service code of others was tested" >&3
 }
@@ -138,4 +139,38 @@ image() { # FILE COMMAND
         'tvsc show tinc.vpn' 'tincd -k' 'tvsc status tinc.vpn'
     sawInOrder 'tinc.vpn service installed' 'tinc.vpn service started' 'tinc.vpn: running' 'tinc.vpn service stopped' \
         'tinc.vpn service removed' '$ tvsc status*' 'status 4'
+}
+
+@test "PgBouncer registers itself with a description, runs in its main, stops and unregisters itself" {
+    fetch pgbouncer '*/win32/win32support.[ch]'
+    includes=-Isource/win32 compile pgbouncer pgbouncer source/win32/win32support.c "$standIns/pgbouncer/main.c"
+    echo 'job_name = pool' >'a b.ini'
+    withDaemons 'pgbouncer --regservice "a b.ini"' 'tvsc show pool' "tvreg query '$services\\pool' -v Description" \
+        'tvsc start pool' 'tvsc interrogate pool' 'tvsc stop pool' 'pgbouncer --unregservice "a b.ini"' \
+        'tvsc status pool' 'pgbouncer --service "a b.ini"'
+    sawInOrder 'Service registered.' "*/pgbouncer --service \"$PWD/a b.ini\"" \
+        '*Lightweight connection pooler for PostgreSQL.' 'pool: running' '$ tvsc interrogate*' 'pool: *running*' \
+        'pool: stopped' 'Service removed.' '$ tvsc status pool' 'status 4' \
+        'could not start service control dispatcher: *' 'status 1'
+}
+
+@test "Zabbix' agent, in UTF-16, installs itself with its event source, starts, stops and uninstalls itself" {
+    fetch zabbix '*/zbxwin32/service.c' '*/include/service.h'
+    includes='-Isource/include -D_WINDOWS -DUNICODE -D_UNICODE' compile zabbix zabbix_agentd.exe \
+        source/src/libs/zbxwin32/service.c "$standIns/zabbix/main.c"
+    touch 'a b.conf'
+    withDaemons '$PWD/zabbix_agentd.exe --install --config "a b.conf"' 'tvsc show "Zabbix Agent"' \
+        "tvreg query '$services\\Zabbix Agent' -v Description" \
+        "tvreg query '$services\\EventLog\\System\\Zabbix Agent'" 'zabbix_agentd.exe --start' \
+        'tvsc wait "Zabbix Agent" --for=running' 'zabbix_agentd.exe --stop' \
+        'tvsc wait "Zabbix Agent" --for=stopped' 'zabbix_agentd.exe --uninstall' 'tvsc status "Zabbix Agent"' \
+        zabbix_agentd.exe
+    sawInOrder 'service [[]Zabbix Agent[]] installed successfully' \
+        'event source [[]Zabbix Agent[]] installed successfully' \
+        "*zabbix_agentd.exe*--config*$PWD/a b.conf*" '*Provides system monitoring' "*EventMessageFile*$PWD*" \
+        'service [[]Zabbix Agent[]] started successfully' 'Zabbix Agent: running' \
+        'service [[]Zabbix Agent[]] stopped successfully' 'Zabbix Agent: stopped' \
+        'service [[]Zabbix Agent[]] uninstalled successfully' \
+        'event source [[]Zabbix Agent[]] uninstalled successfully' '$ tvsc status*' 'status 4' \
+        'use foreground option to run Zabbix agent as console application'
 }
