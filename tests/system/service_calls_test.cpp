@@ -205,8 +205,17 @@ TYPED_TEST(ServiceCalls, names_are_translated_into_room_counted_in_characters) {
     }
     typename TypeParam::Char keyName[100];
     DWORD room = 100;
-    EXPECT_TRUE(TypeParam::KeyName(this->manager, display.c_str(), keyName, &room)) << GetLastError();
-    EXPECT_EQ(Plain(keyName), this->name);
+    for (const DWORD more : {0u, 1u, 2u}) {
+        std::fill(std::begin(keyName), std::end(keyName), typename TypeParam::Char{'#'});
+        room = static_cast<DWORD>(this->name.size()) + more;
+        EXPECT_EQ(TypeParam::KeyName(this->manager, display.c_str(), keyName, &room), more > 0 ? TRUE : FALSE);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER}) << "the first one's, left alone by the others";
+        EXPECT_EQ(room, this->name.size());
+        EXPECT_EQ(keyName[this->name.size() + 1], '#');
+        if (more > 0) {
+            EXPECT_EQ(Plain(keyName), this->name);
+        }
+    }
     room = 100;
     this->ExpectCode(TypeParam::KeyName(this->manager, this->Text("nobody's").c_str(), keyName, &room),
                      ERROR_SERVICE_DOES_NOT_EXIST);
@@ -280,6 +289,119 @@ TYPED_TEST(ServiceCalls, dependents_are_listed) {
     }
     EXPECT_THAT(names, Contains(this->name));
     (void)CloseServiceHandle(zero);
+}
+
+// A list that did not fit tells the room for the rest of it, and has what did fit.
+TYPED_TEST(ServiceCalls, lists_fill_their_room_to_the_byte) {
+    this->Create("", {"--depends", "zero"});
+    const SC_HANDLE zero = TypeParam::Open(this->manager, this->Text("zero").c_str(), SERVICE_ALL_ACCESS);
+    using Status = typename TypeParam::Status;
+    DWORD returned = 0;
+    DWORD fitted = 0; // of those that did not all fit
+    const auto note = [&](BOOL done, DWORD room, LPDWORD needed) {
+        if (done) {
+            EXPECT_EQ(*needed, 0u);
+            *needed = room;
+        } else {
+            EXPECT_GT(*needed, 0u);
+            fitted = returned;
+        }
+        return done;
+    };
+    const auto ofAll = ReadAllSizes(
+        [&](LPBYTE bytes, DWORD room, LPDWORD needed) {
+            DWORD resume = 0;
+            const BOOL done = TypeParam::Enumerate(this->manager, SERVICE_WIN32, SERVICE_STATE_ALL,
+                                                   reinterpret_cast<Status *>(bytes), room, needed, &returned, &resume);
+            EXPECT_EQ(resume == 0, done || returned == 0);
+            return note(done, room, needed);
+        },
+        ERROR_MORE_DATA);
+    EXPECT_GE(returned, 2u);
+    EXPECT_EQ(fitted, returned - 1);
+    EXPECT_NE(this->template As<Status>(ofAll).lpServiceName, nullptr);
+    const auto ofDependents = ReadAllSizes(
+        [&](LPBYTE bytes, DWORD room, LPDWORD needed) {
+            const BOOL done = TypeParam::Dependents(zero, SERVICE_STATE_ALL, reinterpret_cast<Status *>(bytes), room,
+                                                    needed, &returned);
+            return note(done, room, needed);
+        },
+        ERROR_MORE_DATA);
+    EXPECT_GE(returned, 1u);
+    EXPECT_EQ(fitted, returned - 1);
+    EXPECT_NE(this->template As<Status>(ofDependents).lpServiceName, nullptr);
+    const auto ofDependencies = ReadAllSizes(
+        [&](LPBYTE bytes, DWORD room, LPDWORD needed) {
+            const BOOL done =
+                tvEnumServiceDependencies(this->service, SERVICE_STATE_ALL,
+                                          reinterpret_cast<ENUM_SERVICE_STATUSA *>(bytes), room, needed, &returned);
+            return note(done, room, needed);
+        },
+        ERROR_MORE_DATA);
+    ASSERT_EQ(returned, 1u);
+    EXPECT_STREQ(this->template As<ENUM_SERVICE_STATUSA>(ofDependencies).lpServiceName, "zero");
+    (void)CloseServiceHandle(zero);
+}
+
+// Counted in the bytes of UTF-8, whatever form they are given in.
+TYPED_TEST(ServiceCalls, texts_one_byte_below_at_and_above_the_longest) {
+    std::string euros; // of three bytes each: 1023
+    for (int i = 0; i < TV_MAX_TEXT_BYTES / 3; ++i) {
+        euros += "€";
+    }
+    ASSERT_EQ(euros.size(), std::size_t{TV_MAX_TEXT_BYTES});
+    const std::string plain(TV_MAX_TEXT_BYTES - 1, 'x');
+    const std::string image = "/" + std::string(TV_MAX_TEXT_BYTES - 2, 'i');
+    const auto create = [&](const std::string &serviceName, const std::string &display, const std::string &path,
+                            const std::string &group) {
+        const SC_HANDLE created =
+            TypeParam::Create(this->manager, this->Text(serviceName).c_str(), this->Text(display).c_str(),
+                              SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, 0,
+                              this->Text(path).c_str(), this->Text(group).c_str(), nullptr, nullptr, nullptr, nullptr);
+        const DWORD code = created != nullptr ? DWORD{ERROR_SUCCESS} : GetLastError();
+        if (created != nullptr) {
+            EXPECT_TRUE(DeleteService(created));
+            (void)CloseServiceHandle(created);
+        }
+        return code;
+    };
+    const DWORD refused = ERROR_INVALID_PARAMETER;
+    const DWORD noName = ERROR_INVALID_NAME;
+    EXPECT_EQ(create(plain, plain + "y", image, plain), DWORD{0});
+    EXPECT_EQ(create(euros, euros, image + "i", plain + "g"), DWORD{0});
+    EXPECT_EQ(create(plain + "xx", this->name, image, ""), noName);
+    EXPECT_EQ(create(euros + "x", this->name, image, ""), noName);
+    EXPECT_EQ(create(this->name, plain + "xx", image, ""), noName);
+    EXPECT_EQ(create(this->name, euros + "x", image, ""), noName);
+    EXPECT_EQ(create(this->name, this->name, image + "ii", ""), refused);
+    EXPECT_EQ(create(this->name, this->name, image, plain + "gg"), refused);
+    this->Create();
+    const auto change = [&](const std::string *path, const std::string *group, const std::string *display) {
+        const auto text = [&](const std::string *given) {
+            return given != nullptr ? this->Text(*given) : this->Text("");
+        };
+        const auto pathText = text(path), groupText = text(group), displayText = text(display);
+        const BOOL done = TypeParam::ChangeConfig(this->service, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+                                                  SERVICE_NO_CHANGE, path != nullptr ? pathText.c_str() : nullptr,
+                                                  group != nullptr ? groupText.c_str() : nullptr, nullptr, nullptr,
+                                                  nullptr, nullptr, display != nullptr ? displayText.c_str() : nullptr);
+        return done ? DWORD{ERROR_SUCCESS} : GetLastError();
+    };
+    const std::string tooLong = euros + "x";
+    EXPECT_EQ(change(&image, nullptr, nullptr), DWORD{0});
+    EXPECT_EQ(change(nullptr, &euros, nullptr), DWORD{0});
+    EXPECT_EQ(change(nullptr, nullptr, &euros), DWORD{0});
+    EXPECT_EQ(change(&tooLong, nullptr, nullptr), refused);
+    EXPECT_EQ(change(nullptr, &tooLong, nullptr), refused);
+    EXPECT_EQ(change(nullptr, nullptr, &tooLong), noName);
+    // What is as long as can be reads back whole.
+    const auto buffer = ReadAllSizes([&](LPBYTE bytes, DWORD room, LPDWORD needed) {
+        return TypeParam::QueryConfig(this->service, reinterpret_cast<typename TypeParam::Config *>(bytes), room,
+                                      needed);
+    });
+    EXPECT_EQ(Plain(this->template As<typename TypeParam::Config>(buffer).lpDisplayName), euros);
+    EXPECT_EQ(Plain(this->template As<typename TypeParam::Config>(buffer).lpLoadOrderGroup), euros);
+    EXPECT_EQ(Plain(this->template As<typename TypeParam::Config>(buffer).lpBinaryPathName), image);
 }
 
 TYPED_TEST(ServiceCalls, the_lock_names_its_owner) {
@@ -612,6 +734,15 @@ TYPED_TEST(ServiceCalls, failure_actions_are_kept_and_taken_away_again) {
     EXPECT_EQ(stored->data.substr(0, 28), std::string("\x80\x51\x01\0\0\0\0\0\0\0\0\0\x03\0\0\0\x14\0\0\0"
                                                       "\x01\0\0\0\xe8\x03\0\0",
                                                       28));
+    std::vector<SC_ACTION> many(1024, {SC_ACTION_RESTART, 1});
+    for (const DWORD count : {1023u, 1024u, 1025u}) { // so many there may be
+        many.resize(count, many.front());
+        typename TypeParam::Actions all = {1, nullptr, nullptr, count, many.data()};
+        const BOOL changed = TypeParam::ChangeConfig2(this->service, SERVICE_CONFIG_FAILURE_ACTIONS, &all);
+        EXPECT_EQ(changed, count <= 1024 ? TRUE : FALSE) << count;
+        const auto buffer = this->Part(SERVICE_CONFIG_FAILURE_ACTIONS);
+        EXPECT_EQ(this->template As<typename TypeParam::Actions>(buffer).cActions, std::min(count, 1024u));
+    }
     std::memset(&actions[1].Type, 4, 1); // no such type
     this->ExpectCode(TypeParam::ChangeConfig2(this->service, SERVICE_CONFIG_FAILURE_ACTIONS, &info),
                      ERROR_INVALID_PARAMETER);
