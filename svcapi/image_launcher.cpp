@@ -131,7 +131,8 @@ DWORD OpenFolder(bool make, int *folder, std::string *problem) {
         const int above = *folder;
         path += std::string("/") + part;
         const bool isMade = make && mkdirat(above, part, 0700) == 0;
-        *folder = openat(above, part, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        const bool mayBeThere = !make || isMade || errno == EEXIST; // else why it cannot be made is the reason
+        *folder = mayBeThere ? openat(above, part, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1;
         DWORD rc = *folder < 0 ? FailedWithErrno(path, problem) : ERROR_SUCCESS;
         (void)close(above);
         if (rc == ERROR_SUCCESS && isMade && fchmod(*folder, folderMode) != 0) rc = FailedWithErrno(path, problem);

@@ -323,6 +323,9 @@ TEST_F(AutomaticStart, what_the_order_says_mends_a_key_that_is_no_service) {
     WriteKey(servicesKey + "\\" + odd + "\\more", {});
     const Ended broken = Order();
     EXPECT_EQ(broken.status, 6);
+    EXPECT_THAT(broken.error, HasSubstr("it's odd: "));
+    const Ended doctor = RunAndRead({.command = {ProgramPath("tvsc"), "doctor"}});
+    EXPECT_THAT(doctor.output, AllOf(HasSubstr("it's odd"), HasSubstr("(1065)"), HasSubstr("tvreg add ")));
     std::string commands = "PATH=" + ProgramPath("").substr(0, ProgramPath("").rfind('/')) + ":$PATH; set -e\n";
     std::istringstream lines(broken.error);
     for (std::string line; std::getline(lines, line);) {

@@ -7,16 +7,20 @@
 #include "tv/winsvc.h"
 
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 
 using testing::HasSubstr;
 
 namespace {
 
 constexpr char base[] = "/etc/tv";
+constexpr uid_t nobody = 65534;
 
 struct SelfInstallers : ServiceWorld {
     const std::string launcher = std::string(base) + "/services/" + name + ".csh";
@@ -70,6 +74,27 @@ struct SelfInstallers : ServiceWorld {
     std::string ImagePath(const std::string &serviceName) const {
         const std::optional<RegistryValue> value = ReadValue(servicesKey + "\\" + serviceName, "ImagePath");
         return value ? value->data.c_str() : "";
+    }
+    // What a call answers to a client that is not root.
+    static DWORD AsNobody(const std::function<DWORD(SC_HANDLE manager)> &call) {
+        int answer[2];
+        if (pipe(answer) != 0) return ERROR_INVALID_DATA;
+        const pid_t child = fork();
+        if (child == 0) {
+            DWORD code = ERROR_INVALID_DATA;
+            if (setgroups(0, nullptr) == 0 && setgid(nobody) == 0 && setuid(nobody) == 0) {
+                const SC_HANDLE own = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+                code = own != nullptr ? call(own) : GetLastError();
+                if (own != nullptr) (void)CloseServiceHandle(own);
+            }
+            _exit(write(answer[1], &code, sizeof code) == sizeof code ? 0 : 1);
+        }
+        (void)close(answer[1]);
+        DWORD code = ERROR_INVALID_DATA;
+        EXPECT_EQ(read(answer[0], &code, sizeof code), static_cast<ssize_t>(sizeof code));
+        (void)close(answer[0]);
+        (void)WaitForEnd(child);
+        return code;
     }
     bool HasLauncher() const { return std::filesystem::exists(launcher); }
     void WaitForState(DWORD state) const {
@@ -190,6 +215,55 @@ TEST_F(SelfInstallers, a_launcher_that_cannot_be_written_makes_no_service_and_no
     ASSERT_TRUE(DeleteService(service));
     Close();
     EXPECT_TRUE(HasLauncher()); // somebody else's
+}
+
+// The daemon serves everybody who reaches it, but what services run is root's.
+TEST_F(SelfInstallers, who_is_not_root_makes_no_service_of_a_program) {
+    EXPECT_EQ(AsNobody([&](SC_HANDLE own) {
+                  const std::string &path = quoted;
+                  const SC_HANDLE created = CreateServiceA(
+                      own, name.c_str(), nullptr, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
+                      SERVICE_ERROR_NORMAL, path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
+                  return created != nullptr ? DWORD{0} : GetLastError();
+              }),
+              DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(HasLauncher());
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name)) << "half a service is none";
+    EXPECT_EQ(OpenServiceA(manager, name.c_str(), SERVICE_ALL_ACCESS), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+    const Ended ended = RunAndRead({.command = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                                                ProgramPath("tvsc"), "create", name, "--program", quoted}});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, HasSubstr(name + ": /etc/tv/services: Permission denied: 5 ERROR_ACCESS_DENIED"));
+    EXPECT_FALSE(KeyExists(servicesKey + "\\" + name));
+}
+
+TEST_F(SelfInstallers, who_is_not_root_neither_changes_nor_takes_away_what_a_service_runs) {
+    ASSERT_TRUE(Create(quoted)) << GetLastError();
+    const std::string written = ReadFile(launcher);
+    EXPECT_EQ(AsNobody([&](SC_HANDLE own) {
+                  const SC_HANDLE opened = OpenServiceA(own, name.c_str(), SERVICE_ALL_ACCESS);
+                  const std::string other = quoted + " --wide";
+                  const BOOL changed =
+                      ChangeServiceConfigA(opened, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+                                           other.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+                  const DWORD code = changed ? DWORD{ERROR_SUCCESS} : GetLastError();
+                  (void)CloseServiceHandle(opened);
+                  return code;
+              }),
+              DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(Shown(), quoted);
+    EXPECT_EQ(ReadFile(launcher), written);
+    Close();
+    EXPECT_EQ(AsNobody([&](SC_HANDLE own) {
+                  const SC_HANDLE opened = OpenServiceA(own, name.c_str(), SERVICE_ALL_ACCESS);
+                  if (!DeleteService(opened)) return GetLastError();
+                  return CloseServiceHandle(opened) ? DWORD{0} : GetLastError();
+              }),
+              DWORD{0});
+    EXPECT_TRUE(HasLauncher()) << "the service is gone, its launcher is root's to take away";
+    ASSERT_TRUE(Create(quoted + " --wide")) << GetLastError();
+    EXPECT_THAT(ReadFile(launcher), HasSubstr("'--wide'")) << "which is in nobody's way";
 }
 
 TEST_F(SelfInstallers, a_second_service_of_the_name_leaves_the_launcher_of_the_first_alone) {
