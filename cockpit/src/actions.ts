@@ -8,7 +8,7 @@ import { askNow } from "./services";
 import { ActionAnswer, Ended, Named, failedWithCode, run } from "./tvsc";
 import { _, format } from "./text";
 
-export type Verb = "start" | "stop" | "restart" | "pause" | "continue" | "reload" | "reset" | "enable" | "disable" | "delete";
+export type Verb = "start" | "stop" | "restart" | "pause" | "continue" | "reload" | "reset" | "enable" | "disable" | "delete" | "create" | "config";
 
 export interface Action {
     id: number;
@@ -41,9 +41,16 @@ export async function act(verb: Verb, named: Named, options: string[] = []): Pro
     change([...actions.filter(other => other.named.name !== named.name || !other.ended), action]);
     const ended = await run<ActionAnswer>([verb, "--json", ...options], named);
     change(actions.map(other => other.id === action.id ? { ...action, ended } : other));
-    askNow(verb === "enable" || verb === "disable" || verb === "delete");
+    askNow(verb === "enable" || verb === "disable" ? named : undefined);
     if (ended.status === 0) window.setTimeout(() => dismiss(action.id), goodMs);
     return ended.status === 0;
+}
+
+// Shows what became of something that was done elsewhere; what tvsc remarked on stays until it is taken away.
+export function tell(verb: Verb, named: Named, ended: Ended<ActionAnswer>) {
+    const action: Action = { id: ++lastId, verb, named, startedAt: Date.now(), ended };
+    change([...actions.filter(other => other.named.name !== named.name || !other.ended), action]);
+    if (ended.status === 0 && !ended.words) window.setTimeout(() => dismiss(action.id), goodMs);
 }
 
 export function useActions(): Action[] {
@@ -65,6 +72,8 @@ export function verbWord(verb: Verb): string {
     case "enable": return _("Enable");
     case "disable": return _("Disable");
     case "delete": return _("Delete");
+    case "create": return _("Create");
+    case "config": return _("Edit");
     }
 }
 
@@ -98,6 +107,8 @@ export function endedText(action: Action): string {
     case "continue": return format(_("$0 goes on"), name);
     case "reload": return format(_("$0 reads its configuration again"), name);
     case "delete": return format(_("$0 was deleted"), name);
+    case "create": return format(_("$0 was created"), name);
+    case "config": return format(_("$0 was changed"), name);
     default: return format(_("$0: $1 done"), name, verbWord(action.verb));
     }
 }

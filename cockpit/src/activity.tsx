@@ -21,7 +21,7 @@ function Progress({ action, now }: { action: Action; now: number }) {
 function OneAction({ action, now }: { action: Action; now: number }) {
     if (!action.ended) {
         return (
-            <Alert isInline className="tv-alert" variant="info" title={ongoingText(action)}
+            <Alert titleHeadingLevel="h2" isInline className="tv-alert" variant="info" title={ongoingText(action)}
                    customIcon={<Spinner isSVG size="md" aria-label={_("Waiting")} />}>
                 <Progress action={action} now={now} />
             </Alert>
@@ -30,7 +30,7 @@ function OneAction({ action, now }: { action: Action; now: number }) {
     const good = action.ended.status === 0;
     const steps = nextSteps(action);
     return (
-        <Alert isInline className="tv-alert" variant={good ? "success" : "danger"} title={endedText(action)}
+        <Alert titleHeadingLevel="h2" isInline className="tv-alert" variant={good ? "success" : "danger"} title={endedText(action)}
                actionClose={<AlertActionCloseButton title={_("Close")} onClose={() => dismiss(action.id)} />}
                actionLinks={!good && <>
                    {steps.map(step => (

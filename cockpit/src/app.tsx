@@ -51,13 +51,13 @@ function Warnings({ picture, administrator }: { picture: Picture; administrator:
                 {picture.loaded && <p>{_("What is shown below was so before. The page asks again every second.")}</p>}
             </FailureAlert>}
             {picture.busySince !== null && !picture.failure &&
-                <Alert isInline variant="info" className="tv-alert" title={format(_("The daemon has been busy for $0"), duration(now - picture.busySince))}>
+                <Alert titleHeadingLevel="h2" isInline variant="info" className="tv-alert" title={format(_("The daemon has been busy for $0"), duration(now - picture.busySince))}>
                     {_("It serves one request at a time, and a start may take it three quarters of a minute.")}
                 </Alert>}
             {picture.daemon?.locked &&
-                <Alert isInline variant="warning" className="tv-alert" title={_("Somebody has locked the services: none can be started")} />}
+                <Alert titleHeadingLevel="h2" isInline variant="warning" className="tv-alert" title={_("Somebody has locked the services: none can be started")} />}
             {administrator === false &&
-                <Alert isInline variant="info" className="tv-alert" title={_("Limited access")}>
+                <Alert titleHeadingLevel="h2" isInline variant="info" className="tv-alert" title={_("Limited access")}>
                     {_("Changing services may need administrative access. Turn it on at the top of the window.")}
                 </Alert>}
         </>

@@ -3,8 +3,8 @@
 import { useState } from "react";
 import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Dropdown, DropdownItem, KebabToggle } from "@patternfly/react-core/dist/esm/components/Dropdown";
-import { Modal } from "@patternfly/react-core/dist/esm/components/Modal";
 import { Action, Verb, act, useActions, verbWord } from "./actions";
+import { Dialog } from "./parts";
 import { isActive } from "./states";
 import { PlanAnswer, Service, run } from "./tvsc";
 import { _, format } from "./text";
@@ -43,7 +43,7 @@ export function QuestionDialog({ question, close }: { question: Question; close:
         void act(verb, service, options);
     };
     return (
-        <Modal isOpen variant="small" title={title(question)} aria-label={title(question)} onClose={close} actions={[
+        <Dialog variant="small" title={title(question)} onClose={close} actions={[
             <Button key="all" variant="primary" onClick={() => go([includes[verb] as string])}>{_("All of these")}</Button>,
             <Button key="one" variant="secondary" onClick={() => go(verb === "start" ? [] : ["--force"])}>{_("Only this one")}</Button>,
             <Button key="none" variant="link" onClick={close}>{_("Cancel")}</Button>,
@@ -53,7 +53,7 @@ export function QuestionDialog({ question, close }: { question: Question; close:
                     <li key={index}><b dir="auto">{stepText(step.action, step.name)}</b>{step.why && <span className="tv-why"> {step.why}</span>}</li>
                 ))}
             </ol>
-        </Modal>
+        </Dialog>
     );
 }
 
@@ -64,12 +64,12 @@ function DeleteDialog({ service, close }: { service: Service; close: () => void 
     };
     const heading = format(_("Delete $0?"), service.name);
     return (
-        <Modal isOpen variant="small" title={heading} aria-label={heading} titleIconVariant="warning" onClose={close} actions={[
+        <Dialog variant="small" title={heading} titleIconVariant="warning" onClose={close} actions={[
             <Button key="yes" variant="danger" onClick={() => void go()}>{_("Delete")}</Button>,
             <Button key="no" variant="link" onClick={close}>{_("Cancel")}</Button>,
         ]}>
             {isActive(service) ? _("It runs, and is stopped first. Its configuration is removed for good.") : _("Its configuration is removed for good.")}
-        </Modal>
+        </Dialog>
     );
 }
 

@@ -9,8 +9,8 @@ interface CockpitFailure {
 }
 
 interface CockpitProcess {
-    // The first text is standard output, the second standard error.
-    then(done: (output: string, errors: string) => void, failed: (failure: CockpitFailure, output: string) => void): void;
+    // What is left of standard output, and standard error.
+    then(done: (output: string, errors: string) => void, failed: (failure: CockpitFailure) => void): void;
     stream(piece: (text: string) => void): CockpitProcess;
     input(text: string, more?: boolean): CockpitProcess;
     close(problem?: string): void;

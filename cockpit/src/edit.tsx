@@ -5,10 +5,10 @@ import { Alert } from "@patternfly/react-core/dist/esm/components/Alert";
 import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Form, FormGroup } from "@patternfly/react-core/dist/esm/components/Form";
 import { FormSelect, FormSelectOption } from "@patternfly/react-core/dist/esm/components/FormSelect";
-import { Modal } from "@patternfly/react-core/dist/esm/components/Modal";
 import { TextArea } from "@patternfly/react-core/dist/esm/components/TextArea";
 import { TextInput } from "@patternfly/react-core/dist/esm/components/TextInput";
-import { FailureAlert, Words } from "./parts";
+import { tell } from "./actions";
+import { Dialog, FailureAlert, Words } from "./parts";
 import { askNow } from "./services";
 import { startWord } from "./states";
 import { ActionAnswer, Config, Ended, Service, run } from "./tvsc";
@@ -80,21 +80,23 @@ export function EditDialog({ service, config, close }: { service: Service | null
     const verb = service ? "config" : "create";
     const heading = service ? format(_("Edit $0"), service.name) : _("Create service");
     const options = optionsOf(fields, before);
-    const tell = (further: string[]) => run<ActionAnswer>([verb, "--json", ...further, ...options], service ?? { name: fields.name.trim() });
+    const ask = (further: string[]) => run<ActionAnswer>([verb, "--json", ...further, ...options], service ?? { name: fields.name.trim() });
 
     // tvsc's checks first; what it remarks on is shown, and the second time taken as read.
     const save = async (event?: FormEvent) => {
         event?.preventDefault();
         setBusy(true);
         setRefusal(null);
-        const checked = await tell(["--dry-run"]);
+        const checked = await ask(["--dry-run"]);
         const remarks = checked.status === 0 ? checked.words : "";
         if (checked.status !== 0) setRefusal(checked);
         else if (remarks && remarks !== notes) setNotes(remarks);
         else {
-            const done = await tell([]);
+            const done = await ask([]);
             if (done.status === 0) {
-                askNow(true);
+                const named = service ?? { name: fields.name.trim() };
+                tell(verb, named, done.words === remarks ? { ...done, words: "" } : done);
+                askNow(named);
                 close();
                 if (!service) cockpit.location.go(["service", fields.name.trim()]);
                 return;
@@ -107,7 +109,7 @@ export function EditDialog({ service, config, close }: { service: Service | null
     const hosted = fields.what === "exec";
     const commandLabel = { exec: _("Program and arguments"), program: _("Program and arguments"), image: _("Path of the script") }[fields.what];
     return (
-        <Modal isOpen variant="medium" title={heading} aria-label={heading} onClose={close} actions={[
+        <Dialog variant="medium" title={heading} onClose={close} actions={[
             <Button key="save" variant="primary" type="submit" form="tv-edit" isLoading={busy} isDisabled={busy || (service !== null && options.length === 0)}>
                 {notes ? _("Save all the same") : service ? _("Save") : _("Create")}
             </Button>,
@@ -115,7 +117,7 @@ export function EditDialog({ service, config, close }: { service: Service | null
         ]}>
             <Form id="tv-edit" onSubmit={event => void save(event)}>
                 {refusal && <FailureAlert title={_("It was not saved")} ended={refusal} />}
-                {notes && <Alert isInline variant="warning" title={_("Before it is saved")}><Words text={notes} /></Alert>}
+                {notes && <Alert titleHeadingLevel="h2" isInline variant="warning" title={_("Before it is saved")}><Words text={notes} /></Alert>}
                 {!service &&
                     <Field id="tv-name" label={_("Name")} required><TextInput id="tv-name" isRequired value={fields.name} onChange={set("name")} autoFocus /></Field>}
                 <Field id="tv-display" label={_("Display name")}><TextInput id="tv-display" value={fields.display} onChange={set("display")} /></Field>
@@ -157,6 +159,6 @@ export function EditDialog({ service, config, close }: { service: Service | null
                         </FormSelect>
                     </Field>}
             </Form>
-        </Modal>
+        </Dialog>
     );
 }

@@ -37,7 +37,7 @@ function OneFinding({ finding, services, mended, edit }: { finding: Finding; ser
         setBusy(true);
         setEnded(await run<ActionAnswer>([...words, "--json"]));
         setBusy(false);
-        askNow(true);
+        askNow("all");
         mended();
     };
     const failed = ended && ended.words !== "" && ended.status !== 0;
@@ -79,7 +79,7 @@ export function FindingsView({ services, edit }: { services: Service[]; edit: (s
             </div>
             {!ended && <Loading />}
             {ended && !findings && <FailureAlert title={_("It cannot be checked")} ended={ended} />}
-            {findings?.length === 0 && <Alert isInline variant="success" title={_("Nothing is wrong")} />}
+            {findings?.length === 0 && <Alert titleHeadingLevel="h2" isInline variant="success" title={_("Nothing is wrong")} />}
             {findings && findings.length > 0 &&
                 <ul className="tv-findings">
                     {findings.map(finding => (

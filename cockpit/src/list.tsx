@@ -97,6 +97,7 @@ export function ServiceList({ picture, create }: { picture: Picture; create: () 
 
     return (
         <>
+            <h1 className="pf-u-screen-reader">{_("Win32 services")}</h1>
             <div className="tv-toolbar">
                 <div><SearchInput aria-label={_("Search services")} placeholder={_("Search")} value={search} resetButtonLabel={_("Clear the search")}
                                           onChange={(_event, text) => { setSearch(text); setPage(1) }} onClear={() => setSearch("")} /></div>

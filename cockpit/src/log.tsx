@@ -11,7 +11,8 @@ const linesKept = 500;
 
 const lastLines = (text: string) => text.split("\n").slice(-linesKept - 1).join("\n");
 
-export function Log({ service, hosted }: { service: Named; hosted: boolean }) {
+// hosted: by tvhost, which keeps a log; begun: there has been a start, before which there is none.
+export function Log({ service, hosted, begun }: { service: Named; hosted: boolean; begun: boolean }) {
     const [text, setText] = useState("");
     const [failure, setFailure] = useState("");
     const [follow, setFollow] = useState(true);
@@ -19,15 +20,15 @@ export function Log({ service, hosted }: { service: Named; hosted: boolean }) {
     const { name, name_bytes } = service;
 
     useEffect(() => {
-        if (!hosted) return;
         setText("");
         setFailure("");
+        if (!hosted || !begun) return;
         let over = false;
         const process = spawn(["logs", "-n", "200", ...(follow ? ["-f"] : [])], { name, name_bytes });
         process.stream(piece => { if (!over) setText(before => lastLines(before + piece)) });
         process.then(() => undefined, ended => { if (!over) setFailure(failureText({ words: ended.message, problem: ended.problem })) });
         return () => { over = true; process.close("cancelled") };
-    }, [name, name_bytes, follow, hosted]);
+    }, [name, name_bytes, follow, hosted, begun]);
 
     useEffect(() => {
         if (follow && box.current) box.current.scrollTop = box.current.scrollHeight;

@@ -4,6 +4,7 @@ import { ReactNode, useEffect, useState } from "react";
 import { Alert } from "@patternfly/react-core/dist/esm/components/Alert";
 import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Label, LabelProps } from "@patternfly/react-core/dist/esm/components/Label";
+import { Modal, ModalProps } from "@patternfly/react-core/dist/esm/components/Modal";
 import { Spinner } from "@patternfly/react-core/dist/esm/components/Spinner";
 import CheckCircleIcon from "@patternfly/react-icons/dist/esm/icons/check-circle-icon";
 import ExclamationCircleIcon from "@patternfly/react-icons/dist/esm/icons/exclamation-circle-icon";
@@ -44,7 +45,7 @@ export function failureText(failure: { words: string; problem: string | null }):
 
 export function FailureAlert({ title, ended, children }: { title: string; ended: Pick<Ended<unknown>, "words" | "problem">; children?: ReactNode }) {
     return (
-        <Alert isInline variant="danger" title={title} className="tv-alert">
+        <Alert titleHeadingLevel="h2" isInline variant="danger" title={title} className="tv-alert">
             <Words text={failureText(ended)} />
             {children}
         </Alert>
@@ -84,3 +85,10 @@ export const exitText = (service: Service): string => {
     if (code === 1067) return _("The process ended without a report (1067)");
     return format(_("The service ended with code $0"), code);
 };
+
+// A dialog, open as long as it is there. PatternFly hides the page behind it from screen readers, and shows it to them
+// again when a dialog is closed, not when it goes away.
+export function Dialog({ title, ...others }: Omit<ModalProps, "isOpen" | "ref" | "title" | "aria-label"> & { title: string }) {
+    useEffect(() => () => document.getElementById("app")?.removeAttribute("aria-hidden"), []);
+    return <Modal isOpen title={title} aria-label={title} {...others} />;
+}

@@ -149,7 +149,7 @@ function Why({ service, program }: { service: Service; program: Program | null }
         : exitText(service);
     if (!text) return null;
     return (
-        <Alert isInline variant="danger" title={stateWord(service)} className="tv-alert">
+        <Alert titleHeadingLevel="h2" isInline variant="danger" title={stateWord(service)} className="tv-alert">
             <p>{program?.reason ? `${text}: ${program.reason}` : text}.</p>
             {program && program.last_lines.length > 0 && <pre className="tv-words">{program.last_lines.join("\n")}</pre>}
         </Alert>
@@ -205,7 +205,7 @@ export function ServiceView({ picture, name, edit }: { picture: Picture; name: s
                 <Card isCompact><CardTitle component="h2">{_("What it needs")}</CardTitle><CardBody><Related services={needed} live={picture.services} none={_("It needs no other service.")} /></CardBody></Card>
                 <Card isCompact><CardTitle component="h2">{_("What needs it")}</CardTitle><CardBody><Related services={needing} live={picture.services} none={_("No other service needs it.")} /></CardBody></Card>
             </div>
-            <Log service={service} hosted={config?.command !== undefined} />
+            <Log service={service} hosted={config?.command !== undefined} begun={program !== null} />
         </>
     );
 }

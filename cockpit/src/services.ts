@@ -3,17 +3,19 @@
 //
 //   state      event                      next state
 //   ---------  -------------------------  ----------
-//   asking     the first list is there    reading configurations, then watching
+//   asking     the first list is there    watching; configurations are read meanwhile
 //   watching   tvsc watch tells a change  asking for states, one call for all services
-//   watching   a new name, or own change  reading configurations, which takes three calls a service
 //   any        the daemon is silent       the last picture stays, with the reason; asked again every second
 //   any        the page is hidden         nothing is asked until it is seen again
 //
 // tvsc watch looks once a second, and says a line for each change: nothing is sent while nothing happens. The list is
 // asked for all the same now and then, since no line tells of the lock; and every second where tvsc has no watch.
+//
+// Configurations take three calls a service, so they are read apart from the states, which wait for none of them: all
+// of them once and again after a long while, those of new services and of our own changes at once.
 import { useSyncExternalStore } from "react";
 import { kindOf } from "./states";
-import { Daemon, Service, StatusAnswer, run, spawn } from "./tvsc";
+import { Daemon, Named, Service, StatusAnswer, run, spawn } from "./tvsc";
 
 export interface Picture {
     services: Service[];
@@ -23,36 +25,63 @@ export interface Picture {
     busySince: number | null; // when a list was asked for that has not come in time; ms since the epoch
 }
 
-const pauseMs = 1000;      // between two lists where no watch runs
+const exitUsage = 2;
+const pauseMs = 1000;          // between two lists where no watch runs
 const watchedPauseMs = 10000;
 const busyMs = 2500;
-const exitUsage = 2;
-const configsMs = 60000; // somebody else may change a configuration, which no state tells
+const configsMs = 120000;      // somebody else may change a configuration, which no state tells
+const singlyRead = 20;         // as many new services are read one by one
 
 let picture: Picture = { services: [], loaded: false, daemon: null, failure: null, busySince: null };
 const listeners = new Set<() => void>();
-let configsReadAt = 0;
-let timer: number | undefined;
-let asking = false;
-let again = false;
-let watch: CockpitProcess | null = null;
-let watchedSince = 0;
-let canWatch = true; // until tvsc says that it does not know the word
 
 function show(change: Partial<Picture>) {
     picture = { ...picture, ...change };
     listeners.forEach(listener => listener());
 }
 
-// A service that has not changed stays the same object, so that its row is not drawn again. How long it runs changes
-// always: it is told from the first answer on.
-function merged(before: Map<string, Service>, fresh: Service): Service {
-    const old = before.get(fresh.name);
-    const whole: Service = { ...fresh, type: fresh.type ?? old?.type, config: fresh.config ?? old?.config };
-    if (!old) return whole;
-    const bare = (service: Service) => JSON.stringify({ ...service, uptime_ms: service.uptime_ms === undefined ? undefined : 0, startedAt: 0 });
-    return bare(whole) === bare(old) ? old : whole;
+// --- configurations ----------------------------------------------------------------------------------------------
+
+// What is known of each service; there is none for one whose configuration cannot be read, such as that in record 0.
+const configs = new Map<string, Pick<Service, "type" | "config">>();
+let configsReadAt = 0;
+let configsTookMs = 0;
+let readingConfigs = false;
+
+const withConfig = (service: Service): Service => ({ ...service, ...configs.get(service.name) });
+
+function takeConfigs(services: Service[]) {
+    services.forEach(({ name, type, config }) => configs.set(name, { type, config }));
+    show({ services: picture.services.map(service => {
+        const known = configs.get(service.name);
+        return JSON.stringify([known?.type, known?.config]) === JSON.stringify([service.type, service.config]) ? service : renewed(service, withConfig(service));
+    }) });
 }
+
+async function readAllConfigs() {
+    if (readingConfigs) return;
+    readingConfigs = true;
+    const begin = Date.now();
+    const ended = await run<StatusAnswer>(["list", "--json"]);
+    configsReadAt = Date.now();
+    configsTookMs = configsReadAt - begin;
+    readingConfigs = false;
+    takeConfigs(ended.answer?.services ?? []);
+}
+
+async function readConfigsOf(services: Named[]) {
+    services.forEach(({ name }) => { if (!configs.has(name)) configs.set(name, {}) });
+    for (const service of services) takeConfigs((await run<StatusAnswer>(["show", "--json"], service)).answer?.services ?? []);
+}
+
+function seeToConfigs() {
+    const unknown = picture.services.filter(service => !configs.has(service.name));
+    const old = Date.now() - configsReadAt > Math.max(configsMs, 20 * configsTookMs);
+    if (old || unknown.length > singlyRead) void readAllConfigs();
+    else if (unknown.length > 0 && !readingConfigs) void readConfigsOf(unknown);
+}
+
+// --- states ------------------------------------------------------------------------------------------------------
 
 const startTimes = new WeakMap<Service, number>();
 
@@ -61,16 +90,29 @@ export function startedAt(service: Service): number | undefined {
     return startTimes.get(service);
 }
 
-function take(answer: StatusAnswer, withConfigs: boolean) {
-    const before = new Map(picture.services.map(service => [service.name, service]));
-    const services = answer.services.map(fresh => {
-        const service = merged(before, fresh);
-        if (fresh.uptime_ms !== undefined && !startTimes.has(service)) startTimes.set(service, Date.now() - fresh.uptime_ms);
-        return service;
-    });
-    if (withConfigs) configsReadAt = Date.now();
-    show({ services, loaded: true, daemon: answer.daemon, failure: null, busySince: null });
+// The same service with something about it changed.
+function renewed(old: Service, service: Service): Service {
+    const start = startTimes.get(old);
+    if (start !== undefined && service.uptime_ms !== undefined) startTimes.set(service, start);
+    return service;
 }
+
+// A service that has not changed stays the same object, so that its row is not drawn again. How long it runs changes
+// always: it is told from the first answer on.
+function merged(old: Service | undefined, fresh: Service): Service {
+    const service = withConfig(fresh);
+    const bare = (one: Service) => JSON.stringify({ ...one, uptime_ms: one.uptime_ms === undefined ? undefined : 0 });
+    if (old && bare(service) === bare(old)) return old;
+    if (fresh.uptime_ms !== undefined) startTimes.set(service, Date.now() - fresh.uptime_ms);
+    return service;
+}
+
+let timer: number | undefined;
+let asking = false;
+let again = false;
+let watch: CockpitProcess | null = null;
+let watchedSince = 0;
+let canWatch = true; // until tvsc says that it does not know the word
 
 function stopWatching() {
     watch?.close("cancelled");
@@ -87,30 +129,15 @@ function startWatching() {
         if (watch !== process) return;
         watch = null;
         if (status === exitUsage) canWatch = false;
-        void ask();
+        plan();
     };
     process.then(() => ended(0), failure => ended(failure.exit_status));
 }
 
-async function ask() {
-    if (asking) {
-        again = true;
-        return;
-    }
-    asking = true;
-    again = false;
+// When to ask next.
+function plan() {
     window.clearTimeout(timer);
-    const unknown = picture.services.some(service => !service.config);
-    const withConfigs = picture.loaded && (unknown ? Date.now() - configsReadAt > 5000 : Date.now() - configsReadAt > configsMs);
-    const askedAt = Date.now();
-    const busy = window.setTimeout(() => show({ busySince: askedAt }), busyMs);
-    const ended = await run<StatusAnswer>(["list", "--json", ...(withConfigs ? [] : ["--brief"])]);
-    window.clearTimeout(busy);
-    if (ended.answer?.daemon?.reachable && ended.answer.daemon.initialized) take(ended.answer, withConfigs);
-    else show({ daemon: ended.answer?.daemon ?? null, failure: { words: ended.words, problem: ended.problem }, busySince: null });
-    asking = false;
-    const unread = picture.loaded && configsReadAt === 0;
-    if (cockpit.hidden || listeners.size === 0) {
+    if (cockpit.hidden) {
         stopWatching();
         return;
     }
@@ -118,26 +145,43 @@ async function ask() {
     // A watch that has just begun may have missed a change, and progress of a service on its way is none.
     const told = watch && !picture.failure && Date.now() - watchedSince > 3 * pauseMs;
     const pause = told && !picture.services.some(service => kindOf(service) === "pending") ? watchedPauseMs : pauseMs;
-    timer = window.setTimeout(ask, again || unread ? 0 : pause);
+    timer = window.setTimeout(ask, again ? 0 : pause);
 }
 
-// To be called when something of ours may have changed a service, or its configuration.
-export function askNow(configsToo = false) {
-    if (configsToo) configsReadAt = 0;
+async function ask() {
+    again = asking;
+    if (asking) return;
+    asking = true;
+    const askedAt = Date.now();
+    const busy = window.setTimeout(() => show({ busySince: askedAt }), busyMs);
+    const { answer, words, problem } = await run<StatusAnswer>(["list", "--json", "--brief"]);
+    window.clearTimeout(busy);
+    if (answer?.daemon?.reachable && answer.daemon.initialized) {
+        const before = new Map(picture.services.map(service => [service.name, service]));
+        const services = answer.services.map(fresh => merged(before.get(fresh.name), fresh));
+        show({ services, loaded: true, daemon: answer.daemon, failure: null, busySince: null });
+        seeToConfigs();
+    } else show({ daemon: answer?.daemon ?? null, failure: { words, problem }, busySince: null });
+    asking = false;
+    plan();
+}
+
+// To be called when something of ours may have changed states, and the configuration of a service, or of any.
+export function askNow(changed?: Named | "all") {
+    if (changed === "all") void readAllConfigs();
+    else if (changed) void readConfigsOf([changed]);
     void ask();
-}
-
-function subscribe(listener: () => void) {
-    listeners.add(listener);
-    if (listeners.size === 1) void ask();
-    return () => { listeners.delete(listener) };
 }
 
 cockpit.addEventListener("visibilitychange", () => {
     if (cockpit.hidden) stopWatching();
     else void ask();
 });
+void ask(); // before anything is drawn: the answer takes its time
 
 export function usePicture(): Picture {
-    return useSyncExternalStore(subscribe, () => picture);
+    return useSyncExternalStore(listener => {
+        listeners.add(listener);
+        return () => { listeners.delete(listener) };
+    }, () => picture);
 }

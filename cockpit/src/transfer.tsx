@@ -73,7 +73,7 @@ function Apply() {
     const apply = async () => {
         setDone(await tell([]));
         setPlan(null);
-        askNow(true);
+        askNow("all");
     };
     return (
         <Card>
@@ -88,9 +88,9 @@ function Apply() {
                     <Button variant="primary" isDisabled={busy || plan?.status !== 0} onClick={() => void apply()}>{_("Apply")}</Button>
                 </span>
                 {plan?.status === 0 &&
-                    <Alert isInline variant="info" title={_("This would be done")}><pre className="tv-words">{[plan.output, plan.words].filter(part => part.trim()).join("\n")}</pre></Alert>}
+                    <Alert titleHeadingLevel="h2" isInline variant="info" title={_("This would be done")}><pre className="tv-words">{[plan.output, plan.words].filter(part => part.trim()).join("\n")}</pre></Alert>}
                 {done?.status === 0 &&
-                    <Alert isInline variant="success" title={_("This was done")}><pre className="tv-words">{[done.output, done.words].filter(part => part.trim()).join("\n")}</pre></Alert>}
+                    <Alert titleHeadingLevel="h2" isInline variant="success" title={_("This was done")}><pre className="tv-words">{[done.output, done.words].filter(part => part.trim()).join("\n")}</pre></Alert>}
                 {[plan, done].map((ended, index) => ended && ended.status !== 0 &&
                     <FailureAlert key={index} title={_("It cannot be applied")} ended={{ words: [ended.output, ended.words].filter(part => part.trim()).join("\n"), problem: ended.problem }} />)}
             </CardBody>

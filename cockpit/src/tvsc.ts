@@ -116,15 +116,13 @@ function parse<Answer>(output: string): Answer | null {
 export function run<Answer>(words: string[], named?: Named, input?: string): Promise<Ended<Answer>> {
     return new Promise(resolve => {
         const process = spawn(words, named);
+        let output = "";
+        process.stream(piece => { output += piece });
+        const end = (status: number, errors: string | undefined, problem: string | null) =>
+            resolve({ status, output, words: (errors ?? "").trim(), problem, answer: parse<Answer>(output) });
         process.then(
-            (output, errors) => resolve({ status: 0, output, words: (errors ?? "").trim(), problem: null, answer: parse<Answer>(output) }),
-            (failure, output) => resolve({
-                status: failure.exit_status ?? -1,
-                output: output ?? "",
-                words: (failure.message ?? "").trim(),
-                problem: failure.problem,
-                answer: parse<Answer>(output ?? ""),
-            }));
+            (_rest, errors) => end(0, errors, null),
+            failure => end(failure.exit_status ?? -1, failure.message, failure.problem));
         if (input !== undefined) process.input(input);
     });
 }

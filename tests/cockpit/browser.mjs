@@ -30,7 +30,7 @@ export function tvscText(...words) {
     }
 }
 
-export async function until(holds, what, ms = 15000) {
+export async function until(holds, what, ms = 25000) {
     for (const end = Date.now() + ms; !(await holds());) {
         if (Date.now() > end) throw new Error(`not in ${ms} ms: ${what}`);
         await new Promise(resolve => setTimeout(resolve, 50));
@@ -43,10 +43,11 @@ export async function act(control) {
     await control.press('Enter');
 }
 
-export async function open(browser, { url = pageUrl, path = '', width = 1440, height = 900, dark = false, language } = {}) {
-    const context = await browser.newContext({ viewport: { width, height }, colorScheme: dark ? 'dark' : 'light' });
+export async function open(browser, { url = pageUrl, path = '', width = 1440, height = 900, dark = false, language, bypassCSP = false } = {}) {
+    const context = await browser.newContext({ viewport: { width, height }, colorScheme: dark ? 'dark' : 'light', bypassCSP });
     if (language) await context.addCookies([{ name: 'CockpitLang', value: language, url: process.env.TV_COCKPIT_URL }]);
     const page = await context.newPage();
+    page.setDefaultTimeout(25000);
     page.troubles = [];
     page.on('pageerror', error => page.troubles.push(error.message));
     page.on('console', message => { if (message.type() === 'error') page.troubles.push(message.text()); });
@@ -73,7 +74,7 @@ export async function run(words) {
             console.log(`ok   ${name} (${Date.now() - begin} ms)`);
         } catch (error) {
             failed.push(name);
-            console.log(`FAIL ${name}\n${error.stack.replace(/^/gm, '     ')}`);
+            console.log(`FAIL ${name}\n${error.stack.replace(/\x1b\[\d+m/g, '').split('\n').slice(0, 40).join('\n     ')}`);
             if (process.env.TV_FAILURES) await page.screenshot({ path: join(process.env.TV_FAILURES, `${failed.length}.png`) }).catch(() => {});
         }
         await page.context().close();
@@ -82,4 +83,16 @@ export async function run(words) {
     rmSync(profile, { recursive: true, force: true });
     console.log(`${chosen.length - failed.length} of ${chosen.length} cases passed`);
     process.exitCode = failed.length === 0 && chosen.length > 0 ? 0 : 1;
+}
+
+// The views, by what they are called in findings and pictures.
+export const views = {
+    list: '', service: 'service/web', failed: 'service/indexer', graph: 'graph', timeline: 'timeline', findings: 'findings', transfer: 'transfer',
+};
+
+// What axe finds wrong, a line each.
+export async function violations(page, where) {
+    await page.addScriptTag({ path: axeSource });
+    const { violations: found } = await page.evaluate(() => globalThis.axe.run(document, { resultTypes: ['violations'] }));
+    return found.map(one => `${where}: ${one.id}: ${one.nodes.map(node => node.target.join(' ')).slice(0, 3).join('; ')}`);
 }
