@@ -198,7 +198,7 @@ int RunGraph(Session &session, const std::vector<std::string> &names, GraphForma
         }
     }
     for (const std::string &name : resolved) {
-        PrintTree(graph, static_cast<std::size_t>(graph.Find(name) - graph.nodes.data()));
+        PrintTree(graph, static_cast<std::size_t>(FindNode(graph, name) - graph.nodes.data()));
     }
     return EXIT_DONE;
 }

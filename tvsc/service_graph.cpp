@@ -34,10 +34,10 @@ bool IsReached(const ServiceGraph &graph, std::size_t from, std::size_t to) {
 
 } // namespace
 
-const GraphNode *ServiceGraph::Find(const std::string &name) const {
-    const auto found =
-        std::find_if(nodes.begin(), nodes.end(), [&](const GraphNode &node) { return node.view.service.name == name; });
-    return found == nodes.end() ? nullptr : &*found;
+const GraphNode *FindNode(const ServiceGraph &graph, const std::string &name) {
+    const auto found = std::find_if(graph.nodes.begin(), graph.nodes.end(),
+                                    [&](const GraphNode &node) { return node.view.service.name == name; });
+    return found == graph.nodes.end() ? nullptr : &*found;
 }
 
 ServiceGraph MakeGraph(std::vector<ServiceView> views) {

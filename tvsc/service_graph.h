@@ -16,9 +16,10 @@ struct GraphNode {
 
 struct ServiceGraph {
     std::vector<GraphNode> nodes; // in the daemon's order
-
-    [[nodiscard]] const GraphNode *Find(const std::string &name) const;
 };
+
+// The node of a service, borrowed from the graph; null where it has none of this name.
+[[nodiscard]] const GraphNode *FindNode(const ServiceGraph &graph, const std::string &name);
 
 // Reads it. Where that fails it is told and noted, and false returned.
 [[nodiscard]] bool ReadGraph(Session &session, const std::string &action, ServiceGraph *graph);
