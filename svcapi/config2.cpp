@@ -17,13 +17,6 @@
 
 namespace {
 
-constexpr char descriptionName[] = "Description";
-constexpr char failureActionsName[] = "FailureActions";
-constexpr char rebootMessageName[] = "RebootMessage";
-constexpr char failureCommandName[] = "FailureCommand";
-constexpr char failureActionsFlagName[] = "FailureActionsOnNonCrashFailures";
-constexpr char requiredPrivilegesName[] = "RequiredPrivileges";
-
 // The parts that are one number, whose record is that number.
 struct NumberPart {
     DWORD level;
@@ -32,10 +25,10 @@ struct NumberPart {
     bool isFlag; // written as 0 or 1
 };
 constexpr NumberPart numberParts[] = {
-    {SERVICE_CONFIG_DELAYED_AUTO_START_INFO, "DelayedAutostart", 0, true},
+    {SERVICE_CONFIG_DELAYED_AUTO_START_INFO, delayedAutoStartName, 0, true},
     {SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, failureActionsFlagName, 0, true},
-    {SERVICE_CONFIG_SERVICE_SID_INFO, "ServiceSidType", SERVICE_SID_TYPE_NONE, false},
-    {SERVICE_CONFIG_PRESHUTDOWN_INFO, "PreshutdownTimeout", 180'000, false},
+    {SERVICE_CONFIG_SERVICE_SID_INFO, sidTypeName, SERVICE_SID_TYPE_NONE, false},
+    {SERVICE_CONFIG_PRESHUTDOWN_INFO, preshutdownTimeoutName, 180'000, false},
 };
 static_assert(sizeof(SERVICE_DELAYED_AUTO_START_INFO) == sizeof(DWORD) &&
               sizeof(SERVICE_FAILURE_ACTIONS_FLAG) == sizeof(DWORD) && sizeof(SERVICE_SID_INFO) == sizeof(DWORD) &&

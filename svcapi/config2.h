@@ -1,15 +1,7 @@
 // SPDX-License-Identifier: MIT
 // config2: the parts of a service's configuration that the daemon does not know, as values of its registry key.
 //
-// Each part is a value of its own under the name that it has on other systems:
-//   Description                       REG_SZ
-//   FailureActions                    REG_BINARY   failure_actions_value.h
-//   RebootMessage, FailureCommand     REG_SZ       of the failure actions
-//   FailureActionsOnNonCrashFailures  REG_DWORD    0 or 1
-//   DelayedAutostart                  REG_DWORD    0 or 1
-//   ServiceSidType                    REG_DWORD
-//   RequiredPrivileges                REG_MULTI_SZ
-//   PreshutdownTimeout                REG_DWORD    milliseconds
+// Each part is a value of its own under the name that it has on other systems.
 #pragma once
 
 #include "svcapi/failure_actions_value.h"
@@ -18,6 +10,16 @@
 
 #include <string>
 #include <vector>
+
+inline constexpr char descriptionName[] = "Description";       // REG_SZ
+inline constexpr char failureActionsName[] = "FailureActions"; // REG_BINARY, failure_actions_value.h
+inline constexpr char rebootMessageName[] = "RebootMessage";   // REG_SZ, of the failure actions
+inline constexpr char failureCommandName[] = "FailureCommand"; // likewise
+inline constexpr char failureActionsFlagName[] = "FailureActionsOnNonCrashFailures"; // REG_DWORD, 0 or 1
+inline constexpr char delayedAutoStartName[] = "DelayedAutostart";                   // REG_DWORD, 0 or 1
+inline constexpr char sidTypeName[] = "ServiceSidType";                              // REG_DWORD
+inline constexpr char requiredPrivilegesName[] = "RequiredPrivileges";               // REG_MULTI_SZ
+inline constexpr char preshutdownTimeoutName[] = "PreshutdownTimeout";               // REG_DWORD, milliseconds
 
 struct KeptFailureActions {
     FailureActionsValue value;

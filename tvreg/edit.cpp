@@ -4,46 +4,12 @@
 #include "tvreg/compare.h"
 #include "tvreg/registry_reading.h"
 #include "tvreg/registry_writing.h"
-#include "util/guard.h"
+#include "util/text_editor.h"
 
 #include <fmt/format.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
 namespace {
-
-// A file that only its owner may read, in the folder for such.
-std::string NewFile() {
-    const char *folder = std::getenv("TMPDIR");
-    std::string name = fmt::format("{}/tvreg.XXXXXX.reg", folder != nullptr && *folder != '\0' ? folder : "/tmp");
-    int descriptor = mkstemps(name.data(), 4);
-    if (descriptor < 0) throw Failure(EXIT_FAILED, fmt::format("{}: {}", name, std::strerror(errno)));
-    const DescriptorGuard closed(&descriptor);
-    return name;
-}
-
-// The variables may hold options; the shell takes them apart.
-void RunEditor(const std::string &file) {
-    const char *editor = std::getenv("VISUAL");
-    if (editor == nullptr || *editor == '\0') editor = std::getenv("EDITOR");
-    if (editor == nullptr || *editor == '\0') editor = "vi";
-    const std::string command = fmt::format("{} \"$1\"", editor);
-    const pid_t child = fork();
-    if (child < 0) throw Failure(EXIT_FAILED, fmt::format("{}: {}", editor, std::strerror(errno)));
-    if (child == 0) {
-        execl("/bin/sh", "sh", "-c", command.c_str(), "sh", file.c_str(), nullptr);
-        _exit(127);
-    }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (status != 0) throw Failure(EXIT_FAILED, fmt::format("{}: the editor failed; the text is in {}", editor, file));
-}
 
 // The text that is edited: REGEDIT4, which holds every byte and is UTF-8 where the registry is.
 std::string TextOf(const std::vector<RegKey> &keys) {
@@ -74,9 +40,10 @@ std::vector<RegKey> ReadEdited(const std::string &file, const KeyPath &top) {
 int Edit(const Options &options) {
     const KeyPath top = KeyOf(options);
     const KeyTree before = {top, ReadKeys(top)};
-    const std::string file = NewFile();
-    WriteFile(file, TextOf(before.keys));
-    RunEditor(file);
+    std::string problem;
+    const std::string file = NewTextFile("tvreg", ".reg", TextOf(before.keys), &problem);
+    if (file.empty()) throw Failure(EXIT_FAILED, problem);
+    if (!RunEditor(file, &problem)) throw Failure(EXIT_FAILED, fmt::format("{}; the text is in {}", problem, file));
     const KeyTree after = {top, ReadEdited(file, top)};
     const std::vector<Difference> differences = CompareTrees(before, after);
     if (!CompareTrees(before, {top, ReadKeys(top)}).empty()) {

@@ -94,10 +94,13 @@ const CLI::App &CommandReached(const CLI::App &app) {
     return *reached;
 }
 
-// Three commands hand on what stands behind "--"; nobody else may have it fall under the table.
+// Four commands hand on what stands behind "--"; nobody else may have it fall under the table.
 void CheckBehindDashes(const CLI::App &app, const CommandLine &line) {
     const std::string &command = CommandReached(app).get_name();
-    if (line.behindDashes.empty() || command == "start" || command == "with-lock" || command == "create") return;
+    for (const char *taker : {"start", "with-lock", "take", "create"}) {
+        if (command == taker) return;
+    }
+    if (line.behindDashes.empty()) return;
     throw CLI::ValidationError("--", "not expected here; a name that begins with a dash is given as --name=NAME");
 }
 
@@ -188,8 +191,8 @@ void CheckForHosts(const CLI::App &app, const CommandLine &line) {
     if (isLocal && !line.hosts.overSsh) {
         throw CLI::ValidationError(command, "looks at files of the machine that it runs on: use --ssh");
     }
-    if (command == "with-lock" && !line.hosts.overSsh) {
-        throw CLI::ValidationError(command, "would run its command here, once for each host: use --ssh");
+    if ((path == "with-lock" || path == "lock take") && !line.hosts.overSsh) {
+        throw CLI::ValidationError(path, "would run its command here, once for each host: use --ssh");
     }
 }
 
@@ -224,7 +227,8 @@ bool KnowsCommand(const CLI::App &app, const char *name) {
 
 // Adds commands until the one that the line seems to name is there.
 void AddCommandsUpTo(CLI::App &app, CommandLine &line, const char *command) {
-    for (const auto add : {AddLookCommands, AddActCommands, AddConfigureCommands, AddTellCommands, AddDaemonCommands}) {
+    for (const auto add :
+         {AddLookCommands, AddActCommands, AddConfigureCommands, AddTellCommands, AddDaemonCommands, AddTextCommands}) {
         if (!KnowsCommand(app, command)) add(app, line);
     }
 }
@@ -252,7 +256,7 @@ std::shared_ptr<CommandLine> ReadAnyLine(int argc, char **argv, int *status) {
     const std::shared_ptr<CommandLine> line = NewLine(argc, argv);
     CLI::App app(about, "tvsc");
     for (const auto add : {AddGlobalOptions, AddLookCommands, AddTellCommands, AddActCommands, AddConfigureCommands,
-                           AddDaemonCommands, AddOwnCommands}) {
+                           AddTextCommands, AddDaemonCommands, AddOwnCommands}) {
         add(app, *line);
     }
     try {

@@ -5,6 +5,7 @@
 
 #include "tvsc/act.h"
 #include "tvsc/configure.h"
+#include "tvsc/export.h"
 #include "tvsc/graph.h"
 #include "tvsc/hosts.h"
 #include "tvsc/logs.h"
@@ -38,6 +39,9 @@ struct CommandLine {
     CreateOptions create;
     ConfigOptions config;
     DeleteOptions deletion;
+    TextFormat textFormat = TextFormat::toml;
+    ApplyOptions apply;
+    std::string newName;
     DWORD control = 0;
     std::string what;         // explain
     bool asSvg = false;       // timeline
@@ -88,4 +92,5 @@ void AddActCommands(CLI::App &app, CommandLine &line);
 // Those that find out why something is as it is.
 void AddTellCommands(CLI::App &app, CommandLine &line);
 void AddConfigureCommands(CLI::App &app, CommandLine &line);
+void AddTextCommands(CLI::App &app, CommandLine &line);
 void AddDaemonCommands(CLI::App &app, CommandLine &line);

@@ -168,37 +168,6 @@ void RemoveUnusedLauncher(Session &session, const std::string &name) {
     }
 }
 
-void DeleteOne(Session &session, const std::string &name, const DeleteOptions &options) {
-    ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
-    if (service == nullptr) {
-        Failed(session, name, "delete", GetLastError());
-        return;
-    }
-    // Without the registry the daemon forgets a service, whose key brings it back when the daemon starts again.
-    ServiceConfig config;
-    if (QueryConfig(service.get(), &config) == ERROR_REGISTRY_IO_FAILED) {
-        Failed(session, name, "delete", ERROR_REGISTRY_IO_FAILED, "not deleted");
-        return;
-    }
-    if (session.options.dryRun) return Done(session, name, "delete", "would be deleted");
-    if (!MayDelete(session, service.get(), name, options)) return;
-    if (!DeleteService(service.get())) {
-        Failed(session, name, "delete", GetLastError());
-        return;
-    }
-    service.reset();
-    if (IsGone(session, name, options.wait)) {
-        RemoveUnusedLauncher(session, name);
-        Done(session, name, "delete", "deleted");
-    } else if (options.wait) {
-        Failed(session, name, "delete", ERROR_SERVICE_MARKED_FOR_DELETE, "still there");
-    } else {
-        Done(session, name, "delete",
-             "marked for deletion; goes when it is stopped and closed by all, at the latest when the daemon starts "
-             "again");
-    }
-}
-
 // The daemon passes over a dependency that names nothing, at every start.
 void NoteUnknownDependencies(Session &session, const std::vector<std::string> &dependencies) {
     std::vector<ListedService> services;
@@ -273,6 +242,37 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
 
 } // namespace
 
+void DeleteNamed(Session &session, const std::string &name, const DeleteOptions &options) {
+    ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
+    if (service == nullptr) {
+        Failed(session, name, "delete", GetLastError());
+        return;
+    }
+    // Without the registry the daemon forgets a service, whose key brings it back when the daemon starts again.
+    ServiceConfig config;
+    if (QueryConfig(service.get(), &config) == ERROR_REGISTRY_IO_FAILED) {
+        Failed(session, name, "delete", ERROR_REGISTRY_IO_FAILED, "not deleted");
+        return;
+    }
+    if (session.options.dryRun) return Done(session, name, "delete", "would be deleted");
+    if (!MayDelete(session, service.get(), name, options)) return;
+    if (!DeleteService(service.get())) {
+        Failed(session, name, "delete", GetLastError());
+        return;
+    }
+    service.reset();
+    if (IsGone(session, name, options.wait)) {
+        RemoveUnusedLauncher(session, name);
+        Done(session, name, "delete", "deleted");
+    } else if (options.wait) {
+        Failed(session, name, "delete", ERROR_SERVICE_MARKED_FOR_DELETE, "still there");
+    } else {
+        Done(session, name, "delete",
+             "marked for deletion; goes when it is stopped and closed by all, at the latest when the daemon starts "
+             "again");
+    }
+}
+
 int RunCreate(Session &session, const CreateOptions &create) {
     HostParameters parameters;
     std::optional<LaunchedProgram> program;
@@ -345,7 +345,7 @@ int RunSwitch(Session &session, const std::string &action, const std::vector<std
 
 int RunDelete(Session &session, const DeleteOptions &options) {
     for (const std::string &name : ResolveNames(session, options.names, "delete")) {
-        DeleteOne(session, name, options);
+        DeleteNamed(session, name, options);
     }
     return Finish(session);
 }

@@ -43,4 +43,6 @@ struct DeleteOptions {
     bool force = false;          // although it runs, or others that depend on it do
     bool wait = false;
 };
+// Deletes one service; what comes of it is noted.
+void DeleteNamed(Session &session, const std::string &name, const DeleteOptions &options);
 int RunDelete(Session &session, const DeleteOptions &options);

@@ -1,22 +1,9 @@
 // SPDX-License-Identifier: MIT
 // configure_commands: the commands that create, change and delete services, on the command line.
 #include "tvsc/commands.h"
+#include "tvsc/config_words.h"
 
 namespace {
-
-const std::map<std::string, DWORD> startTypes = {{"boot", SERVICE_BOOT_START},
-                                                 {"system", SERVICE_SYSTEM_START},
-                                                 {"auto", SERVICE_AUTO_START},
-                                                 {"demand", SERVICE_DEMAND_START},
-                                                 {"disabled", SERVICE_DISABLED}};
-const std::map<std::string, DWORD> serviceTypes = {{"own", SERVICE_WIN32_OWN_PROCESS},
-                                                   {"share", SERVICE_WIN32_SHARE_PROCESS},
-                                                   {"kernel", SERVICE_KERNEL_DRIVER},
-                                                   {"filesys", SERVICE_FILE_SYSTEM_DRIVER}};
-const std::map<std::string, DWORD> errorControls = {{"ignore", SERVICE_ERROR_IGNORE},
-                                                    {"normal", SERVICE_ERROR_NORMAL},
-                                                    {"severe", SERVICE_ERROR_SEVERE},
-                                                    {"critical", SERVICE_ERROR_CRITICAL}};
 
 // NAME=VALUE; nothing behind the sign takes the variable away.
 CLI::Validator ReadVariable() {
@@ -32,13 +19,13 @@ CLI::Validator ReadVariable() {
 template <typename Options>
 void AddWordOptions(CLI::App *command, Options &options) {
     command->add_option("--start", options.startType, "auto, demand, disabled, boot or system")
-        ->transform(ReadWord(startTypes))
+        ->transform(ReadWord(startTypeWords))
         ->type_name("WORD");
     command->add_option("--type", options.type, "own, share, kernel or filesys")
-        ->transform(ReadWord(serviceTypes))
+        ->transform(ReadWord(serviceTypeWords))
         ->type_name("WORD");
     command->add_option("--error", options.errorControl, "ignore, normal, severe or critical")
-        ->transform(ReadWord(errorControls))
+        ->transform(ReadWord(errorControlWords))
         ->type_name("WORD");
 }
 

@@ -97,6 +97,10 @@ int RunDaemonStop(const Options &options) {
     session.options = options;
     const int opened = OpenSession(session, false);
     if (opened != EXIT_DONE) return Finish(session);
+    if (options.dryRun) {
+        Done(session, options.host, "daemon stop", "would be stopped; services would be left running");
+        return Finish(session);
+    }
     if (!tvStopDaemon(session.manager.get())) {
         Failed(session, options.host, "daemon stop", GetLastError());
         return Finish(session);

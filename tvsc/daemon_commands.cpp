@@ -2,6 +2,7 @@
 // daemon_commands: the commands about the daemon itself and its lock, on the command line.
 #include "tvsc/commands.h"
 #include "tvsc/daemon.h"
+#include "tvsc/drain.h"
 #include "tvsc/lock.h"
 #include "tvsc/prepare.h"
 
@@ -18,12 +19,21 @@ void AddDaemonCommands(CLI::App &app, CommandLine &line) {
     AddCommand(*lock, line, "release", "Free it, whoever holds it", [&line](Session &session) {
         return RunLockRelease(session, line.lockId);
     })->add_option("--id", line.lockId, "Its identifier, where the owner's name does not tell it");
+    AddCommand(*lock, line, "take", "Hold it while the command behind -- runs, or until interrupted",
+               [&line](Session &session) { return RunLockTake(session, "lock take", line.behindDashes); });
     AddCommand(
         app, line, "with-lock", "Run the command behind -- while holding the lock",
-        [&line](Session &session) { return RunWithLock(session, line.behindDashes); },
+        [&line](Session &session) { return RunLockTake(session, "with-lock", line.behindDashes); },
         [&line] {
             if (line.behindDashes.empty()) throw CLI::RequiredError("a command behind --");
         });
+
+    CLI::App *handles = app.add_subcommand("handles", "The handles of services at the daemon");
+    handles->require_subcommand(1);
+    AddCommand(*handles, line, "drain", "Close those that keep a deleted service, whoever left them open",
+               [&line](Session &session) { return RunHandlesDrain(session, line.names); })
+        ->add_option(nameOption, line.names, "Service names")
+        ->required();
 
     CLI::App *ping = app.add_subcommand("ping", "Ask the daemon whether it answers");
     ping->add_option("-c,--count", line.pings, "How often")->check(CLI::Range(1, mostPings))->capture_default_str();

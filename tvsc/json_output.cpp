@@ -4,13 +4,12 @@
 
 #include "svcapi/process_stat.h"
 #include "tvsc/boot_words.h"
+#include "tvsc/json_document.h"
 #include "tvsc/words.h"
 #include "util/json_text.h"
 #include "util/win32_names.h"
 
 #include <nlohmann/json.hpp>
-
-#include <cstdio>
 
 namespace {
 
@@ -33,8 +32,6 @@ Json WordsOf(DWORD mask, const BitWord (&words)[N]) {
     }
     return list;
 }
-
-void Print(const Json &object) { std::puts(JsonText(object).c_str()); }
 
 Json ConfigJson(const ServiceConfig &config) {
     std::vector<std::string> services, groups;
@@ -93,30 +90,6 @@ Json ProgramJson(const HostedView &view) {
     return object;
 }
 
-Json Header(const char *schema, const std::string &host) {
-    Json object;
-    object["schema"] = schema;
-    SetText(object, "host", host);
-    return object;
-}
-
-Json ErrorsOf(const Session &session) {
-    Json errors = Json::array();
-    for (const ActionResult &result : session.results) {
-        if (result.code == ERROR_SUCCESS) continue;
-        const char *symbol = Win32ErrorName(result.code);
-        const char *message = Win32ErrorText(result.code);
-        Json error;
-        SetText(error, "name", result.name);
-        error["win32"] = result.code;
-        error["symbol"] = symbol != nullptr ? symbol : "";
-        error["message"] = message != nullptr ? message : "";
-        if (!result.suggested.empty()) SetTexts(error, "suggest", result.suggested);
-        errors.push_back(std::move(error));
-    }
-    return errors;
-}
-
 constexpr const char *remarkWords[] = {"disabled",    "no_image",   "ring",       "unknown_service",
                                        "empty_group", "unreadable", "group_order"};
 static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::groupOrder) + 1);
@@ -140,7 +113,7 @@ Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t po
 } // namespace
 
 void PrintServicesJson(const Session &session, const std::vector<ServiceView> &views) {
-    Json object = Header("tvsc.status/1", session.options.host);
+    Json object = JsonHeader("tvsc.status/1", session.options.host);
     object["daemon"]["reachable"] = session.manager != nullptr;
     object["daemon"]["initialized"] = session.manager != nullptr && session.initCode == ERROR_SUCCESS;
     object["daemon"]["init_code"] = session.initCode;
@@ -165,51 +138,41 @@ void PrintServicesJson(const Session &session, const std::vector<ServiceView> &v
         }
         object["services"].push_back(std::move(service));
     }
-    object["errors"] = ErrorsOf(session);
-    Print(object);
+    AddErrors(object, session);
+    PrintDocument(object);
 }
 
 void PrintResultsJson(const Session &session) {
-    Json object = Header("tvsc.action/1", session.options.host);
-    object["results"] = Json::array();
-    for (const ActionResult &result : session.results) {
-        Json entry;
-        SetText(entry, "name", result.name);
-        entry["action"] = result.action;
-        entry["win32"] = result.code;
-        entry["exit_status"] = result.exitStatus;
-        SetText(entry, "text", result.text);
-        object["results"].push_back(std::move(entry));
-    }
-    object["errors"] = ErrorsOf(session);
-    Print(object);
+    Json object = JsonHeader("tvsc.action/1", session.options.host);
+    AddResults(object, session);
+    PrintDocument(object);
 }
 
 void PrintRelationJson(const Session &session, const std::string &name, const std::string &relation,
                        const std::vector<ListedService> &services) {
-    Json object = Header("tvsc.relation/1", session.options.host);
+    Json object = JsonHeader("tvsc.relation/1", session.options.host);
     SetText(object, "name", name);
     object["relation"] = relation;
     object["services"] = Json::array();
     for (const ListedService &service : services) {
         object["services"].push_back(StatusJson(service));
     }
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintLockJson(const Session &session, const LockStatus &status) {
-    Json object = Header("tvsc.lock/1", session.options.host);
+    Json object = JsonHeader("tvsc.lock/1", session.options.host);
     object["locked"] = status.locked;
     SetText(object, "owner", status.owner);
     object["duration_s"] = status.durationSec;
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintNamesJson(const Session &session, const std::string &name, const std::string &displayName) {
-    Json object = Header("tvsc.name/1", session.options.host);
+    Json object = JsonHeader("tvsc.name/1", session.options.host);
     SetText(object, "name", name);
     SetText(object, "display_name", displayName);
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintExplanationJson(DWORD code) {
@@ -220,11 +183,11 @@ void PrintExplanationJson(DWORD code) {
     object["win32"] = code;
     object["symbol"] = symbol != nullptr ? symbol : "";
     object["message"] = message != nullptr ? message : "";
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan) {
-    Json object = Header("tvsc.plan/1", options.host);
+    Json object = JsonHeader("tvsc.plan/1", options.host);
     object["plan"] = "boot";
     object["steps"] = Json::array();
     for (const BootStep &step : plan.steps) {
@@ -241,20 +204,20 @@ void PrintPlanJson(const Options &options, const BootDatabase &database, const B
     SetTexts(object, "deleted", database.deleted);
     object["services"] = database.services.size();
     object["worst_case_s"] = WorstCaseSec(plan);
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintPingJson(const Options &options, const PingReport &report) {
-    Json object = Header("tvsc.ping/1", options.host);
+    Json object = JsonHeader("tvsc.ping/1", options.host);
     object["daemon"]["reachable"] = report.reachable;
     object["daemon"]["initialized"] = report.reachable && report.initCode == ERROR_SUCCESS;
     object["daemon"]["init_code"] = report.initCode;
     object["round_trips_ms"] = report.roundTripsMs;
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintActPlanJson(const Options &options, const std::vector<ActStep> &steps, std::size_t worstSec) {
-    Json object = Header("tvsc.act_plan/1", options.host);
+    Json object = JsonHeader("tvsc.act_plan/1", options.host);
     object["steps"] = Json::array();
     for (const ActStep &step : steps) {
         Json entry;
@@ -264,11 +227,11 @@ void PrintActPlanJson(const Options &options, const std::vector<ActStep> &steps,
         object["steps"].push_back(std::move(entry));
     }
     object["worst_case_s"] = worstSec;
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintGraphJson(const Session &session, const ServiceGraph &graph, const std::vector<bool> &wanted) {
-    Json object = Header("tvsc.graph/1", session.options.host);
+    Json object = JsonHeader("tvsc.graph/1", session.options.host);
     object["services"] = Json::array();
     for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
         if (!wanted[i]) continue;
@@ -286,11 +249,11 @@ void PrintGraphJson(const Session &session, const ServiceGraph &graph, const std
         entry["in_ring"] = node.isInRing;
         object["services"].push_back(std::move(entry));
     }
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintFindingsJson(const Options &options, const std::string &name, const Findings &findings) {
-    Json object = Header("tvsc.findings/1", options.host);
+    Json object = JsonHeader("tvsc.findings/1", options.host);
     if (!name.empty()) SetText(object, "name", name);
     object["findings"] = Json::array();
     for (const Finding &finding : findings) {
@@ -303,16 +266,16 @@ void PrintFindingsJson(const Options &options, const std::string &name, const Fi
         SetText(entry, "command", finding.command);
         object["findings"].push_back(std::move(entry));
     }
-    Print(object);
+    PrintDocument(object);
 }
 
 void PrintLeftoversJson(const Options &options, const std::vector<RegisteredService> &services) {
-    Json object = Header("tvsc.leftovers/1", options.host);
+    Json object = JsonHeader("tvsc.leftovers/1", options.host);
     object["processes"] = Json::array();
     for (const RegisteredService &service : services) {
         object["processes"].push_back(Json{{"pid", service.process}});
     }
-    Print(object);
+    PrintDocument(object);
 }
 
 std::string ChangeJson(const Options &options, const ServiceChange &change, const std::string &time) {
@@ -320,7 +283,7 @@ std::string ChangeJson(const Options &options, const ServiceChange &change, cons
     const auto stateOf = [](const std::optional<ServiceView> &view) {
         return view ? Json(StateWord(view->service.status.dwCurrentState, true)) : Json();
     };
-    Json object = Header("tvsc.event/1", options.host);
+    Json object = JsonHeader("tvsc.event/1", options.host);
     object["time"] = time;
     object["event"] = kinds[static_cast<std::size_t>(change.kind)];
     SetText(object, "name", change.after ? change.after->service.name : change.before->service.name);
@@ -340,7 +303,7 @@ std::string ChangeJson(const Options &options, const ServiceChange &change, cons
 }
 
 std::string DaemonEventJson(const Options &options, DWORD code, const std::string &time) {
-    Json object = Header("tvsc.event/1", options.host);
+    Json object = JsonHeader("tvsc.event/1", options.host);
     object["time"] = time;
     object["event"] = code == ERROR_SUCCESS ? "daemon_answers" : "daemon_lost";
     object["win32"] = code;
@@ -348,7 +311,7 @@ std::string DaemonEventJson(const Options &options, DWORD code, const std::strin
 }
 
 void PrintTimelineJson(const Options &options, const Timeline &timeline) {
-    Json object = Header("tvsc.timeline/1", options.host);
+    Json object = JsonHeader("tvsc.timeline/1", options.host);
     const auto sinceStart = [&](std::int64_t ms) { return ms == 0 ? Json() : Json(ms - timeline.daemonStartMs); };
     object["daemon"]["pid"] = timeline.daemon;
     object["daemon"]["started_at_ms"] = timeline.daemon == 0 ? 0 : EpochMs() - MsSinceBoot() + timeline.daemonStartMs;
@@ -370,5 +333,5 @@ void PrintTimelineJson(const Options &options, const Timeline &timeline) {
         }
         object["services"].push_back(std::move(entry));
     }
-    Print(object);
+    PrintDocument(object);
 }

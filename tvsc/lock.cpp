@@ -50,6 +50,10 @@ int RunLockRelease(Session &session, std::optional<DWORD> id) {
         }
         return Finish(session);
     }
+    if (rc == ERROR_SUCCESS && session.options.dryRun) {
+        Done(session, session.options.host, "lock release", fmt::format("would free the lock of {}", status.owner));
+        return Finish(session);
+    }
     if (rc == ERROR_SUCCESS) {
         rc = tvUnlockServiceDatabaseById(session.manager.get(), id.value_or(0)) ? ERROR_SUCCESS : GetLastError();
     }
@@ -61,12 +65,8 @@ int RunLockRelease(Session &session, std::optional<DWORD> id) {
     return Finish(session);
 }
 
-int RunWithLock(Session &session, const std::vector<std::string> &command) {
-    const SC_LOCK lock = LockServiceDatabase(session.manager.get());
-    if (lock == nullptr) {
-        Failed(session, session.options.host, "with-lock", GetLastError());
-        return Finish(session);
-    }
+// Runs a command and waits for its end. Returns its exit status.
+static int RunAndWait(const std::vector<std::string> &command) {
     std::vector<char *> argv;
     argv.reserve(command.size() + 1);
     for (const std::string &word : command) {
@@ -84,8 +84,31 @@ int RunWithLock(Session &session, const std::vector<std::string> &command) {
         _exit(127);
     }
     int status = 0;
-    const bool ended = child > 0 && waitpid(child, &status, 0) == child;
-    (void)UnlockServiceDatabase(lock); // somebody may have freed it by force
-    if (!ended) return EXIT_FAILED;
+    if (child < 0 || waitpid(child, &status, 0) != child) return EXIT_FAILED;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int RunLockTake(Session &session, const std::string &action, const std::vector<std::string> &command) {
+    if (session.options.dryRun) {
+        Done(session, session.options.host, action,
+             command.empty() ? "would be locked" : fmt::format("would be locked while {} runs", command.front()));
+        return Finish(session);
+    }
+    const SC_LOCK lock = LockServiceDatabase(session.manager.get());
+    if (lock == nullptr) {
+        Failed(session, session.options.host, action, GetLastError());
+        return Finish(session);
+    }
+    if (!command.empty()) {
+        const int status = RunAndWait(command);
+        (void)UnlockServiceDatabase(lock); // somebody may have freed it by force
+        return status;
+    }
+    Done(session, session.options.host, action, "locked, until this is interrupted");
+    const int status = Finish(session);
+    (void)std::fflush(stdout); // who reads it wants to know now
+    while (status == EXIT_DONE) {
+        pause(); // an interrupt ends the program, which gives the lock back
+    }
+    return status;
 }

@@ -8,4 +8,6 @@
 
 int RunLockStatus(Session &session);
 int RunLockRelease(Session &session, std::optional<DWORD> id);
-int RunWithLock(Session &session, const std::vector<std::string> &command);
+// Holds it while a command runs, whose exit status it is then, or without one until the program is interrupted.
+//   action  as results name it
+int RunLockTake(Session &session, const std::string &action, const std::vector<std::string> &command);

@@ -51,7 +51,7 @@ std::string DependenciesText(const ServiceConfig &config) {
 }
 
 void PrintConfig(const ServiceConfig &config, const std::string &command) {
-    fmt::print("     type: {}\n", TypeText(config.type));
+    fmt::print("     type: {}\n", ServiceTypeText(config.type));
     fmt::print("    start: {}\n", StartWord(config.startType));
     fmt::print("    error: {}\n", ErrorControlWord(config.errorControl));
     if (!command.empty()) fmt::print("  command: {}\n", Printable(command));

@@ -18,23 +18,6 @@ namespace {
 
 bool IsPattern(const std::string &text) { return text.find_first_of("*?[") != std::string::npos; }
 
-using Services = std::vector<const ListedService *>;
-
-// The services that one argument means; empty for none.
-Services Resolve(const std::string &wanted, const std::vector<ListedService> &services) {
-    Services exact, otherCase, display, matching;
-    for (const ListedService &service : services) {
-        if (service.name == wanted) exact.push_back(&service);
-        if (strcasecmp(service.name.c_str(), wanted.c_str()) == 0) otherCase.push_back(&service);
-        if (service.displayName == wanted) display.push_back(&service);
-        if (fnmatch(wanted.c_str(), service.name.c_str(), 0) == 0) matching.push_back(&service);
-    }
-    if (!exact.empty()) return exact;
-    if (IsPattern(wanted)) return matching;
-    if (otherCase.size() == 1) return otherCase;
-    return display.size() == 1 ? display : Services{};
-}
-
 // The services that an argument could mean, but for others that it could mean as well.
 std::vector<std::string> MeansSeveral(const std::string &wanted, const std::vector<ListedService> &services) {
     std::vector<std::string> meant;
@@ -100,6 +83,20 @@ bool FindAllByName(Session &session, const std::vector<std::string> &names, std:
 
 } // namespace
 
+MeantServices ServicesMeant(const std::string &wanted, const std::vector<ListedService> &services) {
+    MeantServices exact, otherCase, display, matching;
+    for (const ListedService &service : services) {
+        if (service.name == wanted) exact.push_back(&service);
+        if (strcasecmp(service.name.c_str(), wanted.c_str()) == 0) otherCase.push_back(&service);
+        if (service.displayName == wanted) display.push_back(&service);
+        if (fnmatch(wanted.c_str(), service.name.c_str(), 0) == 0) matching.push_back(&service);
+    }
+    if (!exact.empty()) return exact;
+    if (IsPattern(wanted)) return matching;
+    if (otherCase.size() == 1) return otherCase;
+    return display.size() == 1 ? display : MeantServices{};
+}
+
 bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services) {
     const DWORD rc = EnumerateAllServices(session.manager.get(), services);
     if (rc == ERROR_SUCCESS) return true;
@@ -117,7 +114,7 @@ std::vector<ListedService> ResolveServices(Session &session, const std::vector<s
     if (!ListServicesFor(session, action, &services)) return resolved;
     std::set<const ListedService *> taken;
     for (const std::string &pattern : patterns) {
-        const Services meant = Resolve(pattern, services);
+        const MeantServices meant = ServicesMeant(pattern, services);
         if (meant.empty()) TellUnknown(session, pattern, action, services);
         for (const ListedService *service : meant) {
             if (taken.insert(service).second) resolved.push_back(*service);

@@ -8,6 +8,10 @@
 // Everything that can be seen without touching anything. Where that fails it is told and noted, and false returned.
 [[nodiscard]] bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services);
 
+// The services that one argument means, as below, borrowed from those given; empty for none.
+using MeantServices = std::vector<const ListedService *>;
+[[nodiscard]] MeantServices ServicesMeant(const std::string &wanted, const std::vector<ListedService> &services);
+
 // The services that patterns mean, as they stand: an exact name, else the one name that differs in case only, else the
 // key of a display name; a pattern with * ? [ stands for all that match. What means nothing is told and noted as
 // failed.

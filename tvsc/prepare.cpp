@@ -33,6 +33,7 @@ void Prepare(Session &session, HKEY services, const std::string &name) {
         Failed(session, name, "prepare", rc);
         return;
     }
+    if (session.options.dryRun) return Done(session, name, "prepare", "would have its files");
     const int error = PrepareServiceFiles(name, account);
     if (error == ENOENT) {
         Note(session, fmt::format("tvsc: {}: there is no account {}", name, account));

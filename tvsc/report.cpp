@@ -23,10 +23,14 @@ void Note(const Session &session, const std::string &line) {
     if (!session.options.quiet) fmt::print(stderr, "{}\n", Printable(line));
 }
 
-int Finish(const Session &session) {
-    if (session.options.json) PrintResultsJson(session);
+int StatusOf(const Session &session) {
     for (const ActionResult &result : session.results) {
         if (result.exitStatus != EXIT_DONE) return result.exitStatus;
     }
     return EXIT_DONE;
+}
+
+int Finish(const Session &session) {
+    if (session.options.json) PrintResultsJson(session);
+    return StatusOf(session);
 }

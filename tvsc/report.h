@@ -10,5 +10,7 @@ void Failed(Session &session, const std::string &name, const std::string &action
             const std::string &text = "");
 // A line on stderr that belongs to no result.
 void Note(const Session &session, const std::string &line);
-// Writes the results as JSON when that is wanted. Returns the exit status: the first failure's.
+// The exit status that follows from the results: the first failure's.
+[[nodiscard]] int StatusOf(const Session &session);
+// Writes the results as JSON when that is wanted. Returns the exit status.
 [[nodiscard]] int Finish(const Session &session);

@@ -64,7 +64,7 @@ std::vector<std::string> TypeWords(DWORD type, bool machineReadable) {
     return words;
 }
 
-std::string TypeText(DWORD type) {
+std::string ServiceTypeText(DWORD type) {
     const std::vector<std::string> words = TypeWords(type);
     return words.empty() ? fmt::format("unknown {:#x}", type) : fmt::format("{}", fmt::join(words, ", "));
 }

@@ -13,7 +13,7 @@
 // The bits of a service's type: "own process", or "win32_own_process" when machine-readable.
 [[nodiscard]] std::vector<std::string> TypeWords(DWORD type, bool machineReadable = false);
 // All of them, "own process, interactive", or the number where there is no word for it.
-[[nodiscard]] std::string TypeText(DWORD type);
+[[nodiscard]] std::string ServiceTypeText(DWORD type);
 // "ignore", "normal", "severe", "critical"; "unknown 7".
 [[nodiscard]] std::string ErrorControlWord(DWORD errorControl);
 // "12 s", "3 min 5 s", "2 h 10 min", "4 d 1 h".

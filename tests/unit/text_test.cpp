@@ -60,6 +60,18 @@ TEST(Base64, fills_up_with_signs_of_equality) {
     EXPECT_EQ(Base64("\xFF\xFE\xFD\xFC"), "//79/A==");
 }
 
+TEST(Base64, gives_its_bytes_back) {
+    for (const std::string bytes : {"", "f", "fo", "foo", "foob", "\xFF\xFE\xFD\xFC\x01"}) {
+        EXPECT_EQ(BytesOfBase64(Base64(bytes)), bytes);
+    }
+}
+
+TEST(Base64, is_read_only_as_it_is_written) {
+    for (const char *text : {"Z", "Zg", "Zg=", "Zh==", "Zg===", "Zm9v=", "Zm 9v", "=", "Z=8="}) {
+        EXPECT_EQ(BytesOfBase64(text), std::nullopt) << text;
+    }
+}
+
 TEST(IsUtf8, proper_characters_only) {
     for (const char *text :
          {"", "a", "\xC2\x80", "\xE0\xA0\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"})

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// apply: services brought to what a text says of them.
+#pragma once
+
+#include "tvsc/service_text.h"
+#include "tvsc/session.h"
+
+struct ApplyRules {
+    std::string action;   // as results name it
+    bool isWhole = false; // what the text does not say of a service is taken away
+    bool mayExist = true; // else a service that is there already is refused: 1073
+};
+
+enum class Change { none, created, changed, deleted };
+
+// What became of one service, or would become of it.
+struct AppliedService {
+    std::string name;
+    Change change = Change::none;
+    KeyPath top;
+    std::vector<Difference> differences;
+};
+
+// Connects where there is a daemon with a database. Where none runs, or it has none, the session has no manager, and
+// services are written into the registry alone. Returns EXIT_DONE, or says why it cannot be told and returns the exit
+// status.
+[[nodiscard]] int OpenForApply(Session &session);
+
+// Creates and changes services; with --dry-run tells what would be done. All are checked before anything is written.
+// Through the daemon where one is open, so that it holds at once. What comes of each is noted.
+//   applied  gets a record of each but for those that failed, which are as they were
+// Returns whether all of it worked.
+bool ApplyServices(Session &session, const std::vector<ServiceText> &said, const ApplyRules &rules,
+                   std::vector<AppliedService> *applied);

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+// sc: finding the verb and taking its words apart.
+#include "tvsc/sc.h"
+
+#include "tvsc/report.h"
+#include "tvsc/sc_call.h"
+#include "util/printable.h"
+#include "util/similar_names.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cctype>
+
+namespace {
+
+struct NamedVerb {
+    const char *name;
+    ScVerb run;
+    std::size_t least, most; // names
+    const char *usage;
+};
+
+constexpr std::size_t any = SIZE_MAX;
+
+constexpr NamedVerb verbs[] = {
+    {"query", ScQuery, 0, 1, "[NAME] [type= driver|service|all] [state= active|inactive|all] [group= GROUP]"},
+    {"queryex", ScQueryEx, 0, 1, "[NAME] [type= driver|service|all] [state= active|inactive|all] [group= GROUP]"},
+    {"qc", ScQueryConfig, 1, 2, "NAME"},
+    {"qdescription", ScQueryDescription, 1, 2, "NAME"},
+    {"qfailure", ScQueryFailure, 1, 2, "NAME"},
+    {"enumdepend", ScEnumDepend, 1, 2, "NAME"},
+    {"getdisplayname", ScGetDisplayName, 1, 2, "NAME"},
+    {"getkeyname", ScGetKeyName, 1, 2, "DISPLAYNAME"},
+    {"querylock", ScQueryLock, 0, 0, ""},
+    {"create", ScCreate, 1, 1,
+     "NAME binPath= IMAGE [type= own|share|kernel|filesys|interact] [start= boot|system|auto|demand|disabled|"
+     "delayed-auto] [error= normal|severe|critical|ignore] [group= GROUP] [tag= yes|no] [depend= A/B/+GROUP] "
+     "[obj= USER] [DisplayName= TEXT] [password= TEXT]"},
+    {"config", ScConfig, 1, 1, "NAME and the options of create"},
+    {"description", ScDescription, 1, 2, "NAME [TEXT]"},
+    {"failure", ScFailure, 1, 1,
+     "NAME [reset= SECONDS] [reboot= TEXT] [command= COMMAND] "
+     "[actions= none|restart|reboot|run/MILLISECONDS/...]"},
+    {"delete", ScDelete, 1, 1, "NAME"},
+    {"start", ScStart, 1, any, "NAME [ARGUMENT...]"},
+    {"stop", ScStop, 1, 1, "NAME"},
+    {"pause", ScPause, 1, 1, "NAME"},
+    {"continue", ScContinue, 1, 1, "NAME"},
+    {"interrogate", ScInterrogate, 1, 1, "NAME"},
+    {"control", ScControl, 2, 2, "NAME paramchange|netbindadd|netbindremove|netbindenable|netbinddisable|NUMBER"},
+    {"lock", ScLock, 0, 0, ", which holds the lock until standard input ends or has a line \"u\""},
+};
+
+std::string InSmallLetters(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    return text;
+}
+
+// "start= auto" is two words, "start=auto" one.
+void TakeWords(ScCall &call, const std::vector<std::string> &words, bool takesOptions) {
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::size_t sign = words[i].find('=');
+        if (!takesOptions || sign == std::string::npos || sign == 0) {
+            call.names.push_back(words[i]);
+            continue;
+        }
+        const std::string option = InSmallLetters(words[i].substr(0, sign));
+        const bool isNext = sign + 1 == words[i].size() && i + 1 < words.size();
+        call.options[option] = isNext ? words[++i] : words[i].substr(sign + 1);
+    }
+}
+
+int SayUsage(Session &session, const std::string &wrong, const NamedVerb *verb,
+             const std::vector<std::string> &similar = {}) {
+    fmt::print(stderr, "tvsc: sc: {}\n", Printable(wrong));
+    if (!similar.empty()) fmt::print(stderr, "  did you mean {}?\n", fmt::join(similar, ", "));
+    if (verb != nullptr) fmt::print(stderr, "  tvsc sc {} {}\n", verb->name, verb->usage);
+    session.results.push_back({"sc", "usage", ERROR_INVALID_PARAMETER, EXIT_USAGE, wrong, similar});
+    return Finish(session);
+}
+
+} // namespace
+
+ServiceHandle OpenNamed(ScCall &call, const std::string &function, int *status) {
+    ServiceHandle service(OpenServiceA(call.session.manager.get(), call.names.front().c_str(), SERVICE_ALL_ACCESS));
+    if (service == nullptr) *status = ScFailed(function, GetLastError());
+    return service;
+}
+
+int ScChange(const ScCall &call, const std::string &function, const std::function<BOOL()> &act) {
+    if (call.session.options.dryRun) {
+        fmt::print("[SC] {} would be called\n", function);
+        return EXIT_DONE;
+    }
+    if (!act()) return ScFailed(function, GetLastError());
+    ScDone(function);
+    return EXIT_DONE;
+}
+
+const char *ScOption(const ScCall &call, const std::string &name) {
+    const auto found = call.options.find(name);
+    return found != call.options.end() ? found->second.c_str() : nullptr;
+}
+
+int RunSc(const Options &options, const std::vector<std::string> &words) {
+    Session session;
+    session.options = options;
+    auto word = words.begin();
+    if (word != words.end() && word->starts_with("\\\\")) session.options.host = word++->substr(2);
+    std::vector<std::string> known;
+    for (const NamedVerb &verb : verbs) {
+        known.emplace_back(verb.name);
+    }
+    if (word == words.end())
+        return SayUsage(session, fmt::format("one of {} is needed", fmt::join(known, ", ")), nullptr);
+    const std::string name = InSmallLetters(*word++);
+    const auto *const verb =
+        std::find_if(std::begin(verbs), std::end(verbs), [&](const NamedVerb &one) { return one.name == name; });
+    if (verb == std::end(verbs)) {
+        return SayUsage(session, name + ": no such verb", nullptr, SimilarNames(name, known));
+    }
+    if (options.json)
+        return SayUsage(session, "its layout is that of the Win32 tool; every other command has JSON", nullptr);
+    ScCall call = {.session = session, .names = {}, .options = {}};
+    TakeWords(call, {word, words.end()}, verb->run != ScStart && verb->run != ScDescription);
+    const bool fits = call.names.size() >= verb->least && call.names.size() <= verb->most;
+    if (!fits) return SayUsage(session, fmt::format("{}: wrong number of arguments", name), verb);
+    if (OpenSession(session, true) != EXIT_DONE) return session.results.back().exitStatus;
+    return verb->run(call);
+}
