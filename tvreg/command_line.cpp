@@ -386,6 +386,7 @@ void ReadCommandLine(int argc, const char *const *argv, Invocation *invocation) 
     try {
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError &error) {
+        invocation->options.json = std::find(argv + 1, argv + argc, std::string_view("--json")) != argv + argc;
         const std::vector<std::string> unknown = app.remaining();
         if (app.get_subcommands().empty() && !unknown.empty()) FailUnknown(unknown.front());
         // Of compare, the status of wrong usage tells of a difference.
@@ -394,6 +395,7 @@ void ReadCommandLine(int argc, const char *const *argv, Invocation *invocation) 
         const std::vector<std::string> below = app.remaining(true);
         const std::vector<std::string> meant = below.empty() ? below : Meant(app, below.front());
         if (!meant.empty()) Tell(fmt::format("did you mean {}?", fmt::join(meant, ", ")));
+        if (invocation->options.json) PrintJson(ErrorJson(error.what(), 0, meant));
         throw Failure(isCompare ? EXIT_FAILED : EXIT_USAGE, "");
     }
 }

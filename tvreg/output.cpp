@@ -7,6 +7,7 @@
 #include "util/guard.h"
 #include "util/json_text.h"
 #include "util/printable.h"
+#include "util/win32_names.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -61,6 +62,18 @@ void Print(std::string_view text) {
 }
 
 void PrintJson(const Json &object) { Print(JsonText(object) + "\n"); }
+
+Json ErrorJson(const std::string &text, std::uint32_t code, const std::vector<std::string> &meant) {
+    Json object = {{"schema", "tvreg.error/1"}};
+    SetText(object, "message", text);
+    if (code != 0) {
+        object["win32"] = code;
+        const char *symbol = Win32ErrorName(code);
+        if (symbol != nullptr) object["symbol"] = symbol;
+    }
+    if (!meant.empty()) SetTexts(object, "suggest", meant);
+    return object;
+}
 
 void Tell(const std::string &text) { (void)std::fprintf(stderr, "tvreg: %s\n", Printable(text).c_str()); }
 

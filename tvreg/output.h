@@ -15,6 +15,11 @@ using Json = nlohmann::ordered_json;
 void Print(std::string_view text);
 void PrintJson(const Json &object);
 
+// What has failed, for PrintJson.
+//   code   Win32; 0 where the registry was not asked
+//   meant  what a word may have been meant as
+Json ErrorJson(const std::string &text, std::uint32_t code = 0, const std::vector<std::string> &meant = {});
+
 // A line on standard error, behind the program's name.
 void Tell(const std::string &text);
 

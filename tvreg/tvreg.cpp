@@ -5,7 +5,6 @@
 #include "tvreg/registry_reading.h"
 #include "util/json_text.h"
 #include "util/similar_names.h"
-#include "util/win32_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -16,8 +15,6 @@
 #include <cstdlib>
 
 namespace {
-
-constexpr char errorSchema[] = "tvreg.error/1";
 
 constexpr std::string_view timeIsOver = "the time that --timeout gives is over";
 std::string timeoutLine, timeoutJson; // for the signal handler, which cannot make them; empty: not wanted
@@ -34,7 +31,7 @@ void StartTimer(const Invocation &invocation) {
     const double seconds = invocation.options.timeoutSec;
     if (seconds <= 0) return;
     timeoutLine = fmt::format("tvreg: {}\n", timeIsOver);
-    if (invocation.options.json) timeoutJson = JsonText({{"schema", errorSchema}, {"message", timeIsOver}}) + "\n";
+    if (invocation.options.json) timeoutJson = JsonText(ErrorJson(std::string(timeIsOver))) + "\n";
     (void)std::signal(SIGALRM, invocation.run == Watch ? EndWatch : EndByTimeout); // watching ends no other way
     itimerval timer = {};
     timer.it_value.tv_sec = static_cast<time_t>(seconds);
@@ -88,16 +85,7 @@ void TellFailure(const Options &options, const Failure &failure) {
     Tell(text);
     const std::vector<std::string> similar = !failure.meant.empty() ? failure.meant : Suggestions(options, failure);
     if (!similar.empty()) Tell(fmt::format("did you mean {}?", fmt::join(similar, ", ")));
-    if (!options.json) return;
-    Json object = {{"schema", errorSchema}};
-    SetText(object, "message", text);
-    if (failure.code != 0) {
-        object["win32"] = failure.code;
-        const char *symbol = Win32ErrorName(failure.code);
-        if (symbol != nullptr) object["symbol"] = symbol;
-    }
-    if (!similar.empty()) SetTexts(object, "suggest", similar);
-    PrintJson(object);
+    if (options.json) PrintJson(ErrorJson(text, failure.code, similar));
 }
 
 // compare has a status 2 of its own, diff a status 1.

@@ -427,6 +427,11 @@ TEST_F(TvregCommands, what_may_have_been_meant_is_told) {
     EXPECT_EQ(told["win32"], 2);
     EXPECT_EQ(told["symbol"], "ERROR_FILE_NOT_FOUND");
     EXPECT_EQ(told["suggest"][0], "Display");
+    const Json wrong = Json::parse(Run({"query", key, "--json", "--recusrive"}).output);
+    EXPECT_EQ(wrong["schema"], "tvreg.error/1");
+    EXPECT_EQ(wrong["message"], "The following argument was not expected: --recusrive");
+    EXPECT_EQ(wrong["suggest"][0], "--recursive");
+    EXPECT_EQ(Json::parse(Run({"--json", "querry", key}).output)["schema"], "tvreg.error/1");
 }
 
 // Every form of answer there is, each with a text that is no UTF-8 where one may stand, against the schemas.
