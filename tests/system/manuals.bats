@@ -83,6 +83,35 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
     done
 }
 
+# What a program asks the environment for. TERM is everybody's.
+@test "every environment variable that a program reads stands in a manual, and no other does" {
+    source=$BATS_TEST_DIRNAME/../..
+    code=$(cd "$source" && ls -d util rpc registry servd svcapi tvbase tvhost tvsc tvreg tvregd | sed "s|^|$source/|")
+    read=$(grep -rhoE 'getenv\("[A-Z_]+"' $code | grep -oE '[A-Z_]{3,}' | sort -u)
+    [ "$(wc -w <<<"$read")" -gt 9 ]
+    for variable in $read; do
+        [ "$variable" = TERM ] || grep -qE "\*$variable\*|\\\$$variable/|\*${variable//_/\\\\_}\*" "$source"/docs/*.scd ||
+            { echo "$variable is in no manual"; false; }
+    done
+    told=$(sed -n '/^# ENVIRONMENT/,/^# [A-DF-Z]/p' "$source"/docs/*.scd | grep -oE '^\*[A-Z_]{3,}.*' | grep -oE '[A-Z_]{3,}' | sort -u)
+    [ "$(wc -w <<<"$told")" -gt 9 ]
+    for variable in $told; do
+        grep -rqF "\"$variable\"" $code || { echo "$variable is read by no program"; false; }
+    done
+}
+
+# Paths below folders of the system; what stands for a name, and what follows it, is left out.
+@test "every file that a manual names is one of the system's or of a program" {
+    source=$BATS_TEST_DIRNAME/../..
+    files=$(grep -hoE '_/(etc|run|var|bin)[a-zA-Z0-9/._-]*_' "$source"/docs/*.scd | sed 's/^_//; s/_$//; s|/[^/]*[A-Z].*||' | sort -u)
+    [ "$(wc -l <<<"$files")" -gt 10 ]
+    for file in $files; do
+        [ -e "$file" ] || grep -rqF -e "$file" -e "${file%-lock}" --include='*.cpp' --include='*.h' --include='*.service' \
+            --include='tv-guard' --include='tv.conf' "$source"/{util,registry,servd,svcapi,tvbase,tvhost,tvsc,tvreg,tvregd,packaging} /usr/include/tirpc ||
+            { echo "$file"; false; }
+    done
+}
+
 @test "manuals name the folders of the installation" {
     for page in "$TV_BIN"/../man/*; do
         ! grep -qE 'LIBEXEC|DATADIR' "$page" || { echo "$page"; false; }
