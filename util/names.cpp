@@ -2,7 +2,8 @@
 // names: the folding and hashing of names.
 #include "util/names.h"
 
-#include <unicode/uchar.h>
+#include "util/fold_character.h"
+
 #include <unicode/utf8.h>
 
 #include <cstdint>
@@ -35,7 +36,7 @@ std::uint32_t TakeFolded(std::string_view *name) {
     }
     const std::uint32_t character = TakeWide(name);
     if (character >= firstNoCharacter) return character;
-    return static_cast<std::uint32_t>(u_foldCase(static_cast<UChar32>(character), U_FOLD_CASE_DEFAULT));
+    return FoldCharacter(character);
 }
 
 std::uint32_t Take(std::string_view *name) {
