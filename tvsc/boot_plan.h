@@ -13,6 +13,7 @@
 
 struct BootService {
     std::string name;
+    std::string displayName = {};
     std::string imagePath = {};
     std::optional<DWORD> start = {};            // without it the service never starts by itself
     DWORD tag = 0;                              // that of the service before, where it has none of its own

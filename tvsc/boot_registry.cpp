@@ -109,8 +109,7 @@ std::optional<BootFault> ReadService(Load &load, HKEY key, const std::string &na
     if (rc != ERROR_SUCCESS && isFault(rc, typeValue)) return fault;
     rc = ReadNumber(key, tagValue, &load.tag);
     if (!IsOptional(rc) && isFault(rc, tagValue)) return fault;
-    std::string displayName;
-    rc = ReadText(key, displayNameValue, &displayName);
+    rc = ReadText(key, displayNameValue, &service.displayName);
     if (rc != ERROR_SUCCESS && isFault(rc, displayNameValue)) return fault;
     service.tag = load.tag;
     std::string group;

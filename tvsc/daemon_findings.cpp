@@ -60,6 +60,21 @@ void CheckRecords(const std::vector<ServiceView> &views, const BootDatabase &dat
     }
 }
 
+// A name that was changed behind the daemon's back.
+void CheckDisplayNames(const std::vector<ServiceView> &views, const BootDatabase &database, Findings *findings) {
+    for (const BootService &service : database.services) {
+        const auto view = std::find_if(views.begin(), views.end(),
+                                       [&](const ServiceView &one) { return one.service.name == service.name; });
+        if (view == views.end() || view->service.displayName == service.displayName) continue;
+        findings->push_back(
+            {FindingLevel::warn, "memory", service.name,
+             fmt::format("is called \"{}\" in the registry, and \"{}\" by the daemon", service.displayName,
+                         view->service.displayName),
+             "the daemon takes its name from the registry when it starts, not before",
+             fmt::format("tvsc config {} --display {}", ShellQuoted(service.name), ShellQuoted(service.displayName))});
+    }
+}
+
 void CheckNames(const std::vector<ServiceView> &views, Findings *findings) {
     std::map<std::string, std::string> byDisplay;
     for (const ServiceView &view : views) {
@@ -94,5 +109,7 @@ void CheckDaemon(Session &session, const BootDatabase &database, Findings *findi
                              ""});
     }
     CheckRecords(views, database, findings);
+    CheckDisplayNames(views, database, findings);
+    if (IsThisMachine(session.options)) CheckChildren(views, findings);
     CheckNames(views, findings);
 }

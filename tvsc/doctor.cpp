@@ -4,6 +4,7 @@
 
 #include "tvsc/findings.h"
 #include "tvsc/json_output.h"
+#include "tvsc/offline_registry.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
@@ -43,20 +44,50 @@ void PrintFindings(const Findings &findings) {
     }
 }
 
-int RunDoctor(const Options &options, bool isStrict) {
+namespace {
+
+// What is there before any daemon is asked: the registry's text, and what it names on this machine.
+int CheckFile(const Options &options, const std::string &path, BootDatabase *database, Findings *findings) {
     Session session;
     session.options = options;
+    std::string problem;
+    if (!TakeRegistryFile(path, &problem)) {
+        Failed(session, path, "doctor", ERROR_INVALID_DATA, problem);
+        return Finish(session);
+    }
+    Options here = options;
+    here.host = "localhost";
+    (void)CheckRegistry(here, database, findings); // there is no daemon that could be silent
+    CheckPrograms(*database, findings);
+    return EXIT_DONE;
+}
+
+void CheckAll(const Options &options, BootDatabase *database, Findings *findings) {
+    Session session;
+    session.options = options;
+    const bool isHere = IsThisMachine(options);
+    if (isHere) CheckMachine(findings);
+    if (!CheckRegistry(options, database, findings)) {
+        findings->push_back({FindingLevel::fail, "registry", "registry daemon", "does not answer",
+                             "the daemon loads no services and starts none", "systemctl start tvregd"});
+    } else if (isHere) {
+        CheckRegistryVersion(findings);
+        CheckPrograms(*database, findings);
+    }
+    CheckConnection(session, *database, findings);
+    if (isHere) CheckExposure(findings);
+}
+
+} // namespace
+
+int RunDoctor(const Options &options, bool isStrict, const std::string &registryFile) {
     Findings findings;
     BootDatabase database;
-    const bool isHere = IsThisMachine(options);
-    if (isHere) CheckMachine(&findings);
-    if (!CheckRegistry(options, &database, &findings)) {
-        findings.push_back({FindingLevel::fail, "registry", "registry daemon", "does not answer",
-                            "the daemon loads no services and starts none", "systemctl start tvregd"});
-    } else if (isHere) {
-        CheckPrograms(database, &findings);
+    if (registryFile.empty()) {
+        CheckAll(options, &database, &findings);
+    } else if (const int status = CheckFile(options, registryFile, &database, &findings); status != EXIT_DONE) {
+        return status;
     }
-    CheckConnection(session, database, &findings);
     std::stable_sort(findings.begin(), findings.end(),
                      [](const Finding &a, const Finding &b) { return a.level > b.level; });
     const auto count = [&](FindingLevel level) {

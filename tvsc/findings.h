@@ -20,8 +20,16 @@ using Findings = std::vector<Finding>;
 
 // What the registry would make a daemon do that starts now. Returns false when the registry daemon does not answer.
 [[nodiscard]] bool CheckRegistry(const Options &options, BootDatabase *database, Findings *findings);
+// The version of the registry daemon, which has just answered.
+void CheckRegistryVersion(Findings *findings);
+// Values that are taken and mean something else than they seem to.
+void CheckValues(HKEY machine, const BootDatabase &database, Findings *findings);
 // Images, programs and accounts of the services; of this machine.
 void CheckPrograms(const BootDatabase &database, Findings *findings);
+// Who may reach the daemons' ports, where the program that guards them is installed.
+void CheckExposure(Findings *findings);
+// The processes of the service daemon of this machine against those that services are known to have.
+void CheckChildren(const std::vector<ServiceView> &views, Findings *findings);
 // What the machine needs: shell, host name, port mapper and its entries.
 void CheckMachine(Findings *findings);
 // What the daemon has against what the registry and the kernel have. The session is open.

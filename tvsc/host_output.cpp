@@ -7,6 +7,7 @@
 
 #include "tvsc/service_view.h"
 #include "tvsc/words.h"
+#include "util/base64.h"
 #include "util/json_text.h"
 #include "util/printable.h"
 
@@ -29,7 +30,12 @@ DWORD NumberIn(const Json &object, const char *member) {
     return found != object.end() && found->is_number() ? found->get<DWORD>() : 0;
 }
 
-std::string TextIn(const Json &object, const char *member) {
+// A text, or its bytes where they are no UTF-8 (util/json_text.h).
+std::string TextIn(const Json &object, const std::string &member) {
+    const auto bytes = object.find(member + "_bytes");
+    if (bytes != object.end() && bytes->is_string()) {
+        if (std::optional<std::string> text = BytesOfBase64(bytes->get<std::string>())) return *std::move(text);
+    }
     const auto found = object.find(member);
     return found != object.end() && found->is_string() ? found->get<std::string>() : "";
 }

@@ -100,7 +100,7 @@ int RunIsActive(Session &session, const std::vector<std::string> &names) {
 
 int RunIsHealthy(Session &session, const std::vector<std::string> &names) {
     std::vector<ServiceView> views =
-        ViewsOf(session, names.empty() ? std::vector<std::string>{"*"} : names, "is-healthy");
+        names.empty() ? AllViews(session, "is-healthy") : ViewsOf(session, names, "is-healthy");
     bool isHealthy = session.results.empty();
     for (ServiceView &view : views) {
         if (view.service.status.dwCurrentState == SERVICE_RUNNING && !view.process.isGone) continue;

@@ -10,8 +10,13 @@
 
 #include <fmt/format.h>
 #include <pwd.h>
+#include <strings.h>
+
+#include <tuple>
 
 namespace {
+
+constexpr DWORD leastRegistryMajor = 2, leastRegistryMinor = 3;
 
 std::string KeyOf(const std::string &service) {
     return ShellQuoted(fmt::format("HKLM\\{}\\{}", servicesKeyPath, service));
@@ -49,7 +54,26 @@ std::string MendingOf(const BootRemark &remark, const std::string &name) {
 
 constexpr char loadsNothing[] = "a daemon that starts now loads no services and starts none (1065)";
 
+// Programs that tell of their events make this key, with one for each log below it.
+bool IsEventSources(const BootFault &fault) {
+    return fault.code == ERROR_FILE_NOT_FOUND && strcasecmp(fault.key.c_str(), "EventLog") == 0;
+}
+
+Finding EventSourcesFinding(const BootFault &fault) {
+    const std::string key = KeyOf(fault.key);
+    return {FindingLevel::fail,
+            "registry",
+            fault.key,
+            fmt::format("has no {}: it holds sources of events, and is no service", fault.value),
+            loadsNothing,
+            fault.value == typeValue
+                ? fmt::format("tvreg add {0} -v {1} -t dword -d {2} && tvreg add {0} -v {3} -t dword -d {4}", key,
+                              typeValue, SERVICE_ADAPTER, startTypeValue, SERVICE_DISABLED)
+                : fmt::format("tvreg add {} -v {} -d {}", key, fault.value, ShellQuoted(fault.key))};
+}
+
 Finding FindingOf(const BootFault &fault) {
+    if (IsEventSources(fault)) return EventSourcesFinding(fault);
     const std::string what = fault.value.empty() ? "its key" : fault.value;
     return {FindingLevel::fail, "registry",
             fault.key,          fmt::format("{} cannot be read: {}", what, CodeText(fault.code)),
@@ -127,11 +151,27 @@ bool CheckRegistry(const Options &options, BootDatabase *database, Findings *fin
                              RemarkText(remark), fails ? "it cannot be started" : "it surprises when the daemon starts",
                              MendingOf(remark, name)});
     }
+    CheckValues(machine, *database, findings);
     for (const std::string &name : database->deleted) {
         findings->push_back({FindingLevel::info, "registry", name, "is marked for deletion",
                              "the daemon deletes its key when it starts", ""});
     }
     return true;
+}
+
+void CheckRegistryVersion(Findings *findings) {
+    DWORD major = 0, minor = 0, patch = 0;
+    const LONG rc = RegQueryVersionInfo(&major, &minor, &patch);
+    if (rc != ERROR_SUCCESS) {
+        findings->push_back({FindingLevel::warn, "registry", "registry daemon",
+                             "does not tell its version: " + CodeText(static_cast<DWORD>(rc)),
+                             "an old one may lack what the service daemon calls", ""});
+    } else if (std::tie(major, minor) < std::tie(leastRegistryMajor, leastRegistryMinor)) {
+        findings->push_back({FindingLevel::fail, "registry", "registry daemon",
+                             fmt::format("has version {}.{}.{}", major, minor, patch),
+                             fmt::format("the service daemon needs {}.{}", leastRegistryMajor, leastRegistryMinor),
+                             "apt-get install tvregd"});
+    }
 }
 
 void CheckPrograms(const BootDatabase &database, Findings *findings) {

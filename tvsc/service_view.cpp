@@ -118,3 +118,13 @@ std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string
     }
     return views;
 }
+
+std::vector<ServiceView> AllViews(Session &session, const std::string &action) {
+    std::vector<ListedService> services;
+    std::vector<ServiceView> views;
+    if (!ListServicesFor(session, action, &services)) return views;
+    for (const ListedService &service : services) {
+        views.push_back(ViewOf(session, service));
+    }
+    return views;
+}

@@ -27,6 +27,9 @@ struct ServiceView {
 [[nodiscard]] std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string> &patterns,
                                                const std::string &action);
 
+// Those of all services, of which there may be none.
+[[nodiscard]] std::vector<ServiceView> AllViews(Session &session, const std::string &action);
+
 // The configuration of a service; nothing where it cannot be read, which is told once where the registry is to blame.
 [[nodiscard]] std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::string &name);
 

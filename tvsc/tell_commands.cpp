@@ -39,9 +39,11 @@ void AddTellCommands(CLI::App &app, CommandLine &line) {
                     [&line] { return RunExplain(line.options, line.what); })
         ->add_option("what", line.what, "A code's number or name, or a service")
         ->required();
-    AddPlainCommand(app, line, "doctor", "Check everything that keeps services from running", [&line] {
-        return RunDoctor(line.options, line.isStrict);
-    })->add_flag("--strict", line.isStrict, "Exit with 1 for a warning, too");
+    CLI::App *doctor = AddPlainCommand(app, line, "doctor", "Check everything that keeps services from running",
+                                       [&line] { return RunDoctor(line.options, line.isStrict, line.registryFile); });
+    doctor->add_flag("--strict", line.isStrict, "Exit with 1 for a warning, too");
+    doctor->add_option("--registry", line.registryFile, "Look at this .reg file only, and ask no daemon")
+        ->type_name("FILE");
     AddNames(AddCommand(app, line, "tree", "Show as a tree what services need",
                         [&line](Session &session) { return RunGraph(session, line.names, GraphFormat::text); }),
              line, false);

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+// process_findings: the service daemons of this machine and their children, as /proc shows them.
+#include "svcapi/process_stat.h"
+#include "tvhost/process_tree.h"
+#include "tvsc/findings.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+constexpr char daemonName[] = "servd";
+constexpr unsigned long manyDescriptors = 65'536;
+
+struct Process {
+    pid_t process;
+    pid_t parent;
+};
+
+// Those that have not ended.
+std::vector<Process> ReadProcesses() {
+    std::vector<Process> processes;
+    std::error_code error; // without /proc there are none
+    for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
+        const std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        const auto process = static_cast<pid_t>(std::stol(name));
+        ProcessStat stat;
+        if (ReadProcessStat(process, &stat) && stat.state != 'Z') processes.push_back({process, stat.parent});
+    }
+    return processes;
+}
+
+// The soft limit; 0 where it cannot be read.
+unsigned long DescriptorLimitOf(pid_t process) {
+    std::ifstream limits("/proc/" + std::to_string(process) + "/limits");
+    constexpr std::string_view wanted = "Max open files";
+    for (std::string line; std::getline(limits, line);) {
+        if (!line.starts_with(wanted)) continue;
+        unsigned long soft = 0;
+        std::istringstream(line.substr(wanted.size())) >> soft;
+        return soft;
+    }
+    return 0;
+}
+
+void CheckChild(pid_t child, Findings *findings) {
+    // A fork that has not become its program yet bears the daemon's name.
+    const std::string name = NameOfProcess(child);
+    if (name == daemonName) return;
+    findings->push_back({FindingLevel::warn, "process", fmt::format("process {}", child),
+                         fmt::format("{} is a child of the daemon, and no active service has it", name),
+                         "a start that fails with 1053 leaves its process behind", fmt::format("kill {}", child)});
+}
+
+// Services have the soft limit that the daemon was started with: it raises its own, and gives them the old one back.
+void CheckServiceLimit(pid_t process, const std::string &service, Findings *findings) {
+    const unsigned long limit = DescriptorLimitOf(process);
+    if (limit <= manyDescriptors) return;
+    findings->push_back({FindingLevel::warn, "process", service,
+                         fmt::format("was started with a limit of {} descriptors", limit),
+                         "csh closes each possible one before it runs a launcher: every start takes longer",
+                         "systemctl edit servd, with LimitNOFILE=1024:524288"});
+}
+
+} // namespace
+
+void CheckChildren(const std::vector<ServiceView> &views, Findings *findings) {
+    const auto isKnown = [&](pid_t process) {
+        return std::any_of(views.begin(), views.end(),
+                           [&](const ServiceView &view) { return view.process.process == process; });
+    };
+    // One that has left no hint may have any of them.
+    const bool lacksHint = std::any_of(views.begin(), views.end(), [](const ServiceView &view) {
+        return view.service.status.dwCurrentState != SERVICE_STOPPED && view.process.process == 0;
+    });
+    for (const Process &one : ReadProcesses()) {
+        if (one.parent > 1 && !lacksHint && NameOfProcess(one.parent) == daemonName && !isKnown(one.process)) {
+            CheckChild(one.process, findings);
+        }
+    }
+    for (const ServiceView &view : views) {
+        if (view.process.process == 0 || view.process.isGone) continue;
+        const std::size_t before = findings->size();
+        CheckServiceLimit(view.process.process, view.service.name, findings);
+        if (findings->size() != before) return; // the same for all of them
+    }
+}
