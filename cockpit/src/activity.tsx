@@ -22,7 +22,7 @@ function OneAction({ action, now }: { action: Action; now: number }) {
     if (!action.ended) {
         return (
             <Alert titleHeadingLevel="h2" isInline className="tv-alert" variant="info" title={ongoingText(action)}
-                   customIcon={<Spinner isSVG size="md" aria-label={_("Waiting")} />}>
+                   customIcon={<Spinner isSVG size="md" aria-label={_("Waiting")} aria-valuetext={_("Waiting")} />}>
                 <Progress action={action} now={now} />
             </Alert>
         );

@@ -53,7 +53,7 @@ export function FailureAlert({ title, ended, children }: { title: string; ended:
 }
 
 export function Loading() {
-    return <div className="tv-loading"><Spinner isSVG aria-label={_("Loading")} /></div>;
+    return <div className="tv-loading"><Spinner isSVG aria-label={_("Loading")} aria-valuetext={_("Loading")} /></div>;
 }
 
 // A link to a service, that Cockpit's own navigation follows.

@@ -14,11 +14,11 @@ const attributes = new Set(["d", "points", "x", "y", "x1", "y1", "x2", "y2", "cx
     "viewBox", "transform", "fill", "stroke", "stroke-width", "stroke-dasharray", "opacity", "fill-opacity", "text-anchor",
     "font-family", "font-size", "font-weight", "class"]);
 
-// Black and white are the page's own; what is written on a coloured ground stays dark.
+// Black, dark grey and white are the page's own; what is written on a coloured ground stays dark.
 function colourHere(name: string, value: string, onColour: boolean): string {
     if (name !== "fill" && name !== "stroke") return value;
     if (["white", "#fff", "#ffffff"].includes(value)) return "none";
-    return ["black", "#000", "#000000"].includes(value) && !onColour ? "currentColor" : value;
+    return ["black", "#000", "#000000", "#444", "#555"].includes(value) && !onColour ? "currentColor" : value;
 }
 
 function copy(from: Element, onColour: boolean): SVGElement | null {

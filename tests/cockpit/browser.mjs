@@ -96,3 +96,28 @@ export async function violations(page, where) {
     const { violations: found } = await page.evaluate(() => globalThis.axe.run(document, { resultTypes: ['violations'] }));
     return found.map(one => `${where}: ${one.id}: ${one.nodes.map(node => node.target.join(' ')).slice(0, 3).join('; ')}`);
 }
+
+// A sheet for each view, with the view at three widths, light and dark: FOLDER/VIEW.jpg.
+export async function takePictures(browser, folder) {
+    const taken = Object.fromEntries(Object.keys(views).map(view => [view, []]));
+    for (const dark of [false, true]) {
+        for (const width of [375, 768, 1440]) {
+            const page = await open(browser, { width, height: 900, dark });
+            for (const [view, path] of Object.entries(views)) {
+                await page.evaluate(to => { location.hash = `#/${to}`; }, path);
+                await until(async () => (await page.locator('.pf-c-spinner').count()) === 0, `${view} is there`);
+                await page.waitForTimeout(1500);
+                taken[view].push({ width, png: (await page.screenshot()).toString('base64') });
+            }
+            await page.context().close();
+        }
+    }
+    const sheet = await browser.newPage({ viewport: { width: 1000, height: 720 } });
+    for (const [view, pictures] of Object.entries(taken)) {
+        const images = pictures.map(({ width, png }) => `<img src="data:image/png;base64,${png}" style="inline-size:${width * 0.375}px">`);
+        await sheet.setContent(`<body style="margin:0;background:#888;display:flex;flex-wrap:wrap;gap:8px;padding:8px">${images.join('')}`);
+        await sheet.waitForTimeout(300);
+        await sheet.screenshot({ path: join(folder, `${view}.jpg`), type: 'jpeg', quality: 60, fullPage: true });
+    }
+    await sheet.close();
+}
