@@ -9,6 +9,7 @@
 
 #include "tv/winerror.h"
 #include "util/command_line.h"
+#include "util/file_status.h"
 #include "util/guard.h"
 
 #include <fcntl.h>
@@ -103,19 +104,19 @@ std::string ReadBeginning(int file, std::size_t bytes) {
 }
 
 bool IsRegular(int file) {
-    struct stat found = {};
-    return fstat(file, &found) == 0 && S_ISREG(found.st_mode);
+    FileStatus found;
+    return LookAtFile(file, &found) && S_ISREG(found.mode);
 }
 
 // Returns 0, or 5 and why launchers must not lie in a folder.
 DWORD CheckFolder(int folder, const std::string &path, std::string *problem) {
-    struct stat found = {};
-    if (fstat(folder, &found) != 0) return FailedWithErrno(path, problem);
-    const mode_t mode = found.st_mode & 07777;
-    if (found.st_uid == 0 && (mode & 0022) == 0 && (mode & 0555) == 0555) return ERROR_SUCCESS;
+    FileStatus found;
+    if (!LookAtFile(folder, &found)) return FailedWithErrno(path, problem);
+    const mode_t mode = found.mode & 07777;
+    if (found.owner == 0 && (mode & 0022) == 0 && (mode & 0555) == 0555) return ERROR_SUCCESS;
     char modes[32];
     (void)std::snprintf(modes, sizeof modes, "mode %04o", static_cast<unsigned>(mode));
-    *problem = path + ": owned by user " + std::to_string(found.st_uid) + ", " + modes +
+    *problem = path + ": owned by user " + std::to_string(found.owner) + ", " + modes +
                ": services run what lies there; it must belong to root and have the mode 0755";
     return ERROR_ACCESS_DENIED;
 }
@@ -185,10 +186,10 @@ DWORD ReplaceFile(int folder, const std::string &name, const std::string &text, 
 } // namespace
 
 std::string WhyNoProgram(const std::string &path) {
-    struct stat found = {};
+    FileStatus found;
     if (path.empty() || path.front() != '/') return "not an absolute path";
-    if (stat(path.c_str(), &found) != 0) return std::strerror(errno);
-    return S_ISREG(found.st_mode) && access(path.c_str(), X_OK) == 0 ? "" : "not an executable file";
+    if (!LookAtPath(path.c_str(), &found)) return std::strerror(errno);
+    return S_ISREG(found.mode) && access(path.c_str(), X_OK) == 0 ? "" : "not an executable file";
 }
 
 std::string LauncherPath(const std::string &name) { return std::string(launcherFolder) + "/" + FileNameOf(name); }
@@ -200,8 +201,8 @@ std::optional<LaunchedProgram> AsProgram(const std::string &commandLine) {
 }
 
 std::optional<LaunchedProgram> ProgramBehind(const std::string &imagePath) {
-    struct stat found = {};
-    if (stat(imagePath.c_str(), &found) == 0) { // a path with blanks in it needs no quotes
+    FileStatus found;
+    if (LookAtPath(imagePath.c_str(), &found)) { // a path with blanks in it needs no quotes
         const bool isProgram = WhyNoProgram(imagePath).empty() && !WhyNoLauncher(imagePath).empty();
         return isProgram ? std::optional(LaunchedProgram{imagePath, {imagePath}}) : std::nullopt;
     }

@@ -3,6 +3,7 @@
 #include "svcapi/log_place.h"
 
 #include "svcapi/runtime_file.h"
+#include "util/file_status.h"
 #include "util/guard.h"
 
 #include <fcntl.h>
@@ -25,8 +26,8 @@ bool MakeFolder(const std::string &path) {
     return errno == EEXIST;
 }
 
-bool IsFolder(const std::string &path, struct stat *found) {
-    return lstat(path.c_str(), found) == 0 && S_ISDIR(found->st_mode);
+bool IsFolder(const std::string &path, FileStatus *found) {
+    return LookAtLink(path.c_str(), found) && S_ISDIR(found->mode);
 }
 
 // Makes sure that the link to the newest file is there. A name that something else bears is left alone.
@@ -38,16 +39,16 @@ void MakeLink(const std::string &base, const std::string &name) {
 // Moves the folder of another user out of the way, and the one that is the user's own back. Nothing inside is touched:
 // another user may have put anything there.
 int ExchangeFolders(const std::string &folder, uid_t user) {
-    struct stat found = {};
+    FileStatus found;
     if (!IsFolder(folder, &found)) {
         if (errno == ENOENT || unlink(folder.c_str()) == 0) return 0;
         return errno;
     }
-    if (found.st_uid == user) return 0;
-    const std::string former = folder + "." + std::to_string(found.st_uid);
+    if (found.owner == user) return 0;
+    const std::string former = folder + "." + std::to_string(found.owner);
     if (std::rename(folder.c_str(), former.c_str()) != 0) return errno;
     const std::string own = folder + "." + std::to_string(user);
-    if (IsFolder(own, &found) && found.st_uid == user) (void)std::rename(own.c_str(), folder.c_str());
+    if (IsFolder(own, &found) && found.owner == user) (void)std::rename(own.c_str(), folder.c_str());
     return 0;
 }
 
@@ -57,10 +58,10 @@ std::string StateHome() {
 }
 
 bool IsOwn(const std::string &folder) {
-    struct stat found = {};
+    FileStatus found;
     if (!IsFolder(folder, &found)) return false;
     errno = EPERM; // where it is another's
-    return found.st_uid == geteuid();
+    return found.owner == geteuid();
 }
 
 bool MakeParts(const std::string &path) {
@@ -112,7 +113,7 @@ std::string OwnLogFolder(const std::string &serviceName) {
 
 std::string FindLogFolder(const std::string &serviceName) {
     if (!IsFileName(serviceName)) return "";
-    struct stat found = {};
+    FileStatus found;
     std::string folder = FolderUnder(rootsFolder, serviceName);
     if (IsFolder(folder, &found)) return folder;
     const std::string home = StateHome();

@@ -9,6 +9,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 
 // Makes the file of a service that will run under this account, empty, or makes it anew where it is another user's.
@@ -34,8 +35,8 @@ void MarkPidFileStopped(const std::string &serviceName);
 struct PidHint {
     pid_t pid = 0; // 0 when there is no hint
     bool alive = false;
-    bool stopped = false; // it has told the service's end
-    time_t writtenAt = 0; // seconds since the epoch
+    bool stopped = false;       // it has told the service's end
+    std::int64_t writtenAt = 0; // seconds since the epoch
 };
 
 // The hint of a service.

@@ -3,6 +3,7 @@
 #include "svcapi/runtime_file.h"
 
 #include "svcapi/process_user.h"
+#include "util/file_status.h"
 #include "util/guard.h"
 
 #include <fcntl.h>
@@ -65,8 +66,8 @@ bool OverwriteFile(const std::string &path, const std::string &text) {
     int file = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (file < 0) return false;
     const DescriptorGuard closed(&file);
-    struct stat found = {};
-    const bool isOurs = fstat(file, &found) == 0 && S_ISREG(found.st_mode) && found.st_uid == geteuid();
+    FileStatus found;
+    const bool isOurs = LookAtFile(file, &found) && S_ISREG(found.mode) && found.owner == geteuid();
     return isOurs && WriteTo(file, text);
 }
 
@@ -74,9 +75,9 @@ RuntimeFile ReadOne(const std::string &path, std::size_t mostBytes) {
     int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (file < 0) return {};
     const DescriptorGuard closed(&file);
-    struct stat found = {};
-    if (fstat(file, &found) != 0 || !S_ISREG(found.st_mode)) return {};
-    RuntimeFile read = {std::string(mostBytes, '\0'), found.st_uid, found.st_mtime};
+    FileStatus found;
+    if (!LookAtFile(file, &found) || !S_ISREG(found.mode)) return {};
+    RuntimeFile read = {std::string(mostBytes, '\0'), found.owner, found.writtenAt};
     const ssize_t bytes = pread(file, read.text.data(), mostBytes, 0);
     read.text.resize(bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
     return read;
@@ -121,8 +122,8 @@ int PrepareRuntimeFile(const std::string &serviceName, const char *suffix, const
     if (error != 0 || user == 0) return error;
     const std::string path = PathUnder(rootsFolder, serviceName, suffix);
     if (!MakeFolders(rootsFolder)) return errno;
-    struct stat found = {};
-    if (lstat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode) && found.st_uid == user) return 0;
+    FileStatus found;
+    if (LookAtLink(path.c_str(), &found) && S_ISREG(found.mode) && found.owner == user) return 0;
     (void)unlink(path.c_str()); // whoever has it open writes into nothing
     int file = MakeFile(path);
     if (file < 0) return errno;

@@ -11,6 +11,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,7 @@ void RemoveRuntimeFiles(const std::string &serviceName, const char *suffix, cons
 struct RuntimeFile {
     std::string text;
     uid_t owner = 0;
-    time_t writtenAt = 0; // seconds since the epoch
+    std::int64_t writtenAt = 0; // seconds since the epoch
 };
 
 // What the service's files of a suffix hold, up to mostBytes each; those that are empty or no files are left out.

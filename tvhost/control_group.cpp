@@ -2,6 +2,7 @@
 // control_group: folders and files of the cgroup2 file system.
 #include "tvhost/control_group.h"
 
+#include "util/file_status.h"
 #include "util/guard.h"
 
 #include <dirent.h>
@@ -98,8 +99,8 @@ bool WriteText(const std::string &path, const std::string &text) {
 }
 
 bool IsThatGroup(const std::string &path, std::uint64_t inode) {
-    struct stat found = {};
-    return !path.empty() && stat(path.c_str(), &found) == 0 && std::uint64_t{found.st_ino} == inode;
+    FileStatus found;
+    return !path.empty() && LookAtPath(path.c_str(), &found) && found.inode == inode;
 }
 
 std::vector<std::string> WordsIn(const std::string &path) {
@@ -164,15 +165,15 @@ std::string MakeControlGroup(const std::string &serviceName, ControlGroup *group
         path.clear();
     }
     if (path.empty()) return "no name left for a control group";
-    struct stat made = {};
+    FileStatus made;
     group->processes = open((path + "/cgroup.procs").c_str(), O_WRONLY | O_CLOEXEC);
-    if (group->processes < 0 || stat(path.c_str(), &made) != 0) {
+    if (group->processes < 0 || !LookAtPath(path.c_str(), &made)) {
         const std::string why = WhyNot(path);
         (void)rmdir(path.c_str());
         return why;
     }
     group->path = path;
-    group->inode = made.st_ino;
+    group->inode = made.inode;
     return "";
 }
 

@@ -3,6 +3,7 @@
 #include "tvhost/log_file.h"
 
 #include "svcapi/log_place.h"
+#include "util/file_status.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,17 +20,17 @@ bool OpenNewest(LogFile *log) {
     if (log->file >= 0) return true;
     const std::string path = LogFilePath(log->folder, log->service, 0);
     log->file = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, logMode);
-    struct stat found = {};
-    if (log->file < 0 || fstat(log->file, &found) != 0) return false;
-    if (!S_ISREG(found.st_mode)) {
+    FileStatus found;
+    if (log->file < 0 || !LookAtFile(log->file, &found)) return false;
+    if (!S_ISREG(found.mode)) {
         CloseLogFile(log);
         errno = EINVAL;
         return false;
     }
-    log->bytes = static_cast<std::uint64_t>(found.st_size);
+    log->bytes = found.bytes;
     // The last line of a process that was killed has no end.
     char last = '\n';
-    if (log->bytes > 0 && pread(log->file, &last, 1, found.st_size - 1) == 1 && last != '\n') {
+    if (log->bytes > 0 && pread(log->file, &last, 1, static_cast<off_t>(found.bytes) - 1) == 1 && last != '\n') {
         log->bytes += static_cast<std::uint64_t>(write(log->file, "\n", 1) == 1);
     }
     return true;

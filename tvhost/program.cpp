@@ -6,6 +6,7 @@
 
 #include "tv/winerror.h"
 #include "tvhost/limits.h"
+#include "util/file_status.h"
 #include "util/guard.h"
 #include "util/launch.h"
 
@@ -73,9 +74,9 @@ std::optional<std::vector<std::string>> ArgumentsOf(const HostParameters &parame
 // A FIFO that nobody reads or a line without a carrier would hold the opening for good; a disk is nobody's output.
 bool Redirect(int descriptor, const char *path, int flags) {
     const int file = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, outputMode);
-    struct stat found = {};
-    if (file < 0 || fstat(file, &found) != 0) return false;
-    if (!S_ISREG(found.st_mode) && !S_ISCHR(found.st_mode) && !S_ISFIFO(found.st_mode)) {
+    FileStatus found;
+    if (file < 0 || !LookAtFile(file, &found)) return false;
+    if (!S_ISREG(found.mode) && !S_ISCHR(found.mode) && !S_ISFIFO(found.mode)) {
         errno = EINVAL;
         return false;
     }

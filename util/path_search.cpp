@@ -5,6 +5,7 @@
 // Thread: none of it is reentrant; _ktlConvertPathCase moves the whole process.
 #include "util/path_util.h"
 
+#include "util/file_status.h"
 #include "util/growing_text.h"
 #include "util/ktl_strings.h"
 
@@ -134,8 +135,8 @@ bool WalkAndSpell(const char *path, GrowingText &spelled) {
 // --- the search
 
 bool Exists(const char *path) {
-    struct stat status = {};
-    return stat(path, &status) == 0;
+    FileStatus status;
+    return LookAtPath(path, &status);
 }
 
 // The full path of a candidate that exists; null when it does not. A module buffer of the routines it calls.
