@@ -76,7 +76,7 @@ void Shrink(std::vector<std::size_t> *widths, std::size_t i, std::size_t floor, 
 }
 
 // Makes columns fit, from the last to the first: all but the first two, which say what a line is about, are cut, then
-// left out; only then these are cut.
+// left out; only then these are cut, the wider one first.
 void Fit(std::vector<std::size_t> *widths, std::size_t markWidth, std::size_t available) {
     constexpr std::size_t kept = 2;
     for (const std::size_t floor : {leastColumn, std::size_t{0}}) {
@@ -84,9 +84,10 @@ void Fit(std::vector<std::size_t> *widths, std::size_t markWidth, std::size_t av
             Shrink(widths, i, floor, markWidth, available);
         }
     }
-    for (std::size_t i = std::min(widths->size(), kept); i-- > 0;) {
-        Shrink(widths, i, leastColumn, markWidth, available);
-    }
+    if (widths->empty()) return;
+    const std::size_t wider = widths->size() > 1 && (*widths)[1] > (*widths)[0] ? 1 : 0;
+    Shrink(widths, wider, leastColumn, markWidth, available);
+    if (widths->size() > 1) Shrink(widths, 1 - wider, leastColumn, markWidth, available);
 }
 
 } // namespace
