@@ -28,6 +28,7 @@ std::size_t TakeShown(std::string_view *printable) {
 
 // Columns that a printable text takes.
 std::size_t ShownWidth(std::string_view printable) {
+    if (IsPlain(printable)) return printable.size();
     std::size_t width = 0;
     while (!printable.empty()) {
         width += TakeShown(&printable);

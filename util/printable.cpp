@@ -76,7 +76,12 @@ Charset CharsetShown() {
     return shown;
 }
 
+bool IsPlain(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 std::string Printable(std::string_view text, Charset charset, char alsoMeant) {
+    if (IsPlain(text) && text.find('\\') == text.npos) return std::string(text); // as nearly all are
     std::string printable;
     while (!text.empty()) {
         std::string_view rest = text;

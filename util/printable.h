@@ -13,6 +13,9 @@ enum class Charset { ascii, utf8 };
 // What the locale that the environment names can show; told once, for the life of the process.
 [[nodiscard]] Charset CharsetShown();
 
+// Whether a text is nothing but printable ASCII: as wide as it is long, and seldom changed by what follows.
+[[nodiscard]] bool IsPlain(std::string_view text);
+
 // The text with these bytes as \xNN, NN being two hexadecimal digits in lower case:
 //   - control characters: C0, DEL and C1;
 //   - what is no proper UTF-8, and with Charset::ascii all that is not ASCII;
