@@ -4,6 +4,8 @@
 
 #include "util/string_list.h"
 
+#include <cstring>
+
 namespace {
 
 DWORD AsCode(std::int32_t status) { return static_cast<DWORD>(status); }
@@ -59,6 +61,61 @@ SERVICE_STATUS TrueWords(const servd_SERV_CONTROL_SERVICE_RETURN &answer) {
 void Append(const svd_enum_status_list_t *records, std::vector<ListedService> *services) {
     for (; records != nullptr; records = records->next) {
         services->push_back({records->name, records->displayName, ToWin32(records->status), true});
+    }
+}
+
+// --- an enumeration's answer, handed on as it is decoded: as a list of records it would take some allocations for each
+// service, and as much time as all the rest ---
+
+struct Enumeration {
+    servd_SERV_ENUM_STATUS_SERVICE_RETURN words; // its list stays null
+    const ServiceSink *sink;
+};
+
+// The text that comes next, up to a zero: where it stands, or a copy where the stream does not have it in one piece.
+bool TakeText(XDR *xdrs, HeapText *copy, std::string_view *text) {
+    const u_int before = XDR_GETPOS(xdrs);
+    std::uint32_t count = 0;
+    if (!CodeField(xdrs, count)) return false;
+    const std::uint64_t padded =
+        (std::uint64_t{count} + BYTES_PER_XDR_UNIT - 1) / BYTES_PER_XDR_UNIT * BYTES_PER_XDR_UNIT;
+    const auto *const at =
+        padded <= INT32_MAX ? reinterpret_cast<const char *>(XDR_INLINE(xdrs, static_cast<u_int>(padded))) : nullptr;
+    if (at != nullptr) {
+        *text = {at, strnlen(at, count)};
+        return true;
+    }
+    char *read = nullptr;
+    if (!XDR_SETPOS(xdrs, before) || !CodeField(xdrs, read)) return false;
+    copy->reset(read);
+    *text = read;
+    return true;
+}
+
+bool TakeService(XDR *xdrs, const ServiceSink *sink) {
+    HeapText nameCopy, displayNameCopy;
+    ListedView service;
+    svd_status_t status = {};
+    if (!TakeText(xdrs, &nameCopy, &service.name) || !TakeText(xdrs, &displayNameCopy, &service.displayName) ||
+        !CodeField(xdrs, status)) {
+        return false;
+    }
+    service.status = ToWin32(status);
+    if (sink != nullptr) (*sink)(service);
+    return true;
+}
+
+// What the routine of the whole record decodes, the list's end included.
+bool_t DecodeEnumeration(XDR *xdrs, Enumeration *answer) {
+    servd_SERV_ENUM_STATUS_SERVICE_RETURN &words = answer->words;
+    if (!CodeFields(xdrs, words.status, words.bytesNeeded, words.servicesReturned, words.resumeIndex)) return FALSE;
+    // A refused enumeration carries the list of another one.
+    const ServiceSink *const sink = words.status == ERROR_SUCCESS ? answer->sink : nullptr;
+    for (;;) {
+        std::uint32_t more = 0;
+        if (!CodeField(xdrs, more)) return FALSE;
+        if (more == 0) return TRUE;
+        if (!TakeService(xdrs, sink)) return FALSE;
     }
 }
 
@@ -133,12 +190,20 @@ DWORD QueryRecordStatus(DaemonLink &link, std::int32_t index, SERVICE_STATUS *st
 }
 
 DWORD EnumerateRecords(DaemonLink &link, std::int32_t type, std::int32_t state, std::int32_t bytes,
-                       std::int32_t *resumeIndex, std::int32_t *bytesNeeded, std::vector<ListedService> *services) {
-    return AskAndStore(link, servd_SERV_ENUM_STATUS_SERVICE{*resumeIndex, type, state, bytes}, [=](const auto &answer) {
-        Append(answer.services, services);
-        *resumeIndex = answer.resumeIndex;
-        *bytesNeeded = answer.bytesNeeded;
+                       std::int32_t *resumeIndex, std::int32_t *bytesNeeded, const ServiceSink &sink) {
+    using Argument = servd_SERV_ENUM_STATUS_SERVICE;
+    Argument argument = {*resumeIndex, type, state, bytes};
+    Enumeration answer = {.words = {}, .sink = &sink};
+    const DWORD rc = CallTraced(link, argument, answer.words, [&](CLIENT *client, timeval timeout) {
+        return clnt_call(client, ProcedureOf<Argument>::number, RoutineOf<Argument>(), &argument,
+                         Untyped(DecodeEnumeration), &answer, timeout);
     });
+    if (rc != ERROR_SUCCESS || answer.words.status != ERROR_SUCCESS) {
+        return rc != ERROR_SUCCESS ? rc : AsCode(answer.words.status);
+    }
+    *resumeIndex = answer.words.resumeIndex;
+    *bytesNeeded = answer.words.bytesNeeded;
+    return ERROR_SUCCESS;
 }
 
 DWORD DisplayNameOf(DaemonLink &link, const char *name, std::string *displayName) {

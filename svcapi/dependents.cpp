@@ -6,6 +6,7 @@
 #include "svcapi/client.h"
 #include "svcapi/handles.h"
 #include "svcapi/listing.h"
+#include "svcapi/local_configs.h"
 
 #include <algorithm>
 #include <string_view>
@@ -57,20 +58,24 @@ std::size_t FirstUnseen(Dependents *dependents, const std::vector<bool> &seen) {
     return dependents->next < dependents->nodes.size() ? dependents->nodes[dependents->next] : seen.size();
 }
 
+DWORD StateClassOf(const ListedService &service) {
+    return service.status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
+}
+
 DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std::vector<ListedService> *dependents) {
     std::vector<ListedService> services;
     DWORD rc = ListAllServices(link, &services);
     if (rc != ERROR_SUCCESS) return rc;
-    std::vector<ServiceNode> nodes(services.size());
-    for (std::size_t i = 0; i < services.size(); ++i) {
-        nodes[i].name = services[i].name;
-        rc = ReadServiceNode(link, services[i], &nodes[i]);
-        // One that was deleted meanwhile depends on nobody any more.
-        if (rc != ERROR_SUCCESS && !IsServiceGone(rc)) return rc;
-    }
+    // As most often nothing else runs, there is nothing to find out then.
+    const bool isAnyWanted = std::any_of(services.begin(), services.end(), [&](const ListedService &service) {
+        return service.name != name && (state & StateClassOf(service)) != 0;
+    });
+    if (!isAnyWanted) return ERROR_SUCCESS;
+    std::vector<ServiceNode> nodes;
+    rc = ReadServiceNodes(link, services, &nodes);
+    if (rc != ERROR_SUCCESS) return rc;
     for (const std::size_t i : DependentsInStopOrder(nodes, name)) {
-        const DWORD wanted = services[i].status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
-        if ((state & wanted) != 0) dependents->push_back(services[i]);
+        if ((state & StateClassOf(services[i])) != 0) dependents->push_back(services[i]);
     }
     return ERROR_SUCCESS;
 }
@@ -93,6 +98,24 @@ DWORD ReadServiceNode(DaemonLink &link, const ListedService &service, ServiceNod
     const DWORD rc = ReadListedConfig(link, service, &config);
     if (rc == ERROR_SUCCESS) *node = {service.name, config.group, config.dependencies};
     return rc;
+}
+
+DWORD ReadServiceNodes(DaemonLink &link, const std::vector<ListedService> &services, std::vector<ServiceNode> *nodes) {
+    std::vector<std::optional<ServiceConfig>> configs(services.size());
+    if (IsThisMachine(link.host)) configs = ReadLocalConfigs(ConfigPart::groupAndDependencies, services);
+    nodes->resize(services.size());
+    for (std::size_t i = 0; i < services.size(); ++i) {
+        ServiceNode &node = (*nodes)[i];
+        node.name = services[i].name;
+        if (configs[i]) {
+            node = {services[i].name, configs[i]->group, configs[i]->dependencies};
+            continue;
+        }
+        const DWORD rc = ReadServiceNode(link, services[i], &node);
+        // One that was deleted meanwhile depends on nobody any more.
+        if (rc != ERROR_SUCCESS && !IsServiceGone(rc)) return rc;
+    }
+    return ERROR_SUCCESS;
 }
 
 std::vector<std::size_t> DependentsInStopOrder(const std::vector<ServiceNode> &nodes, const std::string &name) {

@@ -23,5 +23,10 @@ struct ServiceNode {
 [[nodiscard]] DWORD ReadListedConfig(DaemonLink &link, const ListedService &service, ServiceConfig *config);
 [[nodiscard]] DWORD ReadServiceNode(DaemonLink &link, const ListedService &service, ServiceNode *node);
 
+// The same of all these services, out of the registry where it is this machine's. Of one that is gone only the name is
+// told.
+[[nodiscard]] DWORD ReadServiceNodes(DaemonLink &link, const std::vector<ListedService> &services,
+                                     std::vector<ServiceNode> *nodes);
+
 // Whether a code says that a service was deleted after it was listed.
 [[nodiscard]] bool IsServiceGone(DWORD code);

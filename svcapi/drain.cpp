@@ -18,8 +18,8 @@ constexpr DWORD mostCloses = 10'000;
 
 bool IsPast(DaemonLink &link, std::int32_t index) {
     std::int32_t resume = index, needed = 0;
-    std::vector<ListedService> services;
-    const DWORD rc = EnumerateRecords(link, SERVICE_WIN32, SERVICE_STATE_ALL, 0, &resume, &needed, &services);
+    const auto ignored = [](const ListedView & /*service*/) {}; // there is no room for any
+    const DWORD rc = EnumerateRecords(link, SERVICE_WIN32, SERVICE_STATE_ALL, 0, &resume, &needed, ignored);
     return rc == ERROR_INVALID_PARAMETER;
 }
 

@@ -61,40 +61,39 @@ DWORD NamesOfGroup(DaemonLink &link, const std::string &group, std::set<std::str
     std::vector<ListedService> services;
     DWORD rc = ListAllServices(link, &services);
     if (rc != ERROR_SUCCESS) return rc;
-    for (const ListedService &service : services) {
-        ServiceNode node;
-        rc = ReadServiceNode(link, service, &node);
-        if (IsServiceGone(rc)) continue;
-        if (rc != ERROR_SUCCESS) return rc;
-        if (node.group == group) names->insert(service.name);
+    std::vector<ServiceNode> nodes;
+    rc = ReadServiceNodes(link, services, &nodes);
+    if (rc != ERROR_SUCCESS) return rc;
+    for (const ServiceNode &node : nodes) {
+        if (node.group == group) names->insert(node.name);
     }
     return names->empty() && !group.empty() ? ERROR_SERVICE_DOES_NOT_EXIST : ERROR_SUCCESS;
 }
 
-DWORD ListWanted(DaemonLink &link, const Wanted &wanted, std::vector<ListedService> *services) {
+DWORD ListWanted(DaemonLink &link, const Wanted &wanted, const ServiceSink &sink) {
     std::set<std::string> names;
-    DWORD rc = wanted.group != nullptr ? NamesOfGroup(link, wanted.group, &names) : ERROR_SUCCESS;
-    if (rc == ERROR_SUCCESS) rc = ListServicesAndRecordZero(link, wanted.type, wanted.state, services);
-    if (wanted.group != nullptr) {
-        std::erase_if(*services, [&](const ListedService &service) { return !names.contains(service.name); });
-    }
-    for (ListedService &service : *services) {
-        if (wanted.processes) service.processId = ProcessOf(link, service.name, service.status);
-    }
-    return rc;
+    const DWORD rc = wanted.group != nullptr ? NamesOfGroup(link, wanted.group, &names) : ERROR_SUCCESS;
+    if (rc != ERROR_SUCCESS) return rc;
+    return ListServicesAndRecordZero(link, wanted.type, wanted.state, [&](ListedView service) {
+        if (wanted.group != nullptr && !names.contains(std::string(service.name))) return;
+        if (wanted.processes) service.processId = ProcessOf(link, std::string(service.name), service.status);
+        sink(service);
+    });
 }
 
-// Lists services from a resume handle on, which may be null.
+// Lists services from a resume handle on, which may be null, into the caller's buffer as they come.
 template <typename Record>
 BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record> &buffer, DWORD *resumeHandle) {
     if (!IsUsable(buffer) || !IsPossible(wanted)) return Succeeded(ERROR_INVALID_PARAMETER);
-    std::vector<ListedService> services;
+    const std::size_t first = resumeHandle != nullptr ? *resumeHandle : 0;
+    ServicePacking<Record> packing = {.buffer = buffer.services, .bytes = buffer.bytes, .skipped = first};
     HandleCall call;
     DWORD rc = BeginManagerCall(manager, &call);
-    if (rc == ERROR_SUCCESS) rc = ListWanted(*call.handle->link, wanted, &services);
+    if (rc == ERROR_SUCCESS) {
+        rc = ListWanted(*call.handle->link, wanted, [&](const ListedView &service) { PackService(&packing, service); });
+    }
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    const std::size_t first = std::min<std::size_t>(resumeHandle != nullptr ? *resumeHandle : 0, services.size());
-    rc = Pack(services, first, buffer);
+    rc = FinishPacking(&packing, buffer.bytesNeeded, buffer.returned);
     if (resumeHandle != nullptr) {
         *resumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *buffer.returned : 0;
     }
@@ -106,7 +105,9 @@ BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record>
 DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services) {
     HandleCall call;
     const DWORD rc = BeginManagerCall(manager, &call);
-    return rc != ERROR_SUCCESS ? rc : ListServicesAndRecordZero(*call.handle->link, type, state, services);
+    if (rc != ERROR_SUCCESS) return rc;
+    return ListServicesAndRecordZero(*call.handle->link, type, state,
+                                     [&](const ListedView &service) { services->push_back(Kept(service)); });
 }
 
 DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *services) {

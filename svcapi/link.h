@@ -48,15 +48,24 @@ inline double MsSince(CallClock::time_point begin) {
 // failure the link is no longer connected.
 [[nodiscard]] DWORD CallOver(DaemonLink &link, const std::function<clnt_stat(CLIENT *, timeval)> &call);
 
+// The same for a call of the procedure of an argument record, told to whoever watches the calls.
+//   result  where the call stores the answer, or its words at least
+template <typename Argument, typename Call>
+[[nodiscard]] DWORD CallTraced(DaemonLink &link, const Argument &argument, const ResultOf<Argument> &result,
+                               Call call) {
+    const CallClock::time_point begin = CallClock::now();
+    const DWORD rc = CallOver(link, call);
+    if (const CallTracer trace = PresentCallTracer()) {
+        trace({NameOfProcedure(ProcedureOf<Argument>::number), TextOfRecord(argument), rc,
+               rc == ERROR_SUCCESS ? StatusIn(result) : std::nullopt, MsSince(begin)});
+    }
+    return rc;
+}
+
 // Calls the procedure of an argument record that way; the result is to be released in any case.
 template <typename Argument>
 [[nodiscard]] DWORD CallDaemon(DaemonLink &link, const Argument &argument, ResultOf<Argument> *result) {
-    const CallClock::time_point begin = CallClock::now();
-    const DWORD rc = CallOver(
-        link, [&](CLIENT *client, timeval timeout) { return CallProcedure(client, argument, result, timeout); });
-    if (const CallTracer trace = PresentCallTracer()) {
-        trace({NameOfProcedure(ProcedureOf<Argument>::number), TextOfRecord(argument), rc,
-               rc == ERROR_SUCCESS ? StatusIn(*result) : std::nullopt, MsSince(begin)});
-    }
-    return rc;
+    return CallTraced(link, argument, *result, [&](CLIENT *client, timeval timeout) {
+        return CallProcedure(client, argument, result, timeout);
+    });
 }

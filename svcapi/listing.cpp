@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// listing: enumerations in pieces small enough that a reply stays one fragment, and what they leave out.
+// listing: enumerations in pieces, and what they leave out. The daemon walks all its services for each piece, so that
+// they are large; but neither it nor a client is to hold a list of any length at once.
 #include "svcapi/listing.h"
 
 #include "servd/limits.h"
@@ -10,10 +11,10 @@
 
 namespace {
 
-constexpr std::int32_t pieceBytes = 32 * 1024; // as the daemon counts: two names and a fixed part a service
-constexpr std::int32_t peekControl = 0;        // below every control that the daemon would hand on
-constexpr int mostIdleAnswers = 64;            // services may be made and grow while they are listed
-constexpr int mostQuestions = 64;              // likewise
+constexpr std::int32_t pieceBytes = 256 * 1024; // as the daemon counts: two names and a fixed part a service
+constexpr std::int32_t peekControl = 0;         // below every control that the daemon would hand on
+constexpr int mostIdleAnswers = 64;             // services may be made and grow while they are listed
+constexpr int mostQuestions = 64;               // likewise
 
 // How far an enumeration has come. Each answer announces the bytes that are still to come: less than the one before, by
 // what it brings itself.
@@ -22,36 +23,50 @@ struct Progress {
     int idleAnswers = 0;                // that brought it no further
 };
 
+// What one answer has brought.
+struct Piece {
+    std::int64_t bytes = 0;
+    std::size_t services = 0;
+};
+
+void Count(const ListedView &service, Piece *piece) {
+    piece->bytes +=
+        static_cast<std::int64_t>(service.name.size() + 1 + service.displayName.size() + 1) + fixedRecordBytes;
+    ++piece->services;
+}
+
 // Returns false where the enumeration goes on without coming to an end.
-bool HasEndAhead(const ListedService *first, const ListedService *last, std::int32_t bytesNeeded, Progress *progress) {
-    std::int64_t brought = 0;
-    for (const ListedService *service = first; service != last; ++service) {
-        brought +=
-            static_cast<std::int64_t>(service->name.size() + 1 + service->displayName.size() + 1) + fixedRecordBytes;
-    }
-    const bool isIdle = first == last || bytesNeeded + brought > progress->announced;
+bool HasEndAhead(const Piece &piece, std::int32_t bytesNeeded, Progress *progress) {
+    const bool isIdle = piece.services == 0 || bytesNeeded + piece.bytes > progress->announced;
     progress->announced = std::min<std::int64_t>(progress->announced, bytesNeeded);
     progress->idleAnswers += isIdle ? 1 : 0;
     return bytesNeeded <= 0 || progress->idleAnswers <= mostIdleAnswers;
 }
 
-DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, std::vector<ListedService> *services) {
+DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, const ServiceSink &sink) {
     std::int32_t resumeIndex = 0;
     std::int32_t bytesNeeded = 0;
     std::int32_t bytes = pieceBytes;
     Progress progress;
     do {
-        const std::size_t before = services->size();
-        const DWORD rc = EnumerateRecords(link, type, state, bytes, &resumeIndex, &bytesNeeded, services);
+        Piece piece;
+        const DWORD rc =
+            EnumerateRecords(link, type, state, bytes, &resumeIndex, &bytesNeeded, [&](const ListedView &service) {
+                Count(service, &piece);
+                sink(service);
+            });
         // Place 0 is out of range only where there are no records at all.
         if (rc == ERROR_INVALID_PARAMETER && resumeIndex == 0) return ERROR_DATABASE_DOES_NOT_EXIST;
         if (rc != ERROR_SUCCESS) return rc;
-        const ListedService *const end = services->data() + services->size();
-        if (!HasEndAhead(services->data() + before, end, bytesNeeded, &progress)) return ERROR_INVALID_DATA;
+        if (!HasEndAhead(piece, bytesNeeded, &progress)) return ERROR_INVALID_DATA;
         // One service may be larger than a piece.
-        bytes = services->size() == before ? std::max(bytesNeeded, pieceBytes) : pieceBytes;
+        bytes = piece.services == 0 ? std::max(bytesNeeded, pieceBytes) : pieceBytes;
     } while (bytesNeeded > 0);
     return ERROR_SUCCESS;
+}
+
+ServiceSink AppendTo(std::vector<ListedService> *services) {
+    return [services](const ListedView &service) { services->push_back(Kept(service)); };
 }
 
 // One service is looked for among a few: services that were created or deleted have moved it a little.
@@ -153,23 +168,23 @@ DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, 
     return IsOfNothing(*config) ? WhyOfNothing(link, index) : ERROR_SUCCESS;
 }
 
-DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services) {
+DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink) {
     const auto stateFilter = static_cast<std::int32_t>(state);
     // Two questions: a filter with bits of both classes means the first class only.
     for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
         if ((type & serviceClass) == 0) continue;
-        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, services);
+        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, sink);
         if (rc != ERROR_SUCCESS) return rc;
     }
     return ERROR_SUCCESS;
 }
 
-DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services) {
-    DWORD rc = ListServices(link, type, state, services);
+DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink) {
+    DWORD rc = ListServices(link, type, state, sink);
     if (rc != ERROR_SUCCESS) return rc;
     std::optional<ListedService> recordZero;
     rc = ListRecordZero(link, &recordZero);
-    if (recordZero && PassesFilters(recordZero->status, type, state)) services->push_back(*std::move(recordZero));
+    if (recordZero && PassesFilters(recordZero->status, type, state)) sink(ViewOf(*recordZero));
     return rc;
 }
 
@@ -182,13 +197,14 @@ DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *
         std::int32_t resumeIndex = first;
         std::int32_t bytesNeeded = 0;
         const DWORD rc = EnumerateRecords(link, static_cast<std::int32_t>(place->serviceClass), SERVICE_STATE_ALL,
-                                          nearBytes, &resumeIndex, &bytesNeeded, &services);
+                                          nearBytes, &resumeIndex, &bytesNeeded, AppendTo(&services));
         if (rc != ERROR_SUCCESS && rc != ERROR_INVALID_PARAMETER) return rc; // 87: the place is beyond the end
         if (TakeNamed(services, name, place->serviceClass, first, place, service)) return ERROR_SUCCESS;
     }
     for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
         services.clear();
-        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), SERVICE_STATE_ALL, &services);
+        const DWORD rc =
+            ListClass(link, static_cast<std::int32_t>(serviceClass), SERVICE_STATE_ALL, AppendTo(&services));
         if (rc != ERROR_SUCCESS) return rc;
         if (TakeNamed(services, name, serviceClass, 0, place, service)) return ERROR_SUCCESS;
     }
@@ -196,7 +212,7 @@ DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *
 }
 
 DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services) {
-    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, services);
+    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, AppendTo(services));
     if (rc != ERROR_SUCCESS) return rc;
     std::optional<ListedService> recordZero;
     rc = ListRecordZero(link, &recordZero);

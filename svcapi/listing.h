@@ -8,15 +8,14 @@
 
 #include <optional>
 
-// Appends every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
+// Hands on every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
 // state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database; 13
 // ERROR_INVALID_DATA for an enumeration that does not come to an end.
-[[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, std::vector<ListedService> *services);
+[[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink);
 
 // The same, then the service in record 0 where it passes the filters; the enumeration leaves it out, so that of its
 // status type, state and accepted controls alone are known.
-[[nodiscard]] DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state,
-                                              std::vector<ListedService> *services);
+[[nodiscard]] DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink);
 
 // Where the enumeration has a service.
 struct ListedPlace {
@@ -42,6 +41,6 @@ struct ListedPlace {
 // cannot read the registry.
 [[nodiscard]] DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, ServiceConfig *config);
 
-// Everything that can be listed: both classes in every state, then the service in record 0, which the enumeration
-// leaves out and of which only state and accepted controls are known.
+// Appends everything that can be listed: both classes in every state, then the service in record 0, which the
+// enumeration leaves out and of which only state and accepted controls are known.
 [[nodiscard]] DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services);

@@ -7,12 +7,12 @@
 
 namespace {
 
-void PutStatus(const ListedService &service, ENUM_SERVICE_STATUSA *record) { record->ServiceStatus = service.status; }
-void PutStatus(const ListedService &service, ENUM_SERVICE_STATUSW *record) { record->ServiceStatus = service.status; }
-void PutStatus(const ListedService &service, ENUM_SERVICE_STATUS_PROCESSA *record) {
+void PutStatus(const ListedView &service, ENUM_SERVICE_STATUSA *record) { record->ServiceStatus = service.status; }
+void PutStatus(const ListedView &service, ENUM_SERVICE_STATUSW *record) { record->ServiceStatus = service.status; }
+void PutStatus(const ListedView &service, ENUM_SERVICE_STATUS_PROCESSA *record) {
     record->ServiceStatusProcess = WithProcess(service.status, service.processId);
 }
-void PutStatus(const ListedService &service, ENUM_SERVICE_STATUS_PROCESSW *record) {
+void PutStatus(const ListedView &service, ENUM_SERVICE_STATUS_PROCESSW *record) {
     record->ServiceStatusProcess = WithProcess(service.status, service.processId);
 }
 
@@ -31,37 +31,73 @@ SERVICE_STATUS_PROCESS WithProcess(const SERVICE_STATUS &status, DWORD processId
             noFlags};
 }
 
-template <typename Record>
-DWORD PackServices(const std::vector<ListedService> &services, std::size_t first, Record *buffer, DWORD bytes,
-                   DWORD *bytesNeeded, DWORD *returned) {
-    using Char = CharOf<decltype(Record::lpServiceName)>;
-    std::size_t total = 0;
-    std::size_t end = first;
-    for (std::size_t i = first; i < services.size(); ++i) {
-        total += sizeof(Record) + TextBytes<Char>(services[i].name) + TextBytes<Char>(services[i].displayName);
-        if (total <= bytes) end = i + 1;
+namespace {
+
+// A text of the daemon's in the characters of a record, which may be those that it has.
+template <typename Char>
+auto AsCharacters(std::string_view text) {
+    if constexpr (sizeof(Char) == 1) {
+        return text;
+    } else {
+        return Widened(text);
     }
-    const std::size_t fitting = end - first;
-    Char *strings = reinterpret_cast<Char *>(buffer + fitting);
-    for (std::size_t i = 0; i < fitting; ++i) {
-        const ListedService &service = services[first + i];
-        buffer[i].lpServiceName = PutText(service.name, &strings);
-        buffer[i].lpDisplayName = PutText(service.displayName, &strings);
-        PutStatus(service, &buffer[i]);
-    }
-    *returned = static_cast<DWORD>(fitting);
-    *bytesNeeded = end < services.size() ? static_cast<DWORD>(total) : 0;
-    return end < services.size() ? ERROR_MORE_DATA : ERROR_SUCCESS;
 }
 
-template DWORD PackServices(const std::vector<ListedService> &, std::size_t, ENUM_SERVICE_STATUSA *, DWORD, DWORD *,
-                            DWORD *);
-template DWORD PackServices(const std::vector<ListedService> &, std::size_t, ENUM_SERVICE_STATUSW *, DWORD, DWORD *,
-                            DWORD *);
-template DWORD PackServices(const std::vector<ListedService> &, std::size_t, ENUM_SERVICE_STATUS_PROCESSA *, DWORD,
-                            DWORD *, DWORD *);
-template DWORD PackServices(const std::vector<ListedService> &, std::size_t, ENUM_SERVICE_STATUS_PROCESSW *, DWORD,
-                            DWORD *, DWORD *);
+// A buffer of an odd size has a byte to spare where the texts are UTF-16.
+template <typename Char, typename Record>
+char *TextEnd(const ServicePacking<Record> &packing) {
+    return reinterpret_cast<char *>(packing.buffer) + packing.bytes / sizeof(Char) * sizeof(Char);
+}
+
+} // namespace
+
+template <typename Record>
+void PackService(ServicePacking<Record> *packing, const ListedView &service) {
+    using Char = CharOf<decltype(Record::lpServiceName)>;
+    if (packing->skipped > 0) {
+        --packing->skipped;
+        return;
+    }
+    const auto name = AsCharacters<Char>(service.name);
+    const auto displayName = AsCharacters<Char>(service.displayName);
+    const std::size_t textBytes = (name.size() + 1 + displayName.size() + 1) * sizeof(Char);
+    packing->allBytes += sizeof(Record) + textBytes;
+    packing->isFull = packing->isFull || packing->allBytes > packing->bytes;
+    if (packing->isFull) return;
+    packing->textBytes += textBytes;
+    Record &record = packing->buffer[packing->returned++];
+    Char *strings = reinterpret_cast<Char *>(TextEnd<Char>(*packing) - packing->textBytes);
+    record.lpServiceName = PutCharacters<Char>(name, &strings);
+    record.lpDisplayName = PutCharacters<Char>(displayName, &strings);
+    PutStatus(service, &record);
+}
+
+template <typename Record>
+DWORD FinishPacking(ServicePacking<Record> *packing, DWORD *bytesNeeded, DWORD *returned) {
+    using Char = CharOf<decltype(Record::lpServiceName)>;
+    Record *const end = packing->buffer + packing->returned;
+    char *const from = TextEnd<Char>(*packing) - packing->textBytes;
+    const auto gap = static_cast<std::size_t>(from - reinterpret_cast<char *>(end)) / sizeof(Char);
+    if (gap != 0 && packing->returned != 0) {
+        std::memmove(end, from, packing->textBytes);
+        for (Record *record = packing->buffer; record != end; ++record) {
+            record->lpServiceName -= gap;
+            record->lpDisplayName -= gap;
+        }
+    }
+    *returned = packing->returned;
+    *bytesNeeded = packing->isFull ? static_cast<DWORD>(packing->allBytes) : 0;
+    return packing->isFull ? ERROR_MORE_DATA : ERROR_SUCCESS;
+}
+
+#define INSTANTIATE(Record)                                                                                            \
+    template void PackService(ServicePacking<Record> *, const ListedView &);                                           \
+    template DWORD FinishPacking(ServicePacking<Record> *, DWORD *, DWORD *);
+INSTANTIATE(ENUM_SERVICE_STATUSA)
+INSTANTIATE(ENUM_SERVICE_STATUSW)
+INSTANTIATE(ENUM_SERVICE_STATUS_PROCESSA)
+INSTANTIATE(ENUM_SERVICE_STATUS_PROCESSW)
+#undef INSTANTIATE
 
 template <typename Record>
 DWORD PackConfig(const ServiceConfig &config, Record *buffer, DWORD bytes, DWORD *bytesNeeded) {

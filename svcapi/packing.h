@@ -6,7 +6,9 @@
 
 #include "tv/winsvc.h"
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // One service as enumerations list it.
@@ -17,6 +19,25 @@ struct ListedService {
     bool complete = true; // false: only state and accepted controls are known, the other words are 0
     DWORD processId = 0;  // where somebody asked for it, and it is known
 };
+
+// The same as it comes out of an answer; the names are borrowed, and may have no terminator.
+struct ListedView {
+    std::string_view name;
+    std::string_view displayName;
+    SERVICE_STATUS status = {};
+    bool complete = true;
+    DWORD processId = 0;
+};
+
+[[nodiscard]] inline ListedView ViewOf(const ListedService &service) {
+    return {service.name, service.displayName, service.status, service.complete, service.processId};
+}
+[[nodiscard]] inline ListedService Kept(const ListedView &view) {
+    return {std::string(view.name), std::string(view.displayName), view.status, view.complete, view.processId};
+}
+
+// Takes services one by one, in order.
+using ServiceSink = std::function<void(const ListedView &)>;
 
 struct ServiceConfig {
     DWORD type = 0;
@@ -36,14 +57,39 @@ struct LockStatus {
     DWORD durationSec = 0;
 };
 
-// Packs as many of services[first...] as fit, in order.
-//   Record       an enumeration's, for bytes or UTF-16, with a process or without
-//   bytesNeeded  bytes for all of services[first...]; 0 when all fitted
+// A list on its way into the caller's buffer, service by service: records from its beginning on, their texts from its
+// end backwards, until FinishPacking closes the gap between them. What comes after the first service that does not fit
+// is counted only.
+//   Record  an enumeration's, for bytes or UTF-16, with a process or without
+template <typename Record>
+struct ServicePacking {
+    Record *buffer;
+    DWORD bytes;             // of the buffer
+    std::size_t skipped = 0; // so many services come before the first that is wanted
+    std::size_t allBytes = 0;
+    std::size_t textBytes = 0; // of those that are in the buffer
+    DWORD returned = 0;        // those
+    bool isFull = false;
+};
+template <typename Record>
+void PackService(ServicePacking<Record> *packing, const ListedView &service);
+// Ends it.
+//   bytesNeeded  bytes for all services that were wanted; 0 when all fitted
 //   returned     number packed
 // Returns 0, or 234 ERROR_MORE_DATA when not all fitted.
 template <typename Record>
+[[nodiscard]] DWORD FinishPacking(ServicePacking<Record> *packing, DWORD *bytesNeeded, DWORD *returned);
+
+// All of it, from services[first] on.
+template <typename Record>
 [[nodiscard]] DWORD PackServices(const std::vector<ListedService> &services, std::size_t first, Record *buffer,
-                                 DWORD bytes, DWORD *bytesNeeded, DWORD *returned);
+                                 DWORD bytes, DWORD *bytesNeeded, DWORD *returned) {
+    ServicePacking<Record> packing = {.buffer = buffer, .bytes = bytes, .skipped = first};
+    for (const ListedService &service : services) {
+        PackService(&packing, ViewOf(service));
+    }
+    return FinishPacking(&packing, bytesNeeded, returned);
+}
 
 // Return 0, or 122 ERROR_INSUFFICIENT_BUFFER. *bytesNeeded is set in both cases. The record is one for bytes or UTF-16.
 template <typename Record>

@@ -17,13 +17,19 @@ std::size_t TextBytes(const std::string &text) {
     return (InCharacters<Char>(text).size() + 1) * sizeof(Char);
 }
 
-// Copies a text and its terminator to *end and moves *end behind it.
+// Copies characters and a terminator to *end and moves *end behind it.
 template <typename Char>
-Char *PutText(const std::string &text, Char **end) {
-    const std::basic_string<Char> converted = InCharacters<Char>(text);
+Char *PutCharacters(std::basic_string_view<Char> characters, Char **end) {
     Char *const start = *end;
     // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a caller without a buffer has no room for any text
-    std::memcpy(start, converted.c_str(), (converted.size() + 1) * sizeof(Char));
-    *end += converted.size() + 1;
+    std::memcpy(start, characters.data(), characters.size() * sizeof(Char));
+    start[characters.size()] = Char{};
+    *end += characters.size() + 1;
     return start;
+}
+
+// The same with a text of the daemon's.
+template <typename Char>
+Char *PutText(const std::string &text, Char **end) {
+    return PutCharacters<Char>(InCharacters<Char>(text), end);
 }

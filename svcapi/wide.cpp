@@ -35,7 +35,7 @@ LPSTR NarrowMultiString(NarrowArguments *arguments, LPCWSTR text) {
     return text != nullptr ? Keep(arguments, {text, MultiStringLength(text)}) : nullptr;
 }
 
-std::u16string Widened(const std::string &text) {
+std::u16string Widened(std::string_view text) {
     std::u16string wide;
     if (Utf16FromUtf8(text, &wide)) return wide;
     wide.clear();

@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <string>
+#include <string_view>
 
 // The arguments of a W function as those of its namesake for bytes; the texts live as long as this record.
 struct NarrowArguments {
@@ -18,7 +19,7 @@ struct NarrowArguments {
 [[nodiscard]] LPSTR NarrowMultiString(NarrowArguments *arguments, LPCWSTR text);
 
 // A text of the daemon's as UTF-16: bytes that are no UTF-8 become U+FFFD each. Embedded zeros stay.
-[[nodiscard]] std::u16string Widened(const std::string &text);
+[[nodiscard]] std::u16string Widened(std::string_view text);
 
 // A text of the daemon's in the characters of a record.
 template <typename Char>

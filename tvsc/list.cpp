@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // list: all services, or those that are asked for, in columns.
 #include "svcapi/client.h"
+#include "svcapi/local_configs.h"
 #include "tvsc/json_output.h"
-#include "tvsc/local_configs.h"
 #include "tvsc/look.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
@@ -68,9 +68,18 @@ void PrintColumns(const std::vector<ServiceView> &views) {
 // The configurations of all of them, as far as they can be read.
 void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *views) {
     constexpr std::size_t few = 2; // asked one by one, they take less
-    if (IsThisMachine(session.options) && views->size() > few) ReadLocalConfigs(part, views);
-    for (ServiceView &view : *views) {
-        if (!view.config) view.config = ReadConfigByName(session, view.service.name);
+    std::vector<std::optional<ServiceConfig>> configs(views->size());
+    if (IsThisMachine(session.options) && views->size() > few) {
+        std::vector<ListedService> services;
+        services.reserve(views->size());
+        for (const ServiceView &view : *views) {
+            services.push_back(view.service);
+        }
+        configs = ReadLocalConfigs(part, services);
+    }
+    for (std::size_t i = 0; i < views->size(); ++i) {
+        ServiceView &view = (*views)[i];
+        view.config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, view.service.name);
     }
 }
 

@@ -380,7 +380,7 @@ std::vector<std::string> ManyNames(int count) {
 }
 
 TEST_F(ServiceApi, an_enumeration_goes_on_until_everything_has_come) {
-    const std::vector<std::string> names = ManyNames(2000);
+    const std::vector<std::string> names = ManyNames(20000);
     ScriptEnumeration(names);
     ScriptControl(ERROR_INVALID_HANDLE, SERVICE_STOPPED); // nothing in record 0
     Open();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // local_configs: in batches, the keys of a batch first and then their values: a value needs its key's handle.
-#include "tvsc/local_configs.h"
+#include "svcapi/local_configs.h"
 
 #include "registry/key.h"
 #include "registry/pipeline.h"
@@ -17,20 +17,32 @@ namespace {
 constexpr std::size_t batchServices = 512;
 constexpr DWORD valueRoom = 512; // a configuration with a longer value is left to the daemon
 
-// What the daemon's own query of a configuration tells, those of a table first.
+// What the daemon's own query of a configuration tells; each part is a stretch of it.
 enum Field {
     startField,
     groupField,
+    dependenciesField,
     typeField,
     errorControlField,
     tagField,
     imagePathField,
-    dependenciesField,
     accountField
 };
-constexpr std::array fieldValues = {startTypeValue, groupValue,     typeValue,         errorControlValue,
-                                    tagValue,       imagePathValue, dependenciesValue, accountValue};
-constexpr std::size_t tableFields = groupField + 1;
+constexpr std::array fieldValues = {startTypeValue,    groupValue, dependenciesValue, typeValue,
+                                    errorControlValue, tagValue,   imagePathValue,    accountValue};
+
+struct Fields {
+    std::size_t first;
+    std::size_t end;
+};
+
+Fields FieldsOf(ConfigPart part) {
+    switch (part) {
+    case ConfigPart::startAndGroup: return {startField, dependenciesField};
+    case ConfigPart::groupAndDependencies: return {groupField, typeField};
+    default: return {startField, fieldValues.size()};
+    }
+}
 
 // One value as it came.
 struct Value {
@@ -82,24 +94,30 @@ bool TakeValue(const RegistryRead &read, DWORD room, Value *value) {
     return true;
 }
 
+// A batch of services, and what comes of it.
+struct Batch {
+    const ListedService *services;
+    std::size_t count;
+    std::optional<ServiceConfig> *configs;
+};
+
 // Opens the keys of a batch. Returns false where the registry does not answer.
-bool OpenKeys(HKEY services, const ServiceView *views, std::vector<RegistryRead> *opens) {
-    for (std::size_t i = 0; i < opens->size(); ++i) {
-        (*opens)[i] = NewRead(RegistryRead::openKey, services, views[i].service.name.c_str());
+bool OpenKeys(HKEY services, const Batch &batch, std::vector<RegistryRead> *opens) {
+    for (std::size_t i = 0; i < batch.count; ++i) {
+        opens->push_back(NewRead(RegistryRead::openKey, services, batch.services[i].name.c_str()));
     }
     return ReadTogether(opens->data(), opens->size()) == opens->size();
 }
 
-// Reads the first `fields` values of a batch of services. Returns false where the registry does not answer.
-bool ReadBatch(HKEY services, std::size_t fields, ServiceView *views, std::size_t count) {
-    std::vector<RegistryRead> opens(count);
-    if (!OpenKeys(services, views, &opens)) return false;
-    std::vector<Values> values(count);
+// Reads values of a batch of services. Returns false where the registry does not answer.
+bool ReadBatch(HKEY services, Fields fields, const Batch &batch) {
+    std::vector<RegistryRead> opens;
+    if (!OpenKeys(services, batch, &opens)) return false;
+    std::vector<Values> values(batch.count);
     std::vector<RegistryRead> reads;
-    reads.reserve(count * (fields + 1));
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < batch.count; ++i) {
         if (opens[i].code != ERROR_SUCCESS) continue;
-        for (std::size_t field = 0; field < fields; ++field) {
+        for (std::size_t field = fields.first; field < fields.end; ++field) {
             reads.push_back(ReadOf(opens[i].opened, field, &values[i][field]));
         }
         reads.push_back(NewRead(RegistryRead::closeKey, opens[i].opened, nullptr));
@@ -107,27 +125,29 @@ bool ReadBatch(HKEY services, std::size_t fields, ServiceView *views, std::size_
     const std::vector<RegistryRead> asked = reads;
     if (ReadTogether(reads.data(), reads.size()) != reads.size()) return false;
     std::size_t at = 0;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < batch.count; ++i) {
         if (opens[i].code != ERROR_SUCCESS) continue;
         bool isWhole = true;
-        for (std::size_t field = 0; field < fields; ++field, ++at) {
+        for (std::size_t field = fields.first; field < fields.end; ++field, ++at) {
             isWhole = TakeValue(reads[at], asked[at].dataBytes, &values[i][field]) && isWhole;
         }
         ++at; // the close
-        if (isWhole) views[i].config = ConfigOf(views[i].service, values[i]);
+        if (isWhole) batch.configs[i] = ConfigOf(batch.services[i], values[i]);
     }
     return true;
 }
 
 } // namespace
 
-void ReadLocalConfigs(ConfigPart part, std::vector<ServiceView> *views) {
-    HKEY services = 0;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_READ, &services) != ERROR_SUCCESS) return;
-    const KeyGuard closeServices(&services);
-    const std::size_t fields = part == ConfigPart::all ? fieldValues.size() : tableFields;
-    for (std::size_t first = 0; first < views->size(); first += batchServices) {
-        const std::size_t count = std::min(batchServices, views->size() - first);
-        if (!ReadBatch(services, fields, views->data() + first, count)) return;
+std::vector<std::optional<ServiceConfig>> ReadLocalConfigs(ConfigPart part,
+                                                           const std::vector<ListedService> &services) {
+    std::vector<std::optional<ServiceConfig>> configs(services.size());
+    HKEY key = 0;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_READ, &key) != ERROR_SUCCESS) return configs;
+    const KeyGuard closeKey(&key);
+    for (std::size_t first = 0; first < services.size(); first += batchServices) {
+        const std::size_t count = std::min(batchServices, services.size() - first);
+        if (!ReadBatch(key, FieldsOf(part), {services.data() + first, count, configs.data() + first})) break;
     }
+    return configs;
 }
