@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // drive: what bench/profile needs on its private host.
 //
-// usage: drive write FILE                           writes a registry of 1,000 services
+// usage: drive write FILE [SERVICES]                writes a registry of so many services, else 1,000
 //        drive await servd|tvregd                   waits until the daemon answers
 //        drive status|enumeration|registry COUNT    sends so many equal requests
 #include "bench/measure/servers.h"
@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int services = 1000;
+constexpr char manyServices[] = "1000";
 
 void QueryStatus(CLIENT *client) { (void)CallForAnswer(client, servd_SERV_QUERY_STATUS_SERVICE{1}); }
 
@@ -44,9 +44,9 @@ void Drive(const std::string &what, int count) {
     }
 }
 
-int Run(const std::string &what, const std::string &argument) {
+int Run(const std::string &what, const std::string &argument, const char *services) {
     if (what == "write") {
-        WriteRegistry(argument, services);
+        WriteRegistry(argument, std::stoi(services));
     } else if (what == "await") {
         return WaitForProgram(argument == "servd" ? SERVDAEMONPROG : REGDAEMONPROG,
                               argument == "servd" ? SERVDAEMONVERS : REGDAEMONVERS, 60000)
@@ -61,9 +61,9 @@ int Run(const std::string &what, const std::string &argument) {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 3) return 2;
+    if (argc != 3 && argc != 4) return 2;
     try {
-        return Run(argv[1], argv[2]);
+        return Run(argv[1], argv[2], argc == 4 ? argv[3] : manyServices);
     } catch (const std::exception &failure) {
         std::fprintf(stderr, "drive: %s\n", failure.what());
         return 1;

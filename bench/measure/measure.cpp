@@ -35,6 +35,7 @@ int Run(const Options &options) {
     MeasureLoad(bench);
     MeasureInProcess(bench);
     MeasureStart(bench);
+    MeasureCommandLine(bench);
     MeasureMemory(bench);
     if (!options.json.empty()) WriteJson(options.json, bench.rows, bench.rounds);
     return 0;

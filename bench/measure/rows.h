@@ -25,6 +25,7 @@ void MeasureCommits(Bench &bench);
 void MeasureMillion(Bench &bench);
 void MeasureLoad(Bench &bench);
 void MeasureStart(Bench &bench);
+void MeasureCommandLine(Bench &bench);
 void MeasureIdleConnections(Bench &bench);
 void MeasureMemory(Bench &bench);
 void MeasureInProcess(Bench &bench);

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+// command_line: what a person types, from the launch of tvsc to its end, beside an empty program and beside what the
+// daemon and the service need between themselves.
+#include "bench/measure/rows.h"
+#include "bench/measure/servers.h"
+#include "tv/winsvc.h"
+
+#include <fmt/core.h>
+#include <spawn.h>
+
+#include <fcntl.h>
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+// Runs a program to its end; what it prints goes nowhere. Throws where it ends with another status than `expected`.
+void Run(const Words &command, int expected = 0) {
+    std::vector<char *> words;
+    words.reserve(command.size() + 1);
+    for (const std::string &word : command) {
+        words.push_back(const_cast<char *>(word.c_str()));
+    }
+    words.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    (void)posix_spawn_file_actions_init(&actions);
+    (void)posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t process = 0;
+    const int rc = posix_spawn(&process, words[0], &actions, nullptr, words.data(), environ);
+    (void)posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    if (rc != 0 || waitpid(process, &status, 0) != process || !WIFEXITED(status) || WEXITSTATUS(status) != expected) {
+        throw std::runtime_error(fmt::format("{} does not end as it should", command[0]));
+    }
+}
+
+struct TypedCommand {
+    std::string name; // of the row
+    Words words;
+    int status = 0;
+    std::optional<double> limit = {}; // of the time, beside the empty program's
+};
+
+// Limits beyond those of a look at one service were set as milliseconds on a machine whose empty program took 1.2.
+const std::vector<TypedCommand> commands = {
+    {"tvsc status NAME", {"status", ServiceName(50)}, 3, 3.0},
+    {"tvsc is-active NAME", {"is-active", ServiceName(50)}, 3, 3.0},
+    {"tvsc list --brief", {"list", "--brief"}, 0, 5 / 1.2},
+    {"tvsc list", {"list"}, 0, 40 / 1.2},
+    {"tvsc list --json", {"list", "--json"}, 0, 45 / 1.2},
+    {"tvsc order", {"order"}, 0, {}},
+};
+
+// Returns what each command took at best.
+std::vector<double> MeasureCommands(Bench &bench, int services) {
+    const Daemons daemons = StartDaemons(MakeRegistry(services));
+    std::vector<double> best;
+    for (const TypedCommand &command : commands) {
+        Words words = {ProgramPath("tvsc")};
+        words.insert(words.end(), command.words.begin(), command.words.end());
+        const Side measured = {[&] { Run(words, command.status); }};
+        const Side floor = {[] { Run({ProgramPath("floor_process")}); }};
+        const Comparison result = CompareInRounds(measured, floor, bench.rounds, Samples(bench, 20));
+        AddRow(bench, {command.name,
+                       Thousands(services),
+                       result.measured,
+                       result.floor,
+                       {"time / empty program", result.ratio, services == 1000 ? command.limit : std::nullopt}});
+        best.push_back(result.measured.p10);
+    }
+    StopDaemons(daemons);
+    return best;
+}
+
+std::int32_t StateOf(CLIENT *client) {
+    const servd_SERV_ENUM_STATUS_SERVICE everything = {0, SERVICE_WIN32, SERVICE_STATE_ALL, 10000};
+    return CallForAnswer(client, everything).record.services->status.dwCurrentState;
+}
+
+void AwaitState(CLIENT *client, std::int32_t state) {
+    const double begin = NowUs();
+    while (StateOf(client) != state) {
+        if (NowUs() - begin > 20e6) throw std::runtime_error("the sample service does not get where it should");
+        const timespec pause = {0, 200'000};
+        (void)nanosleep(&pause, nullptr);
+    }
+}
+
+void Require(std::int32_t status) {
+    if (status != 0) throw std::runtime_error(fmt::format("the daemon answers {}", status));
+}
+
+template <typename Function>
+double TimeOf(Function function) {
+    const double begin = NowUs();
+    function();
+    return NowUs() - begin;
+}
+
+Figures FiguresOf(const std::vector<double> &times) {
+    return {Median(times), Percentile(times, 99), 0, Percentile(times, 10)};
+}
+
+// A start and a stop as tvsc does them, until the service is there, and by a client that is connected already and looks
+// every 0.2 ms.
+void MeasureStartAndStop(Bench &bench) {
+    const std::string folder = MakeScratchFolder();
+    const std::string image = folder + "/sample";
+    WriteFile(image, "exec " + ProgramPath("tvsample") + " --log /dev/null\n", 0755);
+    const pid_t tvregd = StartRegistryDaemon(folder + "/start.db");
+    WriteService("sample", SERVICE_DEMAND_START, image);
+    const pid_t servd = StartServiceDaemon();
+    const RpcClient client = DialServiceDaemon();
+    const auto opened = CallForAnswer(client.get(), servd_SERV_OPEN_SERVICE{Borrowed("sample"), SERVICE_ALL_ACCESS});
+    Require(opened.record.status);
+    const std::int32_t handle = opened.record.handle;
+    std::vector<Figures> starts, stops, startFloors, stopFloors;
+    for (int round = 0; round < bench.rounds; ++round) {
+        std::vector<double> start, stop, startFloor, stopFloor;
+        for (int sample = 0; sample < Samples(bench, 20); ++sample) {
+            startFloor.push_back(TimeOf([&] {
+                Require(CallForAnswer(client.get(), servd_SERV_START_SERVICE{handle, nullptr, 0}).record.status);
+                AwaitState(client.get(), SERVICE_RUNNING);
+            }));
+            stopFloor.push_back(TimeOf([&] {
+                Require(CallForAnswer(client.get(), servd_SERV_CONTROL_SERVICE{handle, SERVICE_CONTROL_STOP})
+                            .record.status);
+                AwaitState(client.get(), SERVICE_STOPPED);
+            }));
+            start.push_back(TimeOf([] { Run({ProgramPath("tvsc"), "--quiet", "start", "sample"}); }));
+            stop.push_back(TimeOf([] { Run({ProgramPath("tvsc"), "--quiet", "stop", "sample"}); }));
+        }
+        starts.push_back(FiguresOf(start));
+        stops.push_back(FiguresOf(stop));
+        startFloors.push_back(FiguresOf(startFloor));
+        stopFloors.push_back(FiguresOf(stopFloor));
+    }
+    const Comparison start = Summarise(starts, startFloors);
+    const Comparison stop = Summarise(stops, stopFloors);
+    AddRow(bench, {"tvsc start NAME, until running",
+                   "prompt",
+                   start.measured,
+                   start.floor,
+                   {"time / daemon and service", start.ratio, 1.5}});
+    AddRow(bench, {"tvsc stop NAME, until stopped",
+                   "prompt",
+                   stop.measured,
+                   stop.floor,
+                   {"time / daemon and service", stop.ratio, 2.0}});
+    StopDaemons({tvregd, servd});
+}
+
+} // namespace
+
+void MeasureCommandLine(Bench &bench) {
+    if (!bench.isWanted("tvsc")) return;
+    MeasureStartAndStop(bench);
+    (void)MeasureCommands(bench, 100);
+    const std::vector<double> small = MeasureCommands(bench, 1000);
+    const std::vector<double> large = MeasureCommands(bench, 10000);
+    for (std::size_t i = 0; i < commands.size(); ++i) {
+        AddRow(bench, {commands[i].name, "growth", {}, {}, {"10,000 / 1,000", large[i] / small[i], 11.0}});
+    }
+}
