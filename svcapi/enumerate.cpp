@@ -32,7 +32,11 @@ bool IsUsable(const ListBuffer<Record> &buffer) {
 
 template <typename Record>
 DWORD Pack(const std::vector<ListedService> &services, std::size_t first, const ListBuffer<Record> &buffer) {
-    return PackServices(services, first, buffer.services, buffer.bytes, buffer.bytesNeeded, buffer.returned);
+    // Nothing is written behind what is needed, however much room there is.
+    DWORD allBytes = 0;
+    (void)PackServices<Record>(services, first, nullptr, 0, &allBytes, buffer.returned);
+    const DWORD room = std::min(allBytes, buffer.bytes);
+    return PackServices(services, first, buffer.services, room, buffer.bytesNeeded, buffer.returned);
 }
 
 // The services that `list` tells of a service.
@@ -81,19 +85,20 @@ DWORD ListWanted(DaemonLink &link, const Wanted &wanted, const ServiceSink &sink
     });
 }
 
-// Lists services from a resume handle on, which may be null, into the caller's buffer as they come.
+// Lists services from a resume handle on, which may be null.
 template <typename Record>
 BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record> &buffer, DWORD *resumeHandle) {
     if (!IsUsable(buffer) || !IsPossible(wanted)) return Succeeded(ERROR_INVALID_PARAMETER);
-    const std::size_t first = resumeHandle != nullptr ? *resumeHandle : 0;
-    ServicePacking<Record> packing = {.buffer = buffer.services, .bytes = buffer.bytes, .skipped = first};
+    std::vector<ListedService> services;
     HandleCall call;
     DWORD rc = BeginManagerCall(manager, &call);
     if (rc == ERROR_SUCCESS) {
-        rc = ListWanted(*call.handle->link, wanted, [&](const ListedView &service) { PackService(&packing, service); });
+        rc = ListWanted(*call.handle->link, wanted,
+                        [&](const ListedView &service) { services.push_back(Kept(service)); });
     }
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    rc = FinishPacking(&packing, buffer.bytesNeeded, buffer.returned);
+    const std::size_t first = std::min<std::size_t>(resumeHandle != nullptr ? *resumeHandle : 0, services.size());
+    rc = Pack(services, first, buffer);
     if (resumeHandle != nullptr) {
         *resumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *buffer.returned : 0;
     }
