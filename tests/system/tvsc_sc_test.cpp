@@ -148,7 +148,7 @@ TEST_F(TvscSc, start_and_controls_tell_the_status_that_follows) {
     EXPECT_THAT(Sc({"interrogate", name}), HasSubstr("STATE              : 7  PAUSED "));
     Sc({"continue", name});
     WaitFor(name, "running");
-    EXPECT_THAT(Sc({"control", name, "200"}), HasSubstr("SERVICE_NAME: " + name));
+    EXPECT_THAT(Sc({"control", name, "150"}), HasSubstr("STATE              : 4  RUNNING "));
     EXPECT_THAT(FailSc(3, {"control", name, "paramchange"}), StartsWith("[SC] ControlService FAILED 1052:"));
     EXPECT_THAT(FailSc(87, {"control", name, "much"}), StartsWith("[SC] ControlService FAILED 87:"));
     Sc({"stop", name});
