@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// apply: one service after the other, each as a whole or not at all.
+// apply: one service after the other, when all of them have been checked.
 //
 // The daemon takes what it keeps in memory through its own procedures. What it leaves to the registry (descriptions,
 // failure actions, parameters) is written behind that, as the difference that is left then. It answers 1073 for the
@@ -255,7 +255,13 @@ DWORD CarryOut(Session &session, const PlannedService &plan, std::string *proble
     if (session.manager != nullptr) {
         return ApplyAtDaemon(session, plan.before, plan.wanted, plan.applied.differences, problem);
     }
-    return WriteServiceKeys(session.options.host, ChangesOf(plan.applied.differences, plan.wanted.tree.top), problem);
+    const DWORD rc =
+        WriteServiceKeys(session.options.host, ChangesOf(plan.applied.differences, plan.wanted.tree.top), problem);
+    if (rc != ERROR_SUCCESS && plan.before.tree.keys.empty()) { // half a key would keep the database from loading
+        std::string ignored;
+        (void)DeleteServiceKey(plan.wanted.name, session.options.host, &ignored);
+    }
+    return rc;
 }
 
 std::string Outcome(const Session &session, Change change) {

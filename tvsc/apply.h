@@ -28,7 +28,7 @@ struct AppliedService {
 
 // Creates and changes services; with --dry-run tells what would be done. All are checked before anything is written.
 // Through the daemon where one is open, so that it holds at once. What comes of each is noted.
-//   applied  gets a record of each but for those that failed, which are as they were
+//   applied  gets a record of each but for those that failed, of whose changes a part may have been written
 // Returns whether all of it worked.
 bool ApplyServices(Session &session, const std::vector<ServiceText> &said, const ApplyRules &rules,
                    std::vector<AppliedService> *applied);

@@ -191,6 +191,9 @@ void CheckForHosts(const CLI::App &app, const CommandLine &line) {
     if (isLocal && !line.hosts.overSsh) {
         throw CLI::ValidationError(command, "looks at files of the machine that it runs on: use --ssh");
     }
+    if (command == "apply" && line.apply.file == "-") {
+        throw CLI::ValidationError(command, "standard input is for one machine");
+    }
     if ((path == "with-lock" || path == "lock take") && !line.hosts.overSsh) {
         throw CLI::ValidationError(path, "would run its command here, once for each host: use --ssh");
     }

@@ -116,7 +116,10 @@ const char *OrNull(const std::optional<std::string> &text) { return text ? text-
 // Stops a service that is to go. Returns whether it is stopped.
 bool StopFirst(Session &session, SC_HANDLE service, const std::string &name) {
     SERVICE_STATUS status = {};
-    if (!tvQueryServiceStatusPassive(service, &status, nullptr)) return false;
+    if (!tvQueryServiceStatusPassive(service, &status, nullptr)) {
+        Failed(session, name, "delete", GetLastError(), "its state cannot be read");
+        return false;
+    }
     if (status.dwCurrentState == SERVICE_STOPPED) return true;
     if (LookAtProcess(session.options, name, status.dwCurrentState).isGone && SettleGone(service, &status)) return true;
     if (status.dwCurrentState != SERVICE_STOP_PENDING && !ControlService(service, SERVICE_CONTROL_STOP, &status)) {

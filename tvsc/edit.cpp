@@ -5,6 +5,7 @@
 
 #include "tvsc/apply.h"
 #include "tvsc/export.h"
+#include "tvsc/interrupts.h"
 #include "tvsc/report.h"
 #include "tvsc/service_registry.h"
 #include "util/names.h"
@@ -86,7 +87,10 @@ std::optional<std::string> Edited(Session &session, const std::string &name, con
                                   std::string *file) {
     std::string problem, edited;
     *file = NewTextFile("tvsc", ".toml", text, &problem);
-    if (!file->empty() && RunEditor(*file, &problem) && ReadTextFile(*file, &edited)) return edited;
+    LeaveInterruptsToChild(true);
+    const bool isEdited = !file->empty() && RunEditor(*file, &problem);
+    LeaveInterruptsToChild(false);
+    if (isEdited && ReadTextFile(*file, &edited)) return edited;
     Failed(session, name, "edit", ERROR_CANTREAD,
            file->empty() ? problem : fmt::format("{}; the text is in {}", problem, *file));
     return std::nullopt;

@@ -3,6 +3,7 @@
 #include "tvsc/export.h"
 
 #include "servd/service_keys.h"
+#include "svcapi/client.h"
 #include "svcapi/image_launcher.h"
 #include "tvsc/apply.h"
 #include "tvsc/apply_output.h"
@@ -117,14 +118,25 @@ bool IsNamed(const std::vector<ServiceText> &services, const std::string &name) 
                        [&](const ServiceText &service) { return AreNamesEqual(service.name, name); });
 }
 
+// What the daemon says of a service: 0 when it can be opened, 1060 when the daemon has none or none answers for any.
+DWORD AskForService(const Session &session, const std::string &name) {
+    if (session.manager == nullptr) return ERROR_SERVICE_DOES_NOT_EXIST;
+    const ServiceHandle opened(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
+    if (opened != nullptr) return ERROR_SUCCESS;
+    const DWORD rc = GetLastError();
+    std::string display;
+    const bool isMarked = rc == ERROR_SERVICE_DOES_NOT_EXIST &&
+                          QueryDisplayName(session.manager.get(), name.c_str(), &display) == ERROR_SUCCESS;
+    return isMarked ? ERROR_SERVICE_MARKED_FOR_DELETE : rc;
+}
+
 // Deletes one service that the file does not have; one that the daemon does not know is a key only.
 void Prune(Session &session, const ServiceText &service, const ApplyOptions &apply) {
-    const bool isKnown =
-        session.manager != nullptr &&
-        ServiceHandle(OpenServiceA(session.manager.get(), service.name.c_str(), SERVICE_QUERY_STATUS)) != nullptr;
-    if (isKnown) {
+    const DWORD known = AskForService(session, service.name);
+    if (known == ERROR_SUCCESS) {
         return DeleteNamed(session, service.name, {.names = {}, .stop = apply.stop, .withDependents = apply.stop});
     }
+    if (known != ERROR_SERVICE_DOES_NOT_EXIST) return Failed(session, service.name, "delete", known);
     if (session.options.dryRun) return Done(session, service.name, "delete", "would be deleted");
     std::string problem;
     const DWORD rc = DeleteServiceKey(service.name, session.options.host, &problem);
@@ -178,7 +190,7 @@ std::optional<ServiceText> ReadOneService(Session &session, const std::string &a
 bool ReadTextFile(const std::string &file, std::string *text) {
     if (file == "-") {
         text->assign(std::istreambuf_iterator<char>(std::cin), {});
-        return !std::cin.bad();
+        return std::ferror(stdin) == 0; // which the stream does not tell
     }
     std::ifstream stream(file, std::ios::binary);
     std::ostringstream content;
@@ -224,6 +236,11 @@ int RunApply(const Options &options, const ApplyOptions &apply) {
     std::vector<ServiceText> services;
     std::vector<AppliedService> applied;
     if (!IsRight(session, "apply", apply.file, ReadServices(text, &services))) return FinishApplied(session, applied);
+    if (apply.prune && services.empty()) { // the text of a writer that failed, more likely than a wish
+        Failed(session, apply.file, "apply", ERROR_INVALID_DATA, "has no service: --prune would delete all");
+        session.results.back().exitStatus = EXIT_NOT_CONFIGURED;
+        return FinishApplied(session, applied);
+    }
     if (const int opened = OpenForApply(session); opened != EXIT_DONE) return FinishApplied(session, applied);
     const ApplyRules rules = {.action = "apply", .isWhole = apply.prune};
     if (ApplyServices(session, services, rules, &applied) && apply.prune) {

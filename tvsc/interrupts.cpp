@@ -16,6 +16,7 @@ namespace {
 
 std::atomic<bool> interrupted;
 std::atomic<bool> endsQuietly;
+std::atomic<bool> isChildInFront;
 
 bool IsIgnored(int signal) {
     struct sigaction present = {};
@@ -34,13 +35,15 @@ void ExitOnInterrupt() {
     pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
     std::thread([interrupts] {
         int signal = 0;
-        while (sigwait(&interrupts, &signal) != 0) {
+        while (sigwait(&interrupts, &signal) != 0 || (signal == SIGINT && isChildInFront)) {
         }
         interrupted = true;
         if (!endsQuietly) std::fputs("tvsc: interrupted; what was asked for may still be carried out\n", stderr);
         std::exit(signal == SIGINT ? EXIT_INTERRUPTED : 128 + signal);
     }).detach();
 }
+
+void LeaveInterruptsToChild(bool isInFront) { isChildInFront = isInFront; }
 
 void EndQuietlyWhenInterrupted() { endsQuietly = true; }
 

@@ -10,4 +10,7 @@ void ExitOnInterrupt();
 // For a command that only looks, until it is interrupted: nothing needs to be said about it.
 void EndQuietlyWhenInterrupted();
 
+// While a child has the terminal, an editor above all, Ctrl-C is meant for it, as with system(3).
+void LeaveInterruptsToChild(bool isInFront);
+
 [[nodiscard]] bool IsInterrupted();

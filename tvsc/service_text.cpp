@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 namespace {
@@ -307,6 +308,15 @@ void ReadService(Reading &reading, const toml::key &heading, const toml::node &n
     services->push_back(std::move(service));
 }
 
+// Two headings that differ in letter case mean one service.
+void RefuseTwins(const std::vector<ServiceText> &services, std::vector<RegTextError> *errors) {
+    std::set<std::u32string> met;
+    for (const ServiceText &service : services) {
+        if (met.insert(FoldedName(service.name)).second) continue;
+        errors->push_back({service.line, service.name + ": stands here already, perhaps in other letter case"});
+    }
+}
+
 std::vector<RegTextError> ReadToml(const std::string &text, std::vector<ServiceText> *services) {
     Reading reading;
     try {
@@ -326,6 +336,7 @@ std::vector<RegTextError> ReadToml(const std::string &text, std::vector<ServiceT
     }
     std::stable_sort(services->begin(), services->end(),
                      [](const ServiceText &a, const ServiceText &b) { return a.line < b.line; });
+    RefuseTwins(*services, &reading.errors);
     return reading.errors;
 }
 
@@ -339,9 +350,21 @@ std::string ServiceOfKey(const KeyPath &key) {
     return below.substr(0, below.find('\\'));
 }
 
+// A text says what services are like: what it takes away would be passed over without a word.
+void RefuseDeletions(const std::vector<RegKey> &keys, std::vector<RegTextError> *errors) {
+    constexpr char instead[] = "deletes, which a text of services does not; a value that it lacks goes with --prune";
+    for (const RegKey &key : keys) {
+        if (key.isDeleted) errors->push_back({key.line, instead});
+        for (const RegValue &value : key.values) {
+            if (value.isDeleted) errors->push_back({value.line, instead});
+        }
+    }
+}
+
 std::vector<RegTextError> ReadReg(const std::string &text, std::vector<ServiceText> *services) {
     std::vector<RegKey> keys;
     std::vector<RegTextError> errors = ReadRegText(text, &keys);
+    RefuseDeletions(keys, &errors);
     for (RegKey &key : StateOf(keys)) {
         const std::string name = ServiceOfKey(key.key);
         if (name.empty()) {

@@ -206,6 +206,10 @@ TEST_F(TvscHosts, what_looks_at_files_of_a_machine_is_refused_from_afar) {
         EXPECT_THAT(ended.error, HasSubstr("--ssh"));
     }
     EXPECT_EQ(Tvsc({"--host", List({good, other}), "with-lock", "--", "/bin/true"}).status, 2);
+    // Each would find it empty, and an empty text with --prune means that everything goes.
+    const Ended apply = Tvsc({"--host", List({good, other}), "apply", "--prune", "-"});
+    EXPECT_EQ(apply.status, 2);
+    EXPECT_THAT(apply.error, HasSubstr("standard input is for one machine"));
 }
 
 } // namespace

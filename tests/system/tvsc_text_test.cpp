@@ -133,6 +133,37 @@ TEST_F(TvscText, apply_without_doing_it_shows_the_difference) {
     EXPECT_EQ(json.at("services").at(0).at("differences").at(0).at("before").at("data"), 3);
 }
 
+TEST_F(TvscText, apply_with_prune_of_a_text_without_services_deletes_none) {
+    CreateSample(name);
+    for (const std::string text : {"", "# nothing\n", "[services]\n", "REGEDIT4\n"}) {
+        EXPECT_THAT(Fail(6, {"apply", "--prune", File(text)}), HasSubstr("--prune would delete all")) << text;
+    }
+    const std::string unread = ProgramPath("tvsc") + " apply --prune - </etc"; // fails as it is read
+    const Ended ended = RunAndRead({.command = {"/bin/sh", "-c", unread}});
+    EXPECT_NE(ended.status, 0);
+    EXPECT_THAT(ended.error, HasSubstr("ERROR_FILE_NOT_FOUND"));
+    EXPECT_THAT(Do({"list", "--names-only"}), HasSubstr(name));
+}
+
+TEST_F(TvscText, apply_refuses_a_text_that_deletes_or_names_a_service_twice) {
+    CreateSample(name);
+    const std::string key = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\" + KeyOf(name);
+    EXPECT_THAT(Fail(6, {"apply", File(key + "]\n\"Description\"=-\n", ".reg")}), HasSubstr(".reg:4: "));
+    const std::string below = "REGEDIT4\n\n[-HKEY_LOCAL_MACHINE\\" + KeyOf(name) + "]\n";
+    EXPECT_THAT(Fail(6, {"apply", File(below, ".reg")}), HasSubstr(".reg:3: "));
+    EXPECT_THAT(Fail(6, {"apply", File("[services.Twice]\n[services.twice]\n")}),
+                HasSubstr(".toml:2: twice: stands here already"));
+}
+
+TEST_F(TvscText, an_interrupt_is_the_editors_while_it_runs) {
+    CreateSample(name);
+    const Ended ended =
+        With({"VISUAL=", "EDITOR=kill -INT $PPID; sleep 0.2; sed -i 's/^error_control.*/&\\ndescription = \"kept\"/'"},
+             {"edit", name});
+    EXPECT_EQ(ended.status, 0) << ended.error;
+    EXPECT_EQ(ReadValue(KeyOf(name), "Description")->data, Sz("kept"));
+}
+
 TEST_F(TvscText, apply_with_prune_takes_away_services_and_values_that_the_file_does_not_have) {
     CreateSample(name + "-1", "", {"--group", "grp", "--depends", "zero", "--user", "root"});
     WriteKey(KeyOf(name + "-1") + "\\Below", {{"v", REG_SZ, Sz("x")}});
