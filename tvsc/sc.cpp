@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 
 namespace {
 
@@ -20,13 +21,24 @@ struct NamedVerb {
     ScVerb run;
     std::size_t least, most; // names
     const char *usage;
+    const char *options = ""; // behind it, each "[NAME= VALUE]"
 };
 
 constexpr std::size_t any = SIZE_MAX;
 
+// The answer comes in one piece here, whatever the room for it.
+constexpr char queryOptions[] =
+    " [type= driver|service|all] [state= active|inactive|all] [group= GROUP] [bufsize= BYTES]";
+constexpr char serviceOptions[] =
+    " [binPath= IMAGE] [type= own|share|kernel|filesys|interact] [start= boot|system|auto|demand|disabled|delayed-auto]"
+    " [error= normal|severe|critical|ignore] [group= GROUP] [tag= yes|no] [depend= A/B/+GROUP] [obj= USER]"
+    " [DisplayName= TEXT] [password= TEXT]";
+constexpr char failureOptions[] = " [reset= SECONDS] [reboot= TEXT] [command= COMMAND]"
+                                  " [actions= none|restart|reboot|run/MILLISECONDS/...]";
+
 constexpr NamedVerb verbs[] = {
-    {"query", ScQuery, 0, 1, "[NAME] [type= driver|service|all] [state= active|inactive|all] [group= GROUP]"},
-    {"queryex", ScQueryEx, 0, 1, "[NAME] [type= driver|service|all] [state= active|inactive|all] [group= GROUP]"},
+    {"query", ScQuery, 0, 1, "[NAME]", queryOptions},
+    {"queryex", ScQueryEx, 0, 1, "[NAME]", queryOptions},
     {"qc", ScQueryConfig, 1, 2, "NAME"},
     {"qdescription", ScQueryDescription, 1, 2, "NAME"},
     {"qfailure", ScQueryFailure, 1, 2, "NAME"},
@@ -34,15 +46,10 @@ constexpr NamedVerb verbs[] = {
     {"getdisplayname", ScGetDisplayName, 1, 2, "NAME"},
     {"getkeyname", ScGetKeyName, 1, 2, "DISPLAYNAME"},
     {"querylock", ScQueryLock, 0, 0, ""},
-    {"create", ScCreate, 1, 1,
-     "NAME binPath= IMAGE [type= own|share|kernel|filesys|interact] [start= boot|system|auto|demand|disabled|"
-     "delayed-auto] [error= normal|severe|critical|ignore] [group= GROUP] [tag= yes|no] [depend= A/B/+GROUP] "
-     "[obj= USER] [DisplayName= TEXT] [password= TEXT]"},
-    {"config", ScConfig, 1, 1, "NAME and the options of create"},
+    {"create", ScCreate, 1, 1, "NAME", serviceOptions}, // binPath is needed
+    {"config", ScConfig, 1, 1, "NAME", serviceOptions},
     {"description", ScDescription, 1, 2, "NAME [TEXT]"},
-    {"failure", ScFailure, 1, 1,
-     "NAME [reset= SECONDS] [reboot= TEXT] [command= COMMAND] "
-     "[actions= none|restart|reboot|run/MILLISECONDS/...]"},
+    {"failure", ScFailure, 1, 1, "NAME", failureOptions},
     {"delete", ScDelete, 1, 1, "NAME"},
     {"start", ScStart, 1, any, "NAME [ARGUMENT...]"},
     {"stop", ScStop, 1, 1, "NAME"},
@@ -73,11 +80,21 @@ void TakeWords(ScCall &call, const std::vector<std::string> &words, bool takesOp
     }
 }
 
+// The names of a verb's options, in small letters.
+std::vector<std::string> OptionsOf(const NamedVerb &verb) {
+    std::vector<std::string> names;
+    std::istringstream words(verb.options);
+    for (std::string word; words >> word;) {
+        if (word.starts_with('[')) names.push_back(InSmallLetters(word.substr(1, word.find('=') - 1)));
+    }
+    return names;
+}
+
 int SayUsage(Session &session, const std::string &wrong, const NamedVerb *verb,
              const std::vector<std::string> &similar = {}) {
     fmt::print(stderr, "tvsc: sc: {}\n", Printable(wrong));
     if (!similar.empty()) fmt::print(stderr, "  did you mean {}?\n", fmt::join(similar, ", "));
-    if (verb != nullptr) fmt::print(stderr, "  tvsc sc {} {}\n", verb->name, verb->usage);
+    if (verb != nullptr) fmt::print(stderr, "  tvsc sc {} {}{}\n", verb->name, verb->usage, verb->options);
     session.results.push_back({"sc", "usage", ERROR_INVALID_PARAMETER, EXIT_USAGE, wrong, similar});
     return Finish(session);
 }
@@ -128,6 +145,12 @@ int RunSc(const Options &options, const std::vector<std::string> &words) {
     TakeWords(call, {word, words.end()}, verb->run != ScStart && verb->run != ScDescription);
     const bool fits = call.names.size() >= verb->least && call.names.size() <= verb->most;
     if (!fits) return SayUsage(session, fmt::format("{}: wrong number of arguments", name), verb);
+    const std::vector<std::string> knownOptions = OptionsOf(*verb);
+    for (const auto &[option, value] : call.options) {
+        if (std::find(knownOptions.begin(), knownOptions.end(), option) != knownOptions.end()) continue;
+        return SayUsage(session, fmt::format("{}: {}= is no option of it", name, option), verb,
+                        SimilarNames(option, knownOptions));
+    }
     if (OpenSession(session, true) != EXIT_DONE) return session.results.back().exitStatus;
     return verb->run(call);
 }

@@ -180,6 +180,10 @@ TEST_F(TvscSc, wrong_words_are_usage_errors) {
     EXPECT_EQ(FailSc(2, {"querry"}), "tvsc: sc: querry: no such verb\n  did you mean query?\n");
     EXPECT_THAT(FailSc(2, {}), HasSubstr("one of query, queryex, qc, "));
     EXPECT_THAT(FailSc(2, {"delete"}), HasSubstr("delete: wrong number of arguments\n  tvsc sc delete NAME\n"));
+    EXPECT_THAT(FailSc(2, {"config", name, "strat=", "auto"}),
+                StartsWith("tvsc: sc: config: strat= is no option of it\n  did you mean start?\n"));
+    EXPECT_THAT(FailSc(2, {"qc", name, "state=", "all"}), HasSubstr("qc: state= is no option of it"));
+    EXPECT_THAT(Sc({"query", "state=", "all", "bufsize=", "100000"}), Not(HasSubstr("no option")));
     const Ended json = Tvsc({"--json", "sc", "query"});
     EXPECT_EQ(json.status, 2);
     EXPECT_EQ(Json::parse(json.output).at("schema"), "tvsc.action/1");
