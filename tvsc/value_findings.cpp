@@ -6,8 +6,10 @@
 #include "tv/winsvc.h"
 #include "tvsc/findings.h"
 #include "util/shell_quoted.h"
+#include "util/string_list.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -61,16 +63,21 @@ void CheckAccountValue(HKEY key, const BootDatabase &database, const std::string
     const Value account = ReadIt(key, accountValue);
     if (account.code != ERROR_SUCCESS) return;
     const std::string first = account.data.substr(0, account.data.find('\0'));
+    std::vector<std::string> wanted =
+        account.type == REG_MULTI_SZ ? SplitMultiString(account.data) : std::vector<std::string>{first};
     const bool isService = std::any_of(database.services.begin(), database.services.end(), [&](const BootService &one) {
         return strcasecmp(one.name.c_str(), first.c_str()) == 0;
     });
     if (account.type != REG_MULTI_SZ && !isService) return;
+    for (const BootService &one : database.services) { // "--depends" takes the whole list
+        if (one.name == name) wanted.insert(wanted.begin(), one.dependencies.begin(), one.dependencies.end());
+    }
     findings->push_back(
         {FindingLevel::fail, "start", name,
          isService ? fmt::format("its DependOnService names the service {}", first) : "its DependOnService is a list",
          "this value holds the Unix user that it runs as; dependencies stand in DependOnGroup",
          fmt::format("tvreg delete {0} -v {1} && tvsc config {2} --depends {3}", KeyOf(name), accountValue,
-                     ShellQuoted(name), ShellQuoted(first.empty() ? "..." : first))});
+                     ShellQuoted(name), ShellQuoted(first.empty() ? "..." : fmt::to_string(fmt::join(wanted, ","))))});
 }
 
 // Names of services are compared by their bytes.
@@ -82,11 +89,13 @@ void CheckLetterCase(const BootDatabase &database, const BootService &service, F
             std::find_if(database.services.begin(), database.services.end(),
                          [&](const BootService &one) { return strcasecmp(one.name.c_str(), dependency.c_str()) == 0; });
         if (meant == database.services.end()) continue;
-        findings->push_back(
-            {FindingLevel::warn, "dependencies", service.name,
-             fmt::format("depends on {}, and the service is {}", dependency, meant->name),
-             "letter case counts: the daemon passes it over",
-             fmt::format("tvsc config {} --depends {}", ShellQuoted(service.name), ShellQuoted(meant->name))});
+        std::vector<std::string> wanted = service.dependencies; // "--depends" takes the whole list
+        std::replace(wanted.begin(), wanted.end(), dependency, meant->name);
+        findings->push_back({FindingLevel::warn, "dependencies", service.name,
+                             fmt::format("depends on {}, and the service is {}", dependency, meant->name),
+                             "letter case counts: the daemon passes it over",
+                             fmt::format("tvsc config {} --depends {}", ShellQuoted(service.name),
+                                         ShellQuoted(fmt::to_string(fmt::join(wanted, ","))))});
     }
 }
 
