@@ -128,6 +128,39 @@ skipWithoutRules() {
     '
 }
 
+@test "a daemon that could not start keeps nobody from the ports of others" {
+    skipWithoutRules
+    onHost '
+        $guard before servd
+        busybox httpd -f -p 127.0.0.1:7070 -h /run &
+        listener=$!
+        for ((try = 0; try < 100; ++try)); do
+            ! as daemon bash -c "exec 3<>/dev/tcp/127.0.0.1/7070" 2>/dev/null || break
+            sleep 0.05
+        done
+        refused as nobody timeout 0.5 bash -c "exec 3<>/dev/tcp/127.0.0.1/7070"
+        $guard over servd
+        as nobody timeout 10 bash -c "exec 3<>/dev/tcp/127.0.0.1/7070"
+        kill "$listener"
+    '
+}
+
+@test "a setting that is no setting closes the ports, and is complained of" {
+    skipWithoutRules
+    onHost '
+        mkdir /run/default
+        echo TV_PORTS=Open >/run/default/tv-guard
+        mount --bind /run/default /etc/default
+        startRegistry
+        $guard load 2>/run/told
+        grep -q "\"Open\" is taken as closed" /run/told
+        refused as nobody tvreg query HKLM
+        echo TV_PORTS=open >/run/default/tv-guard
+        $guard load
+        as nobody tvreg query HKLM
+    '
+}
+
 @test "rules of others stay beside ours, and go on deciding" {
     skipWithoutRules
     onHost '

@@ -39,7 +39,7 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
 
 @test "every command of tv-guard stands in its manual" {
     commands=$("$BATS_TEST_DIRNAME/../../packaging/tv-guard" --help | grep -oE 'tv-guard [a-z]+' | cut -d' ' -f2)
-    [ "$(wc -w <<<"$commands")" -eq 6 ]
+    [ "$(wc -w <<<"$commands")" -eq 7 ]
     for command in $commands; do
         grep -q "^\*$command\*" "$(manualOf tv-guard)" || { echo "$command"; false; }
     done
