@@ -2,7 +2,7 @@
 # What "PROGRAM completion SHELL" prints, installed where the shells look for it. A program under a sanitizer is for tests
 # only, and one of another machine cannot be asked.
 function(tv_install_completions program)
-  if(TV_SANITIZE)
+  if(TV_SANITIZE OR CMAKE_CROSSCOMPILING)
     return()
   endif()
   set(bashPlace bash-completion/completions/${program})
