@@ -133,6 +133,7 @@ TEST_P(WordSizes, the_database_outlives_both_daemons) {
     const std::string config = Tvsc({"show", "kept", "--json"});
     EXPECT_EQ(StopDaemon(daemon), 0);
     ASSERT_NO_FATAL_FAILURE(StartServd());
+    (void)Tvsc({"wait", "kept", "--for", "running"}); // the daemon may answer before its report
     EXPECT_EQ(StatusOf("kept").at("state"), "running");
     const Json before = Json::parse(config).at("services").at(0).at("config");
     EXPECT_EQ(Json::parse(Tvsc({"show", "kept", "--json"})).at("services").at(0).at("config"), before);
