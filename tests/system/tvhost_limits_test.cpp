@@ -149,8 +149,9 @@ struct UnitGroup : TvhostLimits {
     bool MakeUnit(const std::string &controller) {
         if (root.empty() || !Lists(root + "/cgroup.controllers", controller)) return false;
         if (!HandsOn(root, controller)) WriteFile(root + "/cgroup.subtree_control", "+" + controller);
+        if (!HandsOn(root, controller)) return false;
         unit = root + "/" + name + "-" + std::to_string(MonotonicMs());
-        return HandsOn(root, controller) && fs::create_directory(unit);
+        return fs::create_directory(unit);
     }
     void HandOver() const { ASSERT_EQ(setxattr(unit.c_str(), "user.delegate", "1", 1, 0), 0); }
 };
