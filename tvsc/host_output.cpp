@@ -115,12 +115,16 @@ void SetAnswer(Json &entry, const HostRun &run) {
 
 } // namespace
 
+void PrintHostError(const std::string &host, const std::string &line) {
+    constexpr std::string_view own = "tvsc: ";
+    const std::size_t skipped = line.starts_with(own) ? own.size() : 0;
+    fmt::print(stderr, "tvsc: {}\n", Printable(host + ": " + line.substr(skipped)));
+}
+
 void PrintHostErrors(const std::vector<HostRun> &runs, double timeoutSec) {
     for (const HostRun &run : runs) {
         for (const std::string &line : LinesOf(run.error)) {
-            constexpr std::string_view own = "tvsc: ";
-            const std::size_t skipped = line.starts_with(own) ? own.size() : 0;
-            fmt::print(stderr, "tvsc: {}\n", Printable(run.host + ": " + line.substr(skipped)));
+            PrintHostError(run.host, line);
         }
         if (run.timedOut) fmt::print(stderr, "tvsc: {}: no end within {:g} s\n", Printable(run.host), timeoutSec);
     }

@@ -4,7 +4,10 @@
 
 #include "tvsc/host_run.h"
 
-// What they have written to standard error, each line with its machine; and who took too long.
+// A line of standard error, with the machine that it is of.
+void PrintHostError(const std::string &host, const std::string &line);
+
+// What is left of what they have written to standard error; and who took too long.
 void PrintHostErrors(const std::vector<HostRun> &runs, double timeoutSec);
 
 // One table of services, with a column for the machine; one without an answer has a line that says so.

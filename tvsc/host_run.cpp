@@ -12,10 +12,12 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <thread>
@@ -127,10 +129,11 @@ void Finish(HostRun *run) {
     run->process = 0;
 }
 
-void TakeLines(HostRun *run, const HostRunRules &rules) {
-    for (std::size_t end; (end = run->output.find('\n')) != std::string::npos;) {
-        rules.takeLine(*run, run->output.substr(0, end));
-        run->output.erase(0, end + 1);
+void TakeLines(const HostRun &run, std::string *text,
+               const std::function<void(const HostRun &, const std::string &)> &take) {
+    for (std::size_t end; take && (end = text->find('\n')) != std::string::npos;) {
+        take(run, text->substr(0, end));
+        text->erase(0, end + 1);
     }
 }
 
@@ -159,14 +162,18 @@ void Serve(const std::vector<HostRun *> &under, const HostRunRules &rules) {
         polled.push_back({run->errorEnd, POLLIN, 0});
         limit = std::min(limit, run->limit);
     }
-    (void)poll(polled.data(), polled.size(), MsUntil(limit)); // without an answer the limits are looked at
+    if (rules.takeLine) polled.push_back({STDOUT_FILENO, 0, 0}); // tells when its reader has gone
+    (void)poll(polled.data(), polled.size(), MsUntil(limit));    // without an answer the limits are looked at
     for (std::size_t i = 0; i < under.size(); ++i) {
         HostRun *const run = under[i];
         if (polled[2 * i].revents != 0) ReadEnd(run, &run->outputEnd, &run->output);
         if (polled[2 * i + 1].revents != 0) ReadEnd(run, &run->errorEnd, &run->error);
-        if (rules.takeLine) TakeLines(run, rules);
-        if (Clock::now() >= run->limit) run->timedOut = true;
+        TakeLines(*run, &run->output, rules.takeLine);
+        TakeLines(*run, &run->error, rules.takeErrorLine);
+        const bool isOpen = run->outputEnd >= 0 || run->errorEnd >= 0;
+        if (isOpen && Clock::now() >= run->limit) run->timedOut = true;
     }
+    if (rules.takeLine && (polled.back().revents & POLLERR) != 0) std::exit(128 + SIGPIPE);
 }
 
 } // namespace

@@ -30,7 +30,9 @@ struct HostRunRules {
     double timeoutSec = 0; // of each run; 0: none
     // Takes each line as it comes; what is written is not kept then. Nothing: it is kept.
     std::function<void(const HostRun &run, const std::string &line)> takeLine = {};
+    std::function<void(const HostRun &run, const std::string &line)> takeErrorLine = {}; // alike
 };
 
-// Runs them all, at most so many at a time, and waits for their end. An end of this program ends them, too.
+// Runs them all, at most so many at a time, and waits for their end. An end of this program ends them, too; it ends as
+// by SIGPIPE when lines are taken as they come and nobody reads standard output any more.
 void RunSideBySide(std::vector<HostRun> *runs, const HostRunRules &rules);

@@ -84,6 +84,7 @@ int RunOnHosts(const HostsOptions &options, const HostsCommand &command) {
         rules.takeLine = [&](const HostRun &run, const std::string &line) {
             PrintHostLine(run.host, longestName, line, command.json);
         };
+        rules.takeErrorLine = [](const HostRun &run, const std::string &line) { PrintHostError(run.host, line); };
     }
     RunSideBySide(&runs, rules);
     PrintHostErrors(runs, options.hostTimeoutSec);

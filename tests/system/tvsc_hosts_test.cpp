@@ -179,6 +179,24 @@ TEST_F(TvscHosts, a_watch_shows_changes_of_all_machines_as_they_come) {
     EXPECT_EQ(Tvsc({"--host", other, "stop", "web-2"}).status, 0);
 }
 
+TEST_F(TvscHosts, a_watch_ends_with_its_reader_and_tells_errors_as_they_come) {
+    const std::string watch =
+        ProgramPath("tvsc") + " --host " + List({good, other}) + " watch --initial --interval 100ms";
+    const Ended ended = RunAndRead(
+        {.command = {"/bin/bash", "-c", "timeout 20 " + watch + " | head -n 1; echo ${PIPESTATUS[0]}"}}, 30000);
+    EXPECT_THAT(ended.output, HasSubstr("\n141\n"));
+    EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid(), "tvsc").empty(); }));
+
+    const std::string told = folder + "/told";
+    const pid_t both = StartProgram(
+        {.command = {"/bin/sh", "-c",
+                     "exec " + ProgramPath("tvsc") + " --host " + List({good, dead}) + " watch >/dev/null 2>" + told}});
+    EXPECT_TRUE(
+        WaitUntil([&] { return ReadWhatIsThere(told).find(std::string("tvsc: ") + dead) != std::string::npos; }));
+    kill(both, SIGINT);
+    EXPECT_EQ(WEXITSTATUS(WaitForEnd(both)), 130);
+}
+
 // An ssh of our own: it runs what it is given, here.
 TEST_F(TvscHosts, through_ssh_each_machine_runs_its_own_tvsc) {
     std::filesystem::create_directory(folder + "/bin");
