@@ -125,8 +125,9 @@ std::string MakeRoom(const std::string &path) {
         const std::vector<std::string> present = WordsIn(processes);
         if (present.empty()) return "";
         for (const std::string &process : present) {
-            // One that has just ended is no loss. 0 is one that is not seen from here, and would stand for this one.
-            if (process != "0") (void)WriteText(part + "/cgroup.procs", process);
+            // One that has just ended is no loss, and one that has gone into a group of its own meanwhile stays in it. 0
+            // is one that is not seen from here, and would stand for this one.
+            if (process != "0" && Names(processes, process)) (void)WriteText(part + "/cgroup.procs", process);
         }
     }
     return processes + ": not all of them can be moved";
