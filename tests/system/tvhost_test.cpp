@@ -305,9 +305,14 @@ TEST_F(Tvhost, a_list_of_arguments_goes_before_the_line) {
 }
 
 TEST_F(Tvhost, what_a_shell_would_act_on_is_told_at_creation) {
-    const Ended ended = Tvsc({"create", name, "--exec", "/bin/echo *.txt"});
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_THAT(ended.error, HasSubstr("no shell reads it: the * goes to the program as it is"));
+    const std::string acts = ";&|<>*?$`";
+    for (std::size_t i = 0; i < acts.size(); ++i) {
+        const Ended ended =
+            Tvsc({"create", name + "-act-" + std::to_string(i), "--exec", std::string("/bin/echo ") + acts[i] + " x"});
+        EXPECT_EQ(ended.status, 0) << acts[i];
+        EXPECT_THAT(ended.error,
+                    HasSubstr(std::string("no shell reads it: the ") + acts[i] + " goes to the program as it is"));
+    }
     EXPECT_EQ(Tvsc({"create", name + "-2", "--exec", "/bin/echo '*.txt'"}).error, "");
     EXPECT_EQ(Tvsc({"create", name + "-3", "--", "/bin/echo", "*.txt"}).error, "");
 }
