@@ -21,7 +21,7 @@ namespace {
 
 std::string ServiceKeyOf(const std::string &serviceName) { return std::string(servicesKeyPath) + '\\' + serviceName; }
 
-std::string ParametersKeyOf(const std::string &serviceName) { return ServiceKeyOf(serviceName) + "\\Parameters"; }
+std::string ParametersKeyOf(const std::string &serviceName) { return ServiceKeyOf(serviceName) + '\\' + parametersKey; }
 
 // --- reading ---
 

@@ -37,6 +37,8 @@ constexpr std::array<const char *, 4> WordsOf(LogWhere) { return {"auto", "journ
 
 constexpr DWORD notSet = unlimited - 1; // where every small number means something
 
+inline constexpr char parametersKey[] = "Parameters"; // below the service's own
+
 struct HostParameters {
     std::string application;
     std::string commandLine;                 // "AppParameters"

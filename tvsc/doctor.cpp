@@ -2,12 +2,14 @@
 // doctor: runs the checks and tells what they have found.
 #include "tvsc/doctor.h"
 
+#include "servd/service_keys.h"
 #include "tvsc/findings.h"
 #include "tvsc/json_output.h"
 #include "tvsc/offline_registry.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
+#include "util/shell_quoted.h"
 
 #include <fmt/format.h>
 
@@ -26,6 +28,12 @@ void CheckConnection(Session &session, const BootDatabase &database, Findings *f
 }
 
 } // namespace
+
+std::string QuotedKey(const std::string &path) { return ShellQuoted("HKLM\\" + path); }
+
+std::string QuotedServiceKey(const std::string &service) {
+    return QuotedKey(fmt::format("{}\\{}", servicesKeyPath, service));
+}
 
 const char *LevelWord(FindingLevel level) {
     constexpr const char *words[] = {"info", "warn", "fail"};

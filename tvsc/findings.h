@@ -35,5 +35,9 @@ void CheckMachine(Findings *findings);
 // What the daemon has against what the registry and the kernel have. The session is open.
 void CheckDaemon(Session &session, const BootDatabase &database, Findings *findings);
 
+// Keys in a command that mends: below HKLM, and that of a service; quoted for a shell.
+[[nodiscard]] std::string QuotedKey(const std::string &path);
+[[nodiscard]] std::string QuotedServiceKey(const std::string &service);
+
 [[nodiscard]] const char *LevelWord(FindingLevel level); // "info", "warn", "fail"
 void PrintFindings(const Findings &findings);

@@ -5,12 +5,12 @@
 // killed a second later.
 #include "tvsc/host_run.h"
 
+#include "util/child_program.h"
 #include "util/guard.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,30 +49,13 @@ bool MakePipe(int *readEnd, int *writeEnd) {
     return true;
 }
 
-// This program ignores SIGPIPE and blocks signals for a thread of its own; a child has neither.
 int Spawn(const std::vector<std::string> &command, int output, int error, pid_t *process) {
-    std::vector<char *> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string &word : command) {
-        argv.push_back(const_cast<char *>(word.c_str()));
-    }
-    argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
     (void)posix_spawn_file_actions_init(&actions);
-    (void)posix_spawnattr_init(&attributes);
     (void)posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     (void)posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     (void)posix_spawn_file_actions_adddup2(&actions, error, STDERR_FILENO);
-    sigset_t none, pipeSignal;
-    sigemptyset(&none);
-    sigemptyset(&pipeSignal);
-    sigaddset(&pipeSignal, SIGPIPE);
-    (void)posix_spawnattr_setsigmask(&attributes, &none);
-    (void)posix_spawnattr_setsigdefault(&attributes, &pipeSignal);
-    (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    const int rc = posix_spawnp(process, argv.front(), &actions, &attributes, argv.data(), environ);
-    (void)posix_spawnattr_destroy(&attributes);
+    const int rc = SpawnProgram(command, &actions, process);
     (void)posix_spawn_file_actions_destroy(&actions);
     return rc;
 }

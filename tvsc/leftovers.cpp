@@ -24,14 +24,13 @@
 
 namespace {
 
-constexpr char daemonName[] = "servd";
 constexpr std::uint32_t mostProcesses = 1u << 22; // the kernel gives no higher process id
 constexpr auto endPause = std::chrono::milliseconds(50);
 
 RegisteredService LookAt(pid_t process) {
     ProcessStat stat;
     const bool isAlive = ReadProcessStat(process, &stat) && stat.state != 'Z';
-    return {process, isAlive, isAlive && NameOfProcess(stat.parent) != daemonName};
+    return {process, isAlive, isAlive && !IsServiceDaemon(stat.parent)};
 }
 
 bool HasEnded(const TreeProcess &process, double timeoutSec) {
@@ -57,6 +56,8 @@ void End(Session &session, const RegisteredService &service) {
 }
 
 } // namespace
+
+bool IsServiceDaemon(pid_t process) { return NameOfProcess(process) == "servd"; }
 
 bool ListRegisteredServices(std::vector<RegisteredService> *services) {
     sockaddr_in address = {};

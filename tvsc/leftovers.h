@@ -7,6 +7,9 @@
 
 #include <sys/types.h>
 
+// Whether a process is a service daemon, by its name.
+[[nodiscard]] bool IsServiceDaemon(pid_t process);
+
 struct RegisteredService {
     pid_t process = 0;
     bool isAlive = false;

@@ -5,14 +5,12 @@
 #include "svcapi/client.h"
 #include "tvsc/json_output.h"
 #include "tvsc/report.h"
+#include "util/child_program.h"
 #include "util/printable.h"
 
 #include <fmt/format.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -65,27 +63,15 @@ int RunLockRelease(Session &session, std::optional<DWORD> id) {
     return Finish(session);
 }
 
-// Runs a command and waits for its end. Returns its exit status.
-static int RunAndWait(const std::vector<std::string> &command) {
-    std::vector<char *> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string &word : command) {
-        argv.push_back(const_cast<char *>(word.c_str()));
-    }
-    argv.push_back(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-        sigset_t none;
-        sigemptyset(&none);
-        (void)sigprocmask(SIG_SETMASK, &none, nullptr); // interrupts are blocked here, for a thread that waits for them
-        (void)signal(SIGPIPE, SIG_DFL);                 // and this one is ignored
-        execvp(argv[0], argv.data());
-        fmt::print(stderr, "tvsc: {}: {}\n", Printable(command.front()), std::strerror(errno));
-        _exit(127);
-    }
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child) return EXIT_FAILED;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+constexpr int notRunStatus = 127;
+
+// Returns the exit status of the command, or what a shell returns for one that it cannot start.
+static int RunHeld(const std::vector<std::string> &command) {
+    int status = EXIT_FAILED;
+    const int rc = RunProgram(command, &status);
+    if (rc == 0) return status;
+    fmt::print(stderr, "tvsc: {}: {}\n", Printable(command.front()), std::strerror(rc));
+    return notRunStatus;
 }
 
 int RunLockTake(Session &session, const std::string &action, const std::vector<std::string> &command) {
@@ -100,7 +86,7 @@ int RunLockTake(Session &session, const std::string &action, const std::vector<s
         return Finish(session);
     }
     if (!command.empty()) {
-        const int status = RunAndWait(command);
+        const int status = RunHeld(command);
         (void)UnlockServiceDatabase(lock); // somebody may have freed it by force
         return status;
     }

@@ -16,8 +16,6 @@
 
 namespace {
 
-bool IsPattern(const std::string &text) { return text.find_first_of("*?[") != std::string::npos; }
-
 // The services that an argument could mean, but for others that it could mean as well.
 std::vector<std::string> MeansSeveral(const std::string &wanted, const std::vector<ListedService> &services) {
     std::vector<std::string> meant;
@@ -82,6 +80,8 @@ bool FindAllByName(Session &session, const std::vector<std::string> &names, std:
 }
 
 } // namespace
+
+bool IsPattern(const std::string &text) { return text.find_first_of("*?[") != std::string::npos; }
 
 MeantServices ServicesMeant(const std::string &wanted, const std::vector<ListedService> &services) {
     MeantServices exact, otherCase, display, matching;

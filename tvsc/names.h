@@ -8,6 +8,9 @@
 // Everything that can be seen without touching anything. Where that fails it is told and noted, and false returned.
 [[nodiscard]] bool ListServicesFor(Session &session, const std::string &action, std::vector<ListedService> *services);
 
+// Whether an argument is a pattern: with * ? [ in it.
+[[nodiscard]] bool IsPattern(const std::string &text);
+
 // The services that one argument means, as below, borrowed from those given; empty for none.
 using MeantServices = std::vector<const ListedService *>;
 [[nodiscard]] MeantServices ServicesMeant(const std::string &wanted, const std::vector<ListedService> &services);

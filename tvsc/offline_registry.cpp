@@ -7,6 +7,7 @@
 #include "registry/operations.h"
 #include "tv/winerror.h"
 #include "tvreg/reg_text.h"
+#include "tvsc/export.h"
 
 #include <strings.h>
 
@@ -14,9 +15,7 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 
 namespace {
 
@@ -132,22 +131,14 @@ void TakeKey(const RegKey &key) {
     }
 }
 
-bool ReadAll(const std::string &path, std::string *text) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream read;
-    if (!file || !(read << file.rdbuf())) return false;
-    *text = read.str();
-    return true;
-}
-
 } // namespace
 
 bool TakeRegistryFile(const std::string &path, std::string *problem) {
     std::string text;
     std::vector<RegKey> read;
     errno = 0;
-    if (!ReadAll(path, &text)) {
-        *problem = path + ": " + (errno != 0 ? std::strerror(errno) : "is empty or cannot be read");
+    if (!ReadTextFile(path, &text)) {
+        *problem = path + ": " + (errno != 0 ? std::strerror(errno) : "cannot be read");
         return false;
     }
     const std::vector<RegTextError> errors = ReadRegText(text, &read);

@@ -3,6 +3,7 @@
 #include "svcapi/process_stat.h"
 #include "tvhost/process_tree.h"
 #include "tvsc/findings.h"
+#include "tvsc/leftovers.h"
 
 #include <fmt/format.h>
 
@@ -13,7 +14,6 @@
 
 namespace {
 
-constexpr char daemonName[] = "servd";
 constexpr unsigned long manyDescriptors = 65'536;
 
 struct Process {
@@ -50,10 +50,9 @@ unsigned long DescriptorLimitOf(pid_t process) {
 
 void CheckChild(pid_t child, Findings *findings) {
     // A fork that has not become its program yet bears the daemon's name.
-    const std::string name = NameOfProcess(child);
-    if (name == daemonName) return;
+    if (IsServiceDaemon(child)) return;
     findings->push_back({FindingLevel::warn, "process", fmt::format("process {}", child),
-                         fmt::format("{} is a child of the daemon, and no active service has it", name),
+                         fmt::format("{} is a child of the daemon, and no active service has it", NameOfProcess(child)),
                          "a start that fails with 1053 leaves its process behind", fmt::format("kill {}", child)});
 }
 
@@ -79,7 +78,7 @@ void CheckChildren(const std::vector<ServiceView> &views, Findings *findings) {
         return view.service.status.dwCurrentState != SERVICE_STOPPED && view.process.process == 0;
     });
     for (const Process &one : ReadProcesses()) {
-        if (one.parent > 1 && !lacksHint && NameOfProcess(one.parent) == daemonName && !isKnown(one.process)) {
+        if (one.parent > 1 && !lacksHint && IsServiceDaemon(one.parent) && !isKnown(one.process)) {
             CheckChild(one.process, findings);
         }
     }

@@ -18,27 +18,21 @@ namespace {
 
 constexpr DWORD leastRegistryMajor = 2, leastRegistryMinor = 3;
 
-std::string KeyOf(const std::string &service) {
-    return ShellQuoted(fmt::format("HKLM\\{}\\{}", servicesKeyPath, service));
-}
-
 std::string MendingOf(const BootFault &fault) {
     if (fault.key == "Services" || fault.value.empty()) return "";
     const bool isMissing = fault.code == ERROR_FILE_NOT_FOUND;
     if (isMissing && fault.value == typeValue)
-        return fmt::format("tvreg add {} -v Type -t dword -d 16", KeyOf(fault.key));
+        return fmt::format("tvreg add {} -v Type -t dword -d 16", QuotedServiceKey(fault.key));
     if (isMissing && fault.value == displayNameValue) {
-        return fmt::format("tvreg add {} -v DisplayName -d {}", KeyOf(fault.key), ShellQuoted(fault.key));
+        return fmt::format("tvreg add {} -v DisplayName -d {}", QuotedServiceKey(fault.key), ShellQuoted(fault.key));
     }
     if (fault.key == "ServiceGroupOrder") {
-        return fmt::format("tvreg add {} -v List -t multi -d ''",
-                           ShellQuoted(fmt::format("HKLM\\{}", groupOrderKeyPath)));
+        return fmt::format("tvreg add {} -v List -t multi -d ''", QuotedKey(groupOrderKeyPath));
     }
     if (fault.key == "GroupOrderList") {
-        return fmt::format("tvreg delete {} -v {}", ShellQuoted(fmt::format("HKLM\\{}", tagOrderKeyPath)),
-                           ShellQuoted(fault.value));
+        return fmt::format("tvreg delete {} -v {}", QuotedKey(tagOrderKeyPath), ShellQuoted(fault.value));
     }
-    return fmt::format("tvreg delete {} -v {}", KeyOf(fault.key), fault.value);
+    return fmt::format("tvreg delete {} -v {}", QuotedServiceKey(fault.key), fault.value);
 }
 
 std::string MendingOf(const BootRemark &remark, const std::string &name) {
@@ -60,7 +54,7 @@ bool IsEventSources(const BootFault &fault) {
 }
 
 Finding EventSourcesFinding(const BootFault &fault) {
-    const std::string key = KeyOf(fault.key);
+    const std::string key = QuotedServiceKey(fault.key);
     return {FindingLevel::fail,
             "registry",
             fault.key,
@@ -120,7 +114,7 @@ void CheckAccount(const BootService &service, Findings *findings) {
     if (account->empty()) {
         findings->push_back({FindingLevel::warn, "start", service.name, "its account is empty",
                              "an empty account means user id 0, not the daemon's user",
-                             fmt::format("tvreg delete {} -v {}", KeyOf(service.name), accountValue)});
+                             fmt::format("tvreg delete {} -v {}", QuotedServiceKey(service.name), accountValue)});
     } else if (getpwnam(account->c_str()) == nullptr) {
         findings->push_back({FindingLevel::fail, "start", service.name,
                              fmt::format("its account {} is no user of this machine", *account),

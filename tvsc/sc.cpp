@@ -122,6 +122,15 @@ const char *ScOption(const ScCall &call, const std::string &name) {
     return found != call.options.end() ? found->second.c_str() : nullptr;
 }
 
+bool ReadNumberWord(const ScCall &call, const std::string &option, const std::map<std::string, DWORD> &words,
+                    DWORD *number) {
+    const char *said = ScOption(call, option);
+    if (said == nullptr) return true;
+    const auto found = words.find(said);
+    if (found != words.end()) *number = found->second;
+    return found != words.end();
+}
+
 int RunSc(const Options &options, const std::vector<std::string> &words) {
     Session session;
     session.options = options;

@@ -66,5 +66,10 @@ int ScChange(const ScCall &call, const std::string &function, const std::functio
 // An option's text; nothing where it is not said.
 [[nodiscard]] const char *ScOption(const ScCall &call, const std::string &name);
 
+// The number that an option's word stands for; left as it is where the option is not said. Returns whether the word is
+// one of them.
+[[nodiscard]] bool ReadNumberWord(const ScCall &call, const std::string &option,
+                                  const std::map<std::string, DWORD> &words, DWORD *number);
+
 // Adds what a status lacks: the type, of a service that has never reported, and the process.
 void FillIn(const ScCall &call, ListedService *service);

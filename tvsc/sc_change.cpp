@@ -18,15 +18,6 @@ struct ScConfiguration {
     std::optional<std::string> dependencies;
 };
 
-bool ReadNumberWord(const ScCall &call, const std::string &option, const std::map<std::string, DWORD> &words,
-                    DWORD *number) {
-    const char *said = ScOption(call, option);
-    if (said == nullptr) return true;
-    const auto found = words.find(said);
-    if (found != words.end()) *number = found->second;
-    return found != words.end();
-}
-
 std::vector<std::string> SplitAtSlashes(const std::string &text) {
     std::vector<std::string> parts;
     for (std::size_t begin = 0; begin <= text.size();) {

@@ -33,28 +33,19 @@ int QueryOne(ScCall &call, bool withProcess) {
     return EXIT_DONE;
 }
 
-// One of the words of an option; the first one where it is not said.
-bool ReadChoice(const ScCall &call, const std::string &option, const std::map<std::string, DWORD> &words,
-                DWORD *choice) {
-    const char *said = ScOption(call, option);
-    if (said == nullptr) return true;
-    const auto found = words.find(said);
-    if (found != words.end()) *choice = found->second;
-    return found != words.end();
-}
-
 int QueryAll(ScCall &call, bool withProcess) {
     DWORD type = SERVICE_WIN32, state = SERVICE_ACTIVE;
     const bool isRight =
-        ReadChoice(call, "type",
-                   {{"driver", SERVICE_DRIVER},
-                    {"service", SERVICE_WIN32},
-                    {"all", DWORD{SERVICE_DRIVER} | SERVICE_WIN32},
-                    {"own", SERVICE_WIN32_OWN_PROCESS},
-                    {"share", SERVICE_WIN32_SHARE_PROCESS}},
-                   &type) &&
-        ReadChoice(call, "state",
-                   {{"active", SERVICE_ACTIVE}, {"inactive", SERVICE_INACTIVE}, {"all", SERVICE_STATE_ALL}}, &state);
+        ReadNumberWord(call, "type",
+                       {{"driver", SERVICE_DRIVER},
+                        {"service", SERVICE_WIN32},
+                        {"all", DWORD{SERVICE_DRIVER} | SERVICE_WIN32},
+                        {"own", SERVICE_WIN32_OWN_PROCESS},
+                        {"share", SERVICE_WIN32_SHARE_PROCESS}},
+                       &type) &&
+        ReadNumberWord(call, "state",
+                       {{"active", SERVICE_ACTIVE}, {"inactive", SERVICE_INACTIVE}, {"all", SERVICE_STATE_ALL}},
+                       &state);
     if (!isRight) return ScFailed("EnumServicesStatus", ERROR_INVALID_PARAMETER);
     std::vector<ListedService> services;
     const DWORD rc = EnumerateServices(call.session.manager.get(), type, state, &services);

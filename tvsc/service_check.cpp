@@ -5,6 +5,7 @@
 #include "servd/limits.h"
 #include "servd/service_keys.h"
 #include "svcapi/image_launcher.h"
+#include "tvhost/parameters.h"
 #include "tvreg/value_text.h"
 #include "tvsc/hosted_settings.h"
 #include "util/little_endian.h"
@@ -108,7 +109,7 @@ DWORD CheckParameters(const ServiceText &before, const ServiceText &after, std::
     const RegValue *image = FindValue(after, imagePathValue);
     if (image == nullptr || !IsTvhostImage(image->data.c_str())) return ERROR_SUCCESS;
     for (const Difference &difference : CompareTrees(before.tree, after.tree)) {
-        if (!difference.after || !AreNamesEqual(difference.path, "Parameters")) continue;
+        if (!difference.after || !AreNamesEqual(difference.path, parametersKey)) continue;
         const DWORD rc = CheckParameter(*difference.after, problem);
         if (rc != ERROR_SUCCESS) return rc;
     }

@@ -3,6 +3,7 @@
 #include "tvsc/service_text.h"
 
 #include "servd/service_keys.h"
+#include "tvhost/parameters.h"
 #include "tvreg/value_text.h"
 #include "tvsc/service_members.h"
 #include "util/json_text.h"
@@ -24,7 +25,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr char servicesMember[] = "services";
 constexpr char parametersMember[] = "parameters";
-constexpr char parametersKey[] = "Parameters";
 constexpr char valuesMember[] = "values";
 constexpr char keysMember[] = "keys";
 

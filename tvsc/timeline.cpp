@@ -78,8 +78,6 @@ Timeline ReadTimeline(const BootDatabase &database) {
     return timeline;
 }
 
-std::string SecondsText(std::int64_t ms) { return fmt::format("{:.3f} s", static_cast<double>(ms) / 1000); }
-
 std::string TitleOf(const Timeline &timeline) {
     const std::int64_t begunAtMs = EpochMs() - MsSinceBoot() + timeline.daemonStartMs;
     const std::string answered = timeline.answeredMs == 0
@@ -142,6 +140,8 @@ void PrintTimeline(const Timeline &timeline) {
 }
 
 } // namespace
+
+std::string SecondsText(std::int64_t ms) { return fmt::format("{:.3f} s", static_cast<double>(ms) / 1000); }
 
 std::int64_t LaunchedMs(const RunRecord &run) { return MsOfTicks(run.startTicks); }
 

@@ -30,6 +30,9 @@ struct Timeline {
 // When a start was over: it ran, or had ended; 0 while it is under way.
 [[nodiscard]] std::int64_t StartedMs(const RunRecord &run);
 
+// "1.234 s".
+[[nodiscard]] std::string SecondsText(std::int64_t ms);
+
 // The picture.
 [[nodiscard]] std::string TimelineSvg(const Timeline &timeline, const std::string &title);
 

@@ -87,8 +87,6 @@ std::string Bar(const Scale &scale, std::int64_t fromMs, std::int64_t toMs, int 
                        from, y, width, barHeight, colour, Escaped(tip));
 }
 
-std::string Seconds(std::int64_t ms) { return fmt::format("{:.3f} s", static_cast<double>(ms) / 1000); }
-
 std::string Row(const Timeline &timeline, const Scale &scale, const TimelineStep &step, int y) {
     std::string row = Text(margin, y + barHeight - 2, "", Label(step.name), Printable(step.name, Charset::utf8));
     if (!step.run) {
@@ -99,12 +97,12 @@ std::string Row(const Timeline &timeline, const Scale &scale, const TimelineStep
     const std::int64_t started = StartedMs(run);
     const std::int64_t end = started != 0 ? started : timeline.endMs;
     const bool hasFailed = run.runningMs == 0;
-    row +=
-        Bar(scale, LaunchedMs(run), run.askedMs, y, launchColour, "launch: " + Seconds(run.askedMs - LaunchedMs(run)));
-    row +=
-        Bar(scale, run.askedMs, end, y, hasFailed ? failedColour : startColour, "start: " + Seconds(end - run.askedMs));
+    row += Bar(scale, LaunchedMs(run), run.askedMs, y, launchColour,
+               "launch: " + SecondsText(run.askedMs - LaunchedMs(run)));
+    row += Bar(scale, run.askedMs, end, y, hasFailed ? failedColour : startColour,
+               "start: " + SecondsText(end - run.askedMs));
     return row + Text(static_cast<int>(PlaceOf(scale, end)) + 4, y + barHeight - 2, " fill=\"#555\"",
-                      Seconds(end - LaunchedMs(run)));
+                      SecondsText(end - LaunchedMs(run)));
 }
 
 std::string Axis(const Scale &scale, int bottom) {

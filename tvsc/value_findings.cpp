@@ -19,10 +19,6 @@ namespace {
 constexpr DWORD listedTypes = SERVICE_WIN32 | SERVICE_KERNEL_DRIVER | SERVICE_FILE_SYSTEM_DRIVER; // by the daemon
 constexpr std::size_t wordBytes = 4;
 
-std::string QuotedKey(const std::string &path) { return ShellQuoted("HKLM\\" + path); }
-
-std::string KeyOf(const std::string &service) { return QuotedKey(fmt::format("{}\\{}", servicesKeyPath, service)); }
-
 struct Value {
     DWORD code = ERROR_FILE_NOT_FOUND; // the registry's
     DWORD type = REG_NONE;
@@ -43,9 +39,10 @@ Value ReadIt(HKEY key, const char *name) {
 void CheckType(HKEY key, const std::string &name, Findings *findings) {
     DWORD type = 0;
     if (ReadNumber(key, typeValue, &type) != ERROR_SUCCESS || (type & listedTypes) != 0) return;
-    findings->push_back(
-        {FindingLevel::warn, "registry", name, fmt::format("its Type {:#x} is none that is listed", type),
-         "the daemon has it, and no list shows it", fmt::format("tvreg add {} -v Type -t dword -d 16", KeyOf(name))});
+    findings->push_back({FindingLevel::warn, "registry", name,
+                         fmt::format("its Type {:#x} is none that is listed", type),
+                         "the daemon has it, and no list shows it",
+                         fmt::format("tvreg add {} -v Type -t dword -d 16", QuotedServiceKey(name))});
 }
 
 void CheckErrorControl(HKEY key, const std::string &name, Findings *findings) {
@@ -76,7 +73,7 @@ void CheckAccountValue(HKEY key, const BootDatabase &database, const std::string
         {FindingLevel::fail, "start", name,
          isService ? fmt::format("its DependOnService names the service {}", first) : "its DependOnService is a list",
          "this value holds the Unix user that it runs as; dependencies stand in DependOnGroup",
-         fmt::format("tvreg delete {0} -v {1} && tvsc config {2} --depends {3}", KeyOf(name), accountValue,
+         fmt::format("tvreg delete {0} -v {1} && tvsc config {2} --depends {3}", QuotedServiceKey(name), accountValue,
                      ShellQuoted(name), ShellQuoted(first.empty() ? "..." : fmt::to_string(fmt::join(wanted, ","))))});
 }
 
@@ -141,7 +138,7 @@ void CheckTagOrder(HKEY machine, HKEY key, const BootDatabase &database, const B
             {FindingLevel::warn, "registry", name,
              fmt::format("has no Tag in group {}, whose tags are ordered", group.name),
              fmt::format("it gets {}, the tag of the service loaded before it", database.services[member].tag),
-             fmt::format("tvreg add {} -v Tag -t dword -d ...", KeyOf(name))});
+             fmt::format("tvreg add {} -v Tag -t dword -d ...", QuotedServiceKey(name))});
     }
 }
 

@@ -51,8 +51,7 @@ bool IsWatched(const Watched &watched, const std::string &name) {
 bool ReadWatched(Session &session, const std::vector<std::string> &patterns, Watched *watched) {
     std::vector<std::string> names;
     for (const std::string &pattern : patterns) {
-        const bool isPattern = pattern.find_first_of("*?[") != std::string::npos;
-        (isPattern ? watched->patterns : names).push_back(pattern);
+        (IsPattern(pattern) ? watched->patterns : names).push_back(pattern);
     }
     if (names.empty()) return true;
     for (std::string &name : ResolveNames(session, names, "watch")) {

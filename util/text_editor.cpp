@@ -2,10 +2,9 @@
 // text_editor: making the file and running the editor.
 #include "util/text_editor.h"
 
+#include "util/child_program.h"
 #include "util/guard.h"
 
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,19 +42,9 @@ std::string NewTextFile(const std::string &name, const std::string &suffix, cons
 }
 
 bool RunEditor(const std::string &file, std::string *problem) {
-    const std::string editor = Variable("VISUAL", Variable("EDITOR", "vi")), command = editor + " \"$1\"";
-    const pid_t child = fork();
-    if (child == 0) {
-        sigset_t none;
-        sigemptyset(&none);
-        (void)sigprocmask(SIG_SETMASK, &none, nullptr); // the program may have signals blocked for a thread of its own
-        (void)signal(SIGPIPE, SIG_DFL);
-        execl("/bin/sh", "sh", "-c", command.c_str(), "sh", file.c_str(), nullptr);
-        _exit(127);
-    }
+    const std::string editor = Variable("VISUAL", Variable("EDITOR", "vi"));
     int status = -1;
-    *problem = editor + ": " + (child < 0 ? std::strerror(errno) : "the editor failed");
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return child > 0 && status == 0;
+    const int rc = RunProgram({"/bin/sh", "-c", editor + " \"$1\"", "sh", file}, &status);
+    *problem = editor + ": " + (rc != 0 ? std::strerror(rc) : "the editor failed");
+    return rc == 0 && status == 0;
 }

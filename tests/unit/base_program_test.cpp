@@ -169,10 +169,8 @@ TEST(SetCurrentDirectory, is_where_relative_paths_begin) {
     std::filesystem::current_path(before);
 }
 
-// A length where it fits, else the room that it needs; nothing is written behind the room.
-TEST(GetCurrentDirectory, room_one_below_at_and_above_what_is_needed) {
-    const std::string before = std::filesystem::current_path();
-    std::filesystem::current_path("/usr/lib");
+// A length where "/usr/lib" fits, else the room that it needs; nothing is written behind the room.
+template <typename NarrowCall, typename WideCall> void ExpectUsrLib(NarrowCall narrowCall, WideCall wideCall) {
     constexpr DWORD length = 8;
     for (const DWORD room : {length, length + 1, length + 2}) {
         const DWORD told = room > length ? length : length + 1;
@@ -180,8 +178,8 @@ TEST(GetCurrentDirectory, room_one_below_at_and_above_what_is_needed) {
         WCHAR wide[32];
         std::fill(std::begin(text), std::end(text), '#');
         std::fill(std::begin(wide), std::end(wide), WCHAR{'#'});
-        EXPECT_EQ(GetCurrentDirectoryA(room, text), told) << room;
-        EXPECT_EQ(GetCurrentDirectoryW(room, wide), told) << room;
+        EXPECT_EQ(narrowCall(room, text), told) << room;
+        EXPECT_EQ(wideCall(room, wide), told) << room;
         EXPECT_EQ(text[room], '#');
         EXPECT_EQ(wide[room], WCHAR{'#'});
         if (room > length) {
@@ -189,26 +187,19 @@ TEST(GetCurrentDirectory, room_one_below_at_and_above_what_is_needed) {
             EXPECT_EQ(std::u16string(reinterpret_cast<char16_t *>(wide)), u"/usr/lib");
         }
     }
+}
+
+TEST(GetCurrentDirectory, room_one_below_at_and_above_what_is_needed) {
+    const std::string before = std::filesystem::current_path();
+    std::filesystem::current_path("/usr/lib");
+    ExpectUsrLib([](DWORD room, LPSTR text) { return GetCurrentDirectoryA(room, text); },
+                 [](DWORD room, LPWSTR text) { return GetCurrentDirectoryW(room, text); });
     std::filesystem::current_path(before);
 }
 
 TEST(GetFullPathName, room_one_below_at_and_above_what_is_needed) {
-    constexpr DWORD length = 8;
-    for (const DWORD room : {length, length + 1, length + 2}) {
-        const DWORD told = room > length ? length : length + 1;
-        char text[32];
-        WCHAR wide[32];
-        std::fill(std::begin(text), std::end(text), '#');
-        std::fill(std::begin(wide), std::end(wide), WCHAR{'#'});
-        EXPECT_EQ(GetFullPathNameA("/usr/x/../lib", room, text, nullptr), told) << room;
-        EXPECT_EQ(GetFullPathNameW(Wide(u"/usr/x/../lib"), room, wide, nullptr), told) << room;
-        EXPECT_EQ(text[room], '#');
-        EXPECT_EQ(wide[room], WCHAR{'#'});
-        if (room > length) {
-            EXPECT_STREQ(text, "/usr/lib");
-            EXPECT_EQ(std::u16string(reinterpret_cast<char16_t *>(wide)), u"/usr/lib");
-        }
-    }
+    ExpectUsrLib([](DWORD room, LPSTR text) { return GetFullPathNameA("/usr/x/../lib", room, text, nullptr); },
+                 [](DWORD room, LPWSTR text) { return GetFullPathNameW(Wide(u"/usr/x/../lib"), room, text, nullptr); });
 }
 
 TEST(GetCurrentProcessId, and_the_thread_s_are_the_kernel_s) {
