@@ -145,6 +145,15 @@ skipWithoutRules() {
     '
 }
 
+@test "a daemon whose port nobody tells is complained of" {
+    skipWithoutRules
+    onHost '
+        refused $guard after servd 2>/run/told
+        grep -qx "tv-guard: no port of servd: neither the port mapper nor its process tells one" /run/told
+        refused grep -q "goto whoMayWait" <<<"$(nft list table inet tv_guard)"
+    '
+}
+
 @test "a setting that is no setting closes the ports, and is complained of" {
     skipWithoutRules
     onHost '

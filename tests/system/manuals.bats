@@ -27,6 +27,18 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
     done
 }
 
+@test "programs without commands take the options of their manuals, and no other" {
+    [ "$(optionsOf "$(manualOf tvhost)")" = "$("$TV_BIN/tvhost" --help | grep -oE -- '--[a-z-]+' | sort -u)" ]
+    for option in $(optionsOf "$(manualOf tvhost)"); do
+        "$TV_BIN/tvhost" "$option"
+    done
+    run "$TV_BIN/tvhost" --other
+    [ "$status" -eq 2 ]
+    [ -z "$(optionsOf "$(manualOf servd)")" ]
+    [ -z "$(optionsOf "$(manualOf tv-guard)")" ]
+    ! "$BATS_TEST_DIRNAME/../../packaging/tv-guard" --help | grep -qE -- ' --?[a-z]'
+}
+
 @test "every command of a program stands in its manual" {
     for program in tvsc tvreg; do
         commands=$(helpOf "$program" | commandsIn)
@@ -37,12 +49,31 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
     done
 }
 
-@test "every command of tv-guard stands in its manual" {
-    commands=$("$BATS_TEST_DIRNAME/../../packaging/tv-guard" --help | grep -oE 'tv-guard [a-z]+' | cut -d' ' -f2)
-    [ "$(wc -w <<<"$commands")" -eq 7 ]
-    for command in $commands; do
-        grep -q "^\*$command\*" "$(manualOf tv-guard)" || { echo "$command"; false; }
+# Behind an asterisk in a manual, behind a prompt or a quotation mark in an example.
+@test "every command that a page or an example calls is there" {
+    for program in tvsc tvreg; do
+        helpOf "$program" | commandsIn | sort -u >"$BATS_TEST_TMPDIR/commands"
+        called=$(cd "$BATS_TEST_DIRNAME/../.." && grep -ohE "(\*|^[\$#] |\`)$program [a-z][a-z-]*" docs/*.scd docs/*.md README.md |
+            sed 's/.* //' | sort -u)
+        [ "$(wc -l <<<"$called")" -gt 3 ]
+        unknown=$(comm -13 "$BATS_TEST_TMPDIR/commands" - <<<"$called")
+        [ -z "$unknown" ] || { echo "$program $unknown"; false; }
     done
+}
+
+@test "every command of tv-guard stands in its manual, and no other does" {
+    commands=$("$BATS_TEST_DIRNAME/../../packaging/tv-guard" --help | grep -oE 'tv-guard [a-z]+' | cut -d' ' -f2 | sort)
+    [ "$(wc -w <<<"$commands")" -eq 7 ]
+    diff <(echo "$commands") <(sed -n '/^# DESCRIPTION/,/^# FILES/p' "$(manualOf tv-guard)" | grep -oE '^\*[a-z]+\*' |
+        tr -d '*' | sort)
+}
+
+@test "every program of the packages has a manual" {
+    programs=$(cd "$BATS_TEST_DIRNAME/../../debian" && cat ./*.install | grep -oE '^usr/(sbin|bin|libexec/tv)/[a-z-]+$')
+    for program in $programs usr/bin/tvsc usr/bin/tvreg; do
+        [ -s "$(manualOf "${program##*/}")" ] || { echo "$program"; false; }
+    done
+    [ "$(wc -w <<<"$programs")" -gt 3 ]
 }
 
 @test "tv-rpc(7) lists the procedures of each protocol by number and name" {
