@@ -15,19 +15,22 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
+#include <limits>
 #include <sstream>
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr DWORD noState = 0;
-
 Json Parsed(const std::string &text) { return Json::parse(text, nullptr, false); }
 
-DWORD NumberIn(const Json &object, const char *member) {
+// 0 for what is no such number: another one, converted, would be any.
+template <typename Number>
+Number NumberIn(const Json &object, const char *member) {
     const auto found = object.find(member);
-    return found != object.end() && found->is_number() ? found->get<DWORD>() : 0;
+    if (found == object.end() || !found->is_number_unsigned()) return 0;
+    const auto number = found->get<std::uint64_t>();
+    return number <= static_cast<std::uint64_t>(std::numeric_limits<Number>::max()) ? static_cast<Number>(number) : 0;
 }
 
 // A text, or its bytes where they are no UTF-8 (util/json_text.h).
@@ -60,10 +63,10 @@ constexpr std::size_t stateCell = 2;
 
 void AddService(const std::string &host, const Json &service, HostTable *table) {
     SERVICE_STATUS status = {};
-    status.dwCurrentState = NumberIn(service, "state_code");
-    status.dwWin32ExitCode = NumberIn(ObjectIn(service, "exit"), "win32");
-    const ProcessView process = {static_cast<pid_t>(NumberIn(service, "pid_hint")), IsTrueIn(service, "process_gone"),
-                                 NumberIn(service, "uptime_ms")};
+    status.dwCurrentState = NumberIn<DWORD>(service, "state_code");
+    status.dwWin32ExitCode = NumberIn<DWORD>(ObjectIn(service, "exit"), "win32");
+    const ProcessView process = {NumberIn<pid_t>(service, "pid_hint"), IsTrueIn(service, "process_gone"),
+                                 NumberIn<std::int64_t>(service, "uptime_ms")};
     const bool isAlive = process.process != 0 && !process.isGone;
     const std::string start = TextIn(ObjectIn(service, "config"), "start");
     RowMark mark = MarkOf(status, process);
@@ -73,6 +76,10 @@ void AddService(const std::string &host, const Json &service, HostTable *table) 
                            isAlive ? DurationText(process.uptimeMs) : "-", TextIn(service, "display_name")});
     table->marks.push_back(mark);
     ++table->services;
+}
+
+const char *WhyNothing(const HostRun &run) {
+    return run.timedOut ? "took too long" : run.wroteTooMuch ? "wrote too much" : "no answer";
 }
 
 void AddHost(const HostRun &run, HostTable *table) {
@@ -86,7 +93,7 @@ void AddHost(const HostRun &run, HostTable *table) {
         }
         return;
     }
-    table->rows.push_back({run.host, "-", run.timedOut ? "took too long" : "no answer", "-", "-", "-", ""});
+    table->rows.push_back({run.host, "-", WhyNothing(run), "-", "-", "-", ""});
     SERVICE_STATUS failed = {};
     failed.dwCurrentState = SERVICE_STOPPED;
     failed.dwWin32ExitCode = ERROR_TIMEOUT;
@@ -127,6 +134,7 @@ void PrintHostErrors(const std::vector<HostRun> &runs, double timeoutSec) {
             PrintHostError(run.host, line);
         }
         if (run.timedOut) fmt::print(stderr, "tvsc: {}: no end within {:g} s\n", Printable(run.host), timeoutSec);
+        if (run.wroteTooMuch) fmt::print(stderr, "tvsc: {}: wrote too much, and was ended\n", Printable(run.host));
     }
 }
 
@@ -162,8 +170,9 @@ void PrintHostsLines(const std::vector<HostRun> &runs, std::size_t width) {
             PrintHostLine(run.host, width, line, false);
         }
         if (!run.output.empty()) continue;
-        PrintHostLine(run.host, width,
-                      run.timedOut ? "(took too long)" : fmt::format("(exit status {})", run.exitStatus), false);
+        const std::string why = run.timedOut || run.wroteTooMuch ? fmt::format("({})", WhyNothing(run))
+                                                                 : fmt::format("(exit status {})", run.exitStatus);
+        PrintHostLine(run.host, width, why, false);
     }
 }
 
@@ -178,6 +187,7 @@ void PrintHostsJson(const std::vector<HostRun> &runs) {
         SetText(entry, "host", run.host);
         entry["exit_status"] = run.exitStatus;
         entry["timed_out"] = run.timedOut;
+        if (run.wroteTooMuch) entry["wrote_too_much"] = true;
         SetAnswer(entry, run);
         SetText(entry, "error", run.error);
         object["hosts"].push_back(std::move(entry));

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // host_run: starting processes, reading their pipes and ending those that take too long.
 //
-// A run is over when both of its pipes have come to their end, or when its time is: then it is asked to end, and
-// killed a second later.
+// A run is over when its process has ended behind both of its pipes. One whose time is over, or that writes too much,
+// is asked to end and killed a second later; that second is the same for all of them.
 #include "tvsc/host_run.h"
 
 #include "util/child_program.h"
@@ -27,15 +27,17 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto killPause = std::chrono::seconds(1);
+constexpr auto endPause = std::chrono::milliseconds(5); // between two looks for an end that no pipe tells
 constexpr std::size_t chunkBytes = 64 * 1024;
 constexpr std::size_t mostOutput = 256u * 1024 * 1024; // of one machine; one that writes more is cut off
 
-// The processes that are under way, for the end of the program, which may come in another thread.
+// The processes that are under way, for the end of the program, which may come in another thread. They are started and
+// their ends are taken under the guard, so that no number that is free again gets a signal.
 std::mutex livingGuard;
 std::vector<pid_t> living;
 
 void EndLiving() {
-    const std::lock_guard<std::mutex> locked(livingGuard);
+    livingGuard.lock(); // and never unlocked: nothing begins any more
     for (const pid_t process : living) {
         (void)kill(process, SIGTERM); // may have ended
     }
@@ -65,7 +67,15 @@ void Fail(HostRun *run, const std::string &why) {
     run->exitStatus = EXIT_FAILED;
 }
 
+int SpawnLiving(HostRun *run, int output, int error) {
+    const std::lock_guard<std::mutex> locked(livingGuard);
+    const int rc = Spawn(run->command, output, error, &run->process);
+    if (rc == 0) living.push_back(run->process);
+    return rc;
+}
+
 void Begin(HostRun *run, double timeoutSec) {
+    run->killAt = Clock::time_point::max();
     run->limit =
         timeoutSec > 0
             ? Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeoutSec))
@@ -73,13 +83,10 @@ void Begin(HostRun *run, double timeoutSec) {
     int output = -1, error = -1;
     const bool hasPipes = MakePipe(&run->outputEnd, &output) && MakePipe(&run->errorEnd, &error);
     const DescriptorGuard outputClosed(&output), errorClosed(&error);
-    const int rc = hasPipes ? Spawn(run->command, output, error, &run->process) : errno;
-    if (rc != 0) {
-        run->process = 0;
-        return Fail(run, run->command.front() + ": " + std::strerror(rc));
-    }
-    const std::lock_guard<std::mutex> locked(livingGuard);
-    living.push_back(run->process);
+    const int rc = hasPipes ? SpawnLiving(run, output, error) : errno;
+    if (rc == 0) return;
+    run->process = 0;
+    Fail(run, run->command.front() + ": " + std::strerror(rc));
 }
 
 void CloseEnd(int *end) {
@@ -89,27 +96,33 @@ void CloseEnd(int *end) {
 
 int StatusOf(int waited) { return WIFEXITED(waited) ? WEXITSTATUS(waited) : 128 + WTERMSIG(waited); }
 
-// Takes the end of a run whose pipes are closed, or whose time is over.
-void Finish(HostRun *run) {
+bool IsRead(const HostRun &run) { return run.outputEnd < 0 && run.errorEnd < 0; }
+
+// Asks a run to end of which nothing more is taken.
+void Stop(HostRun *run) {
     CloseEnd(&run->outputEnd);
     CloseEnd(&run->errorEnd);
-    if (run->process == 0) return;
-    int waited = 0;
-    pid_t ended = 0;
-    if (run->timedOut) {
-        (void)kill(run->process, SIGTERM);
-        const Clock::time_point limit = Clock::now() + killPause;
-        while ((ended = waitpid(run->process, &waited, WNOHANG)) == 0 && Clock::now() < limit) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        if (ended == 0) (void)kill(run->process, SIGKILL);
+    if (run->process != 0) (void)kill(run->process, SIGTERM); // may have ended
+    run->limit = Clock::time_point::max();
+    run->killAt = Clock::now() + killPause;
+}
+
+// Takes the end of a run's process, if that has come behind its pipes.
+bool IsOver(HostRun *run) {
+    if (run->process == 0) {
+        CloseEnd(&run->outputEnd);
+        CloseEnd(&run->errorEnd);
+        return true;
     }
-    while (ended == 0 && waitpid(run->process, &waited, 0) < 0 && errno == EINTR) {
-    }
-    run->exitStatus = run->timedOut ? static_cast<int>(EXIT_TIMED_OUT) : StatusOf(waited);
+    if (!IsRead(*run)) return false;
     const std::lock_guard<std::mutex> locked(livingGuard);
+    int waited = 0;
+    if (waitpid(run->process, &waited, WNOHANG) == 0) return false;
     std::erase(living, run->process);
     run->process = 0;
+    const int status = run->wroteTooMuch ? static_cast<int>(EXIT_FAILED) : StatusOf(waited);
+    run->exitStatus = run->timedOut ? static_cast<int>(EXIT_TIMED_OUT) : status;
+    return true;
 }
 
 void TakeLines(const HostRun &run, std::string *text,
@@ -125,9 +138,23 @@ void ReadEnd(HostRun *run, int *end, std::string *text) {
     const ssize_t bytes = read(*end, chunk, sizeof chunk);
     if (bytes > 0) text->append(chunk, static_cast<std::size_t>(bytes));
     const bool isOver = bytes == 0 || (bytes < 0 && errno != EINTR);
-    const bool isTooMuch = text->size() > mostOutput;
-    if (isTooMuch) run->timedOut = true;
-    if (isOver || isTooMuch) CloseEnd(end);
+    if (isOver) CloseEnd(end);
+    if (text->size() <= mostOutput) return;
+    run->wroteTooMuch = true;
+    std::string().swap(*text);
+    Stop(run);
+}
+
+// Stops a run whose time is over, and kills one that did not end when it was asked to.
+void LookAtTime(HostRun *run) {
+    const Clock::time_point now = Clock::now();
+    if (now >= run->limit) {
+        run->timedOut = true;
+        Stop(run);
+    } else if (now >= run->killAt) {
+        (void)kill(run->process, SIGKILL); // its end has not been taken: it is still that process
+        run->killAt = Clock::time_point::max();
+    }
 }
 
 int MsUntil(Clock::time_point limit) {
@@ -136,25 +163,32 @@ int MsUntil(Clock::time_point limit) {
     return static_cast<int>(std::clamp<std::int64_t>(left + 1, 0, 60'000));
 }
 
+// When something has to be done even if nobody writes.
+Clock::time_point NextLook(const std::vector<HostRun *> &under) {
+    Clock::time_point next = Clock::time_point::max();
+    for (const HostRun *run : under) {
+        next = std::min({next, run->limit, run->killAt});
+        if (IsRead(*run)) next = std::min(next, Clock::now() + endPause);
+    }
+    return next;
+}
+
 // Waits until one of them has written, ended, or used up its time, and takes what there is.
 void Serve(const std::vector<HostRun *> &under, const HostRunRules &rules) {
     std::vector<pollfd> polled;
-    Clock::time_point limit = Clock::time_point::max();
     for (const HostRun *run : under) {
         polled.push_back({run->outputEnd, POLLIN, 0});
         polled.push_back({run->errorEnd, POLLIN, 0});
-        limit = std::min(limit, run->limit);
     }
-    if (rules.takeLine) polled.push_back({STDOUT_FILENO, 0, 0}); // tells when its reader has gone
-    (void)poll(polled.data(), polled.size(), MsUntil(limit));    // without an answer the limits are looked at
+    if (rules.takeLine) polled.push_back({STDOUT_FILENO, 0, 0});        // tells when its reader has gone
+    (void)poll(polled.data(), polled.size(), MsUntil(NextLook(under))); // without an answer the times are looked at
     for (std::size_t i = 0; i < under.size(); ++i) {
         HostRun *const run = under[i];
         if (polled[2 * i].revents != 0) ReadEnd(run, &run->outputEnd, &run->output);
-        if (polled[2 * i + 1].revents != 0) ReadEnd(run, &run->errorEnd, &run->error);
+        if (polled[2 * i + 1].revents != 0 && run->errorEnd >= 0) ReadEnd(run, &run->errorEnd, &run->error);
         TakeLines(*run, &run->output, rules.takeLine);
         TakeLines(*run, &run->error, rules.takeErrorLine);
-        const bool isOpen = run->outputEnd >= 0 || run->errorEnd >= 0;
-        if (isOpen && Clock::now() >= run->limit) run->timedOut = true;
+        LookAtTime(run);
     }
     if (rules.takeLine && (polled.back().revents & POLLERR) != 0) std::exit(128 + SIGPIPE);
 }
@@ -162,18 +196,15 @@ void Serve(const std::vector<HostRun *> &under, const HostRunRules &rules) {
 } // namespace
 
 void RunSideBySide(std::vector<HostRun> *runs, const HostRunRules &rules) {
-    (void)std::atexit(EndLiving); // where it cannot be, they end when their pipes do
+    static const int noted = std::atexit(EndLiving);
+    (void)noted; // where it could not be, they end when their pipes do
     std::vector<HostRun *> under;
     for (std::size_t next = 0; next < runs->size() || !under.empty();) {
         while (next < runs->size() && under.size() < rules.parallel) {
             Begin(&(*runs)[next], rules.timeoutSec);
             under.push_back(&(*runs)[next++]);
         }
-        std::erase_if(under, [](HostRun *run) {
-            const bool isOver = run->timedOut || run->process == 0 || (run->outputEnd < 0 && run->errorEnd < 0);
-            if (isOver) Finish(run);
-            return isOver;
-        });
+        std::erase_if(under, IsOver);
         if (!under.empty()) Serve(under, rules);
     }
 }

@@ -16,13 +16,15 @@ struct HostRun {
     std::vector<std::string> command; // the program's path or name, and its arguments
     int exitStatus = EXIT_DONE;
     bool timedOut = false;
-    std::string output; // all of it; of a live run what is left of a line
+    bool wroteTooMuch = false; // more than is kept of one machine; nothing of it is kept then
+    std::string output;        // all of it; of a live run what is left of a line
     std::string error;
 
     pid_t process = 0;
     int outputEnd = -1; // -1 once nothing comes any more
     int errorEnd = -1;
     std::chrono::steady_clock::time_point limit = {};
+    std::chrono::steady_clock::time_point killAt = {}; // once it was asked to end
 };
 
 struct HostRunRules {

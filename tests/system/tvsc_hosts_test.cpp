@@ -230,4 +230,89 @@ TEST_F(TvscHosts, what_looks_at_files_of_a_machine_is_refused_from_afar) {
     EXPECT_THAT(apply.error, HasSubstr("standard input is for one machine"));
 }
 
+// --- the processes on behalf of machines; an ssh of our own stands for all of them ---
+
+struct TvscSideBySide : testing::Test {
+    const std::string folder = MakeScratchFolder();
+
+    void TearDown() override { EndAllProcesses(); }
+
+    // What the machines do. $4 is the name of the machine.
+    void WriteSsh(const std::string &body) const {
+        std::filesystem::create_directory(folder + "/bin");
+        WriteFile(folder + "/bin/ssh", "#!/bin/sh\n" + body + "\n", 0755);
+    }
+    static std::string Machines(int count) {
+        std::string list;
+        for (int i = 0; i < count; ++i) {
+            list += (i == 0 ? "m" : ",m") + std::to_string(i);
+        }
+        return list;
+    }
+    Launch LaunchOf(int machines, std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {ProgramPath("tvsc"), "--ssh", "--host", Machines(machines)});
+        return {.command = std::move(arguments), .environment = {"PATH=" + folder + "/bin:/usr/bin:/bin"}};
+    }
+    Ended Tvsc(int machines, const std::vector<std::string> &arguments) const {
+        return RunAndRead(LaunchOf(machines, arguments), 60000);
+    }
+};
+
+TEST_F(TvscSideBySide, machines_that_do_not_end_when_they_are_asked_to_are_killed_at_the_same_moment) {
+    WriteSsh("trap '' TERM; while :; do sleep 1; done");
+    const std::int64_t begin = MonotonicMs();
+    const Ended ended = Tvsc(6, {"--host-timeout", "500ms", "list"});
+    EXPECT_EQ(ended.status, 151);
+    EXPECT_GE(MonotonicMs() - begin, 1500) << "each is asked first";
+    EXPECT_LT(MonotonicMs() - begin, 4500) << "one after the other they would take 6.5 s";
+}
+
+TEST_F(TvscSideBySide, a_machine_that_says_nothing_more_and_does_not_end_holds_nobody_up) {
+    WriteSsh("[ $4 = m0 ] && exec sleep 1000 >&- 2>&-; echo done");
+    const Ended ended = Tvsc(3, {"--parallel=2", "--host-timeout", "1s", "name", "x"});
+    EXPECT_EQ(ended.status, 151);
+    EXPECT_EQ(ended.output, "m0  (took too long)\nm1  done\nm2  done\n");
+}
+
+// The interrupt comes while processes are being started.
+TEST_F(TvscSideBySide, an_interrupt_leaves_no_process_behind) {
+    WriteSsh("exec sleep 1000");
+    for (int pauseMs = 4; pauseMs < 64; pauseMs += 4) {
+        const pid_t process = StartProgram(LaunchOf(200, {"--parallel=200", "list"}));
+        SleepMs(pauseMs);
+        kill(process, SIGTERM);
+        (void)WaitForEnd(process);
+        EXPECT_TRUE(WaitUntil([] { return ChildrenOf(getpid()).empty(); }, 3000)) << "after " << pauseMs << " ms";
+        EndAllProcesses();
+    }
+}
+
+TEST_F(TvscSideBySide, one_that_writes_too_much_is_told_so_and_is_not_taken_for_slow) {
+    WriteSsh("[ $4 = m0 ] && exec head -c 300000000 /dev/zero; exec sleep 0.1");
+    const Ended text = Tvsc(2, {"name", "x"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_EQ(text.output, "m0  (wrote too much)\nm1  (exit status 0)\n");
+    EXPECT_EQ(text.error, "tvsc: m0: wrote too much, and was ended\n");
+    EXPECT_THAT(Tvsc(1, {"list"}).output, HasSubstr("m0    -     wrote too much"));
+    const Json json = Json::parse(Tvsc(2, {"--json", "name", "x"}).output);
+    EXPECT_EQ(json.at("hosts").at(0).at("wrote_too_much"), true);
+    EXPECT_EQ(json.at("hosts").at(0).at("timed_out"), false);
+    EXPECT_FALSE(json.at("hosts").at(1).contains("wrote_too_much"));
+}
+
+// Another machine may answer anything.
+TEST_F(TvscSideBySide, numbers_of_any_size_are_shown_as_they_are_or_not_at_all) {
+    const auto service = [](const std::string &name, const std::string &state, const std::string &process) {
+        return "{\"name\":\"" + name + "\",\"state_code\":" + state + ",\"pid_hint\":" + process +
+               ",\"uptime_ms\":5184000000}";
+    };
+    WriteSsh("echo '{\"services\":[" + service("long", "4", "7") + "," + service("large", "1e300", "4294967297") + "," +
+             service("less", "-1", "-4294967295") + "]}'");
+    const Ended ended = Tvsc(1, {"list"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(ended.output, HasSubstr("long   running    -      7    60 d 0 h"));
+    EXPECT_THAT(ended.output, HasSubstr("large  unknown 0  -      -    -"));
+    EXPECT_THAT(ended.output, HasSubstr("less   unknown 0  -      -    -"));
+}
+
 } // namespace
