@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-// graph: drawing what depends on what.
+// graph: showing what depends on what, as a tree of text or as a drawing.
 //
 // SVG is graphviz's work: dot reads the text that "dot" writes and writes to our standard output.
 #include "tvsc/graph.h"
 
+#include "tvsc/graph_drawing.h"
 #include "tvsc/json_output.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
-#include "tvsc/service_graph.h"
 #include "util/printable.h"
 
 #include <fmt/format.h>
@@ -95,75 +95,6 @@ std::vector<std::size_t> Roots(const ServiceGraph &graph) {
     return roots;
 }
 
-// --- for graphviz ---
-
-std::string Escaped(const std::string &text) {
-    std::string quoted;
-    for (const char c : Printable(text, Charset::utf8)) {
-        if (c == '"' || c == '\\') quoted += '\\';
-        quoted += c;
-    }
-    return quoted;
-}
-
-std::string Quoted(const std::string &text) { return '"' + Escaped(text) + '"'; }
-
-// Two lines.
-std::string Quoted(const std::string &above, const std::string &below) {
-    return '"' + Escaped(above) + "\\n" + Escaped(below) + '"';
-}
-
-const char *FillOf(const GraphNode &node) {
-    const SERVICE_STATUS &status = node.view.service.status;
-    if (HasFailed(status) || node.view.process.isGone) return "#f4b6b6";
-    switch (status.dwCurrentState) {
-    case SERVICE_RUNNING: return "#b7e1b0";
-    case SERVICE_STOPPED: return "#e4e4e4";
-    default: return "#f6e3a1";
-    }
-}
-
-std::string DotNode(std::size_t number, const GraphNode &node) {
-    return fmt::format("  n{} [label={}, fillcolor=\"{}\"{}];\n", number,
-                       Quoted(node.view.service.name, StateText(node.view.service.status, node.view.process)),
-                       FillOf(node), node.isInRing ? ", color=red, penwidth=2" : "");
-}
-
-std::string DotText(const ServiceGraph &graph, const std::vector<bool> &wanted) {
-    std::string text = "digraph services {\n  rankdir=LR;\n  node [shape=box, style=\"filled,rounded\", "
-                       "fontname=\"sans-serif\", fontsize=11];\n";
-    std::vector<std::pair<std::string, std::string>> groups; // name, nodes
-    std::size_t missing = 0;
-    for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
-        if (!wanted[i]) continue;
-        const GraphNode &node = graph.nodes[i];
-        const std::string group = node.view.config ? node.view.config->group : "";
-        auto found = std::find_if(groups.begin(), groups.end(), [&](const auto &one) { return one.first == group; });
-        if (found == groups.end()) found = groups.insert(groups.end(), {group, ""});
-        found->second += DotNode(i, node);
-    }
-    for (std::size_t g = 0; g < groups.size(); ++g) {
-        const auto &[name, nodes] = groups[g];
-        text += name.empty()
-                    ? nodes
-                    : fmt::format("  subgraph cluster_{} {{ label={}; style=dashed; fontname=\"sans-serif\";\n{}  }}\n",
-                                  g, Quoted("group " + name), nodes);
-    }
-    for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
-        if (!wanted[i]) continue;
-        for (const std::size_t needed : graph.nodes[i].needs) {
-            text += fmt::format("  n{} -> n{}{};\n", i, needed,
-                                IsRingEdge(graph, i, needed) ? " [color=red, penwidth=2]" : "");
-        }
-        for (const std::string &unknown : graph.nodes[i].unknown) {
-            text += fmt::format("  m{} [label={}, style=\"dashed,rounded\"];\n  n{} -> m{} [style=dashed];\n", missing,
-                                Quoted(unknown, "is not there"), i, missing);
-            ++missing;
-        }
-    }
-    return text + "}\n";
-}
-
 int Draw(Session &session, const std::string &dot) {
     (void)std::fflush(stdout);
     FILE *const graphviz = popen("exec dot -Tsvg", "we");
@@ -188,8 +119,8 @@ int RunGraph(Session &session, const std::vector<std::string> &names, GraphForma
         return EXIT_DONE;
     }
     if (format == GraphFormat::svg) return Draw(session, DotText(graph, wanted));
-    if (format == GraphFormat::dot) {
-        fmt::print("{}", DotText(graph, wanted));
+    if (format == GraphFormat::dot || format == GraphFormat::mermaid) {
+        fmt::print("{}", format == GraphFormat::dot ? DotText(graph, wanted) : MermaidText(graph, wanted));
         return EXIT_DONE;
     }
     if (resolved.empty()) {

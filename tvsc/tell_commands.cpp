@@ -9,8 +9,11 @@
 
 namespace {
 
-const std::map<std::string, GraphFormat> graphFormats = {
-    {"text", GraphFormat::text}, {"dot", GraphFormat::dot}, {"svg", GraphFormat::svg}};
+const std::map<std::string, GraphFormat> graphFormats = {{"text", GraphFormat::text},
+                                                         {"dot", GraphFormat::dot},
+                                                         {"svg", GraphFormat::svg},
+                                                         {"mermaid", GraphFormat::mermaid},
+                                                         {"json", GraphFormat::json}};
 
 void AddPlanCommands(CLI::App &app, CommandLine &line) {
     const auto planBoot = [&line] { return RunPlanBoot(line.options); };
@@ -50,7 +53,8 @@ void AddTellCommands(CLI::App &app, CommandLine &line) {
     CLI::App *graph = AddCommand(app, line, "graph", "Draw what services need",
                                  [&line](Session &session) { return RunGraph(session, line.names, line.graphFormat); });
     AddNames(graph, line, false);
-    graph->add_option("--format", line.graphFormat, "text, dot, or svg, which graphviz draws")
+    graph->parse_complete_callback([&line] { line.options.json |= line.graphFormat == GraphFormat::json; });
+    graph->add_option("--format", line.graphFormat, "text, dot, mermaid, json, or svg, which graphviz draws")
         ->transform(CLI::CheckedTransformer(graphFormats))
         ->type_name("FORMAT");
     AddPlainCommand(app, line, "timeline", "Show how the last automatic start went, service by service", [&line] {

@@ -135,9 +135,85 @@ TEST_F(TvscTells, a_graph_for_graphviz_colours_states_and_shows_what_is_missing_
     EXPECT_THAT(Do({"graph", "--format", "dot", name + "-1"}), HasSubstr("color=red"));
     EXPECT_THAT(Do({"tree", name + "-1"}), HasSubstr("a ring"));
     DeleteValue(servicesKey + "\\" + name + "-1", "DependOnGroup");
-    if (RunAndRead({.command = {"/bin/sh", "-c", "command -v dot"}}).status != 0) return;
-    EXPECT_THAT(Do({"graph", "--format", "svg", name + "-2"}),
-                AllOf(HasSubstr("<svg"), HasSubstr(name + "&#45;1</text>")));
+}
+
+TEST_F(TvscTells, a_drawing_has_the_edges_of_a_ring_in_red_and_no_other) {
+    const auto runs = [](const std::string &command) { return RunAndRead({.command = {"/bin/sh", "-c", command}}); };
+    if (runs("command -v dot && command -v xmllint").status != 0) GTEST_SKIP() << "graphviz or xmllint is missing";
+    for (const char *number : {"1", "2", "3"}) {
+        CreateSample(name + number, "", {"--group", "<odd & \"group\">"});
+    }
+    // 1 and 2 need each other, 3 needs 1 and something that is not there.
+    const auto needs = [&](const std::string &number, const std::vector<std::string> &needed) {
+        WriteKey(servicesKey + "\\" + name + number, {{"DependOnGroup", REG_MULTI_SZ, MultiSz(needed)}});
+    };
+    needs("1", {name + "2"});
+    needs("2", {name + "1"});
+    needs("3", {name + "1", "none"});
+    const std::string file = folder + "/ring.svg";
+    WriteFile(file, Do({"graph", "--format", "svg", name + "3", name + "1"}));
+    EXPECT_EQ(runs("xmllint --noout " + file).status, 0);
+    const auto count = [&](const std::string &path) {
+        return runs("xmllint --xpath \"count(" + path + ")\" " + file).output;
+    };
+    const auto part = [](const std::string &kind, const std::string &text) {
+        return "//*[@class='" + kind + "'][contains(., '" + text + "')]/*[local-name()='path']";
+    };
+    const std::string edges = "//*[@class='edge']/*[local-name()='path']";
+    EXPECT_EQ(count(edges), "4\n");
+    EXPECT_EQ(count(edges + "[@stroke='red']"), "2\n");
+    EXPECT_EQ(count(edges + "[@stroke-dasharray]"), "1\n") << "to what is not there";
+    EXPECT_EQ(count(part("node", name + "1") + "[@stroke='red']"), "1\n");
+    EXPECT_EQ(count(part("node", name + "3") + "[@stroke='red']"), "0\n");
+    EXPECT_EQ(count(part("node", "is not there") + "[@stroke-dasharray]"), "1\n");
+    // Which edges they are: from and to are in the titles.
+    const Json graph = Json::parse(Do({"graph", "--format", "json", name + "*"}));
+    EXPECT_EQ(graph.at("schema"), "tvsc.graph/1");
+    for (const Json &service : graph.at("services")) {
+        EXPECT_EQ(service.at("in_ring"), service.at("name") != name + "3");
+    }
+    const std::string dot = Do({"graph", "--format", "dot", name + "*"});
+    const auto numberOf = [&](const std::string &service) {
+        const std::size_t label = dot.find(" [label=\"" + service + "\\n");
+        return dot.substr(dot.rfind(' ', label - 1) + 1, label - dot.rfind(' ', label - 1) - 1);
+    };
+    const auto red = [&](const std::string &from, const std::string &to) {
+        const std::string title = numberOf(name + from) + "->" + numberOf(name + to);
+        return count("//*[@class='edge'][*[local-name()='title']='" + title +
+                     "']/*[local-name()='path'][@stroke='red']");
+    };
+    EXPECT_EQ(red("1", "2"), "1\n");
+    EXPECT_EQ(red("2", "1"), "1\n");
+    EXPECT_EQ(red("3", "1"), "0\n");
+
+    const std::string mermaid = Do({"graph", "--format", "mermaid", name + "3"});
+    const auto edge = [&](const char *from, const char *to) {
+        return "  " + numberOf(name + from) + " --> " + numberOf(name + to) + "\n";
+    };
+    EXPECT_THAT(mermaid,
+                AllOf(testing::StartsWith("flowchart LR\n"), HasSubstr(edge("1", "2")), HasSubstr(edge("2", "1")),
+                      HasSubstr(edge("3", "1")), HasSubstr("  linkStyle 0,1 stroke:red"), HasSubstr(" -.-> m0\n"),
+                      HasSubstr("[\"none<br/>is not there\"]:::missing"),
+                      HasSubstr("[\"group #60;odd #38; #34;group#34;#62;\"]"), HasSubstr("stopped\"]:::stopped")));
+
+    const std::string picture = folder + "/ring.png";
+    const std::string draw = runs("command -v rsvg-convert").status == 0
+                                 ? "rsvg-convert -o " + picture + " " + file
+                                 : "dot -Tpng -o " + picture + " " + folder + "/ring.dot";
+    WriteFile(folder + "/ring.dot", dot);
+    EXPECT_EQ(runs(draw).status, 0);
+    EXPECT_GT(std::filesystem::file_size(picture), 1000u);
+    for (const char *number : {"1", "2", "3"}) {
+        DeleteValue(servicesKey + "\\" + name + number, "DependOnGroup");
+    }
+}
+
+TEST_F(TvscTells, a_graph_that_cannot_be_drawn_says_why) {
+    const Ended ended =
+        RunAndRead({.command = {ProgramPath("tvsc"), "graph", "--format", "svg"}, .environment = {"PATH=" + folder}});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, HasSubstr("is it installed?"));
+    EXPECT_EQ(Tvsc({"graph", "--format", "png"}).status, 2);
 }
 
 // --- explaining ---
