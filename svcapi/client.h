@@ -15,6 +15,17 @@
 // Everything that can be seen without touching anything: all that is enumerated, then the service in record 0.
 [[nodiscard]] DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *services);
 
+struct HiddenService {
+    ListedService service; // without a name where another service has its display name
+    DWORD record = 0;
+    bool isMarked = false; // for deletion; else its type is none that is enumerated
+};
+
+// What EnumerateAllServices leaves out; nothing is touched.
+//   visible  what it has told
+[[nodiscard]] DWORD EnumerateHiddenServices(SC_HANDLE manager, const std::vector<ListedService> &visible,
+                                            std::vector<HiddenService> *hidden);
+
 // What the enumeration tells of one service, without the others; stays empty where it does not list it, as the one in
 // record 0.
 [[nodiscard]] DWORD QueryListedService(SC_HANDLE service, std::optional<ListedService> *listed);

@@ -26,6 +26,7 @@ struct CommandLine {
     std::string name;
     std::vector<std::string> behindDashes;
     ListFilter list;
+    std::vector<std::string> properties; // show
     LogOptions log;
     WatchOptions watch;
     bool fresh = false;

@@ -123,6 +123,11 @@ void PrintServicesJson(const Session &session, const std::vector<ServiceView> &v
     for (const ServiceView &view : views) {
         Json service = StatusJson(view.service);
         service["source"] = view.source;
+        if (view.hidden) {
+            service["listed"] = false;
+            service["record"] = view.hidden->record;
+            service["delete_pending"] = view.hidden->isMarked;
+        }
         if (view.process.process != 0) {
             service["pid_hint"] = view.process.process;
             service["pid_hint_source"] = "runtime_file";
@@ -135,6 +140,7 @@ void PrintServicesJson(const Session &session, const std::vector<ServiceView> &v
             service["type_mask"] = view.config->type;
             service["config"] = ConfigJson(*view.config);
             if (!view.command.empty()) SetText(service["config"], "command", view.command);
+            if (!view.description.empty()) SetText(service["config"], "description", view.description);
         }
         object["services"].push_back(std::move(service));
     }

@@ -13,10 +13,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
 
 namespace {
 
-bool PassesFilter(const ServiceView &view, const ListFilter &filter) {
+bool PassesStateFilter(const ServiceView &view, const ListFilter &filter) {
     const SERVICE_STATUS &status = view.service.status;
     return filter.states.empty() ||
            std::any_of(filter.states.begin(), filter.states.end(), [&](const std::string &state) {
@@ -43,8 +44,13 @@ void PrintSummary(const std::vector<ServiceView> &views) {
 void PrintNames(const std::vector<ServiceView> &views) {
     const bool isRead = isatty(STDOUT_FILENO) == 0;
     for (const ServiceView &view : views) {
+        if (view.service.name.empty()) continue; // one that is hidden behind another one's display name
         fmt::print("{}\n", isRead ? view.service.name : Printable(view.service.name));
     }
+}
+
+std::string NameShown(const ServiceView &view) {
+    return view.service.name.empty() && view.hidden ? "-" : view.service.name;
 }
 
 void PrintColumns(const std::vector<ServiceView> &views) {
@@ -54,7 +60,7 @@ void PrintColumns(const std::vector<ServiceView> &views) {
     for (const ServiceView &view : views) {
         const ProcessView &process = view.process;
         const bool isAlive = process.process != 0 && !process.isGone;
-        rows.push_back({view.service.name, StateText(view.service.status, process),
+        rows.push_back({NameShown(view), StateText(view.service.status, process),
                         view.config ? StartWord(view.config->startType) : "-",
                         isAlive ? std::to_string(process.process) : "-", isAlive ? DurationText(process.uptimeMs) : "-",
                         view.config && !view.config->group.empty() ? view.config->group : "-", view.service.displayName,
@@ -63,6 +69,54 @@ void PrintColumns(const std::vector<ServiceView> &views) {
     }
     PrintTable(rows, marks);
     PrintSummary(views);
+}
+
+// Every service, with those that are hidden where these are wanted. Where that fails it is told and noted.
+bool EveryView(Session &session, const ListFilter &filter, std::vector<ServiceView> *views) {
+    std::vector<ListedService> services;
+    if (!ListServicesFor(session, "list", &services)) return false;
+    for (const ListedService &service : services) {
+        views->push_back(ViewOf(session, service));
+    }
+    std::vector<HiddenService> hidden;
+    const DWORD rc = filter.all ? EnumerateHiddenServices(session.manager.get(), services, &hidden) : ERROR_SUCCESS;
+    for (const HiddenService &service : hidden) {
+        views->push_back(ViewOf(session, service));
+    }
+    if (rc != ERROR_SUCCESS) Failed(session, session.options.host, "list", rc, "the services cannot be listed");
+    return rc == ERROR_SUCCESS;
+}
+
+// Those that patterns mean.
+std::vector<ServiceView> ViewsMeant(Session &session, const ListFilter &filter, std::vector<ServiceView> every) {
+    std::vector<ListedService> services;
+    services.reserve(every.size());
+    for (const ServiceView &view : every) {
+        services.push_back(view.service);
+    }
+    std::vector<ServiceView> views;
+    for (const ListedService &service : ResolveAmong(session, filter.patterns, "list", services)) {
+        const auto isIt = [&](const ServiceView &view) { return view.service.name == service.name; };
+        views.push_back(*std::find_if(every.begin(), every.end(), isIt));
+    }
+    return views;
+}
+
+// Leaves those of other types out. The daemon knows them by their configurations: the type in a status is 0 until the
+// service has reported one.
+void FilterByType(Session &session, DWORD type, std::vector<ServiceView> *views) {
+    std::vector<ListedService> services;
+    const DWORD rc = EnumerateServices(session.manager.get(), type, SERVICE_STATE_ALL, &services);
+    if (rc != ERROR_SUCCESS) Failed(session, session.options.host, "list", rc, "the services cannot be listed");
+    std::set<std::string> names;
+    for (const ListedService &service : services) {
+        names.insert(service.name);
+    }
+    std::erase_if(*views, [&](const ServiceView &view) {
+        const bool isOfType =
+            view.hidden ? (view.service.status.dwServiceType & type) != 0 : names.contains(view.service.name);
+        return !isOfType;
+    });
 }
 
 // The configurations of all of them, as far as they can be read.
@@ -79,6 +133,7 @@ void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *vie
     }
     for (std::size_t i = 0; i < views->size(); ++i) {
         ServiceView &view = (*views)[i];
+        if (view.hidden && view.hidden->isMarked) continue; // cannot be opened
         view.config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, view.service.name);
     }
 }
@@ -86,17 +141,15 @@ void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *vie
 } // namespace
 
 int RunList(Session &session, const ListFilter &filter) {
-    std::vector<ListedService> services;
-    if (filter.patterns.empty()) {
-        if (!ListServicesFor(session, "list", &services)) return Finish(session);
-    } else {
-        services = ResolveServices(session, filter.patterns, "list");
-    }
     std::vector<ServiceView> views;
-    for (const ListedService &service : services) {
-        ServiceView view = ViewOf(session, service);
-        if (PassesFilter(view, filter)) views.push_back(std::move(view));
+    if (filter.patterns.empty() || filter.all) {
+        if (!EveryView(session, filter, &views)) return Finish(session);
+        if (!filter.patterns.empty()) views = ViewsMeant(session, filter, std::move(views));
+    } else {
+        views = ViewsOf(session, filter.patterns, "list");
     }
+    std::erase_if(views, [&](const ServiceView &view) { return !PassesStateFilter(view, filter); });
+    if (filter.type != (SERVICE_WIN32 | SERVICE_DRIVER)) FilterByType(session, filter.type, &views);
     const bool showsConfig = !filter.brief && !filter.namesOnly;
     if (showsConfig || !filter.group.empty()) {
         AddConfigs(session, session.options.json ? ConfigPart::all : ConfigPart::startAndGroup, &views);

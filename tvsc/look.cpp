@@ -7,12 +7,14 @@
 #include "tvsc/json_output.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
+#include "tvsc/service_properties.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
 #include "util/win32_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -50,7 +52,8 @@ std::string DependenciesText(const ServiceConfig &config) {
     return fmt::format("{}", fmt::join(config.dependencies, ", "));
 }
 
-void PrintConfig(const ServiceConfig &config, const std::string &command) {
+void PrintConfig(const ServiceConfig &config, const std::string &command, const std::string &description) {
+    if (!description.empty()) fmt::print("    about: {}\n", Printable(description));
     fmt::print("     type: {}\n", ServiceTypeText(config.type));
     fmt::print("    start: {}\n", StartWord(config.startType));
     fmt::print("    error: {}\n", ErrorControlWord(config.errorControl));
@@ -60,6 +63,38 @@ void PrintConfig(const ServiceConfig &config, const std::string &command) {
     fmt::print("      tag: {}\n", config.tag);
     fmt::print("  depends: {}\n", Printable(DependenciesText(config)));
     fmt::print("  account: {}\n", Printable(config.account));
+}
+
+std::string DescriptionOf(Session &session, const std::string &name) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
+    DWORD needed = 0;
+    if (service == nullptr) return "";
+    (void)QueryServiceConfig2A(service.get(), SERVICE_CONFIG_DESCRIPTION, nullptr, 0, &needed); // tells the size
+    std::vector<BYTE> part(needed);
+    const bool isRead =
+        needed != 0 && QueryServiceConfig2A(service.get(), SERVICE_CONFIG_DESCRIPTION, part.data(), needed, &needed);
+    const char *text = isRead ? reinterpret_cast<const SERVICE_DESCRIPTIONA *>(part.data())->lpDescription : nullptr;
+    return text != nullptr ? text : "";
+}
+
+void AddWholeConfig(Session &session, ServiceView *view) {
+    view->config = ReadConfigByName(session, view->service.name);
+    if (!view->config) return;
+    view->description = DescriptionOf(session, view->service.name);
+    if (IsThisMachine(session.options)) view->command = CommandOf(view->service.name, view->config->imagePath);
+}
+
+// Several values are a line each, whatever is in them; a single one is for a program that takes it as it is.
+void PrintProperties(Session &session, const ServiceView &view, const std::vector<std::string> &properties) {
+    const bool isRaw = properties.size() == 1 && isatty(STDOUT_FILENO) == 0;
+    if (!view.config && std::any_of(properties.begin(), properties.end(), IsConfigured)) {
+        Failed(session, view.service.name, "show", ERROR_REGISTRY_IO_FAILED, "its configuration cannot be read");
+        return; // an empty line would pass for an empty value
+    }
+    for (const std::string &property : properties) {
+        const std::string value = PropertyOf(view, property);
+        fmt::print("{}\n", isRaw ? value : Printable(value));
+    }
 }
 
 int StatusExitOf(const ServiceView &view) {
@@ -126,16 +161,19 @@ int RunIsFailed(Session &session, const std::vector<std::string> &names) {
     return failed ? EXIT_DONE : EXIT_FAILED;
 }
 
-int RunShow(Session &session, const std::vector<std::string> &names) {
+int RunShow(Session &session, const std::vector<std::string> &names, const std::vector<std::string> &properties) {
     std::vector<ServiceView> views = ViewsOf(session, names, "show");
+    const bool needsConfig =
+        properties.empty() || session.options.json || std::any_of(properties.begin(), properties.end(), IsConfigured);
     for (ServiceView &view : views) {
-        view.config = ReadConfigByName(session, view.service.name);
-        if (view.config && IsThisMachine(session.options)) {
-            view.command = CommandOf(view.service.name, view.config->imagePath);
-        }
+        if (needsConfig) AddWholeConfig(session, &view);
         if (session.options.json) continue;
+        if (!properties.empty()) {
+            PrintProperties(session, view, properties);
+            continue;
+        }
         PrintStatusBlock(view);
-        if (view.config) PrintConfig(*view.config, view.command);
+        if (view.config) PrintConfig(*view.config, view.command, view.description);
     }
     if (session.options.json) {
         PrintServicesJson(session, views);

@@ -2,7 +2,9 @@
 // look_commands: the commands that only look, on the command line.
 #include "tvsc/commands.h"
 #include "tvsc/names.h"
+#include "tvsc/service_properties.h"
 #include "tvsc/words.h"
+#include "util/similar_names.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -27,6 +29,19 @@ CLI::Validator ReadState() {
         "");
 }
 
+CLI::Validator ReadProperty() {
+    return CLI::Validator(
+        [](std::string &word) -> std::string {
+            const std::vector<std::string> known = PropertyNames();
+            if (std::find(known.begin(), known.end(), word) != known.end()) return "";
+            const std::vector<std::string> similar = SimilarNames(word, known);
+            return similar.empty()
+                       ? fmt::format("{}: none of {}", word, fmt::join(known, ", "))
+                       : fmt::format("{}: no such property; did you mean {}?", word, fmt::join(similar, ", "));
+        },
+        "");
+}
+
 } // namespace
 
 void AddLookCommands(CLI::App &app, CommandLine &line) {
@@ -39,6 +54,10 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
         ->allow_extra_args(false)
         ->check(ReadState());
     list->add_option("--group", line.list.group, "Only services of this load-order group");
+    list->add_option("--type", line.list.type, "Only these: win32 or driver")
+        ->transform(ReadWord({{"win32", SERVICE_WIN32}, {"driver", SERVICE_DRIVER}}))
+        ->type_name("TYPE");
+    list->add_flag("--all", line.list.all, "Also those that are marked for deletion, or never listed by the daemon");
     list->add_flag("--names-only", line.list.namesOnly, "Names, one a line");
     list->add_flag("--brief", line.list.brief, "Leave out what configurations tell: fewer calls");
 
@@ -61,10 +80,14 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
                               [&line](Session &session) { return RunIsHealthy(session, line.names); }),
              line, false);
     CLI::App *show = AddCommand(app, line, "show", "Show state and configuration",
-                                [&line](Session &session) { return RunShow(session, line.names); });
+                                [&line](Session &session) { return RunShow(session, line.names, line.properties); });
     show->parse_complete_callback([&line] { line.showsServices = true; });
     show->alias("qc");
     AddNames(show, line);
+    show->add_option("-p,--property", line.properties, "Only the value of this; several are a line each")
+        ->allow_extra_args(false)
+        ->check(ReadProperty())
+        ->type_name("PROPERTY");
     AddCommand(app, line, "deps", "List what a service depends on",
                [&line](Session &session) { return RunDeps(session, line.name, false); })
         ->add_option(nameOption, line.name)

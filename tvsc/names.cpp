@@ -112,6 +112,12 @@ std::vector<ListedService> ResolveServices(Session &session, const std::vector<s
     if (FindAllByName(session, patterns, &resolved)) return resolved;
     std::vector<ListedService> services;
     if (!ListServicesFor(session, action, &services)) return resolved;
+    return ResolveAmong(session, patterns, action, services);
+}
+
+std::vector<ListedService> ResolveAmong(Session &session, const std::vector<std::string> &patterns,
+                                        const std::string &action, const std::vector<ListedService> &services) {
+    std::vector<ListedService> resolved;
     std::set<const ListedService *> taken;
     for (const std::string &pattern : patterns) {
         const MeantServices meant = ServicesMeant(pattern, services);

@@ -20,6 +20,10 @@ using MeantServices = std::vector<const ListedService *>;
 // failed.
 [[nodiscard]] std::vector<ListedService> ResolveServices(Session &session, const std::vector<std::string> &patterns,
                                                          const std::string &action);
+// The same of services that are known already.
+[[nodiscard]] std::vector<ListedService> ResolveAmong(Session &session, const std::vector<std::string> &patterns,
+                                                      const std::string &action,
+                                                      const std::vector<ListedService> &services);
 // The names of these.
 [[nodiscard]] std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
                                                     const std::string &action);

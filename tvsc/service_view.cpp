@@ -59,6 +59,10 @@ RowMark MarkOf(const SERVICE_STATUS &status, const ProcessView &process) {
 std::string RemarkOn(const ServiceView &view) {
     const SERVICE_STATUS &status = view.service.status;
     if (view.process.isGone) return "the daemon does not know yet; status --fresh tells it";
+    if (view.hidden) {
+        return view.hidden->isMarked ? "marked for deletion"
+                                     : fmt::format("(record {}: never listed)", view.hidden->record);
+    }
     if (!view.service.complete) return "(record 0: not in the daemon's enumeration)";
     if (HasFailed(status) && status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR) {
         return fmt::format("service-specific code {}", status.dwServiceSpecificExitCode);
@@ -107,7 +111,14 @@ ServiceView ViewOf(const Session &session, const ListedService &service) {
             .process = LookAtProcess(session.options, service.name, service.status.dwCurrentState),
             .hosted = std::nullopt,
             .config = std::nullopt,
-            .command = {}};
+            .command = {},
+            .description = {}};
+}
+
+ServiceView ViewOf(const Session &session, const HiddenService &hidden) {
+    ServiceView view = ViewOf(session, hidden.service);
+    view.hidden = hidden;
+    return view;
 }
 
 std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string> &patterns,

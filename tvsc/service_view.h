@@ -6,6 +6,7 @@
 // more.
 #pragma once
 
+#include "svcapi/client.h"
 #include "tvsc/hosted.h"
 #include "tvsc/liveness.h"
 #include "tvsc/table.h"
@@ -18,10 +19,13 @@ struct ServiceView {
     ProcessView process;
     std::optional<HostedView> hosted; // where tvhost has left something
     std::optional<ServiceConfig> config;
-    std::string command; // what it runs, as far as that is known; show only
+    std::string command;                      // what it runs, as far as that is known; show only
+    std::string description;                  // show only
+    std::optional<HiddenService> hidden = {}; // where no enumeration shows it
 };
 
 [[nodiscard]] ServiceView ViewOf(const Session &session, const ListedService &service);
+[[nodiscard]] ServiceView ViewOf(const Session &session, const HiddenService &hidden);
 
 // The services of these names as they stand; what means nothing is told and noted as failed.
 [[nodiscard]] std::vector<ServiceView> ViewsOf(Session &session, const std::vector<std::string> &patterns,

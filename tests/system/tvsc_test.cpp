@@ -11,6 +11,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <sstream>
 #include <thread>
 
 using testing::AllOf;
@@ -64,6 +65,75 @@ TEST_F(Tvsc, list_filters_by_state_and_pattern) {
     EXPECT_EQ(Do({"list", "--names-only", name, "--state", "stopped"}), name + "\n");
     EXPECT_EQ(Do({"list", "--names-only", "list_filters*"}), name + "\n");
     EXPECT_EQ(Do({"list", "--names-only", name, "--state", "running"}), "");
+}
+
+TEST_F(Tvsc, list_takes_one_class_of_services) {
+    CreateSample(name);
+    const std::string win32 = Do({"list", "--type", "win32", "--names-only"});
+    EXPECT_THAT(win32, AllOf(HasSubstr(name + "\n"), HasSubstr("zero\n"))) << "also the one in record 0";
+    EXPECT_EQ(Do({"list", "--type", "driver", "--names-only"}), "");
+    const Ended wrong = ServiceWorld::Tvsc({"list", "--type", "win64"});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_THAT(wrong.error, HasSubstr("none of driver, win32"));
+}
+
+TEST_F(Tvsc, list_all_shows_what_is_marked_for_deletion) {
+    CreateSample(name);
+    CreateSample(name + "_twin", "", {"--display", "One display name"});
+    (void)Do({"start", name});
+    (void)Do({"delete", name, "--force"});
+    EXPECT_THAT(Do({"list", "--names-only"}), Not(HasSubstr(name + "\n")));
+    EXPECT_THAT(Do({"list", "--all", "--names-only"}), AllOf(HasSubstr(name + "\n"), HasSubstr(name + "_twin\n")));
+    EXPECT_THAT(Do({"list", "--all", name}), AllOf(HasSubstr("running"), HasSubstr("marked for deletion")));
+    EXPECT_THAT(Fail(154, {"list", name}), HasSubstr("1072 ERROR_SERVICE_MARKED_FOR_DELETE"));
+    const Json json = Json::parse(Do({"list", "--all", name + "*", "--json"}));
+    ASSERT_EQ(json.at("services").size(), 2u);
+    for (const Json &service : json.at("services")) {
+        const bool isMarked = service.at("name") == name;
+        EXPECT_EQ(service.contains("listed"), isMarked);
+        if (!isMarked) continue;
+        EXPECT_EQ(service.at("delete_pending"), true);
+        EXPECT_EQ(service.at("state"), "running");
+        EXPECT_GT(int(service.at("record")), 0);
+    }
+    EXPECT_THAT(Do({"list", "--all", "--type", "driver", "--names-only"}), Not(HasSubstr(name)));
+    KillProcessOf(name);
+}
+
+TEST_F(Tvsc, show_prints_single_values_for_scripts) {
+    CreateSample(name, "", {"--display", "Shown \\x41", "--start", "auto", "--depends", "zero,+none"});
+    (void)Do({"sc", "description", name, "What it is for"});
+    EXPECT_EQ(Do({"show", name, "-p", "start"}), "auto\n");
+    EXPECT_EQ(Do({"show", "-p", "display_name", name}), "Shown \\x41\n") << "as it is";
+    EXPECT_EQ(Do({"show", name, "-p", "state", "--property", "depends_on", "-p", "display_name", "-p", "pid_hint"}),
+              "stopped\nzero,+none\nShown \\x5cx41\n\n");
+    EXPECT_EQ(Do({"show", name, "-p", "description"}), "What it is for\n");
+    EXPECT_THAT(Do({"show", name}), HasSubstr("    about: What it is for\n"));
+    EXPECT_EQ(Json::parse(Do({"show", name, "--json"})).at("services").at(0).at("config").at("description"),
+              "What it is for");
+    (void)Do({"config", name, "--depends", ""});
+    (void)Do({"start", name});
+    EXPECT_EQ(Do({"show", name, "-p", "pid_hint", "-p", "state"}), std::to_string(ProcessOf(name)) + "\nrunning\n");
+    EXPECT_THAT(Fail(2, {"show", name, "-p", "stat"}), HasSubstr("stat: no such property; did you mean start, state?"));
+    EXPECT_THAT(Fail(2, {"show", name, "-p", "xyzzy"}), HasSubstr("none of name, display_name"));
+    EXPECT_THAT(Fail(5, {"show", "no-such-service", "-p", "state"}), HasSubstr("1060"));
+    (void)Do({"stop", name});
+}
+
+// What a script may ask for has one list; the manual has it, too.
+TEST_F(Tvsc, show_knows_every_property_that_the_manual_names) {
+    CreateSample(name);
+    const std::string manual = ReadFile(std::string(std::getenv("TV_SOURCE")) + "/docs/tvsc.1.scd");
+    const std::string known = Fail(2, {"show", name, "-p", "xyzzy"});
+    std::istringstream words(known.substr(known.find("none of ") + 8));
+    std::size_t count = 0;
+    for (std::string word; words >> word && word != "Run";) {
+        if (word.back() == ',') word.pop_back();
+        EXPECT_THAT(manual, HasSubstr(word));
+        EXPECT_EQ(ServiceWorld::Tvsc({"show", name, "-p", word}).status, 0) << word;
+        ++count;
+    }
+    EXPECT_GT(count, 20u);
 }
 
 TEST_F(Tvsc, list_is_what_no_command_means) {

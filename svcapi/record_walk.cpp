@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+// record_walk: a record in use answers a control that no service takes; a free one does not.
+#include "svcapi/record_walk.h"
+
+#include "svcapi/calls.h"
+
+namespace {
+
+constexpr std::int32_t recordsInStep = 50; // by which the daemon's array grows
+constexpr std::int32_t peek = 0;           // a control that no service takes: it tells the state, and touches nothing
+
+bool IsPast(DaemonLink &link, std::int32_t index) {
+    std::int32_t resume = index, needed = 0;
+    const auto ignored = [](const ListedView & /*service*/) {}; // there is no room for any
+    const DWORD rc = EnumerateRecords(link, SERVICE_WIN32, SERVICE_STATE_ALL, 0, &resume, &needed, ignored);
+    return rc == ERROR_INVALID_PARAMETER;
+}
+
+} // namespace
+
+DWORD WalkRecords(DaemonLink &link, const std::set<std::int32_t> &leftOut, std::vector<WalkedRecord> *records) {
+    for (std::int32_t index = 0; (index + 1) % recordsInStep != 0 || !IsPast(link, index); ++index) {
+        if (leftOut.contains(index)) continue;
+        WalkedRecord record = {.index = index, .status = {}, .config = {}};
+        const DWORD rc = ControlRecord(link, index, peek, &record.status);
+        if (rc == ERROR_INVALID_HANDLE) continue; // a free one
+        if (rc != ERROR_SERVICE_NOT_ACTIVE && rc != ERROR_INVALID_SERVICE_CONTROL) return rc;
+        DWORD ignored = 0; // 6 stays in the daemon's answers once it was one
+        const DWORD read = QueryRecordConfig(link, index, &record.config, &ignored);
+        if (read != ERROR_SUCCESS) return read;
+        records->push_back(std::move(record));
+    }
+    return ERROR_SUCCESS;
+}
+
+std::optional<std::int32_t> IndexOfOpenable(DaemonLink &link, const std::string &name) {
+    std::int32_t index = 0;
+    if (OpenRecord(link, name.c_str(), &index) != ERROR_SUCCESS) return std::nullopt;
+    CloseRecord(link, index);
+    return index;
+}

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// record_walk: the daemon's records one after the other, with those of services that no enumeration shows. All on a
+// connected, locked link.
+#pragma once
+
+#include "svcapi/link.h"
+#include "svcapi/packing.h"
+
+#include <optional>
+#include <set>
+
+struct WalkedRecord {
+    std::int32_t index;
+    SERVICE_STATUS status; // state and accepted controls; the other words are 0
+    ServiceConfig config;  // the display name is that of the record; the rest is the registry's, as far as it answers
+};
+
+// Looks at every record in use but those that are left out, without touching any service.
+[[nodiscard]] DWORD WalkRecords(DaemonLink &link, const std::set<std::int32_t> &leftOut,
+                                std::vector<WalkedRecord> *records);
+
+// The number of a record that can be opened by its name; nothing for another one, as one that is marked for deletion.
+[[nodiscard]] std::optional<std::int32_t> IndexOfOpenable(DaemonLink &link, const std::string &name);
