@@ -1,41 +1,32 @@
 // SPDX-License-Identifier: MIT
 // browser: starts one, opens the page in it for each case, and tells what became of the cases.
-import { execFileSync } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
+//
+// Everything that is waited for has a limit: a call of a program, a step on the page, a case, the browser's end.
 import { createRequire } from 'node:module';
-import { tmpdir } from 'node:os';
 import { join } from 'node:path';
+import { until, within } from './world.mjs';
 
 const require = createRequire(new URL('../../cockpit/package.json', import.meta.url));
 const { chromium } = require('playwright-core');
 
 export const pageUrl = `${process.env.TV_COCKPIT_URL}/tv-services/index.html`;
 export const limitedUrl = `${process.env.TV_LIMITED_URL}/tv-services/index.html`;
-export const axeSource = require.resolve('axe-core/axe.min.js');
+const axeSource = require.resolve('axe-core/axe.min.js');
 
-// The tests in the order in which they run, by what they show: each takes a page that is open at the list, the context
-// that it is in, and the browser.
+const stepMs = 25000;
+const caseMs = 300000;
+const closeMs = 10000;
+
+// The tests in the order in which they run, by what they show: each takes a page that is open at the list, and the
+// browser.
 export const cases = {};
 
-// Runs tvsc and reads its JSON, whatever its exit status.
-export function tvsc(...words) {
-    return JSON.parse(tvscText(...words));
-}
+// --- what a person does and sees ---------------------------------------------------------------------------------
 
-export function tvscText(...words) {
-    try {
-        return execFileSync('tvsc', words, { encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore'] });
-    } catch (failure) {
-        return failure.stdout;
-    }
-}
-
-export async function until(holds, what, ms = 25000) {
-    for (const end = Date.now() + ms; !(await holds());) {
-        if (Date.now() > end) throw new Error(`not in ${ms} ms: ${what}`);
-        await new Promise(resolve => setTimeout(resolve, 50));
-    }
-}
+export const row = (page, name) => page.locator(`tr[data-service="${name}"]`);
+export const button = (page, name) => page.getByRole('button', { name, exact: true });
+export const goTo = (page, path) => page.evaluate(to => { location.hash = `#/${to}`; }, path);
+export const shows = (page, text) => page.getByText(text).first().waitFor();
 
 // As a person does without a mouse: focus and Enter.
 export async function act(control) {
@@ -43,11 +34,19 @@ export async function act(control) {
     await control.press('Enter');
 }
 
+export async function chooseMore(page, name, item) {
+    await act(button(page, `More for ${name}`));
+    await page.getByRole('menuitem', { name: item, exact: true }).click();
+}
+
+// --- pages and cases ---------------------------------------------------------------------------------------------
+
 export async function open(browser, { url = pageUrl, path = '', width = 1440, height = 900, dark = false, language, bypassCSP = false } = {}) {
     const context = await browser.newContext({ viewport: { width, height }, colorScheme: dark ? 'dark' : 'light', bypassCSP });
     if (language) await context.addCookies([{ name: 'CockpitLang', value: language, url: process.env.TV_COCKPIT_URL }]);
     const page = await context.newPage();
-    page.setDefaultTimeout(25000);
+    page.setDefaultTimeout(stepMs);
+    page.setDefaultNavigationTimeout(stepMs);
     page.troubles = [];
     page.on('pageerror', error => page.troubles.push(error.message));
     page.on('console', message => { if (message.type() === 'error') page.troubles.push(message.text()); });
@@ -55,34 +54,50 @@ export async function open(browser, { url = pageUrl, path = '', width = 1440, he
     return page;
 }
 
-// Runs the cases whose names have one of the words, or all; each on a page of its own.
+// Closes a page's context, or the browser; what does not end is left to the private host's end.
+const close = one => within(closeMs, 'closed', one.close()).catch(() => {});
+
+// Tells what went wrong, and keeps pictures of the pages that are open where they are wanted.
+async function tellFailure(name, error, browser, count) {
+    const lines = `${error.stack}`.replace(/\x1b\[\d+m/g, '').split('\n').slice(0, 40);
+    console.log(`FAIL ${name}\n${lines.join('\n     ')}`);
+    if (!process.env.TV_FAILURES) return;
+    for (const [index, page] of browser.contexts().flatMap(context => context.pages()).entries()) {
+        await page.screenshot({ path: join(process.env.TV_FAILURES, `${count}-${index + 1}.png`), timeout: closeMs }).catch(() => {});
+    }
+}
+
+// Runs a case on a page of its own; returns what went wrong, null for nothing.
+async function runCase(body, page, browser) {
+    try {
+        await within(caseMs, 'the case', body(page, browser));
+        return page.troubles.length > 0 ? new Error(`the browser says: ${page.troubles.join('; ')}`) : null;
+    } catch (error) {
+        return error;
+    }
+}
+
+// Runs the cases whose names have one of the words, or all; and ends this process.
 export async function run(words) {
-    const profile = mkdtempSync(join(tmpdir(), 'tvchromium.'));
     const browser = await chromium.launch({
         executablePath: '/usr/bin/chromium',
+        timeout: stepMs,
         args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-            '--disable-component-update', '--disable-sync', `--crash-dumps-dir=${profile}`],
+            '--disable-component-update', '--disable-sync', `--crash-dumps-dir=${process.env.TMPDIR}`],
     });
-    const failed = [];
     const chosen = Object.entries(cases).filter(([name]) => words.length === 0 || words.some(word => name.includes(word)));
+    let failed = 0;
     for (const [name, body] of chosen) {
-        const page = await open(browser);
         const begin = Date.now();
-        try {
-            await body(page, browser);
-            if (page.troubles.length > 0) throw new Error(`the browser says: ${page.troubles.join('; ')}`);
-            console.log(`ok   ${name} (${Date.now() - begin} ms)`);
-        } catch (error) {
-            failed.push(name);
-            console.log(`FAIL ${name}\n${error.stack.replace(/\x1b\[\d+m/g, '').split('\n').slice(0, 40).join('\n     ')}`);
-            if (process.env.TV_FAILURES) await page.screenshot({ path: join(process.env.TV_FAILURES, `${failed.length}.png`) }).catch(() => {});
-        }
-        await page.context().close();
+        const page = await open(browser);
+        const error = await runCase(body, page, browser);
+        if (error) await tellFailure(name, error, browser, ++failed);
+        else console.log(`ok   ${name} (${Date.now() - begin} ms)`);
+        await Promise.all(browser.contexts().map(close));
     }
-    await browser.close();
-    rmSync(profile, { recursive: true, force: true });
-    console.log(`${chosen.length - failed.length} of ${chosen.length} cases passed`);
-    process.exitCode = failed.length === 0 && chosen.length > 0 ? 0 : 1;
+    await close(browser);
+    console.log(`${chosen.length - failed} of ${chosen.length} cases passed`);
+    process.exit(failed === 0 && chosen.length > 0 ? 0 : 1);
 }
 
 // The views, by what they are called in findings and pictures.

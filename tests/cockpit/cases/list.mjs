@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+// list: the list of services: what it shows, chooses and sorts, and what is done from it.
+import { strict as assert } from 'node:assert';
+import { act, button, cases, chooseMore, row, shows } from '../browser.mjs';
+import { config, find, services, state, tvscText, until } from '../world.mjs';
+
+cases['the list shows every service with its state, its names as they are'] = async page => {
+    await row(page, 'web').waitFor();
+    for (const service of services()) assert.equal(await row(page, service.name.replace(/\\/g, '\\\\')).count(), 1, service.name);
+    assert.match(await row(page, 'rpcsvc').innerText(), /Running/);
+    assert.match(await row(page, 'web').innerText(), /Web <b>front<\/b> & shop/);
+    assert.match(await row(page, 'Дата').innerText(), /База данных/);
+};
+
+cases['search and filters choose, and can be taken away'] = async page => {
+    const rows = page.locator('tbody tr');
+    await row(page, 'web').waitFor();
+    await page.getByLabel('Search services').fill('print');
+    await until(async () => (await rows.count()) === 1, 'one service matches');
+    assert.equal(await row(page, 'spooler').count(), 1);
+    await page.getByLabel('Search services').fill('no such thing');
+    await act(button(page, 'Show all services'));
+    await until(async () => (await rows.count()) === services().length, 'all are back');
+    await act(page.locator('#tv-kind-running'));
+    await until(async () => (await rows.count()) === services().filter(one => one.state === 'running').length, 'what runs');
+    await act(page.locator('#tv-kind-all'));
+    await page.getByLabel('Show services by start type').selectOption('disabled');
+    await until(async () => (await rows.count()) === 1 && (await row(page, 'fax').count()) === 1, 'what is disabled');
+};
+
+cases['a click on a heading sorts, and a second one turns the order round'] = async page => {
+    await row(page, 'web').waitFor();
+    const names = async () => page.locator('tbody tr').evaluateAll(rows => rows.map(one => one.dataset.service));
+    const before = await names();
+    await act(page.getByRole('columnheader', { name: 'Name', exact: true }).getByRole('button'));
+    assert.deepEqual(await names(), before.reverse());
+    assert.equal(await page.getByRole('columnheader', { name: 'Name', exact: true }).getAttribute('aria-sort'), 'descending');
+};
+
+cases['a service is started and stopped from the list'] = async page => {
+    await act(button(page, 'Start spooler'));
+    await until(() => state('spooler') === 'running', 'spooler runs');
+    await shows(page, 'spooler was started');
+    await act(button(page, 'Stop spooler'));
+    await until(() => state('spooler') === 'stopped', 'spooler is stopped');
+};
+
+cases['names that are options, patterns, other scripts or no text are started like any other'] = async page => {
+    for (const name of ['-n', 'a*b', 'Дата', 'خدمة']) {
+        await act(button(page, `Start ${name}`));
+        await until(() => state(name) === 'running', `${name} runs`);
+        tvscText('stop', `--name=${name}`);
+    }
+    const odd = services().find(service => service.name_bytes);
+    assert.equal(Buffer.from(odd.name_bytes, 'base64').toString('latin1'), 'caf\xe9');
+    await act(button(page, `Start ${odd.name}`));
+    await until(() => state(odd.name) === 'running', `${odd.name} runs`);
+    await act(button(page, `Stop ${odd.name}`));
+    await until(() => state(odd.name) === 'stopped', `${odd.name} is stopped`);
+};
+
+cases['a start alone fails with tvsc\'s reason, and the next step starts what is needed, too'] = async page => {
+    await act(button(page, 'Start web'));
+    await page.getByRole('dialog', { name: 'Start web and what it needs?' }).waitFor();
+    await shows(page, 'Start dbcache');
+    await act(button(page, 'Only this one'));
+    await shows(page, 'web was not started');
+    await shows(page, /1068 ERROR_SERVICE_DEPENDENCY_FAIL/);
+    assert.equal(state('web'), 'stopped');
+    await act(button(page, 'Start what it needs, too'));
+    await until(() => state('web') === 'running' && state('dbcache') === 'running', 'both run');
+};
+
+cases['a stop asks before it takes others along, which are stopped first'] = async page => {
+    tvscText('start', 'web', '--with-deps');
+    await act(button(page, 'Stop rpcsvc'));
+    const dialog = page.getByRole('dialog', { name: 'Stop rpcsvc and what depends on it?' });
+    await dialog.waitFor();
+    assert.deepEqual(await dialog.locator('li b').allInnerTexts(), ['Stop web', 'Stop dbcache', 'Stop rpcsvc']);
+    await act(button(page, 'Cancel'));
+    assert.equal(state('rpcsvc'), 'running');
+    await act(button(page, 'Stop rpcsvc'));
+    await act(button(page, 'All of these'));
+    await until(() => ['web', 'dbcache', 'rpcsvc'].every(name => state(name) === 'stopped'), 'all three are stopped');
+    tvscText('start', 'rpcsvc');
+};
+
+cases['a disabled service is started once, or enabled, by the steps that its refusal offers'] = async page => {
+    await act(button(page, 'Start fax'));
+    await shows(page, /1058 ERROR_SERVICE_DISABLED/);
+    await act(button(page, 'Start it this once'));
+    await until(() => state('fax') === 'running', 'fax runs');
+    tvscText('stop', 'fax');
+    await until(async () => /Stopped/.test(await row(page, 'fax').innerText()), 'the page knows');
+    await act(button(page, 'Start fax'));
+    await act(button(page, 'Enable it'));
+    await until(() => config('fax').start === 'auto', 'fax is automatic');
+    await row(page, 'fax').getByText('Automatic').waitFor();
+    await chooseMore(page, 'fax', 'Disable');
+    await until(() => config('fax').start === 'disabled', 'fax is disabled');
+    await row(page, 'fax').getByText('Disabled').waitFor();
+};
+
+cases['a start that takes its time shows how far it is, and that the daemon is busy'] = async page => {
+    await act(button(page, 'Start mute'));
+    await shows(page, 'mute is being started');
+    await shows(page, /The daemon has been busy for \d+ s/);
+    await page.getByText('mute was not started').waitFor({ timeout: 60000 });
+    await shows(page, /1053/);
+};
+
+cases['a process that dies is noticed, and forgotten on request'] = async page => {
+    tvscText('start', 'spooler');
+    await row(page, 'spooler').getByText('Running').waitFor();
+    process.kill(find('spooler').pid_hint, 'SIGKILL');
+    await row(page, 'spooler').getByText('Process gone').waitFor();
+    await chooseMore(page, 'spooler', 'Forget its process');
+    await until(() => state('spooler') === 'stopped' && find('spooler').exit.win32 === 1067, 'stopped with 1067');
+};

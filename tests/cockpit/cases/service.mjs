@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+// service: the view of one service, and what is done there.
+import { strict as assert } from 'node:assert';
+import { act, button, cases, goTo, shows } from '../browser.mjs';
+import { state, tvsc, tvscText, until } from '../world.mjs';
+
+cases['a service is restarted, paused, continued and reloaded from its own view'] = async page => {
+    tvscText('start', 'web', '--with-deps');
+    await goTo(page, 'service/web');
+    const process = () => tvsc('status', '--json', 'web').services[0].program.pid;
+    const before = process();
+    await act(button(page, 'Restart'));
+    await until(() => state('web') === 'running' && process() !== before, 'another process');
+    await act(button(page, 'Pause'));
+    await until(() => state('web') === 'paused', 'web is paused');
+    await act(button(page, 'Continue'));
+    await until(() => state('web') === 'running', 'web goes on');
+    await act(button(page, 'Reload'));
+    await shows(page, 'web reads its configuration again');
+    await act(button(page, 'Stop'));
+    await until(() => state('web') === 'stopped', 'web is stopped');
+};
+
+cases['a service shows what it does, what it runs and what stands around it'] = async page => {
+    tvscText('start', 'web', '--with-deps');
+    await goTo(page, 'service/web');
+    const program = tvsc('status', '--json', 'web').services[0].program;
+    await shows(page, `${program.pid}`);
+    await shows(page, '/bin/busybox httpd -f -p 127.0.0.1:8080 -h /etc');
+    await shows(page, 'dbcache, +base');
+    await act(page.locator('.tv-related').getByRole('link', { name: 'dbcache' }));
+    await page.getByRole('heading', { name: 'dbcache' }).waitFor();
+    await until(async () => /web\s+Running/.test(await page.locator('.tv-related').last().innerText()), 'web needs it');
+};
+
+cases['a service that fails says why: its code, its last words, its log'] = async page => {
+    await act(button(page, 'Start indexer'));
+    await shows(page, 'indexer was not started');
+    await shows(page, /1066 ERROR_SERVICE_SPECIFIC_ERROR/);
+    await act(button(page, 'Look at the service'));
+    await shows(page, /The service ended with its own code 3 \(1066\): ended with status 3/);
+    await until(async () => /the index is broken/.test(await page.getByRole('log', { name: 'Log' }).innerText()), 'the log is there');
+};
+
+cases['a log shows new lines as they come, until it is told not to'] = async page => {
+    tvscText('create', 'talker', '--exec', "/bin/sh -c 'i=0; while :; do i=$((i+1)); echo line $i; sleep 0.3; done'");
+    tvscText('start', 'talker');
+    await goTo(page, 'service/talker');
+    const log = page.getByRole('log', { name: 'Log' });
+    await until(async () => /line \d/.test(await log.innerText()), 'a first line');
+    const before = await log.innerText();
+    await until(async () => (await log.innerText()).length > before.length, 'further lines', 3000);
+    await page.getByLabel('Show new lines as they come').press('Space');
+    await until(async () => /line \d/.test(await log.innerText()), 'the lines so far');
+    const still = await log.innerText();
+    await page.waitForTimeout(1500);
+    assert.equal(await log.innerText(), still);
+    tvscText('delete', 'talker', '--stop');
+};

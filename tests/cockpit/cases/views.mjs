@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+// views: the other views: dependencies, start times, findings, export and apply.
+import { strict as assert } from 'node:assert';
+import { readFileSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { act, button, cases, goTo, shows } from '../browser.mjs';
+import { find, state, tvscText, world } from '../world.mjs';
+
+cases['the graph has every service as a link, and is looked at closely'] = async page => {
+    await goTo(page, 'graph');
+    const picture = page.getByRole('region', { name: 'What depends on what' });
+    await picture.waitFor();
+    for (const name of ['web', 'ring_a', 'Дата', 'خدمة', 'a*b']) assert.equal(await picture.locator(`[data-service="${name}"]`).count(), 1, name);
+    const width = () => picture.locator('svg').evaluate(svg => svg.getBoundingClientRect().width);
+    const before = await width();
+    await act(button(page, 'Look closer'));
+    assert.ok((await width()) > before * 1.2);
+    await act(button(page, 'Look from farther away'));
+    await picture.focus();
+    await picture.press('+');
+    assert.ok((await width()) > before * 1.2);
+    await picture.press('0');
+    assert.equal(await width(), before);
+    await picture.locator('[data-service="ring_a"]').focus();
+    await page.keyboard.press('Enter');
+    await page.getByRole('heading', { name: 'ring_a' }).waitFor();
+};
+
+cases['the start times are drawn, or it is said why not'] = async page => {
+    await goTo(page, 'timeline');
+    const known = /^ +timeline\b/m.test(tvscText('--help'));
+    if (known) await page.getByRole('region', { name: 'What a start took' }).waitFor();
+    else await shows(page, /no such command/);
+    console.log(`     tvsc ${known ? 'draws' : 'does not draw'} them`);
+};
+
+cases['a finding is mended by its button'] = async page => {
+    tvscText('start', 'spooler');
+    process.kill(find('spooler').pid_hint, 'SIGKILL');
+    await goTo(page, 'findings');
+    const finding = page.locator('.tv-findings > *', { hasText: 'spooler' });
+    await finding.waitFor();
+    await act(finding.getByRole('button', { name: /^Mend it/ }));
+    await finding.waitFor({ state: 'detached' });
+    assert.equal(find('spooler').exit.win32, 1067);
+    assert.equal(state('spooler'), 'stopped');
+};
+
+cases['services are exported as text, and made of it'] = async page => {
+    await goTo(page, 'transfer');
+    await act(button(page, 'Show'));
+    if (!/^ +export\b/m.test(tvscText('--help'))) {
+        await shows(page, /no such command/);
+        console.log('     tvsc does not export');
+        return;
+    }
+    const text = page.getByLabel('The services as text');
+    await text.waitFor();
+    const exported = await text.inputValue();
+    assert.equal(exported, tvscText('export'));
+    const [download] = await Promise.all([page.waitForEvent('download'), act(button(page, 'Save as a file'))]);
+    assert.equal(readFileSync(await download.path(), 'utf8'), exported);
+    await page.getByLabel('Services to apply').fill(exported.replace('Print spooler', 'Drucker'));
+    await act(button(page, 'Show what would be done'));
+    await shows(page, 'This would be done');
+    await shows(page, /Drucker/);
+    assert.equal(find('spooler').display_name, 'Print spooler');
+    await act(button(page, 'Apply'));
+    await shows(page, 'This was done');
+    assert.equal(find('spooler').display_name, 'Drucker');
+    const file = join(world, 'services.toml');
+    writeFileSync(file, exported);
+    await page.getByLabel('A file with services').setInputFiles(file);
+    await act(button(page, 'Show what would be done'));
+    await shows(page, 'This would be done');
+    await act(button(page, 'Apply'));
+    await shows(page, 'This was done');
+    assert.equal(find('spooler').display_name, 'Print spooler');
+};
