@@ -7,6 +7,7 @@ import './cases/editing.mjs';
 import './cases/views.mjs';
 import './cases/daemon.mjs';
 import './cases/people.mjs';
+import './cases/machines.mjs';
 import './cases/limits.mjs';
 import './cases/rights.mjs';
 
