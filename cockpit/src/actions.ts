@@ -3,8 +3,8 @@
 //
 // An action is shown while tvsc waits; one that has failed stays with tvsc's reason until it is taken away, one that
 // went well for a few seconds.
-import { useSyncExternalStore } from "react";
 import { askNow } from "./services";
+import { makeStore } from "./store";
 import { ActionAnswer, Ended, Named, failedWithCode, run } from "./tvsc";
 import { _, format } from "./text";
 
@@ -22,42 +22,37 @@ export interface Action {
 export interface NextStep { label: string; verb: Verb; options: string[] }
 
 const goodMs = 8000;
-let actions: Action[] = [];
+const actions = makeStore<Action[]>([]);
+export const useActions = actions.use;
 let lastId = 0;
-const listeners = new Set<() => void>();
 
-function change(next: Action[]) {
-    actions = next;
-    listeners.forEach(listener => listener());
+// A new attempt makes what is said of the service's last one out of date.
+function add(verb: Verb, named: Named, ended: Ended<ActionAnswer> | null): Action {
+    const action: Action = { id: ++lastId, verb, named, startedAt: Date.now(), ended };
+    actions.set([...actions.get().filter(other => other.named.name !== named.name || !other.ended), action]);
+    return action;
 }
 
 export function dismiss(id: number) {
-    change(actions.filter(action => action.id !== id));
+    actions.set(actions.get().filter(action => action.id !== id));
 }
 
+const dismissSoon = (action: Action) => window.setTimeout(() => dismiss(action.id), goodMs);
+
+// Has tvsc do it; whether it went well.
 export async function act(verb: Verb, named: Named, options: string[] = []): Promise<boolean> {
-    const action: Action = { id: ++lastId, verb, named, startedAt: Date.now(), ended: null };
-    // A new attempt makes what is said of the service's last one out of date.
-    change([...actions.filter(other => other.named.name !== named.name || !other.ended), action]);
+    const action = add(verb, named, null);
     const ended = await run<ActionAnswer>([verb, "--json", ...options], named);
-    change(actions.map(other => other.id === action.id ? { ...action, ended } : other));
+    actions.set(actions.get().map(other => other.id === action.id ? { ...action, ended } : other));
     askNow(verb === "enable" || verb === "disable" ? named : undefined);
-    if (ended.status === 0) window.setTimeout(() => dismiss(action.id), goodMs);
+    if (ended.status === 0) dismissSoon(action);
     return ended.status === 0;
 }
 
 // Shows what became of something that was done elsewhere; what tvsc remarked on stays until it is taken away.
 export function tell(verb: Verb, named: Named, ended: Ended<ActionAnswer>) {
-    const action: Action = { id: ++lastId, verb, named, startedAt: Date.now(), ended };
-    change([...actions.filter(other => other.named.name !== named.name || !other.ended), action]);
-    if (ended.status === 0 && !ended.words) window.setTimeout(() => dismiss(action.id), goodMs);
-}
-
-export function useActions(): Action[] {
-    return useSyncExternalStore(listener => {
-        listeners.add(listener);
-        return () => { listeners.delete(listener) };
-    }, () => actions);
+    const action = add(verb, named, ended);
+    if (ended.status === 0 && !ended.words) dismissSoon(action);
 }
 
 export function verbWord(verb: Verb): string {

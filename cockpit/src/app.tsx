@@ -16,7 +16,7 @@ import { FailureAlert, Loading, useNow } from "./parts";
 import { ServiceView } from "./service";
 import { Picture, usePicture } from "./services";
 import { TransferView } from "./transfer";
-import { Config, Service, StatusAnswer, run } from "./tvsc";
+import { Service } from "./tvsc";
 import { _, duration, format } from "./text";
 import "./page.css";
 
@@ -78,11 +78,8 @@ function App() {
     const path = usePath();
     const administrator = useAdministrator();
     const [open] = path;
-    const [editing, setEditing] = useState<{ service: Service | null; config?: Config } | null>(null);
-    const edit = async (service: Service) => {
-        const shown = await run<StatusAnswer>(["show", "--json"], service);
-        setEditing({ service, config: shown.answer?.services[0]?.config ?? service.config });
-    };
+    const [editing, setEditing] = useState<{ service: Service | null } | null>(null); // null in it: a new one
+    const edit = (service: Service) => setEditing({ service });
     useEffect(() => {
         if (picture.loaded) performance.mark("tv-first-list"); // for who measures
     }, [picture.loaded]);
@@ -104,12 +101,12 @@ function App() {
                 <Activity />
                 {!picture.loaded && !picture.failure && <Loading />}
                 {picture.loaded && tab === "" && open !== "service" && <ServiceList picture={picture} create={() => setEditing({ service: null })} />}
-                {open === "service" && <ServiceView key={path[1]} picture={picture} name={path[1] ?? ""} edit={service => void edit(service)} />}
+                {open === "service" && <ServiceView key={path[1]} picture={picture} name={path[1] ?? ""} edit={edit} />}
                 {open === "graph" && <GraphView services={picture.services} />}
                 {open === "timeline" && <TimelineView services={picture.services} />}
-                {open === "findings" && <FindingsView services={picture.services} edit={service => void edit(service)} />}
+                {open === "findings" && <FindingsView services={picture.services} edit={edit} />}
                 {open === "transfer" && <TransferView />}
-                {editing && <EditDialog service={editing.service} config={editing.config} close={() => setEditing(null)} />}
+                {editing && <EditDialog service={editing.service} close={() => setEditing(null)} />}
             </PageSection>
         </Page>
     );

@@ -6,7 +6,7 @@ import { Dropdown, DropdownItem, KebabToggle } from "@patternfly/react-core/dist
 import { Action, Verb, act, useActions, verbWord } from "./actions";
 import { Dialog } from "./parts";
 import { isActive } from "./states";
-import { PlanAnswer, Service, run } from "./tvsc";
+import { PlanAnswer, Service, isHosted, run } from "./tvsc";
 import { _, format } from "./text";
 
 // What a service takes now; the first is the one to offer most prominently.
@@ -15,7 +15,7 @@ export function verbsFor(service: Service): Verb[] {
     const verbs: Verb[] = ["stop", "restart"];
     if (service.state === "paused") verbs.push("continue");
     else if (service.accepts.includes("pause_continue")) verbs.push("pause");
-    if (service.config?.command && service.state === "running") verbs.push("reload");
+    if (isHosted(service.config) && service.state === "running") verbs.push("reload");
     return verbs;
 }
 
@@ -36,7 +36,7 @@ function stepText(action: string, name: string): string {
     return action === "stop" ? format(_("Stop $0"), name) : format(_("Start $0"), name);
 }
 
-export function QuestionDialog({ question, close }: { question: Question; close: () => void }) {
+function QuestionDialog({ question, close }: { question: Question; close: () => void }) {
     const { verb, service, plan } = question;
     const go = (options: string[]) => {
         close();
@@ -73,7 +73,7 @@ function DeleteDialog({ service, close }: { service: Service; close: () => void 
     );
 }
 
-export const isBusy = (actions: Action[], service: Service) => actions.some(action => !action.ended && action.named.name === service.name);
+const isBusy = (actions: Action[], service: Service) => actions.some(action => !action.ended && action.named.name === service.name);
 
 export function ServiceButtons({ service, edit, compact }: { service: Service; edit?: () => void; compact?: boolean }) {
     const [question, setQuestion] = useState<Question | null>(null);

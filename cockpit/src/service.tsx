@@ -13,7 +13,7 @@ import { Log } from "./log";
 import { Loading, ServiceLink, StateLabel, exitText, useNow } from "./parts";
 import { Picture, startedAt } from "./services";
 import { startWord, stateWord } from "./states";
-import { Config, Program, RelationAnswer, Service, StatusAnswer, run } from "./tvsc";
+import { Config, Program, RelationAnswer, Service, StatusAnswer, isHosted, run } from "./tvsc";
 import { _, duration, format, memorySize, ngettext } from "./text";
 
 const statusMs = 2000;
@@ -205,7 +205,7 @@ export function ServiceView({ picture, name, edit }: { picture: Picture; name: s
                 <Card isCompact><CardTitle component="h2">{_("What it needs")}</CardTitle><CardBody><Related services={needed} live={picture.services} none={_("It needs no other service.")} /></CardBody></Card>
                 <Card isCompact><CardTitle component="h2">{_("What needs it")}</CardTitle><CardBody><Related services={needing} live={picture.services} none={_("No other service needs it.")} /></CardBody></Card>
             </div>
-            <Log service={service} hosted={config?.command !== undefined} begun={program !== null} />
+            <Log service={service} hosted={isHosted(config)} begun={program !== null} />
         </>
     );
 }

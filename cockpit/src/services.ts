@@ -13,8 +13,8 @@
 //
 // Configurations take three calls a service, so they are read apart from the states, which wait for none of them: all
 // of them once and again after a long while, those of new services and of our own changes at once.
-import { useSyncExternalStore } from "react";
 import { kindOf } from "./states";
+import { makeStore } from "./store";
 import { Daemon, Named, Service, StatusAnswer, run, spawn } from "./tvsc";
 
 export interface Picture {
@@ -32,13 +32,10 @@ const busyMs = 2500;
 const configsMs = 120000;      // somebody else may change a configuration, which no state tells
 const singlyRead = 20;         // as many new services are read one by one
 
-let picture: Picture = { services: [], loaded: false, daemon: null, failure: null, busySince: null };
-const listeners = new Set<() => void>();
+const picture = makeStore<Picture>({ services: [], loaded: false, daemon: null, failure: null, busySince: null });
+export const usePicture = picture.use;
 
-function show(change: Partial<Picture>) {
-    picture = { ...picture, ...change };
-    listeners.forEach(listener => listener());
-}
+const show = (change: Partial<Picture>) => picture.set({ ...picture.get(), ...change });
 
 // --- configurations ----------------------------------------------------------------------------------------------
 
@@ -52,7 +49,7 @@ const withConfig = (service: Service): Service => ({ ...service, ...configs.get(
 
 function takeConfigs(services: Service[]) {
     services.forEach(({ name, type, config }) => configs.set(name, { type, config }));
-    show({ services: picture.services.map(service => {
+    show({ services: picture.get().services.map(service => {
         const known = configs.get(service.name);
         return JSON.stringify([known?.type, known?.config]) === JSON.stringify([service.type, service.config]) ? service : renewed(service, withConfig(service));
     }) });
@@ -75,7 +72,7 @@ async function readConfigsOf(services: Named[]) {
 }
 
 function seeToConfigs() {
-    const unknown = picture.services.filter(service => !configs.has(service.name));
+    const unknown = picture.get().services.filter(service => !configs.has(service.name));
     const old = Date.now() - configsReadAt > Math.max(configsMs, 20 * configsTookMs);
     if (old || unknown.length > singlyRead) void readAllConfigs();
     else if (unknown.length > 0 && !readingConfigs) void readConfigsOf(unknown);
@@ -141,10 +138,10 @@ function plan() {
         stopWatching();
         return;
     }
-    if (!picture.failure) startWatching();
+    if (!picture.get().failure) startWatching();
     // A watch that has just begun may have missed a change, and progress of a service on its way is none.
-    const told = watch && !picture.failure && Date.now() - watchedSince > 3 * pauseMs;
-    const pause = told && !picture.services.some(service => kindOf(service) === "pending") ? watchedPauseMs : pauseMs;
+    const told = watch && !picture.get().failure && Date.now() - watchedSince > 3 * pauseMs;
+    const pause = told && !picture.get().services.some(service => kindOf(service) === "pending") ? watchedPauseMs : pauseMs;
     timer = window.setTimeout(ask, again ? 0 : pause);
 }
 
@@ -157,7 +154,7 @@ async function ask() {
     const { answer, words, problem } = await run<StatusAnswer>(["list", "--json", "--brief"]);
     window.clearTimeout(busy);
     if (answer?.daemon?.reachable && answer.daemon.initialized) {
-        const before = new Map(picture.services.map(service => [service.name, service]));
+        const before = new Map(picture.get().services.map(service => [service.name, service]));
         const services = answer.services.map(fresh => merged(before.get(fresh.name), fresh));
         show({ services, loaded: true, daemon: answer.daemon, failure: null, busySince: null });
         seeToConfigs();
@@ -178,10 +175,3 @@ cockpit.addEventListener("visibilitychange", () => {
     else void ask();
 });
 void ask(); // before anything is drawn: the answer takes its time
-
-export function usePicture(): Picture {
-    return useSyncExternalStore(listener => {
-        listeners.add(listener);
-        return () => { listeners.delete(listener) };
-    }, () => picture);
-}

@@ -22,6 +22,9 @@ export interface Config {
     command?: string;
 }
 
+// Whether tvhost runs the service's program: its image is the launcher of tvhost then, wherever that lies.
+export const isHosted = (config: Config | undefined): boolean => config?.image_path.split("/").pop() === "tvhost.csh";
+
 export interface Program {
     pid: number;
     host_pid: number;
@@ -75,8 +78,10 @@ export interface ActionAnswer {
     errors: Problem[];
 }
 export interface RelationAnswer { services: Service[] }
+// What export tells of a service; parameters are those of tvhost, by their names.
+export interface ServiceText { parameters?: Record<string, string | number | string[]> }
+export interface ExportAnswer { services: ServiceText[] }
 export interface PlanAnswer { steps: { action: string; name: string; why: string }[]; worst_case_s: number }
-export interface GraphAnswer { services: { name: string; state: StateName; needs: string[]; unknown: string[]; in_ring: boolean }[] }
 export interface Finding { level: "fail" | "warn" | "info"; area: string; name: string; found: string; why: string; command: string }
 export interface FindingsAnswer { findings: Finding[] }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // editing: creating, changing and deleting services.
 import { strict as assert } from 'node:assert';
+import { existsSync, readFileSync } from 'node:fs';
 import { act, button, cases, chooseMore, goTo, row, shows } from '../browser.mjs';
-import { config, find, state, tvscText, until } from '../world.mjs';
+import { config, find, state, tvsc, tvscText, until, world } from '../world.mjs';
 
 cases['a new service is checked by tvsc, remarked on, created and deleted'] = async page => {
     await act(button(page, 'Create service'));
@@ -50,4 +51,73 @@ cases['a service is changed in what is changed, and in nothing else'] = async pa
     assert.deepEqual(config('web'), { ...before, start: 'auto', start_code: 2 });
     await shows(page, 'Automatic');
     tvscText('config', 'web', '--display', 'Web <b>front</b> & shop', '--start', 'demand');
+};
+
+cases['each field of what tvhost runs is shown as it is, checked by tvsc and changed by itself'] = async page => {
+    tvscText('create', 'hosted', '--env', 'KEPT=as it is', '--env', 'COLOUR=red', '--exec', "/bin/sh -c 'echo $COLOUR in $PWD, $KEPT; exec sleep 1000'");
+    const parameters = () => tvsc('export', '--json', 'hosted').services[0].parameters;
+    const dialog = page.getByRole('dialog', { name: 'Edit hosted' });
+    const openDialog = async () => {
+        await act(page.locator('.tv-cards').getByRole('button', { name: 'Edit', exact: true }));
+        await dialog.getByLabel('Environment').waitFor();
+    };
+    const save = async () => {
+        await act(button(page, 'Save'));
+        await dialog.waitFor({ state: 'detached' });
+    };
+    const change = async (fill, changed) => {
+        const before = parameters();
+        await openDialog();
+        await fill();
+        await save();
+        assert.deepEqual(parameters(), { ...before, ...changed });
+    };
+    await goTo(page, 'service/hosted');
+    await openDialog();
+    assert.equal(await dialog.getByLabel('Environment').inputValue(), 'KEPT=as it is\nCOLOUR=red');
+    await dialog.getByLabel('Environment').fill('KEPT=as it is\nno variable');
+    await act(button(page, 'Save'));
+    await shows(page, /no variable: not NAME=VALUE/);
+    await act(button(page, 'Cancel'));
+
+    await change(() => dialog.getByLabel('Environment').fill('KEPT=as it is\nCOLOUR=dark green\nMORE=a=b'),
+        { AppEnvironment: ['KEPT=as it is', 'COLOUR=dark green', 'MORE=a=b'] });
+    await change(() => dialog.getByLabel('Environment').fill('KEPT=as it is\nCOLOUR=dark green'),
+        { AppEnvironment: ['KEPT=as it is', 'COLOUR=dark green', 'MORE='] });
+    await change(() => dialog.getByLabel('Working folder').fill('/usr/share'), { AppDirectory: '/usr/share' });
+    await change(() => dialog.getByLabel('When the program ends by itself').selectOption('on-failure'), { AppRestart: 'on-failure' });
+    await change(() => dialog.getByLabel('Log', { exact: true }).selectOption('file'), { AppLog: 'file' });
+    await change(() => dialog.getByLabel('File for its error messages').fill(`${world}/hosted.errors`), { AppStderr: `${world}/hosted.errors` });
+
+    await openDialog(); // all of it is there again
+    assert.equal(await dialog.getByLabel('Working folder').inputValue(), '/usr/share');
+    assert.equal(await dialog.getByLabel('When the program ends by itself').inputValue(), 'on-failure');
+    assert.equal(await dialog.getByLabel('Log', { exact: true }).inputValue(), 'file');
+    assert.equal(await dialog.getByLabel('File for its output').inputValue(), '');
+    assert.equal(await dialog.getByLabel('File for its error messages').inputValue(), `${world}/hosted.errors`);
+    await act(button(page, 'Cancel'));
+    await act(button(page, 'Start'));
+    await until(async () => /dark green in \/usr\/share, as it is/.test(await page.getByRole('log', { name: 'Log' }).innerText()), 'the program has it all');
+
+    await change(() => dialog.getByLabel('File for its output').fill(`${world}/hosted.output`), { AppStdout: `${world}/hosted.output` });
+    await act(button(page, 'Restart'));
+    await until(() => existsSync(`${world}/hosted.output`) && /dark green/.test(readFileSync(`${world}/hosted.output`, 'utf8')), 'its output goes there');
+    tvscText('delete', 'hosted', '--stop');
+};
+
+cases['a service with an image of its own keeps it, until it is told to run a program'] = async page => {
+    const before = config('mute');
+    await goTo(page, 'service/mute');
+    await act(page.locator('.tv-cards').getByRole('button', { name: 'Edit', exact: true }));
+    const dialog = page.getByRole('dialog', { name: 'Edit mute' });
+    assert.equal(await dialog.getByLabel('What it runs').inputValue(), 'image');
+    assert.equal(await dialog.getByLabel('Path of the script').inputValue(), before.image_path);
+    assert.equal(await dialog.getByLabel('Environment').count(), 0);
+    await dialog.getByLabel('What it runs').selectOption('exec');
+    await dialog.getByLabel('Program and arguments').fill('/bin/sleep 1000');
+    await act(button(page, 'Save'));
+    await dialog.waitFor({ state: 'detached' });
+    assert.equal(config('mute').command, '/bin/sleep 1000');
+    tvscText('config', 'mute', '--image', before.image_path);
+    assert.equal(config('mute').image_path, before.image_path);
 };
