@@ -174,13 +174,15 @@ DWORD SaveKey(const ServiceText &service, std::string *file, std::string *proble
     return file->empty() ? ERROR_CANTWRITE : ERROR_SUCCESS;
 }
 
-// Writes a key as it was saved. What stands there of a creation that failed goes.
+// Writes a key as it was saved. What stands there of a creation that failed goes, with the mark that it may bear.
 DWORD RestoreKey(const Session &session, const ServiceText &saved, std::string *problem) {
     ServiceText present;
-    const DWORD rc = ReadServiceKey(saved.name, session.options.host, &present, problem);
-    if (rc == ERROR_SUCCESS) return WriteRest(session, saved, problem);
-    if (rc != ERROR_FILE_NOT_FOUND) return rc;
-    return WriteServiceKeys(session.options.host, saved.tree.keys, problem);
+    DWORD rc = ReadServiceKey(saved.name, session.options.host, &present, problem);
+    if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
+    rc = rc == ERROR_SUCCESS ? WriteRest(session, saved, problem)
+                             : WriteServiceKeys(session.options.host, saved.tree.keys, problem);
+    if (rc != ERROR_SUCCESS || present.isMarked == saved.isMarked) return rc;
+    return WriteDeletionMark(saved.name, session.options.host, saved.isMarked, problem);
 }
 
 // Has the daemon create a service whose key is there and which it does not know.
@@ -199,7 +201,7 @@ DWORD Adopt(Session &session, const ServiceText &before, const ServiceText &want
     return rc;
 }
 
-// What the daemon has to be told. 1072 for a service that is marked for deletion.
+// What the daemon has to be told.
 DWORD ApplyAtDaemon(Session &session, const ServiceText &before, const ServiceText &wanted,
                     const std::vector<Difference> &differences, std::string *problem) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), wanted.name.c_str(), SERVICE_ALL_ACCESS));
@@ -207,18 +209,12 @@ DWORD ApplyAtDaemon(Session &session, const ServiceText &before, const ServiceTe
     *problem = "cannot be opened";
     const DWORD rc = GetLastError();
     if (rc != ERROR_SERVICE_DOES_NOT_EXIST) return rc;
-    std::string display;
-    if (QueryDisplayName(session.manager.get(), wanted.name.c_str(), &display) == ERROR_SUCCESS) {
-        return ERROR_SERVICE_MARKED_FOR_DELETE;
-    }
     return before.tree.keys.empty() ? Create(session, wanted, problem) : Adopt(session, before, wanted, problem);
 }
 
 // --- one service ---------------------------------------------------------------------------------------------------
 
-bool IsKnown(const Session &session, const std::string &name) {
-    return ServiceHandle(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS)) != nullptr;
-}
+bool IsKnown(const Session &session, const std::string &name) { return AskForService(session, name) == ERROR_SUCCESS; }
 
 // The name as the registry spells it, whose letters may be in another case. The daemon knows a service by that one.
 DWORD SpellAsKey(const Session &session, std::string *name, std::string *problem) {
@@ -235,14 +231,18 @@ DWORD PlanService(const Session &session, const ServiceText &said, const ApplyRu
                   std::string *problem) {
     DWORD rc = ReadServiceKey(said.name, session.options.host, &plan->before, problem);
     if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return rc;
-    const bool isThere = rc == ERROR_SUCCESS;
-    if (isThere && !rules.mayExist) return ERROR_SERVICE_EXISTS;
-    bool isKnown = isThere && (session.manager == nullptr || IsKnown(session, said.name));
+    const bool isThere = rc == ERROR_SUCCESS, hasDaemon = session.manager != nullptr;
+    bool isKnown = isThere && (!hasDaemon || IsKnown(session, said.name));
     if (isThere && !isKnown) {
         rc = SpellAsKey(session, &plan->before.name, problem);
         if (rc != ERROR_SUCCESS) return rc;
         isKnown = IsKnown(session, plan->before.name);
     }
+    if (!(isKnown && hasDaemon) && IsDeletionDue(session, plan->before)) {
+        *problem = "goes when the daemon starts again, with all that would be written of it";
+        return ERROR_SERVICE_MARKED_FOR_DELETE;
+    }
+    if (isThere && !rules.mayExist) return ERROR_SERVICE_EXISTS;
     plan->wanted = Wanted(plan->before, said, rules);
     plan->applied = {plan->wanted.name, Change::created, plan->wanted.tree.top,
                      CompareTrees(plan->before.tree, plan->wanted.tree)};
@@ -279,6 +279,22 @@ int OpenForApply(Session &session) {
     const int opened = OpenSession(session, false);
     if (opened == EXIT_DONE && session.initCode != ERROR_SUCCESS) session.manager.reset();
     return opened;
+}
+
+DWORD AskForService(const Session &session, const std::string &name) {
+    if (session.manager == nullptr) return ERROR_SERVICE_DOES_NOT_EXIST;
+    const ServiceHandle opened(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
+    if (opened != nullptr) return ERROR_SUCCESS;
+    const DWORD rc = GetLastError();
+    std::string display;
+    const bool isMarked = rc == ERROR_SERVICE_DOES_NOT_EXIST &&
+                          QueryDisplayName(session.manager.get(), name.c_str(), &display) == ERROR_SUCCESS;
+    return isMarked ? ERROR_SERVICE_MARKED_FOR_DELETE : rc;
+}
+
+bool IsDeletionDue(const Session &session, const ServiceText &present) {
+    if (session.manager == nullptr) return present.isMarked;
+    return AskForService(session, present.name) == ERROR_SERVICE_MARKED_FOR_DELETE;
 }
 
 bool ApplyServices(Session &session, const std::vector<ServiceText> &said, const ApplyRules &rules,

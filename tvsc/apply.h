@@ -26,6 +26,14 @@ struct AppliedService {
 // status.
 [[nodiscard]] int OpenForApply(Session &session);
 
+// What the daemon says of a service: 0 when it can be opened, 1072 when its deletion is due, 1060 when the daemon has
+// none of that name, or none answers for any.
+[[nodiscard]] DWORD AskForService(const Session &session, const std::string &name);
+
+// Whether a service goes when the daemon starts again, so that what is written of it would go with it: as the daemon
+// knows it, or, without one, as the registry has it.
+[[nodiscard]] bool IsDeletionDue(const Session &session, const ServiceText &present);
+
 // Creates and changes services; with --dry-run tells what would be done. All are checked before anything is written.
 // Through the daemon where one is open, so that it holds at once. What comes of each is noted.
 //   applied  gets a record of each but for those that failed, of whose changes a part may have been written

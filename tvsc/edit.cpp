@@ -129,6 +129,12 @@ int RunEdit(const Options &options, const std::string &name) {
     session.options = options;
     std::vector<AppliedService> applied;
     const std::optional<ServiceText> service = ReadOneService(session, "edit", name);
-    if (service && OpenForApply(session) == EXIT_DONE) EditUntilRight(session, *service, &applied);
+    if (service && OpenForApply(session) == EXIT_DONE) {
+        if (IsDeletionDue(session, *service)) {
+            Failed(session, service->name, "edit", ERROR_SERVICE_MARKED_FOR_DELETE);
+        } else {
+            EditUntilRight(session, *service, &applied);
+        }
+    }
     return FinishApplied(session, applied);
 }

@@ -118,18 +118,6 @@ bool IsNamed(const std::vector<ServiceText> &services, const std::string &name) 
                        [&](const ServiceText &service) { return AreNamesEqual(service.name, name); });
 }
 
-// What the daemon says of a service: 0 when it can be opened, 1060 when the daemon has none or none answers for any.
-DWORD AskForService(const Session &session, const std::string &name) {
-    if (session.manager == nullptr) return ERROR_SERVICE_DOES_NOT_EXIST;
-    const ServiceHandle opened(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
-    if (opened != nullptr) return ERROR_SUCCESS;
-    const DWORD rc = GetLastError();
-    std::string display;
-    const bool isMarked = rc == ERROR_SERVICE_DOES_NOT_EXIST &&
-                          QueryDisplayName(session.manager.get(), name.c_str(), &display) == ERROR_SUCCESS;
-    return isMarked ? ERROR_SERVICE_MARKED_FOR_DELETE : rc;
-}
-
 // Deletes one service that the file does not have; one that the daemon does not know is a key only.
 void Prune(Session &session, const ServiceText &service, const ApplyOptions &apply) {
     const DWORD known = AskForService(session, service.name);

@@ -42,6 +42,8 @@ bool IsAmong(const std::string &name, const auto &names) {
 // One value of the service's own key.
 DWORD CheckValue(const RegValue &value, std::string *problem) {
     const bool isNumber = value.type == REG_DWORD && value.data.size() == dwordBytes;
+    *problem = fmt::format("{}: the mark of a deletion that is due, which is the daemon's to set", deleteFlagValue);
+    if (AreNamesEqual(value.name, deleteFlagValue)) return ERROR_INVALID_PARAMETER;
     *problem = fmt::format("{}: not a REG_DWORD", value.name);
     if (IsAmong(value.name, numbersOfDaemon)) return isNumber ? ERROR_SUCCESS : ERROR_INVALID_DATA;
     *problem = fmt::format("{}: not a REG_MULTI_SZ", value.name);

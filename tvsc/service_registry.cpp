@@ -6,6 +6,7 @@
 #include "svcapi/link.h"
 #include "tvreg/registry_reading.h"
 #include "tvreg/registry_writing.h"
+#include "util/little_endian.h"
 #include "util/names.h"
 
 #include <algorithm>
@@ -41,8 +42,10 @@ std::uint32_t ReadServiceKey(const std::string &name, const std::string &host, S
     *service = {.name = name, .tree = {top, {}}};
     return CodeOf(problem, [&] {
         service->tree.keys = ReadKeys(top);
-        std::erase_if(service->tree.keys.front().values,
-                      [](const RegValue &value) { return AreNamesEqual(value.name, deleteFlagValue); });
+        const auto marks = std::erase_if(service->tree.keys.front().values, [](const RegValue &value) {
+            return AreNamesEqual(value.name, deleteFlagValue);
+        });
+        service->isMarked = marks != 0; // whatever it holds, as the daemon sees it
     });
 }
 
@@ -53,6 +56,13 @@ std::uint32_t WriteServiceKeys(const std::string &host, std::vector<RegKey> keys
         }
         MustWriteKeys(keys);
     });
+}
+
+std::uint32_t WriteDeletionMark(const std::string &name, const std::string &host, bool isMarked, std::string *problem) {
+    RegValue mark = {
+        .name = deleteFlagValue, .isDeleted = !isMarked, .type = REG_DWORD, .data = std::string(dwordBytes, '\0')};
+    PutDword(1, mark.data.data());
+    return WriteServiceKeys(host, {{.key = KeyOfService(name), .isDeleted = false, .values = {mark}}}, problem);
 }
 
 std::uint32_t DeleteServiceKey(const std::string &name, const std::string &host, std::string *problem) {

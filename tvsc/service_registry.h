@@ -13,12 +13,16 @@
                                             std::string *problem);
 
 // A service's key with all below it, at one moment; 2, and no keys, when it has none. The mark of a deletion that is
-// due is left out.
+// due stands in the record, not in the tree.
 [[nodiscard]] std::uint32_t ReadServiceKey(const std::string &name, const std::string &host, ServiceText *service,
                                            std::string *problem);
 
 // Makes keys, sets and deletes values and keys, as they are marked. Keys without a host are of the daemon's machine.
 [[nodiscard]] std::uint32_t WriteServiceKeys(const std::string &host, std::vector<RegKey> keys, std::string *problem);
+
+// Sets the mark of a deletion that is due, or takes it away.
+[[nodiscard]] std::uint32_t WriteDeletionMark(const std::string &name, const std::string &host, bool isMarked,
+                                              std::string *problem);
 
 // With all below it.
 [[nodiscard]] std::uint32_t DeleteServiceKey(const std::string &name, const std::string &host, std::string *problem);

@@ -92,6 +92,12 @@ toml::table TableOf(const ServiceText &service) {
 // What a service's table is called: its name, which alone tells it where it is UTF-8.
 std::string HeadingOf(const std::string &name) { return IsUtf8(name) ? name : Printable(name, Charset::utf8); }
 
+// A comment: what the text cannot say of a service, since whoever reads it would not write it.
+std::string Remark(char sign, const ServiceText &service) {
+    return fmt::format("{} {}: its deletion is due, it goes when the daemon starts again\n", sign,
+                       Printable(service.name, Charset::utf8));
+}
+
 std::string Formatted(const toml::table &table, toml::format_flags flags) {
     std::ostringstream text;
     text << toml::toml_formatter(table, flags) << '\n';
@@ -417,6 +423,7 @@ std::string TomlText(const std::vector<ServiceText> &services) {
         one.insert_or_assign(HeadingOf(service.name), TableOf(service));
         all.insert_or_assign(servicesMember, std::move(one));
         if (!text.empty()) text.push_back('\n');
+        if (service.isMarked) text += Remark('#', service);
         text += TextOf(all);
     }
     return text;
@@ -427,7 +434,13 @@ bool RegTextOf(const std::vector<ServiceText> &services, std::string *text, std:
     for (const ServiceText &service : services) {
         keys.insert(keys.end(), service.tree.keys.begin(), service.tree.keys.end());
     }
-    return WriteRegText(keys, RegDialect::regedit4, text, culprit);
+    if (!WriteRegText(keys, RegDialect::regedit4, text, culprit)) return false;
+    std::string remarks;
+    for (const ServiceText &service : services) {
+        if (service.isMarked) remarks += Remark(';', service);
+    }
+    text->insert(text->find('\n') + 1, remarks); // the first line tells what the text is
+    return true;
 }
 
 Json JsonOf(const std::vector<ServiceText> &services) {
@@ -435,6 +448,7 @@ Json JsonOf(const std::vector<ServiceText> &services) {
     for (const ServiceText &service : services) {
         Json entry;
         SetText(entry, "name", service.name);
+        if (service.isMarked) entry["delete_pending"] = true;
         const toml::table table = TableOf(service);
         for (const auto &[name, member] : table) {
             entry[std::string(name.str())] = JsonOfNode(member);

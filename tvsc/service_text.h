@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // service_text: services as text that people edit and keep, in TOML or as .reg text (tvreg/reg_text.h).
 //
-// In either the text holds the service's key in the registry with all below it, byte for byte. In TOML each service is
+// In either the text holds the service's key in the registry with all below it, byte for byte, but for the mark of a
+// deletion that is due, which a comment tells. In TOML each service is
 // a table below "services" with
 //   the members of service_members.cpp                    values of the key by what they mean
 //   parameters                                            a table: those of the subkey "Parameters" by their names
@@ -21,8 +22,9 @@
 
 struct ServiceText {
     std::string name;
-    KeyTree tree; // its top is the service's key, which is the first of its keys
-    int line = 0; // of the text that it was read from
+    KeyTree tree;          // its top is the service's key, which is the first of its keys
+    int line = 0;          // of the text that it was read from
+    bool isMarked = false; // its deletion is due: the daemon takes the key away when it starts; the tree lacks the mark
 };
 
 // The key of a service.

@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <csignal>
 #include <filesystem>
 
 using testing::AllOf;
@@ -238,6 +239,43 @@ TEST_F(TvscText, apply_has_the_daemon_know_a_service_whose_key_was_written_behin
     EXPECT_EQ(ReadValue(KeyOf(name) + "\\Deep\\Deeper", "v")->data, Dword(9));
 }
 
+// The mark of a deletion that is due stands in the registry, and is no part of any text.
+TEST_F(TvscText, apply_and_edit_refuse_a_service_whose_deletion_is_due) {
+    CreateSample(name);
+    const std::string file = File("[services." + name + "]\nstart = 'auto'\n");
+    Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    EXPECT_THAT(Do({"delete", "--force", name}), HasSubstr("marked for deletion"));
+    EXPECT_THAT(Fail(154, {"apply", file}), HasSubstr(name + ": goes when the daemon starts again"));
+    EXPECT_THAT(Fail(154, {"--dry-run", "apply", file}), HasSubstr("1072"));
+    EXPECT_THAT(Fail(154, {"clone", "zero", name}), HasSubstr("1072"));
+    EXPECT_THAT(With({"VISUAL=touch " + folder + "/" + name + ".edited;:"}, {"edit", name}).error, HasSubstr("1072"));
+    EXPECT_FALSE(std::filesystem::exists(folder + "/" + name + ".edited"));
+    EXPECT_THAT(Do({"export", name}), StartsWith("# " + name + ": its deletion is due"));
+    EXPECT_EQ(ReadValue(KeyOf(name), "Start")->data, Dword(3));
+    (void)kill(process, SIGKILL);
+}
+
+TEST_F(TvscText, apply_refuses_a_text_that_marks_a_service_for_deletion) {
+    CreateSample(name);
+    const std::string reg = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\" + KeyOf(name) + "]\n\"DeleteFlag\"=dword:00000001\n";
+    EXPECT_THAT(Fail(1, {"apply", File(reg, ".reg")}), HasSubstr("DeleteFlag: the mark of a deletion"));
+    EXPECT_FALSE(ReadValue(KeyOf(name), "DeleteFlag"));
+}
+
+// A key that the daemon does not know and would take away at its next start is created anew, without the mark; where
+// that fails it is what it was, with the mark.
+TEST_F(TvscText, apply_of_a_marked_key_that_the_daemon_does_not_know_creates_a_service_that_stays_or_leaves_the_mark) {
+    CreateSample(name + "-like");
+    EXPECT_EQ(Tvsc({"create", name + "-other", "--image", ScriptOf(name + "-like"), "--depends", name}).status, 0);
+    WriteService(name, 3, ScriptOf(name + "-like"), {{"DeleteFlag", REG_DWORD, Dword(1)}});
+    EXPECT_THAT(Fail(6, {"apply", File("[services." + name + "]\ndepends_on = [ '" + name + "-other' ]\n")}),
+                HasSubstr(name + ": not created: 1059"));
+    EXPECT_EQ(ReadValue(KeyOf(name), "DeleteFlag")->data, Dword(1));
+    EXPECT_EQ(Do({"apply", File("[services." + name + "]\nstart = 'auto'\n")}), name + ": created\n");
+    EXPECT_FALSE(ReadValue(KeyOf(name), "DeleteFlag"));
+}
+
 // A ring is found by the daemon only, after the key has gone.
 TEST_F(TvscText, apply_that_fails_leaves_a_key_as_it_was) {
     CreateSample(name + "-like");
@@ -360,6 +398,14 @@ TEST_F(TvscText, zz_without_a_daemon_the_registry_alone_is_written_and_that_is_s
               name + ": changed; holds from the daemon's next start on\n");
     EXPECT_EQ(ReadValue(KeyOf(name), "Start")->data, Dword(2));
     EXPECT_EQ(Do({"clone", name, name + "-2"}), name + "-2: created; holds from the daemon's next start on\n");
+    WriteKey(KeyOf(name + "-2"), {{"DeleteFlag", REG_DWORD, Dword(0)}}); // the value counts, whatever it holds
+    const std::string file = File("[services." + name + "-2]\nstart = 'auto'\n");
+    EXPECT_THAT(Fail(154, {"apply", file}), HasSubstr(name + "-2: goes when the daemon starts again"));
+    EXPECT_THAT(Fail(154, {"--dry-run", "apply", file}), HasSubstr("1072"));
+    EXPECT_THAT(Fail(154, {"clone", name, name + "-2"}), HasSubstr("1072"));
+    EXPECT_EQ(With({"VISUAL=true"}, {"edit", name + "-2"}).status, 154);
+    EXPECT_EQ(ReadValue(KeyOf(name + "-2"), "Start")->data, Dword(3));
+    DeleteValue(KeyOf(name + "-2"), "DeleteFlag");
     serviceDaemon = StartServiceDaemon();
     EXPECT_THAT(Do({"list", "--names-only", name + "*"}), AllOf(HasSubstr(name + "\n"), HasSubstr(name + "-2\n")));
 }

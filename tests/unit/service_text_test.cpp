@@ -89,6 +89,20 @@ TEST(ServiceText, shows_values_by_what_they_mean) {
     EXPECT_THAT(text, Not(HasSubstr("values")));
 }
 
+TEST(ServiceText, tells_a_deletion_that_is_due_in_a_comment_which_nobody_reads_back) {
+    ServiceText marked = Service("caf\xE9", {Number(typeValue, 0x10)}), other = Service("other", {});
+    marked.isMarked = true;
+    std::string reg, culprit;
+    ASSERT_TRUE(RegTextOf({other, marked}, &reg, &culprit));
+    EXPECT_THAT(reg, testing::StartsWith("REGEDIT4\n; caf\\xe9: its deletion is due, "));
+    EXPECT_THAT(TomlText({other, marked}), HasSubstr("\n# caf\\xe9: its deletion is due, it goes when the daemon "
+                                                     "starts again\n[services.'caf\\xe9']\n"));
+    ExpectBack({other, marked});
+    const auto json = JsonOf({other, marked});
+    EXPECT_FALSE(json.at(0).contains("delete_pending"));
+    EXPECT_EQ(json.at(1).at("delete_pending"), true);
+}
+
 TEST(ServiceText, gives_back_every_value_whatever_it_is) {
     ExpectBack(
         {Service("odd",
