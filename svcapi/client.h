@@ -53,7 +53,7 @@ struct HiddenService {
 [[nodiscard]] DWORD WithdrawService(SC_HANDLE service);
 
 // Closes the handles of a service that is marked for deletion, whoever left them open, until it is gone.
-//   closed  how many that were
+//   closed  how many that were; null: none is closed, it is only told whether any would be
 // Returns 0; 1060 when there is no such service; 87 when it is not marked; 1056 when it is not stopped; 52 when others
 // that are marked, too, have its display name, so that its record cannot be told; 1460 when they do not come to an end.
 [[nodiscard]] DWORD DrainHandles(SC_HANDLE manager, const std::string &name, DWORD *closed);

@@ -34,7 +34,7 @@ DWORD FindMarked(DaemonLink &link, const std::vector<ListedService> &visible, co
 } // namespace
 
 DWORD DrainHandles(SC_HANDLE manager, const std::string &name, DWORD *closed) {
-    *closed = 0;
+    if (closed != nullptr) *closed = 0;
     std::vector<ListedService> visible;
     DWORD rc = EnumerateAllServices(manager, &visible);
     if (rc != ERROR_SUCCESS) return rc;
@@ -53,6 +53,7 @@ DWORD DrainHandles(SC_HANDLE manager, const std::string &name, DWORD *closed) {
     if (ControlRecord(link, record, peek, &status) == ERROR_INVALID_SERVICE_CONTROL) {
         return ERROR_SERVICE_ALREADY_RUNNING; // closes alone would not end it
     }
+    if (closed == nullptr) return ERROR_SUCCESS;
     // Once it is gone the number may be another service's: it is looked at before each close.
     while (rc == ERROR_SUCCESS && *closed < mostCloses) {
         CloseRecord(link, record);

@@ -8,6 +8,7 @@
 #include "tvsc/commands.h"
 #include "tvsc/completion.h"
 #include "tvsc/report.h"
+#include "tvsc/sc.h"
 #include "util/printable.h"
 #include "util/similar_names.h"
 #include "util/usage.h"
@@ -165,14 +166,15 @@ bool IsForHosts(const CommandLine &line) {
 }
 
 // The words of a command line but for the options about hosts, which are for this program alone. What stands behind
-// "--" is no option.
-std::vector<std::string> WordsWithoutHosts(int argc, char **argv) {
+// "--" is no option, and what stands behind sc is not this program's.
+//   isSc  the command is sc
+std::vector<std::string> WordsWithoutHosts(int argc, char **argv, bool isSc) {
     constexpr std::array<std::string_view, 4> withValue = {"--host", "--hosts", "--parallel", "--host-timeout"};
     std::vector<std::string> words;
     bool areOptions = true;
     for (int i = 1; i < argc; ++i) {
         const std::string_view word = argv[i];
-        areOptions = areOptions && word != "--";
+        areOptions = areOptions && word != "--" && !(isSc && word == "sc");
         const std::string_view option = word.substr(0, word.find('='));
         const bool isOurs = areOptions && std::find(withValue.begin(), withValue.end(), option) != withValue.end();
         if (isOurs && option.size() == word.size()) ++i; // its value is the next word
@@ -194,6 +196,9 @@ void CheckForHosts(const CLI::App &app, const CommandLine &line) {
     if (command == "apply" && line.apply.file == "-") {
         throw CLI::ValidationError(command, "standard input is for one machine");
     }
+    if (path == "sc" && IsScLock(app.get_subcommand("sc")->remaining())) {
+        throw CLI::ValidationError("sc lock", "holds the lock until its standard input ends, which is for one machine");
+    }
     if ((path == "with-lock" || path == "lock take") && !line.hosts.overSsh) {
         throw CLI::ValidationError(path, "would run its command here, once for each host: use --ssh");
     }
@@ -207,7 +212,7 @@ HostsCommand ReadHostsCommand(const CLI::App &app, const CommandLine &line, int 
         throw CLI::ValidationError("--host", problem);
     }
     const std::string path = PathOf(app);
-    command.words = WordsWithoutHosts(argc, argv);
+    command.words = WordsWithoutHosts(argc, argv, path == "sc");
     command.json = line.options.json;
     command.listsServices = path.empty() || (path == "list" && !line.list.namesOnly) || path == "status";
     command.isLive = path == "watch" || (path == "logs" && line.log.follow);
@@ -268,9 +273,10 @@ std::shared_ptr<CommandLine> ReadAnyLine(int argc, char **argv, int *status) {
         *status = app.exit(asked); // help or version
         return nullptr;
     } catch (const CLI::ParseError &error) {
-        const std::vector<std::string> unknown = app.remaining(true);
-        const bool json =
-            std::any_of(argv + 1, argv + words, [](const char *word) { return std::string_view(word) == "--json"; });
+        const std::vector<std::string> unknown = app.remaining(PathOf(app) != "sc"); // whose words are its own
+        const bool json = std::any_of(argv + 1, argv + words, [](const char *word) {
+            return std::string_view(word) == "--json" || std::string_view(word) == "--format=json";
+        });
         if (unknown.empty()) {
             SayWrong(app, json, error.what(), {});
         } else {

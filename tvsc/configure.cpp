@@ -136,6 +136,9 @@ bool MayDelete(Session &session, SC_HANDLE service, const std::string &name, con
     StopOptions stop;
     stop.withDependents = options.withDependents;
     stop.force = options.force;
+    if (options.stop && session.options.dryRun) { // what refuses before anything is stopped
+        return options.withDependents || ClearDependents(session, name, "delete", stop);
+    }
     if (options.stop) return ClearDependents(session, name, "delete", stop) && StopFirst(session, service, name);
     SERVICE_STATUS status = {};
     if (options.force || !tvQueryServiceStatusPassive(service, &status, nullptr)) return true;
@@ -257,8 +260,8 @@ void DeleteNamed(Session &session, const std::string &name, const DeleteOptions 
         Failed(session, name, "delete", ERROR_REGISTRY_IO_FAILED, "not deleted");
         return;
     }
-    if (session.options.dryRun) return Done(session, name, "delete", "would be deleted");
     if (!MayDelete(session, service.get(), name, options)) return;
+    if (session.options.dryRun) return Done(session, name, "delete", "would be deleted");
     if (!DeleteService(service.get())) {
         Failed(session, name, "delete", GetLastError());
         return;

@@ -24,15 +24,11 @@ std::string WhyNot(DWORD code) {
 }
 
 void Drain(Session &session, const std::string &name) {
-    std::string displayName;
-    if (session.options.dryRun) {
-        const DWORD rc = QueryDisplayName(session.manager.get(), name.c_str(), &displayName);
-        if (rc != ERROR_SUCCESS) return Failed(session, name, action, rc);
-        return Done(session, name, action, "its handles would be closed");
-    }
     DWORD closed = 0;
-    const DWORD rc = DrainHandles(session.manager.get(), name, &closed);
+    const bool dryRun = session.options.dryRun;
+    const DWORD rc = DrainHandles(session.manager.get(), name, dryRun ? nullptr : &closed);
     if (rc != ERROR_SUCCESS) return Failed(session, name, action, rc, WhyNot(rc));
+    if (dryRun) return Done(session, name, action, "its handles would be closed");
     Done(session, name, action, fmt::format("gone, with {} handle{}", closed, closed == 1 ? "" : "s"));
 }
 

@@ -14,6 +14,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <sstream>
 
 namespace {
@@ -91,8 +93,12 @@ std::optional<std::string> Edited(Session &session, const std::string &name, con
     const bool isEdited = !file->empty() && RunEditor(*file, &problem);
     LeaveInterruptsToChild(false);
     if (isEdited && ReadTextFile(*file, &edited)) return edited;
-    Failed(session, name, "edit", ERROR_CANTREAD,
-           file->empty() ? problem : fmt::format("{}; the text is in {}", problem, *file));
+    if (isEdited) {
+        problem = fmt::format("the editor has left no text: {}: {}", *file, std::strerror(errno));
+    } else if (!file->empty()) {
+        problem += "; the text is in " + *file;
+    }
+    Failed(session, name, "edit", ERROR_CANTREAD, problem);
     return std::nullopt;
 }
 

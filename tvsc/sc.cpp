@@ -131,6 +131,11 @@ bool ReadNumberWord(const ScCall &call, const std::string &option, const std::ma
     return found != words.end();
 }
 
+bool IsScLock(const std::vector<std::string> &words) {
+    const bool hasHost = !words.empty() && words.front().starts_with("\\\\");
+    return words.size() > (hasHost ? 1U : 0U) && InSmallLetters(words[hasHost ? 1 : 0]) == "lock";
+}
+
 int RunSc(const Options &options, const std::vector<std::string> &words) {
     Session session;
     session.options = options;

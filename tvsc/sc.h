@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+// Whether the words are those of the verb that reads standard input.
+[[nodiscard]] bool IsScLock(const std::vector<std::string> &words);
+
 //   words  the host as \\HOST or nothing, the verb, its arguments
 // Returns the exit status: 0, the Win32 code where it fits into eight bits, else this program's status for the code.
 int RunSc(const Options &options, const std::vector<std::string> &words);

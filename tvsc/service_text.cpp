@@ -238,8 +238,9 @@ void ReadParameters(Reading &reading, const toml::node &node, ServiceText &servi
     RegKey &key = KeyAt(service, parametersKey);
     for (const auto &[name, member] : *table) {
         if (const auto of = MemberOfBytes(name.str()); !of.empty() && table->contains(of)) continue;
-        std::string problem;
-        auto value = ReadMember(*table, std::string(name.str()), &problem);
+        std::string problem = "its name has a NUL in it";
+        std::optional<RegValue> value;
+        if (name.str().find('\0') == std::string::npos) value = ReadMember(*table, std::string(name.str()), &problem);
         if (value) {
             key.values.push_back(std::move(*value));
         } else {
@@ -302,6 +303,9 @@ void ReadService(Reading &reading, const toml::key &heading, const toml::node &n
         const auto name = ReadTextMember(*table, "name", &problem);
         if (!name) return Wrong(reading, node.source(), "name_bytes: " + problem);
         service.name = *name;
+    }
+    if (service.name.find('\0') != std::string::npos) {
+        return Wrong(reading, heading.source(), "a service's name has no NUL in it");
     }
     service.tree.top = KeyOfService(service.name);
     (void)KeyAt(service, "");

@@ -213,6 +213,11 @@ TEST_F(TvscHosts, through_ssh_each_machine_runs_its_own_tvsc) {
     EXPECT_THAT(listed.output, AllOf(HasSubstr("10.77.0.11  web-1\n"), HasSubstr("broken      (exit status 255)\n")));
     EXPECT_THAT(listed.error, HasSubstr("tvsc: broken: no route\n"));
     EXPECT_EQ(ReadFile(folder + "/lines"), "tvsc list --names-only web-1 'it'\\''s'\n");
+    std::filesystem::remove(folder + "/lines");
+    (void)Tvsc({"--host", good, "--ssh", "--parallel=1", "sc", "start", "web-9", "--parallel", "4", "--host=x"},
+               environment);
+    EXPECT_EQ(ReadFile(folder + "/lines"), "tvsc sc start web-9 --parallel 4 '--host=x'\n")
+        << "words of sc are its own";
     EXPECT_EQ(Tvsc({"--ssh", "--host", "-oProxyCommand=x,b", "list"}, environment).status, 2);
     EXPECT_EQ(Tvsc({"--ssh", "list"}, environment).status, 2) << "no machine is named";
 }
@@ -224,6 +229,8 @@ TEST_F(TvscHosts, what_looks_at_files_of_a_machine_is_refused_from_afar) {
         EXPECT_THAT(ended.error, HasSubstr("--ssh"));
     }
     EXPECT_EQ(Tvsc({"--host", List({good, other}), "with-lock", "--", "/bin/true"}).status, 2);
+    EXPECT_THAT(Tvsc({"--host", List({good, other}), "sc", "LOCK"}).error,
+                HasSubstr("holds the lock until its standard input ends"));
     // Each would find it empty, and an empty text with --prune means that everything goes.
     const Ended apply = Tvsc({"--host", List({good, other}), "apply", "--prune", "-"});
     EXPECT_EQ(apply.status, 2);

@@ -234,6 +234,9 @@ TEST_F(TvscSc, drain_lets_a_deleted_service_go_whose_handles_nobody_closes) {
         }
     }
     EXPECT_EQ(Tvsc({"handles", "drain", name}).status, 1); // not marked
+    const Ended live = Tvsc({"handles", "drain", "--dry-run", name});
+    EXPECT_EQ(live.status, 1) << "what is told is what would come of it";
+    EXPECT_THAT(live.error, HasSubstr("is not marked for deletion"));
     EXPECT_THAT(Do({"delete", name}), HasSubstr("marked for deletion"));
     EXPECT_EQ(Do({"handles", "drain", "--dry-run", name}), name + ": its handles would be closed\n");
     EXPECT_TRUE(KeyExists(KeyOf(name)));
@@ -251,6 +254,7 @@ TEST_F(TvscSc, drain_leaves_a_service_alone_that_runs) {
     const Ended drained = Tvsc({"handles", "drain", name});
     EXPECT_EQ(drained.status, 1);
     EXPECT_THAT(drained.error, HasSubstr("is not stopped, and goes when it is: 1056"));
+    EXPECT_EQ(Tvsc({"--dry-run", "handles", "drain", name}).error, drained.error);
     EXPECT_TRUE(KeyExists(KeyOf(name)));
 }
 

@@ -375,6 +375,15 @@ TEST_F(TvscText, edit_gives_up_where_nothing_is_put_right_and_keeps_the_text) {
     EXPECT_EQ(ConfigOf(name).at("start"), "demand");
 }
 
+TEST_F(TvscText, edit_writes_nothing_where_the_editor_leaves_no_text) {
+    CreateSample(name);
+    const Ended ended = With({"VISUAL=rm"}, {"edit", name});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.error, AllOf(HasSubstr("the editor has left no text: "), HasSubstr(": No such file or directory"),
+                                   Not(HasSubstr("the text is in"))));
+    EXPECT_EQ(ConfigOf(name).at("start"), "demand");
+}
+
 TEST_F(TvscText, edit_writes_nothing_over_what_others_changed_meanwhile) {
     CreateSample(name);
     const std::string editor = folder + "/" + name + ".editor";
@@ -399,12 +408,12 @@ TEST_F(TvscText, zz_without_a_daemon_the_registry_alone_is_written_and_that_is_s
     EXPECT_EQ(ReadValue(KeyOf(name), "Start")->data, Dword(2));
     EXPECT_EQ(Do({"clone", name, name + "-2"}), name + "-2: created; holds from the daemon's next start on\n");
     WriteKey(KeyOf(name + "-2"), {{"DeleteFlag", REG_DWORD, Dword(0)}}); // the value counts, whatever it holds
-    const std::string file = File("[services." + name + "-2]\nstart = 'auto'\n");
+    const std::string file = File("[services." + name + "-2]\nstart = 'demand'\n");
     EXPECT_THAT(Fail(154, {"apply", file}), HasSubstr(name + "-2: goes when the daemon starts again"));
     EXPECT_THAT(Fail(154, {"--dry-run", "apply", file}), HasSubstr("1072"));
     EXPECT_THAT(Fail(154, {"clone", name, name + "-2"}), HasSubstr("1072"));
     EXPECT_EQ(With({"VISUAL=true"}, {"edit", name + "-2"}).status, 154);
-    EXPECT_EQ(ReadValue(KeyOf(name + "-2"), "Start")->data, Dword(3));
+    EXPECT_EQ(ReadValue(KeyOf(name + "-2"), "Start")->data, Dword(2));
     DeleteValue(KeyOf(name + "-2"), "DeleteFlag");
     serviceDaemon = StartServiceDaemon();
     EXPECT_THAT(Do({"list", "--names-only", name + "*"}), AllOf(HasSubstr(name + "\n"), HasSubstr(name + "-2\n")));

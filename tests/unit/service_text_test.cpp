@@ -89,6 +89,12 @@ TEST(ServiceText, shows_values_by_what_they_mean) {
     EXPECT_THAT(text, Not(HasSubstr("values")));
 }
 
+TEST(ServiceText, takes_no_name_with_a_nul_in_it_which_would_end_there) {
+    EXPECT_EQ(Errors("[services.\"a\\u0000b\"]\n"), "1: a service's name has no NUL in it\n");
+    EXPECT_EQ(Errors("[services.a]\nname_bytes = 'YQBi'\n"), "1: name_bytes: has a NUL in it\n");
+    EXPECT_THAT(Errors("[services.a.parameters]\n\"a\\u0000b\" = 1\n"), HasSubstr(": its name has a NUL in it\n"));
+}
+
 TEST(ServiceText, tells_a_deletion_that_is_due_in_a_comment_which_nobody_reads_back) {
     ServiceText marked = Service("caf\xE9", {Number(typeValue, 0x10)}), other = Service("other", {});
     marked.isMarked = true;
