@@ -124,6 +124,7 @@ void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string 
         std::vector<ListedService> all;
         const DWORD why = EnumerateDependencies(service, SERVICE_STATE_ALL, &all);
         if (why != ERROR_SUCCESS) Note(session, fmt::format("  its dependencies: {}", CodeText(why)));
+        if (why == ERROR_CIRCULAR_DEPENDENCY) session.results.back().exitStatus = ExitStatusOf(why);
     } else if (code == ERROR_SERVICE_ALREADY_RUNNING && IsThisMachine(session.options)) {
         const pid_t other = FindOtherRun(name);
         if (other != 0) Note(session, fmt::format("  process {} of an earlier start still runs; end it first", other));

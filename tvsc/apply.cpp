@@ -12,6 +12,7 @@
 #include "svcapi/client.h"
 #include "tvsc/apply_output.h"
 #include "tvsc/config_words.h"
+#include "tvsc/names.h"
 #include "tvsc/reachability.h"
 #include "tvsc/report.h"
 #include "tvsc/service_check.h"
@@ -25,6 +26,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -250,6 +252,33 @@ DWORD PlanService(const Session &session, const ServiceText &said, const ApplyRu
     return CheckService(session.options, plan->before, plan->wanted, problem);
 }
 
+// Those that are there when all is done.
+std::vector<std::string> KnownNames(const Session &session, const std::vector<PlannedService> &plans) {
+    std::vector<std::string> names;
+    std::string ignored; // without the list there is less to tell
+    if (session.manager == nullptr) {
+        (void)ListServiceKeys(session.options.host, &names, &ignored);
+    } else if (std::vector<ListedService> services;
+               EnumerateAllServices(session.manager.get(), &services) == ERROR_SUCCESS) {
+        names = NamesOf(services);
+    }
+    for (const PlannedService &plan : plans) {
+        names.push_back(plan.wanted.name);
+    }
+    return names;
+}
+
+// What services are made to depend on and is not there.
+void NoteUnknownDependencies(const Session &session, const std::vector<PlannedService> &plans) {
+    std::optional<std::vector<std::string>> known;
+    for (const PlannedService &plan : plans) {
+        const RegValue *value = FindValue(plan.wanted, dependenciesValue);
+        if (value == nullptr || !Differs(plan.applied.differences, dependenciesValue)) continue;
+        if (!known) known = KnownNames(session, plans);
+        NoteUnknownDependencies(session, SplitMultiString(value->data), *known);
+    }
+}
+
 DWORD CarryOut(Session &session, const PlannedService &plan, std::string *problem) {
     if (plan.applied.change == Change::none) return ERROR_SUCCESS;
     if (session.manager != nullptr) {
@@ -310,6 +339,7 @@ bool ApplyServices(Session &session, const std::vector<ServiceText> &said, const
         plans.push_back(std::move(plan));
     }
     if (!isRight) return false;
+    NoteUnknownDependencies(session, plans);
     for (PlannedService &plan : plans) {
         std::string problem;
         const DWORD rc = session.options.dryRun ? DWORD{ERROR_SUCCESS} : CarryOut(session, plan, &problem);

@@ -174,19 +174,10 @@ void RemoveUnusedLauncher(Session &session, const std::string &name) {
     }
 }
 
-// The daemon passes over a dependency that names nothing, at every start.
-void NoteUnknownDependencies(Session &session, const std::vector<std::string> &dependencies) {
+void NoteUnknownAmong(Session &session, const std::vector<std::string> &dependencies) {
     std::vector<ListedService> services;
     if (dependencies.empty() || EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return;
-    for (const std::string &dependency : dependencies) {
-        const bool isKnown = dependency.front() == SC_GROUP_IDENTIFIERA ||
-                             std::any_of(services.begin(), services.end(),
-                                         [&](const ListedService &service) { return service.name == dependency; });
-        if (!isKnown) {
-            Note(session,
-                 fmt::format("tvsc: {}: no such service; as long as there is none, it is passed over", dependency));
-        }
-    }
+    NoteUnknownDependencies(session, dependencies, NamesOf(services));
 }
 
 // Changes what tvhost runs for a service, and makes it one of tvhost's where a command is named. Returns whether that
@@ -228,7 +219,10 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
         return;
     }
     if (SaysAnything(config.run) && !ChangeProgram(session, service.get(), name, config.run, &config.image)) return;
-    if (session.options.dryRun) return Done(session, name, "config", "would be changed");
+    if (session.options.dryRun) {
+        NoteUnknownAmong(session, SplitAtCommas(config.dependencies.value_or("")));
+        return Done(session, name, "config", "would be changed");
+    }
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(SplitAtCommas(config.dependencies.value_or("")));
     const BOOL changed = ChangeServiceConfigA(
@@ -237,7 +231,7 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
         config.tag ? &tag : nullptr, config.dependencies ? dependencies.c_str() : nullptr, OrNull(config.user), nullptr,
         OrNull(config.display));
     if (changed) {
-        NoteUnknownDependencies(session, SplitAtCommas(config.dependencies.value_or("")));
+        NoteUnknownAmong(session, SplitAtCommas(config.dependencies.value_or("")));
         const std::string since = SaysAnything(config.run) ? "; holds from its next start on" : "";
         Done(session, name, "config", (config.tag ? fmt::format("changed, tag {}", tag) : "changed") + since);
     } else {
@@ -290,13 +284,15 @@ int RunCreate(Session &session, const CreateOptions &create) {
     DWORD prepared = PrepareImage(session, create, &parameters, &program, &image, &problem);
     if (prepared == ERROR_SUCCESS && program) prepared = CheckSharedLauncher(session, create, &problem);
     if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
+    std::vector<std::string> needed = create.dependencies;
+    std::erase(needed, ""); // which would end the list
     if (session.options.dryRun) {
+        NoteUnknownAmong(session, needed);
+        NoteMissingShell(session, create);
         Done(session, create.name, "create", fmt::format("would be created with the image {}", image));
         return Finish(session);
     }
     DWORD tag = 0;
-    std::vector<std::string> needed = create.dependencies;
-    std::erase(needed, ""); // which would end the list
     const std::string dependencies = JoinMultiString(needed);
     const ServiceHandle service(CreateServiceA(
         session.manager.get(), create.name.c_str(), create.display.empty() ? nullptr : create.display.c_str(),
@@ -315,7 +311,7 @@ int RunCreate(Session &session, const CreateOptions &create) {
         (void)WithdrawService(service.get()); // half a service is none
         return Refuse(session, create.name, "create", written, problem);
     }
-    NoteUnknownDependencies(session, needed);
+    NoteUnknownAmong(session, needed);
     NoteMissingShell(session, create);
     Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");
     return Finish(session);

@@ -39,12 +39,7 @@ void TellUnknown(Session &session, const std::string &pattern, const std::string
     Failed(session, pattern, action, rc);
     std::vector<std::string> similar = MeansSeveral(pattern, services);
     if (similar.empty()) {
-        std::vector<std::string> known;
-        known.reserve(services.size());
-        for (const ListedService &service : services) {
-            known.push_back(service.name);
-        }
-        similar = SimilarNames(pattern, known);
+        similar = SimilarNames(pattern, NamesOf(services));
     }
     if (rc != ERROR_SERVICE_DOES_NOT_EXIST || similar.empty()) return;
     session.results.back().suggested = similar;
@@ -129,11 +124,26 @@ std::vector<ListedService> ResolveAmong(Session &session, const std::vector<std:
     return resolved;
 }
 
-std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
-                                      const std::string &action) {
+std::vector<std::string> NamesOf(const std::vector<ListedService> &services) {
     std::vector<std::string> names;
-    for (const ListedService &service : ResolveServices(session, patterns, action)) {
+    names.reserve(services.size());
+    for (const ListedService &service : services) {
         names.push_back(service.name);
     }
     return names;
+}
+
+void NoteUnknownDependencies(const Session &session, const std::vector<std::string> &dependencies,
+                             const std::vector<std::string> &known) {
+    for (const std::string &dependency : dependencies) {
+        const bool isGroup = dependency.starts_with(SC_GROUP_IDENTIFIERA);
+        if (isGroup || std::find(known.begin(), known.end(), dependency) != known.end()) continue;
+        Note(session,
+             fmt::format("tvsc: {}: no such service; as long as there is none, it is passed over", dependency));
+    }
+}
+
+std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
+                                      const std::string &action) {
+    return NamesOf(ResolveServices(session, patterns, action));
 }

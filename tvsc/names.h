@@ -24,6 +24,14 @@ using MeantServices = std::vector<const ListedService *>;
 [[nodiscard]] std::vector<ListedService> ResolveAmong(Session &session, const std::vector<std::string> &patterns,
                                                       const std::string &action,
                                                       const std::vector<ListedService> &services);
-// The names of these.
+[[nodiscard]] std::vector<std::string> NamesOf(const std::vector<ListedService> &services);
+
+// Tells those of a service's dependencies that are nobody's name; groups, with a leading +, are none. The daemon passes
+// over them at every start.
+//   known  the names of services that are there
+void NoteUnknownDependencies(const Session &session, const std::vector<std::string> &dependencies,
+                             const std::vector<std::string> &known);
+
+// The names of those that patterns mean.
 [[nodiscard]] std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
                                                     const std::string &action);

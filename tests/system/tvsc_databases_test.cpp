@@ -131,7 +131,7 @@ TEST_F(TvscDatabases, cyclic) {
     EXPECT_THAT(Watch(0), HasSubstr("b: -> stopped"));
     EXPECT_THAT(Tvsc({"graph", "--format", "dot"}).output, HasSubstr("color=red"));
     EXPECT_THAT(Tvsc({"explain", "a"}).output, HasSubstr("1059"));
-    EXPECT_THAT(Look(1, {"start", "a"}), HasSubstr("1059"));
+    EXPECT_THAT(Look(6, {"start", "a"}), HasSubstr("1059"));
     (void)Hosts(0);
 }
 

@@ -73,6 +73,45 @@ TEST_F(TvscTells, a_dry_run_changes_nothing) {
     EXPECT_EQ(Tvsc({"status", name + "-2"}).status, 4);
 }
 
+TEST_F(TvscTells, delete_with_dry_run_refuses_what_delete_would_refuse) {
+    CreateSample(name);
+    CreateSample(name + "-needs", "", {"--depends", name});
+    (void)Do({"start", "--with-deps", name + "-needs"});
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"delete", name}, {"delete", "--stop", name}}) {
+        std::vector<std::string> dry = words;
+        dry.insert(dry.begin(), "--dry-run");
+        const Ended told = Tvsc(dry), done = Tvsc(words);
+        EXPECT_EQ(told.status, done.status);
+        EXPECT_EQ(told.error, done.error);
+        EXPECT_NE(told.status, 0);
+    }
+    EXPECT_THAT(Do({"--dry-run", "delete", "--stop", "--with-dependents", name}), HasSubstr("would be deleted"));
+    EXPECT_THAT(Do({"--dry-run", "delete", "--force", name}), HasSubstr("would be deleted"));
+    EXPECT_EQ(StateOf(name + "-needs"), "running");
+}
+
+TEST_F(TvscTells, a_dependency_that_is_not_there_is_told_by_whatever_makes_one) {
+    CreateSample(name);
+    const std::string unknown = name + "-none", words = unknown + ": no such service; ";
+    const std::string file = folder + "/" + name + ".toml", script = folder + "/" + name + ".csh";
+    WriteFile(file, "[services." + name + "]\ndepends_on = [ '" + unknown + "', '+group', '" + name +
+                        "-new', 'zero' ]\n" + "[services." + name + "-new]\nimage_path = '" + script + "'\n");
+    const std::vector<std::vector<std::string>> commands = {
+        {"--dry-run", "create", name + "-2", "--image", script, "--depends", unknown + ",zero,+group"},
+        {"create", name + "-2", "--image", script, "--depends", unknown + ",zero,+group"},
+        {"--dry-run", "config", name, "--depends", unknown},
+        {"--dry-run", "apply", file},
+        {"apply", file}};
+    for (const std::vector<std::string> &command : commands) {
+        const Ended told = Tvsc(command);
+        EXPECT_EQ(told.status, 0) << told.error;
+        EXPECT_THAT(told.error, HasSubstr(words)) << testing::PrintToString(command);
+        EXPECT_EQ(told.error.find("no such service"), told.error.rfind("no such service")) << told.error;
+    }
+    EXPECT_EQ(Tvsc({"apply", file}).error, "") << "what stands there already is not told again";
+}
+
 // --- what a service runs ---
 
 TEST_F(TvscTells, show_tells_the_command_and_config_changes_it) {
