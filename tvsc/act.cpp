@@ -10,6 +10,7 @@
 #include "svcapi/image_launcher.h"
 #include "svcapi/pid_file.h"
 #include "tvsc/logs.h"
+#include "tvsc/mask.h"
 #include "tvsc/names.h"
 #include "tvsc/plan_act.h"
 #include "tvsc/report.h"
@@ -177,12 +178,17 @@ ServiceHandle OpenAndLook(Session &session, const std::string &name, const char 
     return nullptr;
 }
 
-// The daemon starts disabled services like any other: keeping them from it is the client's work.
-bool IsDisabled(Session &session, SC_HANDLE service, const std::string &name) {
+// The daemon starts disabled services like any other: keeping them from it is the client's work. The start of a masked
+// one would fail, with a code that does not say why.
+bool IsKeptFromStarting(Session &session, SC_HANDLE service, const std::string &name, const char *action, bool force) {
     ServiceConfig config;
-    if (QueryConfig(service, &config) != ERROR_SUCCESS || config.startType != SERVICE_DISABLED) return false;
-    Failed(session, name, "start", ERROR_SERVICE_DISABLED, "not started");
-    Note(session, fmt::format("  try: tvsc enable {}, or once only: tvsc start --force {}", name, name));
+    if (QueryConfig(service, &config) != ERROR_SUCCESS) return false;
+    const bool isMasked = IsMasked(config.account);
+    if (!isMasked && (force || config.startType != SERVICE_DISABLED)) return false;
+    Failed(session, name, action, ERROR_SERVICE_DISABLED,
+           fmt::format("not {}ed{}", action, isMasked ? ": it is masked" : ""));
+    Note(session, isMasked ? fmt::format("  try: tvsc unmask {}", name)
+                           : fmt::format("  try: tvsc enable {0}, or once only: tvsc {1} --force {0}", name, action));
     return true;
 }
 
@@ -191,9 +197,8 @@ bool StartOne(Session &session, const std::string &name, const StartOptions &sta
     const ServiceHandle service = OpenAndLook(session, name, "start", &status);
     if (service == nullptr) return false;
     (void)SettleIfGone(session, service.get(), name, &status); // then it is stopped
-    if (status.dwCurrentState == SERVICE_STOPPED && !start.force && IsDisabled(session, service.get(), name)) {
-        return false;
-    }
+    const bool isStopped = status.dwCurrentState == SERVICE_STOPPED;
+    if (isStopped && IsKeptFromStarting(session, service.get(), name, "start", start.force)) return false;
     switch (status.dwCurrentState) {
     case SERVICE_STOPPED: return StartOpened(session, service.get(), name, start);
     case SERVICE_RUNNING: Done(session, name, "start", "already running"); return true;
@@ -379,6 +384,9 @@ int RunRestart(Session &session, const StopOptions &restart) {
         std::vector<std::string> stopped; // that depend on it
         StartOptions start;
         start.force = restart.force;
+        // Before it is stopped: it would stay so.
+        const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
+        if (service != nullptr && IsKeptFromStarting(session, service.get(), name, "restart", restart.force)) continue;
         const bool isDown =
             ClearDependents(session, name, "restart", restart, &stopped) && StopOne(session, name, true);
         if (isDown && StartOne(session, name, start)) StartAgain(session, stopped);

@@ -12,6 +12,7 @@
 #include "svcapi/client.h"
 #include "tvsc/apply_output.h"
 #include "tvsc/config_words.h"
+#include "tvsc/mask.h"
 #include "tvsc/names.h"
 #include "tvsc/reachability.h"
 #include "tvsc/report.h"
@@ -138,7 +139,8 @@ DWORD ChangeOpened(const Session &session, SC_HANDLE service, const ServiceText 
     const bool isDaemons = std::any_of(std::begin(valuesOfDaemon), std::end(valuesOfDaemon),
                                        [&](const char *name) { return Differs(differences, name); });
     if (!isDaemons) return WriteRest(session, wanted, problem);
-    const bool hasAccount = FindValue(wanted, accountValue) != nullptr; // taken away it is by the registry
+    // The daemon takes none that no user has, and takes none away: what it is not told is written behind that.
+    const bool hasAccount = FindValue(wanted, accountValue) != nullptr && !IsMasked(account);
     if (!ChangeServiceConfigA(service, number(typeValue), number(startTypeValue), number(errorControlValue),
                               OrNull(Differs(differences, imagePathValue), image),
                               OrNull(Differs(differences, groupValue), group), nullptr,
@@ -160,7 +162,7 @@ DWORD Create(Session &session, const ServiceText &wanted, std::string *problem) 
         session.manager.get(), wanted.name.c_str(), display.c_str(), SERVICE_ALL_ACCESS,
         NumberIn(wanted, typeValue, SERVICE_WIN32_OWN_PROCESS), NumberIn(wanted, startTypeValue, SERVICE_DEMAND_START),
         NumberIn(wanted, errorControlValue, SERVICE_ERROR_NORMAL), image.c_str(), group.c_str(), nullptr,
-        dependencies.size() > 1 ? dependencies.c_str() : nullptr, account.c_str(), nullptr));
+        dependencies.size() > 1 ? dependencies.c_str() : nullptr, IsMasked(account) ? "" : account.c_str(), nullptr));
     if (service == nullptr) return GetLastError();
     const DWORD rc = WriteRest(session, wanted, problem);
     if (rc != ERROR_SUCCESS) (void)WithdrawService(service.get()); // half a service is none

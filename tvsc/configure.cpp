@@ -12,6 +12,7 @@
 #include "tvsc/act.h"
 #include "tvsc/host_launcher.h"
 #include "tvsc/liveness.h"
+#include "tvsc/mask.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/waiting.h"
@@ -217,6 +218,10 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
     if (service == nullptr) {
         Failed(session, name, "config", GetLastError());
         return;
+    }
+    ServiceConfig present;
+    if (config.user && QueryConfig(service.get(), &present) == ERROR_SUCCESS && IsMasked(present.account)) {
+        return Failed(session, name, "config", ERROR_SERVICE_DISABLED, "it is masked; first: tvsc unmask " + name);
     }
     if (SaysAnything(config.run) && !ChangeProgram(session, service.get(), name, config.run, &config.image)) return;
     if (session.options.dryRun) {

@@ -2,6 +2,7 @@
 // configure_commands: the commands that create, change and delete services, on the command line.
 #include "tvsc/commands.h"
 #include "tvsc/config_words.h"
+#include "tvsc/mask.h"
 
 namespace {
 
@@ -109,6 +110,13 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
         AddCommand(app, line, "disable", "Have nobody start services",
                    [&line](Session &session) { return RunSwitch(session, "disable", line.names, SERVICE_DISABLED); }),
         line);
+
+    AddNames(AddCommand(app, line, "mask", "Have nothing start services, whoever asks",
+                        [&line](Session &session) { return RunMask(session, line.names); }),
+             line);
+    AddNames(AddCommand(app, line, "unmask", "Have masked services be what they were",
+                        [&line](Session &session) { return RunUnmask(session, line.names); }),
+             line);
 
     CLI::App *deletion = AddCommand(app, line, "delete", "Delete services", [&line](Session &session) {
         line.deletion.names = line.names;

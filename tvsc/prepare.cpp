@@ -5,6 +5,7 @@
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
 #include "svcapi/service_files.h"
+#include "tvsc/mask.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 
@@ -23,7 +24,7 @@ DWORD ReadAccount(HKEY services, const char *name, std::string *account) {
     const KeyGuard closed(&key);
     TextBuffer text = {};
     rc = ReadText(key, accountValue, text);
-    *account = rc == ERROR_SUCCESS ? text : "";
+    *account = rc == ERROR_SUCCESS ? WithoutMask(text) : "";
     return rc == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_SUCCESS} : rc;
 }
 

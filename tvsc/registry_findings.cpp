@@ -5,6 +5,7 @@
 #include "tvsc/boot_words.h"
 #include "tvsc/findings.h"
 #include "tvsc/hosted_settings.h"
+#include "tvsc/mask.h"
 #include "tvsc/words.h"
 #include "util/shell_quoted.h"
 
@@ -115,6 +116,9 @@ void CheckAccount(const BootService &service, Findings *findings) {
         findings->push_back({FindingLevel::warn, "start", service.name, "its account is empty",
                              "an empty account means user id 0, not the daemon's user",
                              fmt::format("tvreg delete {} -v {}", QuotedServiceKey(service.name), accountValue)});
+    } else if (IsMasked(*account)) {
+        findings->push_back({FindingLevel::info, "start", service.name, "it is masked", "nobody can start it",
+                             fmt::format("tvsc unmask {}", ShellQuoted(service.name))});
     } else if (getpwnam(account->c_str()) == nullptr) {
         findings->push_back({FindingLevel::fail, "start", service.name,
                              fmt::format("its account {} is no user of this machine", *account),

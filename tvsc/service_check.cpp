@@ -8,6 +8,7 @@
 #include "tvhost/parameters.h"
 #include "tvreg/value_text.h"
 #include "tvsc/hosted_settings.h"
+#include "tvsc/mask.h"
 #include "util/little_endian.h"
 #include "util/names.h"
 #include "util/string_list.h"
@@ -77,7 +78,7 @@ DWORD CheckImage(const Options &options, const ServiceText &before, const Servic
 DWORD CheckAccount(const Options &options, const ServiceText &before, const ServiceText &after, std::string *problem) {
     const RegValue *account = FindValue(after, accountValue);
     if (account == nullptr || !IsThisMachine(options) || HasSame(before, *account)) return ERROR_SUCCESS;
-    const std::string name = account->data.c_str();
+    const std::string name = WithoutMask(account->data.c_str());
     *problem = fmt::format("there is no account {}", name);
     return name.empty() || getpwnam(name.c_str()) != nullptr ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
 }
