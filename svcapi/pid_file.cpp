@@ -21,12 +21,13 @@ constexpr char stoppedMark = 's';
 PidHint HintOf(const RuntimeFile &file) {
     PidHint hint;
     hint.writtenAt = file.writtenAt;
-    std::uint64_t start = 0;
     char mark = '\0';
-    if (std::sscanf(file.text.c_str(), "%d %" SCNu64 " %c", &hint.pid, &start, &mark) < 1 || hint.pid <= 0) return {};
+    if (std::sscanf(file.text.c_str(), "%d %" SCNu64 " %c", &hint.pid, &hint.startTicks, &mark) < 1 || hint.pid <= 0)
+        return {};
     hint.stopped = mark == stoppedMark;
     const bool exists = kill(hint.pid, 0) == 0 || errno == EPERM;
-    hint.alive = exists && (start == 0 || IsSameProcess(hint.pid, start)) && IsBelieved(hint.pid, file.owner);
+    hint.alive = exists && (hint.startTicks == 0 || IsSameProcess(hint.pid, hint.startTicks)) &&
+                 IsBelieved(hint.pid, file.owner);
     return hint;
 }
 

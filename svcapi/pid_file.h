@@ -33,7 +33,8 @@ void MarkPidFileStopped(const std::string &serviceName);
 [[nodiscard]] pid_t FindOtherRun(const std::string &serviceName);
 
 struct PidHint {
-    pid_t pid = 0; // 0 when there is no hint
+    pid_t pid = 0;                // 0 when there is no hint
+    std::uint64_t startTicks = 0; // of its start (process_stat.h); 0: not told
     bool alive = false;
     bool stopped = false;       // it has told the service's end
     std::int64_t writtenAt = 0; // seconds since the epoch

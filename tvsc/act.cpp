@@ -418,23 +418,3 @@ int RunWait(Session &session, const std::vector<std::string> &names, DWORD state
     }
     return Finish(session);
 }
-
-int RunReset(Session &session, const std::vector<std::string> &names) {
-    for (const std::string &name : ResolveNames(session, names, "reset")) {
-        const ServiceHandle service = OpenFor(session, name, "reset");
-        if (service == nullptr) continue;
-        SERVICE_STATUS status = {};
-        if (tvQueryServiceStatusPassive(service.get(), &status, nullptr) && status.dwCurrentState == SERVICE_STOPPED) {
-            Done(session, name, "reset", "already stopped");
-            continue;
-        }
-        if (session.options.dryRun) {
-            Done(session, name, "reset", "would be stopped, 1067");
-        } else if (tvDeclareServiceDead(service.get())) {
-            Done(session, name, "reset", "stopped, 1067; a process that it may still have was left alone");
-        } else {
-            Failed(session, name, "reset", GetLastError());
-        }
-    }
-    return Finish(session);
-}

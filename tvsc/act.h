@@ -35,4 +35,3 @@ int RunControl(Session &session, const std::vector<std::string> &names, DWORD co
 constexpr DWORD waitForFailure = 100;
 constexpr DWORD waitForDeletion = 101;
 int RunWait(Session &session, const std::vector<std::string> &names, DWORD state);
-int RunReset(Session &session, const std::vector<std::string> &names);

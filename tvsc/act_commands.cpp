@@ -81,7 +81,13 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
     wait->add_option("--for", line.waitState, "running, stopped, paused, failed or deleted")
         ->transform(ReadWord(waitStates))
         ->type_name("STATE");
-    AddNames(AddCommand(app, line, "reset", "Have the daemon forget a service that is not there any more",
-                        [&line](Session &session) { return RunReset(session, line.names); }),
-             line);
+    CLI::App *reset = AddCommand(app, line, "reset", "Have the daemon forget a service that is not there any more",
+                                 [&line](Session &session) {
+                                     line.reset.names = line.names;
+                                     return RunReset(session, line.reset);
+                                 });
+    AddNames(reset, line);
+    auto *ending = reset->add_flag("--kill", line.reset.kill, "End the processes that it has left, too");
+    reset->add_flag("-y,--yes", line.reset.yes, "Without asking at a terminal")->needs(ending);
+    AddTimeout(reset, line);
 }

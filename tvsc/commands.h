@@ -10,6 +10,7 @@
 #include "tvsc/hosts.h"
 #include "tvsc/logs.h"
 #include "tvsc/look.h"
+#include "tvsc/reset.h"
 #include "tvsc/watch.h"
 
 #include <CLI/CLI.hpp>
@@ -40,6 +41,7 @@ struct CommandLine {
     CreateOptions create;
     ConfigOptions config;
     DeleteOptions deletion;
+    ResetOptions reset;
     TextFormat textFormat = TextFormat::toml;
     ApplyOptions apply;
     std::string newName;

@@ -8,6 +8,7 @@
 #include "servd/programs.h"
 #include "svcapi/process_stat.h"
 #include "tvhost/process_tree.h"
+#include "tvsc/end_process.h"
 #include "tvsc/json_output.h"
 #include "tvsc/report.h"
 #include "tvsc/table.h"
@@ -16,16 +17,12 @@
 #include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
-#include <signal.h>
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
 namespace {
 
 constexpr std::uint32_t mostProcesses = 1u << 22; // the kernel gives no higher process id
-constexpr auto endPause = std::chrono::milliseconds(50);
 
 RegisteredService LookAt(pid_t process) {
     ProcessStat stat;
@@ -33,25 +30,11 @@ RegisteredService LookAt(pid_t process) {
     return {process, isAlive, isAlive && !IsServiceDaemon(stat.parent)};
 }
 
-bool HasEnded(const TreeProcess &process, double timeoutSec) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSec);
-    // One whose end nobody has taken yet has ended all the same.
-    ProcessStat stat;
-    while (ReadProcessStat(process.process, &stat) && stat.state != 'Z' && stat.startTicks == process.startTicks) {
-        if (std::chrono::steady_clock::now() > limit) return false;
-        std::this_thread::sleep_for(endPause);
-    }
-    return true;
-}
-
 void End(Session &session, const RegisteredService &service) {
     const std::string name = fmt::format("process {}", service.process);
     const TreeProcess process = {service.process, StartOfProcess(service.process), false};
     if (session.options.dryRun) return Done(session, name, "leftovers", "would be ended");
-    SignalProcess(process, SIGTERM);
-    if (!HasEnded(process, session.options.waitTimeoutSec)) SignalProcess(process, SIGKILL);
-    constexpr double killSec = 5;
-    if (HasEnded(process, killSec)) return Done(session, name, "leftovers", "ended");
+    if (EndProcess(process, session.options.waitTimeoutSec)) return Done(session, name, "leftovers", "ended");
     Failed(session, name, "leftovers", ERROR_ACCESS_DENIED, "still there");
 }
 

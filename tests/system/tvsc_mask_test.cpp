@@ -113,4 +113,111 @@ TEST_F(TvscMask, a_service_of_a_shared_process_cannot_be_masked) {
     EXPECT_FALSE(ReadValue(KeyOf(name), accountValue));
 }
 
+// --- reset with --kill ---------------------------------------------------------------------------------------------
+
+struct TvscReset : TvscMask {
+    std::string HintOf(const std::string &service) { return "/run/tv/services/" + service + ".pid"; }
+    static bool HasEnded(pid_t process) {
+        ProcessStat stat;
+        return !ReadProcessStat(process, &stat) || stat.state == 'Z';
+    }
+    // A service that runs on and that the daemon has as stopped.
+    pid_t StartAndForget() {
+        CreateSample(name);
+        Do({"start", name});
+        const pid_t process = ProcessOf(name);
+        Do({"reset", name});
+        EXPECT_EQ(StateOf(name), "stopped");
+        EXPECT_FALSE(HasEnded(process));
+        return process;
+    }
+    Ended AtTerminal(const std::string &answer, const std::string &words) {
+        return RunAndRead({.command = {"/bin/sh", "-c",
+                                       "{ sleep 0.5; echo '" + answer + "'; sleep 1; } | script -qec '" +
+                                           ProgramPath("tvsc") + " " + words + "' /dev/null"}},
+                          60000);
+    }
+};
+
+TEST_F(TvscReset, kill_ends_the_process_that_is_left_of_a_service) {
+    const pid_t process = StartAndForget();
+    const std::string what = "process " + std::to_string(process) + " (tvsample)";
+    EXPECT_EQ(Do({"--dry-run", "reset", "--kill", name}), name + ": already stopped; would end " + what + "\n");
+    EXPECT_FALSE(HasEnded(process));
+    EXPECT_EQ(Do({"reset", "--kill", "-y", name}), name + ": stopped; ended " + what + "\n");
+    EXPECT_TRUE(HasEnded(process));
+    EXPECT_EQ(Do({"reset", "--kill", "-y", name}), name + ": already stopped\n");
+    EXPECT_EQ(Do({"start", name}), name + ": running\n");
+}
+
+TEST_F(TvscReset, kill_ends_an_active_service_that_takes_no_control) {
+    CreateSample(name);
+    Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    kill(process, SIGSTOP);
+    EXPECT_THAT(Do({"reset", "--kill", "-y", "--timeout", "200ms", name}), HasSubstr(": stopped; ended process "));
+    EXPECT_TRUE(HasEnded(process));
+    EXPECT_EQ(StateOf(name), "stopped");
+    EXPECT_EQ(StatusOf(name).at("exit").at("win32"), ERROR_PROCESS_ABORTED);
+}
+
+TEST_F(TvscReset, kill_asks_at_a_terminal_and_ends_nothing_without_a_yes) {
+    const pid_t process = StartAndForget();
+    const Ended no = AtTerminal("n", "reset --kill " + name);
+    EXPECT_THAT(no.output, AllOf(HasSubstr(name + ": end process " + std::to_string(process) + " (tvsample)? [y/N] "),
+                                 HasSubstr(name + ": left as it is")));
+    EXPECT_EQ(no.status, 1);
+    EXPECT_FALSE(HasEnded(process));
+    const Ended yes = AtTerminal("y", "reset --kill " + name);
+    EXPECT_THAT(yes.output, HasSubstr("stopped; ended process"));
+    EXPECT_EQ(yes.status, 0);
+    EXPECT_TRUE(HasEnded(process));
+}
+
+TEST_F(TvscReset, kill_ends_no_process_that_may_be_another_one) {
+    CreateSample(name);
+    for (const std::string &hint : {std::to_string(getpid()) + " 1\n", std::to_string(getpid()) + "\n"}) {
+        WriteFile(HintOf(name), hint); // of this test, by number only
+        EXPECT_EQ(Do({"reset", "--kill", "-y", name}), name + ": already stopped\n");
+    }
+    std::filesystem::remove(HintOf(name));
+    CreateSample(name + "-other");
+    Do({"start", name, name + "-other"});
+    const pid_t other = ProcessOf(name + "-other");
+    WriteFile(HintOf(name), ReadFile(HintOf(name + "-other")));
+    EXPECT_THAT(Fail(1, {"reset", "--kill", "-y", name}),
+                HasSubstr("process " + std::to_string(other) + " (tvsample) is that of " + name +
+                          "-other, too; nothing is ended: 1056"));
+    EXPECT_FALSE(HasEnded(other));
+    EXPECT_EQ(StateOf(name), "running");
+}
+
+TEST_F(TvscReset, kill_ends_tvhost_and_what_it_runs) {
+    Do({"create", name, "--", "/bin/sh", "-c", "trap '' TERM; while :; do sleep 1; done", "sh"});
+    Do({"start", name});
+    const pid_t program = StatusOf(name).at("program").at("pid"), host = ProcessOf(name);
+    Do({"reset", name});
+    EXPECT_FALSE(HasEnded(host) || HasEnded(program));
+    EXPECT_THAT(Do({"reset", "--kill", "-y", "--timeout", "1s", name}),
+                AllOf(StartsWith(name + ": stopped; ended process " + std::to_string(host) + " (tvhost), process " +
+                                 std::to_string(program) + " (sh)")));
+    EXPECT_TRUE(HasEnded(host) && HasEnded(program));
+}
+
+TEST_F(TvscReset, kill_is_for_this_machine_and_yes_is_for_kill) { EXPECT_EQ(Tvsc({"reset", "-y", "zero"}).status, 2); }
+
+// --- with another daemon, last -------------------------------------------------------------------------------------
+
+TEST_F(TvscReset, zz_a_masked_service_is_not_started_with_the_daemon_and_holds_up_nobody) {
+    CreateSample(name, "", {"--start", "auto"});
+    CreateSample(name + "-needs", "", {"--start", "auto", "--depends", name}); // the daemon tries it for this one, too
+    CreateSample(name + "-alone", "", {"--start", "auto"});
+    Do({"mask", name});
+    Do({"daemon", "stop"});
+    serviceDaemon = StartServiceDaemon();
+    EXPECT_EQ(StateOf(name), "stopped");
+    EXPECT_EQ(StateOf(name + "-alone"), "running");
+    EXPECT_EQ(ReadLog(name), "");
+}
+
 } // namespace
