@@ -7,8 +7,10 @@
 
 #include "tvsc/commands.h"
 #include "tvsc/completion.h"
+#include "tvsc/config_file.h"
 #include "tvsc/report.h"
 #include "tvsc/sc.h"
+#include "tvsc/waiting.h"
 #include "util/printable.h"
 #include "util/similar_names.h"
 #include "util/usage.h"
@@ -18,12 +20,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
 
 constexpr int mostParallel = 1000;
 constexpr double shortestCallSec = 0.001; // no time at all would mean not to wait for an answer
+
+const std::map<std::string, OutputFormat> outputFormats = {{"table", OutputFormat::table},
+                                                           {"json", OutputFormat::json},
+                                                           {"jsonl", OutputFormat::jsonl},
+                                                           {"tsv", OutputFormat::tsv}};
 
 void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_option("--host", line.options.host, "Host of the daemon, or several with commas between them")
@@ -43,10 +51,20 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
         ->transform(ReadTime(shortestCallSec))
         ->type_name("TIME")
         ->capture_default_str();
-    app.add_flag("--json", line.options.json, "Write JSON to standard output");
+    app.add_option("--format", line.format,
+                   "table, json, jsonl (a row on each line) or tsv (columns, tabs between them)")
+        ->transform(CLI::CheckedTransformer(outputFormats))
+        ->type_name("FORMAT");
+    app.add_flag("--json", line.json, "The same as --format=json");
+    app.add_flag("--no-legend", line.hidesLegend, "Tables without a heading and without a last line that sums up");
+    app.add_flag("-v,--verbose", line.verbose, "Tell each state on the way to the one that is waited for");
     app.add_flag("--trace", line.options.trace, "Tell each call to the daemon on standard error");
     app.add_flag("-q,--quiet", line.options.quiet, "Tell failures only");
-    app.add_flag("--dry-run", line.options.dryRun, "Tell what would be done, and do nothing");
+    app.add_flag("-n,--dry-run", line.options.dryRun, "Tell what would be done, and do nothing");
+    app.add_option("--timeout", line.options.waitTimeoutSec, "Longest wait for a state, where a command waits for one")
+        ->transform(ReadTime())
+        ->type_name("TIME")
+        ->capture_default_str();
     app.add_option("--color", line.options.colour, "Colours: auto (at a terminal), always or never")
         ->envname("TVSC_COLOR")
         ->transform(CLI::CheckedTransformer(std::map<std::string, ColourWhen>{
@@ -214,14 +232,57 @@ HostsCommand ReadHostsCommand(const CLI::App &app, const CommandLine &line, int 
     const std::string path = PathOf(app);
     command.words = WordsWithoutHosts(argc, argv, path == "sc");
     command.json = line.options.json;
+    if (command.json && app.count("--json") == 0 && app.count("--format") == 0) {
+        command.words.insert(command.words.begin(), "--json"); // theirs to know
+    }
     command.listsServices = path.empty() || (path == "list" && !line.list.namesOnly) || path == "status";
     command.isLive = path == "watch" || (path == "logs" && line.log.follow);
     return command;
 }
 
+template <std::size_t N>
+bool IsAmong(const std::string &path, const std::array<std::string_view, N> &paths) {
+    return std::find(paths.begin(), paths.end(), path) != paths.end();
+}
+
+// Lines and columns that a command does not have are refused where the line asks for them; what the environment or the
+// configuration want is for those commands that have them.
+void SettleFormat(const CLI::App &app, CommandLine &line) {
+    constexpr std::array<std::string_view, 5> textsOfTheirOwn = {"completion", "export", "help", "logs", "sc"};
+    constexpr std::array<std::string_view, 10> withoutRows = {"daemon status", "explain",  "graph", "lock status",
+                                                              "name",          "ping",     "tree",  "watch",
+                                                              "wait-online",   "with-lock"};
+    const std::string path = PathOf(app);
+    const bool isAsked = app.count("--json") + app.count("--format") != 0, isText = IsAmong(path, textsOfTheirOwn);
+    if (line.json && app.count("--format") == 0) line.format = OutputFormat::json;
+    if (isText && !isAsked) line.format = OutputFormat::table;
+    const bool isColumns = line.format == OutputFormat::tsv, isRows = isColumns || line.format == OutputFormat::jsonl;
+    if (isRows && (isText || IsForHosts(line) || (isColumns && IsAmong(path, withoutRows)))) {
+        if (isAsked) {
+            throw CLI::ValidationError(
+                "--format",
+                fmt::format("{} has no such rows", IsForHosts(line) ? "what comes of several hosts" : path));
+        }
+        line.format = OutputFormat::table;
+    }
+    line.options.json = line.options.json || line.format != OutputFormat::table; // graph may have asked for it, too
+}
+
+// A default, as what the configuration says; other than that of an option of the line it can be passed over.
+void TakeFormatOfEnvironment(CLI::App &app) {
+    const char *const format = std::getenv("TVSC_FORMAT");
+    if (format != nullptr && *format != '\0') {
+        app.get_option("--format")->run_callback_for_default()->default_val(std::string(format));
+    }
+}
+
 void Parse(CLI::App &app, CommandLine &line, int argc, char **argv) {
+    const std::string wrong = ReadConfigFile(app);
+    TakeFormatOfEnvironment(app);
     app.parse(WordsBeforeDashes(argc, argv), argv);
+    if (!wrong.empty()) throw CLI::ConfigError(wrong, CLI::ExitCodes::ConfigError); // help has been given by now
     CheckBehindDashes(app, line);
+    SettleFormat(app, line);
     if (!IsForHosts(line)) return;
     CheckForHosts(app, line);
     line.onHosts = ReadHostsCommand(app, line, argc, argv);
@@ -296,6 +357,8 @@ std::function<int()> ReadCommandLine(int argc, char **argv, int *status) {
     if (line == nullptr) return nullptr;
     return [line] {
         ChooseColours(line->options.colour);
+        ChooseFormat(line->format, !line->hidesLegend);
+        if (line->verbose) TellWaits();
         if (line->onHosts) return RunOnHosts(line->hosts, *line->onHosts);
         if (line->options.trace) TraceCalls();
         if (!line->options.quiet) WatchForBusyDaemon();

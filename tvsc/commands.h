@@ -10,6 +10,7 @@
 #include "tvsc/hosts.h"
 #include "tvsc/logs.h"
 #include "tvsc/look.h"
+#include "tvsc/output_format.h"
 #include "tvsc/reset.h"
 #include "tvsc/watch.h"
 
@@ -21,6 +22,10 @@
 // All that the command line can say.
 struct CommandLine {
     Options options;
+    OutputFormat format = OutputFormat::table; // options.json: any other one
+    bool json = false;
+    bool hidesLegend = false;
+    bool verbose = false;
     HostsOptions hosts;
     std::optional<HostsCommand> onHosts; // what the hosts are to do, where there are several
     std::vector<std::string> names;

@@ -6,6 +6,7 @@
 #include "tvsc/findings.h"
 #include "tvsc/json_output.h"
 #include "tvsc/offline_registry.h"
+#include "tvsc/output_format.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
@@ -107,8 +108,10 @@ int RunDoctor(const Options &options, bool isStrict, const std::string &registry
         PrintFindingsJson(options, "", findings);
     } else {
         PrintFindings(findings);
-        fmt::print("{} failure{}, {} warning{}; {} services looked at.\n", fails, fails == 1 ? "" : "s", warnings,
-                   warnings == 1 ? "" : "s", database.services.size());
+        if (ShowsLegend()) {
+            fmt::print("{} failure{}, {} warning{}; {} services looked at.\n", fails, fails == 1 ? "" : "s", warnings,
+                       warnings == 1 ? "" : "s", database.services.size());
+        }
     }
     if (fails != 0) return EXIT_NOT_CONFIGURED;
     return isStrict && warnings != 0 ? EXIT_FAILED : EXIT_DONE;

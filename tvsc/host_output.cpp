@@ -5,6 +5,7 @@
 // left out, what is no JSON is shown as text.
 #include "tvsc/host_output.h"
 
+#include "tvsc/output_format.h"
 #include "tvsc/service_view.h"
 #include "tvsc/words.h"
 #include "util/base64.h"
@@ -148,6 +149,7 @@ void PrintHostsServices(const std::vector<HostRun> &runs) {
         answered += isMissing ? 0u : 1u;
     }
     PrintTable(std::move(table.rows), table.marks);
+    if (!ShowsLegend()) return;
     fmt::print("{} service{} of {} machine{}{}.\n", table.services, table.services == 1 ? "" : "s", answered,
                answered == 1 ? "" : "s",
                answered == runs.size() ? "" : fmt::format("; {} did not answer", runs.size() - answered));

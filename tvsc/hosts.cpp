@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -71,6 +72,7 @@ bool ReadHosts(const std::string &list, const HostsOptions &options, std::vector
 
 int RunOnHosts(const HostsOptions &options, const HostsCommand &command) {
     if (command.isLive) EndQuietlyWhenInterrupted();
+    (void)unsetenv("TVSC_FORMAT"); // what comes of it is among their words
     std::vector<HostRun> runs;
     std::size_t longestName = 0;
     for (const std::string &host : command.hosts) {

@@ -2,6 +2,7 @@
 // json_document: heading, results and errors.
 #include "tvsc/json_document.h"
 
+#include "tvsc/output_format.h"
 #include "util/json_text.h"
 #include "util/win32_names.h"
 
@@ -49,4 +50,4 @@ void AddResults(Json &document, const Session &session) {
     AddErrors(document, session);
 }
 
-void PrintDocument(const Json &document) { std::puts(JsonText(document).c_str()); }
+void PrintDocument(const Json &document) { (void)std::fputs(DocumentText(document).c_str(), stdout); } // main looks

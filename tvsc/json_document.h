@@ -14,5 +14,5 @@ void AddResults(nlohmann::ordered_json &document, const Session &session);
 // "errors" alone.
 void AddErrors(nlohmann::ordered_json &document, const Session &session);
 
-// To standard output.
+// To standard output, in the format that was chosen (output_format.h).
 void PrintDocument(const nlohmann::ordered_json &document);

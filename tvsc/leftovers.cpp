@@ -10,6 +10,7 @@
 #include "tvhost/process_tree.h"
 #include "tvsc/end_process.h"
 #include "tvsc/json_output.h"
+#include "tvsc/output_format.h"
 #include "tvsc/report.h"
 #include "tvsc/table.h"
 
@@ -85,6 +86,7 @@ int RunLeftovers(const Options &options, bool end) {
         rows.push_back({std::to_string(service.process), NameOfProcess(service.process)});
     }
     if (!services.empty()) PrintTable(rows);
+    if (!ShowsLegend()) return EXIT_DONE;
     fmt::print("{} service process{} of an earlier daemon.{}\n", services.size(), services.size() == 1 ? "" : "es",
                services.empty() ? "" : " To end: tvsc leftovers --end");
     return EXIT_DONE;

@@ -5,6 +5,7 @@
 #include "tvsc/json_output.h"
 #include "tvsc/look.h"
 #include "tvsc/names.h"
+#include "tvsc/output_format.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
@@ -68,7 +69,7 @@ void PrintColumns(const std::vector<ServiceView> &views) {
         marks.push_back(MarkOf(view.service.status, process));
     }
     PrintTable(rows, marks);
-    PrintSummary(views);
+    if (ShowsLegend()) PrintSummary(views);
 }
 
 // Every service, with those that are hidden where these are wanted. Where that fails it is told and noted.

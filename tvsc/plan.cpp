@@ -5,6 +5,7 @@
 #include "servd/service_keys.h"
 #include "tvsc/boot_words.h"
 #include "tvsc/json_output.h"
+#include "tvsc/output_format.h"
 #include "tvsc/report.h"
 #include "tvsc/table.h"
 #include "tvsc/words.h"
@@ -46,6 +47,7 @@ void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
     for (const std::string &name : database.deleted) {
         fmt::print("! {}: marked for deletion; the daemon deletes it as it starts\n", Printable(name));
     }
+    if (!ShowsLegend()) return;
     fmt::print("{} of {} service{} started with the daemon", plan.steps.size(), database.services.size(),
                database.services.size() == 1 ? "" : "s");
     if (!plan.steps.empty()) {

@@ -5,6 +5,7 @@
 #include "svcapi/client.h"
 #include "tvsc/json_output.h"
 #include "tvsc/names.h"
+#include "tvsc/output_format.h"
 #include "tvsc/report.h"
 #include "tvsc/table.h"
 #include "tvsc/words.h"
@@ -88,6 +89,7 @@ int RunPlanAct(Session &session, PlannedAct act, const std::vector<std::string> 
         rows.push_back({std::to_string(rows.size()), step.name, step.action, step.why});
     }
     if (!steps.empty()) PrintTable(rows);
+    if (!ShowsLegend()) return EXIT_DONE;
     fmt::print("{} step{}{}.\n", steps.size(), steps.size() == 1 ? "" : "s",
                steps.empty() ? ": nothing is to be done" : fmt::format(", {} s at worst", worstSec));
     return EXIT_DONE;

@@ -2,6 +2,7 @@
 // table: columns are as wide as they look, which the terminal's library tells.
 #include "tvsc/table.h"
 
+#include "tvsc/output_format.h"
 #include "util/printable.h"
 #include "util/utf8.h"
 
@@ -127,7 +128,9 @@ std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows, 
     return lines;
 }
 
-void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks) {
+void PrintTable(std::vector<std::vector<std::string>> rows, std::vector<RowMark> marks) {
+    if (!ShowsLegend()) rows.erase(rows.begin());
+    if (!ShowsLegend() && !marks.empty()) marks.erase(marks.begin());
     for (const std::string &line : TableLines(std::move(rows), marks)) {
         fmt::print("{}\n", line);
     }

@@ -19,5 +19,5 @@ struct RowMark {
 // first; then the first two are cut. What was cut ends in an ellipsis.
 [[nodiscard]] std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows,
                                                   const std::vector<RowMark> &marks = {});
-// Writes them to standard output.
-void PrintTable(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks = {});
+// Writes them to standard output; the first row, which is the heading, where one is wanted (output_format.h).
+void PrintTable(std::vector<std::vector<std::string>> rows, std::vector<RowMark> marks = {});

@@ -3,6 +3,10 @@
 #include "tvsc/waiting.h"
 
 #include "svcapi/pid_file.h"
+#include "tvsc/report.h"
+#include "tvsc/words.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
@@ -29,7 +33,18 @@ bool HasDied(const std::string &name, const PidHint &before, time_t begunAt) {
     return hint.pid != 0 && !hint.alive && isPresent;
 }
 
+bool tellsWaits = false;
+
+// A state, a check point or a hint that was not told yet.
+void TellState(const Session &session, const std::string &name, const SERVICE_STATUS &status, std::string *told) {
+    const std::string state = StateSummary(status);
+    if (state != *told) Note(session, fmt::format("tvsc: {}: {}", name, state));
+    *told = state;
+}
+
 } // namespace
+
+void TellWaits() { tellsWaits = true; }
 
 WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &name, DWORD wanted, bool stoppedIsEnd,
                      SERVICE_STATUS *last) {
@@ -37,9 +52,11 @@ WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &nam
     const bool hasHints = stoppedIsEnd && IsThisMachine(session.options);
     const PidHint hintBefore = ReadPidHint(name);
     const Clock::time_point begin = Clock::now();
+    std::string told;
     for (;;) {
         if (!QueryServiceStatus(service, last)) return WaitEnd::unreachable;
         if (last->dwCurrentState == wanted) return WaitEnd::reached;
+        if (tellsWaits) TellState(session, name, *last, &told);
         if (hasHints && HasDied(name, hintBefore, session.begunAt)) {
             // The last report may have crossed with the look before.
             if (!QueryServiceStatus(service, last)) return WaitEnd::unreachable;

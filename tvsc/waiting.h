@@ -4,6 +4,9 @@
 
 #include "tvsc/session.h"
 
+// From now on each state on the way is told on stderr.
+void TellWaits();
+
 // died: the daemon has not noticed yet, but the process that the service's hint names is gone.
 enum class WaitEnd { reached, stopped, died, timedOut, unreachable };
 
