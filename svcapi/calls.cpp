@@ -73,6 +73,7 @@ struct Enumeration {
 };
 
 // The text that comes next, up to a zero: where it stands, or a copy where the stream does not have it in one piece.
+// For that the stream goes back, which those in memory can, as an answer's is; another one fails.
 bool TakeText(XDR *xdrs, HeapText *copy, std::string_view *text) {
     const u_int before = XDR_GETPOS(xdrs);
     std::uint32_t count = 0;

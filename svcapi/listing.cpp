@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // listing: enumerations in pieces, and what they leave out. The daemon walks all its services for each piece, so that
-// they are large; but neither it nor a client is to hold a list of any length at once.
+// they are large.
 #include "svcapi/listing.h"
 
 #include "servd/limits.h"
