@@ -16,7 +16,7 @@ cases['on another machine the page shows and changes the services of that one'] 
     const origin = new URL(process.env.TV_COCKPIT_URL).origin;
     const whole = await open(browser, { url: `${origin}/@${address}/tv-services` });
     const far = whole.frameLocator('iframe[name*="tv-services"]');
-    await row(far, 'distant').getByText('On another machine').waitFor();
+    await row(far, 'distant').getByText('On another machine').waitFor({ timeout: 90000 }); // ssh, and the page again, from there
     assert.equal(await row(far, 'web').count(), 0);
     await act(button(far, 'Start distant'));
     await until(() => distant().state === 'running', 'it runs there');

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // service: the view of one service, and what is done there.
 import { strict as assert } from 'node:assert';
-import { act, button, cases, goTo, shows } from '../browser.mjs';
+import { act, button, cases, goTo, row, shows } from '../browser.mjs';
 import { state, tvsc, tvscText, until } from '../world.mjs';
 
 cases['a service is restarted, paused, continued and reloaded from its own view'] = async page => {
@@ -34,12 +34,22 @@ cases['a service shows what it does, what it runs and what stands around it'] = 
 };
 
 cases['a service that fails says why: its code, its last words, its log'] = async page => {
-    await act(button(page, 'Start indexer'));
-    await shows(page, 'indexer was not started');
-    await shows(page, /1066 ERROR_SERVICE_SPECIFIC_ERROR/);
-    await act(button(page, 'Look at the service'));
+    await act(button(page, 'Start indexer')); // which runs for a moment, or is found to have failed at once
+    await row(page, 'indexer').getByText('Failed (1066)').waitFor();
+    await act(row(page, 'indexer').getByRole('link', { name: 'indexer' }));
     await shows(page, /The service ended with its own code 3 \(1066\): ended with status 3/);
     await until(async () => /the index is broken/.test(await page.getByRole('log', { name: 'Log' }).innerText()), 'the log is there');
+};
+
+cases['pause, continue and reload are for one service, whatever depends on it'] = async page => {
+    tvscText('start', 'web', '--with-deps');
+    await goTo(page, 'service/dbcache');
+    await act(button(page, 'Pause'));
+    await until(() => state('dbcache') === 'paused', 'dbcache is paused');
+    assert.equal(state('web'), 'running');
+    await act(button(page, 'Continue'));
+    await until(() => state('dbcache') === 'running', 'dbcache goes on');
+    assert.equal(state('web'), 'running');
 };
 
 cases['a log shows new lines as they come, until it is told not to'] = async page => {

@@ -4,7 +4,7 @@ import { strict as assert } from 'node:assert';
 import { readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { act, button, cases, goTo, shows } from '../browser.mjs';
-import { find, state, tvscText, world } from '../world.mjs';
+import { config, find, state, tvscText, world } from '../world.mjs';
 
 cases['the graph has every service as a link, and is looked at closely'] = async page => {
     await goTo(page, 'graph');
@@ -44,6 +44,26 @@ cases['a finding is mended by its button'] = async page => {
     await finding.waitFor({ state: 'detached' });
     assert.equal(find('spooler').exit.win32, 1067);
     assert.equal(state('spooler'), 'stopped');
+};
+
+cases['a disabled service that another needs is mended by its button, what takes a decision has none'] = async page => {
+    tvscText('create', 'keen', '--exec', '/bin/sleep 100000', '--start', 'auto', '--depends', 'fax,nosuch');
+    await goTo(page, 'findings');
+    const finding = page.locator('.tv-findings > *', { hasText: 'tvsc config fax --start demand' });
+    const open = page.locator('.tv-findings > *', { hasText: 'tvsc config keen --depends ...' });
+    await finding.waitFor();
+    await open.waitFor();
+    assert.equal(await open.getByRole('button', { name: /^Mend it/ }).count(), 0);
+    await act(open.getByRole('button', { name: 'Edit keen' }));
+    assert.equal(await page.getByRole('dialog', { name: 'Edit keen' }).getByLabel('Depends on').inputValue(), 'fax,nosuch');
+    await act(button(page, 'Cancel'));
+    assert.equal(config('fax').start, 'disabled');
+    await act(finding.getByRole('button', { name: /^Mend it/ }));
+    await finding.waitFor({ state: 'detached' });
+    assert.equal(config('fax').start, 'demand');
+    assert.equal(state('fax'), 'stopped');
+    tvscText('config', 'fax', '--start', 'disabled');
+    tvscText('delete', 'keen', '--stop');
 };
 
 cases['services are exported as text, and made of it'] = async page => {
