@@ -50,6 +50,8 @@ bool SendRequest(CLIENT *client, const RegistryWrite &write) {
 bool SendRequest(CLIENT *client, const RegistryRead &read) {
     switch (read.kind) {
     case RegistryRead::openKey: return Send(client, read.key, OpenKeyRequest(read.name, 0));
+    case RegistryRead::enumKey:
+        return Send(client, read.key, regd_REG_ENUM_KEY_EX{.index = read.index, .nameBytes = read.dataBytes});
     case RegistryRead::queryValue:
         return Send(client, read.key, QueryValueRequest(read.name, read.data, read.dataBytes));
     case RegistryRead::closeKey: return Send(client, read.key, regd_REG_CLOSE_KEY{});
@@ -82,12 +84,27 @@ bool ReceiveFor(CLIENT *client, int clientNum, std::uint32_t callsAgo, RegistryW
     });
 }
 
+// As much of it as there is room for, whatever the daemon was told.
+void StoreName(const regd_REG_ENUM_KEY_RETURN &reply, RegistryRead *read) {
+    if (reply.status == ERROR_SUCCESS && read->dataBytes != 0) {
+        const std::size_t length = strnlen(reply.name, read->dataBytes - 1);
+        std::memcpy(read->data, reply.name, length);
+        read->data[length] = '\0';
+    }
+    read->dataBytes = reply.nameLength;
+}
+
 bool ReceiveFor(CLIENT *client, int clientNum, std::uint32_t callsAgo, RegistryRead *read) {
     switch (read->kind) {
     case RegistryRead::openKey:
         return Receive<regd_REG_OPEN_KEY_RES>(client, callsAgo, [=](const regd_REG_OPEN_KEY_RETURN &reply) {
             read->code = static_cast<LONG>(reply.status);
             read->opened = WithClientNumber(reply.key, clientNum);
+        });
+    case RegistryRead::enumKey:
+        return Receive<regd_REG_ENUM_KEY_RES>(client, callsAgo, [=](const regd_REG_ENUM_KEY_RETURN &reply) {
+            read->code = static_cast<LONG>(reply.status);
+            StoreName(reply, read);
         });
     case RegistryRead::queryValue:
         return Receive<regd_REG_QUERY_VALUE_RES>(client, callsAgo, [=](const regd_REG_QUERY_VALUE_RETURN &reply) {
@@ -129,9 +146,12 @@ bool IsNextToBeSent(Pipeline<Request> &pipeline) {
     return !pipeline.isFull && pipeline.bytesOnTheirWay + pipeline.requests[pipeline.sent].dataBytes <= mostDataBytes;
 }
 
+// Requests that travel by themselves pass the table by.
+bool IsTableOurs() { return _tvRegistryAPISet[tvOSID].reg_query_value_ex_a == reg_query_value_ex_a; }
+
 template <typename Request>
 std::size_t AskTogether(Request *requests, std::size_t count) {
-    if (count == 0) return 0;
+    if (count == 0 || !IsTableOurs()) return 0;
     LockRegistryMutex();
     HKEY key = requests[0].key;
     int clientNum = 0;
@@ -154,7 +174,28 @@ std::size_t AskTogether(Request *requests, std::size_t count) {
     return pipeline.answered;
 }
 
+LONG AskAlone(RegistryRead *read) {
+    auto *const name = reinterpret_cast<char *>(read->data);
+    switch (read->kind) {
+    case RegistryRead::openKey: return RegOpenKeyExA(read->key, read->name, 0, KEY_READ, &read->opened);
+    case RegistryRead::enumKey:
+        return RegEnumKeyExA(read->key, read->index, name, &read->dataBytes, nullptr, nullptr, nullptr, nullptr);
+    case RegistryRead::queryValue:
+        return RegQueryValueExA(read->key, read->name, nullptr, &read->type, read->data, &read->dataBytes);
+    case RegistryRead::closeKey: return RegCloseKey(read->key);
+    }
+    return ERROR_INVALID_PARAMETER;
+}
+
 } // namespace
 
 std::size_t WriteTogether(RegistryWrite *writes, std::size_t count) { return AskTogether(writes, count); }
 std::size_t ReadTogether(RegistryRead *reads, std::size_t count) { return AskTogether(reads, count); }
+
+void ReadInTurn(RegistryRead *reads, std::size_t count) {
+    bool isAnswered = true;
+    for (RegistryRead *read = reads; read != reads + count; ++read) {
+        read->code = isAnswered ? AskAlone(read) : ERROR_REGISTRY_IO_FAILED;
+        isAnswered = read->code != ERROR_REGISTRY_IO_FAILED;
+    }
+}

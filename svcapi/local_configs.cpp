@@ -51,10 +51,6 @@ struct Value {
 };
 using Values = std::array<Value, fieldValues.size()>;
 
-RegistryRead NewRead(RegistryRead::Kind kind, HKEY key, const char *name) {
-    return {.kind = kind, .key = key, .name = name, .data = nullptr, .dataBytes = 0, .type = 0, .code = 0, .opened = 0};
-}
-
 RegistryRead ReadOf(HKEY key, std::size_t field, Value *value) {
     RegistryRead read = NewRead(RegistryRead::queryValue, key, fieldValues[field]);
     const bool isNumber = field == startField || (field >= typeField && field <= tagField);
@@ -120,7 +116,7 @@ bool ReadBatch(HKEY services, Fields fields, const Batch &batch) {
         for (std::size_t field = fields.first; field < fields.end; ++field) {
             reads.push_back(ReadOf(opens[i].opened, field, &values[i][field]));
         }
-        reads.push_back(NewRead(RegistryRead::closeKey, opens[i].opened, nullptr));
+        reads.push_back(NewRead(RegistryRead::closeKey, opens[i].opened));
     }
     const std::vector<RegistryRead> asked = reads;
     if (ReadTogether(reads.data(), reads.size()) != reads.size()) return false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// boot_registry: reads the services as the daemon loads them: the same values in the same order, into buffers of the
-// same sizes, so that what would end its load ends this, too.
+// boot_registry: reads the services as the daemon loads them: the same values, into buffers of the same sizes and
+// looked at in the same order, so that what would end its load ends this, too. They are read in batches, hundreds of
+// requests on their way at once, and a batch is read before any of it is looked at.
 //
 // A loader of its own beside the daemon's (servd/servd_svc_proc/load.cpp): that one creates, deletes and files in its
 // lists between two reads; this one leaves the registry as it is, tells which value is at fault, and reads on to values
@@ -8,6 +9,7 @@
 // holds both against one model.
 #include "tvsc/boot_plan.h"
 
+#include "registry/pipeline.h"
 #include "servd/servd_svc_proc/values.h"
 #include "servd/service_keys.h"
 #include "tv/winerror.h"
@@ -15,19 +17,14 @@
 #include "util/string_list.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <unordered_map>
 
 namespace {
 
 DWORD OpenKey(HKEY parent, const char *path, HKEY *key) {
     return static_cast<DWORD>(RegOpenKeyExA(parent, path, 0, KEY_READ, key));
-}
-
-DWORD ReadText(HKEY key, const char *name, std::string *text) {
-    TextBuffer buffer = {};
-    const DWORD rc = ::ReadText(key, name, buffer);
-    if (rc == ERROR_SUCCESS) *text = buffer;
-    return rc;
 }
 
 // A value of any length that the daemon takes.
@@ -47,6 +44,7 @@ struct Load {
     std::unordered_map<std::string, std::size_t> groupsByName; // the first of each name
     DWORD tag = 0;                                             // of the service before
     std::vector<BootFault> *faults = nullptr;                  // where to note them all
+    bool readsTogether = true;                                 // until that fails once
 };
 
 // A fault ends the load, unless all are wanted: then it is noted, and nothing comes back.
@@ -87,71 +85,193 @@ void JoinGroup(Load &load, const std::string &group, std::size_t service) {
     members.push_back(service); // turned round when all are there
 }
 
+// --- the keys of the services, a batch at a time ---
+
+constexpr std::size_t firstBatch = 16; // they grow: a short list is not asked for far behind its end
+constexpr std::size_t longestBatch = 128;
+
+enum Field {
+    deleteFlagField,
+    typeField,
+    tagField,
+    displayNameField,
+    groupField,
+    imagePathField,
+    startField,
+    dependenciesField
+};
+constexpr std::array fieldValues = {deleteFlagValue, typeValue,      tagValue,       displayNameValue,
+                                    groupValue,      imagePathValue, startTypeValue, dependenciesValue};
+
+bool IsNumber(std::size_t field) { return field <= tagField || field == startField; }
+
+// One value as it came.
+struct Value {
+    DWORD code;
+    DWORD bytes;     // its size; there is room for textBytes of them
+    TextBuffer data; // a zero behind the last of them
+};
+
+// One key below the services key.
+struct ServiceKey {
+    DWORD code; // of its enumeration, then of its opening
+    HKEY key;
+    TextBuffer name;
+    std::array<Value, fieldValues.size()> values;
+};
+
+using Reads = std::vector<RegistryRead>;
+
+void Read(Load &load, Reads *reads) {
+    if (load.readsTogether && ReadTogether(reads->data(), reads->size()) == reads->size()) return;
+    load.readsTogether = false;
+    ReadInTurn(reads->data(), reads->size());
+}
+
+// Returns how many there are; the last of them tells with its code why there are no more.
+std::size_t EnumerateKeys(Load &load, HKEY services, DWORD first, std::vector<ServiceKey> *keys) {
+    Reads reads;
+    for (ServiceKey &key : *keys) {
+        RegistryRead &read = reads.emplace_back(NewRead(RegistryRead::enumKey, services));
+        read.index = first + static_cast<DWORD>(reads.size() - 1);
+        read.data = reinterpret_cast<BYTE *>(key.name);
+        read.dataBytes = textBytes;
+    }
+    Read(load, &reads);
+    for (std::size_t i = 0; i < keys->size(); ++i) {
+        (*keys)[i].code = static_cast<DWORD>(reads[i].code);
+        if (reads[i].code != ERROR_SUCCESS) return i + 1;
+    }
+    return keys->size();
+}
+
+void OpenKeys(Load &load, HKEY services, std::vector<ServiceKey> *keys) {
+    Reads reads;
+    for (const ServiceKey &key : *keys) {
+        reads.push_back(NewRead(RegistryRead::openKey, services, key.name));
+    }
+    Read(load, &reads);
+    for (std::size_t i = 0; i < keys->size(); ++i) {
+        (*keys)[i].code = static_cast<DWORD>(reads[i].code);
+        (*keys)[i].key = reads[i].opened;
+    }
+}
+
+void ReadValues(Load &load, std::vector<ServiceKey> *keys) {
+    Reads reads;
+    for (ServiceKey &key : *keys) {
+        if (key.code != ERROR_SUCCESS) continue;
+        for (std::size_t field = 0; field < fieldValues.size(); ++field) {
+            RegistryRead &read = reads.emplace_back(NewRead(RegistryRead::queryValue, key.key, fieldValues[field]));
+            read.data = reinterpret_cast<BYTE *>(key.values[field].data);
+            read.dataBytes = IsNumber(field) ? dwordBytes : textBytes;
+        }
+    }
+    Read(load, &reads);
+    auto read = reads.begin();
+    for (ServiceKey &key : *keys) {
+        if (key.code != ERROR_SUCCESS) continue;
+        for (Value &value : key.values) {
+            value.code = static_cast<DWORD>(read->code);
+            value.bytes = read->dataBytes;
+            ++read;
+        }
+    }
+}
+
+void CloseKeys(Load &load, const std::vector<ServiceKey> &keys) {
+    Reads reads;
+    for (const ServiceKey &key : keys) {
+        if (key.code == ERROR_SUCCESS) reads.push_back(NewRead(RegistryRead::closeKey, key.key));
+    }
+    Read(load, &reads);
+}
+
+// --- what is in them ---
+
+DWORD NumberIn(const Value &value) {
+    DWORD number = 0;
+    std::memcpy(&number, value.data, sizeof number);
+    return number;
+}
+
 // What the load leaves for later, and so cannot fail in it.
-void ReadLateValues(HKEY key, BootService *service) {
-    DWORD start = 0;
-    if (ReadNumber(key, startTypeValue, &start) == ERROR_SUCCESS) service->start = start;
-    std::string names;
-    const DWORD rc = ReadBytes(key, dependenciesValue, &names);
+void TakeLateValues(const ServiceKey &key, BootService *service) {
+    const Value &start = key.values[startField];
+    if (start.code == ERROR_SUCCESS) service->start = NumberIn(start);
+    const Value &dependencies = key.values[dependenciesField];
+    std::string names(dependencies.data, std::min<std::size_t>(dependencies.bytes, textBytes));
+    const bool isLonger = dependencies.code == ERROR_MORE_DATA || dependencies.bytes > textBytes;
+    const DWORD rc = isLonger ? ReadBytes(key.key, dependenciesValue, &names) : dependencies.code;
     if (!IsOptional(rc)) service->dependenciesCode = rc;
     if (rc == ERROR_SUCCESS) service->dependencies = SplitMultiString(names);
 }
 
-std::optional<BootFault> ReadService(Load &load, HKEY key, const std::string &name) {
-    BootService service = {.name = name};
+std::optional<BootFault> TakeService(Load &load, const ServiceKey &key) {
+    BootService service = {.name = key.name};
     std::optional<BootFault> fault;
-    const auto isFault = [&](DWORD code, const char *value) {
-        fault = NoteFault(load, {code, name, value});
+    // A value that the daemon cannot do without, or takes if it is there.
+    const auto isMissing = [&](Field field) {
+        const DWORD code = key.values[field].code;
+        const bool isRequired = field == typeField || field == displayNameField;
+        if (isRequired ? code == ERROR_SUCCESS : IsOptional(code)) return false;
+        fault = NoteFault(load, {code, key.name, fieldValues[field]});
         return fault.has_value();
     };
-    DWORD type = 0;
-    DWORD rc = ReadNumber(key, typeValue, &type);
-    if (rc != ERROR_SUCCESS && isFault(rc, typeValue)) return fault;
-    rc = ReadNumber(key, tagValue, &load.tag);
-    if (!IsOptional(rc) && isFault(rc, tagValue)) return fault;
-    rc = ReadText(key, displayNameValue, &service.displayName);
-    if (rc != ERROR_SUCCESS && isFault(rc, displayNameValue)) return fault;
+    const auto isThere = [&](Field field) { return key.values[field].code == ERROR_SUCCESS; };
+    if (isMissing(typeField)) return fault;
+    if (isMissing(tagField)) return fault;
+    if (isThere(tagField)) load.tag = NumberIn(key.values[tagField]);
     service.tag = load.tag;
-    std::string group;
-    const DWORD groupCode = ReadText(key, groupValue, &group);
-    if (!IsOptional(groupCode) && isFault(groupCode, groupValue)) return fault;
-    rc = ReadText(key, imagePathValue, &service.imagePath);
-    if (!IsOptional(rc) && isFault(rc, imagePathValue)) return fault;
-    ReadLateValues(key, &service);
+    if (isMissing(displayNameField)) return fault;
+    if (isThere(displayNameField)) service.displayName = key.values[displayNameField].data;
+    if (isMissing(groupField)) return fault;
+    if (isMissing(imagePathField)) return fault;
+    if (isThere(imagePathField)) service.imagePath = key.values[imagePathField].data;
+    TakeLateValues(key, &service);
     load.database->services.push_back(std::move(service));
-    if (groupCode == ERROR_SUCCESS) JoinGroup(load, group, load.database->services.size() - 1);
+    if (isThere(groupField)) JoinGroup(load, key.values[groupField].data, load.database->services.size() - 1);
     return {};
+}
+
+std::optional<BootFault> TakeKey(Load &load, const ServiceKey &key) {
+    if (key.code != ERROR_SUCCESS) return NoteFault(load, {key.code, key.name, ""});
+    const DWORD flag = key.values[deleteFlagField].code;
+    if (flag == ERROR_SUCCESS) {
+        load.database->deleted.emplace_back(key.name);
+        return {};
+    }
+    return IsOptional(flag) ? TakeService(load, key) : NoteFault(load, {flag, key.name, deleteFlagValue});
+}
+
+// Reads the batch that begins at an index and takes what is in it. *end: the code with which the enumeration ended, 0
+// when it goes on.
+std::optional<BootFault> ReadBatch(Load &load, HKEY services, DWORD first, std::vector<ServiceKey> *keys, DWORD *end) {
+    const std::size_t count = EnumerateKeys(load, services, first, keys);
+    *end = (*keys)[count - 1].code;
+    keys->resize(*end == ERROR_SUCCESS ? count : count - 1);
+    OpenKeys(load, services, keys);
+    ReadValues(load, keys);
+    std::optional<BootFault> fault;
+    for (std::size_t i = 0; !fault && i < keys->size(); ++i) {
+        fault = TakeKey(load, (*keys)[i]);
+    }
+    CloseKeys(load, *keys);
+    return fault;
 }
 
 std::optional<BootFault> ReadServices(Load &load, HKEY machine) {
     HKEY services = 0;
-    DWORD rc = OpenKey(machine, servicesKeyPath, &services);
+    const DWORD rc = OpenKey(machine, servicesKeyPath, &services);
     if (rc == ERROR_FILE_NOT_FOUND) return {}; // the daemon makes it
     if (rc != ERROR_SUCCESS) return NoteFault(load, {rc, "Services", ""});
     const KeyGuard closeServices(&services);
-    for (DWORD index = 0;; ++index) {
-        TextBuffer name = {};
-        DWORD nameBytes = textBytes;
-        rc = static_cast<DWORD>(RegEnumKeyExA(services, index, name, &nameBytes, nullptr, nullptr, nullptr, nullptr));
-        if (rc == ERROR_NO_MORE_ITEMS) return {};
-        if (rc != ERROR_SUCCESS) return NoteFault(load, {rc, "Services", ""});
-        HKEY key = 0;
-        rc = OpenKey(services, name, &key);
-        std::optional<BootFault> fault;
-        if (rc != ERROR_SUCCESS) {
-            fault = NoteFault(load, {rc, name, ""});
-            if (fault) return fault;
-            continue;
-        }
-        const KeyGuard closeKey(&key);
-        DWORD flag = 0;
-        rc = ReadNumber(key, deleteFlagValue, &flag);
-        if (rc == ERROR_SUCCESS) {
-            load.database->deleted.emplace_back(name);
-        } else {
-            fault = IsOptional(rc) ? ReadService(load, key, name) : NoteFault(load, {rc, name, deleteFlagValue});
-        }
-        if (fault) return fault;
+    std::vector<ServiceKey> keys(firstBatch);
+    for (DWORD first = 0;; first += static_cast<DWORD>(keys.size()), keys.resize(longestBatch)) {
+        DWORD end = ERROR_SUCCESS;
+        const std::optional<BootFault> fault = ReadBatch(load, services, first, &keys, &end);
+        if (fault || end == ERROR_NO_MORE_ITEMS) return fault;
+        if (end != ERROR_SUCCESS) return NoteFault(load, {end, "Services", ""});
     }
 }
 

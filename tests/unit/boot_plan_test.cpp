@@ -135,11 +135,21 @@ TEST_F(PlannedBoot, what_may_fail_may_be_tried_for_each_service_that_needs_it) {
     EXPECT_EQ(plan.mostTries, 6u) << "Base, Alpha; Base, Alpha, Beta; Base";
 }
 
+TEST_F(PlannedBoot, dependencies_longer_than_any_text_are_all_read) {
+    std::vector<std::string> names;
+    for (int i = 0; i < 200; ++i) {
+        names.push_back("Dependency" + std::to_string(i));
+        InstallService(names.back(), {.start = demand});
+    }
+    InstallService("Alpha", {.start = automatic, .dependencies = names});
+    EXPECT_EQ(Steps().size(), 201u);
+}
+
 TEST_F(PlannedBoot, unreadable_dependencies_end_the_walk) {
     InstallService("Alpha", {.start = automatic, .dependencies = {"Beta", "Gamma"}});
     InstallService("Beta", {.start = demand, .dependencies = {"Gamma"}});
     InstallService("Gamma", {.start = demand});
-    FailCalls("size " + ServicePath("Beta") + " DependOnGroup", ERROR_ACCESS_DENIED);
+    FailCalls("query " + ServicePath("Beta") + " DependOnGroup", ERROR_ACCESS_DENIED);
     EXPECT_THAT(Steps(), ElementsAre("Alpha"));
     EXPECT_THAT(Remarks(BootRemarkKind::unreadable), ElementsAre("Beta: "));
 }
