@@ -35,6 +35,9 @@ struct HiddenService {
 
 // The services that depend on this one, in the order in which they have to be stopped.
 [[nodiscard]] DWORD EnumerateDependents(SC_HANDLE service, DWORD state, std::vector<ListedService> *services);
+// The same for a service that need not be open; none where there is no such service.
+[[nodiscard]] DWORD EnumerateDependentsOf(SC_HANDLE manager, const std::string &name, DWORD state,
+                                          std::vector<ListedService> *services);
 
 [[nodiscard]] DWORD QueryConfig(SC_HANDLE service, ServiceConfig *config);
 [[nodiscard]] DWORD QueryLock(SC_HANDLE manager, LockStatus *status);

@@ -62,15 +62,24 @@ DWORD StateClassOf(const ListedService &service) {
     return service.status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
 }
 
+// Whether any other service is in one of the wanted states.
+DWORD IsAnyOther(DaemonLink &link, const std::string &name, DWORD state, bool *isAny) {
+    *isAny = false;
+    return ListServicesAndRecordZero(link, SERVICE_WIN32 | SERVICE_DRIVER, state,
+                                     [&](const ListedView &service) { *isAny = *isAny || service.name != name; });
+}
+
 DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std::vector<ListedService> *dependents) {
+    DWORD rc = ERROR_SUCCESS;
+    if (state != SERVICE_STATE_ALL) {
+        // As most often nothing else runs, there is nothing to find out then, and a short list says so.
+        bool isAnyWanted = false;
+        rc = IsAnyOther(link, name, state, &isAnyWanted);
+        if (rc != ERROR_SUCCESS || !isAnyWanted) return rc;
+    }
     std::vector<ListedService> services;
-    DWORD rc = ListAllServices(link, &services);
+    rc = ListAllServices(link, &services);
     if (rc != ERROR_SUCCESS) return rc;
-    // As most often nothing else runs, there is nothing to find out then.
-    const bool isAnyWanted = std::any_of(services.begin(), services.end(), [&](const ListedService &service) {
-        return service.name != name && (state & StateClassOf(service)) != 0;
-    });
-    if (!isAnyWanted) return ERROR_SUCCESS;
     std::vector<ServiceNode> nodes;
     rc = ReadServiceNodes(link, services, &nodes);
     if (rc != ERROR_SUCCESS) return rc;
@@ -147,4 +156,11 @@ DWORD EnumerateDependents(SC_HANDLE service, DWORD state, std::vector<ListedServ
     HandleCall call;
     const DWORD rc = BeginServiceCall(service, &call);
     return rc != ERROR_SUCCESS ? rc : ListDependents(*call.handle->link, call.handle->name, state, services);
+}
+
+DWORD EnumerateDependentsOf(SC_HANDLE manager, const std::string &name, DWORD state,
+                            std::vector<ListedService> *services) {
+    HandleCall call;
+    const DWORD rc = BeginManagerCall(manager, &call);
+    return rc != ERROR_SUCCESS ? rc : ListDependents(*call.handle->link, name, state, services);
 }

@@ -33,8 +33,9 @@ std::string ActionName(DWORD control) {
     return hasName ? actionNames[control] : fmt::format("control {}", control);
 }
 
-// Opens a service for an action, or notes why not.
+// Opens a service for an action, or takes it from where the look for its name has left it; or notes why not.
 ServiceHandle OpenFor(Session &session, const std::string &name, const std::string &action) {
+    if (OpenServices::node_type found = session.found.extract(name)) return std::move(found.mapped());
     ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) Failed(session, name, action, GetLastError());
     return service;
@@ -330,10 +331,8 @@ void WaitForDeletion(Session &session, const std::string &name) {
 bool ClearDependents(Session &session, const std::string &name, const std::string &action, const StopOptions &stop,
                      std::vector<std::string> *stopped) {
     if (stop.force) return true;
-    const ServiceHandle service = OpenFor(session, name, action);
-    if (service == nullptr) return false;
     std::vector<ListedService> dependents;
-    const DWORD rc = EnumerateDependents(service.get(), SERVICE_ACTIVE, &dependents);
+    const DWORD rc = EnumerateDependentsOf(session.manager.get(), name, SERVICE_ACTIVE, &dependents);
     if (rc != ERROR_SUCCESS && stop.all) return true; // all go, in whatever order
     if (rc != ERROR_SUCCESS) {
         Failed(session, name, action, rc, "its dependents cannot be listed");
@@ -354,7 +353,7 @@ bool ClearDependents(Session &session, const std::string &name, const std::strin
 
 int RunStart(Session &session, const StartOptions &start) {
     if (session.options.dryRun) return RunPlanAct(session, PlannedAct::start, start.names);
-    for (const std::string &name : ResolveNames(session, start.names, "start")) {
+    for (const std::string &name : ResolveNames(session, start.names, "start", &session.found)) {
         if (start.withDependencies && !StartDependencies(session, name, start.force)) continue;
         (void)StartOne(session, name, start); // noted
     }
@@ -370,7 +369,7 @@ int RunStop(Session &session, const StopOptions &stop) {
         each.names = ActiveServices(session);
         each.withDependents = true;
     } else {
-        each.names = ResolveNames(session, stop.names, "stop");
+        each.names = ResolveNames(session, stop.names, "stop", &session.found);
     }
     for (const std::string &name : each.names) {
         if (ClearDependents(session, name, "stop", each)) (void)StopOne(session, name, each.wait); // noted
@@ -380,7 +379,7 @@ int RunStop(Session &session, const StopOptions &stop) {
 
 int RunRestart(Session &session, const StopOptions &restart) {
     if (session.options.dryRun) return RunPlanAct(session, PlannedAct::restart, restart.names);
-    for (const std::string &name : ResolveNames(session, restart.names, "restart")) {
+    for (const std::string &name : ResolveNames(session, restart.names, "restart", &session.found)) {
         std::vector<std::string> stopped; // that depend on it
         StartOptions start;
         start.force = restart.force;
@@ -395,7 +394,7 @@ int RunRestart(Session &session, const StopOptions &restart) {
 }
 
 int RunControl(Session &session, const std::vector<std::string> &names, DWORD control, bool wait) {
-    for (const std::string &name : ResolveNames(session, names, ActionName(control))) {
+    for (const std::string &name : ResolveNames(session, names, ActionName(control), &session.found)) {
         const ServiceHandle service = OpenFor(session, name, ActionName(control));
         if (service != nullptr) (void)SendControl(session, service.get(), name, control, wait); // noted
     }

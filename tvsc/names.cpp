@@ -50,21 +50,23 @@ void TellUnknown(Session &session, const std::string &pattern, const std::string
 constexpr std::size_t fewNames = 8;
 
 // The service that is listed under just this name; nothing where more has to be known to tell what is meant.
-std::optional<ListedService> FindByName(Session &session, const std::string &name) {
-    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
+std::optional<ListedService> FindByName(Session &session, const std::string &name, OpenServices *kept) {
+    ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
     std::optional<ListedService> listed;
     if (service != nullptr && QueryListedService(service.get(), &listed) != ERROR_SUCCESS) listed.reset();
+    if (listed && kept != nullptr) kept->emplace(name, std::move(service));
     return listed;
 }
 
 // Few names spelled as the daemon spells them are found at a cost that does not grow with the number of services.
 // Returns false where they are not: nothing is found then.
-bool FindAllByName(Session &session, const std::vector<std::string> &names, std::vector<ListedService> *services) {
+bool FindAllByName(Session &session, const std::vector<std::string> &names, std::vector<ListedService> *services,
+                   OpenServices *kept) {
     if (names.size() > fewNames || std::any_of(names.begin(), names.end(), IsPattern)) return false;
     std::set<std::string> taken;
     for (const std::string &name : names) {
         if (!taken.insert(name).second) continue;
-        const std::optional<ListedService> found = FindByName(session, name);
+        const std::optional<ListedService> found = FindByName(session, name, kept);
         if (!found) {
             services->clear();
             return false;
@@ -102,9 +104,9 @@ bool ListServicesFor(Session &session, const std::string &action, std::vector<Li
 }
 
 std::vector<ListedService> ResolveServices(Session &session, const std::vector<std::string> &patterns,
-                                           const std::string &action) {
+                                           const std::string &action, OpenServices *kept) {
     std::vector<ListedService> resolved;
-    if (FindAllByName(session, patterns, &resolved)) return resolved;
+    if (FindAllByName(session, patterns, &resolved, kept)) return resolved;
     std::vector<ListedService> services;
     if (!ListServicesFor(session, action, &services)) return resolved;
     return ResolveAmong(session, patterns, action, services);
@@ -144,6 +146,6 @@ void NoteUnknownDependencies(const Session &session, const std::vector<std::stri
 }
 
 std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
-                                      const std::string &action) {
-    return NamesOf(ResolveServices(session, patterns, action));
+                                      const std::string &action, OpenServices *kept) {
+    return NamesOf(ResolveServices(session, patterns, action, kept));
 }

@@ -17,9 +17,9 @@ using MeantServices = std::vector<const ListedService *>;
 
 // The services that patterns mean, as they stand: an exact name, else the one name that differs in case only, else the
 // key of a display name; a pattern with * ? [ stands for all that match. What means nothing is told and noted as
-// failed.
+// failed. Services that had to be opened for it are closed again, or stay open in *kept.
 [[nodiscard]] std::vector<ListedService> ResolveServices(Session &session, const std::vector<std::string> &patterns,
-                                                         const std::string &action);
+                                                         const std::string &action, OpenServices *kept = nullptr);
 // The same of services that are known already.
 [[nodiscard]] std::vector<ListedService> ResolveAmong(Session &session, const std::vector<std::string> &patterns,
                                                       const std::string &action,
@@ -34,4 +34,4 @@ void NoteUnknownDependencies(const Session &session, const std::vector<std::stri
 
 // The names of those that patterns mean.
 [[nodiscard]] std::vector<std::string> ResolveNames(Session &session, const std::vector<std::string> &patterns,
-                                                    const std::string &action);
+                                                    const std::string &action, OpenServices *kept = nullptr);

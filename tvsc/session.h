@@ -9,6 +9,7 @@
 #include "util/guard.h"
 
 #include <ctime>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -36,9 +37,13 @@ struct ActionResult {
     std::vector<std::string> suggested = {}; // what a name that means nothing may have been meant as
 };
 
+// Open services by name.
+using OpenServices = std::map<std::string, ServiceHandle>;
+
 struct Session {
     Options options;
     ServiceHandle manager;
+    OpenServices found; // by the look for their names, and kept open for what is done with them next
     DWORD initCode = 0;
     std::vector<ActionResult> results;
     time_t begunAt = time(nullptr);

@@ -17,7 +17,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 // Looks come the closer the less time has passed: what is waited in vain is a small part of what the service takes, and
 // one that takes long costs few of them.
-constexpr auto shortestPause = std::chrono::microseconds(500);
+constexpr auto shortestPause = std::chrono::microseconds(200);
 constexpr auto longestPause = std::chrono::milliseconds(250);
 constexpr int pauseShare = 8; // of the time that has passed
 

@@ -149,6 +149,17 @@ TEST_F(TvscWatch, a_trace_tells_calls_arguments_codes_and_times) {
     EXPECT_EQ(Tvsc({"status", name}).error, "");
 }
 
+// What the look for its name has opened is worked with.
+TEST_F(TvscWatch, a_start_and_a_stop_open_their_service_once) {
+    CreateSample(name);
+    for (const char *action : {"start", "stop"}) {
+        const Ended traced = Tvsc({"--trace", action, name});
+        EXPECT_EQ(traced.status, 0);
+        EXPECT_EQ(CountOf(" OPEN_SERVICE(", traced.error), 1u) << traced.error;
+        EXPECT_EQ(CountOf(" CLOSE_SERVICE(", traced.error), 1u) << traced.error;
+    }
+}
+
 // --- the timeline ---
 
 // Last: the daemon is started anew.
