@@ -5,6 +5,67 @@
 // dispatcher can answer and return at once.
 #include "servd/servd_xdr.h"
 
+#include <cstring>
+
+namespace {
+
+using Listed = svd_enum_status_list_t;
+
+constexpr std::size_t longestInPlace = 4096; // of both names together
+constexpr std::size_t linkWords = 1 + 2 + 7; // without the names: there is a link, two lengths, the status
+
+std::size_t WordsOf(std::size_t bytes) { return (bytes + BYTES_PER_XDR_UNIT - 1) / BYTES_PER_XDR_UNIT; }
+
+std::uint32_t *PutWord(std::uint32_t *at, std::uint32_t word) {
+    *at = htonl(word);
+    return at + 1;
+}
+
+// The zeros that fill the last word up stand there first.
+std::uint32_t *PutText(std::uint32_t *at, const char *text, std::size_t length) {
+    at = PutWord(at, static_cast<std::uint32_t>(length));
+    const std::size_t words = WordsOf(length);
+    if (words == 0) return at;
+    at[words - 1] = 0;
+    std::memcpy(at, text, length);
+    return at + words;
+}
+
+// A link with the word before it that says there is one. False where the stream has no such stretch: nothing is encoded
+// then.
+bool EncodeInPlace(XDR *xdrs, const Listed &link) {
+    const char *const name = link.name != nullptr ? link.name : "";
+    const char *const displayName = link.displayName != nullptr ? link.displayName : "";
+    const std::size_t nameBytes = std::strlen(name);
+    const std::size_t displayNameBytes = std::strlen(displayName);
+    if (nameBytes > longestInPlace || displayNameBytes > longestInPlace - nameBytes) return false;
+    const std::size_t words = linkWords + WordsOf(nameBytes) + WordsOf(displayNameBytes);
+    auto *at = reinterpret_cast<std::uint32_t *>(XDR_INLINE(xdrs, static_cast<u_int>(words * BYTES_PER_XDR_UNIT)));
+    if (at == nullptr) return false;
+    at = PutWord(at, 1);
+    at = PutText(at, name, nameBytes);
+    at = PutText(at, displayName, displayNameBytes);
+    std::apply([&at](const auto &...fields) { ((at = PutWord(at, static_cast<std::uint32_t>(fields))), ...); },
+               Fields(link.status));
+    return true;
+}
+
+bool_t Encode(XDR *xdrs, Listed *link) {
+    for (; link != nullptr; link = link->next) {
+        std::uint32_t more = 1;
+        if (EncodeInPlace(xdrs, *link)) continue;
+        if (!CodeField(xdrs, more) || !CodeField(xdrs, *link)) return FALSE;
+    }
+    std::uint32_t end = 0;
+    return CodeField(xdrs, end);
+}
+
+} // namespace
+
+bool_t CodeField(XDR *xdrs, svd_enum_status_list_t *&head) {
+    return xdrs->x_op == XDR_ENCODE ? Encode(xdrs, head) : CodeField<svd_enum_status_list_t>(xdrs, head);
+}
+
 #define ROUTINE(Record)                                                                                                \
     bool_t xdr_##Record(XDR *xdrs, Record *record) { return CodeWhole(xdrs, *record); }
 #define ROUTINES(number, name, handler, Record) ROUTINE(Record) ROUTINE(Record##_RETURN)

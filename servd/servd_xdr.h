@@ -70,6 +70,8 @@ struct svd_enum_status_list_t {
     svd_enum_status_list_t *next; // null at the end
 };
 constexpr auto Fields(As<svd_enum_status_list_t> auto &r) { return std::tie(r.name, r.displayName, r.status); }
+// The chain as any other, but that encoding takes one stretch of the stream for each link: there may be ten thousand.
+bool_t CodeField(XDR *xdrs, svd_enum_status_list_t *&head);
 
 struct servd_SERV_CONNECT_SERVICE {
     char *machineName;
