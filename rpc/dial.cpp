@@ -25,7 +25,8 @@
 
 namespace {
 
-constexpr std::size_t keptInputBytes = std::size_t{64} << 10; // between calls, so that a call need not allocate
+// Between calls, so that a call need not allocate: the answer to one piece of a long list.
+constexpr std::size_t keptInputBytes = std::size_t{512} << 10;
 
 using Milliseconds = std::int64_t; // a moment on the monotonic clock
 

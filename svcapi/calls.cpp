@@ -72,36 +72,48 @@ struct Enumeration {
     const ServiceSink *sink;
 };
 
-// The text that comes next, up to a zero: where it stands, or a copy where the stream does not have it in one piece.
-// For that the stream goes back, which those in memory can, as an answer's is; another one fails.
-bool TakeText(XDR *xdrs, HeapText *copy, std::string_view *text) {
-    const u_int before = XDR_GETPOS(xdrs);
-    std::uint32_t count = 0;
-    if (!CodeField(xdrs, count)) return false;
-    const std::uint64_t padded =
-        (std::uint64_t{count} + BYTES_PER_XDR_UNIT - 1) / BYTES_PER_XDR_UNIT * BYTES_PER_XDR_UNIT;
-    const auto *const at =
-        padded <= INT32_MAX ? reinterpret_cast<const char *>(XDR_INLINE(xdrs, static_cast<u_int>(padded))) : nullptr;
-    if (at != nullptr) {
-        *text = {at, strnlen(at, count)};
-        return true;
-    }
-    char *read = nullptr;
-    if (!XDR_SETPOS(xdrs, before) || !CodeField(xdrs, read)) return false;
-    copy->reset(read);
-    *text = read;
+// Takes a service, and the word behind it that says whether there is another.
+bool TakeServiceByField(XDR *xdrs, const ServiceSink *sink, std::uint32_t *more) {
+    svd_enum_status_list_t record = {};
+    const RecordGuard<svd_enum_status_list_t> released(&record);
+    if (!CodeField(xdrs, record) || !CodeField(xdrs, *more)) return false;
+    if (sink != nullptr) (*sink)({record.name, record.displayName, ToWin32(record.status)});
     return true;
 }
 
-bool TakeService(XDR *xdrs, const ServiceSink *sink) {
-    HeapText nameCopy, displayNameCopy;
+// The next bytes of a stream that has them all in one piece; null behind its end.
+const std::uint32_t *TakeWords(XDR *xdrs, std::uint64_t bytes) {
+    if (bytes > INT32_MAX) return nullptr;
+    return reinterpret_cast<const std::uint32_t *>(XDR_INLINE(xdrs, static_cast<u_int>(bytes)));
+}
+
+std::uint64_t Padded(std::uint32_t bytes) {
+    return (std::uint64_t{bytes} + BYTES_PER_XDR_UNIT - 1) / BYTES_PER_XDR_UNIT * BYTES_PER_XDR_UNIT;
+}
+
+std::string_view TextAt(const std::uint32_t *at, std::uint32_t count) {
+    const auto *const text = reinterpret_cast<const char *>(at);
+    return {text, strnlen(text, count)};
+}
+
+// The same in as few looks at the stream as the lengths in it allow: each text is taken together with the words that
+// follow it.
+bool TakeServiceInPlace(XDR *xdrs, const ServiceSink *sink, std::uint32_t *more) {
+    constexpr std::size_t statusWords = sizeof(SERVICE_STATUS) / sizeof(DWORD);
+    const std::uint32_t *at = TakeWords(xdrs, BYTES_PER_XDR_UNIT);
+    if (at == nullptr) return false;
+    const std::uint32_t nameBytes = ntohl(*at);
+    at = TakeWords(xdrs, Padded(nameBytes) + BYTES_PER_XDR_UNIT);
+    if (at == nullptr) return false;
     ListedView service;
-    svd_status_t status = {};
-    if (!TakeText(xdrs, &nameCopy, &service.name) || !TakeText(xdrs, &displayNameCopy, &service.displayName) ||
-        !CodeField(xdrs, status)) {
-        return false;
-    }
-    service.status = ToWin32(status);
+    service.name = TextAt(at, nameBytes);
+    const std::uint32_t displayNameBytes = ntohl(at[Padded(nameBytes) / BYTES_PER_XDR_UNIT]);
+    at = TakeWords(xdrs, Padded(displayNameBytes) + (statusWords + 1) * BYTES_PER_XDR_UNIT);
+    if (at == nullptr) return false;
+    service.displayName = TextAt(at, displayNameBytes);
+    at += Padded(displayNameBytes) / BYTES_PER_XDR_UNIT;
+    service.status = {ntohl(at[0]), ntohl(at[1]), ntohl(at[2]), ntohl(at[3]), ntohl(at[4]), ntohl(at[5]), ntohl(at[6])};
+    *more = ntohl(at[statusWords]);
     if (sink != nullptr) (*sink)(service);
     return true;
 }
@@ -109,15 +121,17 @@ bool TakeService(XDR *xdrs, const ServiceSink *sink) {
 // What the routine of the whole record decodes, the list's end included.
 bool_t DecodeEnumeration(XDR *xdrs, Enumeration *answer) {
     servd_SERV_ENUM_STATUS_SERVICE_RETURN &words = answer->words;
-    if (!CodeFields(xdrs, words.status, words.bytesNeeded, words.servicesReturned, words.resumeIndex)) return FALSE;
+    std::uint32_t more = 0;
+    if (!CodeFields(xdrs, words.status, words.bytesNeeded, words.servicesReturned, words.resumeIndex, more)) {
+        return FALSE;
+    }
     // A refused enumeration carries the list of another one.
     const ServiceSink *const sink = words.status == ERROR_SUCCESS ? answer->sink : nullptr;
-    for (;;) {
-        std::uint32_t more = 0;
-        if (!CodeField(xdrs, more)) return FALSE;
-        if (more == 0) return TRUE;
-        if (!TakeService(xdrs, sink)) return FALSE;
+    const bool isInPlace = XDR_INLINE(xdrs, 0) != nullptr; // else its words stand across those of this machine
+    while (more != 0) {
+        if (!(isInPlace ? TakeServiceInPlace : TakeServiceByField)(xdrs, sink, &more)) return FALSE;
     }
+    return TRUE;
 }
 
 } // namespace

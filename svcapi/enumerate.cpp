@@ -30,8 +30,8 @@ bool IsUsable(const ListBuffer<Record> &buffer) {
            (buffer.services != nullptr || buffer.bytes == 0);
 }
 
-template <typename Record>
-DWORD Pack(const std::vector<ListedService> &services, std::size_t first, const ListBuffer<Record> &buffer) {
+template <typename Record, typename List>
+DWORD Pack(const List &services, std::size_t first, const ListBuffer<Record> &buffer) {
     // Nothing is written behind what is needed, however much room there is.
     DWORD allBytes = 0;
     (void)PackServices<Record>(services, first, nullptr, 0, &allBytes, buffer.returned);
@@ -85,19 +85,30 @@ DWORD ListWanted(DaemonLink &link, const Wanted &wanted, const ServiceSink &sink
     });
 }
 
+// The thread's own, whose memory stays for the next enumeration: to get it anew costs as much as to fill it. Nothing of
+// a list beyond any usual one is kept.
+ServiceList &EmptyList() {
+    constexpr std::size_t mostKept = 4096;
+    thread_local ServiceList list;
+    if (list.places.capacity() > mostKept) list = {};
+    list.places.clear();
+    list.names.clear();
+    return list;
+}
+
 // Lists services from a resume handle on, which may be null.
 template <typename Record>
 BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record> &buffer, DWORD *resumeHandle) {
     if (!IsUsable(buffer) || !IsPossible(wanted)) return Succeeded(ERROR_INVALID_PARAMETER);
-    std::vector<ListedService> services;
+    ServiceList &services = EmptyList();
     HandleCall call;
     DWORD rc = BeginManagerCall(manager, &call);
     if (rc == ERROR_SUCCESS) {
-        rc = ListWanted(*call.handle->link, wanted,
-                        [&](const ListedView &service) { services.push_back(Kept(service)); });
+        rc = ListWanted(*call.handle->link, wanted, [&](const ListedView &service) { Append(&services, service); });
     }
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    const std::size_t first = std::min<std::size_t>(resumeHandle != nullptr ? *resumeHandle : 0, services.size());
+    const std::size_t count = services.places.size();
+    const std::size_t first = std::min<std::size_t>(resumeHandle != nullptr ? *resumeHandle : 0, count);
     rc = Pack(services, first, buffer);
     if (resumeHandle != nullptr) {
         *resumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *buffer.returned : 0;

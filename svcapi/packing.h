@@ -6,6 +6,7 @@
 
 #include "tv/winsvc.h"
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -34,6 +35,43 @@ struct ListedView {
 }
 [[nodiscard]] inline ListedService Kept(const ListedView &view) {
     return {std::string(view.name), std::string(view.displayName), view.status, view.complete, view.processId};
+}
+
+// Many of them in two blocks.
+struct ServiceList {
+    struct Place {
+        std::uint32_t nameBytes;
+        std::uint32_t displayNameBytes;
+        SERVICE_STATUS status;
+        bool complete;
+        DWORD processId;
+    };
+    std::vector<Place> places;
+    std::string names; // name and display name of each, one behind the other
+};
+inline void Append(ServiceList *list, const ListedView &service) {
+    list->places.push_back({static_cast<std::uint32_t>(service.name.size()),
+                            static_cast<std::uint32_t>(service.displayName.size()), service.status, service.complete,
+                            service.processId});
+    list->names.append(service.name).append(service.displayName);
+}
+
+// Calls visit(view) for each service, in order.
+template <typename Visit>
+void ForEach(const ServiceList &list, Visit visit) {
+    const char *at = list.names.data();
+    for (const ServiceList::Place &place : list.places) {
+        const std::string_view name(at, place.nameBytes);
+        const std::string_view displayName(at + place.nameBytes, place.displayNameBytes);
+        at += name.size() + displayName.size();
+        visit(ListedView{name, displayName, place.status, place.complete, place.processId});
+    }
+}
+template <typename Visit>
+void ForEach(const std::vector<ListedService> &services, Visit visit) {
+    for (const ListedService &service : services) {
+        visit(ViewOf(service));
+    }
 }
 
 // Takes services one by one, in order.
@@ -81,13 +119,11 @@ template <typename Record>
 [[nodiscard]] DWORD FinishPacking(ServicePacking<Record> *packing, DWORD *bytesNeeded, DWORD *returned);
 
 // All of it, from services[first] on.
-template <typename Record>
-[[nodiscard]] DWORD PackServices(const std::vector<ListedService> &services, std::size_t first, Record *buffer,
-                                 DWORD bytes, DWORD *bytesNeeded, DWORD *returned) {
+template <typename Record, typename List>
+[[nodiscard]] DWORD PackServices(const List &services, std::size_t first, Record *buffer, DWORD bytes,
+                                 DWORD *bytesNeeded, DWORD *returned) {
     ServicePacking<Record> packing = {.buffer = buffer, .bytes = bytes, .skipped = first};
-    for (const ListedService &service : services) {
-        PackService(&packing, ViewOf(service));
-    }
+    ForEach(services, [&packing](const ListedView &service) { PackService(&packing, service); });
     return FinishPacking(&packing, bytesNeeded, returned);
 }
 

@@ -83,7 +83,8 @@ TEST(PackServices, going_on_needs_room_for_the_rest_only) {
 TEST(PackServices, nothing_to_list_needs_nothing) {
     DWORD bytesNeeded = 9;
     DWORD returned = 9;
-    EXPECT_EQ(PackServices<ENUM_SERVICE_STATUSA>({}, 0, nullptr, 0, &bytesNeeded, &returned), ERROR_SUCCESS);
+    EXPECT_EQ(PackServices<ENUM_SERVICE_STATUSA>(std::vector<ListedService>{}, 0, nullptr, 0, &bytesNeeded, &returned),
+              ERROR_SUCCESS);
     EXPECT_EQ(bytesNeeded, 0u);
     EXPECT_EQ(returned, 0u);
 }
