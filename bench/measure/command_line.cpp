@@ -38,38 +38,89 @@ struct TypedCommand {
     std::string name; // of the row
     Words words;
     int status = 0;
-    std::optional<double> limit = {}; // of the time, beside the empty program's
+    std::optional<double> limit = {}; // of the time with 1,000 services, beside the empty program's
 };
 
 // Limits beyond those of a look at one service were set as milliseconds on a machine whose empty program took 1.2.
-const std::vector<TypedCommand> commands = {
-    {"tvsc status NAME", {"status", ServiceName(50)}, 3, 3.0},
-    {"tvsc is-active NAME", {"is-active", ServiceName(50)}, 3, 3.0},
-    {"tvsc list --brief", {"list", "--brief"}, 0, 5 / 1.2},
-    {"tvsc list", {"list"}, 0, 40 / 1.2},
-    {"tvsc list --json", {"list", "--json"}, 0, 45 / 1.2},
-    {"tvsc order", {"order"}, 0, {}},
+const std::vector<TypedCommand> lookCommands = {
+    {"tvsc status NAME", {"tvsc", "status", ServiceName(50)}, 3, 3.0},
+    {"tvsc is-active NAME", {"tvsc", "is-active", ServiceName(50)}, 3, 3.0},
+};
+const std::vector<TypedCommand> listCommands = {
+    {"tvsc list --brief", {"tvsc", "list", "--brief"}, 0, 5 / 1.2},
+    {"tvsc list", {"tvsc", "list"}, 0, 40 / 1.2},
+    {"tvsc list --json", {"tvsc", "list", "--json"}, 0, 45 / 1.2},
+    {"tvsc order", {"tvsc", "order"}, 0, {}},
 };
 
-// Returns what each command took at best.
-std::vector<double> MeasureCommands(Bench &bench, int services) {
+// How often a command is run, on all services and in all; one that goes over ten times as many takes so much longer.
+struct Turns {
+    int rounds;
+    int samples;
+};
+
+Turns TurnsFor(const Bench &bench, int services) {
+    if (services <= 1000) return {bench.rounds, Samples(bench, 20)};
+    return {std::min(bench.rounds, 3), Samples(bench, 5)};
+}
+
+// Adds the row of a command. Returns what it took at best.
+double MeasureCommand(Bench &bench, const TypedCommand &command, int services) {
+    Words words = command.words;
+    words[0] = ProgramPath(words[0]);
+    const Side measured = {[&] { Run(words, command.status); }};
+    const Side floor = {[] { Run({ProgramPath("floor_process")}); }};
+    const Turns turns = TurnsFor(bench, services);
+    const Comparison result = CompareInRounds(measured, floor, turns.rounds, turns.samples);
+    AddRow(bench, {command.name,
+                   Thousands(services),
+                   result.measured,
+                   result.floor,
+                   {"time / empty program", result.ratio, services == 1000 ? command.limit : std::nullopt}});
+    return result.measured.p10;
+}
+
+std::vector<double> MeasureCommands(Bench &bench, const std::vector<TypedCommand> &commands, int services) {
     const Daemons daemons = StartDaemons(MakeRegistry(services));
     std::vector<double> best;
     for (const TypedCommand &command : commands) {
-        Words words = {ProgramPath("tvsc")};
-        words.insert(words.end(), command.words.begin(), command.words.end());
-        const Side measured = {[&] { Run(words, command.status); }};
-        const Side floor = {[] { Run({ProgramPath("floor_process")}); }};
-        const Comparison result = CompareInRounds(measured, floor, bench.rounds, Samples(bench, 20));
-        AddRow(bench, {command.name,
-                       Thousands(services),
-                       result.measured,
-                       result.floor,
-                       {"time / empty program", result.ratio, services == 1000 ? command.limit : std::nullopt}});
-        best.push_back(result.measured.p10);
+        best.push_back(MeasureCommand(bench, command, services));
     }
     StopDaemons(daemons);
     return best;
+}
+
+void AddGrowth(Bench &bench, const std::string &what, double small, double large) {
+    AddRow(bench, {what, "growth", {}, {}, {"10,000 / 1,000", large / small, 11.0}});
+}
+
+void MeasureGrowthOfLists(Bench &bench) {
+    (void)MeasureCommands(bench, listCommands, 100);
+    const std::vector<double> small = MeasureCommands(bench, listCommands, 1000);
+    const std::vector<double> large = MeasureCommands(bench, listCommands, 10000);
+    for (std::size_t i = 0; i < listCommands.size(); ++i) {
+        AddGrowth(bench, listCommands[i].name, small[i], large[i]);
+    }
+}
+
+// Services as one file of registry text, read into a registry that has them already after the first time: what is
+// written is acknowledged either way.
+double MeasureImportOf(Bench &bench, int services) {
+    const std::string folder = MakeScratchFolder();
+    const std::string text = folder + "/services.reg";
+    pid_t tvregd = StartRegistryDaemon(MakeRegistry(services));
+    Run({ProgramPath("tvreg"), "export", "HKLM\\" + servicesKey, text});
+    (void)StopDaemon(tvregd);
+    tvregd = StartRegistryDaemon(folder + "/imported.db");
+    const double best = MeasureCommand(bench, {"tvreg import", {"tvreg", "import", text}}, services);
+    (void)StopDaemon(tvregd);
+    return best;
+}
+
+void MeasureGrowthOfImport(Bench &bench) {
+    (void)MeasureImportOf(bench, 100);
+    const double small = MeasureImportOf(bench, 1000);
+    AddGrowth(bench, "tvreg import", small, MeasureImportOf(bench, 10000));
 }
 
 std::int32_t StateOf(CLIENT *client) {
@@ -114,9 +165,9 @@ void MeasureStartAndStop(Bench &bench) {
     const auto opened = CallForAnswer(client.get(), servd_SERV_OPEN_SERVICE{Borrowed("sample"), SERVICE_ALL_ACCESS});
     Require(opened.record.status);
     const std::int32_t handle = opened.record.handle;
-    std::vector<Figures> starts, stops, startFloors, stopFloors;
+    std::vector<Figures> starts, stops, startFloors, stopFloors, stopFloorsWithLaunch;
     for (int round = 0; round < bench.rounds; ++round) {
-        std::vector<double> start, stop, startFloor, stopFloor;
+        std::vector<double> start, stop, startFloor, stopFloor, stopFloorWithLaunch;
         for (int sample = 0; sample < Samples(bench, 20); ++sample) {
             startFloor.push_back(TimeOf([&] {
                 Require(CallForAnswer(client.get(), servd_SERV_START_SERVICE{handle, nullptr, 0}).record.status);
@@ -127,6 +178,7 @@ void MeasureStartAndStop(Bench &bench) {
                             .record.status);
                 AwaitState(client.get(), SERVICE_STOPPED);
             }));
+            stopFloorWithLaunch.push_back(stopFloor.back() + TimeOf([] { Run({ProgramPath("floor_process")}); }));
             start.push_back(TimeOf([] { Run({ProgramPath("tvsc"), "--quiet", "start", "sample"}); }));
             stop.push_back(TimeOf([] { Run({ProgramPath("tvsc"), "--quiet", "stop", "sample"}); }));
         }
@@ -134,6 +186,7 @@ void MeasureStartAndStop(Bench &bench) {
         stops.push_back(FiguresOf(stop));
         startFloors.push_back(FiguresOf(startFloor));
         stopFloors.push_back(FiguresOf(stopFloor));
+        stopFloorsWithLaunch.push_back(FiguresOf(stopFloorWithLaunch));
     }
     const Comparison start = Summarise(starts, startFloors);
     const Comparison stop = Summarise(stops, stopFloors);
@@ -147,18 +200,25 @@ void MeasureStartAndStop(Bench &bench) {
                    stop.measured,
                    stop.floor,
                    {"time / daemon and service", stop.ratio, 2.0}});
+    const Comparison stopAndLaunch = Summarise(stops, stopFloorsWithLaunch);
+    AddRow(bench, {"tvsc stop NAME, until stopped",
+                   "prompt",
+                   stopAndLaunch.measured,
+                   stopAndLaunch.floor,
+                   {"time / these and an empty program", stopAndLaunch.ratio}});
     StopDaemons({tvregd, servd});
 }
 
 } // namespace
 
 void MeasureCommandLine(Bench &bench) {
-    if (!bench.isWanted("tvsc")) return;
-    MeasureStartAndStop(bench);
-    (void)MeasureCommands(bench, 100);
-    const std::vector<double> small = MeasureCommands(bench, 1000);
-    const std::vector<double> large = MeasureCommands(bench, 10000);
-    for (std::size_t i = 0; i < commands.size(); ++i) {
-        AddRow(bench, {commands[i].name, "growth", {}, {}, {"10,000 / 1,000", large[i] / small[i], 11.0}});
+    if (bench.isWanted("tvsc")) {
+        MeasureStartAndStop(bench);
+        (void)MeasureCommands(bench, lookCommands, 1000);
+        (void)MeasureCommands(bench, listCommands, 1000);
+    }
+    if (bench.isWanted("growth of commands")) {
+        MeasureGrowthOfLists(bench);
+        MeasureGrowthOfImport(bench);
     }
 }

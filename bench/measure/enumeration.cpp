@@ -44,17 +44,17 @@ std::size_t ReplyBytes(CLIENT *client, int services) {
 
 // Returns the time of one enumeration of this size, with hardly anything in between: the two sizes that are compared
 // are not measured in turns.
-double MeasureSize(Bench &bench, int services, bool pinned) {
+double MeasureSize(Bench &bench, int services, Placement placement) {
     const Daemons daemons = StartDaemons(MakeRegistry(services));
     const pid_t rpcFloor = StartRpcFloor();
     const RpcClient client = DialWithLibtirpc(SERVDAEMONPROG, SERVDAEMONVERS);
     const RpcClient own = DialServiceDaemon();
     const RpcClient list = DialWithLibtirpc(FLOORPROG, FLOORVERS);
     TcpFloor tcp = StartTcpFloor(requestBytes, ReplyBytes(client.get(), services));
-    Pin(pinned, {daemons.servd, tcp.server, rpcFloor});
+    Place(placement, {daemons.servd, tcp.server, rpcFloor});
 
     const int samples = Samples(bench, 500 * 1000 / services);
-    const std::string setting = fmt::format("{}, {}", Thousands(services), pinned ? "pinned" : "unpinned");
+    const std::string setting = fmt::format("{}, {}", Thousands(services), SettingOf(placement));
     const Side floor = {[&] { CallTcpFloor(tcp); }, tcp.server};
     const Comparison result =
         CompareInRounds({[&] { Enumerate(client.get()); }, daemons.servd}, floor, bench.rounds, samples);
@@ -79,7 +79,7 @@ double MeasureSize(Bench &bench, int services, bool pinned) {
     (void)CloseServiceHandle(manager);
     addForComparison("enumeration, list of records", {[&] { Enumerate(own.get()); }, daemons.servd});
     addForComparison("enumeration, bare libtirpc", {[&] { EnumerateFloor(list.get(), services); }, rpcFloor});
-    Pin(false, {});
+    Place(Placement::anywhere, {});
     StopProcess(tcp.server);
     StopProcess(rpcFloor);
     StopDaemons(daemons);
@@ -90,17 +90,15 @@ double MeasureSize(Bench &bench, int services, bool pinned) {
 
 void MeasureEnumeration(Bench &bench) {
     if (!bench.isWanted("enumeration")) return;
-    for (const bool pinned : {true, false}) {
-        const double small = MeasureSize(bench, 1000, pinned);
-        const double large = MeasureSize(bench, 10000, pinned);
-        AddRow(
-            bench,
-            {"enumeration, growth", pinned ? "pinned" : "unpinned", {}, {}, {"10,000 / 1,000", large / small, 11.0}});
+    for (const Placement placement : {Placement::together, Placement::apart}) {
+        const double small = MeasureSize(bench, 1000, placement);
+        const double large = MeasureSize(bench, 10000, placement);
+        AddRow(bench, {"enumeration, growth", SettingOf(placement), {}, {}, {"10,000 / 1,000", large / small, 11.0}});
     }
 }
 
 void MeasureMemory(Bench &bench) {
-    if (!bench.isWanted("memory of servd")) return;
+    if (!bench.isWanted("memory of servd, growth")) return;
     for (const int services : {100, 1000, 10000}) {
         const Daemons daemons = StartDaemons(MakeRegistry(services));
         const double megabytes = static_cast<double>(ResidentBytes(daemons.servd)) / (1 << 20);

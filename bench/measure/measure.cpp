@@ -13,6 +13,7 @@ namespace {
 
 struct Options {
     std::string json;
+    std::string markdown;
     std::string only;
     int rounds = 7;
     bool quick = false;
@@ -28,6 +29,7 @@ int Run(const Options &options) {
     MeasureStatusQuery(bench);
     MeasureManyClients(bench);
     MeasureIdleConnections(bench);
+    MeasureStorm(bench);
     MeasureEnumeration(bench);
     MeasureRegistry(bench);
     MeasureCommits(bench);
@@ -38,6 +40,7 @@ int Run(const Options &options) {
     MeasureCommandLine(bench);
     MeasureMemory(bench);
     if (!options.json.empty()) WriteJson(options.json, bench.rows, bench.rounds);
+    if (!options.markdown.empty()) WriteMarkdown(options.markdown, bench.rows, bench.rounds);
     return 0;
 }
 
@@ -59,6 +62,7 @@ int main(int argc, char **argv) {
     Options options;
     CLI::App app("Measures the daemons against what the wire itself costs.", "bench/run");
     app.add_option("--json", options.json, "write the table to this file as well, as JSON")->type_name("FILE");
+    app.add_option("--markdown", options.markdown, "write it as a table in Markdown")->type_name("FILE");
     app.add_option("--only", options.only, "measure only the groups of rows whose names match")->type_name("REGEX");
     app.add_option("--rounds", options.rounds, "rounds of each comparison")
         ->check(CLI::Range(1, 100))

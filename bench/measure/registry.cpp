@@ -226,14 +226,14 @@ double MeasureLoadOf(Bench &bench, int services) {
     const pid_t tvregd = StartRegistryDaemon(MakeRegistry(services));
     std::vector<Figures> loads, expected;
     int calls = 0;
-    Pin(true, {tvregd});
+    Place(Placement::together, {tvregd});
     for (int i = 0; i < bench.rounds; ++i) {
         const Load load = InChild<Load>([&] { return MeasureOneLoad(services, tvregd); });
         loads.push_back(load.load);
         expected.push_back(load.expected);
         calls = load.calls;
     }
-    Pin(false, {});
+    Place(Placement::anywhere, {});
     (void)StopDaemon(tvregd);
     const Comparison result = Summarise(loads, expected);
     AddRow(bench, {fmt::format("start-up load, {} registry calls", Thousands(calls)),
@@ -251,16 +251,17 @@ void MeasureRegistry(Bench &bench) {
     const std::string database = MakeRegistry(1000);
     const pid_t tvregd = StartRegistryDaemon(database);
     const pid_t rpcFloor = StartRpcFloor();
-    for (const bool pinned : {true, false}) {
-        Pin(pinned, {tvregd, rpcFloor});
+    for (const Placement placement : {Placement::together, Placement::apart}) {
+        Place(placement, {tvregd, rpcFloor});
         const Comparison reading =
             InChild<Comparison>([&] { return CompareReading(tvregd, rpcFloor, bench.rounds, Samples(bench, 2000)); });
         AddRow(bench, {"tvregd: open, query, close",
-                       pinned ? "pinned" : "unpinned",
+                       SettingOf(placement),
                        reading.measured,
                        reading.floor,
                        {"time / floor", reading.ratio, 1.4}});
     }
+    Place(Placement::anywhere, {tvregd, rpcFloor});
     const std::string folder = MakeScratchFolder();
     const Comparison setting =
         InChild<Comparison>([&] { return CompareSetting(tvregd, folder, bench.rounds, Samples(bench, 200)); });
@@ -269,13 +270,12 @@ void MeasureRegistry(Bench &bench) {
                    setting.measured,
                    setting.floor,
                    {"time / floor", setting.ratio, 1.3}});
-    Pin(false, {});
     StopProcess(rpcFloor);
     (void)StopDaemon(tvregd);
 }
 
 void MeasureLoad(Bench &bench) {
-    if (!bench.isWanted("start-up load")) return;
+    if (!bench.isWanted("start-up load, growth")) return;
     (void)MeasureLoadOf(bench, 100);
     const double small = MeasureLoadOf(bench, 1000);
     const double large = MeasureLoadOf(bench, 10000);

@@ -27,5 +27,6 @@ void MeasureLoad(Bench &bench);
 void MeasureStart(Bench &bench);
 void MeasureCommandLine(Bench &bench);
 void MeasureIdleConnections(Bench &bench);
+void MeasureStorm(Bench &bench);
 void MeasureMemory(Bench &bench);
 void MeasureInProcess(Bench &bench);

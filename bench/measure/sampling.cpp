@@ -22,6 +22,15 @@ double ReadClockUs(clockid_t clock) {
 
 double RatioOf(double value, double floor) { return floor > 0 ? value / floor : 0; }
 
+cpu_set_t Processors(std::size_t first, std::size_t end) {
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    for (std::size_t processor = first; processor < end; ++processor) {
+        CPU_SET(processor, &processors);
+    }
+    return processors;
+}
+
 void PinThreads(pid_t process, const cpu_set_t &processors) {
     for (const auto &thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
         const int id = std::stoi(thread.path().filename());
@@ -92,15 +101,20 @@ Comparison CompareInRounds(const Side &measured, const Side &floor, int rounds, 
     return Summarise(measuredRounds, floorRounds);
 }
 
-void Pin(bool pinned, const std::vector<pid_t> &processes) {
-    cpu_set_t processors;
-    CPU_ZERO(&processors);
-    const long all = sysconf(_SC_NPROCESSORS_ONLN);
-    for (long i = 0; i < (pinned ? 1 : all); ++i) {
-        CPU_SET(static_cast<std::size_t>(i), &processors);
+const char *SettingOf(Placement placement) {
+    switch (placement) {
+    case Placement::together: return "pinned";
+    case Placement::apart: return "apart";
+    case Placement::anywhere: return "unpinned";
     }
-    PinThreads(getpid(), processors);
-    for (const pid_t process : processes) {
-        PinThreads(process, processors);
+    return "";
+}
+
+void Place(Placement placement, const std::vector<pid_t> &servers) {
+    const auto count = static_cast<std::size_t>(sysconf(_SC_NPROCESSORS_ONLN));
+    PinThreads(getpid(), placement == Placement::anywhere ? Processors(0, count) : Processors(0, 1));
+    for (const pid_t server : servers) {
+        const std::size_t first = placement == Placement::apart && count > 1 ? 1 : 0;
+        PinThreads(server, placement == Placement::anywhere ? Processors(0, count) : Processors(first, first + 1));
     }
 }

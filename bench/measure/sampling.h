@@ -44,5 +44,10 @@ Comparison CompareInRounds(const Side &measured, const Side &floor, int rounds, 
 // The medians of figures and ratios that were taken round by round.
 Comparison Summarise(const std::vector<Figures> &measured, const std::vector<Figures> &floor);
 
-// Puts this process and the given ones, all threads of each, on the first processor, or back on all of them.
-void Pin(bool pinned, const std::vector<pid_t> &processes);
+// Where this process and the servers that it measures run: all on the first processor; the servers on the second one,
+// so that each call wakes both; wherever the kernel places them.
+enum class Placement { together, apart, anywhere };
+const char *SettingOf(Placement placement); // "pinned", "apart", "unpinned"
+
+// Places this process and the servers, all threads of each.
+void Place(Placement placement, const std::vector<pid_t> &servers);

@@ -58,9 +58,9 @@ void MeasureStatusQuery(Bench &bench) {
     const RpcClient client = DialWithLibtirpc(SERVDAEMONPROG, SERVDAEMONVERS);
     const RpcClient own = DialServiceDaemon();
     const Side floor = {[&] { CallTcpFloor(tcp); }, tcp.server};
-    for (const bool pinned : {true, false}) {
-        const std::string setting = pinned ? "pinned" : "unpinned";
-        Pin(pinned, {daemons.servd, tcp.server});
+    for (const Placement placement : {Placement::together, Placement::apart}) {
+        const std::string setting = SettingOf(placement);
+        Place(placement, {daemons.servd, tcp.server});
         const int samples = Samples(bench, 5000);
         AddComparison(
             bench, setting,
@@ -73,7 +73,7 @@ void MeasureStatusQuery(Bench &bench) {
                        result.floor,
                        {"time / floor", result.ratio}});
     }
-    Pin(false, {});
+    Place(Placement::anywhere, {});
     StopProcess(tcp.server);
     StopDaemons(daemons);
 }
@@ -83,17 +83,17 @@ void MeasureManyClients(Bench &bench) {
     const Daemons daemons = StartDaemons(MakeRegistry(services));
     const pid_t rpcFloor = StartRpcFloor();
     for (const int clients : {8, 64}) {
-        for (const bool pinned : {true, false}) {
-            Pin(pinned, {daemons.servd, rpcFloor});
+        for (const Placement placement : {Placement::together, Placement::anywhere}) {
+            Place(placement, {daemons.servd, rpcFloor});
             const Comparison result = CompareCrowds(bench, clients, daemons, rpcFloor);
             AddRow(bench, {fmt::format("status queries from {} clients", clients),
-                           pinned ? "pinned" : "unpinned",
+                           SettingOf(placement),
                            result.measured,
                            result.floor,
                            {"calls/s / floor", result.ratio > 0 ? 1 / result.ratio : 0, 1.0, true}});
         }
     }
-    Pin(false, {});
+    Place(Placement::anywhere, {});
     StopProcess(rpcFloor);
     StopDaemons(daemons);
 }
@@ -105,7 +105,7 @@ void MeasureIdleConnections(Bench &bench) {
     const Side side = {[&] { QueryStatus(client.get()); }, daemons.servd};
     const int samples = Samples(bench, 5000);
     for (const int count : {100, 900}) {
-        Pin(true, {daemons.servd});
+        Place(Placement::together, {daemons.servd});
         std::vector<Figures> alone, beside;
         std::vector<double> bytes;
         for (int i = 0; i < bench.rounds; ++i) {
@@ -134,6 +134,6 @@ void MeasureIdleConnections(Bench &bench) {
                        {},
                        {"KB", *std::max_element(bytes.begin(), bytes.end()) / 1024, 15.0}});
     }
-    Pin(false, {});
+    Place(Placement::anywhere, {});
     StopDaemons(daemons);
 }

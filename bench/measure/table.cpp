@@ -112,6 +112,24 @@ void PrintRow(const Row &row) {
          fmt::format("{:<16} {:>7} {:>8} {}", judged.name, Short(judged.value), LimitText(judged), Verdict(judged))});
 }
 
+void WriteMarkdown(const std::string &file, const std::vector<Row> &rows, int rounds) {
+    std::ofstream out(file);
+    out << fmt::format("{}; {}; medians of {} rounds. Times in microseconds: median, 99th percentile, server CPU for "
+                       "each request.\n\n",
+                       MachineText(), Today(), rounds);
+    out << "| what | setting | median | p99 | CPU | floor | p99 | CPU | judged | | limit | |\n"
+           "|---|---|---:|---:|---:|---:|---:|---:|---|---:|---:|---|\n";
+    for (const Row &row : rows) {
+        const Judged &judged = row.judged;
+        out << fmt::format("| {} | {} | {} | {} | {} | {} | {} | {} | {} | {} | {} | {} |\n", row.what, row.setting,
+                           Cell(row.measured, &Figures::median), Cell(row.measured, &Figures::p99),
+                           Cell(row.measured, &Figures::serverCpu), Cell(row.floor, &Figures::median),
+                           Cell(row.floor, &Figures::p99), Cell(row.floor, &Figures::serverCpu), judged.name,
+                           Short(judged.value), LimitText(judged), Verdict(judged));
+    }
+    if (!out) throw std::runtime_error(file + " cannot be written");
+}
+
 void WriteJson(const std::string &file, const std::vector<Row> &rows, int rounds) {
     Json json = {{"machine", MachineText()}, {"date", Today()}, {"rounds", rounds}, {"rows", Json::array()}};
     for (const Row &row : rows) {

@@ -31,4 +31,6 @@ std::string MachineText();
 
 void PrintRow(const Row &row); // one line of the table, as soon as it is known
 void PrintHeading();
+// The table of bench/README.md: the machine and the day, then the rows.
+void WriteMarkdown(const std::string &file, const std::vector<Row> &rows, int rounds);
 void WriteJson(const std::string &file, const std::vector<Row> &rows, int rounds);
