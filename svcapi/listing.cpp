@@ -84,14 +84,19 @@ bool TakeNamed(std::vector<ListedService> &services, const std::string &name, DW
     return true;
 }
 
-// The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be.
-DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
+DWORD StateClassOf(const SERVICE_STATUS &status) {
+    return status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
+}
+
+// The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be, or not in
+// one of the wanted states.
+DWORD ListRecordZero(DaemonLink &link, DWORD state, std::optional<ListedService> *service) {
     service->reset();
     ListedService found;
     found.complete = false;
     DWORD rc = PeekRecord(link, 0, &found.status);
     if (rc == ERROR_INVALID_HANDLE) return ERROR_SUCCESS;
-    if (rc != ERROR_SUCCESS) return rc;
+    if (rc != ERROR_SUCCESS || (state & StateClassOf(found.status)) == 0) return rc;
     ServiceConfig config;
     DWORD code = ERROR_SUCCESS; // as in ReadConfig it may be left over
     rc = QueryRecordConfig(link, 0, &config, &code);
@@ -112,9 +117,8 @@ DWORD ListRecordZero(DaemonLink &link, std::optional<ListedService> *service) {
 bool PassesFilters(const SERVICE_STATUS &status, DWORD type, DWORD state) {
     const bool isWin32 = (status.dwServiceType & SERVICE_WIN32) != 0;
     const bool isDriver = (status.dwServiceType & (SERVICE_KERNEL_DRIVER | SERVICE_FILE_SYSTEM_DRIVER)) != 0;
-    const DWORD stateClass = status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
     return (((type & SERVICE_WIN32) != 0 && isWin32) || ((type & SERVICE_DRIVER) != 0 && isDriver)) &&
-           (state & stateClass) != 0;
+           (state & StateClassOf(status)) != 0;
 }
 
 // The daemon answers a configuration in which nothing is set when the registry does not answer it.
@@ -183,7 +187,7 @@ DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, const
     DWORD rc = ListServices(link, type, state, sink);
     if (rc != ERROR_SUCCESS) return rc;
     std::optional<ListedService> recordZero;
-    rc = ListRecordZero(link, &recordZero);
+    rc = ListRecordZero(link, state, &recordZero);
     if (recordZero && PassesFilters(recordZero->status, type, state)) sink(ViewOf(*recordZero));
     return rc;
 }
@@ -215,7 +219,7 @@ DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services) {
     DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, AppendTo(services));
     if (rc != ERROR_SUCCESS) return rc;
     std::optional<ListedService> recordZero;
-    rc = ListRecordZero(link, &recordZero);
+    rc = ListRecordZero(link, SERVICE_STATE_ALL, &recordZero);
     if (recordZero) services->push_back(*std::move(recordZero));
     return rc;
 }
