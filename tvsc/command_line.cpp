@@ -28,10 +28,36 @@ namespace {
 constexpr int mostParallel = 1000;
 constexpr double shortestCallSec = 0.001; // no time at all would mean not to wait for an answer
 
-const std::map<std::string, OutputFormat> outputFormats = {{"table", OutputFormat::table},
-                                                           {"json", OutputFormat::json},
-                                                           {"jsonl", OutputFormat::jsonl},
-                                                           {"tsv", OutputFormat::tsv}};
+template <typename Value>
+struct NamedValue {
+    const char *name;
+    Value value;
+};
+
+constexpr NamedValue<OutputFormat> outputFormats[] = {{"table", OutputFormat::table},
+                                                      {"json", OutputFormat::json},
+                                                      {"jsonl", OutputFormat::jsonl},
+                                                      {"tsv", OutputFormat::tsv}};
+constexpr NamedValue<ColourWhen> colourWords[] = {
+    {"auto", ColourWhen::automatic}, {"always", ColourWhen::always}, {"never", ColourWhen::never}};
+
+// One word of several. Other than the library's own it costs next to nothing in a line that does not name the option.
+template <typename Value, std::size_t N>
+CLI::Validator ReadOneOf(const NamedValue<Value> (&values)[N]) {
+    return CLI::Validator(
+        [&values](std::string &word) -> std::string {
+            std::string known;
+            for (const NamedValue<Value> &one : values) {
+                if (word == one.name) {
+                    word = std::to_string(static_cast<int>(one.value));
+                    return "";
+                }
+                known += (known.empty() ? "" : ", ") + std::string(one.name);
+            }
+            return fmt::format("{}: none of {}", word, known);
+        },
+        "");
+}
 
 void AddGlobalOptions(CLI::App &app, CommandLine &line) {
     app.add_option("--host", line.options.host, "Host of the daemon, or several with commas between them")
@@ -53,7 +79,7 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
         ->capture_default_str();
     app.add_option("--format", line.format,
                    "table, json, jsonl (a row on each line) or tsv (columns, tabs between them)")
-        ->transform(CLI::CheckedTransformer(outputFormats))
+        ->transform(ReadOneOf(outputFormats))
         ->type_name("FORMAT");
     app.add_flag("--json", line.json, "The same as --format=json");
     app.add_flag("--no-legend", line.hidesLegend, "Tables without a heading and without a last line that sums up");
@@ -67,8 +93,7 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
         ->capture_default_str();
     app.add_option("--color", line.options.colour, "Colours: auto (at a terminal), always or never")
         ->envname("TVSC_COLOR")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, ColourWhen>{
-            {"auto", ColourWhen::automatic}, {"always", ColourWhen::always}, {"never", ColourWhen::never}}))
+        ->transform(ReadOneOf(colourWords))
         ->type_name("WHEN");
     SpeakAs(app, TV_VERSION);
     app.require_subcommand(0, 1);

@@ -16,9 +16,10 @@ constexpr double longestTimeSec = 1'000'000;
 } // namespace
 
 CLI::Validator ReadTime(double least) {
-    const CLI::Validator read = CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL);
     return CLI::Validator(
-        [read, least](std::string &time) -> std::string {
+        [least](std::string &time) -> std::string {
+            // Made here: most lines name no time, and this takes longer than to read one.
+            const CLI::Validator read = CLI::AsNumberWithUnit(timeUnits, CLI::AsNumberWithUnit::UNIT_OPTIONAL);
             const std::string said = time;
             try {
                 if (read(time).empty() && std::stod(time) >= least && std::stod(time) <= longestTimeSec) return "";
