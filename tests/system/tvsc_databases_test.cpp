@@ -74,6 +74,7 @@ TEST_F(TvscDatabases, healthy) {
     WriteService("a", SERVICE_AUTO_START, image);
     WriteService("b", SERVICE_DEMAND_START, image, {{"DependOnGroup", REG_MULTI_SZ, std::string("a\0\0", 3)}});
     StartDaemon();
+    EXPECT_EQ(Tvsc({"wait", "a"}).status, 0) << "the daemon answers while a service may still be starting";
     EXPECT_THAT(Watch(0), AllOf(HasSubstr("a: -> running"), HasSubstr("b: -> stopped")));
     EXPECT_THAT(Look(0, {"timeline"}), HasSubstr("1  a"));
     EXPECT_THAT(Look(0, {"tree"}), HasSubstr("└─ ● a  running"));
