@@ -10,6 +10,7 @@
 #include "svcapi/image_launcher.h"
 #include "tvhost/parameters.h"
 #include "tvsc/act.h"
+#include "tvsc/apply.h"
 #include "tvsc/host_launcher.h"
 #include "tvsc/liveness.h"
 #include "tvsc/mask.h"
@@ -292,6 +293,11 @@ int RunCreate(Session &session, const CreateOptions &create) {
     std::vector<std::string> needed = create.dependencies;
     std::erase(needed, ""); // which would end the list
     if (session.options.dryRun) {
+        const DWORD known = AskForService(session, create.name);
+        if (known != ERROR_SERVICE_DOES_NOT_EXIST) {
+            return Refuse(session, create.name, "create", known == ERROR_SUCCESS ? ERROR_SERVICE_EXISTS : known,
+                          "not created");
+        }
         NoteUnknownAmong(session, needed);
         NoteMissingShell(session, create);
         Done(session, create.name, "create", fmt::format("would be created with the image {}", image));

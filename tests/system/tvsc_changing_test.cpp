@@ -200,7 +200,7 @@ TEST_F(TvscChanging, a_cyclic_database) {
 TEST_F(TvscChanging, record_0_in_use) {
     StartDaemon();
     ExpectAll({{{"create", "zero", "--image", image}, 0, 0, "created"},
-               {{"create", "zero", "--image", image}, 155, ERROR_SERVICE_EXISTS, "not created", 0},
+               {{"create", "zero", "--image", image}, 155, ERROR_SERVICE_EXISTS, "not created"},
                {{"config", "zero", "--display", "First"}, 0, 0, "changed"},
                {{"disable", "zero"}, 0, 0, "start type disabled"},
                {{"start", "zero"}, 6, ERROR_SERVICE_DISABLED, "not started", 0},
