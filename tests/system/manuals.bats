@@ -155,3 +155,25 @@ manualOf() { echo "$BATS_TEST_DIRNAME/../../docs/$1".[0-9].scd; }
         [ -z "$(groff -Tutf8 -ww -man "$page" 2>&1 >/dev/null)" ] || { echo "$page"; false; }
     done
 }
+
+# What people are told to type: the command is there, and its help has the options.
+@test "every line of tvsc that the README shows is understood" {
+    grep -oE '`tvsc [^`]*`' "$BATS_TEST_DIRNAME/../../README.md" | tr -d '`' | sort -u >"$BATS_TEST_TMPDIR/lines"
+    [ "$(wc -l <"$BATS_TEST_TMPDIR/lines")" -gt 30 ]
+    while read -r _ line; do
+        command= options=
+        for word in $line; do
+            case $word in
+                -*) options+=" $word" ;;
+                *,*) ;; # a list of machines
+                [a-z]*) [[ -n $command && ! $command =~ ^(plan|lock|handles|daemon)$ ]] || command+="${command:+ }$word" ;;
+            esac
+        done
+        help=$("$TV_BIN/tvsc" help $command) || { echo "tvsc $line: no command"; false; }
+        [[ $command != *' '* || $help == *"tvsc $command"* ]] || { echo "tvsc $line: no such part"; false; }
+        help+=$("$TV_BIN/tvsc" --help)
+        for option in $options; do
+            grep -qE -- "(^|[ ,])$option([ ,=]|$)" <<<"$help" || { echo "tvsc $line: $option"; false; }
+        done
+    done <"$BATS_TEST_TMPDIR/lines"
+}
