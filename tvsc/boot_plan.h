@@ -70,3 +70,7 @@ struct BootPlan {
 };
 
 [[nodiscard]] BootPlan PlanBoot(const BootDatabase &database);
+
+// What keeps the dependencies of services from being followed, whether they are started with the daemon or not: the
+// kinds ring (each told once, by its first service), unknownService, emptyGroup and unreadable.
+[[nodiscard]] std::vector<BootRemark> RemarkNeeds(const BootDatabase &database);

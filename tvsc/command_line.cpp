@@ -321,8 +321,8 @@ bool KnowsCommand(const CLI::App &app, const char *name) {
 
 // Adds commands until the one that the line seems to name is there.
 void AddCommandsUpTo(CLI::App &app, CommandLine &line, const char *command) {
-    for (const auto add :
-         {AddLookCommands, AddActCommands, AddConfigureCommands, AddTellCommands, AddDaemonCommands, AddTextCommands}) {
+    for (const auto add : {AddStateCommands, AddListCommand, AddLookCommands, AddActCommands, AddConfigureCommands,
+                           AddTellCommands, AddDaemonCommands, AddTextCommands}) {
         if (!KnowsCommand(app, command)) add(app, line);
     }
 }
@@ -349,8 +349,8 @@ std::shared_ptr<CommandLine> ReadAnyLine(int argc, char **argv, int *status) {
     const int words = WordsBeforeDashes(argc, argv);
     const std::shared_ptr<CommandLine> line = NewLine(argc, argv);
     CLI::App app(about, "tvsc");
-    for (const auto add : {AddGlobalOptions, AddLookCommands, AddTellCommands, AddActCommands, AddConfigureCommands,
-                           AddTextCommands, AddDaemonCommands, AddOwnCommands}) {
+    for (const auto add : {AddGlobalOptions, AddListCommand, AddStateCommands, AddLookCommands, AddTellCommands,
+                           AddActCommands, AddConfigureCommands, AddTextCommands, AddDaemonCommands, AddOwnCommands}) {
         add(app, *line);
     }
     try {

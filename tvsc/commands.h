@@ -5,6 +5,7 @@
 
 #include "tvsc/act.h"
 #include "tvsc/configure.h"
+#include "tvsc/doctor.h"
 #include "tvsc/export.h"
 #include "tvsc/graph.h"
 #include "tvsc/hosts.h"
@@ -51,11 +52,10 @@ struct CommandLine {
     ApplyOptions apply;
     std::string newName;
     DWORD control = 0;
-    std::string what;         // explain
-    bool asSvg = false;       // timeline
-    std::string registryFile; // doctor
+    std::string what;   // explain
+    bool asSvg = false; // timeline
+    DoctorOptions doctor;
     std::string signal;
-    bool isStrict = false;
     bool endsLeftovers = false;
     GraphFormat graphFormat = GraphFormat::text;
     DWORD waitState = SERVICE_RUNNING;
@@ -94,7 +94,9 @@ void AddNames(CLI::App *command, CommandLine &line, bool required = true);
 void AddTimeout(CLI::App *command, CommandLine &line);
 void AddWaitOptions(CLI::App *command, CommandLine &line);
 
-// The commands, by what they are for.
+// The commands, by what they are for. Those that scripts ask most often stand alone: each costs the others of its kind.
+void AddListCommand(CLI::App &app, CommandLine &line);
+void AddStateCommands(CLI::App &app, CommandLine &line);
 void AddLookCommands(CLI::App &app, CommandLine &line);
 void AddActCommands(CLI::App &app, CommandLine &line);
 // Those that find out why something is as it is.

@@ -48,6 +48,8 @@ void AddDaemonCommands(CLI::App &app, CommandLine &line) {
     daemon->add_subcommand("status", "Whether it runs, with its services")->callback([&line] {
         line.run = [&line] { return RunDaemonStatus(line.options); };
     });
+    daemon->add_subcommand("rpcinfo", "Its entry at the port mapper, and that of the registry daemon")
+        ->callback([&line] { line.run = [&line] { return RunDaemonRpcInfo(line.options); }; });
     app.add_subcommand("prepare", "Make the files that services with accounts leave their process ids in; for root")
         ->callback([&line] { line.run = [&line] { return RunPrepare(line.options); }; });
     daemon->add_subcommand("stop", "End it; services are left running")->callback([&line] {

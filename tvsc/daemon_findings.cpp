@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
 // daemon_findings: what the running daemon has against what the registry and the kernel have.
+#include "rpc/dial.h"
+#include "servd/programs.h"
 #include "svcapi/client.h"
 #include "svcapi/status_watch.h"
 #include "tvsc/findings.h"
 #include "tvsc/names.h"
+#include "tvsc/port_mapper.h"
+#include "tvsc/reachability.h"
+#include "tvsc/words.h"
 #include "util/shell_quoted.h"
 
 #include <fmt/format.h>
@@ -88,6 +93,42 @@ void CheckNames(const std::vector<ServiceView> &views, Findings *findings) {
 }
 
 } // namespace
+
+Finding SilentDaemon(const Options &options, DWORD code) {
+    Finding finding = {FindingLevel::fail,
+                       "daemon",
+                       "servd",
+                       "does not answer: " + CodeText(code),
+                       "nothing can be started, stopped or looked at",
+                       "systemctl start servd"};
+    in_addr address = {};
+    if (!ResolveHost(options.host.c_str(), &address)) return finding;
+    const std::optional<std::vector<Registration>> all = ReadRegistrations(address);
+    if (!all) return finding; // of this machine it is told
+    const auto entry = std::find_if(all->begin(), all->end(), [](const Registration &one) {
+        return one.program == SERVDAEMONPROG && one.version == SERVDAEMONVERS && one.transport == "tcp";
+    });
+    if (entry == all->end()) {
+        finding.found = "is not registered at the port mapper";
+        return finding;
+    }
+    switch (LookForDaemon(options.host)) {
+    case DaemonPresence::refused:
+        finding.found = fmt::format("listens at {}, and this user is refused", entry->address);
+        finding.command = "sudo adduser $USER tv-admin";
+        break;
+    case DaemonPresence::absent:
+        finding.found =
+            fmt::format("is registered with {}, where nobody listens: it has ended without a word", entry->address);
+        break;
+    default:
+        finding.found = fmt::format("is registered with {} and does not answer: {}", entry->address, CodeText(code));
+        finding.why +=
+            "; it serves one request at a time, and at its start none before all automatic services are started";
+        finding.command = "tvsc wait-online";
+    }
+    return finding;
+}
 
 void CheckDaemon(Session &session, const BootDatabase &database, Findings *findings) {
     CheckLock(session, findings);

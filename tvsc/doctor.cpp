@@ -24,8 +24,7 @@ void CheckConnection(Session &session, const BootDatabase &database, Findings *f
     (void)tvSetCallTimeout(nullptr, static_cast<DWORD>(session.options.callTimeoutSec * 1000)); // null is always valid
     quiet.manager.reset(tvOpenDaemon(session.options.host.c_str(), &quiet.initCode));
     if (quiet.manager != nullptr) return CheckDaemon(quiet, database, findings);
-    findings->push_back({FindingLevel::fail, "daemon", "servd", "does not answer: " + CodeText(GetLastError()),
-                         "nothing can be started, stopped or looked at", "systemctl start servd"});
+    findings->push_back(SilentDaemon(session.options, GetLastError()));
 }
 
 } // namespace
@@ -71,11 +70,12 @@ int CheckFile(const Options &options, const std::string &path, BootDatabase *dat
     return EXIT_DONE;
 }
 
-void CheckAll(const Options &options, BootDatabase *database, Findings *findings) {
+void CheckAll(const Options &options, EntriesMending mending, BootDatabase *database, Findings *findings) {
     Session session;
     session.options = options;
     const bool isHere = IsThisMachine(options);
-    if (isHere) CheckMachine(findings);
+    if (isHere) CheckMachine(mending, findings);
+    if (isHere) CheckDaemonProcess(findings);
     if (!CheckRegistry(options, database, findings)) {
         findings->push_back({FindingLevel::fail, "registry", "registry daemon", "does not answer",
                              "the daemon loads no services and starts none", "systemctl start tvregd"});
@@ -89,12 +89,22 @@ void CheckAll(const Options &options, BootDatabase *database, Findings *findings
 
 } // namespace
 
-int RunDoctor(const Options &options, bool isStrict, const std::string &registryFile) {
+int RunDoctor(const Options &options, const DoctorOptions &doctor) {
     Findings findings;
     BootDatabase database;
-    if (registryFile.empty()) {
-        CheckAll(options, &database, &findings);
-    } else if (const int status = CheckFile(options, registryFile, &database, &findings); status != EXIT_DONE) {
+    if (doctor.mendsEntries && !IsThisMachine(options)) {
+        Session session;
+        session.options = options;
+        Failed(session, options.host, "doctor", ERROR_NOT_SUPPORTED,
+               "entries are removed on the machine itself: tvsc --ssh --host does it there");
+        return Finish(session);
+    }
+    if (doctor.registryFile.empty()) {
+        const EntriesMending mending = !doctor.mendsEntries ? EntriesMending::none
+                                       : options.dryRun     ? EntriesMending::planned
+                                                            : EntriesMending::done;
+        CheckAll(options, mending, &database, &findings);
+    } else if (const int status = CheckFile(options, doctor.registryFile, &database, &findings); status != EXIT_DONE) {
         return status;
     }
     std::stable_sort(findings.begin(), findings.end(),
@@ -114,5 +124,5 @@ int RunDoctor(const Options &options, bool isStrict, const std::string &registry
         }
     }
     if (fails != 0) return EXIT_NOT_CONFIGURED;
-    return isStrict && warnings != 0 ? EXIT_FAILED : EXIT_DONE;
+    return doctor.isStrict && warnings != 0 ? EXIT_FAILED : EXIT_DONE;
 }

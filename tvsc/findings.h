@@ -18,6 +18,9 @@ struct Finding {
 };
 using Findings = std::vector<Finding>;
 
+// What is done about entries of the port mapper that are of processes which have ended.
+enum class EntriesMending { none, planned, done };
+
 // What the registry would make a daemon do that starts now. Returns false when the registry daemon does not answer.
 [[nodiscard]] bool CheckRegistry(const Options &options, BootDatabase *database, Findings *findings);
 // The version of the registry daemon, which has just answered.
@@ -31,7 +34,11 @@ void CheckExposure(Findings *findings);
 // The processes of the service daemon of this machine against those that services are known to have.
 void CheckChildren(const std::vector<ServiceView> &views, Findings *findings);
 // What the machine needs: shell, host name, port mapper and its entries.
-void CheckMachine(Findings *findings);
+void CheckMachine(EntriesMending mending, Findings *findings);
+// Why the service daemon of a host does not answer.
+[[nodiscard]] Finding SilentDaemon(const Options &options, DWORD code);
+// The service daemon's own process, on this machine.
+void CheckDaemonProcess(Findings *findings);
 // What the daemon has against what the registry and the kernel have. The session is open.
 void CheckDaemon(Session &session, const BootDatabase &database, Findings *findings);
 

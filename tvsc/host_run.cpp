@@ -29,7 +29,6 @@ using Clock = std::chrono::steady_clock;
 constexpr auto killPause = std::chrono::seconds(1);
 constexpr auto endPause = std::chrono::milliseconds(5); // between two looks for an end that no pipe tells
 constexpr std::size_t chunkBytes = 64 * 1024;
-constexpr std::size_t mostOutput = 256u * 1024 * 1024; // of one machine; one that writes more is cut off
 
 // The processes that are under way, for the end of the program, which may come in another thread. They are started and
 // their ends are taken under the guard, so that no number that is free again gets a signal.
@@ -133,13 +132,13 @@ void TakeLines(const HostRun &run, std::string *text,
     }
 }
 
-void ReadEnd(HostRun *run, int *end, std::string *text) {
+void ReadEnd(HostRun *run, int *end, std::string *text, std::size_t mostBytes) {
     char chunk[chunkBytes];
     const ssize_t bytes = read(*end, chunk, sizeof chunk);
     if (bytes > 0) text->append(chunk, static_cast<std::size_t>(bytes));
     const bool isOver = bytes == 0 || (bytes < 0 && errno != EINTR);
     if (isOver) CloseEnd(end);
-    if (text->size() <= mostOutput) return;
+    if (text->size() <= mostBytes) return;
     run->wroteTooMuch = true;
     std::string().swap(*text);
     Stop(run);
@@ -184,8 +183,9 @@ void Serve(const std::vector<HostRun *> &under, const HostRunRules &rules) {
     (void)poll(polled.data(), polled.size(), MsUntil(NextLook(under))); // without an answer the times are looked at
     for (std::size_t i = 0; i < under.size(); ++i) {
         HostRun *const run = under[i];
-        if (polled[2 * i].revents != 0) ReadEnd(run, &run->outputEnd, &run->output);
-        if (polled[2 * i + 1].revents != 0 && run->errorEnd >= 0) ReadEnd(run, &run->errorEnd, &run->error);
+        if (polled[2 * i].revents != 0) ReadEnd(run, &run->outputEnd, &run->output, rules.mostBytes);
+        if (polled[2 * i + 1].revents != 0 && run->errorEnd >= 0)
+            ReadEnd(run, &run->errorEnd, &run->error, rules.mostBytes);
         TakeLines(*run, &run->output, rules.takeLine);
         TakeLines(*run, &run->error, rules.takeErrorLine);
         LookAtTime(run);

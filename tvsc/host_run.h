@@ -16,7 +16,7 @@ struct HostRun {
     std::vector<std::string> command; // the program's path or name, and its arguments
     int exitStatus = EXIT_DONE;
     bool timedOut = false;
-    bool wroteTooMuch = false; // more than is kept of one machine; nothing of it is kept then
+    bool wroteTooMuch = false; // more than is kept of it; nothing is kept then
     std::string output;        // all of it; of a live run what is left of a line
     std::string error;
 
@@ -29,7 +29,8 @@ struct HostRun {
 
 struct HostRunRules {
     unsigned parallel = 1;
-    double timeoutSec = 0; // of each run; 0: none
+    double timeoutSec = 0;                          // of each run; 0: none
+    std::size_t mostBytes = std::size_t{256} << 20; // of each run's output, and as many of its errors
     // Takes each line as it comes; what is written is not kept then. Nothing: it is kept.
     std::function<void(const HostRun &run, const std::string &line)> takeLine = {};
     std::function<void(const HostRun &run, const std::string &line)> takeErrorLine = {}; // alike

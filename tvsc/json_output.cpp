@@ -3,6 +3,7 @@
 #include "tvsc/json_output.h"
 
 #include "svcapi/process_stat.h"
+#include "tvhost/log.h"
 #include "tvsc/boot_words.h"
 #include "tvsc/json_document.h"
 #include "tvsc/words.h"
@@ -10,6 +11,8 @@
 #include "util/win32_names.h"
 
 #include <nlohmann/json.hpp>
+
+#include <cstdlib>
 
 namespace {
 
@@ -192,6 +195,23 @@ void PrintExplanationJson(DWORD code) {
     PrintDocument(object);
 }
 
+void PrintRegistrationsJson(const Options &options, const std::vector<Registration> &entries,
+                            const char *(*daemonOf)(const Registration &entry)) {
+    Json object = JsonHeader("tvsc.rpcinfo/1", options.host);
+    object["entries"] = Json::array();
+    for (const Registration &entry : entries) {
+        Json one;
+        one["daemon"] = daemonOf(entry);
+        one["program"] = entry.program;
+        one["version"] = entry.version;
+        SetText(one, "transport", entry.transport);
+        SetText(one, "address", entry.address);
+        SetText(one, "owner", entry.owner);
+        object["entries"].push_back(std::move(one));
+    }
+    PrintDocument(object);
+}
+
 void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan) {
     Json object = JsonHeader("tvsc.plan/1", options.host);
     object["plan"] = "boot";
@@ -234,6 +254,32 @@ void PrintActPlanJson(const Options &options, const std::vector<ActStep> &steps,
     }
     object["worst_case_s"] = worstSec;
     PrintDocument(object);
+}
+
+std::string LogLineJson(const Options &options, const std::string &name, const std::string &time,
+                        const std::string &text) {
+    Json line = JsonHeader("tvsc.log/1", options.host);
+    SetText(line, "name", name);
+    line["time"] = time.empty() ? Json() : Json(time);
+    SetText(line, "text", text);
+    return JsonLine(line);
+}
+
+std::string LogLineOfJournal(const Options &options, const std::string &name, const std::string &line) {
+    const Json entry = Json::parse(line, nullptr, false);
+    if (!entry.is_object()) return "";
+    const auto message = entry.find("MESSAGE");
+    std::string text;
+    if (message != entry.end() && message->is_string()) text = message->get<std::string>();
+    if (message != entry.end() && message->is_array()) { // bytes that are no text
+        for (const Json &byte : *message) {
+            if (byte.is_number_unsigned()) text += static_cast<char>(byte.get<std::uint8_t>());
+        }
+    }
+    const auto moment = entry.find("__REALTIME_TIMESTAMP");
+    const bool isKnown = moment != entry.end() && moment->is_string();
+    const std::int64_t microseconds = isKnown ? std::strtoll(moment->get<std::string>().c_str(), nullptr, 10) : 0;
+    return LogLineJson(options, name, isKnown ? Timestamp(microseconds / 1000) : "", text);
 }
 
 void PrintGraphJson(const Session &session, const ServiceGraph &graph, const std::vector<bool> &wanted) {

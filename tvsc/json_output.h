@@ -6,6 +6,7 @@
 #include "tvsc/boot_plan.h"
 #include "tvsc/findings.h"
 #include "tvsc/leftovers.h"
+#include "tvsc/port_mapper.h"
 #include "tvsc/service_changes.h"
 #include "tvsc/service_graph.h"
 #include "tvsc/service_view.h"
@@ -26,6 +27,10 @@ struct PingReport {
 };
 void PrintPingJson(const Options &options, const PingReport &report);
 
+//   daemonOf  which daemon an entry is of
+void PrintRegistrationsJson(const Options &options, const std::vector<Registration> &entries,
+                            const char *(*daemonOf)(const Registration &entry));
+
 void PrintPlanJson(const Options &options, const BootDatabase &database, const BootPlan &plan);
 
 // What start, stop and restart would do.
@@ -40,6 +45,13 @@ void PrintGraphJson(const Session &session, const ServiceGraph &graph, const std
 //   name  the service that they are about; empty for all
 void PrintFindingsJson(const Options &options, const std::string &name, const Findings &findings);
 void PrintLeftoversJson(const Options &options, const std::vector<RegisteredService> &services);
+
+// A line of a service's log.
+//   time  when it was written, UTC; empty where that is not known
+[[nodiscard]] std::string LogLineJson(const Options &options, const std::string &name, const std::string &time,
+                                      const std::string &text);
+// The same from a line of the journal's own JSON; empty where it is none.
+[[nodiscard]] std::string LogLineOfJournal(const Options &options, const std::string &name, const std::string &line);
 
 // One line each.
 //   time  of the look, UTC

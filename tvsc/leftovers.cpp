@@ -4,20 +4,17 @@
 // A service process is a child of the daemon that has started it, for as long as that one lives.
 #include "tvsc/leftovers.h"
 
-#include "rpc/record.h"
 #include "servd/programs.h"
 #include "svcapi/process_stat.h"
 #include "tvhost/process_tree.h"
 #include "tvsc/end_process.h"
 #include "tvsc/json_output.h"
 #include "tvsc/output_format.h"
+#include "tvsc/port_mapper.h"
 #include "tvsc/report.h"
 #include "tvsc/table.h"
 
 #include <fmt/format.h>
-#include <netinet/in.h>
-#include <rpc/pmap_clnt.h>
-#include <rpc/rpc.h>
 
 #include <algorithm>
 
@@ -25,10 +22,10 @@ namespace {
 
 constexpr std::uint32_t mostProcesses = 1u << 22; // the kernel gives no higher process id
 
-RegisteredService LookAt(pid_t process) {
+RegisteredService LookAt(pid_t process, const std::string &owner) {
     ProcessStat stat;
     const bool isAlive = ReadProcessStat(process, &stat) && stat.state != 'Z';
-    return {process, isAlive, isAlive && !IsServiceDaemon(stat.parent)};
+    return {process, isAlive, isAlive && !IsServiceDaemon(stat.parent), owner};
 }
 
 void End(Session &session, const RegisteredService &service) {
@@ -44,21 +41,14 @@ void End(Session &session, const RegisteredService &service) {
 bool IsServiceDaemon(pid_t process) { return NameOfProcess(process) == "servd"; }
 
 bool ListRegisteredServices(std::vector<RegisteredService> *services) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    CLIENT *const mapper = clnt_create("localhost", PMAPPROG, PMAPVERS, "tcp");
-    if (mapper == nullptr) return false;
-    clnt_destroy(mapper);
-    pmaplist *list = pmap_getmaps(&address); // null also for an empty list
-    for (const pmaplist *one = list; one != nullptr; one = one->pml_next) {
-        const std::uint64_t program = one->pml_map.pm_prog;
-        if (program <= SERVDAEMONPROG || program - SERVDAEMONPROG > mostProcesses) continue;
-        const auto process = static_cast<pid_t>(program - SERVDAEMONPROG);
+    const std::optional<std::vector<Registration>> all = ReadRegistrations({htonl(INADDR_LOOPBACK)});
+    if (!all) return false;
+    for (const Registration &one : *all) {
+        if (one.program <= SERVDAEMONPROG || one.program - SERVDAEMONPROG > mostProcesses) continue;
+        const auto process = static_cast<pid_t>(one.program - SERVDAEMONPROG);
         const auto isSame = [&](const RegisteredService &service) { return service.process == process; };
-        if (std::none_of(services->begin(), services->end(), isSame)) services->push_back(LookAt(process));
+        if (std::none_of(services->begin(), services->end(), isSame)) services->push_back(LookAt(process, one.owner));
     }
-    xdr_free(Untyped(xdr_pmaplist), &list);
     return true;
 }
 

@@ -14,6 +14,7 @@ struct RegisteredService {
     pid_t process = 0;
     bool isAlive = false;
     bool isLeftOver = false; // alive, and no child of a service daemon
+    std::string owner;       // of its entry, as the port mapper tells
 };
 
 // The service processes that are registered at this machine's port mapper. Returns false when it does not answer.

@@ -5,17 +5,21 @@
 #include "svcapi/log_place.h"
 #include "tvhost/journal.h"
 #include "tvhost/state_file.h"
+#include "tvsc/json_output.h"
 #include "tvsc/report.h"
 #include "util/printable.h"
+#include "util/shell_quoted.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <thread>
 
@@ -91,18 +95,22 @@ unsigned FindLastLines(const std::string &folder, const std::string &name, std::
 
 // --- writing ---
 
-// Whether a line is to be shown, by the moment that it begins with; one without a moment goes with the one before.
+// How lines are shown, and whether one is, by the moment that it begins with; one without a moment goes with the one
+// before.
 struct Since {
-    std::optional<std::int64_t> epochMs;
+    Options options;
+    std::string name; // of the service
+    std::optional<std::int64_t> epochMs = {};
     bool isShown = true;
     bool sawMoment = false;
 };
 
+constexpr std::size_t momentLength = 24; // 2026-01-31T12:00:00.000Z
+
 std::optional<std::int64_t> MomentOf(std::string_view line) {
-    constexpr std::size_t length = 24; // 2026-01-31T12:00:00.000Z
     tm parts = {};
-    if (line.size() < length || line[length - 1] != 'Z') return std::nullopt;
-    const std::string text(line.substr(0, length));
+    if (line.size() < momentLength || line[momentLength - 1] != 'Z') return std::nullopt;
+    const std::string text(line.substr(0, momentLength));
     const char *rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
     if (rest == nullptr || *rest != '.') return std::nullopt;
     return std::int64_t{timegm(&parts)} * 1000 + std::strtol(rest + 1, nullptr, 10);
@@ -117,9 +125,21 @@ bool IsShown(Since *since, std::string_view line) {
     return since->isShown;
 }
 
+// A line as a document, without the moment that it begins with, which is a member.
+std::string LineJson(const Since &since, std::string_view line) {
+    if (!MomentOf(line)) return LogLineJson(since.options, since.name, "", std::string(line));
+    const std::size_t text = line.size() > momentLength && line[momentLength] == ' ' ? momentLength + 1 : momentLength;
+    return LogLineJson(since.options, since.name, std::string(line.substr(0, momentLength)),
+                       std::string(line.substr(text)));
+}
+
 void WriteLine(Since *since, std::string_view line) {
     static const bool isRead = isatty(STDOUT_FILENO) == 0; // a terminal would act on what it is shown
     if (!IsShown(since, line)) return;
+    if (since->options.json) {
+        fmt::print("{}\n", LineJson(*since, line));
+        return;
+    }
     const std::string text = isRead ? std::string(line) : Printable(line);
     (void)std::fwrite(text.data(), 1, text.size(), stdout);
     (void)std::fputc('\n', stdout);
@@ -175,7 +195,7 @@ unsigned NumberOf(const std::string &folder, const std::string &name, const stru
 int ShowFiles(const Options &options, const LogOptions &log, const std::string &folder) {
     Session session;
     session.options = options;
-    Since since;
+    Since since = {.options = options, .name = log.name};
     if (log.sinceSec) since.epochMs = EpochMs() - static_cast<std::int64_t>(*log.sinceSec * 1000);
     std::optional<unsigned> lines = log.lines;
     if (!lines && log.follow && !log.sinceSec) lines = followedLines;
@@ -208,14 +228,26 @@ int ShowFiles(const Options &options, const LogOptions &log, const std::string &
     return std::fflush(stdout) == 0 ? EXIT_DONE : EXIT_FAILED;
 }
 
-// Becomes journalctl. Returns only when that cannot be.
-int ShowJournal(const Options &options, const LogOptions &log) {
+std::vector<std::string> JournalCommand(const LogOptions &log) {
     std::vector<std::string> words = {"journalctl", "--no-pager", "-t", log.name};
     if (log.lines) words.push_back("-n" + std::to_string(*log.lines));
     if (log.follow) words.emplace_back("-f");
     if (log.sinceSec) {
         words.push_back("--since=@" + std::to_string(EpochMs() / 1000 - static_cast<std::int64_t>(*log.sinceSec)));
     }
+    return words;
+}
+
+int JournalFailed(const Options &options, const LogOptions &log, const std::string &why) {
+    Session session;
+    session.options = options;
+    Failed(session, log.name, "logs", ERROR_FILE_NOT_FOUND, "journalctl: " + why);
+    return Finish(session);
+}
+
+// Becomes journalctl. Returns only when that cannot be.
+int ShowJournal(const Options &options, const LogOptions &log) {
+    std::vector<std::string> words = JournalCommand(log);
     std::vector<char *> argv;
     argv.reserve(words.size() + 1);
     for (std::string &word : words) {
@@ -223,10 +255,28 @@ int ShowJournal(const Options &options, const LogOptions &log) {
     }
     argv.push_back(nullptr);
     (void)execvp(argv.front(), argv.data());
-    Session session;
-    session.options = options;
-    Failed(session, log.name, "logs", ERROR_FILE_NOT_FOUND, fmt::format("journalctl: {}", std::strerror(errno)));
-    return Finish(session);
+    return JournalFailed(options, log, std::strerror(errno));
+}
+
+// Takes the journal's own JSON and writes ours.
+int ShowJournalJson(const Options &options, const LogOptions &log) {
+    std::string command = "exec";
+    for (const std::string &word : JournalCommand(log)) {
+        command += " " + ShellQuoted(word);
+    }
+    FILE *const journal = popen((command + " -o json --output-fields=MESSAGE").c_str(), "re");
+    if (journal == nullptr) return JournalFailed(options, log, std::strerror(errno));
+    char *line = nullptr;
+    std::size_t room = 0;
+    for (ssize_t bytes = 0; (bytes = getline(&line, &room, journal)) > 0;) {
+        const std::string ours = LogLineOfJournal(options, log.name, {line, static_cast<std::size_t>(bytes)});
+        if (!ours.empty()) fmt::print("{}\n", ours);
+        (void)std::fflush(stdout); // looked at when the program ends
+    }
+    std::free(line);
+    const int status = pclose(journal);
+    if (status == 0) return EXIT_DONE;
+    return JournalFailed(options, log, WIFEXITED(status) && WEXITSTATUS(status) == 127 ? "not there" : "has failed");
 }
 
 } // namespace
@@ -237,7 +287,7 @@ int RunLogs(const Options &options, const LogOptions &log) {
     (void)ReadHostState(log.name, &state, &owner); // without it, where the log is has to be found
     const std::string folder = FindLogFolder(log.name);
     const bool isInJournal = state.log == "journal" || (folder.empty() && access(journalSocketPath, F_OK) == 0);
-    if (isInJournal) return ShowJournal(options, log);
+    if (isInJournal) return options.json ? ShowJournalJson(options, log) : ShowJournal(options, log);
     if (!folder.empty()) return ShowFiles(options, log, folder);
     Session session;
     session.options = options;

@@ -15,7 +15,7 @@ struct LogOptions {
     bool follow = false;            // and those that come, until interrupted
 };
 
-// Writes them to standard output. Returns the exit status.
+// Writes them to standard output, as JSON a document each. Returns the exit status.
 int RunLogs(const Options &options, const LogOptions &log);
 
 // The last lines of a service's log file, printable; none where there is no file that may be read.

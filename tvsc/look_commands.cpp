@@ -44,7 +44,7 @@ CLI::Validator ReadProperty() {
 
 } // namespace
 
-void AddLookCommands(CLI::App &app, CommandLine &line) {
+void AddListCommand(CLI::App &app, CommandLine &line) {
     CLI::App *list = AddCommand(app, line, "list", "List services",
                                 [&line](Session &session) { return RunList(session, line.list); });
     list->parse_complete_callback([&line] { line.showsServices = true; });
@@ -60,7 +60,9 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     list->add_flag("--all", line.list.all, "Also those that are marked for deletion, or never listed by the daemon");
     list->add_flag("--names-only", line.list.namesOnly, "Names, one a line");
     list->add_flag("--brief", line.list.brief, "Leave out what configurations tell: fewer calls");
+}
 
+void AddStateCommands(CLI::App &app, CommandLine &line) {
     CLI::App *status = AddStatusCommand(app, line, "status", "Show the state of services", [&line](Session &session) {
         const StatusLook look = line.probe ? StatusLook::probe : line.fresh ? StatusLook::fresh : StatusLook::passive;
         return RunStatus(session, line.names, look);
@@ -79,6 +81,9 @@ void AddLookCommands(CLI::App &app, CommandLine &line) {
     AddNames(AddStatusCommand(app, line, "is-healthy", "Exit with 0 when all that is started with the daemon runs",
                               [&line](Session &session) { return RunIsHealthy(session, line.names); }),
              line, false);
+}
+
+void AddLookCommands(CLI::App &app, CommandLine &line) {
     CLI::App *show = AddCommand(app, line, "show", "Show state and configuration",
                                 [&line](Session &session) { return RunShow(session, line.names, line.properties); });
     show->parse_complete_callback([&line] { line.showsServices = true; });

@@ -2,13 +2,16 @@
 // machine_findings: what the daemon needs of its machine.
 #include "rpc/dial.h"
 #include "servd/programs.h"
+#include "svcapi/process_stat.h"
 #include "tvsc/findings.h"
 #include "tvsc/leftovers.h"
+#include "tvsc/port_mapper.h"
 
 #include <fmt/format.h>
 #include <ifaddrs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -63,16 +66,52 @@ void CheckHostName(Findings *findings) {
     clnt_destroy(mapper);
 }
 
-void CheckEntries(Findings *findings) {
+Finding StaleEntry(const RegisteredService &service, const std::string &further = "") {
+    const std::uint32_t program = ServiceProgram(service.process);
+    const std::string owner = service.owner.empty() ? "" : fmt::format(" by {}", service.owner);
+    return {FindingLevel::warn,
+            "rpc",
+            fmt::format("program {}", program),
+            fmt::format("is registered{} for process {}, which is gone{}", owner, service.process, further),
+            "a service of another user that gets this process id cannot register (1053)",
+            "tvsc doctor --fix-rpcbind"};
+}
+
+bool IsProcessThere(pid_t process) {
+    ProcessStat stat;
+    return ReadProcessStat(process, &stat) && stat.state != 'Z';
+}
+
+bool IsRegistered(const std::vector<RegisteredService> &services, pid_t process) {
+    return std::any_of(services.begin(), services.end(),
+                       [&](const RegisteredService &service) { return service.process == process; });
+}
+
+// Takes the entries of processes away that are still gone.
+void MendEntries(const std::vector<RegisteredService> &stale, Findings *findings) {
+    for (const RegisteredService &service : stale) {
+        if (!IsProcessThere(service.process)) {
+            RemoveRegistration(ServiceProgram(service.process), serviceProgramVersion);
+        }
+    }
+    std::vector<RegisteredService> left;
+    if (!ListRegisteredServices(&left)) return; // told before, unless it has just ended
+    for (const RegisteredService &service : stale) {
+        const bool isLeft = IsRegistered(left, service.process);
+        Finding finding = StaleEntry(service, isLeft ? "; it could not be removed" : "; removed");
+        finding.level = isLeft ? FindingLevel::warn : FindingLevel::info;
+        finding.command = isLeft ? "sudo tvsc doctor --fix-rpcbind" : "";
+        findings->push_back(std::move(finding));
+    }
+}
+
+void CheckEntries(EntriesMending mending, Findings *findings) {
     std::vector<RegisteredService> services;
     if (!ListRegisteredServices(&services)) return; // told above
+    std::vector<RegisteredService> stale;
     for (const RegisteredService &service : services) {
-        const std::uint32_t program = ServiceProgram(service.process);
         if (!service.isAlive) {
-            findings->push_back({FindingLevel::warn, "rpc", fmt::format("program {}", program),
-                                 fmt::format("is registered for process {}, which is gone", service.process),
-                                 "a service of another user that gets this process id cannot register (1053)",
-                                 fmt::format("rpcinfo -d {} 1", program)});
+            stale.push_back(service);
         } else if (service.isLeftOver) {
             findings->push_back({FindingLevel::warn, "process", fmt::format("process {}", service.process),
                                  "is a service of an earlier daemon",
@@ -80,12 +119,16 @@ void CheckEntries(Findings *findings) {
                                  "tvsc leftovers --end"});
         }
     }
+    if (mending == EntriesMending::done) return MendEntries(stale, findings);
+    for (const RegisteredService &service : stale) {
+        findings->push_back(StaleEntry(service, mending == EntriesMending::planned ? "; would be removed" : ""));
+    }
 }
 
 } // namespace
 
-void CheckMachine(Findings *findings) {
+void CheckMachine(EntriesMending mending, Findings *findings) {
     CheckFiles(findings);
     CheckHostName(findings);
-    CheckEntries(findings);
+    CheckEntries(mending, findings);
 }

@@ -6,8 +6,11 @@
 #include "tvsc/leftovers.h"
 
 #include <fmt/format.h>
+#include <signal.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -48,6 +51,21 @@ unsigned long DescriptorLimitOf(pid_t process) {
     return 0;
 }
 
+// A line of numbers in base 16 in /proc/PID/status; 0 where it cannot be read.
+std::uint64_t SignalSetOf(pid_t process, std::string_view line) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string text; std::getline(status, text);) {
+        if (text.starts_with(line)) return std::strtoull(text.c_str() + line.size(), nullptr, 16);
+    }
+    return 0;
+}
+
+bool WouldEndBy(pid_t process, int signal) {
+    const std::uint64_t bit = std::uint64_t{1} << (signal - 1);
+    const bool isHeld = ((SignalSetOf(process, "SigBlk:") | SignalSetOf(process, "SigIgn:")) & bit) != 0;
+    return !isHeld && (SignalSetOf(process, "SigCgt:") & bit) == 0;
+}
+
 void CheckChild(pid_t child, Findings *findings) {
     // A fork that has not become its program yet bears the daemon's name.
     if (IsServiceDaemon(child)) return;
@@ -67,6 +85,18 @@ void CheckServiceLimit(pid_t process, const std::string &service, Findings *find
 }
 
 } // namespace
+
+void CheckDaemonProcess(Findings *findings) {
+    for (const Process &one : ReadProcesses()) {
+        // A fork of it that is not its program yet has the signals of that program already.
+        if (!IsServiceDaemon(one.process) || IsServiceDaemon(one.parent)) continue;
+        if (!WouldEndBy(one.process, SIGPIPE)) continue;
+        findings->push_back({FindingLevel::warn, "process", fmt::format("process {}", one.process),
+                             "is a service daemon that neither blocks nor ignores SIGPIPE",
+                             "it ends as soon as a client goes away while it is answered",
+                             "systemctl edit servd, with IgnoreSIGPIPE=yes"});
+    }
+}
 
 void CheckChildren(const std::vector<ServiceView> &views, Findings *findings) {
     const auto isKnown = [&](pid_t process) {

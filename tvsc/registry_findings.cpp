@@ -2,6 +2,7 @@
 // registry_findings: what is wrong in the registry and with what it names.
 #include "servd/service_keys.h"
 #include "svcapi/image_launcher.h"
+#include "tv/winsvc.h"
 #include "tvsc/boot_words.h"
 #include "tvsc/findings.h"
 #include "tvsc/hosted_settings.h"
@@ -75,6 +76,39 @@ Finding FindingOf(const BootFault &fault) {
             loadsNothing,       MendingOf(fault)};
 }
 
+// All of what may surprise: what the automatic start comes by, and what the other services have of it, too.
+std::vector<BootRemark> RemarksOn(const BootDatabase &database) {
+    std::vector<BootRemark> remarks = RemarkNeeds(database);
+    const auto isAlike = [](const BootRemark &remark) {
+        return remark.kind == BootRemarkKind::ring || remark.kind == BootRemarkKind::unknownService ||
+               remark.kind == BootRemarkKind::emptyGroup || remark.kind == BootRemarkKind::unreadable ||
+               remark.kind == BootRemarkKind::noImage;
+    };
+    for (BootRemark &remark : PlanBoot(database).remarks) {
+        if (!isAlike(remark)) remarks.push_back(std::move(remark));
+    }
+    for (std::size_t i = 0; i < database.services.size(); ++i) {
+        const BootService &service = database.services[i];
+        const bool isStarted = service.start && *service.start <= SERVICE_DEMAND_START;
+        if (isStarted && service.imagePath.empty()) remarks.push_back({BootRemarkKind::noImage, i, ""});
+    }
+    return remarks;
+}
+
+Finding FindingOf(const BootRemark &remark, const std::string &name) {
+    const bool fails = remark.kind == BootRemarkKind::ring || remark.kind == BootRemarkKind::noImage;
+    const bool isPassedOver =
+        remark.kind == BootRemarkKind::unknownService || remark.kind == BootRemarkKind::emptyGroup;
+    return {fails ? FindingLevel::fail : FindingLevel::warn,
+            remark.kind == BootRemarkKind::noImage ? "start" : "dependencies",
+            name,
+            RemarkText(remark),
+            fails          ? "it cannot be started"
+            : isPassedOver ? "it is started without what it is said to need"
+                           : "it surprises when the daemon starts",
+            MendingOf(remark, name)};
+}
+
 // The account of a service; nothing where there is none.
 std::optional<std::string> AccountOf(const std::string &service) {
     char account[1024] = {};
@@ -141,13 +175,8 @@ bool CheckRegistry(const Options &options, BootDatabase *database, Findings *fin
         if (fault.code == ERROR_REGISTRY_IO_FAILED) return false;
         findings->push_back(FindingOf(fault));
     }
-    for (const BootRemark &remark : PlanBoot(*database).remarks) {
-        const std::string &name = database->services[remark.service].name;
-        const bool fails = remark.kind == BootRemarkKind::ring || remark.kind == BootRemarkKind::noImage;
-        findings->push_back({fails ? FindingLevel::fail : FindingLevel::warn,
-                             remark.kind == BootRemarkKind::noImage ? "start" : "dependencies", name,
-                             RemarkText(remark), fails ? "it cannot be started" : "it surprises when the daemon starts",
-                             MendingOf(remark, name)});
+    for (const BootRemark &remark : RemarksOn(*database)) {
+        findings->push_back(FindingOf(remark, database->services[remark.service].name));
     }
     CheckValues(machine, *database, findings);
     for (const std::string &name : database->deleted) {

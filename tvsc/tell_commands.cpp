@@ -43,10 +43,15 @@ void AddTellCommands(CLI::App &app, CommandLine &line) {
         ->add_option("what", line.what, "A code's number or name, or a service")
         ->required();
     CLI::App *doctor = AddPlainCommand(app, line, "doctor", "Check everything that keeps services from running",
-                                       [&line] { return RunDoctor(line.options, line.isStrict, line.registryFile); });
-    doctor->add_flag("--strict", line.isStrict, "Exit with 1 for a warning, too");
-    doctor->add_option("--registry", line.registryFile, "Look at this .reg file only, and ask no daemon")
-        ->type_name("FILE");
+                                       [&line] { return RunDoctor(line.options, line.doctor); });
+    doctor->add_flag("--strict", line.doctor.isStrict, "Exit with 1 for a warning, too");
+    CLI::Option *file =
+        doctor->add_option("--registry", line.doctor.registryFile, "Look at this .reg file only, and ask no daemon");
+    file->type_name("FILE");
+    doctor
+        ->add_flag("--fix-rpcbind", line.doctor.mendsEntries,
+                   "Remove what the port mapper has of processes that are gone; for root")
+        ->excludes(file);
     AddNames(AddCommand(app, line, "tree", "Show as a tree what services need",
                         [&line](Session &session) { return RunGraph(session, line.names, GraphFormat::text); }),
              line, false);

@@ -43,3 +43,55 @@ inBash() { # WORD...
     inZsh tvsc lock r | grep -qx release
     inZsh tvsc start we | grep -qx 'web cache'
 }
+
+# --- as it is typed ---
+
+# What a shell in a terminal makes of a line and a tab: on the screen of tmux.
+typed() { # SHELL-COMMAND PREPARATION KEYS... -- EXPECTED
+    local expected=${*: -1} screen try
+    command -v tmux >/dev/null || skip "tmux is not installed"
+    tmux -L "tvsc$BATS_TEST_NUMBER" -f /dev/null new-session -d -x 120 -y 30 "HOME=$BATS_TEST_TMPDIR TERM=screen $1"
+    tmux -L "tvsc$BATS_TEST_NUMBER" send-keys "$2; echo READ''Y" Enter
+    for ((try = 0; try < 400; ++try)); do
+        screen=$(tmux -L "tvsc$BATS_TEST_NUMBER" capture-pane -p)
+        [[ $screen != *READY* ]] || break
+        sleep 0.05
+    done
+    tmux -L "tvsc$BATS_TEST_NUMBER" send-keys "$3" Tab
+    for ((try = 0; try < 400; ++try)); do
+        screen=$(tmux -L "tvsc$BATS_TEST_NUMBER" capture-pane -p)
+        [[ $screen != *"$expected"* ]] || break
+        sleep 0.05
+    done
+    tmux -L "tvsc$BATS_TEST_NUMBER" kill-server
+    [[ $screen == *"$expected"* ]] || { echo "$screen"; false; }
+}
+
+@test "a tab in bash completes a command" {
+    typed "bash --norc" ". $BATS_TEST_TMPDIR/bash" "tvsc restar" "tvsc restart"
+}
+
+@test "a tab in bash completes an option" {
+    typed "bash --norc" ". $BATS_TEST_TMPDIR/bash" "tvsc stop --with-d" "tvsc stop --with-dependents"
+}
+
+@test "a tab in zsh completes a command" {
+    command -v zsh >/dev/null || skip "zsh is not installed"
+    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc restar" "tvsc restart"
+}
+
+@test "a tab in zsh completes an option" {
+    command -v zsh >/dev/null || skip "zsh is not installed"
+    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc stop --with-d" \
+        "tvsc stop --with-dependents"
+}
+
+@test "a tab in zsh completes the name of a service" {
+    command -v zsh >/dev/null || skip "zsh is not installed"
+    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc start 'web c" "tvsc start 'web cache'"
+}
+
+@test "a tab in fish completes a command" {
+    command -v fish >/dev/null || skip "fish is not installed"
+    typed "fish --no-config" "source $BATS_TEST_TMPDIR/fish" "tvsc restar" "tvsc restart"
+}

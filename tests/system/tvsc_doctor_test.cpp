@@ -130,6 +130,23 @@ INSTANTIATE_TEST_SUITE_P(
              "x", "no, which does not exist", "warn", "--depends"},
         Trip{"an unknown group", Complete("x", "\"DependOnGroup\"=hex(7):2b,6e,6f,00,00\n\"Start\"=dword:00000002\n"),
              "x", "group no, which is empty", "warn", "--depends"},
+        Trip{"a ring of services that are started on demand",
+             Complete("x", "\"DependOnGroup\"=hex(7):79,00,00\n") + "\n" +
+                 Complete("y", "\"DependOnGroup\"=hex(7):78,00,00\n"),
+             "x", "depends on itself (x > y > x)", "fail", "--depends"},
+        Trip{"a ring through a group",
+             Complete("x", "\"DependOnGroup\"=hex(7):2b,67,00,00\n") + "\n" +
+                 Complete("y", "\"Group\"=\"g\"\n\"DependOnGroup\"=hex(7):78,00,00\n"),
+             "x", "depends on itself (x > y > x)", "fail", "--depends"},
+        Trip{"an unknown service that one on demand needs", Complete("x", "\"DependOnGroup\"=hex(7):6e,6f,00,00\n"),
+             "x", "no, which does not exist", "warn", "--depends"},
+        Trip{"an unknown group that one on demand needs", Complete("x", "\"DependOnGroup\"=hex(7):2b,6e,6f,00,00\n"),
+             "x", "group no, which is empty", "warn", "--depends"},
+        Trip{"no image of one that is started on demand", Complete("x", ""), "x", "no image path", "fail", "--exec"},
+        Trip{"an image with a blank in its path", Complete("x", "\"ImagePath\"=\"/no such.csh\"\n"), "x",
+             "its image /no such.csh", "fail", "--exec"},
+        Trip{"an image that is a script of another shell", Complete("x", "\"ImagePath\"=\"/usr/bin/ldd\"\n"), "x",
+             "not for csh", "fail", "--exec"},
         Trip{"a name in other letter case", Complete("x", "\"DependOnGroup\"=hex(7):57,45,42,00,00\n"), "x",
              "depends on WEB, and the service is web", "warn", "--depends web"},
         Trip{"a name in other letter case among others",
@@ -171,6 +188,16 @@ TEST_F(DoctorFile, nothing_is_found_where_nothing_is_wrong) {
     EXPECT_EQ(ended.status, 0) << ended.output;
     EXPECT_EQ(ended.output, "0 failures, 0 warnings; 2 services looked at.\n");
     EXPECT_EQ(ended.error, "");
+}
+
+TEST_F(DoctorFile, a_ring_is_told_once_and_what_leads_to_it_is_none) {
+    const std::string text = Web() + Complete("a", "\"DependOnGroup\"=hex(7):62,00,00\n") + "\n" +
+                             Complete("b", "\"DependOnGroup\"=hex(7):63,00,00\n") + "\n" +
+                             Complete("c", "\"DependOnGroup\"=hex(7):62,00,63,00,00\n");
+    const std::string found = Look(text).output;
+    EXPECT_THAT(found, HasSubstr("fail b: depends on itself (b > c > b)"));
+    EXPECT_THAT(found, Not(HasSubstr("a: depends on itself")));
+    EXPECT_EQ(found.find("depends on itself"), found.rfind("depends on itself")) << found;
 }
 
 TEST_F(DoctorFile, a_warning_fails_under_strict_only) {

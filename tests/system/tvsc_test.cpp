@@ -236,6 +236,29 @@ TEST_F(Tvsc, the_state_of_a_service_is_told_without_the_registry) {
     EXPECT_EQ(isActive.status, 3) << isActive.error;
 }
 
+// Each connection and each dial of the port mapper is a round trip more.
+TEST_F(Tvsc, a_look_makes_one_connection_and_none_to_the_registry) {
+    CreateSample(name);
+    if (RunAndRead({.command = {"/bin/sh", "-c", "strace -o /dev/null /bin/true"}}).status != 0) {
+        GTEST_SKIP() << "strace is not installed, or may not trace here";
+    }
+    const std::string file = folder + "/" + name + ".trace";
+    const std::vector<std::string> looks = {"status " + name, "is-active " + name, "is-failed " + name, "list --brief"};
+    for (const std::string &look : looks) {
+        (void)RunAndRead(
+            {.command = {"/bin/sh", "-c",
+                         "exec strace -f -e trace=connect,openat -o " + file + " \"$TV_BIN/tvsc\" " + look}});
+        std::istringstream lines(ReadFile(file));
+        int mapper = 0, others = 0;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find("connect(") == std::string::npos || line.find("AF_INET") == std::string::npos) continue;
+            ++(line.find("htons(111)") != std::string::npos ? mapper : others);
+        }
+        EXPECT_EQ(mapper, 1) << look << "\n" << ReadFile(file);
+        EXPECT_EQ(others, 1) << look << ": the daemon's, and none to the registry daemon";
+    }
+}
+
 TEST_F(Tvsc, a_host_may_have_the_name_of_a_command) {
     EXPECT_THAT(Fail(150, {"--host", "list", "ping"}), StartsWith("tvsc: list: the service daemon does not answer"));
     EXPECT_THAT(Fail(2, {"--host", "list", "no-such"}), StartsWith("tvsc: no-such: no such command\n"));

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// What tvsc doctor says of the database lock, by a stand-in for the service daemon: a real lock would have to be held
+// for a minute.
+#include "tests/support/host.h"
+#include "tests/support/scripted_daemon.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(DoctorLock, a_lock_is_told_once_it_has_been_held_for_a_minute) {
+    ForgetScripts();
+    std::int32_t heldSec = 0;
+    char owner[] = "somebody";
+    OnCall([](servd_SERV_CONNECT_SERVICE &) { return servd_SERV_CONNECT_SERVICE_RETURN{}; });
+    OnCall([&](servd_SERV_QUERY_LOCK_SERVICE &) {
+        return servd_SERV_QUERY_LOCK_SERVICE_RETURN{0, heldSec != 0, owner, heldSec};
+    });
+    StartScriptedDaemon();
+    for (const std::int32_t seconds : {0, 59, 60, 3600}) {
+        heldSec = seconds;
+        const std::string found = RunAndRead({.command = {ProgramPath("tvsc"), "doctor"}}).output;
+        EXPECT_EQ(found.find("held by somebody for") != std::string::npos, seconds >= 60) << seconds;
+    }
+    StopScriptedDaemon();
+}
+
+} // namespace
