@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int services = 3; // what the daemon does for the others is to be little, and its waits many
+constexpr int services = 3; // the lists that nobody reads are short: it is not their length that is measured
 constexpr int attackers = 4;
 constexpr std::size_t mostHeld = 50; // connections that an attacker leaves open
 constexpr int unreadListings = 200;
