@@ -9,7 +9,7 @@ import { calls, outputOf, services, startDaemon, stopDaemon, tvscText, until, wo
 const rounds = 7;
 
 // The limits on a machine that has time for the page; where it has none, so many times what Cockpit and tvsc need alone.
-const firstListLimit = floorMs => Math.max(1000, 10 * floorMs);
+const firstListLimit = floorMs => Math.max(1000, 12 * floorMs);
 const changeLimit = floorMs => Math.max(2000, 1000 + 3 * floorMs); // tvsc watch looks once a second
 
 const best = times => Math.round(Math.min(...times));
@@ -56,7 +56,7 @@ cases['a thousand services are there within a second, and a change within two, w
     }
     console.log(`     first list after ${rounded(lists)} ms; Cockpit runs /bin/true in ${rounded(spawns)} ms, tvsc lists in ${rounded(commands)} ms`);
     const floor = best(spawns) + best(commands);
-    console.log(`     at best ${best(lists)} ms, of which ${floor} ms are not the page's; judged by ${firstListLimit(floor)} and ${changeLimit(floor)} ms`);
+    console.log(`     at best ${best(lists)} ms, of which ${floor} ms are not the page's; judged by ${firstListLimit(floor)} ms`);
 
     const many = await open(browser);
     await many.getByLabel('Search services').fill('spooler');
@@ -69,6 +69,7 @@ cases['a thousand services are there within a second, and a change within two, w
         new MutationObserver(see).observe(document.querySelector('table'), { subtree: true, childList: true, characterData: true });
     });
     const changes = [];
+    const floors = [];
     const before = calls().length;
     for (let round = 0; round < 2; ++round) {
         for (const [verb, word] of [['start', 'Running'], ['pause', 'Paused'], ['continue', 'Running'], ['stop', 'Stopped']]) {
@@ -78,14 +79,15 @@ cases['a thousand services are there within a second, and a change within two, w
             const shown = () => many.evaluate(wanted => globalThis.seen.find(one => one.text.includes(wanted))?.at, word);
             await until(async () => (await shown()) !== undefined, `${word} is shown`);
             changes.push(Math.max(0, (await shown()) - changedAt));
+            floors.push(await spawnTime(many) + timeOf(() => tvscText('list', '--json', '--brief')));
             await many.waitForTimeout(500);
         }
     }
-    console.log(`     changes are shown ${rounded(changes)} ms after tvsc has returned`);
+    console.log(`     changes are shown ${rounded(changes)} ms after tvsc has returned; Cockpit and tvsc need ${rounded(floors)} ms`);
     const asked = calls().slice(before);
     assert.ok(asked.every(call => /^(list --json|watch)/.test(call)), asked.join('; '));
     assert.ok(asked.length < 60, `${asked.length} calls`);
     await many.context().close();
     assert.ok(best(lists) < firstListLimit(floor), `first list after ${best(lists)} ms at best`);
-    assert.ok(median(changes) < changeLimit(floor), `changes after ${rounded(changes)} ms`);
+    assert.ok(median(changes) < changeLimit(median(floors)), `changes after ${rounded(changes)} ms`);
 };
