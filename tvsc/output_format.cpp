@@ -37,6 +37,7 @@ constexpr RowsOfSchema rowsOfSchemas[] = {
     {"tvsc.act_plan/1", "steps", "action name why"},
     {"tvsc.findings/1", "findings", "level area name found why command"},
     {"tvsc.leftovers/1", "processes", "pid"},
+    {"tvsc.rpcinfo/1", "entries", "daemon program version transport address owner"},
     {"tvsc.apply/1", "services", "name change"},
     {"tvsc.timeline/1", "services",
      "position name recorded pid win32 launched_after_ms asked_after_ms running_after_ms ended_after_ms"},

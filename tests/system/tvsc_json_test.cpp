@@ -128,6 +128,8 @@ TEST_F(TvscJson, of_every_command_is_as_its_schema_says) {
         Take(words, {"VISUAL=sed -i s/demand/auto/"});
     }
     Take({"status", "zero", "--host", "nosuch.invalid"});
+    const std::string rows = Do({"--format", "tsv", "daemon", "rpcinfo"});
+    EXPECT_NE(rows.find("\nservd\t1073741824\t1\ttcp\t"), std::string::npos) << rows;
     const std::string answers = folder + "/answers", program = folder + "/validate.py";
     WriteFile(answers, lines);
     WriteFile(program, validate);
