@@ -58,10 +58,6 @@ std::size_t FirstUnseen(Dependents *dependents, const std::vector<bool> &seen) {
     return dependents->next < dependents->nodes.size() ? dependents->nodes[dependents->next] : seen.size();
 }
 
-DWORD StateClassOf(const ListedService &service) {
-    return service.status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
-}
-
 // Whether any other service is in one of the wanted states.
 DWORD IsAnyOther(DaemonLink &link, const std::string &name, DWORD state, bool *isAny) {
     *isAny = false;
@@ -84,7 +80,7 @@ DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std
     rc = ReadServiceNodes(link, services, &nodes);
     if (rc != ERROR_SUCCESS) return rc;
     for (const std::size_t i : DependentsInStopOrder(nodes, name)) {
-        if ((state & StateClassOf(services[i])) != 0) dependents->push_back(services[i]);
+        if ((state & StateClassOf(services[i].status)) != 0) dependents->push_back(services[i]);
     }
     return ERROR_SUCCESS;
 }

@@ -85,34 +85,37 @@ DWORD ListWanted(DaemonLink &link, const Wanted &wanted, const ServiceSink &sink
     });
 }
 
-// The thread's own, whose memory stays for the next enumeration: to get it anew costs as much as to fill it. Nothing of
-// a list beyond any usual one is kept.
-ServiceList &EmptyList() {
-    constexpr std::size_t mostKept = 4096;
-    thread_local ServiceList list;
-    if (list.places.capacity() > mostKept) list = {};
-    list.places.clear();
-    list.names.clear();
-    return list;
+// Keeps the memory of a list of usual size for the next enumeration: to get it anew costs as much as to fill it.
+void Empty(ServiceList *list) {
+    constexpr std::size_t mostServices = 4096, mostNameBytes = std::size_t{256} * 1024;
+    if (list->places.capacity() > mostServices || list->names.capacity() > mostNameBytes) *list = {};
+    list->places.clear();
+    list->names.clear();
+}
+
+// Packs a list from a resume handle on, which may be null, and moves that on. Returns 0 or 234.
+template <typename Record>
+DWORD PackFrom(const ServiceList &services, const ListBuffer<Record> &buffer, DWORD *resumeHandle) {
+    const std::size_t first =
+        std::min<std::size_t>(resumeHandle != nullptr ? *resumeHandle : 0, services.places.size());
+    const DWORD rc = Pack(services, first, buffer);
+    if (resumeHandle != nullptr) {
+        *resumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *buffer.returned : 0;
+    }
+    return rc;
 }
 
 // Lists services from a resume handle on, which may be null.
 template <typename Record>
 BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record> &buffer, DWORD *resumeHandle) {
     if (!IsUsable(buffer) || !IsPossible(wanted)) return Succeeded(ERROR_INVALID_PARAMETER);
-    ServiceList &services = EmptyList();
     HandleCall call;
     DWORD rc = BeginManagerCall(manager, &call);
-    if (rc == ERROR_SUCCESS) {
-        rc = ListWanted(*call.handle->link, wanted, [&](const ListedView &service) { Append(&services, service); });
-    }
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
-    const std::size_t count = services.places.size();
-    const std::size_t first = std::min<std::size_t>(resumeHandle != nullptr ? *resumeHandle : 0, count);
-    rc = Pack(services, first, buffer);
-    if (resumeHandle != nullptr) {
-        *resumeHandle = rc == ERROR_MORE_DATA ? static_cast<DWORD>(first) + *buffer.returned : 0;
-    }
+    ServiceList &services = call.handle->link->listed;
+    rc = ListWanted(*call.handle->link, wanted, [&](const ListedView &service) { Append(&services, service); });
+    if (rc == ERROR_SUCCESS) rc = PackFrom(services, buffer, resumeHandle);
+    Empty(&services);
     return Succeeded(rc);
 }
 

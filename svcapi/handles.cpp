@@ -11,7 +11,8 @@
 namespace {
 
 constexpr std::uintptr_t firstHandleValue = 0x1000;
-constexpr auto closingTimeout = std::chrono::seconds(2); // of one call made while the process exits
+constexpr auto closingTimeout =
+    std::chrono::seconds(2); // of one call, and of waits for others', while the process exits
 
 struct HandleTable {
     std::mutex guard;
@@ -26,10 +27,10 @@ HandleTable &Table() {
     return table;
 }
 
-void GiveBack(OpenHandle &handle) {
+void GiveBack(OpenHandle &handle, std::chrono::steady_clock::time_point deadline) {
     DaemonLink &link = *handle.link;
     // Another thread may be inside a call; most end soon.
-    const std::unique_lock<std::timed_mutex> busy(link.busy, closingTimeout);
+    const std::unique_lock<std::timed_mutex> busy(link.busy, deadline);
     if (!busy.owns_lock() || link.client == nullptr || handle.restarts != link.restarts) return;
     link.timeout = std::min<std::chrono::milliseconds>(link.timeout, closingTimeout);
     if (handle.kind == HandleKind::service) (void)CloseRecord(link, handle.index);
@@ -39,8 +40,9 @@ void GiveBack(OpenHandle &handle) {
 void GiveBackAllHandles() {
     HandleTable &table = Table();
     const std::lock_guard<std::mutex> locked(table.guard);
+    const auto deadline = std::chrono::steady_clock::now() + closingTimeout; // for all links: a call may be long
     for (auto &[value, handle] : table.open) {
-        if (handle->owner == getpid()) GiveBack(*handle);
+        if (handle->owner == getpid()) GiveBack(*handle, deadline);
     }
     table.open.clear();
 }

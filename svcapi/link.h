@@ -9,6 +9,7 @@
 #include "rpc/dial.h"
 #include "servd/servd_xdr.h"
 #include "svcapi/call_trace.h"
+#include "svcapi/packing.h"
 #include "tv/winsvc.h"
 
 #include <chrono>
@@ -27,6 +28,7 @@ struct DaemonLink {
     std::uint16_t port = 0;                                 // where the daemon was reached last, 0 before
     std::uint32_t restarts = 0;                             // how often it was found on another port than before
     std::chrono::milliseconds timeout = FirstCallTimeout(); // of one call
+    ServiceList listed;                                     // of the enumeration under way; empty, with room, between
 };
 
 // Since when the latest call is waiting for its answer, for whoever tells people why they wait; the clock's epoch while

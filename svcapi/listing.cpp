@@ -84,10 +84,6 @@ bool TakeNamed(std::vector<ListedService> &services, const std::string &name, DW
     return true;
 }
 
-DWORD StateClassOf(const SERVICE_STATUS &status) {
-    return status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
-}
-
 // The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be, or not in
 // one of the wanted states.
 DWORD ListRecordZero(DaemonLink &link, DWORD state, std::optional<ListedService> *service) {

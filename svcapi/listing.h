@@ -28,6 +28,11 @@ struct ListedPlace {
 [[nodiscard]] DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *place,
                                       std::optional<ListedService> *service);
 
+// SERVICE_INACTIVE or SERVICE_ACTIVE.
+[[nodiscard]] inline DWORD StateClassOf(const SERVICE_STATUS &status) {
+    return status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;
+}
+
 // The state and the accepted controls of the service in a record; the other words are 0. Sends the control 0, which no
 // service ever sees. Returns 0; 6 when the record is free or the number out of range.
 [[nodiscard]] DWORD PeekRecord(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status);

@@ -123,9 +123,11 @@ struct ServiceKey {
 using Reads = std::vector<RegistryRead>;
 
 void Read(Load &load, Reads *reads) {
-    if (load.readsTogether && ReadTogether(reads->data(), reads->size()) == reads->size()) return;
+    const std::size_t answered = load.readsTogether ? ReadTogether(reads->data(), reads->size()) : 0;
+    if (answered == reads->size()) return;
     load.readsTogether = false;
-    ReadInTurn(reads->data(), reads->size());
+    // An answered one says how much came, no longer how much room there is.
+    ReadInTurn(reads->data() + answered, reads->size() - answered);
 }
 
 // Returns how many there are; the last of them tells with its code why there are no more.

@@ -63,6 +63,8 @@ std::optional<ListedService> FindByName(Session &session, const std::string &nam
 bool FindAllByName(Session &session, const std::vector<std::string> &names, std::vector<ListedService> *services,
                    OpenServices *kept) {
     if (names.size() > fewNames || std::any_of(names.begin(), names.end(), IsPattern)) return false;
+    if (names.size() > 1)
+        kept = nullptr; // while one is waited for, the others' would keep their services from deletion
     std::set<std::string> taken;
     for (const std::string &name : names) {
         if (!taken.insert(name).second) continue;

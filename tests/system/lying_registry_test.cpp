@@ -1,14 +1,21 @@
 // SPDX-License-Identifier: MIT
 // tvreg against a registry daemon whose answers never come to an end: each command ends by itself, with a message and a
 // status of its own.
+#include "registry/regd_xdr.h"
 #include "tests/support/host.h"
+#include "tests/support/records.h"
 #include "tests/support/scripted_regd.h"
+#include "tests/support/wire.h"
 #include "tv/winreg.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <map>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -209,6 +216,45 @@ TEST_F(UnwillingRegd, import_goes_one_by_one_where_several_requests_at_once_are_
     EXPECT_EQ(ended.output, "2 keys, 3 values written\n");
     EXPECT_EQ(sets, 3);
     EXPECT_EQ(connections, 2);
+}
+
+// An answered read tells how much there is, which is no room of anybody's.
+TEST(CutRegd, reads_that_were_answered_before_the_connection_broke_are_not_asked_again) {
+    constexpr std::uint32_t mostTextBytes = 1024, tooMany = 5000;
+    std::map<std::string, int> asked;
+    std::uint32_t mostRoom = 0;
+    bool isCut = false;
+    const WireHandler handler = [&](const WireCall &call) {
+        const std::string_view argument(reinterpret_cast<const char *>(call.argument.data()), call.argument.size());
+        if (call.procedure == REG_ENUM_KEY_EX) {
+            Decoded<regd_REG_ENUM_KEY_EX> next;
+            EXPECT_TRUE(DecodeRecord(argument, *next));
+            return next->index == 0 ? Subkey("web") : NoMoreItems();
+        }
+        if (call.procedure != REG_QUERY_VALUE_EX) return Answer(success, std::uint32_t{7});
+        Decoded<regd_REG_QUERY_VALUE_EX> query;
+        EXPECT_TRUE(DecodeRecord(argument, *query));
+        mostRoom = std::max(mostRoom, query->dataBytes);
+        ++asked[query->valueName];
+        WireAnswer answer = Answer(std::uint32_t{ERROR_MORE_DATA}, std::uint32_t{REG_SZ}, std::string(), tooMany);
+        if (asked.size() == 4 && !std::exchange(isCut, true)) {
+            // With requests unread the end is a reset, which would take along what the other side has not read.
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            answer.cutAfter = 0;
+        }
+        return answer;
+    };
+    RegisterRegistryDaemon();
+    {
+        const ScriptedRegd daemon("127.0.0.1", handler);
+        const Ended ended = RunAndRead({.command = {ProgramPath("tvreg"), "lint"}});
+        EXPECT_NE(ended.status, 0);
+        EXPECT_EQ(daemon.Connections(), 2);
+    }
+    UnregisterRegistryDaemon();
+    EXPECT_TRUE(isCut);
+    EXPECT_EQ(asked["DeleteFlag"], 1);
+    EXPECT_LE(mostRoom, mostTextBytes);
 }
 
 } // namespace

@@ -156,7 +156,19 @@ TEST_F(TvscWatch, a_start_and_a_stop_open_their_service_once) {
         const Ended traced = Tvsc({"--trace", action, name});
         EXPECT_EQ(traced.status, 0);
         EXPECT_EQ(CountOf(" OPEN_SERVICE(\"" + name + "\"", traced.error), 1u) << traced.error;
+        EXPECT_EQ(CountOf(" CLOSE_SERVICE(", traced.error), CountOf(" OPEN_SERVICE(", traced.error)) << traced.error;
     }
+}
+
+// A service that somebody has open is not deleted before its time.
+TEST_F(TvscWatch, a_start_of_several_holds_none_open_but_the_one_at_hand) {
+    const std::string other = std::string(name) + "2";
+    CreateSample(name);
+    CreateSample(other);
+    const Ended traced = Tvsc({"--trace", "start", name, other});
+    EXPECT_EQ(traced.status, 0) << traced.error;
+    const std::string before = traced.error.substr(0, traced.error.find(" START_SERVICE("));
+    EXPECT_EQ(CountOf(" OPEN_SERVICE(", before), CountOf(" CLOSE_SERVICE(", before) + 1) << traced.error;
 }
 
 // --- the timeline ---
