@@ -2,7 +2,8 @@
 // host_run: starting processes, reading their pipes and ending those that take too long.
 //
 // A run is over when its process has ended behind both of its pipes. One whose time is over, or that writes too much,
-// is asked to end and killed a second later; that second is the same for all of them.
+// is asked to end and killed a second later; that second is the same for all of them. What is kept has one bound for
+// all runs together, however many hosts there are.
 #include "tvsc/host_run.h"
 
 #include "util/child_program.h"
@@ -132,16 +133,33 @@ void TakeLines(const HostRun &run, std::string *text,
     }
 }
 
-void ReadEnd(HostRun *run, int *end, std::string *text, std::size_t mostBytes) {
+void ReadEnd(int *end, std::string *text) {
     char chunk[chunkBytes];
     const ssize_t bytes = read(*end, chunk, sizeof chunk);
     if (bytes > 0) text->append(chunk, static_cast<std::size_t>(bytes));
     const bool isOver = bytes == 0 || (bytes < 0 && errno != EINTR);
     if (isOver) CloseEnd(end);
-    if (text->size() <= mostBytes) return;
-    run->wroteTooMuch = true;
-    std::string().swap(*text);
-    Stop(run);
+}
+
+std::size_t KeptBytes(const HostRun &run) { return run.output.size() + run.error.size(); }
+
+// Gives up those that have written most, over or not, until what is kept is within the bound: a few that pour out keep
+// nobody else from being heard.
+void KeepWithin(std::size_t mostBytes, std::vector<HostRun> *runs) {
+    std::size_t kept = 0;
+    for (const HostRun &run : *runs) {
+        kept += KeptBytes(run);
+    }
+    while (kept > mostBytes) {
+        HostRun &largest = *std::max_element(
+            runs->begin(), runs->end(), [](const HostRun &a, const HostRun &b) { return KeptBytes(a) < KeptBytes(b); });
+        kept -= KeptBytes(largest);
+        std::string().swap(largest.output);
+        std::string().swap(largest.error);
+        largest.wroteTooMuch = true;
+        largest.exitStatus = EXIT_FAILED;
+        if (largest.process != 0) Stop(&largest);
+    }
 }
 
 // Stops a run whose time is over, and kills one that did not end when it was asked to.
@@ -183,9 +201,8 @@ void Serve(const std::vector<HostRun *> &under, const HostRunRules &rules) {
     (void)poll(polled.data(), polled.size(), MsUntil(NextLook(under))); // without an answer the times are looked at
     for (std::size_t i = 0; i < under.size(); ++i) {
         HostRun *const run = under[i];
-        if (polled[2 * i].revents != 0) ReadEnd(run, &run->outputEnd, &run->output, rules.mostBytes);
-        if (polled[2 * i + 1].revents != 0 && run->errorEnd >= 0)
-            ReadEnd(run, &run->errorEnd, &run->error, rules.mostBytes);
+        if (polled[2 * i].revents != 0) ReadEnd(&run->outputEnd, &run->output);
+        if (polled[2 * i + 1].revents != 0) ReadEnd(&run->errorEnd, &run->error);
         TakeLines(*run, &run->output, rules.takeLine);
         TakeLines(*run, &run->error, rules.takeErrorLine);
         LookAtTime(run);
@@ -205,6 +222,8 @@ void RunSideBySide(std::vector<HostRun> *runs, const HostRunRules &rules) {
             under.push_back(&(*runs)[next++]);
         }
         std::erase_if(under, IsOver);
-        if (!under.empty()) Serve(under, rules);
+        if (under.empty()) continue;
+        Serve(under, rules);
+        KeepWithin(rules.mostBytes, runs);
     }
 }

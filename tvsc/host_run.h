@@ -16,7 +16,7 @@ struct HostRun {
     std::vector<std::string> command; // the program's path or name, and its arguments
     int exitStatus = EXIT_DONE;
     bool timedOut = false;
-    bool wroteTooMuch = false; // more than is kept of it; nothing is kept then
+    bool wroteTooMuch = false; // and nothing is kept of it: see mostBytes
     std::string output;        // all of it; of a live run what is left of a line
     std::string error;
 
@@ -30,7 +30,7 @@ struct HostRun {
 struct HostRunRules {
     unsigned parallel = 1;
     double timeoutSec = 0;                          // of each run; 0: none
-    std::size_t mostBytes = std::size_t{256} << 20; // of each run's output, and as many of its errors
+    std::size_t mostBytes = std::size_t{256} << 20; // kept of all runs: past that, what wrote most is given up
     // Takes each line as it comes; what is written is not kept then. Nothing: it is kept.
     std::function<void(const HostRun &run, const std::string &line)> takeLine = {};
     std::function<void(const HostRun &run, const std::string &line)> takeErrorLine = {}; // alike
