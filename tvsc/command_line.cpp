@@ -82,6 +82,7 @@ void AddGlobalOptions(CLI::App &app, CommandLine &line) {
         ->transform(ReadOneOf(outputFormats))
         ->type_name("FORMAT");
     app.add_flag("--json", line.json, "The same as --format=json");
+    app.add_flag("--no-config")->description("Take nothing from the configuration and the environment");
     app.add_flag("--no-legend", line.hidesLegend, "Tables without a heading and without a last line that sums up");
     app.add_flag("-v,--verbose", line.verbose, "Tell each state on the way to the one that is waited for");
     app.add_flag("--trace", line.options.trace, "Tell each call to the daemon on standard error");
@@ -160,12 +161,15 @@ std::string PathOf(const CLI::App &app) {
 
 // Says what is wrong with the line, as text and, where that was asked for, as JSON.
 //   suggested  commands that may have been meant
-void SayWrong(const CLI::App &app, bool json, const std::string &what, const std::vector<std::string> &suggested) {
+//   format  a table: as text only
+void SayWrong(const CLI::App &app, OutputFormat format, const std::string &what,
+              const std::vector<std::string> &suggested) {
     const std::string path = PathOf(app);
     fmt::print(stderr, "tvsc: {}{}\n", path.empty() ? "" : path + ": ", Printable(what));
     if (!suggested.empty()) fmt::print(stderr, "  did you mean {}?\n", fmt::join(suggested, ", "));
     fmt::print(stderr, "Run tvsc {}{}--help for more information.\n", path, path.empty() ? "" : " ");
-    if (!json) return;
+    if (format == OutputFormat::table) return;
+    ChooseFormat(format, true);
     Session session;
     session.options.json = true;
     session.results.push_back({path, "usage", ERROR_INVALID_PARAMETER, EXIT_USAGE, what, suggested});
@@ -173,13 +177,13 @@ void SayWrong(const CLI::App &app, bool json, const std::string &what, const std
 }
 
 // What stands on the command line and means nothing: a command, an option, or an argument too many.
-void SayUnknown(const CLI::App &app, bool json, const std::string &word) {
+void SayUnknown(const CLI::App &app, OutputFormat format, const std::string &word) {
     std::vector<std::string> commands;
     for (const CLI::App *command : CommandReached(app).get_subcommands(nullptr)) {
         commands.push_back(command->get_name());
     }
     const bool isCommand = !commands.empty() && word.front() != '-';
-    SayWrong(app, json, fmt::format("{}: {}", word, isCommand ? "no such command" : "not expected here"),
+    SayWrong(app, format, fmt::format("{}: {}", word, isCommand ? "no such command" : "not expected here"),
              isCommand ? SimilarNames(word, commands) : std::vector<std::string>());
 }
 
@@ -202,17 +206,44 @@ std::shared_ptr<CommandLine> NewLine(int argc, char **argv) {
     return line;
 }
 
+// --- formats ---
+
+template <std::size_t N>
+bool IsAmong(const std::string &path, const std::array<std::string_view, N> &paths) {
+    return std::find(paths.begin(), paths.end(), path) != paths.end();
+}
+
+bool IsFormatAsked(const CLI::App &app) { return app.count("--json") + app.count("--format") != 0; }
+
+constexpr std::array<std::string_view, 5> textsOfTheirOwn = {"completion", "export", "help", "logs", "sc"};
+
+// Whether the command writes a text of its own unless the line asks for another format: always, or since the line says
+// which.
+bool HasTextOfItsOwn(const CLI::App &app, const CommandLine &line) {
+    const std::string path = PathOf(app);
+    const CLI::Option *const own = path.empty() ? nullptr : CommandReached(app).get_option_no_throw("--format");
+    return IsAmong(path, textsOfTheirOwn) || (path == "list" && line.list.namesOnly) ||
+           (path == "show" && !line.properties.empty()) || (path == "timeline" && line.asSvg) ||
+           (own != nullptr && own->count() != 0);
+}
+
 // --- several hosts ---
 
 bool IsForHosts(const CommandLine &line) {
     return line.hosts.overSsh || !line.hosts.file.empty() || line.options.host.find(',') != std::string::npos;
 }
 
-// The words of a command line but for the options about hosts, which are for this program alone. What stands behind
-// "--" is no option, and what stands behind sc is not this program's.
+// The words of a command line but for the options that are for this program alone: those about hosts and, of a command
+// whose JSON makes one table, those about formats. What stands behind "--" is no option, and what stands behind sc is
+// not this program's.
 //   isSc  the command is sc
-std::vector<std::string> WordsWithoutHosts(int argc, char **argv, bool isSc) {
-    constexpr std::array<std::string_view, 4> withValue = {"--host", "--hosts", "--parallel", "--host-timeout"};
+std::vector<std::string> WordsForHosts(int argc, char **argv, bool isSc, bool keepsFormat) {
+    std::vector<std::string_view> withValue = {"--host", "--hosts", "--parallel", "--host-timeout"};
+    std::vector<std::string_view> flags = {"--ssh"};
+    if (!keepsFormat) {
+        withValue.emplace_back("--format");
+        flags.emplace_back("--json");
+    }
     std::vector<std::string> words;
     bool areOptions = true;
     for (int i = 1; i < argc; ++i) {
@@ -221,7 +252,8 @@ std::vector<std::string> WordsWithoutHosts(int argc, char **argv, bool isSc) {
         const std::string_view option = word.substr(0, word.find('='));
         const bool isOurs = areOptions && std::find(withValue.begin(), withValue.end(), option) != withValue.end();
         if (isOurs && option.size() == word.size()) ++i; // its value is the next word
-        if (!isOurs && (!areOptions || word != "--ssh")) words.emplace_back(word);
+        const bool isFlag = areOptions && std::find(flags.begin(), flags.end(), word) != flags.end();
+        if (!isOurs && !isFlag) words.emplace_back(word);
     }
     return words;
 }
@@ -255,32 +287,29 @@ HostsCommand ReadHostsCommand(const CLI::App &app, const CommandLine &line, int 
         throw CLI::ValidationError("--host", problem);
     }
     const std::string path = PathOf(app);
-    command.words = WordsWithoutHosts(argc, argv, path == "sc");
     command.json = line.options.json;
-    if (command.json && app.count("--json") == 0 && app.count("--format") == 0) {
-        command.words.insert(command.words.begin(), "--json"); // theirs to know
-    }
     command.listsServices = path.empty() || (path == "list" && !line.list.namesOnly) || path == "status";
+    command.words = WordsForHosts(argc, argv, path == "sc", !command.listsServices);
+    // Said aloud: their own configurations must not choose another one.
+    if (command.listsServices || (command.json && !IsFormatAsked(app))) {
+        command.words.insert(command.words.begin(), "--json");
+    } else if (!IsFormatAsked(app) && !HasTextOfItsOwn(app, line)) {
+        command.words.insert(command.words.begin(), "--format=table");
+    }
     command.isLive = path == "watch" || (path == "logs" && line.log.follow);
     return command;
-}
-
-template <std::size_t N>
-bool IsAmong(const std::string &path, const std::array<std::string_view, N> &paths) {
-    return std::find(paths.begin(), paths.end(), path) != paths.end();
 }
 
 // Lines and columns that a command does not have are refused where the line asks for them; what the environment or the
 // configuration want is for those commands that have them.
 void SettleFormat(const CLI::App &app, CommandLine &line) {
-    constexpr std::array<std::string_view, 5> textsOfTheirOwn = {"completion", "export", "help", "logs", "sc"};
     constexpr std::array<std::string_view, 10> withoutRows = {"daemon status", "explain",  "graph", "lock status",
                                                               "name",          "ping",     "tree",  "watch",
                                                               "wait-online",   "with-lock"};
     const std::string path = PathOf(app);
-    const bool isAsked = app.count("--json") + app.count("--format") != 0, isText = IsAmong(path, textsOfTheirOwn);
+    const bool isAsked = IsFormatAsked(app), isText = IsAmong(path, textsOfTheirOwn);
     if (line.json && app.count("--format") == 0) line.format = OutputFormat::json;
-    if (isText && !isAsked) line.format = OutputFormat::table;
+    if (!isAsked && HasTextOfItsOwn(app, line)) line.format = OutputFormat::table;
     const bool isColumns = line.format == OutputFormat::tsv, isRows = isColumns || line.format == OutputFormat::jsonl;
     if (isRows && (isText || IsForHosts(line) || (isColumns && IsAmong(path, withoutRows)))) {
         if (isAsked) {
@@ -293,17 +322,35 @@ void SettleFormat(const CLI::App &app, CommandLine &line) {
     line.options.json = line.options.json || line.format != OutputFormat::table; // graph may have asked for it, too
 }
 
-// A default, as what the configuration says; other than that of an option of the line it can be passed over.
-void TakeFormatOfEnvironment(CLI::App &app) {
+// A default, as what the configuration says; other than that of an option of the line it can be passed over. Returns
+// what is wrong with it.
+std::string TakeFormatOfEnvironment(CLI::App &app, CommandLine &line) {
     const char *const format = std::getenv("TVSC_FORMAT");
-    if (format != nullptr && *format != '\0') {
+    if (format == nullptr || *format == '\0') return "";
+    try {
         app.get_option("--format")->run_callback_for_default()->default_val(std::string(format));
+    } catch (const CLI::Error &error) {
+        return std::string("TVSC_FORMAT: ") + error.what();
     }
+    line.json = false; // a configuration counts less
+    return "";
+}
+
+// Takes the defaults from outside the line. Returns what is wrong with them.
+std::string TakeDefaults(CLI::App &app, CommandLine &line, int argc, char **argv) {
+    const auto isPassedOver = [](const char *word) { return std::strcmp(word, "--no-config") == 0; };
+    if (std::any_of(argv + 1, argv + WordsBeforeDashes(argc, argv), isPassedOver)) {
+        for (const char *variable : {"TVSC_HOST", "TVSC_TIMEOUT", "TVSC_COLOR", "TVSC_FORMAT"}) {
+            (void)unsetenv(variable);
+        }
+        return "";
+    }
+    const std::string wrong = ReadConfigFile(app), wrongFormat = TakeFormatOfEnvironment(app, line);
+    return wrong.empty() ? wrongFormat : wrong;
 }
 
 void Parse(CLI::App &app, CommandLine &line, int argc, char **argv) {
-    const std::string wrong = ReadConfigFile(app);
-    TakeFormatOfEnvironment(app);
+    const std::string wrong = TakeDefaults(app, line, argc, argv);
     app.parse(WordsBeforeDashes(argc, argv), argv);
     if (!wrong.empty()) throw CLI::ConfigError(wrong, CLI::ExitCodes::ConfigError); // help has been given by now
     CheckBehindDashes(app, line);
@@ -344,6 +391,26 @@ std::shared_ptr<CommandLine> ReadPlainLine(int argc, char **argv) {
     return line;
 }
 
+// Lines and objects of JSON where a line that is wrong asks for them, or what stands outside it does, and the command
+// has them; else a table. The parser may not have come as far as the option.
+OutputFormat FormatOfWrongLine(const CLI::App &app, const CommandLine &line, char **first, char **end) {
+    OutputFormat format = line.json ? OutputFormat::json : line.format;
+    constexpr std::string_view option = "--format=";
+    for (char **word = first; word != end; ++word) {
+        std::string text = *word;
+        if (text == "--json") format = OutputFormat::json;
+        if (text == "--format" && word + 1 != end) text = std::string(option) + *++word;
+        if (!text.starts_with(option)) continue;
+        const auto *const named =
+            std::find_if(std::begin(outputFormats), std::end(outputFormats),
+                         [&](const NamedValue<OutputFormat> &one) { return text.substr(option.size()) == one.name; });
+        format = named == std::end(outputFormats) ? OutputFormat::table : named->value;
+    }
+    const bool lacksLines = IsAmong(PathOf(app), textsOfTheirOwn) || IsForHosts(line);
+    const bool isLacking = format == OutputFormat::tsv || (format == OutputFormat::jsonl && lacksLines);
+    return isLacking ? OutputFormat::table : format;
+}
+
 // Returns null where help was given, or the line is wrong; *status is the exit status then.
 std::shared_ptr<CommandLine> ReadAnyLine(int argc, char **argv, int *status) {
     const int words = WordsBeforeDashes(argc, argv);
@@ -360,13 +427,11 @@ std::shared_ptr<CommandLine> ReadAnyLine(int argc, char **argv, int *status) {
         return nullptr;
     } catch (const CLI::ParseError &error) {
         const std::vector<std::string> unknown = app.remaining(PathOf(app) != "sc"); // whose words are its own
-        const bool json = std::any_of(argv + 1, argv + words, [](const char *word) {
-            return std::string_view(word) == "--json" || std::string_view(word) == "--format=json";
-        });
+        const OutputFormat format = FormatOfWrongLine(app, *line, argv + 1, argv + words);
         if (unknown.empty()) {
-            SayWrong(app, json, error.what(), {});
+            SayWrong(app, format, error.what(), {});
         } else {
-            SayUnknown(app, json, unknown.front());
+            SayUnknown(app, format, unknown.front());
         }
         *status = EXIT_USAGE;
         return nullptr;

@@ -21,8 +21,14 @@ std::string PathOfFile() {
 
 // What would be surprising in every command.
 bool IsForOneLine(const std::string &name) {
-    constexpr std::array<std::string_view, 3> names = {"dry-run", "help", "version"};
+    constexpr std::array<std::string_view, 4> names = {"dry-run", "help", "no-config", "version"};
     return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// What makes one command many. Those that run on behalf of the hosts read the file, too, and would run others in turn.
+bool IsForHosts(const CLI::ConfigItem &item) {
+    if (item.name == "hosts" || item.name == "ssh") return true;
+    return item.name == "host" && item.inputs.front().find(',') != std::string::npos;
 }
 
 // Returns what is wrong.
@@ -31,6 +37,7 @@ std::string SetDefault(CLI::App &app, const CLI::ConfigItem &item) {
     CLI::Option *const option = app.get_option_no_throw("--" + item.name);
     if (option == nullptr || IsForOneLine(item.name)) return item.name + ": no such option";
     if (item.inputs.size() != 1) return item.name + ": not one value";
+    if (IsForHosts(item)) return item.name + ": several hosts are for the command line and the environment";
     try {
         option->run_callback_for_default()->default_val(item.inputs.front());
     } catch (const CLI::Error &error) {

@@ -35,7 +35,6 @@ bool CanBeHost(const std::string &name) {
 std::vector<std::string> WordsFor(const HostsOptions &options, const HostsCommand &command, const std::string &host) {
     std::vector<std::string> words =
         options.overSsh ? std::vector<std::string>{"tvsc"} : std::vector<std::string>{ownProgram, "--host", host};
-    if (command.listsServices && !command.json) words.emplace_back("--json");
     words.insert(words.end(), command.words.begin(), command.words.end());
     if (!options.overSsh) return words;
     // ssh hands one line to the shell there.

@@ -150,6 +150,88 @@ TEST_F(TvscFormat, a_configuration_sets_common_options_and_gives_way_to_the_envi
     EXPECT_EQ(With({Configured("host = 'nosuch.invalid'\n")[0], "TVSC_HOST=localhost"}, {"status", name}).status, 3);
 }
 
+// Each process on behalf of a host reads the file, too: it would be for several hosts again. An account of its own may
+// have a few processes only.
+TEST_F(TvscFormat, a_configuration_makes_no_command_one_for_several_hosts) {
+    WriteFile(folder + "/hosts", "localhost\n127.0.0.1\n");
+    std::filesystem::permissions(folder, std::filesystem::perms(0755));
+    const std::vector<std::pair<std::string, std::string>> several = {
+        {"hosts = '" + folder + "/hosts'\n", "hosts"}, {"ssh = true\n", "ssh"}, {"host = 'a,b'\n", "host"}};
+    for (const auto &[text, option] : several) {
+        const Ended ended =
+            RunAndRead({.command = {"/usr/bin/setpriv", "--reuid=54321", "--regid=54321", "--clear-groups", "prlimit",
+                                    "--nproc=20", ProgramPath("tvsc"), "list"},
+                        .environment = Configured(text)},
+                       90000);
+        EXPECT_EQ(ended.status, 2) << text;
+        EXPECT_THAT(ended.error, HasSubstr("config.toml: " + option + ": several hosts"));
+        EXPECT_EQ(ended.output, "");
+    }
+    std::filesystem::remove_all(folder + "/config");
+}
+
+TEST_F(TvscFormat, a_configured_format_is_not_that_of_the_processes_for_several_hosts) {
+    CreateSample(name);
+    const Words hosts = {"--host", "localhost,127.0.0.1"};
+    for (const Words &command : {Words{"list", name}, Words{"deps", name}, Words{"show", name, "-p", "state"}}) {
+        Words words = hosts;
+        words.insert(words.end(), command.begin(), command.end());
+        const std::string plain = Tvsc(words).output;
+        EXPECT_THAT(plain, HasSubstr("127.0.0.1"));
+        EXPECT_EQ(With(Configured("format = 'tsv'\nno-legend = false\n"), words).output, plain);
+        words.insert(words.begin(), {"--format", "table"});
+        EXPECT_EQ(With(Configured("json = true\n"), words).output, plain);
+    }
+    std::filesystem::remove_all(folder + "/config");
+}
+
+TEST_F(TvscFormat, a_text_that_the_line_names_is_not_what_is_configured) {
+    CreateSample(name);
+    const std::vector<Words> texts = {
+        {"list", "--names-only", name}, {"show", "-p", "state", name}, {"graph", "--format", "dot", name}};
+    for (const std::string format : {"json", "jsonl", "tsv"}) {
+        for (const Words &words : texts) {
+            const Ended ended = With({"TVSC_FORMAT=" + format}, words);
+            EXPECT_EQ(ended.status, 0) << ended.error;
+            EXPECT_EQ(ended.output.substr(0, 90), Do(words).substr(0, 90)) << format;
+        }
+    }
+    EXPECT_EQ(Do({"list", "--names-only", "--json", name}), Do({"list", "--brief", "--json", name}))
+        << "what the line itself asks for counts";
+    const Words environment = Configured("json = true\n");
+    EXPECT_EQ(With({environment[0], "TVSC_FORMAT=tsv"}, {"list", name}).output, Do({"--format=tsv", "list", name}));
+    std::filesystem::remove_all(folder + "/config");
+}
+
+TEST_F(TvscFormat, nothing_outside_the_line_counts_where_it_says_so) {
+    CreateSample(name);
+    const Words environment = {Configured("host = 'nosuch.invalid'\nno-such-option = 1\n")[0], "TVSC_HOST=a,b",
+                               "TVSC_FORMAT=yaml", "TVSC_TIMEOUT=never", "TVSC_COLOR=red"};
+    EXPECT_EQ(With(environment, {"--no-config", "list", name}).output, Do({"list", name}));
+    EXPECT_EQ(With(environment, {"list", name, "--no-config"}).output, Do({"list", name}));
+    EXPECT_EQ(With(environment, {"list", name}).status, 2);
+    std::filesystem::remove_all(folder + "/config");
+}
+
+TEST_F(TvscFormat, a_wrong_line_is_told_in_the_format_that_it_asks_for) {
+    const auto isUsage = testing::ResultOf(
+        [](const Ended &ended) { return Json::parse(ended.output).at("results").at(0).at("action"); }, "usage");
+    EXPECT_THAT(Tvsc({"--format", "json", "lst"}), isUsage);
+    EXPECT_THAT(Tvsc({"list", "--no-such", "--format=json"}), isUsage);
+    EXPECT_THAT(With({"TVSC_FORMAT=json"}, {"lst"}), isUsage);
+    const std::vector<Json> lines = LinesOf(Tvsc({"--format", "jsonl", "start"}).output);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].at("action"), "usage");
+    EXPECT_EQ(With({"TVSC_FORMAT=json"}, {"--format", "table", "lst"}).output, "");
+}
+
+TEST_F(TvscFormat, help_and_the_version_are_given_where_the_environment_means_nothing) {
+    for (const std::string option : {"--help", "--version"}) {
+        EXPECT_EQ(With({"TVSC_FORMAT=yaml"}, {option}).output, Do({option}));
+    }
+    EXPECT_THAT(With({"TVSC_FORMAT=yaml"}, {"list"}).error, HasSubstr("TVSC_FORMAT: "));
+}
+
 TEST_F(TvscFormat, a_configuration_that_means_nothing_is_told_and_help_is_given_all_the_same) {
     const std::vector<std::pair<std::string, std::string>> wrong = {{"colour = 'never'\n", "colour: no such option"},
                                                                     {"dry-run = true\n", "dry-run: no such option"},
