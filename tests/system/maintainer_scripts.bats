@@ -67,6 +67,23 @@ onHost() { # SCRIPT
     '
 }
 
+@test "what root has configured for the command line changes no upgrade" {
+    onHost '
+        tvsc create plain --exec "/bin/sleep 1000" --start demand
+        tvsc start plain
+        mkdir -p /run/config/tvsc
+        printf "format = \"json\"\nhost = \"nosuch.invalid\"\nno-such-option = 1\n" >/run/config/tvsc/config.toml
+        asRoot() { XDG_CONFIG_HOME=/run/config TVSC_FORMAT=json TVSC_HOST=nosuch.invalid sh "$@"; }
+        asRoot "$scripts/servd.prerm" upgrade 2
+        [ "$(cat /run/tv/before-upgrade)" = plain ]
+        tvsc --quiet stop --all
+        servd stop
+        startServices
+        [ "$(asRoot "$scripts/servd.postinst" configure 1)" = "servd: plain was restarted" ]
+        tvsc is-active plain
+    '
+}
+
 @test "an upgrade while the daemon is down starts nothing" {
     onHost '
         tvsc create plain --exec "/bin/sleep 1000" --start demand
