@@ -68,6 +68,18 @@ bool IsKnown(const std::vector<TreeProcess> &known, const TreeProcess &process) 
     });
 }
 
+// Whether a process descends from one of those that are known, by one way up for all of them.
+bool DescendsFromKnown(const ProcessTable &table, pid_t process, const std::vector<TreeProcess> &known) {
+    for (std::size_t steps = 0; steps <= table.size(); ++steps) {
+        const auto found = table.find(process);
+        if (found == table.end()) return false;
+        process = found->second.parent;
+        const auto parent = table.find(process);
+        if (parent != table.end() && IsKnown(known, {process, parent->second.startTicks})) return true;
+    }
+    return false;
+}
+
 std::uint64_t MillisecondsOf(std::uint64_t ticks) {
     return ticks * 1000 / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
 }
@@ -75,6 +87,22 @@ std::uint64_t MillisecondsOf(std::uint64_t ticks) {
 } // namespace
 
 std::vector<TreeProcess> DescendantsOf(pid_t root) { return DescendantsIn(ReadProcessTable(), root, {}); }
+
+bool AddDescendants(std::vector<TreeProcess> *processes) {
+    const ProcessTable table = ReadProcessTable();
+    std::vector<TreeProcess> added;
+    for (const auto &[process, stat] : table) {
+        const TreeProcess one = {process, stat.startTicks};
+        const bool hasEnded = stat.state == 'Z' || stat.state == 'X';
+        if (hasEnded || IsKnown(*processes, one) || !DescendsFromKnown(table, process, *processes)) continue;
+        added.push_back(one);
+    }
+    std::stable_sort(added.begin(), added.end(), [](const TreeProcess &left, const TreeProcess &right) {
+        return left.startTicks < right.startTicks;
+    });
+    processes->insert(processes->end(), added.begin(), added.end());
+    return !added.empty();
+}
 
 bool IsDescendantOf(pid_t process, pid_t root) {
     ProcessStat stat;

@@ -21,6 +21,10 @@ struct TreeProcess {
 // The descendants of a process, itself left out, the older ones first.
 [[nodiscard]] std::vector<TreeProcess> DescendantsOf(pid_t root);
 
+// Adds what descends from processes, which are told by their start, too, and has not ended: what is not among them yet,
+// the older ones first. Returns whether there was any.
+bool AddDescendants(std::vector<TreeProcess> *processes);
+
 // Whether one process has come of another one.
 [[nodiscard]] bool IsDescendantOf(pid_t process, pid_t root);
 

@@ -88,6 +88,6 @@ void AddActCommands(CLI::App &app, CommandLine &line) {
                                  });
     AddNames(reset, line);
     auto *ending = reset->add_flag("--kill", line.reset.kill, "End the processes that it has left, too");
-    reset->add_flag("-y,--yes", line.reset.yes, "Without asking at a terminal")->needs(ending);
+    reset->add_flag("-y,--yes", line.reset.yes, "And not only tell which these are")->needs(ending);
     AddTimeout(reset, line);
 }

@@ -2,65 +2,74 @@
 // reset: the daemon's record, and the processes behind it.
 //
 // The daemon tells no process id. What surely is a service's: the process that its hint names with the moment of its
-// start, and what the state file of tvhost names, with all that has come of it. A process that is another active
+// start, and what the state file of tvhost names, with all that has come of them. A process that is another active
 // service's, too, is left alone, and so is one that has told its service's end.
 #include "tvsc/reset.h"
 
 #include "svcapi/client.h"
 #include "svcapi/pid_file.h"
+#include "svcapi/process_stat.h"
+#include "tvhost/state_file.h"
 #include "tvsc/end_process.h"
-#include "tvsc/hosted.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
-#include "util/printable.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <iostream>
 
 namespace {
 
 constexpr char action[] = "reset";
 
-void Add(const TreeProcess &process, std::vector<TreeProcess> *processes) {
-    const auto isSame = [&](const TreeProcess &one) { return one.process == process.process; };
-    if (process.startTicks != 0 && std::none_of(processes->begin(), processes->end(), isSame)) {
-        processes->push_back(process);
-    }
+bool IsAmong(const std::vector<TreeProcess> &processes, pid_t process, std::uint64_t startTicks) {
+    return std::any_of(processes.begin(), processes.end(),
+                       [&](const TreeProcess &one) { return one.process == process && one.startTicks == startTicks; });
 }
 
-void AddTree(const TreeProcess &root, std::vector<TreeProcess> *processes) {
-    Add(root, processes);
-    for (const TreeProcess &one : DescendantsOf(root.process)) {
-        if (!one.hasEnded) Add(one, processes);
-    }
+void Add(pid_t process, std::uint64_t startTicks, std::vector<TreeProcess> *processes) {
+    if (startTicks != 0 && !IsAmong(*processes, process, startTicks)) processes->push_back({process, startTicks});
 }
 
-// What is left of a service; tvhost comes before what it runs, which it ends itself.
-std::vector<TreeProcess> ProcessesOf(const std::string &name) {
-    std::vector<TreeProcess> processes;
-    if (const std::optional<HostedView> hosted = ReadHosted(name)) {
-        const HostState &state = hosted->state;
-        if (hosted->hostLives) AddTree({state.host, state.hostStart, false}, &processes);
-        if (hosted->programLives) AddTree({state.program, state.programStart, false}, &processes);
+// The processes that a service surely has, as far as files tell; tvhost comes before what it runs.
+std::vector<TreeProcess> RootsOf(const std::string &name) {
+    std::vector<TreeProcess> roots;
+    HostState state;
+    if (uid_t owner = 0; ReadHostState(name, &state, &owner)) {
+        if (IsHostAlive(state, owner)) Add(state.host, state.hostStart, &roots);
+        if (IsProgramAlive(state, owner)) Add(state.program, state.programStart, &roots);
     }
     const PidHint hint = ReadPidHint(name);
-    if (hint.alive && !hint.stopped) Add({hint.pid, hint.startTicks, false}, &processes);
-    return processes;
+    if (hint.alive && !hint.stopped) Add(hint.pid, hint.startTicks, &roots);
+    return roots;
+}
+
+// All active services, those that are marked for deletion, too.
+DWORD ListActive(const Session &session, std::vector<std::string> *names) {
+    std::vector<ListedService> services;
+    DWORD rc = EnumerateAllServices(session.manager.get(), &services);
+    std::vector<HiddenService> hidden;
+    if (rc == ERROR_SUCCESS) rc = EnumerateHiddenServices(session.manager.get(), services, &hidden);
+    for (const HiddenService &one : hidden) {
+        services.push_back(one.service);
+    }
+    for (const ListedService &service : services) {
+        if (service.status.dwCurrentState != SERVICE_STOPPED) names->push_back(service.name);
+    }
+    return rc;
 }
 
 // The other active service that has one of these processes; empty for none.
 std::string SharedWith(const Session &session, const std::string &name, const std::vector<TreeProcess> &processes) {
-    std::vector<ListedService> services;
-    if (EnumerateAllServices(session.manager.get(), &services) != ERROR_SUCCESS) return "another one, perhaps";
-    for (const ListedService &service : services) {
-        if (service.name == name || service.status.dwCurrentState == SERVICE_STOPPED) continue;
-        const pid_t other = ReadPidHint(service.name).pid;
-        const auto isIts = [&](const TreeProcess &one) { return one.process == other; };
-        if (std::any_of(processes.begin(), processes.end(), isIts)) return service.name;
+    std::vector<std::string> active;
+    if (ListActive(session, &active) != ERROR_SUCCESS) return "another one, perhaps";
+    for (const std::string &other : active) {
+        if (other == name || other.empty()) continue;
+        const std::vector<TreeProcess> roots = RootsOf(other);
+        const auto isShared = [&](const TreeProcess &one) { return IsAmong(processes, one.process, one.startTicks); };
+        if (std::any_of(roots.begin(), roots.end(), isShared)) return other;
     }
     return "";
 }
@@ -74,37 +83,40 @@ std::string TextOf(const std::vector<TreeProcess> &processes) {
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 
-// At a terminal a person says so; elsewhere --kill has said it.
-bool MayEnd(const ResetOptions &reset, const std::string &name, const std::string &what) {
-    if (reset.yes || isatty(STDIN_FILENO) == 0) return true;
-    fmt::print(stderr, "{}? [y/N] ", Printable(fmt::format("{}: end {}", name, what)));
-    std::string answer;
-    return std::getline(std::cin, answer) && (answer == "y" || answer == "yes");
+// Whether these may be ended; why not was noted.
+bool MayEnd(Session &session, const std::string &name, const ResetOptions &reset,
+            const std::vector<TreeProcess> &processes) {
+    const std::string text = TextOf(processes);
+    if (const std::string other = SharedWith(session, name, processes); !other.empty()) {
+        Failed(session, name, action, ERROR_SERVICE_ALREADY_RUNNING,
+               fmt::format("{} is that of {}, too; nothing is ended", text, other));
+        return false;
+    }
+    if (IsAmong(processes, getpid(), StartOfProcess(getpid()))) {
+        Failed(session, name, action, ERROR_NOT_SUPPORTED, "tvsc has come of it itself; nothing is ended");
+        return false;
+    }
+    if (session.options.dryRun || reset.yes) return true;
+    Failed(session, name, action, ERROR_INVALID_PARAMETER, fmt::format("would end {}; -y does it", text));
+    session.results.back().exitStatus = EXIT_USAGE;
+    return false;
 }
 
 // Ends what is left of a service. Returns whether nothing is in the way any more; what is was noted.
 //   ended  what there was, for people
 bool EndProcesses(Session &session, const std::string &name, const ResetOptions &reset, std::string *ended) {
-    const std::vector<TreeProcess> processes = ProcessesOf(name);
+    std::vector<TreeProcess> processes = RootsOf(name);
+    (void)AddDescendants(&processes);
     if (processes.empty()) return true;
+    if (!MayEnd(session, name, reset, processes)) return false;
+    const std::size_t found = processes.size();
     *ended = TextOf(processes);
-    if (const std::string other = SharedWith(session, name, processes); !other.empty()) {
-        Failed(session, name, action, ERROR_SERVICE_ALREADY_RUNNING,
-               fmt::format("{} is that of {}, too; nothing is ended", *ended, other));
-        return false;
-    }
     if (session.options.dryRun) return true;
-    if (!MayEnd(reset, name, *ended)) {
-        Done(session, name, action, "left as it is");
-        session.results.back().exitStatus = EXIT_FAILED; // nothing is wrong but that it was not done
-        return false;
-    }
-    for (const TreeProcess &process : processes) {
-        if (EndProcess(process, session.options.waitTimeoutSec)) continue;
-        Failed(session, name, action, ERROR_ACCESS_DENIED, fmt::format("process {} is still there", process.process));
-        return false;
-    }
-    return true;
+    const std::vector<TreeProcess> left = EndTrees(&processes, session.options.waitTimeoutSec);
+    if (processes.size() > found) *ended += fmt::format(" and {} of them since", processes.size() - found);
+    if (left.empty()) return true;
+    Failed(session, name, action, ERROR_ACCESS_DENIED, fmt::format("still there: {}", TextOf(left)));
+    return false;
 }
 
 bool IsStopped(SC_HANDLE service) {
@@ -112,15 +124,27 @@ bool IsStopped(SC_HANDLE service) {
     return tvQueryServiceStatusPassive(service, &status, nullptr) && status.dwCurrentState == SERVICE_STOPPED;
 }
 
+// The process of a service that somebody has started while the former ones ended; 0 for none.
+pid_t StartedSince(const std::string &name, const PidHint &before) {
+    const PidHint hint = ReadPidHint(name);
+    const bool isSame = hint.pid == before.pid && hint.startTicks == before.startTicks;
+    return hint.alive && !hint.stopped && !isSame ? hint.pid : 0;
+}
+
 void Reset(Session &session, const std::string &name, const ResetOptions &reset) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) return Failed(session, name, action, GetLastError());
+    const PidHint before = ReadPidHint(name);
     std::string ended;
     if (reset.kill && !EndProcesses(session, name, reset, &ended)) return;
     const bool wasStopped = IsStopped(service.get()); // by itself, perhaps, as its process was asked to end
     if (session.options.dryRun) {
         const std::string state = wasStopped ? "already stopped" : "would be stopped, 1067";
         return Done(session, name, action, state + (ended.empty() ? "" : "; would end " + ended));
+    }
+    if (const pid_t started = ended.empty() ? 0 : StartedSince(name, before); started != 0) {
+        return Failed(session, name, action, ERROR_SERVICE_ALREADY_RUNNING,
+                      fmt::format("ended {}; started again since, as process {}", ended, started));
     }
     if (!wasStopped && !tvDeclareServiceDead(service.get())) return Failed(session, name, action, GetLastError());
     const char *const untouched =

@@ -7,7 +7,7 @@
 struct ResetOptions {
     std::vector<std::string> names;
     bool kill = false; // end what is left of them, too
-    bool yes = false;  // without asking at a terminal
+    bool yes = false;  // and not only tell them
 };
 
 // Has the daemon forget them: stopped, with 1067. Returns the exit status.

@@ -11,8 +11,11 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <sstream>
+#include <thread>
 
 using testing::AllOf;
 using testing::HasSubstr;
@@ -131,12 +134,6 @@ struct TvscReset : TvscMask {
         EXPECT_FALSE(HasEnded(process));
         return process;
     }
-    Ended AtTerminal(const std::string &answer, const std::string &words) {
-        return RunAndRead({.command = {"/bin/sh", "-c",
-                                       "{ sleep 0.5; echo '" + answer + "'; sleep 1; } | script -qec '" +
-                                           ProgramPath("tvsc") + " " + words + "' /dev/null"}},
-                          60000);
-    }
 };
 
 TEST_F(TvscReset, kill_ends_the_process_that_is_left_of_a_service) {
@@ -161,17 +158,16 @@ TEST_F(TvscReset, kill_ends_an_active_service_that_takes_no_control) {
     EXPECT_EQ(StatusOf(name).at("exit").at("win32"), ERROR_PROCESS_ABORTED);
 }
 
-TEST_F(TvscReset, kill_asks_at_a_terminal_and_ends_nothing_without_a_yes) {
+TEST_F(TvscReset, kill_without_a_yes_tells_what_it_would_end_and_asks_nobody) {
     const pid_t process = StartAndForget();
-    const Ended no = AtTerminal("n", "reset --kill " + name);
-    EXPECT_THAT(no.output, AllOf(HasSubstr(name + ": end process " + std::to_string(process) + " (tvsample)? [y/N] "),
-                                 HasSubstr(name + ": left as it is")));
-    EXPECT_EQ(no.status, 1);
+    const std::string what = "process " + std::to_string(process) + " (tvsample)";
+    EXPECT_THAT(Fail(2, {"reset", "--kill", name}), HasSubstr(name + ": would end " + what + "; -y does it"));
     EXPECT_FALSE(HasEnded(process));
-    const Ended yes = AtTerminal("y", "reset --kill " + name);
-    EXPECT_THAT(yes.output, HasSubstr("stopped; ended process"));
-    EXPECT_EQ(yes.status, 0);
-    EXPECT_TRUE(HasEnded(process));
+    const Ended terminal = RunAndRead(
+        {.command = {"/usr/bin/script", "-qec", ProgramPath("tvsc") + " reset --kill " + name, "/dev/null"}}, 60000);
+    EXPECT_THAT(terminal.output, AllOf(HasSubstr("-y does it"), Not(HasSubstr("[y/N]"))));
+    EXPECT_EQ(terminal.status, 2);
+    EXPECT_FALSE(HasEnded(process));
 }
 
 TEST_F(TvscReset, kill_ends_no_process_that_may_be_another_one) {
@@ -190,6 +186,84 @@ TEST_F(TvscReset, kill_ends_no_process_that_may_be_another_one) {
                           "-other, too; nothing is ended: 1056"));
     EXPECT_FALSE(HasEnded(other));
     EXPECT_EQ(StateOf(name), "running");
+}
+
+TEST_F(TvscReset, kill_spares_the_process_of_a_service_that_is_marked_for_deletion) {
+    CreateSample(name);
+    CreateSample(name + "-marked");
+    Do({"start", name, name + "-marked"});
+    const pid_t other = ProcessOf(name + "-marked");
+    // Its own handle keeps it: the deletion of a running service only marks it.
+    EXPECT_EQ(Tvsc({"sc", "delete", name + "-marked"}).status, 0);
+    WriteFile(HintOf(name), ReadFile(HintOf(name + "-marked")));
+    EXPECT_THAT(Fail(1, {"reset", "--kill", "-y", name}), HasSubstr(" is that of " + name + "-marked, too"));
+    EXPECT_FALSE(HasEnded(other));
+}
+
+TEST_F(TvscReset, kill_spares_what_tvhost_runs_for_another_service) {
+    CreateSample(name);
+    Do({"create", name + "-other", "--", "/bin/sleep", "1000"});
+    Do({"start", name, name + "-other"});
+    const pid_t program = StatusOf(name + "-other").at("program").at("pid");
+    WriteFile(HintOf(name), std::to_string(program) + " " + std::to_string(StartOfProcess(program)) + "\n");
+    EXPECT_THAT(Fail(1, {"reset", "--kill", "-y", name}), HasSubstr(" is that of " + name + "-other, too"));
+    EXPECT_FALSE(HasEnded(program));
+}
+
+TEST_F(TvscReset, kill_is_not_kept_from_it_by_a_hint_whose_number_another_process_has_got) {
+    CreateSample(name);
+    CreateSample(name + "-other");
+    Do({"start", name, name + "-other"});
+    const std::string process = std::to_string(ProcessOf(name));
+    KillProcessOf(name + "-other");
+    WriteFile(HintOf(name + "-other"), process + " 1\n");
+    EXPECT_THAT(Do({"reset", "--kill", "-y", name}), HasSubstr("stopped; ended process " + process));
+}
+
+TEST_F(TvscReset, kill_ends_what_is_forked_while_it_waits) {
+    const std::string pids = folder + "/" + name + ".pids";
+    const std::string child = "trap \"\" TERM; exec sleep 1000";
+    Do({"create", name, "--", "/bin/sh", "-c",
+        "trap '' TERM; while :; do sh -c '" + child + "' & echo $! >>" + pids + "; sleep 0.2; done", "sh"});
+    Do({"start", name});
+    Do({"reset", name});
+    EXPECT_THAT(Do({"reset", "--kill", "-y", "--timeout", "2s", name}), HasSubstr(" of them since\n"));
+    std::istringstream children(ReadFile(pids));
+    int count = 0;
+    for (pid_t process = 0; children >> process; ++count) {
+        EXPECT_TRUE(HasEnded(process)) << process;
+    }
+    EXPECT_GT(count, 8);
+}
+
+TEST_F(TvscReset, kill_waits_once_for_all_processes) {
+    Do({"create", name, "--", "/bin/sh", "-c",
+        "trap '' TERM; for i in 1 2 3 4; do (while :; do sleep 1; done) & done; wait; while :; do sleep 1; done",
+        "sh"});
+    Do({"start", name});
+    Do({"reset", name});
+    const auto begin = std::chrono::steady_clock::now();
+    Do({"reset", "--kill", "-y", "--timeout", "2s", name});
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
+}
+
+// The new run is told by its hint alone: this test's own process stands for it.
+TEST_F(TvscReset, kill_leaves_a_service_alone_that_is_started_again_meanwhile) {
+    CreateSample(name);
+    Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    kill(process, SIGSTOP);
+    const std::string self = std::to_string(getpid());
+    std::thread starter([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        WriteFile(HintOf(name), self + " " + std::to_string(StartOfProcess(getpid())) + "\n");
+    });
+    const std::string error = Fail(1, {"reset", "--kill", "-y", "--timeout", "2s", name});
+    starter.join();
+    EXPECT_THAT(error, HasSubstr("ended process " + std::to_string(process) +
+                                 " (tvsample); started again since, as process " + self));
+    EXPECT_EQ(StateOf(name), "running") << "it was not declared dead";
+    std::filesystem::remove(HintOf(name));
 }
 
 TEST_F(TvscReset, kill_ends_tvhost_and_what_it_runs) {
