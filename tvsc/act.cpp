@@ -10,11 +10,11 @@
 #include "svcapi/image_launcher.h"
 #include "svcapi/pid_file.h"
 #include "tvsc/logs.h"
-#include "tvsc/mask.h"
 #include "tvsc/names.h"
 #include "tvsc/plan_act.h"
 #include "tvsc/report.h"
 #include "tvsc/service_view.h"
+#include "tvsc/start_check.h"
 #include "tvsc/waiting.h"
 #include "tvsc/words.h"
 
@@ -179,20 +179,6 @@ ServiceHandle OpenAndLook(Session &session, const std::string &name, const char 
     return nullptr;
 }
 
-// The daemon starts disabled services like any other: keeping them from it is the client's work. The start of a masked
-// one would fail, with a code that does not say why.
-bool IsKeptFromStarting(Session &session, SC_HANDLE service, const std::string &name, const char *action, bool force) {
-    ServiceConfig config;
-    if (QueryConfig(service, &config) != ERROR_SUCCESS) return false;
-    const bool isMasked = IsMasked(config.account);
-    if (!isMasked && (force || config.startType != SERVICE_DISABLED)) return false;
-    Failed(session, name, action, ERROR_SERVICE_DISABLED,
-           fmt::format("not {}ed{}", action, isMasked ? ": it is masked" : ""));
-    Note(session, isMasked ? fmt::format("  try: tvsc unmask {}", name)
-                           : fmt::format("  try: tvsc enable {0}, or once only: tvsc {1} --force {0}", name, action));
-    return true;
-}
-
 bool StartOne(Session &session, const std::string &name, const StartOptions &start) {
     SERVICE_STATUS status = {};
     const ServiceHandle service = OpenAndLook(session, name, "start", &status);
@@ -284,13 +270,32 @@ std::vector<std::string> ActiveServices(Session &session) {
     return names;
 }
 
-// Starts again what was stopped on the way, the last one first.
+// Starts again what was stopped on the way, the last one first. One that fails, which is noted, keeps none from it that
+// may not need it.
 void StartAgain(Session &session, const std::vector<std::string> &stopped) {
     StartOptions start;
     start.force = true; // it ran before
     for (auto name = stopped.rbegin(); name != stopped.rend(); ++name) {
-        if (!StartOne(session, *name, start)) return; // noted; the others need it
+        (void)StartOne(session, *name, start);
     }
+}
+
+bool IsKeptFromRestarting(Session &session, const std::string &name, bool force) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
+    return service != nullptr && IsKeptFromStarting(session, service.get(), name, "restart", force);
+}
+
+// Whether all that a restart would stop can be started again: it would stay stopped. What cannot is noted.
+bool CanRestart(Session &session, const std::string &name, const StopOptions &restart) {
+    if (IsKeptFromRestarting(session, name, restart.force)) return false;
+    std::vector<ListedService> dependents;
+    if (!restart.withDependents || restart.force) return true;                             // these are not stopped
+    (void)EnumerateDependentsOf(session.manager.get(), name, SERVICE_ACTIVE, &dependents); // told when they are stopped
+    bool can = true;
+    for (const ListedService &dependent : dependents) {
+        if (IsKeptFromRestarting(session, dependent.name, true)) can = false; // each of them is told
+    }
+    return can;
 }
 
 // Looks until it holds, or the time is over.
@@ -352,7 +357,10 @@ bool ClearDependents(Session &session, const std::string &name, const std::strin
 }
 
 int RunStart(Session &session, const StartOptions &start) {
-    if (session.options.dryRun) return RunPlanAct(session, PlannedAct::start, start.names);
+    if (session.options.dryRun) {
+        return RunPlanAct(session, PlannedAct::start,
+                          {.names = start.names, .withOthers = start.withDependencies, .force = start.force});
+    }
     for (const std::string &name : ResolveNames(session, start.names, "start", &session.found)) {
         if (start.withDependencies && !StartDependencies(session, name, start.force)) continue;
         (void)StartOne(session, name, start); // noted
@@ -362,7 +370,11 @@ int RunStart(Session &session, const StartOptions &start) {
 
 int RunStop(Session &session, const StopOptions &stop) {
     if (session.options.dryRun) {
-        return RunPlanAct(session, PlannedAct::stop, stop.all ? ActiveServices(session) : stop.names);
+        return RunPlanAct(session, PlannedAct::stop,
+                          {.names = stop.all ? ActiveServices(session) : stop.names,
+                           .withOthers = stop.withDependents || stop.all,
+                           .force = stop.force,
+                           .all = stop.all});
     }
     StopOptions each = stop;
     if (stop.all) {
@@ -378,14 +390,15 @@ int RunStop(Session &session, const StopOptions &stop) {
 }
 
 int RunRestart(Session &session, const StopOptions &restart) {
-    if (session.options.dryRun) return RunPlanAct(session, PlannedAct::restart, restart.names);
+    if (session.options.dryRun) {
+        return RunPlanAct(session, PlannedAct::restart,
+                          {.names = restart.names, .withOthers = restart.withDependents, .force = restart.force});
+    }
     for (const std::string &name : ResolveNames(session, restart.names, "restart", &session.found)) {
         std::vector<std::string> stopped; // that depend on it
         StartOptions start;
         start.force = restart.force;
-        // Before it is stopped: it would stay so.
-        const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
-        if (service != nullptr && IsKeptFromStarting(session, service.get(), name, "restart", restart.force)) continue;
+        if (!CanRestart(session, name, restart)) continue;
         const bool isDown =
             ClearDependents(session, name, "restart", restart, &stopped) && StopOne(session, name, true);
         if (isDown && StartOne(session, name, start)) StartAgain(session, stopped);

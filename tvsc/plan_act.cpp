@@ -7,6 +7,7 @@
 #include "tvsc/names.h"
 #include "tvsc/output_format.h"
 #include "tvsc/report.h"
+#include "tvsc/start_check.h"
 #include "tvsc/table.h"
 #include "tvsc/words.h"
 
@@ -25,8 +26,25 @@ void AddStep(Steps *steps, const std::string &action, const std::string &name, c
     if (!isPlanned) steps->push_back({action, name, why});
 }
 
-bool PlanStart(Session &session, const ListedService &named, Steps *steps) {
-    const ServiceHandle service(OpenServiceA(session.manager.get(), named.name.c_str(), SERVICE_ENUMERATE_DEPENDENTS));
+bool IsLocked(Session &session, const std::string &name) {
+    LockStatus lock;
+    if (QueryLock(session.manager.get(), &lock) != ERROR_SUCCESS || !lock.locked) return false;
+    Failed(session, name, "plan", ERROR_SERVICE_DATABASE_LOCKED,
+           fmt::format("locked by {} for {} s", lock.owner, lock.durationSec));
+    return true;
+}
+
+constexpr DWORD planRights = SERVICE_ENUMERATE_DEPENDENTS | SERVICE_QUERY_CONFIG;
+
+// Whether a start would be refused before anything else is asked of the service. Why was noted.
+bool IsKept(Session &session, const std::string &name, const char *action, bool force) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), planRights));
+    return service != nullptr && IsKeptFromStarting(session, service.get(), name, action, force);
+}
+
+bool PlanStart(Session &session, const ListedService &named, const ActPlanOptions &options, const char *action,
+               bool startsNeeded, Steps *steps) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), named.name.c_str(), planRights));
     std::vector<ListedService> needed;
     const DWORD rc =
         service == nullptr ? GetLastError() : EnumerateDependencies(service.get(), SERVICE_STATE_ALL, &needed);
@@ -34,19 +52,34 @@ bool PlanStart(Session &session, const ListedService &named, Steps *steps) {
         Failed(session, named.name, "plan", rc, "its dependencies cannot be listed");
         return false;
     }
+    if (IsKeptFromStarting(session, service.get(), named.name, action, options.force)) return false;
+    if (IsLocked(session, named.name)) return false;
     for (auto one = needed.rbegin(); one != needed.rend(); ++one) {
-        if (one->status.dwCurrentState == SERVICE_STOPPED)
-            AddStep(steps, "start", one->name, "needed by " + named.name);
+        if (one->status.dwCurrentState != SERVICE_STOPPED) continue;
+        if (!startsNeeded) {
+            Failed(session, named.name, action, ERROR_SERVICE_DEPENDENCY_FAIL, fmt::format("{} is stopped", one->name));
+            return false;
+        }
+        if (IsKept(session, one->name, action, options.force)) return false;
+        AddStep(steps, "start", one->name, "needed by " + named.name);
     }
     return true;
 }
 
-bool PlanStop(Session &session, const ListedService &named, Steps *steps, std::vector<std::string> *dependents) {
-    const ServiceHandle service(OpenServiceA(session.manager.get(), named.name.c_str(), SERVICE_ENUMERATE_DEPENDENTS));
+bool PlanStop(Session &session, const ListedService &named, const ActPlanOptions &options, const char *action,
+              Steps *steps, std::vector<std::string> *dependents) {
+    if (options.force) return true; // these are left as they are
+    const ServiceHandle service(OpenServiceA(session.manager.get(), named.name.c_str(), planRights));
     std::vector<ListedService> active;
     const DWORD rc = service == nullptr ? GetLastError() : EnumerateDependents(service.get(), SERVICE_ACTIVE, &active);
     if (rc != ERROR_SUCCESS) {
+        if (options.all) return true;
         Failed(session, named.name, "plan", rc, "its dependents cannot be listed");
+        return false;
+    }
+    if (!active.empty() && !options.withOthers) {
+        Failed(session, named.name, action, ERROR_DEPENDENT_SERVICES_RUNNING,
+               fmt::format("{} runs and depends on it; use --with-dependents or --force", active.front().name));
         return false;
     }
     for (const ListedService &one : active) {
@@ -56,27 +89,31 @@ bool PlanStop(Session &session, const ListedService &named, Steps *steps, std::v
     return true;
 }
 
-void PlanOne(Session &session, PlannedAct act, const ListedService &named, Steps *steps) {
+void PlanOne(Session &session, PlannedAct act, const ListedService &named, const ActPlanOptions &options,
+             Steps *steps) {
+    const char *const action = act == PlannedAct::start ? "start" : act == PlannedAct::stop ? "stop" : "restart";
     std::vector<std::string> dependents;
     const bool isActive = named.status.dwCurrentState != SERVICE_STOPPED;
     if (act != PlannedAct::start) {
-        if (!PlanStop(session, named, steps, &dependents)) return;
+        if (!PlanStop(session, named, options, action, steps, &dependents)) return;
         if (isActive) AddStep(steps, "stop", named.name, "named");
     }
     if (act == PlannedAct::stop || (act == PlannedAct::start && isActive)) return;
-    if (!PlanStart(session, named, steps)) return;
+    const bool startsNeeded = act == PlannedAct::start && options.withOthers; // a restart starts no others
+    if (!PlanStart(session, named, options, action, startsNeeded, steps)) return;
     AddStep(steps, "start", named.name, "named");
     for (auto one = dependents.rbegin(); one != dependents.rend(); ++one) {
+        if (IsKept(session, *one, action, true)) return; // only a masked one
         AddStep(steps, "start", *one, "ran before");
     }
 }
 
 } // namespace
 
-int RunPlanAct(Session &session, PlannedAct act, const std::vector<std::string> &names) {
+int RunPlanAct(Session &session, PlannedAct act, const ActPlanOptions &options) {
     Steps steps;
-    for (const ListedService &service : ResolveServices(session, names, "plan")) {
-        PlanOne(session, act, service, &steps);
+    for (const ListedService &service : ResolveServices(session, options.names, "plan")) {
+        PlanOne(session, act, service, options, &steps);
     }
     if (!session.results.empty()) return Finish(session);
     const std::size_t worstSec = steps.size() * longestStartSec;

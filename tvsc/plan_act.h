@@ -6,5 +6,11 @@
 
 enum class PlannedAct { start, stop, restart };
 
-// With all that the services need, and all that needs them.
-int RunPlanAct(Session &session, PlannedAct act, const std::vector<std::string> &names);
+struct ActPlanOptions {
+    std::vector<std::string> names;
+    bool withOthers = true; // what a start needs, or what needs that which is stopped
+    bool force = false;     // as of the command
+    bool all = false;       // in whatever order, where dependents cannot be listed
+};
+// Refuses what the command itself would refuse.
+int RunPlanAct(Session &session, PlannedAct act, const ActPlanOptions &options);

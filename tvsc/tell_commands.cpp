@@ -27,10 +27,11 @@ void AddPlanCommands(CLI::App &app, CommandLine &line) {
         {"stop", PlannedAct::stop, "What stop --with-dependents would stop"},
         {"restart", PlannedAct::restart, "What restart --with-dependents would stop and start"}};
     for (const auto &[word, act, help] : acts) {
-        AddNames(
-            AddCommand(*plan, line, word, help,
-                       [&line, planned = act](Session &session) { return RunPlanAct(session, planned, line.names); }),
-            line);
+        AddNames(AddCommand(*plan, line, word, help,
+                            [&line, planned = act](Session &session) {
+                                return RunPlanAct(session, planned, {.names = line.names});
+                            }),
+                 line);
     }
 }
 

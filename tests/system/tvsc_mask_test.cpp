@@ -97,6 +97,34 @@ TEST_F(TvscMask, a_running_service_runs_on_when_it_is_masked_and_is_not_restarte
     EXPECT_EQ(Do({"stop", name}), name + ": stopped\n");
 }
 
+TEST_F(TvscMask, a_restart_with_a_masked_dependent_stops_nothing) {
+    CreateSample(name);
+    std::vector<pid_t> processes;
+    for (const std::string dependent : {"-1", "-2", "-3"}) {
+        CreateSample(name + dependent, "", {"--depends", name});
+        Do({"start", "--with-deps", name + dependent});
+        processes.push_back(ProcessOf(name + dependent));
+    }
+    Do({"mask", name + "-3"});
+    EXPECT_THAT(Fail(6, {"restart", "--with-dependents", name}),
+                HasSubstr(name + "-3: not restarted: it is masked: 1058"));
+    EXPECT_EQ(processes, (std::vector<pid_t>{ProcessOf(name + "-1"), ProcessOf(name + "-2"), ProcessOf(name + "-3")}));
+}
+
+// Its account goes while it runs: it stays stopped, and the others do not.
+TEST_F(TvscMask, a_dependent_that_cannot_be_started_again_keeps_no_other_one_down) {
+    CreateSample(name);
+    for (const std::string dependent : {"-1", "-2", "-3"}) {
+        CreateSample(name + dependent, "", {"--depends", name});
+        Do({"start", "--with-deps", name + dependent});
+    }
+    WriteKey(KeyOf(name + "-3"), {{accountValue, REG_SZ, Sz("nobody-here")}});
+    EXPECT_NE(Tvsc({"restart", "--with-dependents", name}).status, 0);
+    EXPECT_EQ(StateOf(name + "-1"), "running");
+    EXPECT_EQ(StateOf(name + "-2"), "running");
+    EXPECT_EQ(StateOf(name + "-3"), "stopped");
+}
+
 TEST_F(TvscMask, a_restart_of_a_disabled_service_stops_nothing_unless_it_is_forced) {
     CreateSample(name);
     Do({"start", name});
@@ -107,6 +135,31 @@ TEST_F(TvscMask, a_restart_of_a_disabled_service_stops_nothing_unless_it_is_forc
     EXPECT_EQ(ProcessOf(name), process);
     Do({"restart", "--force", name});
     EXPECT_NE(ProcessOf(name), process);
+}
+
+TEST_F(TvscMask, a_dry_run_refuses_what_the_command_refuses) {
+    CreateSample(name + "-1");
+    CreateSample(name + "-2", "", {"--depends", name + "-1"});
+    const auto expectSame = [this](int status, const std::vector<std::string> &words) {
+        std::vector<std::string> dry = words;
+        dry.insert(dry.begin(), "--dry-run");
+        EXPECT_EQ(Tvsc(dry).status, status) << testing::PrintToString(dry);
+        EXPECT_EQ(Tvsc(words).status, status) << testing::PrintToString(words);
+    };
+    expectSame(153, {"start", name + "-2"});
+    Do({"start", "--with-deps", name + "-2"});
+    expectSame(153, {"stop", name + "-1"});
+    expectSame(153, {"restart", name + "-1"});
+    EXPECT_THAT(Do({"--dry-run", "stop", "--force", name + "-1"}), HasSubstr("1 step,"));
+    Do({"mask", name + "-2"});
+    expectSame(6, {"restart", "--with-dependents", name + "-1"});
+    expectSame(6, {"restart", "--force", name + "-2"});
+    Do({"stop", name + "-2"});
+    expectSame(6, {"start", name + "-2"});
+    Do({"stop", name + "-1"});
+    Do({"disable", name + "-1"});
+    expectSame(6, {"start", name + "-1"});
+    expectSame(0, {"start", "--force", name + "-1"});
 }
 
 // The daemon hands the start of such a service to a process that may run already.

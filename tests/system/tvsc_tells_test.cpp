@@ -49,7 +49,7 @@ TEST_F(TvscTells, a_plan_tells_the_steps_and_a_dry_run_is_one) {
     CreatePair();
     const std::string plan = Do({"plan", "start", name + "-2"});
     EXPECT_THAT(plan, AllOf(HasSubstr("1  " + name + "-1  start"), HasSubstr("2  " + name + "-2  start")));
-    EXPECT_EQ(Do({"--dry-run", "start", name + "-2"}), plan);
+    EXPECT_EQ(Do({"--dry-run", "start", "--with-deps", name + "-2"}), plan);
     EXPECT_EQ(StateOf(name + "-1"), "stopped");
     (void)Do({"start", name + "-2", "--with-deps"});
     const Json steps = Json::parse(Do({"plan", "restart", name + "-1", "--json"})).at("steps");
@@ -57,7 +57,7 @@ TEST_F(TvscTells, a_plan_tells_the_steps_and_a_dry_run_is_one) {
     EXPECT_EQ(steps.at(0).at("name"), name + "-2");
     EXPECT_EQ(steps.at(0).at("action"), "stop");
     EXPECT_EQ(steps.at(3).at("action"), "start");
-    EXPECT_THAT(Do({"--dry-run", "stop", name + "-1"}), HasSubstr("2 steps"));
+    EXPECT_THAT(Do({"--dry-run", "stop", "--with-dependents", name + "-1"}), HasSubstr("2 steps"));
     EXPECT_EQ(StateOf(name + "-1"), "running");
 }
 
