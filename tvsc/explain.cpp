@@ -4,6 +4,7 @@
 #include "tvsc/findings.h"
 #include "tvsc/json_output.h"
 #include "tvsc/logs.h"
+#include "tvsc/mask.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
@@ -63,6 +64,8 @@ std::string MeaningOf(const ServiceView &view) {
 std::string NextStep(const ServiceView &view) {
     const std::string name = ShellQuoted(view.service.name);
     const SERVICE_STATUS &status = view.service.status;
+    const bool isMasked = view.config && IsMasked(view.config->account);
+    if (isMasked && status.dwCurrentState == SERVICE_STOPPED) return "tvsc unmask " + name;
     if (view.process.isGone || HasFailed(status)) return fmt::format("tvsc logs {0}; tvsc start {0} --with-deps", name);
     switch (status.dwCurrentState) {
     case SERVICE_STOPPED: return fmt::format("tvsc start {} --with-deps", name);

@@ -5,6 +5,7 @@
 #include "svcapi/client.h"
 #include "tvsc/hosted_settings.h"
 #include "tvsc/json_output.h"
+#include "tvsc/mask.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/service_properties.h"
@@ -141,7 +142,8 @@ int RunIsHealthy(Session &session, const std::vector<std::string> &names) {
         if (view.service.status.dwCurrentState == SERVICE_RUNNING && !view.process.isGone) continue;
         // Only where it matters: whether it should run at all is the registry's to say.
         if (names.empty()) view.config = ReadConfigByName(session, view.service.name);
-        const bool shouldRun = !names.empty() || (view.config && view.config->startType <= SERVICE_AUTO_START);
+        const bool shouldRun = !names.empty() || (view.config && view.config->startType <= SERVICE_AUTO_START &&
+                                                  !IsMasked(view.config->account)); // these nobody starts
         if (!shouldRun && !view.process.isGone) continue;
         isHealthy = false;
         Note(session, fmt::format("{}: {}", view.service.name, StateText(view.service.status, view.process)));

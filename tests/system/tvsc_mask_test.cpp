@@ -162,6 +162,15 @@ TEST_F(TvscMask, a_dry_run_refuses_what_the_command_refuses) {
     expectSame(0, {"start", "--force", name + "-1"});
 }
 
+TEST_F(TvscMask, a_masked_service_is_not_missed_and_explain_tells_how_it_is_started) {
+    CreateSample(name, "", {"--start", "auto"});
+    EXPECT_THAT(Tvsc({"is-healthy"}).error, HasSubstr(name + ": stopped"));
+    Do({"mask", name});
+    EXPECT_THAT(Tvsc({"is-healthy"}).error, Not(HasSubstr(name + ":")));
+    EXPECT_EQ(Tvsc({"is-healthy", name}).status, 1) << "named, it counts";
+    EXPECT_THAT(Tvsc({"explain", name}).output, HasSubstr("next: tvsc unmask " + name + "\n"));
+}
+
 // The daemon hands the start of such a service to a process that may run already.
 TEST_F(TvscMask, a_service_of_a_shared_process_cannot_be_masked) {
     CreateSample(name, "", {"--type", "share"});
