@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr std::int32_t peek = 0; // a control that no service takes: it tells the state, and touches nothing
 constexpr DWORD mostCloses = 10'000;
 
 // The record of a marked service.

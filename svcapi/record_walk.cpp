@@ -7,7 +7,6 @@
 namespace {
 
 constexpr std::int32_t recordsInStep = 50; // by which the daemon's array grows
-constexpr std::int32_t peek = 0;           // a control that no service takes: it tells the state, and touches nothing
 
 bool IsPast(DaemonLink &link, std::int32_t index) {
     std::int32_t resume = index, needed = 0;

@@ -9,6 +9,8 @@
 #include <optional>
 #include <set>
 
+constexpr std::int32_t peek = 0; // a control that no service takes: it tells the state, and touches nothing
+
 struct WalkedRecord {
     std::int32_t index;
     SERVICE_STATUS status; // state and accepted controls; the other words are 0
