@@ -152,7 +152,9 @@ DWORD ChangeOpened(const Session &session, SC_HANDLE service, const ServiceText 
     return WriteRest(session, wanted, problem);
 }
 
-// The daemon creates the service; the rest is written behind that. What fails leaves no service.
+// The daemon creates the service; the rest is written behind that. What fails leaves no service. So is the account of a
+// masked one, since the daemon creates none whose account no user has: for that moment whoever asks the daemon can
+// start it. Nothing else would keep the daemon from that, which starts a disabled service, too.
 DWORD Create(Session &session, const ServiceText &wanted, std::string *problem) {
     const std::string image = TextIn(wanted, imagePathValue), group = TextIn(wanted, groupValue),
                       account = TextIn(wanted, accountValue), display = TextIn(wanted, displayNameValue),
@@ -242,7 +244,7 @@ DWORD PlanService(const Session &session, const ServiceText &said, const ApplyRu
         if (rc != ERROR_SUCCESS) return rc;
         isKnown = IsKnown(session, plan->before.name);
     }
-    if (!(isKnown && hasDaemon) && IsDeletionDue(session, plan->before)) {
+    if (isKnown ? plan->before.isMarked : IsDeletionDue(session, plan->before)) {
         *problem = "goes when the daemon starts again, with all that would be written of it";
         return ERROR_SERVICE_MARKED_FOR_DELETE;
     }
@@ -255,10 +257,13 @@ DWORD PlanService(const Session &session, const ServiceText &said, const ApplyRu
 }
 
 // Those that are there when all is done.
-std::vector<std::string> KnownNames(const Session &session, const std::vector<PlannedService> &plans) {
+std::vector<std::string> KnownNames(const Session &session, const std::vector<PlannedService> &plans,
+                                    const ApplyRules &rules) {
     std::vector<std::string> names;
     std::string ignored; // without the list there is less to tell
-    if (session.manager == nullptr) {
+    if (rules.isAll) {
+        // none but those of the text
+    } else if (session.manager == nullptr) {
         (void)ListServiceKeys(session.options.host, &names, &ignored);
     } else if (std::vector<ListedService> services;
                EnumerateAllServices(session.manager.get(), &services) == ERROR_SUCCESS) {
@@ -271,12 +276,13 @@ std::vector<std::string> KnownNames(const Session &session, const std::vector<Pl
 }
 
 // What services are made to depend on and is not there.
-void NoteUnknownDependencies(const Session &session, const std::vector<PlannedService> &plans) {
+void NoteUnknownDependencies(const Session &session, const std::vector<PlannedService> &plans,
+                             const ApplyRules &rules) {
     std::optional<std::vector<std::string>> known;
     for (const PlannedService &plan : plans) {
         const RegValue *value = FindValue(plan.wanted, dependenciesValue);
         if (value == nullptr || !Differs(plan.applied.differences, dependenciesValue)) continue;
-        if (!known) known = KnownNames(session, plans);
+        if (!known) known = KnownNames(session, plans, rules);
         NoteUnknownDependencies(session, SplitMultiString(value->data), *known);
     }
 }
@@ -325,7 +331,8 @@ DWORD AskForService(const Session &session, const std::string &name) {
 
 bool IsDeletionDue(const Session &session, const ServiceText &present) {
     if (session.manager == nullptr) return present.isMarked;
-    return AskForService(session, present.name) == ERROR_SERVICE_MARKED_FOR_DELETE;
+    const DWORD known = AskForService(session, present.name);
+    return known == ERROR_SERVICE_MARKED_FOR_DELETE || (known == ERROR_SUCCESS && present.isMarked);
 }
 
 bool ApplyServices(Session &session, const std::vector<ServiceText> &said, const ApplyRules &rules,
@@ -341,7 +348,7 @@ bool ApplyServices(Session &session, const std::vector<ServiceText> &said, const
         plans.push_back(std::move(plan));
     }
     if (!isRight) return false;
-    NoteUnknownDependencies(session, plans);
+    NoteUnknownDependencies(session, plans, rules);
     for (PlannedService &plan : plans) {
         std::string problem;
         const DWORD rc = session.options.dryRun ? DWORD{ERROR_SUCCESS} : CarryOut(session, plan, &problem);

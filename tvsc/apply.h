@@ -8,6 +8,7 @@
 struct ApplyRules {
     std::string action;   // as results name it
     bool isWhole = false; // what the text does not say of a service is taken away
+    bool isAll = false;   // services of which the text says nothing are deleted behind it
     bool mayExist = true; // else a service that is there already is refused: 1073
 };
 
@@ -31,7 +32,8 @@ struct AppliedService {
 [[nodiscard]] DWORD AskForService(const Session &session, const std::string &name);
 
 // Whether a service goes when the daemon starts again, so that what is written of it would go with it: as the daemon
-// knows it, or, without one, as the registry has it.
+// knows it, or as the registry has it, where another program may have put the mark. A marked key that a daemon does not
+// know is not meant: it makes way for the service that is created.
 [[nodiscard]] bool IsDeletionDue(const Session &session, const ServiceText &present);
 
 // Creates and changes services; with --dry-run tells what would be done. All are checked before anything is written.

@@ -230,7 +230,7 @@ int RunApply(const Options &options, const ApplyOptions &apply) {
         return FinishApplied(session, applied);
     }
     if (const int opened = OpenForApply(session); opened != EXIT_DONE) return FinishApplied(session, applied);
-    const ApplyRules rules = {.action = "apply", .isWhole = apply.prune};
+    const ApplyRules rules = {.action = "apply", .isWhole = apply.prune, .isAll = apply.prune};
     if (ApplyServices(session, services, rules, &applied) && apply.prune) {
         PruneOthers(session, services, apply, &applied);
     }

@@ -59,6 +59,10 @@ void Mask(Session &session, const std::string &name) {
     constexpr char action[] = "mask";
     ServiceText service;
     if (!ReadNamed(session, name, action, &service)) return;
+    if (service.isMarked) {
+        return Failed(session, name, action, ERROR_SERVICE_MARKED_FOR_DELETE,
+                      "goes when the daemon starts again, and its mask with it");
+    }
     const std::optional<std::string> account = AccountIn(service);
     if (account && IsMasked(*account)) return Done(session, name, action, "masked already");
     const RegValue *value = FindValue(service, accountValue);

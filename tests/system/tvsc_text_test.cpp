@@ -256,6 +256,31 @@ TEST_F(TvscText, apply_and_edit_refuse_a_service_whose_deletion_is_due) {
     (void)kill(process, SIGKILL);
 }
 
+// The daemon that is running does not know of it; the one that starts next takes the key away.
+TEST_F(TvscText, apply_and_edit_refuse_a_service_that_another_program_has_marked_in_the_registry) {
+    CreateSample(name);
+    const std::string file = File("[services." + name + "]\nstart = 'auto'\n");
+    WriteKey(KeyOf(name), {{"DeleteFlag", REG_DWORD, Dword(1)}});
+    EXPECT_EQ(Tvsc({"status", name}).status, 3) << "the daemon knows it as before";
+    EXPECT_THAT(Fail(154, {"apply", file}), HasSubstr(name + ": goes when the daemon starts again"));
+    EXPECT_THAT(Fail(154, {"mask", name}), HasSubstr("1072"));
+    EXPECT_THAT(With({"VISUAL=touch " + folder + "/" + name + ".edited;:"}, {"edit", name}).error, HasSubstr("1072"));
+    EXPECT_FALSE(std::filesystem::exists(folder + "/" + name + ".edited"));
+    EXPECT_EQ(ReadValue(KeyOf(name), "Start")->data, Dword(3));
+    DeleteValue(KeyOf(name), "DeleteFlag");
+    EXPECT_EQ(Do({"apply", file}), name + ": changed\n");
+}
+
+TEST_F(TvscText, apply_notes_a_dependency_that_prune_takes_away) {
+    CreateSample(name);
+    std::string text = Do({"export", name});
+    CreateSample(name + "-2");
+    text.insert(text.find("[services." + name + "]\n") + name.size() + 12, "depends_on = [ '" + name + "-2' ]\n");
+    const std::string file = File(text), noted = name + "-2: no such service";
+    EXPECT_THAT(Tvsc({"--dry-run", "apply", "--prune", file}).error, HasSubstr(noted));
+    EXPECT_THAT(Tvsc({"--dry-run", "apply", file}).error, Not(HasSubstr(noted)));
+}
+
 TEST_F(TvscText, apply_refuses_a_text_that_marks_a_service_for_deletion) {
     CreateSample(name);
     const std::string reg = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\" + KeyOf(name) + "]\n\"DeleteFlag\"=dword:00000001\n";
