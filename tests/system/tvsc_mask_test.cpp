@@ -340,7 +340,16 @@ TEST_F(TvscReset, kill_ends_tvhost_and_what_it_runs) {
     EXPECT_TRUE(HasEnded(host) && HasEnded(program));
 }
 
-TEST_F(TvscReset, kill_is_for_this_machine_and_yes_is_for_kill) { EXPECT_EQ(Tvsc({"reset", "-y", "zero"}).status, 2); }
+TEST_F(TvscReset, kill_is_for_this_machine_and_yes_is_for_kill) {
+    EXPECT_EQ(Tvsc({"reset", "-y", "zero"}).status, 2);
+    CreateSample(name);
+    Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    // An address by which this machine is reached, and which is not known as its own.
+    EXPECT_THAT(Tvsc({"--host", "0.0.0.0", "reset", "--kill", "-y", "--timeout", "1s", name}).error,
+                HasSubstr("processes of another machine are out of reach"));
+    EXPECT_FALSE(HasEnded(process));
+}
 
 // --- with another daemon, last -------------------------------------------------------------------------------------
 
