@@ -65,6 +65,7 @@ tv_host_test(system tvsc_processes tv_service_world nlohmann_json::nlohmann_json
 add_dependencies(tvsc_processes_system_test tvsample tvsc)
 tv_host_test(system tvsc_json tv_service_world nlohmann_json::nlohmann_json)
 add_dependencies(tvsc_json_system_test tvhost tvsample tvsc)
+target_sources(tvsc_json_system_test PRIVATE support/json_schema.cpp)
 tv_host_test(system tvsc_mask tv_service_world nlohmann_json::nlohmann_json)
 add_dependencies(tvsc_mask_system_test tvhost tvsample tvsc)
 tv_host_test(system tvsc_sc tv_service_world nlohmann_json::nlohmann_json)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the command line of the services prints as JSON, against its schemas.
+#include "tests/support/json_schema.h"
 #include "tests/support/service_world.h"
 #include "tests/support/value_bytes.h"
 #include "tv/winreg.h"
@@ -40,25 +41,6 @@ struct TvscJson : ServiceWorld {
         CreateSample(name + "-needs", "", {"--depends", odd + ",+g", "--start", "auto"});
     }
 };
-
-constexpr char validate[] = "import json, sys, jsonschema\n"
-                            "schema = json.load(open(sys.argv[2]))\n"
-                            "jsonschema.Draft7Validator.check_schema(schema)\n"
-                            "known = {part['properties']['schema']['const']: part for part in"
-                            " schema['definitions'].values() if 'schema' in part.get('properties', {})}\n"
-                            "assert len(known) == len(schema['oneOf'])\n"
-                            "met = set()\n"
-                            "def check(answer):\n"
-                            "    met.add(answer['schema'])\n"
-                            "    part = dict(known[answer['schema']], definitions=schema['definitions'])\n"
-                            "    for fault in jsonschema.Draft7Validator(part).iter_errors(answer):\n"
-                            "        sys.exit(json.dumps(answer) + '\\n' + str(fault))\n"
-                            "    jsonschema.Draft7Validator(schema).validate(answer)\n"
-                            "    for host in answer.get('hosts', []):\n"
-                            "        if 'document' in host: check(host['document'])\n"
-                            "for line in open(sys.argv[1]):\n"
-                            "    check(json.loads(line))\n"
-                            "assert met == set(known), set(known) - met\n";
 
 TEST_F(TvscJson, of_every_command_is_as_its_schema_says) {
     MakeServices();
@@ -130,13 +112,8 @@ TEST_F(TvscJson, of_every_command_is_as_its_schema_says) {
     Take({"status", "zero", "--host", "nosuch.invalid"});
     const std::string rows = Do({"--format", "tsv", "daemon", "rpcinfo"});
     EXPECT_NE(rows.find("\nservd\t1073741824\t1\ttcp\t"), std::string::npos) << rows;
-    const std::string answers = folder + "/answers", program = folder + "/validate.py";
-    WriteFile(answers, lines);
-    WriteFile(program, validate);
-    const std::string script = "python3 -c 'import jsonschema' 2>/dev/null || exit 77; exec python3 " + program + " " +
-                               answers + " \"$TV_SOURCE/docs/schemas/tvsc.schema.json\"";
-    const Ended held = RunAndRead({.command = {"/bin/sh", "-c", script}}, 90000);
-    if (held.status == 77) GTEST_SKIP() << "python3-jsonschema is not installed";
+    const Ended held = HoldAgainstSchemas(lines, folder, true);
+    if (held.status == noValidator) GTEST_SKIP() << "python3-jsonschema is not installed";
     EXPECT_EQ(held.status, 0) << held.error;
 }
 
