@@ -309,23 +309,25 @@ TEST_F(TvscReset, kill_waits_once_for_all_processes) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
 }
 
-// The new run is told by its hint alone: this test's own process stands for it.
+// The new run is told by its hint alone, as soon as the signal is pending for the former one.
 TEST_F(TvscReset, kill_leaves_a_service_alone_that_is_started_again_meanwhile) {
     CreateSample(name);
     Do({"start", name});
     const pid_t process = ProcessOf(name);
     kill(process, SIGSTOP);
-    const std::string self = std::to_string(getpid());
+    const pid_t next = StartProgram({.command = {"/bin/sleep", "1000"}});
     std::thread starter([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        WriteFile(HintOf(name), self + " " + std::to_string(StartOfProcess(getpid())) + "\n");
+        const std::string status = "/proc/" + std::to_string(process) + "/status";
+        EXPECT_TRUE(WaitUntil([&] { return ReadFile(status).find("ShdPnd:\t0000000000004000") != std::string::npos; }));
+        WriteFile(HintOf(name), std::to_string(next) + " " + std::to_string(StartOfProcess(next)) + "\n");
     });
-    const std::string error = Fail(1, {"reset", "--kill", "-y", "--timeout", "2s", name});
+    const std::string error = Fail(1, {"reset", "--kill", "-y", "--timeout", "5s", name});
     starter.join();
     EXPECT_THAT(error, HasSubstr("ended process " + std::to_string(process) +
-                                 " (tvsample); started again since, as process " + self));
+                                 " (tvsample); started again since, as process " + std::to_string(next)));
     EXPECT_EQ(StateOf(name), "running") << "it was not declared dead";
     std::filesystem::remove(HintOf(name));
+    kill(next, SIGKILL);
 }
 
 TEST_F(TvscReset, kill_ends_tvhost_and_what_it_runs) {
