@@ -53,7 +53,8 @@ bool PlanStart(Session &session, const ListedService &named, const ActPlanOption
         return false;
     }
     if (IsKeptFromStarting(session, service.get(), named.name, action, options.force)) return false;
-    if (IsLocked(session, named.name)) return false;
+    // A lock ends by itself: a plan for later does not mind it.
+    if (session.options.dryRun && IsLocked(session, named.name)) return false;
     for (auto one = needed.rbegin(); one != needed.rend(); ++one) {
         if (one->status.dwCurrentState != SERVICE_STOPPED) continue;
         if (!startsNeeded) {
