@@ -45,47 +45,54 @@ function Export() {
     );
 }
 
+interface Wanted { text: string; prune: boolean }
+
 function Apply() {
     const [text, setText] = useState("");
     const [prune, setPrune] = useState(false);
-    const [plan, setPlan] = useState<Ended<unknown> | null>(null);
+    const [planned, setPlanned] = useState<{ wanted: Wanted; ended: Ended<unknown> } | null>(null);
     const [done, setDone] = useState<Ended<unknown> | null>(null);
     const [busy, setBusy] = useState(false);
     const change = (next: string) => {
         setText(next);
-        setPlan(null);
+        setPlanned(null);
         setDone(null);
     };
     const read = (event: ChangeEvent<HTMLInputElement>) => {
         const file = event.target.files?.[0];
         if (file) void file.text().then(change);
     };
-    const tell = async (further: string[]) => {
+    const tell = async (wanted: Wanted, further: string[]) => {
         setBusy(true);
-        const ended = await run(["apply", ...further, ...(prune ? ["--prune"] : []), "-"], undefined, text);
+        const ended = await run(["apply", ...further, ...(wanted.prune ? ["--prune"] : []), "-"], undefined, wanted.text);
         setBusy(false);
         return ended;
     };
     const check = async () => {
+        const wanted = { text, prune };
         setDone(null);
-        setPlan(await tell(["--dry-run"]));
+        setPlanned({ wanted, ended: await tell(wanted, ["--dry-run"]) });
     };
-    const apply = async () => {
-        setDone(await tell([]));
-        setPlan(null);
+    const apply = async (wanted: Wanted) => {
+        setDone(await tell(wanted, []));
+        setPlanned(null);
         askNow("all");
     };
+    // A file may still have been on its way when the plan was asked for: only what was planned is shown, and applied.
+    const current = planned && planned.wanted.text === text && planned.wanted.prune === prune ? planned : null;
+    const plan = current?.ended ?? null;
     return (
         <Card>
             <CardTitle component="h2">{_("Apply")}</CardTitle>
             <CardBody className="tv-stack">
                 <p>{_("Services are created and changed until they are what the text says. What would be done is shown first.")}</p>
-                <input type="file" aria-label={_("A file with services")} accept=".toml,.reg,text/plain" onChange={read} />
-                <TextArea aria-label={_("Services to apply")} className="tv-monospace" rows={12} value={text} onChange={change} />
-                <Checkbox id="tv-prune" label={_("Delete services that the text does not have")} isChecked={prune} onChange={checked => { setPrune(checked); setPlan(null) }} />
+                <input type="file" aria-label={_("A file with services")} accept=".toml,.reg,text/plain" disabled={busy} onChange={read} />
+                <TextArea aria-label={_("Services to apply")} className="tv-monospace" rows={12} value={text} isDisabled={busy} onChange={change} />
+                <Checkbox id="tv-prune" label={_("Delete services that the text does not have")} isChecked={prune} isDisabled={busy}
+                          onChange={checked => { setPrune(checked); setPlanned(null) }} />
                 <span className="tv-buttons">
                     <Button variant="secondary" isDisabled={busy || text.trim() === ""} isLoading={busy} onClick={() => void check()}>{_("Show what would be done")}</Button>
-                    <Button variant="primary" isDisabled={busy || plan?.status !== 0} onClick={() => void apply()}>{_("Apply")}</Button>
+                    <Button variant="primary" isDisabled={busy || plan?.status !== 0} onClick={() => current && void apply(current.wanted)}>{_("Apply")}</Button>
                 </span>
                 {plan?.status === 0 &&
                     <Alert titleHeadingLevel="h2" isInline variant="info" title={_("This would be done")}><pre className="tv-words">{[plan.output, plan.words].filter(part => part.trim()).join("\n")}</pre></Alert>}

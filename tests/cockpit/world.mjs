@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // world: what the cases know of the world without looking at the page: from tvsc, and from what Cockpit ran it with.
 import { spawn, spawnSync } from 'node:child_process';
-import { readFileSync } from 'node:fs';
+import { readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 
 export const world = process.env.TV_WORLD;
@@ -38,6 +38,21 @@ export function startDaemon() {
 
 // The command lines of tvsc that Cockpit has run so far.
 export const calls = () => readFileSync(join(world, 'calls'), 'utf8').split('\n').filter(line => line);
+
+async function withFile(name, text, body) {
+    writeFileSync(join(world, name), text);
+    try {
+        return await body();
+    } finally {
+        rmSync(join(world, name), { force: true });
+    }
+}
+
+// As long as the body runs, the page's calls of tvsc that match the pattern (of grep -E) wait.
+export const holding = (pattern, body) => withFile('hold', pattern, body);
+
+// As long as the body runs, the page's calls of tvsc that match the pattern fail with status 5, and with this answer.
+export const refusing = (pattern, answer, body) => withFile('answer', answer, () => withFile('refuse', pattern, body));
 
 export async function until(holds, what, ms = 25000) {
     for (const end = Date.now() + ms; !(await holds());) {

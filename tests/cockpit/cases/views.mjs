@@ -4,7 +4,7 @@ import { strict as assert } from 'node:assert';
 import { readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { act, button, cases, goTo, shows } from '../browser.mjs';
-import { config, find, state, tvscText, world } from '../world.mjs';
+import { config, find, holding, state, tvscText, until, world } from '../world.mjs';
 
 cases['the graph has every service as a link, and is looked at closely'] = async page => {
     await goTo(page, 'graph');
@@ -95,5 +95,30 @@ cases['services are exported as text, and made of it'] = async page => {
     await shows(page, 'This would be done');
     await act(button(page, 'Apply'));
     await shows(page, 'This was done');
+    assert.equal(find('spooler').display_name, 'Print spooler');
+};
+
+cases['only what was shown to be done is applied, whatever is entered meanwhile'] = async page => {
+    const text = page.getByLabel('Services to apply');
+    const show = button(page, 'Show what would be done');
+    const exported = tvscText('export');
+    await goTo(page, 'transfer');
+    // A file that takes its time to be read is there when the plan is asked for, and comes in before that is.
+    await page.evaluate(() => { File.prototype.text = () => new Promise(resolve => { globalThis.endReading = resolve; }); });
+    const file = join(world, 'late.toml');
+    writeFileSync(file, 'late');
+    await page.getByLabel('A file with services').setInputFiles(file);
+    await text.fill(exported.replace('Print spooler', 'Planned'));
+    await holding('^apply .*--dry-run', async () => {
+        await act(show);
+        await until(() => text.isDisabled(), 'the text waits');
+        assert.ok(await page.getByLabel('A file with services').isDisabled());
+        assert.ok(await page.getByLabel('Delete services that the text does not have').isDisabled());
+        await page.evaluate(later => globalThis.endReading(later), exported.replace('Print spooler', 'Never shown'));
+        await until(async () => (await text.inputValue()).includes('Never shown'), 'the file has been read');
+    });
+    await until(() => show.isEnabled(), 'the plan is there');
+    assert.ok(await button(page, 'Apply').isDisabled());
+    assert.equal(await page.getByText('This would be done').count(), 0);
     assert.equal(find('spooler').display_name, 'Print spooler');
 };
