@@ -5,7 +5,7 @@
 // went well for a few seconds.
 import { askNow } from "./services";
 import { makeStore } from "./store";
-import { ActionAnswer, Ended, Named, failedWithCode, run } from "./tvsc";
+import { ActionAnswer, Ended, Named, failedWithCode, isSame, run } from "./tvsc";
 import { _, format } from "./text";
 
 export type Verb = "start" | "stop" | "restart" | "pause" | "continue" | "reload" | "reset" | "enable" | "disable" | "delete" | "create" | "config";
@@ -29,7 +29,7 @@ let lastId = 0;
 // A new attempt makes what is said of the service's last one out of date.
 function add(verb: Verb, named: Named, ended: Ended<ActionAnswer> | null): Action {
     const action: Action = { id: ++lastId, verb, named, startedAt: Date.now(), ended };
-    actions.set([...actions.get().filter(other => other.named.name !== named.name || !other.ended), action]);
+    actions.set([...actions.get().filter(other => !isSame(other.named, named) || !other.ended), action]);
     return action;
 }
 

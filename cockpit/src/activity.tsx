@@ -6,11 +6,12 @@ import { Action, act, dismiss, endedText, nextSteps, ongoingText, useActions } f
 import { Words, failureText, useNow } from "./parts";
 import { usePicture } from "./services";
 import { stateWord } from "./states";
+import { isSame, pathOf } from "./tvsc";
 import { _, duration, format } from "./text";
 
 // How far the service says it is: its state, and the check point and wait hint that it announces.
 function Progress({ action, now }: { action: Action; now: number }) {
-    const service = usePicture().services.find(one => one.name === action.named.name);
+    const service = usePicture().services.find(one => isSame(one, action.named));
     const parts = [duration(now - action.startedAt)];
     if (service) parts.push(stateWord(service));
     if (service?.check_point) parts.push(format(_("check point $0"), service.check_point));
@@ -37,7 +38,7 @@ function OneAction({ action, now }: { action: Action; now: number }) {
                        <AlertActionLink key={step.label} onClick={() => void act(step.verb, action.named, step.options)}>{step.label}</AlertActionLink>
                    ))}
                    {action.verb !== "delete" &&
-                    <AlertActionLink onClick={() => cockpit.location.go(["service", action.named.name])}>{_("Look at the service")}</AlertActionLink>}
+                    <AlertActionLink onClick={() => cockpit.location.go(pathOf(action.named))}>{_("Look at the service")}</AlertActionLink>}
                </>}>
             {(action.ended.words || action.ended.problem) && <Words text={failureText(action.ended)} />}
         </Alert>

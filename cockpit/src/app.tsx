@@ -16,7 +16,7 @@ import { FailureAlert, Loading, useNow } from "./parts";
 import { ServiceView } from "./service";
 import { Picture, usePicture } from "./services";
 import { TransferView } from "./transfer";
-import { Service } from "./tvsc";
+import { Service, keyOf, namedIn } from "./tvsc";
 import { _, duration, format } from "./text";
 import "./page.css";
 
@@ -101,7 +101,7 @@ function App() {
                 <Activity />
                 {!picture.loaded && !picture.failure && <Loading />}
                 {picture.loaded && tab === "" && open !== "service" && <ServiceList picture={picture} create={() => setEditing({ service: null })} />}
-                {open === "service" && <ServiceView key={path[1]} picture={picture} name={path[1] ?? ""} edit={edit} />}
+                {open === "service" && <ServiceView key={keyOf(namedIn(path))} picture={picture} named={namedIn(path)} edit={edit} />}
                 {open === "graph" && <GraphView services={picture.services} />}
                 {open === "timeline" && <TimelineView services={picture.services} />}
                 {open === "findings" && <FindingsView services={picture.services} edit={edit} />}

@@ -6,7 +6,7 @@ import { Dropdown, DropdownItem, KebabToggle } from "@patternfly/react-core/dist
 import { Action, Verb, act, useActions, verbWord } from "./actions";
 import { Dialog } from "./parts";
 import { isActive } from "./states";
-import { PlanAnswer, Service, isHosted, run } from "./tvsc";
+import { PlanAnswer, Service, isHosted, isSame, run } from "./tvsc";
 import { _, format } from "./text";
 
 // What a service takes now; the first is the one to offer most prominently.
@@ -73,7 +73,7 @@ function DeleteDialog({ service, close }: { service: Service; close: () => void 
     );
 }
 
-const isBusy = (actions: Action[], service: Service) => actions.some(action => !action.ended && action.named.name === service.name);
+const isBusy = (actions: Action[], service: Service) => actions.some(action => !action.ended && isSame(action.named, service));
 
 export function ServiceButtons({ service, edit, compact }: { service: Service; edit?: () => void; compact?: boolean }) {
     const [question, setQuestion] = useState<Question | null>(null);
@@ -92,7 +92,7 @@ export function ServiceButtons({ service, edit, compact }: { service: Service; e
         setPlanning(true);
         const planned = await run<PlanAnswer>(["plan", verb, "--json"], service);
         setPlanning(false);
-        const others = planned.answer?.steps?.some(step => step.name !== service.name) ?? false;
+        const others = planned.answer?.steps?.some(step => !isSame(step, service)) ?? false;
         if (others && planned.answer) setQuestion({ verb, service, plan: planned.answer });
         else void act(verb, service); // with no plan to be had, it says why
     };

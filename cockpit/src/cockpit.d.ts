@@ -21,6 +21,7 @@ interface CockpitLocation {
     options: Record<string, string | string[]>;
     go(path: string[], options?: Record<string, string>): void;
     replace(path: string[], options?: Record<string, string>): void;
+    decode(href: string): string[];
     encode(path: string[], options?: Record<string, string>): string;
 }
 

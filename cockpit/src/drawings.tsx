@@ -5,7 +5,7 @@ import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Title } from "@patternfly/react-core/dist/esm/components/Title";
 import { FailureAlert, Loading } from "./parts";
 import { Picture } from "./picture";
-import { Ended, Service, run } from "./tvsc";
+import { Ended, Service, keyOf, run } from "./tvsc";
 import { _ } from "./text";
 
 function Drawing({ words, title, label, services, drawnAnewBy, explanation }: {
@@ -36,7 +36,7 @@ function Drawing({ words, title, label, services, drawnAnewBy, explanation }: {
 
 export function GraphView({ services }: { services: Service[] }) {
     // States are in the drawing, and so is what a configuration says.
-    const seen = services.map(one => `${one.name} ${one.state_code} ${one.exit?.win32} ${one.config?.depends_on} ${one.config?.depends_on_groups}`).join("\n");
+    const seen = services.map(one => `${keyOf(one)} ${one.state_code} ${one.exit?.win32} ${one.config?.depends_on} ${one.config?.depends_on_groups}`).join("\n");
     return <Drawing words={["graph", "--format", "svg"]} title={_("Dependencies")} label={_("What depends on what")} services={services} drawnAnewBy={seen}
                     explanation={_("An arrow leads from a service to one that it needs. What closes a ring is red; what is needed and not there is dashed.")} />;
 }

@@ -11,7 +11,7 @@ import { tell } from "./actions";
 import { Dialog, FailureAlert, Loading, Words } from "./parts";
 import { askNow } from "./services";
 import { startWord } from "./states";
-import { ActionAnswer, Config, Ended, ExportAnswer, Service, ServiceText, StatusAnswer, isHosted, run } from "./tvsc";
+import { ActionAnswer, Config, Ended, ExportAnswer, Service, ServiceText, StatusAnswer, isHosted, pathOf, run } from "./tvsc";
 import { _, format } from "./text";
 
 type What = "exec" | "program" | "image";
@@ -218,7 +218,7 @@ export function EditDialog({ service, close }: { service: Service | null; close:
                 tell(verb, named, done.words === remarks ? { ...done, words: "" } : done);
                 askNow(named);
                 close();
-                if (!service) cockpit.location.go(["service", named.name]);
+                if (!service) cockpit.location.go(pathOf(named));
                 return;
             }
             setRefusal(done);

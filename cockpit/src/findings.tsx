@@ -9,7 +9,7 @@ import { Title } from "@patternfly/react-core/dist/esm/components/Title";
 import { FailureAlert, Loading, ServiceLink } from "./parts";
 import { askNow } from "./services";
 import { shellWords } from "./shell_words";
-import { ActionAnswer, Ended, Finding, FindingsAnswer, Service, run } from "./tvsc";
+import { ActionAnswer, Ended, Finding, FindingsAnswer, Service, isSame, keyOf, run } from "./tvsc";
 import { _, format } from "./text";
 
 // Commands that take nothing from anybody: what they change can be changed back, and nothing that runs is ended.
@@ -31,7 +31,7 @@ function OneFinding({ finding, services, mended, edit }: { finding: Finding; ser
     const [ended, setEnded] = useState<Ended<ActionAnswer> | null>(null);
     const [busy, setBusy] = useState(false);
     const words = safeMend(finding.command);
-    const service = services.find(one => one.name === finding.name);
+    const service = services.find(one => isSame(one, finding));
     const mend = async () => {
         if (!words) return;
         setBusy(true);
@@ -46,7 +46,7 @@ function OneFinding({ finding, services, mended, edit }: { finding: Finding; ser
             <CardBody>
                 <div className="tv-finding">
                     <Label color={levelColour[finding.level]} isCompact>{levelWord(finding.level)}</Label>
-                    <b>{service ? <ServiceLink name={service.name} /> : <span className="tv-name" dir="auto">{finding.name}</span>}</b>
+                    <b>{service ? <ServiceLink service={service} /> : <span className="tv-name" dir="auto">{finding.name}</span>}</b>
                     <span>{finding.found}</span>
                 </div>
                 {finding.why && <p className="tv-why">{finding.why}</p>}
@@ -83,7 +83,7 @@ export function FindingsView({ services, edit }: { services: Service[]; edit: (s
             {findings && findings.length > 0 &&
                 <ul className="tv-findings">
                     {findings.map(finding => (
-                        <OneFinding key={`${finding.area}/${finding.name}/${finding.found}`} finding={finding} services={services} mended={() => void check()} edit={edit} />
+                        <OneFinding key={`${finding.area}/${keyOf(finding)}/${finding.found}`} finding={finding} services={services} mended={() => void check()} edit={edit} />
                     ))}
                 </ul>}
         </>

@@ -14,7 +14,7 @@ import { ServiceButtons } from "./buttons";
 import { ServiceLink, StateLabel, useNow } from "./parts";
 import { Picture, startedAt } from "./services";
 import { Kind, kindOf, kindWord, kinds, startWord } from "./states";
-import { Service } from "./tvsc";
+import { Service, keyOf } from "./tvsc";
 import { _, duration, format } from "./text";
 
 type Column = "name" | "display" | "state" | "start";
@@ -36,7 +36,7 @@ const matches = (service: Service, search: string) =>
 const Row = memo(function Row({ service, uptime }: { service: Service; uptime: string }) {
     return (
         <tr className="tv-row" data-service={service.name}>
-            <th scope="row" data-label={columnText("name")}><ServiceLink name={service.name} /></th>
+            <th scope="row" data-label={columnText("name")}><ServiceLink service={service} /></th>
             <td data-label={columnText("display")}><span className="tv-name" dir="auto">{service.display_name}</span></td>
             <td data-label={columnText("state")}><StateLabel service={service} /> <span className="tv-uptime">{uptime}</span></td>
             <td data-label={columnText("start")}>{service.config ? startWord(service.config.start) : ""}</td>
@@ -125,7 +125,7 @@ export function ServiceList({ picture, create }: { picture: Picture; create: () 
                         {(["name", "display", "state", "start"] as const).map(column => <Heading key={column} column={column} sort={sort} setSort={sortBy} />)}
                         <td />
                     </tr></thead>
-                    <tbody>{shown.map(service => <Row key={service.name} service={service} uptime={uptime(service)} />)}</tbody>
+                    <tbody>{shown.map(service => <Row key={keyOf(service)} service={service} uptime={uptime(service)} />)}</tbody>
                 </table>}
             {shown.length === 0 && picture.services.length > 0 &&
                 <EmptyState>

@@ -12,7 +12,7 @@ import InProgressIcon from "@patternfly/react-icons/dist/esm/icons/in-progress-i
 import OffIcon from "@patternfly/react-icons/dist/esm/icons/off-icon";
 import PauseCircleIcon from "@patternfly/react-icons/dist/esm/icons/pause-circle-icon";
 import { Kind, kindOf, stateWord } from "./states";
-import { Ended, Service } from "./tvsc";
+import { Ended, Named, Service, pathOf } from "./tvsc";
 import { _, format } from "./text";
 
 const looks: Record<Kind, { color: LabelProps["color"]; icon: ReactNode }> = {
@@ -57,11 +57,12 @@ export function Loading() {
 }
 
 // A link to a service, that Cockpit's own navigation follows.
-export function ServiceLink({ name, children }: { name: string; children?: ReactNode }) {
+export function ServiceLink({ service }: { service: Named }) {
+    const path = pathOf(service);
     return (
-        <Button isInline variant="link" component="a" href={`#${cockpit.location.encode(["service", name])}`}
-                onClick={event => { event.preventDefault(); cockpit.location.go(["service", name]) }}>
-            <span className="tv-name" dir="auto">{children ?? name}</span>
+        <Button isInline variant="link" component="a" href={`#${cockpit.location.encode(path)}`}
+                onClick={event => { event.preventDefault(); cockpit.location.go(path) }}>
+            <span className="tv-name" dir="auto">{service.name}</span>
         </Button>
     );
 }

@@ -4,7 +4,7 @@
 // Of what comes, only shapes and texts reach the page, in the page's own colours where the drawing has black and white.
 import { PointerEvent, WheelEvent, useEffect, useMemo, useRef, useState } from "react";
 import { Button } from "@patternfly/react-core/dist/esm/components/Button";
-import { Service } from "./tvsc";
+import { Service, keyOf, pathOf } from "./tvsc";
 import { stateWord } from "./states";
 import { _, format } from "./text";
 
@@ -40,17 +40,21 @@ function copy(from: Element, onColour: boolean): SVGElement | null {
     return to;
 }
 
-// Makes a link of each part that begins with a service's name, itself or in its first text.
-function linkServices(drawing: SVGElement, services: Map<string, Service>) {
+// Makes a link of each part that begins with a service's name, itself or in its first text; of none where more than one
+// service looks like that.
+function linkServices(drawing: SVGElement, services: Service[]) {
+    const named = new Map<string, Service | null>();
+    services.forEach(service => named.set(service.name, named.has(service.name) ? null : service));
     const parts = [...Array.from(drawing.querySelectorAll("g.node, g.service")),
         ...Array.from(drawing.querySelectorAll("text")).filter(text => !text.closest("g.node, g.service"))];
     for (const part of parts) {
         const text = part.localName === "text" ? part : part.querySelector("text");
-        const service = services.get(text?.textContent?.trim() ?? "");
+        const service = named.get(text?.textContent?.trim() ?? "");
         if (!service) continue;
         part.setAttribute("role", "link");
         part.setAttribute("tabindex", "0");
         part.setAttribute("data-service", service.name);
+        part.setAttribute("data-path", cockpit.location.encode(pathOf(service)));
         part.setAttribute("aria-label", format(_("$0, $1"), service.name, stateWord(service)));
     }
 }
@@ -67,7 +71,7 @@ function read(text: string, services: Service[]): { drawing: SVGElement; width: 
     drawing.removeAttribute("width");
     drawing.removeAttribute("height");
     drawing.setAttribute("role", "group");
-    linkServices(drawing, new Map(services.map(service => [service.name, service])));
+    linkServices(drawing, services);
     return { drawing, width: width * pixelsAPoint, height: height * pixelsAPoint };
 }
 
@@ -76,7 +80,7 @@ export function Picture({ text, label, services }: { text: string; label: string
     const box = useRef<HTMLDivElement>(null);
     const held = useRef<{ x: number; y: number; moved: boolean } | null>(null);
     // What the drawing takes from the services: a list is a new one whenever anything in it changes.
-    const names = services.map(service => `${service.name}/${service.state_code}`).join();
+    const names = services.map(service => `${keyOf(service)}/${service.state_code}`).join();
     const picture = useMemo(() => read(text, services), [text, names]);
     const fit = () => {
         if (box.current && picture) setZoom(Math.min(1, box.current.clientWidth / picture.width));
@@ -98,8 +102,8 @@ export function Picture({ text, label, services }: { text: string; label: string
     const closer = () => setZoom(steps.find(step => step > zoom * 1.01) ?? zoom);
     const farther = () => setZoom([...steps].reverse().find(step => step < zoom * 0.99) ?? zoom);
     const follow = (target: EventTarget) => {
-        const name = (target as Element).closest("[data-service]")?.getAttribute("data-service");
-        if (name) cockpit.location.go(["service", name]);
+        const path = (target as Element).closest("[data-path]")?.getAttribute("data-path");
+        if (path) cockpit.location.go(cockpit.location.decode(path));
     };
     const move = (event: PointerEvent) => {
         if (!held.current || !box.current) return;

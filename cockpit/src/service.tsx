@@ -13,7 +13,7 @@ import { Log } from "./log";
 import { Loading, ServiceLink, StateLabel, exitText, useNow } from "./parts";
 import { Picture, startedAt } from "./services";
 import { startWord, stateWord } from "./states";
-import { Config, Program, RelationAnswer, Service, StatusAnswer, isHosted, run } from "./tvsc";
+import { Config, Named, Program, RelationAnswer, Service, StatusAnswer, isHosted, isSame, keyOf, run } from "./tvsc";
 import { _, duration, format, memorySize, ngettext } from "./text";
 
 const statusMs = 2000;
@@ -136,7 +136,7 @@ function Related({ services, live, none }: { services: Service[] | null; live: S
     return (
         <ul className="tv-related">
             {services.map(service => (
-                <li key={service.name}><ServiceLink name={service.name} /> <StateLabel service={live.find(one => one.name === service.name) ?? service} /></li>
+                <li key={keyOf(service)}><ServiceLink service={service} /> <StateLabel service={live.find(one => isSame(one, service)) ?? service} /></li>
             ))}
         </ul>
     );
@@ -156,8 +156,9 @@ function Why({ service, program }: { service: Service; program: Program | null }
     );
 }
 
-export function ServiceView({ picture, name, edit }: { picture: Picture; name: string; edit: (service: Service) => void }) {
-    const listed = picture.services.find(one => one.name === name);
+export function ServiceView({ picture, named, edit }: { picture: Picture; named: Named; edit: (service: Service) => void }) {
+    const { name } = named;
+    const listed = picture.services.find(one => isSame(one, named));
     const config = useConfig(listed);
     const service = listed && { ...listed, config };
     const since = listed && startedAt(listed);

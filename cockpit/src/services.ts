@@ -15,7 +15,7 @@
 // of them once and again after a long while, those of new services and of our own changes at once.
 import { kindOf } from "./states";
 import { makeStore } from "./store";
-import { Daemon, Named, Service, StatusAnswer, run, spawn } from "./tvsc";
+import { Daemon, Named, Service, StatusAnswer, keyOf, run, spawn } from "./tvsc";
 
 export interface Picture {
     services: Service[];
@@ -39,18 +39,18 @@ const show = (change: Partial<Picture>) => picture.set({ ...picture.get(), ...ch
 
 // --- configurations ----------------------------------------------------------------------------------------------
 
-// What is known of each service; there is none for one whose configuration cannot be read, such as that in record 0.
+// What is known of each service, by its key; there is none for one whose configuration cannot be read, such as that in record 0.
 const configs = new Map<string, Pick<Service, "type" | "config">>();
 let configsReadAt = 0;
 let configsTookMs = 0;
 let readingConfigs = false;
 
-const withConfig = (service: Service): Service => ({ ...service, ...configs.get(service.name) });
+const withConfig = (service: Service): Service => ({ ...service, ...configs.get(keyOf(service)) });
 
 function takeConfigs(services: Service[]) {
-    services.forEach(({ name, type, config }) => configs.set(name, { type, config }));
+    services.forEach(service => configs.set(keyOf(service), { type: service.type, config: service.config }));
     show({ services: picture.get().services.map(service => {
-        const known = configs.get(service.name);
+        const known = configs.get(keyOf(service));
         return JSON.stringify([known?.type, known?.config]) === JSON.stringify([service.type, service.config]) ? service : renewed(service, withConfig(service));
     }) });
 }
@@ -67,12 +67,12 @@ async function readAllConfigs() {
 }
 
 async function readConfigsOf(services: Named[]) {
-    services.forEach(({ name }) => { if (!configs.has(name)) configs.set(name, {}) });
+    services.map(keyOf).forEach(key => { if (!configs.has(key)) configs.set(key, {}) });
     for (const service of services) takeConfigs((await run<StatusAnswer>(["show", "--json"], service)).answer?.services ?? []);
 }
 
 function seeToConfigs() {
-    const unknown = picture.get().services.filter(service => !configs.has(service.name));
+    const unknown = picture.get().services.filter(service => !configs.has(keyOf(service)));
     const old = Date.now() - configsReadAt > Math.max(configsMs, 20 * configsTookMs);
     if (old || unknown.length > singlyRead) void readAllConfigs();
     else if (unknown.length > 0 && !readingConfigs) void readConfigsOf(unknown);
@@ -154,8 +154,8 @@ async function ask() {
     const { answer, words, problem } = await run<StatusAnswer>(["list", "--json", "--brief"]);
     window.clearTimeout(busy);
     if (answer?.daemon?.reachable && answer.daemon.initialized) {
-        const before = new Map(picture.get().services.map(service => [service.name, service]));
-        const services = answer.services.map(fresh => merged(before.get(fresh.name), fresh));
+        const before = new Map(picture.get().services.map(service => [keyOf(service), service]));
+        const services = answer.services.map(fresh => merged(before.get(keyOf(fresh)), fresh));
         show({ services, loaded: true, daemon: answer.daemon, failure: null, busySince: null });
         seeToConfigs();
     } else show({ daemon: answer?.daemon ?? null, failure: { words, problem }, busySince: null });

@@ -12,6 +12,14 @@ export interface Named {
     name_bytes?: string; // base64, where the name is not UTF-8
 }
 
+// What tells one service from all others: names that are no UTF-8 may look alike.
+export const keyOf = ({ name, name_bytes }: Named): string => name_bytes === undefined ? name : `\0${name_bytes}`;
+export const isSame = (one: Named, other: Named): boolean => keyOf(one) === keyOf(other);
+
+// The page's path to a service, and the service that such a path leads to.
+export const pathOf = ({ name, name_bytes }: Named): string[] => ["service", name, ...(name_bytes === undefined ? [] : [name_bytes])];
+export const namedIn = ([, name, name_bytes]: string[]): Named => ({ name: name ?? "", ...(name_bytes ? { name_bytes } : {}) });
+
 export interface Config {
     start: StartName | string;
     image_path: string;
@@ -57,8 +65,7 @@ export interface Service extends Named {
     program?: Program;
 }
 
-export interface Problem {
-    name: string;
+export interface Problem extends Named {
     win32: number;
     symbol: string;
     message: string;
@@ -74,15 +81,15 @@ export interface Daemon {
 
 export interface StatusAnswer { daemon: Daemon; services: Service[]; errors: Problem[] }
 export interface ActionAnswer {
-    results: { name: string; action: string; win32: number; exit_status: number; text: string }[];
+    results: (Named & { action: string; win32: number; exit_status: number; text: string })[];
     errors: Problem[];
 }
 export interface RelationAnswer { services: Service[] }
 // What export tells of a service; parameters are those of tvhost, by their names.
 export interface ServiceText { parameters?: Record<string, string | number | string[]> }
 export interface ExportAnswer { services: ServiceText[] }
-export interface PlanAnswer { steps: { action: string; name: string; why: string }[]; worst_case_s: number }
-export interface Finding { level: "fail" | "warn" | "info"; area: string; name: string; found: string; why: string; command: string }
+export interface PlanAnswer { steps: (Named & { action: string; why: string })[]; worst_case_s: number }
+export interface Finding extends Named { level: "fail" | "warn" | "info"; area: string; found: string; why: string; command: string }
 export interface FindingsAnswer { findings: Finding[] }
 
 // What a run of tvsc has come to.

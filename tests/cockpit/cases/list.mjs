@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // list: the list of services: what it shows, chooses and sorts, and what is done from it.
 import { strict as assert } from 'node:assert';
-import { act, button, cases, chooseMore, row, shows } from '../browser.mjs';
-import { config, find, services, state, tvscText, until } from '../world.mjs';
+import { act, button, cases, chooseMore, goTo, row, shows } from '../browser.mjs';
+import { config, find, outputOf, services, state, tvscText, until } from '../world.mjs';
 
 cases['the list shows every service with its state, its names as they are'] = async page => {
     await row(page, 'web').waitFor();
@@ -116,4 +116,29 @@ cases['a process that dies is noticed, and forgotten on request'] = async page =
     await row(page, 'spooler').getByText('Process gone').waitFor();
     await chooseMore(page, 'spooler', 'Forget its process');
     await until(() => state('spooler') === 'stopped' && find('spooler').exit.win32 === 1067, 'stopped with 1067');
+};
+
+cases['services whose names look alike, being no text, are told apart: their links, views and buttons'] = async page => {
+    const twins = { acute: 'caf\\351', grave: 'caf\\350' };
+    const twin = word => services().find(service => service.name_bytes === Buffer.from(word === 'acute' ? 'caf\xe9' : 'caf\xe8', 'latin1').toString('base64'));
+    const shell = script => outputOf('sh', '-c', script);
+    shell(`tvsc create --name="$(printf '${twins.grave}')" --display grave --exec '/bin/sleep 100000'`);
+    shell(`tvsc config --name="$(printf '${twins.acute}')" --display acute`);
+    assert.equal(twin('acute').name, twin('grave').name);
+    for (const [word, other] of [['grave', 'acute'], ['acute', 'grave']]) {
+        await goTo(page, '');
+        await act(page.locator('tbody tr', { hasText: word }).getByRole('link'));
+        await page.locator('.tv-cards').getByText(word).waitFor();
+        await act(button(page, 'Start'));
+        await until(() => twin(word).state === 'running', `${word} runs`);
+        assert.equal(twin(other).state, 'stopped');
+        await goTo(page, '');
+        assert.match(await page.locator('tbody tr', { hasText: word }).innerText(), /Running/);
+        assert.match(await page.locator('tbody tr', { hasText: other }).innerText(), /Stopped/);
+        await act(page.locator('tbody tr', { hasText: word }).getByRole('button', { name: /^Stop/ }));
+        await until(() => twin(word).state === 'stopped', `${word} is stopped`);
+        await page.locator('tbody tr', { hasText: word }).getByText('Stopped').waitFor();
+    }
+    shell(`tvsc delete --name="$(printf '${twins.grave}')"; tvsc config --name="$(printf '${twins.acute}')" --display ''`);
+    assert.equal(twin('grave'), undefined);
 };
