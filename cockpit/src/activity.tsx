@@ -35,7 +35,7 @@ function OneAction({ action, now }: { action: Action; now: number }) {
                actionClose={<AlertActionCloseButton title={_("Close")} onClose={() => dismiss(action.id)} />}
                actionLinks={!good && <>
                    {steps.map(step => (
-                       <AlertActionLink key={step.label} onClick={() => void act(step.verb, action.named, step.options)}>{step.label}</AlertActionLink>
+                       <AlertActionLink key={step.label} onClick={() => void act(step.verb, step.named, step.options)}>{step.label}</AlertActionLink>
                    ))}
                    {action.verb !== "delete" &&
                     <AlertActionLink onClick={() => cockpit.location.go(pathOf(action.named))}>{_("Look at the service")}</AlertActionLink>}

@@ -6,7 +6,7 @@ import { Dropdown, DropdownItem, KebabToggle } from "@patternfly/react-core/dist
 import { Action, Verb, act, useActions, verbWord } from "./actions";
 import { Dialog } from "./parts";
 import { isActive } from "./states";
-import { PlanAnswer, Service, isHosted, isSame, run } from "./tvsc";
+import { PlanAnswer, Service, isHosted, isMasked, isSame, run } from "./tvsc";
 import { _, format } from "./text";
 
 // What a service takes now; the first is the one to offer most prominently.
@@ -106,6 +106,8 @@ export function ServiceButtons({ service, edit, compact }: { service: Service; e
         service.config?.start === "disabled"
             ? <DropdownItem key="enable" component="button" onClick={() => { setOpen(false); void act("enable", service) }}>{_("Enable")}</DropdownItem>
             : <DropdownItem key="disable" component="button" onClick={() => { setOpen(false); void act("disable", service) }}>{_("Disable")}</DropdownItem>,
+        ...(isMasked(service.config)
+            ? [<DropdownItem key="unmask" component="button" onClick={() => { setOpen(false); void act("unmask", service) }}>{_("Unmask")}</DropdownItem>] : []),
         ...(edit ? [<DropdownItem key="edit" component="button" onClick={() => { setOpen(false); edit() }}>{_("Edit")}</DropdownItem>] : []),
         <DropdownItem key="delete" component="button" onClick={() => { setOpen(false); setDeleting(true) }}>{_("Delete")}</DropdownItem>,
     ];

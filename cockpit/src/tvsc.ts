@@ -30,6 +30,9 @@ export interface Config {
     command?: string;
 }
 
+// Whether nobody can start it, until it is unmasked: it has an account then that no machine has.
+export const isMasked = (config: Config | undefined): boolean => config?.account.startsWith(":masked") ?? false;
+
 // Whether tvhost runs the service's program: its image is the launcher of tvhost then, wherever that lies.
 export const isHosted = (config: Config | undefined): boolean => config?.image_path.split("/").pop() === "tvhost.csh";
 
@@ -139,4 +142,5 @@ export function run<Answer>(words: string[], named?: Named, input?: string): Pro
     });
 }
 
-export const failedWithCode = (ended: Ended<ActionAnswer>): number => ended.answer?.results.find(result => result.win32 !== 0)?.win32 ?? 0;
+// What failed first, which need not be the service that was asked for.
+export const firstFailure = (ended: Ended<ActionAnswer>) => ended.answer?.results.find(result => result.win32 !== 0);

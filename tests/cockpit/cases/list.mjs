@@ -2,7 +2,7 @@
 // list: the list of services: what it shows, chooses and sorts, and what is done from it.
 import { strict as assert } from 'node:assert';
 import { act, button, cases, chooseMore, goTo, row, shows } from '../browser.mjs';
-import { config, find, outputOf, services, state, tvscText, until } from '../world.mjs';
+import { calls, config, find, outputOf, refusing, services, state, tvscText, until } from '../world.mjs';
 
 cases['the list shows every service with its state, its names as they are'] = async page => {
     await row(page, 'web').waitFor();
@@ -133,7 +133,7 @@ cases['services whose names look alike, being no text, are told apart: their lin
         await until(() => twin(word).state === 'running', `${word} runs`);
         assert.equal(twin(other).state, 'stopped');
         await goTo(page, '');
-        assert.match(await page.locator('tbody tr', { hasText: word }).innerText(), /Running/);
+        await page.locator('tbody tr', { hasText: word }).getByText('Running').waitFor();
         assert.match(await page.locator('tbody tr', { hasText: other }).innerText(), /Stopped/);
         await act(page.locator('tbody tr', { hasText: word }).getByRole('button', { name: /^Stop/ }));
         await until(() => twin(word).state === 'stopped', `${word} is stopped`);
@@ -141,4 +141,45 @@ cases['services whose names look alike, being no text, are told apart: their lin
     }
     shell(`tvsc delete --name="$(printf '${twins.grave}')"; tvsc config --name="$(printf '${twins.acute}')" --display ''`);
     assert.equal(twin('grave'), undefined);
+};
+
+cases['what is offered after a failure is for the service that failed, and keeps what was asked for'] = async page => {
+    tvscText('stop', 'web', 'dbcache', '--with-dependents');
+    tvscText('disable', 'dbcache');
+    const before = config('web').start;
+    await act(button(page, 'Start web'));
+    await act(button(page, 'All of these'));
+    await shows(page, 'web was not started');
+    await act(button(page, 'Enable dbcache'));
+    await until(() => config('dbcache').start === 'auto', 'dbcache is enabled');
+    assert.equal(config('web').start, before);
+    tvscText('disable', 'dbcache');
+    await act(button(page, 'Start web'));
+    await act(button(page, 'All of these'));
+    await act(button(page, 'Start it this once'));
+    await until(() => state('web') === 'running' && state('dbcache') === 'running', 'both run');
+    tvscText('config', 'dbcache', '--start', 'demand');
+
+    const sent = calls().length;
+    await goTo(page, 'service/dbcache');
+    await page.locator('.tv-title').getByText('Running').waitFor();
+    await chooseMore(page, 'dbcache', 'Delete');
+    const refusal = { results: [{ name: 'dbcache', action: 'delete', win32: 1051, exit_status: 5, text: '' }], errors: [] };
+    await refusing('^delete .*--name=dbcache', JSON.stringify(refusal), async () => {
+        await act(page.getByRole('dialog').getByRole('button', { name: 'Delete', exact: true }));
+        await act(button(page, 'Include the services that depend on it'));
+        await until(() => calls().slice(sent).filter(call => call.startsWith('delete')).length === 2, 'it is tried again');
+    });
+    assert.equal(calls().slice(sent).filter(call => call.startsWith('delete'))[1], 'delete --json --stop --with-dependents --name=dbcache');
+};
+
+cases['a masked service is unmasked by the step that its refusal offers'] = async page => {
+    tvscText('mask', 'spooler');
+    await act(button(page, 'Start spooler'));
+    await shows(page, 'spooler was not started');
+    await act(button(page, 'Unmask it'));
+    await until(() => config('spooler').account === '', 'it is unmasked');
+    await act(button(page, 'Start spooler'));
+    await until(() => state('spooler') === 'running', 'spooler runs');
+    tvscText('stop', 'spooler');
 };
