@@ -9,7 +9,8 @@
 //   any        the page is hidden         nothing is asked until it is seen again
 //
 // tvsc watch looks once a second, and says a line for each change: nothing is sent while nothing happens. The list is
-// asked for all the same now and then, since no line tells of the lock; and every second where tvsc has no watch.
+// asked for all the same now and then, since no line tells of the lock; and every second where tvsc has no watch. One that
+// ends at once is begun again after a pause, which grows each time.
 //
 // Configurations take three calls a service, so they are read apart from the states, which wait for none of them: all
 // of them once and again after a long while, those of new services and of our own changes at once.
@@ -28,6 +29,7 @@ export interface Picture {
 const exitUsage = 2;
 const pauseMs = 1000;          // between two lists where no watch runs
 const watchedPauseMs = 10000;
+const watchPausesMs = [1000, 30000]; // before a watch that has ended soon is begun again: at first, and at most
 const busyMs = 2500;
 const configsMs = 120000;      // somebody else may change a configuration, which no state tells
 const singlyRead = 20;         // as many new services are read one by one
@@ -109,6 +111,8 @@ let asking = false;
 let again = false;
 let watch: CockpitProcess | null = null;
 let watchedSince = 0;
+let watchPauseMs = watchPausesMs[0];
+let nextWatchAt = 0;
 let canWatch = true; // until tvsc says that it does not know the word
 
 function stopWatching() {
@@ -116,8 +120,11 @@ function stopWatching() {
     watch = null;
 }
 
+// A watch that has just begun may have missed a change.
+const isSettled = () => Date.now() - watchedSince > 3 * pauseMs;
+
 function startWatching() {
-    if (watch || !canWatch) return;
+    if (watch || !canWatch || Date.now() < nextWatchAt) return;
     const process = spawn(["watch", "--json"]);
     watch = process;
     watchedSince = Date.now();
@@ -126,7 +133,14 @@ function startWatching() {
         if (watch !== process) return;
         watch = null;
         if (status === exitUsage) canWatch = false;
-        plan();
+        if (isSettled()) {
+            watchPauseMs = watchPausesMs[0];
+            plan();
+            return;
+        }
+        // The list comes soon as it is: its timer stays, and begins the next one.
+        nextWatchAt = Date.now() + watchPauseMs;
+        watchPauseMs = Math.min(2 * watchPauseMs, watchPausesMs[1]);
     };
     process.then(() => ended(0), failure => ended(failure.exit_status));
 }
@@ -139,8 +153,8 @@ function plan() {
         return;
     }
     if (!picture.get().failure) startWatching();
-    // A watch that has just begun may have missed a change, and progress of a service on its way is none.
-    const told = watch && !picture.get().failure && Date.now() - watchedSince > 3 * pauseMs;
+    // Progress of a service on its way is no change.
+    const told = watch && !picture.get().failure && isSettled();
     const pause = told && !picture.get().services.some(service => kindOf(service) === "pending") ? watchedPauseMs : pauseMs;
     timer = window.setTimeout(ask, again ? 0 : pause);
 }

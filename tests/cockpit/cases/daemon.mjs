@@ -2,7 +2,7 @@
 // daemon: what the page does when the daemon goes and comes.
 import { strict as assert } from 'node:assert';
 import { act, button, cases, row, shows } from '../browser.mjs';
-import { startDaemon, state, stopDaemon, until } from '../world.mjs';
+import { calls, refusing, startDaemon, state, stopDaemon, tvscText, until } from '../world.mjs';
 
 cases['the list follows the daemon: gone, and back'] = async page => {
     await row(page, 'rpcsvc').getByText('Running').waitFor();
@@ -19,4 +19,23 @@ cases['the list follows the daemon: gone, and back'] = async page => {
     await until(() => state('spooler') === 'running', 'spooler runs');
     await act(button(page, 'Stop spooler'));
     await until(() => state('spooler') === 'stopped', 'spooler is stopped');
+};
+
+cases['a watch that ends at once is not begun again at once, and the list comes all the same'] = async page => {
+    await row(page, 'rpcsvc').waitFor();
+    await refusing('^watch', '', async () => {
+        await page.reload();
+        await row(page, 'rpcsvc').waitFor();
+        const before = calls().length;
+        await page.waitForTimeout(8000);
+        const since = calls().slice(before);
+        const watches = since.filter(call => call.startsWith('watch')).length;
+        const lists = since.filter(call => call.startsWith('list --json --brief')).length;
+        assert.ok(watches >= 1 && watches <= 5, `${watches} watches`);
+        assert.ok(lists >= 4, `${lists} lists`);
+        tvscText('start', 'spooler');
+        await row(page, 'spooler').getByText('Running').waitFor({ timeout: 5000 });
+    });
+    tvscText('stop', 'spooler');
+    await row(page, 'spooler').getByText('Stopped').waitFor();
 };
