@@ -2,7 +2,8 @@
 // activity: what is being done, and what became of it, above whatever view is open.
 import { Alert, AlertActionCloseButton, AlertActionLink } from "@patternfly/react-core/dist/esm/components/Alert";
 import { Spinner } from "@patternfly/react-core/dist/esm/components/Spinner";
-import { Action, act, dismiss, endedText, nextSteps, ongoingText, useActions } from "./actions";
+import { Action, dismiss, endedText, nextSteps, ongoingText, useActions } from "./actions";
+import { actAsked } from "./forget";
 import { Words, failureText, useNow } from "./parts";
 import { usePicture } from "./services";
 import { stateWord } from "./states";
@@ -35,7 +36,7 @@ function OneAction({ action, now }: { action: Action; now: number }) {
                actionClose={<AlertActionCloseButton title={_("Close")} onClose={() => dismiss(action.id)} />}
                actionLinks={!good && <>
                    {steps.map(step => (
-                       <AlertActionLink key={step.label} onClick={() => void act(step.verb, step.named, step.options)}>{step.label}</AlertActionLink>
+                       <AlertActionLink key={step.label} onClick={() => void actAsked(step.verb, step.named, step.options)}>{step.label}</AlertActionLink>
                    ))}
                    {action.verb !== "delete" &&
                     <AlertActionLink onClick={() => cockpit.location.go(pathOf(action.named))}>{_("Look at the service")}</AlertActionLink>}

@@ -11,6 +11,7 @@ import { followColourScheme } from "./colours";
 import { GraphView, TimelineView } from "./drawings";
 import { EditDialog } from "./edit";
 import { FindingsView } from "./findings";
+import { ForgetQuestion } from "./forget";
 import { ServiceList } from "./list";
 import { FailureAlert, Loading, useNow } from "./parts";
 import { ServiceView } from "./service";
@@ -106,6 +107,7 @@ function App() {
                 {open === "timeline" && <TimelineView services={picture.services} />}
                 {open === "findings" && <FindingsView services={picture.services} edit={edit} />}
                 {open === "transfer" && <TransferView />}
+                <ForgetQuestion />
                 {editing && <EditDialog service={editing.service} close={() => setEditing(null)} />}
             </PageSection>
         </Page>

@@ -4,6 +4,7 @@ import { useState } from "react";
 import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Dropdown, DropdownItem, KebabToggle } from "@patternfly/react-core/dist/esm/components/Dropdown";
 import { Action, Verb, act, useActions, verbWord } from "./actions";
+import { actAsked } from "./forget";
 import { Dialog } from "./parts";
 import { isActive } from "./states";
 import { PlanAnswer, Service, isHosted, isMasked, isSame, run } from "./tvsc";
@@ -102,7 +103,7 @@ export function ServiceButtons({ service, edit, compact }: { service: Service; e
     const items = [
         ...verbs.slice(shown.length).map(verb => <DropdownItem key={verb} component="button" onClick={() => void click(verb)}>{verbWord(verb)}</DropdownItem>),
         ...(isActive(service) || service.process_gone
-            ? [<DropdownItem key="reset" component="button" onClick={() => { setOpen(false); void act("reset", service) }}>{_("Forget its process")}</DropdownItem>] : []),
+            ? [<DropdownItem key="reset" component="button" onClick={() => { setOpen(false); void actAsked("reset", service) }}>{_("Forget its process")}</DropdownItem>] : []),
         service.config?.start === "disabled"
             ? <DropdownItem key="enable" component="button" onClick={() => { setOpen(false); void act("enable", service) }}>{_("Enable")}</DropdownItem>
             : <DropdownItem key="disable" component="button" onClick={() => { setOpen(false); void act("disable", service) }}>{_("Disable")}</DropdownItem>,

@@ -6,22 +6,32 @@ import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Card, CardBody } from "@patternfly/react-core/dist/esm/components/Card";
 import { Label } from "@patternfly/react-core/dist/esm/components/Label";
 import { Title } from "@patternfly/react-core/dist/esm/components/Title";
+import { mayForget } from "./forget";
 import { FailureAlert, Loading, ServiceLink } from "./parts";
 import { askNow } from "./services";
 import { shellWords } from "./shell_words";
-import { ActionAnswer, Ended, Finding, FindingsAnswer, Service, isSame, keyOf, run } from "./tvsc";
+import { ActionAnswer, Ended, Finding, FindingsAnswer, Named, Service, isSame, keyOf, run } from "./tvsc";
 import { _, format } from "./text";
 
-// Commands that take nothing from anybody: what they change can be changed back, and nothing that runs is ended.
-const safe = [/^status --fresh\0/, /^reset\0/, /^enable\0/, /^prepare$/, /^config\0[^\0]*\0--start\0(demand|auto)$/];
+// Commands that take nothing from anybody: what they change can be changed back, and nothing that runs is ended. A reset is
+// asked for where the process is not gone. NAME is one service's.
+const safe = ["status --fresh NAME", "reset NAME", "enable NAME", "prepare", "config NAME --start demand", "config NAME --start auto"]
+    .map(line => line.split(" "));
 
-// The words of tvsc's command line that mends it; null where a person has to decide or to fill in something.
-export function safeMend(command: string): string[] | null {
-    const words = shellWords(command);
-    if (!words || words[0] !== "tvsc") return null;
-    const rest = words.slice(1);
-    const line = rest.join("\0").replace(/^status\0--fresh/, "status --fresh");
-    return safe.some(pattern => pattern.test(line)) ? rest : null;
+// What tvsc is to be told to mend it: the words, and the service apart from them, since its name may look like an option or
+// be no text.
+export interface Mend { words: string[]; named?: Named }
+
+// Null where a person has to decide or to fill in something.
+export function safeMend(finding: Pick<Finding, "command" | "command_bytes" | "name" | "name_bytes">): Mend | null {
+    const [program, ...words] = shellWords(finding.command) ?? [];
+    const form = safe.find(one => one.length === words.length && one.every((word, i) => word === "NAME" || word === words[i]));
+    if (program !== "tvsc" || !form) return null;
+    const at = form.indexOf("NAME");
+    if (at < 0) return { words };
+    const known = words[at] === finding.name;
+    if (!known && finding.command_bytes !== undefined) return null; // the name of another service, and no text
+    return { words: words.filter((_word, i) => i !== at), named: known ? { name: finding.name, name_bytes: finding.name_bytes } : { name: words[at] } };
 }
 
 const levelWord = (level: Finding["level"]) => ({ fail: _("Error"), warn: _("Warning"), info: _("Note") })[level];
@@ -30,13 +40,16 @@ const levelColour = { fail: "red", warn: "orange", info: "blue" } as const;
 function OneFinding({ finding, services, mended, edit }: { finding: Finding; services: Service[]; mended: () => void; edit: (service: Service) => void }) {
     const [ended, setEnded] = useState<Ended<ActionAnswer> | null>(null);
     const [busy, setBusy] = useState(false);
-    const words = safeMend(finding.command);
+    const mending = safeMend(finding);
     const service = services.find(one => isSame(one, finding));
     const mend = async () => {
-        if (!words) return;
+        if (!mending) return;
+        const { words, named } = mending;
         setBusy(true);
-        setEnded(await run<ActionAnswer>([...words, "--json"]));
+        const agreed = words[0] !== "reset" || !named || await mayForget(named);
+        if (agreed) setEnded(await run<ActionAnswer>([...words, "--json"], named));
         setBusy(false);
+        if (!agreed) return;
         askNow("all");
         mended();
     };
@@ -51,9 +64,9 @@ function OneFinding({ finding, services, mended, edit }: { finding: Finding; ser
                 </div>
                 {finding.why && <p className="tv-why">{finding.why}</p>}
                 {finding.command && <p><code className="tv-code">{finding.command}</code></p>}
-                {words && <Button variant="secondary" isSmall isLoading={busy} isDisabled={busy} onClick={() => void mend()}
+                {mending && <Button variant="secondary" isSmall isLoading={busy} isDisabled={busy} onClick={() => void mend()}
                                   aria-label={format(_("Mend it: $0, $1"), finding.name, finding.found)}>{_("Mend it")}</Button>}
-                {!words && service && / \.\.\.$| USER$/.test(finding.command) &&
+                {!mending && service && / \.\.\.$| USER$/.test(finding.command) &&
                     <Button variant="secondary" isSmall onClick={() => edit(service)} aria-label={format(_("Edit $0"), service.name)}>{_("Edit the service")}</Button>}
                 {failed && <FailureAlert title={_("It could not be mended")} ended={ended} />}
             </CardBody>

@@ -92,7 +92,7 @@ export interface RelationAnswer { services: Service[] }
 export interface ServiceText { parameters?: Record<string, string | number | string[]> }
 export interface ExportAnswer { services: ServiceText[] }
 export interface PlanAnswer { steps: (Named & { action: string; why: string })[]; worst_case_s: number }
-export interface Finding extends Named { level: "fail" | "warn" | "info"; area: string; found: string; why: string; command: string }
+export interface Finding extends Named { level: "fail" | "warn" | "info"; area: string; found: string; why: string; command: string; command_bytes?: string }
 export interface FindingsAnswer { findings: Finding[] }
 
 // What a run of tvsc has come to.

@@ -183,3 +183,19 @@ cases['a masked service is unmasked by the step that its refusal offers'] = asyn
     await until(() => state('spooler') === 'running', 'spooler runs');
     tvscText('stop', 'spooler');
 };
+
+cases['a process that lives is forgotten only by somebody who was asked'] = async page => {
+    tvscText('start', 'spooler');
+    const living = find('spooler').pid_hint;
+    await row(page, 'spooler').getByText('Running').waitFor();
+    const dialog = page.getByRole('dialog', { name: 'Forget the process of spooler?' });
+    await chooseMore(page, 'spooler', 'Forget its process');
+    await dialog.waitFor();
+    await act(button(page, 'Cancel'));
+    await dialog.waitFor({ state: 'detached' });
+    assert.equal(state('spooler'), 'running');
+    await chooseMore(page, 'spooler', 'Forget its process');
+    await act(button(page, 'Forget it'));
+    await until(() => state('spooler') === 'stopped' && find('spooler').exit.win32 === 1067, 'stopped with 1067');
+    process.kill(living, 'SIGKILL');
+};

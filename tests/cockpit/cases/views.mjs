@@ -3,8 +3,8 @@
 import { strict as assert } from 'node:assert';
 import { readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { act, button, cases, goTo, shows } from '../browser.mjs';
-import { config, find, holding, state, tvscText, until, world } from '../world.mjs';
+import { act, button, cases, goTo, row, shows } from '../browser.mjs';
+import { config, find, holding, outputOf, refusing, services, state, tvscText, until, world } from '../world.mjs';
 
 cases['the graph has every service as a link, and is looked at closely'] = async page => {
     await goTo(page, 'graph');
@@ -121,4 +121,36 @@ cases['only what was shown to be done is applied, whatever is entered meanwhile'
     assert.ok(await button(page, 'Apply').isDisabled());
     assert.equal(await page.getByText('This would be done').count(), 0);
     assert.equal(find('spooler').display_name, 'Print spooler');
+};
+
+cases['a finding is mended whose service has a name like an option, or one that is no text'] = async page => {
+    const odd = services().find(service => service.name_bytes);
+    for (const service of [find('-n'), odd]) {
+        const now = () => services().find(one => one.name === service.name);
+        outputOf('sh', '-c', `tvsc start --name="$(printf %s "$1" | base64 -d)"`, 'sh', service.name_bytes ?? Buffer.from(service.name).toString('base64'));
+        await until(() => now().state === 'running', `${service.name} runs`);
+        process.kill(now().pid_hint, 'SIGKILL');
+        await goTo(page, '');
+        await row(page, '-n').getByText(/Process gone|Failed/).waitFor();
+        await goTo(page, 'findings');
+        const finding = page.locator('.tv-findings > *', { has: page.getByRole('link', { name: service.name, exact: true }), hasText: 'status --fresh' });
+        await finding.waitFor();
+        await act(finding.getByRole('button', { name: /^Mend it/ }));
+        await finding.waitFor({ state: 'detached' });
+        await until(() => now().state === 'stopped' && now().exit.win32 === 1067, `${service.name} is stopped`);
+    }
+};
+
+cases['a finding that would have a living process forgotten asks first'] = async page => {
+    const found = { level: 'warn', area: 'process', name: 'spooler', found: 'has reported nothing yet', why: '', command: 'tvsc reset spooler' };
+    tvscText('start', 'spooler');
+    await refusing('^doctor', JSON.stringify({ findings: [found] }), async () => {
+        await goTo(page, 'findings');
+        await act(page.getByRole('button', { name: /^Mend it/ }));
+        await page.getByRole('dialog', { name: 'Forget the process of spooler?' }).waitFor();
+        await act(button(page, 'Cancel'));
+        await page.getByRole('dialog').waitFor({ state: 'detached' });
+    });
+    assert.equal(state('spooler'), 'running');
+    tvscText('stop', 'spooler');
 };
