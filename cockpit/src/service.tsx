@@ -10,10 +10,10 @@ import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Title } from "@patternfly/react-core/dist/esm/components/Title";
 import { ServiceButtons } from "./buttons";
 import { Log } from "./log";
-import { Loading, ServiceLink, StateLabel, exitText, useNow } from "./parts";
+import { FailureAlert, Loading, ServiceLink, StateLabel, exitText, useNow } from "./parts";
 import { Picture, startedAt } from "./services";
 import { startWord, stateWord } from "./states";
-import { Config, Named, Program, RelationAnswer, Service, StatusAnswer, isHosted, isSame, keyOf, run } from "./tvsc";
+import { Config, Ended, Named, Program, RelationAnswer, Service, StatusAnswer, isHosted, isSame, keyOf, run } from "./tvsc";
 import { _, duration, format, memorySize, ngettext } from "./text";
 
 const statusMs = 2000;
@@ -59,20 +59,21 @@ function useProgram(service: Service | undefined): Program | null {
     return program;
 }
 
-function useRelation(verb: "deps" | "dependents", service: Service | undefined): Service[] | null {
-    const [services, setServices] = useState<Service[] | null>(null);
+// What is known stays while the daemon is silent, and is asked for again when it answers.
+function useRelation(verb: "deps" | "dependents", service: Service | undefined, answers: boolean): Ended<RelationAnswer> | null {
+    const [told, setTold] = useState<Ended<RelationAnswer> | null>(null);
     const name = service?.name;
     const bytes = service?.name_bytes;
     const needs = JSON.stringify([service?.config?.depends_on, service?.config?.depends_on_groups]);
     useEffect(() => {
         let over = false;
-        if (name === undefined) return;
+        if (name === undefined || !answers) return;
         void run<RelationAnswer>([verb, "--json"], { name, name_bytes: bytes }).then(ended => {
-            if (!over) setServices(ended.answer?.services ?? []);
+            if (!over) setTold(ended);
         });
         return () => { over = true };
-    }, [verb, name, bytes, needs]);
-    return services;
+    }, [verb, name, bytes, needs, answers]);
+    return told;
 }
 
 function Fact({ term, children }: { term: string; children: ReactNode }) {
@@ -130,8 +131,10 @@ function Configuration({ service }: { service: Service }) {
     );
 }
 
-function Related({ services, live, none }: { services: Service[] | null; live: Service[]; none: string }) {
-    if (!services) return <Loading />;
+function Related({ told, live, none }: { told: Ended<RelationAnswer> | null; live: Service[]; none: string }) {
+    if (!told) return <Loading />;
+    const services = told.answer?.services;
+    if (told.status !== 0 || !services) return <FailureAlert title={_("This cannot be read")} ended={told} />;
     if (services.length === 0) return <p>{none}</p>;
     return (
         <ul className="tv-related">
@@ -163,8 +166,8 @@ export function ServiceView({ picture, named, edit }: { picture: Picture; named:
     const service = listed && { ...listed, config };
     const since = listed && startedAt(listed);
     const program = useProgram(service);
-    const needed = useRelation("deps", service);
-    const needing = useRelation("dependents", service);
+    const needed = useRelation("deps", service, !picture.failure);
+    const needing = useRelation("dependents", service, !picture.failure);
     const now = useNow(true);
     const crumbs = (
         <Breadcrumb>
@@ -203,8 +206,8 @@ export function ServiceView({ picture, named, edit }: { picture: Picture; named:
                         <Button variant="secondary" isSmall onClick={() => edit(service)}>{_("Edit")}</Button>
                     </CardBody>
                 </Card>
-                <Card isCompact><CardTitle component="h2">{_("What it needs")}</CardTitle><CardBody><Related services={needed} live={picture.services} none={_("It needs no other service.")} /></CardBody></Card>
-                <Card isCompact><CardTitle component="h2">{_("What needs it")}</CardTitle><CardBody><Related services={needing} live={picture.services} none={_("No other service needs it.")} /></CardBody></Card>
+                <Card isCompact><CardTitle component="h2">{_("What it needs")}</CardTitle><CardBody><Related told={needed} live={picture.services} none={_("It needs no other service.")} /></CardBody></Card>
+                <Card isCompact><CardTitle component="h2">{_("What needs it")}</CardTitle><CardBody><Related told={needing} live={picture.services} none={_("No other service needs it.")} /></CardBody></Card>
             </div>
             <Log service={service} hosted={isHosted(config)} begun={program !== null} />
         </>

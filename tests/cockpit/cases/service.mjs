@@ -2,7 +2,7 @@
 // service: the view of one service, and what is done there.
 import { strict as assert } from 'node:assert';
 import { act, button, cases, goTo, row, shows } from '../browser.mjs';
-import { state, tvsc, tvscText, until } from '../world.mjs';
+import { refusing, startDaemon, state, stopDaemon, tvsc, tvscText, until } from '../world.mjs';
 
 cases['a service is restarted, paused, continued and reloaded from its own view'] = async page => {
     tvscText('start', 'web', '--with-deps');
@@ -66,4 +66,14 @@ cases['a log shows new lines as they come, until it is told not to'] = async pag
     await page.waitForTimeout(1500);
     assert.equal(await log.innerText(), still);
     tvscText('delete', 'talker', '--stop');
+};
+
+cases['what a service needs is not called nothing where it cannot be read'] = async page => {
+    await row(page, 'web').waitFor();
+    await refusing('^deps', '', async () => {
+        await goTo(page, 'service/web');
+        await page.locator('.tv-cards').getByText('refused by the test').waitFor();
+        assert.equal(await page.getByText('It needs no other service.').count(), 0);
+        await shows(page, 'No other service needs it.');
+    });
 };
