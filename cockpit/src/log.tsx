@@ -43,7 +43,7 @@ export function Log({ service, hosted, begun }: { service: Named; hosted: boolea
             <CardBody>
                 {!hosted && <p>{_("This service is a program of its own kind: it keeps its log itself, and nobody here knows where.")}</p>}
                 {failure && <p>{failure}</p>}
-                {hosted && !failure && <pre className="tv-log" ref={box} tabIndex={0} role="log" aria-label={_("Log")}>{text || _("Nothing has been written yet.")}</pre>}
+                {hosted && (!failure || text) && <pre className="tv-log" ref={box} tabIndex={0} role="log" aria-label={_("Log")}>{text || _("Nothing has been written yet.")}</pre>}
             </CardBody>
         </Card>
     );

@@ -28,14 +28,16 @@ function useConfig(service: Service | undefined): Config | undefined {
         let over = false;
         if (name === undefined) return;
         void run<StatusAnswer>(["show", "--json"], { name, name_bytes: bytes }).then(ended => {
-            if (!over) setConfig(ended.answer?.services[0]?.config);
+            const read = ended.answer?.services[0]?.config;
+            if (!over && read) setConfig(read); // or the last one stays
         });
         return () => { over = true };
     }, [name, bytes, listed]);
     return config ?? listed;
 }
 
-// What tvhost says of the program that it runs; null for a service of another kind, and before its first start.
+// What tvhost says of the program that it runs; null for a service of another kind, and before its first start. While the
+// daemon is silent it is what was said last.
 function useProgram(service: Service | undefined): Program | null {
     const [program, setProgram] = useState<Program | null>(null);
     const name = service?.name;
@@ -49,7 +51,8 @@ function useProgram(service: Service | undefined): Program | null {
             if (!cockpit.hidden) {
                 const ended = await run<StatusAnswer>(["status", "--json"], { name, name_bytes: bytes });
                 if (over) return;
-                setProgram(ended.answer?.services[0]?.program ?? null);
+                const read = ended.answer?.services[0];
+                if (read) setProgram(read.program ?? null);
             }
             timer = window.setTimeout(read, statusMs);
         };

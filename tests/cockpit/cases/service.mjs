@@ -77,3 +77,18 @@ cases['what a service needs is not called nothing where it cannot be read'] = as
         await shows(page, 'No other service needs it.');
     });
 };
+
+cases['a log stays when the daemon stops'] = async page => {
+    tvscText('create', 'talker', '--exec', "/bin/sh -c 'echo last words; exec sleep 100000'");
+    tvscText('start', 'talker');
+    await goTo(page, 'service/talker');
+    const log = page.getByRole('log', { name: 'Log' });
+    await until(async () => /last words/.test(await log.innerText()), 'the log is there');
+    stopDaemon();
+    await shows(page, 'The services cannot be read');
+    await page.waitForTimeout(5000); // what the program does has been asked for since
+    assert.match(await log.innerText(), /last words/);
+    startDaemon();
+    await page.getByText('The services cannot be read').waitFor({ state: 'detached' });
+    tvscText('delete', 'talker', '--stop');
+};
