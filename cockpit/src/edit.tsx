@@ -62,15 +62,27 @@ function fieldsOf(service: Service, config: Config, parameters: NonNullable<Serv
     };
 }
 
+// The fields that hold bytes which are no text: what is shown of them is not all, and would take its place.
+function bytesIn(service: Service, config: Config): Set<keyof Fields> {
+    const found: [keyof Fields, unknown][] = [
+        ["display", service.display_name_bytes], ["depends", config.depends_on_bytes ?? config.depends_on_groups_bytes], ["group", config.group_bytes],
+        ["user", config.account_bytes], ["command", isHosted(config) ? config.command_bytes : config.image_path_bytes],
+    ];
+    return new Set(found.filter(([, bytes]) => bytes !== undefined).map(([key]) => key));
+}
+
+interface Read { fields: Fields; kept: Set<keyof Fields> }
+
 // What there is to change now, which need not be what the list has.
-async function readFields(service: Service): Promise<Fields | Ended<unknown>> {
+async function readFields(service: Service): Promise<Read | Ended<unknown>> {
     const [shown, exported] = await Promise.all([
         run<StatusAnswer>(["show", "--json"], service), run<ExportAnswer>(["export", "--json"], service),
     ]);
-    const config = shown.answer?.services[0]?.config;
+    const now = shown.answer?.services[0];
+    const config = now?.config;
     const text = exported.answer?.services[0];
-    if (!config) return shown;
-    return text ? fieldsOf(service, config, text.parameters ?? {}) : exported;
+    if (!now || !config) return shown;
+    return text ? { fields: fieldsOf(service, config, text.parameters ?? {}), kept: bytesIn(now, config) } : exported;
 }
 
 // A value that begins with a dash is no option, and an empty one is one all the same.
@@ -111,37 +123,47 @@ function Field({ id, label, help, required, children }: { id: string; label: str
     return <FormGroup fieldId={id} label={label} isRequired={required} helperText={help && <span id={`${id}-help`} className="tv-help">{help}</span>}>{children}</FormGroup>;
 }
 
-// What is entered. set: what to do when that in a field changes.
-function Entries({ fields, isNew, set }: { fields: Fields; isNew: boolean; set: (key: keyof Fields) => (value: string) => void }) {
+// What is entered. kept: the fields that cannot be; set: what to do when that in a field changes.
+function Entries({ fields, kept, isNew, set }: {
+    fields: Fields; kept: Set<keyof Fields>; isNew: boolean; set: (key: keyof Fields) => (value: string) => void;
+}) {
     const hosted = fields.what === "exec";
+    const help = (key: keyof Fields, text: string | undefined) => kept.has(key) ? _("Not all of this is text: it stays as it is, and can be changed with tvsc config.") : text;
+    const displayHelp = help("display", undefined);
+    const commandHelp = help("command", hosted ? _("By its whole path; quotes hold words with blanks together. There is no shell in between.") : undefined);
+    const groupHelp = help("group", undefined);
     const commandLabel = fields.what === "image" ? _("Path of the script") : _("Program and arguments");
     return (
         <>
             {isNew &&
                 <Field id="tv-name" label={_("Name")} required><TextInput id="tv-name" isRequired value={fields.name} onChange={set("name")} autoFocus /></Field>}
-            <Field id="tv-display" label={_("Display name")}><TextInput id="tv-display" value={fields.display} onChange={set("display")} /></Field>
+            <Field id="tv-display" label={_("Display name")} help={displayHelp}>
+                <TextInput id="tv-display" aria-describedby={displayHelp && "tv-display-help"} isDisabled={kept.has("display")} value={fields.display} onChange={set("display")} />
+            </Field>
             <Field id="tv-what" label={_("What it runs")}>
-                <FormSelect id="tv-what" value={fields.what} onChange={set("what")}>
+                <FormSelect id="tv-what" value={fields.what} isDisabled={kept.has("command")} onChange={set("what")}>
                     <FormSelectOption value="exec" label={_("Any program")} />
                     {isNew && <FormSelectOption value="program" label={_("A program that is a service itself")} />}
                     <FormSelectOption value="image" label={_("A csh script whose last act is exec")} />
                 </FormSelect>
             </Field>
-            <Field id="tv-command" label={commandLabel} required help={hosted ? _("By its whole path; quotes hold words with blanks together. There is no shell in between.") : undefined}>
-                <TextInput id="tv-command" isRequired aria-describedby={hosted ? "tv-command-help" : undefined} className="tv-monospace" value={fields.command} onChange={set("command")} />
+            <Field id="tv-command" label={commandLabel} required help={commandHelp}>
+                <TextInput id="tv-command" isRequired aria-describedby={commandHelp && "tv-command-help"} className="tv-monospace" isDisabled={kept.has("command")} value={fields.command} onChange={set("command")} />
             </Field>
             <Field id="tv-start" label={_("Start type")}>
                 <FormSelect id="tv-start" value={fields.start} onChange={set("start")}>
                     {["auto", "demand", "disabled", "boot", "system"].map(one => <FormSelectOption key={one} value={one} label={startWord(one)} />)}
                 </FormSelect>
             </Field>
-            <Field id="tv-depends" label={_("Depends on")} help={_("Names with commas between them; a group has a + in front.")}>
-                <TextInput id="tv-depends" aria-describedby="tv-depends-help" value={fields.depends} onChange={set("depends")} />
+            <Field id="tv-depends" label={_("Depends on")} help={help("depends", _("Names with commas between them; a group has a + in front."))}>
+                <TextInput id="tv-depends" aria-describedby="tv-depends-help" isDisabled={kept.has("depends")} value={fields.depends} onChange={set("depends")} />
             </Field>
-            <Field id="tv-user" label={_("Runs as")} help={_("A user of this machine; without one it is root.")}>
-                <TextInput id="tv-user" aria-describedby="tv-user-help" value={fields.user} onChange={set("user")} />
+            <Field id="tv-user" label={_("Runs as")} help={help("user", _("A user of this machine; without one it is root."))}>
+                <TextInput id="tv-user" aria-describedby="tv-user-help" isDisabled={kept.has("user")} value={fields.user} onChange={set("user")} />
             </Field>
-            <Field id="tv-group" label={_("Load-order group")}><TextInput id="tv-group" value={fields.group} onChange={set("group")} /></Field>
+            <Field id="tv-group" label={_("Load-order group")} help={groupHelp}>
+                <TextInput id="tv-group" aria-describedby={groupHelp && "tv-group-help"} isDisabled={kept.has("group")} value={fields.group} onChange={set("group")} />
+            </Field>
             {fields.what !== "image" &&
                 <Field id="tv-cwd" label={_("Working folder")}><TextInput id="tv-cwd" value={fields.cwd} onChange={set("cwd")} /></Field>}
             {fields.what !== "image" &&
@@ -182,6 +204,7 @@ function Entries({ fields, isNew, set }: { fields: Fields; isNew: boolean; set: 
 export function EditDialog({ service, close }: { service: Service | null; close: () => void }) {
     const [before, setBefore] = useState<Fields>(empty);
     const [fields, setFields] = useState<Fields | null>(service ? null : empty); // null until it is known
+    const [kept, setKept] = useState<Set<keyof Fields>>(new Set());
     const [unread, setUnread] = useState<Ended<unknown> | null>(null);
     const [refusal, setRefusal] = useState<Ended<ActionAnswer> | null>(null);
     const [notes, setNotes] = useState("");
@@ -190,9 +213,10 @@ export function EditDialog({ service, close }: { service: Service | null; close:
         let over = false;
         if (service) void readFields(service).then(read => {
             if (over) return;
-            if ("what" in read) {
-                setBefore(read);
-                setFields(read);
+            if ("fields" in read) {
+                setBefore(read.fields);
+                setFields(read.fields);
+                setKept(read.kept);
             } else setUnread(read);
         });
         return () => { over = true };
@@ -226,12 +250,13 @@ export function EditDialog({ service, close }: { service: Service | null; close:
         setBusy(false);
     };
 
+    // What tvsc is doing is not undone by a dialog that closes.
     return (
-        <Dialog variant="medium" title={service ? format(_("Edit $0"), service.name) : _("Create service")} onClose={close} actions={[
+        <Dialog variant="medium" title={service ? format(_("Edit $0"), service.name) : _("Create service")} onClose={() => { if (!busy) close() }} actions={[
             <Button key="save" variant="primary" type="submit" form="tv-edit" isLoading={busy} isDisabled={busy || !fields || (service !== null && options.length === 0)}>
                 {notes ? _("Save all the same") : service ? _("Save") : _("Create")}
             </Button>,
-            <Button key="close" variant="link" onClick={close}>{_("Cancel")}</Button>,
+            <Button key="close" variant="link" isDisabled={busy} onClick={close}>{_("Cancel")}</Button>,
         ]}>
             {unread && <FailureAlert title={_("Its configuration cannot be read")} ended={unread} />}
             {!fields && !unread && <Loading />}
@@ -239,7 +264,7 @@ export function EditDialog({ service, close }: { service: Service | null; close:
                 <Form id="tv-edit" onSubmit={event => void save(event)}>
                     {refusal && <FailureAlert title={_("It was not saved")} ended={refusal} />}
                     {notes && <Alert titleHeadingLevel="h2" isInline variant="warning" title={_("Before it is saved")}><Words text={notes} /></Alert>}
-                    <Entries fields={fields} isNew={!service} set={key => value => {
+                    <Entries fields={fields} kept={kept} isNew={!service} set={key => value => {
                         setFields({ ...fields, [key]: value });
                         setNotes("");
                     }} />

@@ -28,6 +28,13 @@ export interface Config {
     depends_on_groups: string[];
     account: string;
     command?: string;
+    // Where not all of it is UTF-8:
+    image_path_bytes?: string;
+    group_bytes?: string;
+    depends_on_bytes?: string[];
+    depends_on_groups_bytes?: string[];
+    account_bytes?: string;
+    command_bytes?: string;
 }
 
 // Whether nobody can start it, until it is unmasked: it has an account then that no machine has.
@@ -54,6 +61,7 @@ export interface Program {
 
 export interface Service extends Named {
     display_name: string;
+    display_name_bytes?: string;
     state: StateName;
     state_code: number;
     accepts: string[];

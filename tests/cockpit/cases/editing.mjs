@@ -3,7 +3,7 @@
 import { strict as assert } from 'node:assert';
 import { existsSync, readFileSync } from 'node:fs';
 import { act, button, cases, chooseMore, goTo, row, shows } from '../browser.mjs';
-import { config, find, state, tvsc, tvscText, until, world } from '../world.mjs';
+import { config, find, holding, outputOf, state, tvsc, tvscText, until, world } from '../world.mjs';
 
 cases['a new service is checked by tvsc, remarked on, created and deleted'] = async page => {
     await act(button(page, 'Create service'));
@@ -120,4 +120,40 @@ cases['a service with an image of its own keeps it, until it is told to run a pr
     assert.equal(config('mute').command, '/bin/sleep 1000');
     tvscText('config', 'mute', '--image', before.image_path);
     assert.equal(config('mute').image_path, before.image_path);
+};
+
+cases['what is no text in a configuration stays, whatever else is changed'] = async page => {
+    outputOf('sh', '-c', `tvsc create bytes --exec '/bin/sleep 1000' --depends "$(printf 'rpcsvc,caf\\351')"`);
+    const before = config('bytes');
+    assert.ok(before.depends_on_bytes);
+    await goTo(page, 'service/bytes');
+    await act(page.locator('.tv-cards').getByRole('button', { name: 'Edit', exact: true }));
+    const dialog = page.getByRole('dialog', { name: 'Edit bytes' });
+    await dialog.getByLabel('Depends on').waitFor();
+    assert.ok(await dialog.getByLabel('Depends on').isDisabled());
+    await dialog.getByText(/Not all of this is text/).waitFor();
+    await dialog.getByLabel('Display name').fill('Bytes');
+    await act(button(page, 'Save'));
+    await dialog.waitFor({ state: 'detached' });
+    assert.equal(find('bytes').display_name, 'Bytes');
+    assert.deepEqual(config('bytes'), before);
+    tvscText('delete', 'bytes');
+};
+
+cases['a dialog stays as long as it saves'] = async page => {
+    await goTo(page, 'service/spooler');
+    await act(page.locator('.tv-cards').getByRole('button', { name: 'Edit', exact: true }));
+    const dialog = page.getByRole('dialog', { name: 'Edit spooler' });
+    await dialog.getByLabel('Display name').fill('Slowly saved');
+    await holding('^config', async () => {
+        await act(button(page, 'Save'));
+        await until(() => page.locator('button[form="tv-edit"]').isDisabled(), 'it saves');
+        assert.ok(await button(page, 'Cancel').isDisabled());
+        await page.keyboard.press('Escape');
+        await page.waitForTimeout(300);
+        assert.equal(await dialog.count(), 1);
+    });
+    await dialog.waitFor({ state: 'detached' });
+    assert.equal(find('spooler').display_name, 'Slowly saved');
+    tvscText('config', 'spooler', '--display', 'Print spooler');
 };
