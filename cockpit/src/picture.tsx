@@ -2,7 +2,7 @@
 // picture: a drawing that tvsc has made, to be moved about and looked at closely, whose services lead to their views.
 //
 // Of what comes, only shapes and texts reach the page, in the page's own colours where the drawing has black and white.
-import { PointerEvent, WheelEvent, useEffect, useMemo, useRef, useState } from "react";
+import { PointerEvent, useEffect, useLayoutEffect, useMemo, useRef, useState } from "react";
 import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Service, keyOf, pathOf } from "./tvsc";
 import { stateWord } from "./states";
@@ -78,29 +78,53 @@ function read(text: string, services: Service[]): { drawing: SVGElement; width: 
 export function Picture({ text, label, services }: { text: string; label: string; services: Service[] }) {
     const [zoom, setZoom] = useState(1);
     const box = useRef<HTMLDivElement>(null);
+    const zoomed = useRef(false); // by somebody, who wants it to stay so
     const held = useRef<{ x: number; y: number; moved: boolean } | null>(null);
     // What the drawing takes from the services: a list is a new one whenever anything in it changes.
     const names = services.map(service => `${keyOf(service)}/${service.state_code}`).join();
     const picture = useMemo(() => read(text, services), [text, names]);
     const fit = () => {
+        zoomed.current = false;
         if (box.current && picture) setZoom(Math.min(1, box.current.clientWidth / picture.width));
     };
+    const look = (found: number | undefined) => {
+        zoomed.current = true;
+        if (found !== undefined) setZoom(found);
+    };
+    const closer = () => look(steps.find(step => step > zoom * 1.01));
+    const farther = () => look([...steps].reverse().find(step => step < zoom * 0.99));
+    const wheel = useRef((_event: WheelEvent) => undefined as void);
+    wheel.current = event => {
+        if (!event.ctrlKey) return;
+        event.preventDefault(); // or the browser would zoom the page, too
+        if (event.deltaY < 0) closer();
+        else farther();
+    };
 
-    useEffect(() => {
-        if (!box.current || !picture) return;
-        picture.drawing.setAttribute("aria-label", label);
-        box.current.replaceChildren(picture.drawing);
-    }, [picture, label]);
-    useEffect(() => {
+    useLayoutEffect(() => {
         if (!picture) return;
         picture.drawing.style.width = `${picture.width * zoom}px`;
         picture.drawing.style.height = `${picture.height * zoom}px`;
     }, [picture, zoom]);
-    useEffect(fit, [text]);
+    // The link that has the focus keeps it in the new drawing.
+    useLayoutEffect(() => {
+        if (!box.current || !picture) return;
+        const focused = box.current.contains(document.activeElement) ? document.activeElement?.getAttribute("data-path") : null;
+        picture.drawing.setAttribute("aria-label", label);
+        box.current.replaceChildren(picture.drawing);
+        const links = Array.from(picture.drawing.querySelectorAll<SVGElement>("[data-path]"));
+        if (focused) links.find(link => link.getAttribute("data-path") === focused)?.focus({ preventScroll: true });
+    }, [picture, label]);
+    useEffect(() => { if (!zoomed.current) fit() }, [text]);
+    // React's own listener is a passive one, which cannot keep the browser from anything.
+    useEffect(() => {
+        const region = box.current;
+        const turned = (event: WheelEvent) => wheel.current(event);
+        region?.addEventListener("wheel", turned, { passive: false });
+        return () => region?.removeEventListener("wheel", turned);
+    }, [picture !== null]);
 
     if (!picture) return <p>{_("There is nothing to draw.")}</p>;
-    const closer = () => setZoom(steps.find(step => step > zoom * 1.01) ?? zoom);
-    const farther = () => setZoom([...steps].reverse().find(step => step < zoom * 0.99) ?? zoom);
     const follow = (target: EventTarget) => {
         const path = (target as Element).closest("[data-path]")?.getAttribute("data-path");
         if (path) cockpit.location.go(cockpit.location.decode(path));
@@ -127,7 +151,6 @@ export function Picture({ text, label, services }: { text: string; label: string
                      else if (event.key === "-") farther();
                      else if (event.key === "0") fit();
                  }}
-                 onWheel={(event: WheelEvent) => { if (event.ctrlKey) { if (event.deltaY < 0) closer(); else farther() } }}
                  onPointerDown={event => { held.current = { x: event.clientX, y: event.clientY, moved: false } }}
                  onPointerMove={move}
                  onPointerLeave={() => { held.current = null }}

@@ -154,3 +154,35 @@ cases['a finding that would have a living process forgotten asks first'] = async
     assert.equal(state('spooler'), 'running');
     tvscText('stop', 'spooler');
 };
+
+cases['a drawing stays as somebody looks at it when a state changes'] = async page => {
+    tvscText('stop', 'spooler');
+    await goTo(page, 'graph');
+    const picture = page.getByRole('region', { name: 'What depends on what' });
+    await picture.locator('[data-service="spooler"]').waitFor();
+    await act(button(page, 'Look closer'));
+    await act(button(page, 'Look closer'));
+    const zoom = () => page.locator('.tv-zoom-value').innerText();
+    const before = await zoom();
+    await picture.locator('[data-service="ring_a"]').focus();
+    tvscText('start', 'spooler');
+    await picture.locator('[aria-label="spooler, Running"]').waitFor();
+    await page.waitForTimeout(2000); // drawn anew by tvsc, too
+    assert.equal(await zoom(), before);
+    assert.equal(await page.evaluate(() => document.activeElement.getAttribute('data-service')), 'ring_a');
+    tvscText('stop', 'spooler');
+};
+
+cases['the wheel with Ctrl looks closer at a drawing, and leaves the page as large as it is'] = async page => {
+    await goTo(page, 'graph');
+    const picture = page.getByRole('region', { name: 'What depends on what' });
+    await picture.locator('svg').waitFor();
+    const zoom = async () => parseInt(await page.locator('.tv-zoom-value').innerText(), 10);
+    const before = await zoom();
+    const goesOn = ctrlKey => picture.evaluate((region, held) =>
+        region.dispatchEvent(new WheelEvent('wheel', { deltaY: -100, ctrlKey: held, bubbles: true, cancelable: true })), ctrlKey);
+    assert.ok(await goesOn(false), 'it scrolls without Ctrl');
+    assert.equal(await zoom(), before);
+    assert.equal(await goesOn(true), false, 'nothing is left to the browser');
+    await until(async () => (await zoom()) > before, 'it is larger');
+};
