@@ -10,7 +10,7 @@ import { stateWord } from "./states";
 import { isSame, pathOf } from "./tvsc";
 import { _, duration, format } from "./text";
 
-// How far the service says it is: its state, and the check point and wait hint that it announces.
+// How far the service says it is, which is read out when somebody goes there and not each second: its state, and the check point and wait hint that it announces.
 function Progress({ action, now }: { action: Action; now: number }) {
     const service = usePicture().services.find(one => isSame(one, action.named));
     const parts = [duration(now - action.startedAt)];
@@ -25,7 +25,7 @@ function OneAction({ action, now }: { action: Action; now: number }) {
         return (
             <Alert titleHeadingLevel="h2" isInline className="tv-alert" variant="info" title={ongoingText(action)}
                    customIcon={<Spinner isSVG size="md" aria-label={_("Waiting")} aria-valuetext={_("Waiting")} />}>
-                <Progress action={action} now={now} />
+                <span aria-live="off"><Progress action={action} now={now} /></span>
             </Alert>
         );
     }
@@ -50,7 +50,7 @@ export function Activity() {
     const actions = useActions();
     const now = useNow(actions.some(action => !action.ended));
     return (
-        <div role="status" aria-live="polite" className="tv-activity">
+        <div role="status" aria-live="polite" aria-atomic="false" className="tv-activity">
             {actions.map(action => <OneAction key={action.id} action={action} now={now} />)}
         </div>
     );

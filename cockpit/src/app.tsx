@@ -47,12 +47,13 @@ function useAdministrator(): boolean | null {
 function Warnings({ picture, administrator }: { picture: Picture; administrator: boolean | null }) {
     const now = useNow(picture.busySince !== null);
     return (
-        <>
+        <div aria-live="polite" aria-atomic="false">
             {picture.failure && <FailureAlert title={_("The services cannot be read")} ended={picture.failure}>
                 {picture.loaded && <p>{_("What is shown below was so before. The page asks again every second.")}</p>}
             </FailureAlert>}
             {picture.busySince !== null && !picture.failure &&
-                <Alert titleHeadingLevel="h2" isInline variant="info" className="tv-alert" title={format(_("The daemon has been busy for $0"), duration(now - picture.busySince))}>
+                <Alert titleHeadingLevel="h2" isInline variant="info" className="tv-alert"
+                       title={<span aria-live="off">{format(_("The daemon has been busy for $0"), duration(now - picture.busySince))}</span>}>
                     {_("It serves one request at a time, and a start may take it three quarters of a minute.")}
                 </Alert>}
             {picture.daemon?.locked &&
@@ -61,7 +62,7 @@ function Warnings({ picture, administrator }: { picture: Picture; administrator:
                 <Alert titleHeadingLevel="h2" isInline variant="info" className="tv-alert" title={_("Limited access")}>
                     {_("Changing services may need administrative access. Turn it on at the top of the window.")}
                 </Alert>}
-        </>
+        </div>
     );
 }
 

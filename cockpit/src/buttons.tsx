@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // buttons: what can be done with a service, and the question before several services are started or stopped.
-import { useState } from "react";
+import { useId, useState } from "react";
 import { Button } from "@patternfly/react-core/dist/esm/components/Button";
 import { Dropdown, DropdownItem, KebabToggle } from "@patternfly/react-core/dist/esm/components/Dropdown";
 import { Action, Verb, act, useActions, verbWord } from "./actions";
@@ -81,11 +81,11 @@ export function ServiceButtons({ service, edit, compact }: { service: Service; e
     const [open, setOpen] = useState(false);
     const [deleting, setDeleting] = useState(false);
     const [planning, setPlanning] = useState(false);
+    const menuId = useId();
     const actions = useActions();
     const busy = planning || isBusy(actions, service);
 
     const click = async (verb: Verb) => {
-        setOpen(false);
         if (!(verb in includes)) {
             void act(verb, service);
             return;
@@ -100,27 +100,31 @@ export function ServiceButtons({ service, edit, compact }: { service: Service; e
 
     const verbs = verbsFor(service);
     const shown = compact ? verbs.slice(0, 1) : verbs;
+    // The focus stays where the menu was opened, or comes back there from a dialog.
+    const item = (key: string, label: string, chosen: () => void) => (
+        <DropdownItem key={key} component="button" isDisabled={busy} onClick={() => {
+            setOpen(false);
+            document.getElementById(menuId)?.focus();
+            chosen();
+        }}>{label}</DropdownItem>
+    );
     const items = [
-        ...verbs.slice(shown.length).map(verb => <DropdownItem key={verb} component="button" onClick={() => void click(verb)}>{verbWord(verb)}</DropdownItem>),
-        ...(isActive(service) || service.process_gone
-            ? [<DropdownItem key="reset" component="button" onClick={() => { setOpen(false); void actAsked("reset", service) }}>{_("Forget its process")}</DropdownItem>] : []),
-        service.config?.start === "disabled"
-            ? <DropdownItem key="enable" component="button" onClick={() => { setOpen(false); void act("enable", service) }}>{_("Enable")}</DropdownItem>
-            : <DropdownItem key="disable" component="button" onClick={() => { setOpen(false); void act("disable", service) }}>{_("Disable")}</DropdownItem>,
-        ...(isMasked(service.config)
-            ? [<DropdownItem key="unmask" component="button" onClick={() => { setOpen(false); void act("unmask", service) }}>{_("Unmask")}</DropdownItem>] : []),
-        ...(edit ? [<DropdownItem key="edit" component="button" onClick={() => { setOpen(false); edit() }}>{_("Edit")}</DropdownItem>] : []),
-        <DropdownItem key="delete" component="button" onClick={() => { setOpen(false); setDeleting(true) }}>{_("Delete")}</DropdownItem>,
+        ...verbs.slice(shown.length).map(verb => item(verb, verbWord(verb), () => void click(verb))),
+        ...(isActive(service) || service.process_gone ? [item("reset", _("Forget its process"), () => void actAsked("reset", service))] : []),
+        service.config?.start === "disabled" ? item("enable", _("Enable"), () => void act("enable", service)) : item("disable", _("Disable"), () => void act("disable", service)),
+        ...(isMasked(service.config) ? [item("unmask", _("Unmask"), () => void act("unmask", service))] : []),
+        ...(edit ? [item("edit", _("Edit"), edit)] : []),
+        item("delete", _("Delete"), () => setDeleting(true)),
     ];
     return (
         <span className="tv-buttons">
-            {shown.map(verb => (
-                <Button key={verb} variant={!compact && verb === "start" ? "primary" : "secondary"} isSmall={compact} isDisabled={busy}
+            {shown.map((verb, index) => ( // the same button whatever it offers, and one that can be held: it keeps the focus
+                <Button key={index} variant={!compact && verb === "start" ? "primary" : "secondary"} isSmall={compact} isAriaDisabled={busy}
                         aria-label={compact ? format(_("$0 $1"), verbWord(verb), service.name) : undefined}
                         onClick={() => void click(verb)}>{verbWord(verb)}</Button>
             ))}
             <Dropdown isPlain position="right" isOpen={open} dropdownItems={items}
-                      toggle={<KebabToggle isDisabled={busy} aria-label={format(_("More for $0"), service.name)} onToggle={setOpen} />} />
+                      toggle={<KebabToggle id={menuId} aria-label={format(_("More for $0"), service.name)} onToggle={setOpen} />} />
             {question && <QuestionDialog question={question} close={() => setQuestion(null)} />}
             {deleting && <DeleteDialog service={service} close={() => setDeleting(false)} />}
         </span>

@@ -121,3 +121,47 @@ if (process.env.TV_PICTURES) {
         tvscText('reset', 'spooler');
     };
 }
+
+cases['the focus stays on the button that started a service, and on the menu that something was chosen from'] = async page => {
+    const focused = () => page.evaluate(() => document.activeElement.getAttribute('aria-label'));
+    await act(button(page, 'Start spooler'));
+    await button(page, 'Stop spooler').waitFor();
+    await page.waitForTimeout(500);
+    assert.equal(await focused(), 'Stop spooler');
+    await page.keyboard.press('Enter');
+    await until(() => state('spooler') === 'stopped', 'spooler is stopped');
+    await button(page, 'Start spooler').waitFor();
+    await act(button(page, 'More for spooler'));
+    await pressTo(page, 'ArrowDown', 'Disable');
+    await page.keyboard.press('Enter');
+    await until(() => config('spooler').start === 'disabled', 'spooler is disabled');
+    assert.equal(await focused(), 'More for spooler');
+    assert.equal(await page.getByRole('menuitem').count(), 0);
+    tvscText('config', 'spooler', '--start', 'demand');
+};
+
+cases['what is being done and what is wrong is read out when it changes, not each second'] = async page => {
+    await button(page, 'Start mute').waitFor();
+    // What is read out: text that changes where the next region around it is a live one.
+    await page.evaluate(() => {
+        globalThis.readOut = [];
+        const look = records => records.forEach(({ target, addedNodes, type }) => {
+            const near = target.nodeType === Node.ELEMENT_NODE ? target : target.parentElement;
+            const region = near?.closest('[aria-live]');
+            if (!region || region.getAttribute('aria-live') === 'off' || (type === 'childList' && addedNodes.length === 0)) return;
+            globalThis.readOut.push({ text: near.textContent, atomic: region.getAttribute('aria-atomic') });
+        });
+        new MutationObserver(look).observe(document.body, { subtree: true, childList: true, characterData: true });
+    });
+    await act(button(page, 'Start mute'));
+    await shows(page, /The daemon has been busy for \d+ s/);
+    await page.waitForTimeout(5000);
+    const first = await page.evaluate(() => globalThis.readOut);
+    assert.ok(first.some(({ text }) => text.includes('mute is being started')), 'the start is read out');
+    assert.ok(first.some(({ text }) => text.includes('It serves one request at a time')), 'what is wrong is read out');
+    assert.ok(first.every(({ atomic }) => atomic === 'false'), 'only what is new');
+    assert.ok(first.length <= 6, JSON.stringify(first));
+    await page.getByText('mute was not started').waitFor({ timeout: 60000 });
+    const all = await page.evaluate(() => globalThis.readOut);
+    assert.ok(all.some(({ text }) => text.includes('mute was not started')), 'its end is read out');
+};
