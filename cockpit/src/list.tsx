@@ -11,7 +11,7 @@ import { ToggleGroup, ToggleGroupItem } from "@patternfly/react-core/dist/esm/co
 import SearchIcon from "@patternfly/react-icons/dist/esm/icons/search-icon";
 import "@patternfly/react-styles/css/components/Table/table.css";
 import { ServiceButtons } from "./buttons";
-import { ServiceLink, StateLabel, useNow } from "./parts";
+import { Loading, ServiceLink, StateLabel, useNow } from "./parts";
 import { Picture, startedAt } from "./services";
 import { Kind, kindOf, kindWord, kinds, startWord } from "./states";
 import { Service, keyOf } from "./tvsc";
@@ -82,6 +82,7 @@ export function ServiceList({ picture, create }: { picture: Picture; create: () 
     const pages = Math.max(1, Math.ceil(chosen.length / perPage));
     const shownPage = Math.min(page, pages);
     const shown = chosen.slice((shownPage - 1) * perPage, shownPage * perPage);
+    const unknown = shown.length === 0 && !picture.configured && (start !== "" || search.trim() !== ""); // groups are searched, too
     const sortBy = (column: Column) => setSort({ column, down: sort.column === column && !sort.down });
     const uptime = (service: Service) => {
         const since = startedAt(service);
@@ -127,7 +128,8 @@ export function ServiceList({ picture, create }: { picture: Picture; create: () 
                     </tr></thead>
                     <tbody>{shown.map(service => <Row key={keyOf(service)} service={service} uptime={uptime(service)} />)}</tbody>
                 </table>}
-            {shown.length === 0 && picture.services.length > 0 &&
+            {unknown && <Loading />}
+            {shown.length === 0 && picture.services.length > 0 && !unknown &&
                 <EmptyState>
                     <EmptyStateIcon icon={SearchIcon} />
                     <Title headingLevel="h2" size="lg">{_("No service matches")}</Title>

@@ -114,7 +114,18 @@ function Doing({ service, program, since, now }: { service: Service; program: Pr
     );
 }
 
-const kindText = (service: Service): string => (service.type ?? []).map(type => type.replace(/^win32_/, "").replace(/_/g, " ")).join(", ");
+function typeWord(type: string): string {
+    switch (type) {
+    case "win32_own_process": return _("own process");
+    case "win32_share_process": return _("shared process");
+    case "interactive_process": return _("interactive");
+    case "kernel_driver": return _("kernel driver");
+    case "file_system_driver": return _("file system driver");
+    default: return type.replace(/_/g, " ");
+    }
+}
+
+const kindText = (service: Service): string => (service.type ?? []).map(typeWord).join(", ");
 
 function Configuration({ service }: { service: Service }) {
     const config = service.config;

@@ -21,6 +21,7 @@ import { Daemon, Named, Service, StatusAnswer, keyOf, run, spawn } from "./tvsc"
 export interface Picture {
     services: Service[];
     loaded: boolean;        // there was a list
+    configured: boolean;    // the configurations have been read, as far as they can be
     daemon: Daemon | null;
     failure: { words: string; problem: string | null } | null; // why there is no newer list
     busySince: number | null; // when a list was asked for that has not come in time; ms since the epoch
@@ -34,7 +35,7 @@ const busyMs = 2500;
 const configsMs = 120000;      // somebody else may change a configuration, which no state tells
 const singlyRead = 20;         // as many new services are read one by one
 
-const picture = makeStore<Picture>({ services: [], loaded: false, daemon: null, failure: null, busySince: null });
+const picture = makeStore<Picture>({ services: [], loaded: false, configured: false, daemon: null, failure: null, busySince: null });
 export const usePicture = picture.use;
 
 const show = (change: Partial<Picture>) => picture.set({ ...picture.get(), ...change });
@@ -66,6 +67,7 @@ async function readAllConfigs() {
     configsTookMs = configsReadAt - begin;
     readingConfigs = false;
     takeConfigs(ended.answer?.services ?? []);
+    if (ended.answer) show({ configured: true });
 }
 
 async function readConfigsOf(services: Named[]) {

@@ -2,7 +2,7 @@
 // list: the list of services: what it shows, chooses and sorts, and what is done from it.
 import { strict as assert } from 'node:assert';
 import { act, button, cases, chooseMore, goTo, row, shows } from '../browser.mjs';
-import { calls, config, find, outputOf, refusing, services, state, tvscText, until } from '../world.mjs';
+import { calls, config, find, holding, outputOf, refusing, services, state, tvscText, until } from '../world.mjs';
 
 cases['the list shows every service with its state, its names as they are'] = async page => {
     await row(page, 'web').waitFor();
@@ -198,4 +198,17 @@ cases['a process that lives is forgotten only by somebody who was asked'] = asyn
     await act(button(page, 'Forget it'));
     await until(() => state('spooler') === 'stopped' && find('spooler').exit.win32 === 1067, 'stopped with 1067');
     process.kill(living, 'SIGKILL');
+};
+
+cases['no service is said not to match as long as configurations are not read'] = async page => {
+    await holding('^list --json$', async () => {
+        await page.reload();
+        await row(page, 'fax').waitFor();
+        await page.getByLabel('Show services by start type').selectOption('disabled');
+        await page.getByRole('progressbar', { name: 'Loading' }).waitFor();
+        assert.equal(await page.getByText('No service matches').count(), 0);
+    });
+    await row(page, 'fax').waitFor();
+    await page.getByLabel('Show services by start type').selectOption('boot');
+    await shows(page, 'No service matches');
 };

@@ -67,6 +67,8 @@ cases['German says all of it'] = async (page, browser) => {
     await german.getByRole('link', { name: 'Befunde' }).waitFor();
     assert.equal(await german.locator('html').getAttribute('lang'), 'de');
     assert.equal(await german.title(), 'Win32-Dienste');
+    await goTo(german, 'service/web');
+    await shows(german, 'eigener Prozess');
     await german.context().close();
 };
 
