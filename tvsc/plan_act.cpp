@@ -52,7 +52,9 @@ bool PlanStart(Session &session, const ListedService &named, const ActPlanOption
         Failed(session, named.name, "plan", rc, "its dependencies cannot be listed");
         return false;
     }
-    if (IsKeptFromStarting(session, service.get(), named.name, action, options.force)) return false;
+    const bool force =
+        options.force || !session.options.dryRun; // a plan shows what is disabled, as a step to be seen to
+    if (IsKeptFromStarting(session, service.get(), named.name, action, force)) return false;
     // A lock ends by itself: a plan for later does not mind it.
     if (session.options.dryRun && IsLocked(session, named.name)) return false;
     for (auto one = needed.rbegin(); one != needed.rend(); ++one) {
@@ -61,7 +63,7 @@ bool PlanStart(Session &session, const ListedService &named, const ActPlanOption
             Failed(session, named.name, action, ERROR_SERVICE_DEPENDENCY_FAIL, fmt::format("{} is stopped", one->name));
             return false;
         }
-        if (IsKept(session, one->name, action, options.force)) return false;
+        if (IsKept(session, one->name, action, force)) return false;
         AddStep(steps, "start", one->name, "needed by " + named.name);
     }
     return true;
