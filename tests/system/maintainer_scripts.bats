@@ -21,7 +21,7 @@ readonly preamble='
 '
 
 onHost() { # SCRIPT
-    "$TV_SOURCE/tools/private-host" bash -euo pipefail -c "$preamble $1"
+    "$TV_SOURCE/tools/private-host" bash -Eeuo pipefail -c "trap 'echo \"failed: \$BASH_COMMAND\" >&2' ERR; $preamble $1"
 }
 
 @test "services that ran before an upgrade run after it, whatever their names, and are told of" {
