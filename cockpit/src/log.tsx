@@ -19,13 +19,21 @@ export function Log({ service, hosted, begun }: { service: Named; hosted: boolea
     const box = useRef<HTMLPreElement>(null);
     const { name, name_bytes } = service;
 
+    useEffect(() => setText(""), [name, name_bytes, begun]);
+
+    // What is shown stays until there is something newer: a switch of following alone says nothing of the log.
     useEffect(() => {
-        setText("");
         setFailure("");
         if (!hosted || !begun) return;
         let over = false;
+        let isFirst = true;
         const process = spawn(["logs", "-n", "200", ...(follow ? ["-f"] : [])], { name, name_bytes });
-        process.stream(piece => { if (!over) setText(before => lastLines(before + piece)) });
+        process.stream(piece => {
+            if (over) return;
+            const shownBefore = !isFirst;
+            isFirst = false;
+            setText(before => lastLines((shownBefore ? before : "") + piece));
+        });
         process.then(() => undefined, ended => { if (!over) setFailure(failureText({ words: ended.message, problem: ended.problem })) });
         return () => { over = true; process.close("cancelled") };
     }, [name, name_bytes, follow, hosted, begun]);
