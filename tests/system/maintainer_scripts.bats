@@ -55,14 +55,17 @@ onHost() { # SCRIPT
 
 @test "a service that does not start any more is told of, and the package is configured all the same" {
     onHost '
-        for name in broken sound; do
+        for name in broken automatic sound; do
             cp /bin/sleep /run/$name
             tvsc create $name --exec "/run/$name 1000" --start demand
             tvsc start $name
         done
-        rm /run/broken
+        tvsc config automatic --start auto --set AppReadyDelay=300
+        rm /run/broken /run/automatic
         replace >/run/told 2>/run/complained
-        grep -qxF "servd: broken ran before the upgrade and does not start now" /run/complained
+        for name in broken automatic; do
+            grep -qxF "servd: $name ran before the upgrade and does not start now" /run/complained
+        done
         [ "$(cat /run/told)" = "servd: sound was restarted" ]
     '
 }
