@@ -22,31 +22,26 @@ std::uint32_t *PutWord(std::uint32_t *at, std::uint32_t word) {
 }
 
 // The zeros that fill the last word up stand there first.
-std::uint32_t *PutText(std::uint32_t *at, const char *text, std::size_t length) {
-    at = PutWord(at, static_cast<std::uint32_t>(length));
-    const std::size_t words = WordsOf(length);
+std::uint32_t *PutText(std::uint32_t *at, std::string_view text) {
+    at = PutWord(at, static_cast<std::uint32_t>(text.size()));
+    const std::size_t words = WordsOf(text.size());
     if (words == 0) return at;
     at[words - 1] = 0;
-    std::memcpy(at, text, length);
+    std::memcpy(at, text.data(), text.size());
     return at + words;
 }
 
-// A link with the word before it that says there is one. False where the stream has no such stretch: nothing is encoded
-// then.
+std::string_view ViewOf(const char *text) { return text != nullptr ? text : std::string_view(); }
+
+// A link with the word before it. False where the stream has no such stretch: nothing is encoded then.
 bool EncodeInPlace(XDR *xdrs, const Listed &link) {
-    const char *const name = link.name != nullptr ? link.name : "";
-    const char *const displayName = link.displayName != nullptr ? link.displayName : "";
-    const std::size_t nameBytes = std::strlen(name);
-    const std::size_t displayNameBytes = std::strlen(displayName);
-    if (nameBytes > longestInPlace || displayNameBytes > longestInPlace - nameBytes) return false;
-    const std::size_t words = linkWords + WordsOf(nameBytes) + WordsOf(displayNameBytes);
-    auto *at = reinterpret_cast<std::uint32_t *>(XDR_INLINE(xdrs, static_cast<u_int>(words * BYTES_PER_XDR_UNIT)));
+    const std::string_view name = ViewOf(link.name);
+    const std::string_view displayName = ViewOf(link.displayName);
+    if (name.size() > longestInPlace || displayName.size() > longestInPlace - name.size()) return false;
+    const std::size_t bytes = ListedWords(name.size(), displayName.size()) * BYTES_PER_XDR_UNIT;
+    auto *at = reinterpret_cast<std::uint32_t *>(XDR_INLINE(xdrs, static_cast<u_int>(bytes)));
     if (at == nullptr) return false;
-    at = PutWord(at, 1);
-    at = PutText(at, name, nameBytes);
-    at = PutText(at, displayName, displayNameBytes);
-    std::apply([&at](const auto &...fields) { ((at = PutWord(at, static_cast<std::uint32_t>(fields))), ...); },
-               Fields(link.status));
+    (void)PutListed(at, name, displayName, link.status);
     return true;
 }
 
@@ -61,6 +56,32 @@ bool_t Encode(XDR *xdrs, Listed *link) {
 }
 
 } // namespace
+
+std::size_t ListedWords(std::size_t nameBytes, std::size_t displayNameBytes) {
+    return linkWords + WordsOf(nameBytes) + WordsOf(displayNameBytes);
+}
+
+std::uint32_t *PutListed(std::uint32_t *at, std::string_view name, std::string_view displayName,
+                         const svd_status_t &status) {
+    at = PutWord(at, 1);
+    at = PutText(at, name);
+    at = PutText(at, displayName);
+    std::apply([&at](const auto &...fields) { ((at = PutWord(at, static_cast<std::uint32_t>(fields))), ...); },
+               Fields(status));
+    return at;
+}
+
+bool_t xdr_EncodedEnumeration(XDR *xdrs, EncodedEnumeration *record) {
+    servd_SERV_ENUM_STATUS_SERVICE_RETURN &words = record->words;
+    if (xdrs->x_op != XDR_ENCODE ||
+        !CodeFields(xdrs, words.status, words.bytesNeeded, words.servicesReturned, words.resumeIndex)) {
+        return FALSE;
+    }
+    if (record->serviceBytes != 0 && !XDR_PUTBYTES(xdrs, record->services, static_cast<u_int>(record->serviceBytes))) {
+        return FALSE;
+    }
+    return CodeField(xdrs, words.services); // the end
+}
 
 bool_t CodeField(XDR *xdrs, svd_enum_status_list_t *&head) {
     return xdrs->x_op == XDR_ENCODE ? Encode(xdrs, head) : CodeField<svd_enum_status_list_t>(xdrs, head);

@@ -10,6 +10,8 @@
 #include "rpc/procedure.h"
 #include "servd/programs.h"
 
+#include <string_view>
+
 // The procedures, in the order of their numbers: number, its name, the daemon's handler, the argument record. The
 // result record is named after the argument, with _RETURN behind. 0 is the null procedure.
 // clang-format off
@@ -254,6 +256,20 @@ constexpr auto Fields(As<servd_SERV_ENUM_STATUS_SERVICE_RETURN> auto &r) {
     return std::tie(r.status, r.bytesNeeded, r.servicesReturned, r.resumeIndex, r.services);
 }
 
+// The same answer as the daemon makes it: each service is encoded as it is listed, and no record is made of it.
+struct EncodedEnumeration {
+    servd_SERV_ENUM_STATUS_SERVICE_RETURN words; // its list stays null
+    char *services;                              // what PutListed wrote of each; malloc memory
+    std::size_t serviceBytes;
+    std::size_t roomBytes; // of services
+};
+
+// Writes a link of an enumeration as it travels, the word before it that says there is one included, and returns what
+// is behind it. There must be room for ListedWords of the lengths of both names.
+std::uint32_t *PutListed(std::uint32_t *at, std::string_view name, std::string_view displayName,
+                         const svd_status_t &status);
+[[nodiscard]] std::size_t ListedWords(std::size_t nameBytes, std::size_t displayNameBytes);
+
 struct servd_SERV_GET_DISPLAY_SERVICE {
     char *name;
 };
@@ -362,3 +378,4 @@ TV_ROUTINE(svd_enum_status_list_t)
     TV_PROCEDURE(number, Record, Record##_RETURN)
 SERVD_PROCEDURES(SERVD_DECLARE)
 #undef SERVD_DECLARE
+TV_ROUTINE(EncodedEnumeration) // encodes only

@@ -26,10 +26,10 @@ struct Row {
 alignas(std::max_align_t) char argumentArea[std::max(sizeof(servd_SERV_CREATE_SERVICE),
                                                      sizeof(servd_SERV_CHANGE_CONFIG_SERVICE))];
 
-template <typename Argument, ResultOf<Argument> *(*Handler)(Argument *, svc_req *)>
+template <typename Argument, ReplyTo<Argument> *(*Handler)(Argument *, svc_req *)>
 Row RowOf() {
     static_assert(sizeof(Argument) <= sizeof argumentArea);
-    return {RoutineOf<Argument>(), RoutineOf<ResultOf<Argument>>(), [](void *argument, svc_req *request) -> void * {
+    return {RoutineOf<Argument>(), RoutineOf<ReplyTo<Argument>>(), [](void *argument, svc_req *request) -> void * {
                 return Handler(static_cast<Argument *>(argument), request);
             }};
 }

@@ -164,8 +164,12 @@ bool EndsWalk(Win32Code rc) { return rc != ERROR_SUCCESS && rc != ERROR_MORE_DAT
 
 } // namespace
 
+std::int32_t EnumRecordBytes(std::size_t nameBytes, std::size_t displayNameBytes) {
+    return static_cast<std::int32_t>(nameBytes + 1 + displayNameBytes + 1) + fixedRecordBytes;
+}
+
 std::int32_t EnumRecordBytes(const ServiceDatabaseEntry &entry) {
-    return static_cast<std::int32_t>(TextLength(entry.name) + 1 + TextLength(entry.displayName) + 1) + fixedRecordBytes;
+    return EnumRecordBytes(TextLength(entry.name), TextLength(entry.displayName));
 }
 
 svd_enum_status_list_t *NewEnumRecord(const ServiceDatabaseEntry &entry) {

@@ -4,7 +4,7 @@
 // Sizes are counted as a Win32 caller's buffer would fill: both names with their terminators and a fixed part, each
 // service (EnumRecordBytes).
 // Owns:    the lists and names in the static results, each until the next call of its handler. The list of the status
-//          enumeration is one block, since a block for each of its names takes longer than all the rest.
+//          enumeration is encoded out of svcdb at once: whatever is made of a service on the way costs as much again.
 // Thread:  main thread only.
 // Deliberate: the status enumeration never lists record 0, and the name look-ups find services marked for deletion.
 #include "servd/servd_svc_proc/handlers.h"
@@ -19,7 +19,8 @@
 #include "tv/winerror.h"
 #include "tv/winsvc.h"
 
-#include <cstring>
+#include <algorithm>
+#include <string_view>
 
 namespace {
 
@@ -40,52 +41,35 @@ bool IsListed(const ServiceDatabaseEntry &entry, const servd_SERV_ENUM_STATUS_SE
            PassesStateFilter(entry.status.dwCurrentState, wanted.stateFilter);
 }
 
-// Copies a name to *room and moves *room behind it. Null stays null.
-char *CopyName(const char *name, char **room) {
-    if (name == nullptr) return nullptr;
-    const std::size_t bytes = std::strlen(name) + 1;
-    char *copy = static_cast<char *>(std::memcpy(*room, name, bytes));
-    *room += bytes;
-    return copy;
-}
-
-// Lists the `count` services that the client wants after the first `resumeIndex` of them: one block, the records in
-// front, then their names, for which `recordBytes` (EnumRecordBytes of all of them) is room enough.
-svd_enum_status_list_t *CopyServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, std::int32_t count,
-                                     std::int32_t recordBytes) {
-    if (count == 0) return nullptr;
-    const std::size_t frontBytes = static_cast<std::size_t>(count) * sizeof(svd_enum_status_list_t);
-    auto *first = static_cast<svd_enum_status_list_t *>(
-        CheckedRealloc(nullptr, frontBytes + static_cast<std::size_t>(recordBytes)));
-    char *room = reinterpret_cast<char *>(first) + frontBytes;
-    svd_enum_status_list_t *record = first;
-    std::int32_t skipped = 0;
-    for (std::int32_t index = 1; record != first + count; ++index) {
-        const ServiceDatabaseEntry &entry = svcdb[index];
-        if (!IsListed(entry, wanted) || skipped++ < wanted.resumeIndex) continue;
-        *record = {.name = CopyName(entry.name, &room),
-                   .displayName = CopyName(entry.displayName, &room),
-                   .status = entry.status,
-                   .next = record + 1};
-        ++record;
+// Encodes a service behind those that the answer has.
+void AppendService(std::string_view name, std::string_view displayName, const svd_status_t &status,
+                   EncodedEnumeration *answer) {
+    const std::size_t bytes = ListedWords(name.size(), displayName.size()) * BYTES_PER_XDR_UNIT;
+    if (answer->roomBytes - answer->serviceBytes < bytes) {
+        answer->roomBytes = std::max(answer->roomBytes * 2, answer->serviceBytes + bytes);
+        answer->services = static_cast<char *>(CheckedRealloc(answer->services, answer->roomBytes));
     }
-    first[count - 1].next = nullptr;
-    return first;
+    (void)PutListed(reinterpret_cast<std::uint32_t *>(answer->services + answer->serviceBytes), name, displayName,
+                    status);
+    answer->serviceBytes += bytes;
 }
 
-// Fills the reply with the services that the client wants, from the one after the first `resumeIndex` of them on, as
+// Fills the answer with the services that the client wants, from the one after the first `resumeIndex` of them on, as
 // far as they fit; bytesNeeded is the size of those that do not. Deliberate: the code is 0 even then. The resume index
 // counts matching services; it is 0 when all fitted, and also when not even the first one did.
-void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, servd_SERV_ENUM_STATUS_SERVICE_RETURN *reply) {
+void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, EncodedEnumeration *answer) {
+    servd_SERV_ENUM_STATUS_SERVICE_RETURN *const reply = &answer->words;
     std::int32_t remaining = wanted.bufferBytes;
-    std::int32_t listedBytes = 0;
     std::int32_t matched = 0;
     bool overflowed = false;
     for (std::int32_t index = 1; index < svcdbsize; ++index) {
-        if (!IsListed(svcdb[index], wanted)) continue;
+        const ServiceDatabaseEntry &entry = svcdb[index];
+        if (!IsListed(entry, wanted)) continue;
         matched += 1;
         if (matched <= wanted.resumeIndex) continue;
-        const std::int32_t recordBytes = EnumRecordBytes(svcdb[index]);
+        const std::string_view name = entry.name;
+        const std::string_view displayName = entry.displayName != nullptr ? entry.displayName : std::string_view();
+        const std::int32_t recordBytes = EnumRecordBytes(name.size(), displayName.size());
         if (recordBytes > remaining) {
             if (!overflowed) reply->resumeIndex = matched - 1;
             overflowed = true;
@@ -95,9 +79,8 @@ void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, servd_SERV_ENUM_
         }
         remaining -= recordBytes;
         reply->servicesReturned += 1;
-        listedBytes += recordBytes;
+        AppendService(name, displayName, entry.status, answer);
     }
-    reply->services = CopyServices(wanted, reply->servicesReturned, listedBytes);
 }
 
 // Whether the service names dependencies at all. Returns 0 and *named; or the code of the registry call that failed.
@@ -146,15 +129,15 @@ Win32Code TranslateName(std::int32_t (*find)(const char *), const char *text, ch
 
 } // namespace
 
-servd_SERV_ENUM_STATUS_SERVICE_RETURN *serv_enum_status_service_1(servd_SERV_ENUM_STATUS_SERVICE *argument, svc_req *) {
-    // Owns the list of the last call that was not refused, one block.
-    static servd_SERV_ENUM_STATUS_SERVICE_RETURN reply;
+EncodedEnumeration *serv_enum_status_service_1(servd_SERV_ENUM_STATUS_SERVICE *argument, svc_req *) {
+    // Keeps the list of the last call that was not refused; the next one has its memory.
+    static EncodedEnumeration reply;
     if (argument->resumeIndex < 0 || argument->resumeIndex >= svcdbsize) {
-        reply.status = ERROR_INVALID_PARAMETER; // 87; deliberate: the rest of the reply is that of the last call
+        reply.words.status = ERROR_INVALID_PARAMETER; // 87; deliberate: the rest of the reply is that of the last call
         return &reply;
     }
-    std::free(reply.services);
-    reply = {};
+    reply.words = {};
+    reply.serviceBytes = 0;
     ListServices(*argument, &reply);
     return &reply;
 }

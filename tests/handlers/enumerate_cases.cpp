@@ -150,6 +150,40 @@ TEST_F(Handlers, an_enumeration_that_answers_87_repeats_the_last_list_deliberate
     EXPECT_THAT(NamesOf(reply->services), ElementsAre("alerter"));
 }
 
+TEST_F(Handlers, the_list_beside_an_87_keeps_services_that_have_gone_since_deliberate) {
+    PutService("alerter", "The alerter");
+    PutService("browser", "The browser");
+    StartDaemon();
+    ASSERT_EQ(All(0, enoughBytes)->servicesReturned, 2);
+    Change change = {.handle = 2};
+    change.displayName = std::string("Renamed\0", 8);
+    ASSERT_EQ(ChangeConfig(change)->status, ERROR_SUCCESS);
+    ASSERT_EQ(Open("alerter")->handle, 1);
+    ASSERT_EQ(Delete(1), ERROR_SUCCESS);
+    ASSERT_EQ(Close(1), ERROR_SUCCESS);
+    const auto reply = All(-1, enoughBytes);
+    EXPECT_EQ(reply->status, ERROR_INVALID_PARAMETER);
+    EXPECT_THAT(EntriesOf(reply->services), ElementsAre(Listed{"alerter", "The alerter", InState(SERVICE_STOPPED)},
+                                                        Listed{"browser", "The browser", InState(SERVICE_STOPPED)}));
+    EXPECT_THAT(EntriesOf(All(0, enoughBytes)->services),
+                ElementsAre(Listed{"browser", "Renamed", InState(SERVICE_STOPPED)}));
+}
+
+TEST_F(Handlers, names_of_any_length_are_listed) {
+    const std::string longName(200, 'n');
+    const std::string longDisplayName(9001, 'd');
+    Load({});
+    ASSERT_EQ(Create({.name = "zero"})->handle, 0);
+    ASSERT_EQ(Create({.name = "a", .displayName = longDisplayName})->handle, 1);
+    ASSERT_EQ(Create({.name = "b", .displayName = "b"})->handle, 2);
+    ASSERT_EQ(Create({.name = longName, .displayName = "long"})->handle, 3);
+    std::vector<std::size_t> lengths;
+    for (const Listed &entry : EntriesOf(All(0, enoughBytes)->services)) {
+        lengths.insert(lengths.end(), {entry.name.size(), entry.displayName.size()});
+    }
+    EXPECT_THAT(lengths, ElementsAre(1, 9001, 1, 1, 200, 4));
+}
+
 TEST_F(Handlers, the_array_grows_with_its_51st_service_and_so_does_the_resume_index) {
     Load({});
     for (int i = 0; i < 51; ++i) {

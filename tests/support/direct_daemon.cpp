@@ -19,26 +19,33 @@ namespace {
 
 bool calledBefore = false;
 
+struct HandlerCall {
+    void *(*run)(void *argument);
+    xdrproc_t codeReply; // of what it answers with
+};
+
 template <auto Handler>
 struct Signature;
 template <typename Reply, typename Argument, Reply *(*Handler)(Argument *, svc_req *)>
 struct Signature<Handler> {
     static void *Run(void *argument) { return Handler(static_cast<Argument *>(argument), nullptr); }
+    static HandlerCall Call() { return {Run, RoutineOf<Reply>()}; }
 };
 
 // By procedure number.
-#define TV_RUN(number, name, handler, Record) Signature<handler>::Run,
-void *(*const handlers[])(void *) = {nullptr, SERVD_PROCEDURES(TV_RUN)};
+#define TV_CALL(number, name, handler, Record) Signature<handler>::Call(),
+const HandlerCall handlers[] = {{}, SERVD_PROCEDURES(TV_CALL)};
 
 } // namespace
 
 bool Exchange(std::uint32_t procedure, xdrproc_t, void *argument, xdrproc_t codeReply, void *reply) {
     calledBefore = true;
-    void *result = handlers[procedure](argument);
-    std::string bytes(xdr_sizeof(codeReply, result), '\0');
+    const HandlerCall &handler = handlers[procedure];
+    void *result = handler.run(argument);
+    std::string bytes(xdr_sizeof(handler.codeReply, result), '\0');
     XDR stream;
     xdrmem_create(&stream, bytes.data(), static_cast<u_int>(bytes.size()), XDR_ENCODE);
-    EXPECT_TRUE(codeReply(&stream, result));
+    EXPECT_TRUE(handler.codeReply(&stream, result));
     xdrmem_create(&stream, bytes.data(), static_cast<u_int>(bytes.size()), XDR_DECODE);
     EXPECT_TRUE(codeReply(&stream, reply));
     return true;

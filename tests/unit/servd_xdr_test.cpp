@@ -239,6 +239,34 @@ TEST(servd_SERV_ENUM_STATUS_SERVICE_RETURN, no_entry_is_one_marker) {
         Words({87, 1, 2, 3, 0}));
 }
 
+TEST(EncodedEnumeration, its_bytes_are_those_of_the_answer_with_a_list) {
+    std::vector<std::uint32_t> words(ListedWords(7, 0) + ListedWords(1, 10), 0xFFFFFFFF);
+    std::uint32_t *at = PutListed(words.data(), "Alerter", "", {});
+    EXPECT_EQ(at, words.data() + ListedWords(7, 0));
+    at = PutListed(at, "B", "Second one", status);
+    EXPECT_EQ(at, words.data() + words.size());
+    const std::size_t bytes = words.size() * sizeof(std::uint32_t);
+    EncodedEnumeration answer = {
+        .words = {.status = 234, .bytesNeeded = 100, .servicesReturned = 2, .resumeIndex = 9, .services = nullptr},
+        .services = reinterpret_cast<char *>(words.data()),
+        .serviceBytes = bytes,
+        .roomBytes = bytes};
+    const std::string expected = Words({234, 100, 2, 9, 1}) + entries;
+    EXPECT_EQ(EncodeRecord(answer), expected);
+    for (std::size_t room = 0; room < expected.size(); ++room) {
+        EXPECT_EQ(EncodeRecord(answer, room), "") << "in " << room << " bytes";
+    }
+}
+
+TEST(EncodedEnumeration, without_services_it_ends_at_once) {
+    EncodedEnumeration answer = {
+        .words = {.status = 87, .bytesNeeded = 1, .servicesReturned = 2, .resumeIndex = 3, .services = nullptr},
+        .services = nullptr,
+        .serviceBytes = 0,
+        .roomBytes = 0};
+    EXPECT_EQ(EncodeRecord(answer), Words({87, 1, 2, 3, 0}));
+}
+
 TEST(servd_SERV_GET_DISPLAY_SERVICE, bytes) {
     ExpectBytes(servd_SERV_GET_DISPLAY_SERVICE{.name = Text("Spooler")}, XdrString("Spooler"));
 }
