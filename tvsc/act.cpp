@@ -9,6 +9,7 @@
 #include "svcapi/client.h"
 #include "svcapi/image_launcher.h"
 #include "svcapi/pid_file.h"
+#include "tvsc/foresight.h"
 #include "tvsc/logs.h"
 #include "tvsc/names.h"
 #include "tvsc/plan_act.h"
@@ -221,13 +222,21 @@ DWORD StateAfter(DWORD control) {
     }
 }
 
+// What the daemon would answer to a control, as far as the service itself is not asked for it.
+bool TellControl(Session &session, SC_HANDLE service, const std::string &name, DWORD control) {
+    const DWORD refusal = ForeseeControl(session.options, service, name, control);
+    if (refusal != ERROR_SUCCESS) {
+        Failed(session, name, ActionName(control), refusal);
+        return false;
+    }
+    Done(session, name, ActionName(control), fmt::format("would be sent control {}", control));
+    return true;
+}
+
 bool SendControl(Session &session, SC_HANDLE service, const std::string &name, DWORD control, bool wait) {
+    if (session.options.dryRun) return TellControl(session, service, name, control);
     const std::string action = ActionName(control);
     SERVICE_STATUS status = {};
-    if (session.options.dryRun) {
-        Done(session, name, action, fmt::format("would be sent control {}", control));
-        return true;
-    }
     if (!ControlService(service, control, &status)) {
         Failed(session, name, action, GetLastError());
         return false;

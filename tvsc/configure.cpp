@@ -10,7 +10,7 @@
 #include "svcapi/image_launcher.h"
 #include "tvhost/parameters.h"
 #include "tvsc/act.h"
-#include "tvsc/apply.h"
+#include "tvsc/foresight.h"
 #include "tvsc/host_launcher.h"
 #include "tvsc/liveness.h"
 #include "tvsc/mask.h"
@@ -182,6 +182,20 @@ void NoteUnknownAmong(Session &session, const std::vector<std::string> &dependen
     NoteUnknownDependencies(session, dependencies, NamesOf(services));
 }
 
+// What would come of a creation. Returns the exit status.
+int TellCreate(Session &session, const CreateOptions &create, const std::vector<std::string> &needed,
+               const std::string &image) {
+    const DWORD refusal =
+        ForeseeCreate(session, {create.name, create.display, image, create.group, create.user, needed});
+    if (refusal != ERROR_SUCCESS) {
+        return Refuse(session, create.name, "create", refusal, RefusalText("not created", refusal));
+    }
+    NoteUnknownAmong(session, needed);
+    NoteMissingShell(session, create);
+    Done(session, create.name, "create", fmt::format("would be created with the image {}", image));
+    return Finish(session);
+}
+
 // Changes what tvhost runs for a service, and makes it one of tvhost's where a command is named. Returns whether that
 // worked; what did not is noted.
 //   image  set where the service gets another one
@@ -214,6 +228,18 @@ bool ChangeProgram(Session &session, SC_HANDLE service, const std::string &name,
     return rc == ERROR_SUCCESS || refuse(rc, "its parameters cannot be written");
 }
 
+// What would come of a change.
+void TellConfig(Session &session, SC_HANDLE service, const std::string &name, const ConfigOptions &config) {
+    RequestedService wanted = {name, config.display, config.image, config.group, config.user};
+    if (config.dependencies) wanted.dependencies = SplitAtCommas(*config.dependencies);
+    const DWORD refusal = ForeseeConfig(session, service, wanted);
+    if (refusal != ERROR_SUCCESS) {
+        return Failed(session, name, "config", refusal, RefusalText("not changed", refusal));
+    }
+    NoteUnknownAmong(session, wanted.dependencies.value_or(std::vector<std::string>()));
+    Done(session, name, "config", "would be changed");
+}
+
 void ChangeOne(Session &session, const std::string &name, ConfigOptions config) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) {
@@ -225,10 +251,7 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
         return Failed(session, name, "config", ERROR_SERVICE_DISABLED, "it is masked; first: tvsc unmask " + name);
     }
     if (SaysAnything(config.run) && !ChangeProgram(session, service.get(), name, config.run, &config.image)) return;
-    if (session.options.dryRun) {
-        NoteUnknownAmong(session, SplitAtCommas(config.dependencies.value_or("")));
-        return Done(session, name, "config", "would be changed");
-    }
+    if (session.options.dryRun) return TellConfig(session, service.get(), name, config);
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(SplitAtCommas(config.dependencies.value_or("")));
     const BOOL changed = ChangeServiceConfigA(
@@ -292,17 +315,7 @@ int RunCreate(Session &session, const CreateOptions &create) {
     if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
     std::vector<std::string> needed = create.dependencies;
     std::erase(needed, ""); // which would end the list
-    if (session.options.dryRun) {
-        const DWORD known = AskForService(session, create.name);
-        if (known != ERROR_SERVICE_DOES_NOT_EXIST) {
-            return Refuse(session, create.name, "create", known == ERROR_SUCCESS ? ERROR_SERVICE_EXISTS : known,
-                          "not created");
-        }
-        NoteUnknownAmong(session, needed);
-        NoteMissingShell(session, create);
-        Done(session, create.name, "create", fmt::format("would be created with the image {}", image));
-        return Finish(session);
-    }
+    if (session.options.dryRun) return TellCreate(session, create, needed, image);
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(needed);
     const ServiceHandle service(CreateServiceA(
@@ -343,7 +356,12 @@ int RunSwitch(Session &session, const std::string &action, const std::vector<std
     for (const std::string &name : ResolveNames(session, names, action)) {
         const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_CHANGE_CONFIG));
         const std::string text = fmt::format("start type {}", StartWord(startType));
-        if (service != nullptr && session.options.dryRun) {
+        const DWORD refusal = service != nullptr && session.options.dryRun
+                                  ? ForeseeConfig(session, service.get(), {.name = name})
+                                  : DWORD{ERROR_SUCCESS};
+        if (refusal != ERROR_SUCCESS) {
+            Failed(session, name, action, refusal, "not changed");
+        } else if (service != nullptr && session.options.dryRun) {
             Done(session, name, action, "would have " + text);
         } else if (service != nullptr &&
                    ChangeServiceConfigA(service.get(), SERVICE_NO_CHANGE, startType, SERVICE_NO_CHANGE, nullptr,

@@ -7,6 +7,7 @@
 #include "svcapi/image_launcher.h"
 #include "tvhost/parameters.h"
 #include "tvreg/value_text.h"
+#include "tvsc/foresight.h"
 #include "tvsc/hosted_settings.h"
 #include "tvsc/mask.h"
 #include "util/little_endian.h"
@@ -14,7 +15,6 @@
 #include "util/string_list.h"
 
 #include <fmt/format.h>
-#include <pwd.h>
 
 #include <algorithm>
 #include <iterator>
@@ -80,7 +80,7 @@ DWORD CheckAccount(const Options &options, const ServiceText &before, const Serv
     if (account == nullptr || !IsThisMachine(options) || HasSame(before, *account)) return ERROR_SUCCESS;
     const std::string name = WithoutMask(account->data.c_str());
     *problem = fmt::format("there is no account {}", name);
-    return name.empty() || getpwnam(name.c_str()) != nullptr ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
+    return IsAccount(name) ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
 }
 
 // What a person would write for a parameter's value: a list has one for each of its strings.

@@ -4,6 +4,7 @@
 
 #include "svcapi/process_stat.h"
 #include "tvhost/program.h"
+#include "tvsc/foresight.h"
 #include "tvsc/report.h"
 #include "tvsc/service_view.h"
 
@@ -48,9 +49,13 @@ void Reload(Session &session, const ServiceView &view) {
                "tvhost does not run it: its own controls tell it (tvsc control)");
         return;
     }
-    if (session.options.dryRun) return Done(session, name, "reload", "would have it read its configuration again");
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_USER_DEFINED_CONTROL));
     SERVICE_STATUS status = {};
+    if (service != nullptr && session.options.dryRun) {
+        const DWORD refusal = ForeseeControl(session.options, service.get(), name, reloadControl);
+        if (refusal != ERROR_SUCCESS) return Failed(session, name, "reload", refusal);
+        return Done(session, name, "reload", "would have it read its configuration again");
+    }
     if (service == nullptr || !ControlService(service.get(), reloadControl, &status)) {
         Failed(session, name, "reload", GetLastError());
     } else {

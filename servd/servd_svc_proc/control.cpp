@@ -12,6 +12,7 @@
 #include "servd/servd_svc_proc/handlers.h"
 
 #include "rpc/dial.h"
+#include "servd/control_rules.h"
 #include "servd/servd_svc_proc/database.h"
 #include "servd/servd_svc_proc/dependencies.h"
 #include "servd/servd_svc_proc/reaper.h"
@@ -54,25 +55,6 @@ Win32Code StartService(std::int32_t handle, svd_arglist_t *arglist, std::int32_t
     return QuickStartService(handle, arglist, argc);
 }
 
-bool IsControlCode(std::int32_t control) {
-    return (control >= SERVICE_CONTROL_STOP && control <= SERVICE_CONTROL_INTERROGATE) ||
-           (control >= 128 && control <= 255);
-}
-
-// What stands against sending this control to a service in this state; 0 when nothing does. The first rule decides.
-Win32Code RefusalOfControl(const svd_status_t &status, std::int32_t control) {
-    const std::int32_t state = status.dwCurrentState;
-    const std::int32_t accepted = status.dwControlsAccepted;
-    if (state == SERVICE_STOPPED) return ERROR_SERVICE_NOT_ACTIVE;              // 1062
-    if (!IsControlCode(control)) return ERROR_INVALID_SERVICE_CONTROL;          // 1052
-    if (state == SERVICE_STOP_PENDING) return ERROR_SERVICE_CANNOT_ACCEPT_CTRL; // 1061
-    if (state == SERVICE_START_PENDING && control != SERVICE_CONTROL_STOP) return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
-    if (control == SERVICE_CONTROL_STOP && (accepted & SERVICE_ACCEPT_STOP) == 0) return ERROR_INVALID_SERVICE_CONTROL;
-    const bool pauses = control == SERVICE_CONTROL_PAUSE || control == SERVICE_CONTROL_CONTINUE;
-    if (pauses && (accepted & SERVICE_ACCEPT_PAUSE_CONTINUE) == 0) return ERROR_INVALID_SERVICE_CONTROL;
-    return ERROR_SUCCESS;
-}
-
 // Sends a control to the service's process. Returns null when no answer came; an answer is static, and the caller
 // releases it with FreeRecord.
 service_CONTROL_SERVICE_OUT *SendControl(const ServiceDatabaseEntry &entry, std::int32_t control) {
@@ -94,7 +76,7 @@ Win32Code ControlService(std::int32_t handle, std::int32_t control, svd_status_t
     serviceStatus->dwCurrentState = entry.status.dwCurrentState;
     serviceStatus->dwControlsAccepted = entry.status.dwControlsAccepted;
 
-    const Win32Code refusal = RefusalOfControl(entry.status, control);
+    const Win32Code refusal = RefusalOfControl(entry.status.dwCurrentState, entry.status.dwControlsAccepted, control);
     if (refusal != ERROR_SUCCESS) return refusal;
     if (HasDeadlinePassedNow(entry)) {
         ServiceFailed(handle);

@@ -37,6 +37,15 @@ struct TvscTells : ServiceWorld {
         }
         return about;
     }
+    // Runs a command that must fail with a status, before that with --dry-run, which must tell the same.
+    static void ExpectRefusedAlike(int status, const std::vector<std::string> &words) {
+        std::vector<std::string> dry = words;
+        dry.insert(dry.begin(), "--dry-run");
+        const Ended told = Tvsc(dry), done = Tvsc(words);
+        EXPECT_EQ(told.status, status) << testing::PrintToString(words) << told.error;
+        EXPECT_EQ(done.status, status) << testing::PrintToString(words) << done.error;
+        EXPECT_EQ(told.error, done.error);
+    }
     void CreatePair() {
         CreateSample(name + "-1");
         CreateSample(name + "-2", "", {"--depends", name + "-1"});
@@ -77,18 +86,69 @@ TEST_F(TvscTells, delete_with_dry_run_refuses_what_delete_would_refuse) {
     CreateSample(name);
     CreateSample(name + "-needs", "", {"--depends", name});
     (void)Do({"start", "--with-deps", name + "-needs"});
-    for (const std::vector<std::string> &words :
-         {std::vector<std::string>{"delete", name}, {"delete", "--stop", name}}) {
-        std::vector<std::string> dry = words;
-        dry.insert(dry.begin(), "--dry-run");
-        const Ended told = Tvsc(dry), done = Tvsc(words);
-        EXPECT_EQ(told.status, done.status);
-        EXPECT_EQ(told.error, done.error);
-        EXPECT_NE(told.status, 0);
-    }
+    ExpectRefusedAlike(1, {"delete", name});
+    ExpectRefusedAlike(153, {"delete", "--stop", name});
     EXPECT_THAT(Do({"--dry-run", "delete", "--stop", "--with-dependents", name}), HasSubstr("would be deleted"));
     EXPECT_THAT(Do({"--dry-run", "delete", "--force", name}), HasSubstr("would be deleted"));
     EXPECT_EQ(StateOf(name + "-needs"), "running");
+}
+
+TEST_F(TvscTells, create_with_dry_run_refuses_what_create_would_refuse) {
+    CreatePair();
+    const std::string script = folder + "/" + name + "-1.csh", long1024(1024, 'x'), fresh = name + "-new";
+    ExpectRefusedAlike(6, {"create", fresh, "--image", script, "--user", "nobodyhere"});
+    ExpectRefusedAlike(6, {"create", fresh, "--exec", "/bin/true", "--user", ":masked:root"});
+    ExpectRefusedAlike(155, {"create", name + "-1", "--image", script});
+    ExpectRefusedAlike(1, {"create", fresh + "/x", "--image", script});
+    ExpectRefusedAlike(1, {"create", "", "--image", script});
+    ExpectRefusedAlike(1, {"create", fresh, "--image", script, "--display", long1024});
+    ExpectRefusedAlike(1, {"create", fresh, "--image", script, "--group", long1024});
+    ExpectRefusedAlike(6, {"create", fresh, "--image", script, "--group", name, "--depends", "+" + name});
+    WriteKey(servicesKey + "\\" + name + "-key", {});
+    ExpectRefusedAlike(155, {"create", name + "-KEY", "--image", script}); // a key that no service has
+    DeleteKey(servicesKey + "\\" + name + "-key");
+    (void)Do({"start", name + "-1"});
+    (void)Do({"delete", "--force", name + "-1"}); // it runs, and goes when it ends
+    ExpectRefusedAlike(155, {"create", name + "-1", "--image", script});
+}
+
+TEST_F(TvscTells, config_with_dry_run_refuses_what_config_would_refuse) {
+    CreatePair();
+    const std::string one = name + "-1", two = name + "-2", long1024(1024, 'x');
+    ExpectRefusedAlike(6, {"config", one, "--user", "nobodyhere"});
+    ExpectRefusedAlike(155, {"config", one, "--display", two});
+    ExpectRefusedAlike(6, {"config", one, "--depends", two});
+    ExpectRefusedAlike(6, {"config", one, "--depends", one});
+    ExpectRefusedAlike(1, {"config", one, "--group", long1024});
+    (void)Do({"config", one, "--depends", "+" + name});
+    ExpectRefusedAlike(6, {"config", one, "--group", name}); // it would need itself
+    ExpectRefusedAlike(6, {"config", two, "--group", name});
+    EXPECT_THAT(Do({"--dry-run", "config", one, "--display", one, "--user", "daemon", "--depends", ""}),
+                HasSubstr("would be changed"));
+}
+
+TEST_F(TvscTells, a_control_with_dry_run_is_refused_where_the_control_would_be) {
+    CreateSample(name);
+    CreateSample(name + "-deaf", "--controls 0");
+    (void)Do({"create", name + "-hosted", "--", "/bin/sleep", "1000"});
+    for (const std::string &service : {name, name + "-deaf", name + "-hosted"}) {
+        for (const std::string control : {"pause", "continue", "interrogate"}) {
+            ExpectRefusedAlike(7, {control, service});
+        }
+        ExpectRefusedAlike(7, {"control", service, "150"});
+        ExpectRefusedAlike(7, {"reload", service});
+        (void)Do({"start", service});
+    }
+    for (const std::string control : {"pause", "continue"}) {
+        ExpectRefusedAlike(3, {control, name + "-deaf"});
+        EXPECT_THAT(Do({"--dry-run", control, name}), HasSubstr(": would be sent control "));
+    }
+    ExpectRefusedAlike(3, {"control", name, "5"});
+    ExpectRefusedAlike(3, {"reload", name});
+    EXPECT_THAT(Do({"--dry-run", "reload", name + "-hosted"}), HasSubstr("would have it read"));
+    KillProcessOf(name);
+    ExpectRefusedAlike(7, {"interrogate", name});
+    EXPECT_EQ(StateOf(name), "stopped") << "the real one has it found";
 }
 
 TEST_F(TvscTells, a_dependency_that_is_not_there_is_told_by_whatever_makes_one) {

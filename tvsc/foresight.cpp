@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+// foresight: the checks of servd's procedures and of svcapi, in their order.
+#include "tvsc/foresight.h"
+
+#include "servd/control_rules.h"
+#include "svcapi/client.h"
+#include "svcapi/limits.h"
+#include "tvsc/apply.h"
+#include "tvsc/liveness.h"
+#include "tvsc/service_graph.h"
+#include "tvsc/service_registry.h"
+
+#include <pwd.h>
+
+#include <algorithm>
+
+namespace {
+
+bool IsShort(const std::optional<std::string> &text) { return CanBeLoaded(text ? text->c_str() : nullptr); }
+
+DWORD CheckTexts(const RequestedService &wanted) {
+    if (!IsShort(wanted.image) || !IsShort(wanted.group)) return ERROR_INVALID_PARAMETER;
+    return IsShort(wanted.display) ? ERROR_SUCCESS : ERROR_INVALID_NAME;
+}
+
+// Whether the name is free. The registry decides, where also a key without a service has its name.
+DWORD CheckIsFree(const Session &session, const std::string &name) {
+    ServiceText present;
+    std::string problem;
+    const DWORD rc = ReadServiceKey(name, session.options.host, &present, &problem);
+    if (rc == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
+    if (rc == ERROR_SUCCESS) return ERROR_SERVICE_EXISTS;
+    if (IsThisMachine(session.options)) return ERROR_DATABASE_DOES_NOT_EXIST;
+    const DWORD known = AskForService(session, name); // a registry that only its daemon reaches
+    if (known == ERROR_SERVICE_DOES_NOT_EXIST) return ERROR_SUCCESS;
+    return known == ERROR_SUCCESS || known == ERROR_SERVICE_MARKED_FOR_DELETE ? DWORD{ERROR_SERVICE_EXISTS} : known;
+}
+
+DWORD CheckDisplayName(const Session &session, const RequestedService &wanted) {
+    if (!wanted.display) return ERROR_SUCCESS;
+    std::string first;
+    DWORD rc = QueryKeyName(session.manager.get(), wanted.display->c_str(), &first); // also one that is not listed
+    if (rc == ERROR_SERVICE_DOES_NOT_EXIST) return ERROR_SUCCESS;
+    if (rc != ERROR_SUCCESS) return rc;
+    std::vector<ListedService> services;
+    rc = first == wanted.name ? EnumerateAllServices(session.manager.get(), &services) : DWORD{ERROR_DUP_NAME};
+    const bool hasOther = std::any_of(services.begin(), services.end(), [&](const ListedService &one) {
+        return one.name != wanted.name && one.displayName == *wanted.display;
+    });
+    return hasOther ? DWORD{ERROR_DUP_NAME} : rc;
+}
+
+DWORD CheckAccount(const Session &session, const RequestedService &wanted) {
+    const bool isTaken = !wanted.user || !IsThisMachine(session.options) || IsAccount(*wanted.user);
+    return isTaken ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
+}
+
+// The service as it would be among all, which is added where it is new.
+ServiceView *FindOrAdd(std::vector<ServiceView> *views, const std::string &name) {
+    const auto found =
+        std::find_if(views->begin(), views->end(), [&](const ServiceView &view) { return view.service.name == name; });
+    if (found != views->end()) return &*found;
+    views->emplace_back();
+    views->back().service.name = name;
+    return &views->back();
+}
+
+// Whether a ring can be reached from a service, itself included: the daemon's walk ends there.
+bool LeadsToRing(const ServiceGraph &graph, const std::string &name) {
+    std::vector<bool> seen(graph.nodes.size());
+    std::vector<std::size_t> open = {static_cast<std::size_t>(FindNode(graph, name) - graph.nodes.data())};
+    while (!open.empty()) {
+        const std::size_t node = open.back();
+        open.pop_back();
+        if (graph.nodes[node].isInRing) return true;
+        if (seen[node]) continue;
+        seen[node] = true;
+        open.insert(open.end(), graph.nodes[node].needs.begin(), graph.nodes[node].needs.end());
+    }
+    return false;
+}
+
+// The daemon walks what a service would depend on when its dependencies or its group change.
+DWORD CheckDependencies(Session &session, const RequestedService &wanted) {
+    const bool isWalk = wanted.dependencies ? !wanted.dependencies->empty() : wanted.group.has_value();
+    if (!isWalk) return ERROR_SUCCESS;
+    std::vector<ListedService> services;
+    const DWORD rc = EnumerateAllServices(session.manager.get(), &services);
+    if (rc != ERROR_SUCCESS) return rc;
+    std::vector<ServiceView> views;
+    for (const ListedService &service : services) {
+        views.emplace_back();
+        views.back().service = service;
+        views.back().config = ReadConfigByName(session, service.name);
+    }
+    ServiceView *const view = FindOrAdd(&views, wanted.name);
+    if (!view->config) view->config.emplace();
+    if (wanted.dependencies) view->config->dependencies = *wanted.dependencies;
+    if (wanted.group) view->config->group = *wanted.group;
+    return LeadsToRing(MakeGraph(std::move(views)), wanted.name) ? ERROR_CIRCULAR_DEPENDENCY : ERROR_SUCCESS;
+}
+
+// The first code that is none of success.
+template <typename... Checks>
+DWORD FirstRefusal(Checks... checks) {
+    DWORD rc = ERROR_SUCCESS;
+    (void)(((rc = checks()) != ERROR_SUCCESS) || ...);
+    return rc;
+}
+
+} // namespace
+
+bool IsAccount(const std::string &account) { return account.empty() || getpwnam(account.c_str()) != nullptr; }
+
+DWORD ForeseeCreate(Session &session, const RequestedService &wanted) {
+    return FirstRefusal(
+        [&] { return CheckTexts(wanted); },
+        [&] { return IsServiceName(wanted.name.c_str()) ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_INVALID_NAME}; },
+        [&] { return CheckIsFree(session, wanted.name); }, [&] { return CheckAccount(session, wanted); },
+        [&] { return CheckDependencies(session, wanted); });
+}
+
+DWORD ForeseeConfig(Session &session, SC_HANDLE service, const RequestedService &wanted) {
+    ServiceConfig present; // which is read at each change, whatever changes
+    return FirstRefusal([&] { return CheckTexts(wanted); }, [&] { return QueryConfig(service, &present); },
+                        [&] { return CheckDisplayName(session, wanted); },
+                        [&] { return CheckAccount(session, wanted); },
+                        [&] { return CheckDependencies(session, wanted); });
+}
+
+DWORD ForeseeControl(const Options &options, SC_HANDLE service, const std::string &name, DWORD control) {
+    SERVICE_STATUS status = {};
+    if (!tvQueryServiceStatusPassive(service, &status, nullptr)) return GetLastError();
+    const auto state = static_cast<std::int32_t>(status.dwCurrentState);
+    const DWORD refusal = RefusalOfControl(state, static_cast<std::int32_t>(status.dwControlsAccepted),
+                                           static_cast<std::int32_t>(control));
+    if (refusal != ERROR_SUCCESS) return refusal;
+    return LookAtProcess(options, name, status.dwCurrentState).isGone ? ERROR_SERVICE_NOT_ACTIVE : ERROR_SUCCESS;
+}
