@@ -2,6 +2,8 @@
 # One line a fuzz target, in alphabetical order.
 tv_fuzz_target(dispatcher tv_test_registry)
 target_sources(dispatcher_fuzz PRIVATE ${PROJECT_SOURCE_DIR}/servd/servdsvc.cpp)
+tv_fuzz_target(enumeration tv_svcapi)
+target_sources(enumeration_fuzz PRIVATE support/enumeration_answer.cpp)
 tv_fuzz_target(message tv_rpc)
 tv_fuzz_target(path_util tv_util)
 tv_fuzz_target(records servd_wire tv_registry)
