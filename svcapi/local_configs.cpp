@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <memory>
 
 namespace {
 
@@ -46,10 +47,20 @@ Fields FieldsOf(ConfigPart part) {
 
 // One value as it came.
 struct Value {
-    std::array<char, valueRoom> bytes;
-    DWORD count = 0;
+    DWORD count;
+    std::array<char, valueRoom> bytes; // so many of them mean something
 };
-using Values = std::array<Value, fieldValues.size()>;
+
+// The values of one service, of the fields that are asked for.
+struct Values {
+    Fields fields;
+    Value *first;
+};
+
+const Value &ValueOf(const Values &values, std::size_t field) {
+    static const Value none = {};
+    return field >= values.fields.first && field < values.fields.end ? values.first[field - values.fields.first] : none;
+}
 
 RegistryRead ReadOf(HKEY key, std::size_t field, Value *value) {
     RegistryRead read = NewRead(RegistryRead::queryValue, key, fieldValues[field]);
@@ -69,21 +80,22 @@ std::string TextIn(const Value &value) { return {value.bytes.data(), strnlen(val
 
 ServiceConfig ConfigOf(const ListedService &service, const Values &values) {
     ServiceConfig config;
-    config.type = NumberIn(values[typeField]);
+    config.type = NumberIn(ValueOf(values, typeField));
     config.displayName = service.displayName;
-    config.startType = NumberIn(values[startField]);
-    config.group = TextIn(values[groupField]);
-    config.errorControl = NumberIn(values[errorControlField]);
-    config.tag = NumberIn(values[tagField]);
-    config.imagePath = TextIn(values[imagePathField]);
-    const Value &dependencies = values[dependenciesField];
+    config.startType = NumberIn(ValueOf(values, startField));
+    config.group = TextIn(ValueOf(values, groupField));
+    config.errorControl = NumberIn(ValueOf(values, errorControlField));
+    config.tag = NumberIn(ValueOf(values, tagField));
+    config.imagePath = TextIn(ValueOf(values, imagePathField));
+    const Value &dependencies = ValueOf(values, dependenciesField);
     config.dependencies = SplitMultiString({dependencies.bytes.data(), dependencies.count});
-    config.account = TextIn(values[accountField]);
+    config.account = TextIn(ValueOf(values, accountField));
     return config;
 }
 
 // Whether a value is known by this: it came whole, or there is none.
 bool TakeValue(const RegistryRead &read, DWORD room, Value *value) {
+    value->count = 0;
     if (read.code == ERROR_FILE_NOT_FOUND) return true;
     if (read.code != ERROR_SUCCESS || read.dataBytes > room) return false;
     value->count = read.dataBytes;
@@ -106,15 +118,17 @@ bool OpenKeys(HKEY services, const Batch &batch, std::vector<RegistryRead> *open
 }
 
 // Reads values of a batch of services. Returns false where the registry does not answer.
-bool ReadBatch(HKEY services, Fields fields, const Batch &batch) {
+//   room  for each field of each service; what it holds before means nothing
+bool ReadBatch(HKEY services, Fields fields, const Batch &batch, Value *room) {
     std::vector<RegistryRead> opens;
     if (!OpenKeys(services, batch, &opens)) return false;
-    std::vector<Values> values(batch.count);
+    const std::size_t width = fields.end - fields.first;
     std::vector<RegistryRead> reads;
+    reads.reserve(batch.count * (width + 1));
     for (std::size_t i = 0; i < batch.count; ++i) {
         if (opens[i].code != ERROR_SUCCESS) continue;
-        for (std::size_t field = fields.first; field < fields.end; ++field) {
-            reads.push_back(ReadOf(opens[i].opened, field, &values[i][field]));
+        for (std::size_t field = 0; field < width; ++field) {
+            reads.push_back(ReadOf(opens[i].opened, fields.first + field, &room[i * width + field]));
         }
         reads.push_back(NewRead(RegistryRead::closeKey, opens[i].opened));
     }
@@ -123,12 +137,13 @@ bool ReadBatch(HKEY services, Fields fields, const Batch &batch) {
     std::size_t at = 0;
     for (std::size_t i = 0; i < batch.count; ++i) {
         if (opens[i].code != ERROR_SUCCESS) continue;
+        const Values values = {fields, &room[i * width]};
         bool isWhole = true;
-        for (std::size_t field = fields.first; field < fields.end; ++field, ++at) {
-            isWhole = TakeValue(reads[at], asked[at].dataBytes, &values[i][field]) && isWhole;
+        for (std::size_t field = 0; field < width; ++field, ++at) {
+            isWhole = TakeValue(reads[at], asked[at].dataBytes, &values.first[field]) && isWhole;
         }
         ++at; // the close
-        if (isWhole) batch.configs[i] = ConfigOf(batch.services[i], values[i]);
+        if (isWhole) batch.configs[i] = ConfigOf(batch.services[i], values);
     }
     return true;
 }
@@ -141,9 +156,13 @@ std::vector<std::optional<ServiceConfig>> ReadLocalConfigs(ConfigPart part,
     HKEY key = 0;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, servicesKeyPath, 0, KEY_READ, &key) != ERROR_SUCCESS) return configs;
     const KeyGuard closeKey(&key);
+    const Fields fields = FieldsOf(part);
+    // Left as it is: to fill it with zeros takes as long as to read into it.
+    const auto room =
+        std::make_unique_for_overwrite<Value[]>(std::min(batchServices, services.size()) * (fields.end - fields.first));
     for (std::size_t first = 0; first < services.size(); first += batchServices) {
         const std::size_t count = std::min(batchServices, services.size() - first);
-        if (!ReadBatch(key, FieldsOf(part), {services.data() + first, count, configs.data() + first})) break;
+        if (!ReadBatch(key, fields, {services.data() + first, count, configs.data() + first}, room.get())) break;
     }
     return configs;
 }
