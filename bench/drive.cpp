@@ -4,6 +4,7 @@
 // usage: drive write FILE [SERVICES]                writes a registry of so many services, else 1,000
 //        drive await servd|tvregd                   waits until the daemon answers
 //        drive status|enumeration|registry COUNT    sends so many equal requests
+//        drive listing COUNT                        calls EnumServicesStatus so often, into one buffer
 #include "bench/measure/servers.h"
 #include "tv/winreg.h"
 #include "tv/winsvc.h"
@@ -23,6 +24,21 @@ void Enumerate(CLIENT *client) {
     (void)CallForAnswer(client, everything);
 }
 
+void ListServices(int count) {
+    const SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    std::vector<char> buffer(std::size_t{1} << 20);
+    for (int i = 0; i < count; ++i) {
+        DWORD bytesNeeded = 0;
+        DWORD returned = 0;
+        if (!EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL,
+                                 reinterpret_cast<LPENUM_SERVICE_STATUSA>(buffer.data()),
+                                 static_cast<DWORD>(buffer.size()), &bytesNeeded, &returned, nullptr)) {
+            throw std::runtime_error("not all services are listed");
+        }
+    }
+    (void)CloseServiceHandle(manager);
+}
+
 void ReadImagePath() {
     HKEY key = 0;
     char data[1024];
@@ -34,6 +50,10 @@ void ReadImagePath() {
 }
 
 void Drive(const std::string &what, int count) {
+    if (what == "listing") {
+        ListServices(count);
+        return;
+    }
     const RpcClient client = what == "registry" ? nullptr : DialServiceDaemon();
     for (int i = 0; i < count; ++i) {
         if (what == "registry") {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <set>
+#include <type_traits>
 
 namespace {
 
@@ -30,12 +31,31 @@ bool IsUsable(const ListBuffer<Record> &buffer) {
            (buffer.services != nullptr || buffer.bytes == 0);
 }
 
+// Bytes that services[first] and all behind it take in a caller's buffer.
+template <typename Record, typename List>
+DWORD PackedBytes(const List &services, std::size_t first) {
+    DWORD bytes = 0;
+    DWORD returned = 0;
+    (void)PackServices<Record>(services, first, nullptr, 0, &bytes, &returned);
+    return bytes;
+}
+
+// The same where texts stay as they are: their lengths are enough.
+template <typename Record>
+requires std::is_same_v<decltype(Record::lpServiceName), LPSTR> DWORD PackedBytes(const ServiceList &services,
+                                                                                  std::size_t first) {
+    std::size_t bytes = 0;
+    for (std::size_t i = first; i < services.places.size(); ++i) {
+        const ServiceList::Place &place = services.places[i];
+        bytes += sizeof(Record) + place.nameBytes + 1 + place.displayNameBytes + 1;
+    }
+    return static_cast<DWORD>(bytes);
+}
+
 template <typename Record, typename List>
 DWORD Pack(const List &services, std::size_t first, const ListBuffer<Record> &buffer) {
     // Nothing is written behind what is needed, however much room there is.
-    DWORD allBytes = 0;
-    (void)PackServices<Record>(services, first, nullptr, 0, &allBytes, buffer.returned);
-    const DWORD room = std::min(allBytes, buffer.bytes);
+    const DWORD room = std::min(PackedBytes<Record>(services, first), buffer.bytes);
     return PackServices(services, first, buffer.services, room, buffer.bytesNeeded, buffer.returned);
 }
 
