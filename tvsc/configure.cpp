@@ -31,6 +31,14 @@ namespace {
 
 constexpr auto deletionPause = std::chrono::milliseconds(50);
 
+// "" takes it away.
+DWORD WriteDescription(SC_HANDLE service, const std::string &text) {
+    std::string written = text;
+    SERVICE_DESCRIPTIONA description = {written.data()};
+    const bool isWritten = ChangeServiceConfig2A(service, SERVICE_CONFIG_DESCRIPTION, &description) != FALSE;
+    return isWritten ? ERROR_SUCCESS : GetLastError();
+}
+
 // What a mistake of the caller's looks like; the code says which kind.
 int Refuse(Session &session, const std::string &name, const std::string &action, DWORD code, const std::string &text) {
     Failed(session, name, action, code, text);
@@ -254,19 +262,22 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
     if (session.options.dryRun) return TellConfig(session, service.get(), name, config);
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(SplitAtCommas(config.dependencies.value_or("")));
-    const BOOL changed = ChangeServiceConfigA(
-        service.get(), config.type.value_or(SERVICE_NO_CHANGE), config.startType.value_or(SERVICE_NO_CHANGE),
-        config.errorControl.value_or(SERVICE_NO_CHANGE), OrNull(config.image), OrNull(config.group),
-        config.tag ? &tag : nullptr, config.dependencies ? dependencies.c_str() : nullptr, OrNull(config.user), nullptr,
-        OrNull(config.display));
-    if (changed) {
-        NoteUnknownAmong(session, SplitAtCommas(config.dependencies.value_or("")));
-        const std::string since = SaysAnything(config.run) ? "; holds from its next start on" : "";
-        Done(session, name, "config", (config.tag ? fmt::format("changed, tag {}", tag) : "changed") + since);
-    } else {
+    if (!ChangeServiceConfigA(
+            service.get(), config.type.value_or(SERVICE_NO_CHANGE), config.startType.value_or(SERVICE_NO_CHANGE),
+            config.errorControl.value_or(SERVICE_NO_CHANGE), OrNull(config.image), OrNull(config.group),
+            config.tag ? &tag : nullptr, config.dependencies ? dependencies.c_str() : nullptr, OrNull(config.user),
+            nullptr, OrNull(config.display))) {
         const DWORD code = GetLastError();
-        Failed(session, name, "config", code, RefusalText("not changed", code));
+        return Failed(session, name, "config", code, RefusalText("not changed", code));
     }
+    const DWORD described =
+        config.description ? WriteDescription(service.get(), *config.description) : DWORD{ERROR_SUCCESS};
+    if (described != ERROR_SUCCESS) {
+        return Failed(session, name, "config", described, "its description cannot be written");
+    }
+    NoteUnknownAmong(session, SplitAtCommas(config.dependencies.value_or("")));
+    const std::string since = SaysAnything(config.run) ? "; holds from its next start on" : "";
+    Done(session, name, "config", (config.tag ? fmt::format("changed, tag {}", tag) : "changed") + since);
 }
 
 } // namespace
@@ -331,6 +342,10 @@ int RunCreate(Session &session, const CreateOptions &create) {
     problem = "its parameters cannot be written";
     if (NamesCommand(create.run)) written = WriteHostParameters(create.name, parameters);
     if (program) written = WriteLauncher(create.name, *program, &problem);
+    if (written == ERROR_SUCCESS && !create.description.empty()) {
+        problem = "its description cannot be written";
+        written = WriteDescription(service.get(), create.description);
+    }
     if (written != ERROR_SUCCESS) {
         (void)WithdrawService(service.get()); // half a service is none
         return Refuse(session, create.name, "create", written, problem);

@@ -13,6 +13,7 @@ struct CreateOptions {
     std::string program; // a service program and its arguments, started directly
     std::string image;   // a csh script
     std::string display;
+    std::string description;
     DWORD type = SERVICE_WIN32_OWN_PROCESS;
     DWORD startType = SERVICE_DEMAND_START;
     DWORD errorControl = SERVICE_ERROR_NORMAL;
@@ -26,7 +27,7 @@ int RunCreate(Session &session, const CreateOptions &create);
 struct ConfigOptions {
     std::string name;
     ProgramSettings run; // what tvhost runs for it
-    std::optional<std::string> display, image, group, user;
+    std::optional<std::string> display, description, image, group, user;
     std::optional<DWORD> type, startType, errorControl;
     std::optional<std::string> dependencies; // separated by commas; "" takes all away
     bool tag = false;

@@ -16,6 +16,22 @@ CLI::Validator ReadVariable() {
         "");
 }
 
+// The name of a variable.
+CLI::Validator ReadVariableName() {
+    return CLI::Validator(
+        [](std::string &name) -> std::string {
+            return !name.empty() && name.find('=') == std::string::npos ? "" : name + ": not the name of a variable";
+        },
+        "");
+}
+
+// What a service is told by to people.
+template <typename Options>
+void AddTextOptions(CLI::App *command, Options &options, const std::string &displayHelp) {
+    command->add_option("--display", options.display, displayHelp);
+    command->add_option("--description", options.description, "What it is there for, in a line or more");
+}
+
 // What a service is created with and what can be changed, as far as it is a word of several.
 template <typename Options>
 void AddWordOptions(CLI::App *command, Options &options) {
@@ -58,7 +74,7 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
     // A program behind "--" is one that tvhost runs.
     const bool isBehindDashes = !line.behindDashes.empty();
     image->require_option(isBehindDashes ? 0 : 1, isBehindDashes ? 0 : 1);
-    command->add_option("--display", create.display, "Display name (default: the name)");
+    AddTextOptions(command, create, "Display name (default: the name)");
     AddWordOptions(command, create);
     command->add_option("--depends", create.dependencies, "Services, and groups with a leading +")
         ->delimiter(',')
@@ -76,8 +92,8 @@ void AddCreateCommand(CLI::App &app, CommandLine &line) {
 }
 
 bool ChangesSomething(const ConfigOptions &config) {
-    return config.display || config.image || config.group || config.user || config.type || config.startType ||
-           config.errorControl || config.dependencies || config.tag || SaysAnything(config.run);
+    return config.display || config.description || config.image || config.group || config.user || config.type ||
+           config.startType || config.errorControl || config.dependencies || config.tag || SaysAnything(config.run);
 }
 
 } // namespace
@@ -92,10 +108,13 @@ void AddConfigureCommands(CLI::App &app, CommandLine &line) {
             if (!ChangesSomething(line.config)) throw CLI::RequiredError("something to change");
         });
     change->add_option(nameOption, config.name)->required();
-    change->add_option("--display", config.display, "Display name");
+    AddTextOptions(change, config, "Display name");
     auto *script = change->add_option("--image", config.image, "A csh script that ends in exec");
     change->add_option("--exec", config.run.exec, "Any program and its arguments, run by tvhost")->excludes(script);
     AddProgramOptions(change, config.run);
+    change->add_option("--unset-env", config.run.removedEnvironment, "NAME of a variable that --env has set")
+        ->allow_extra_args(false)
+        ->check(ReadVariableName());
     change->add_option("--group", config.group, "Load-order group");
     change->add_option("--user", config.user, "Unix user to run as");
     AddWordOptions(change, config);

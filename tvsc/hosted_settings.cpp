@@ -31,10 +31,13 @@ DWORD ReadCommand(const ProgramSettings &settings, HostParameters *parameters, s
     return ERROR_SUCCESS;
 }
 
+void RemoveVariable(const std::string &name, std::vector<std::string> *environment) {
+    std::erase_if(*environment, [&](const std::string &one) { return one.starts_with(name + '='); });
+}
+
 // Sets a variable, in the place of the one of the same name.
 void SetVariable(const std::string &variable, std::vector<std::string> *environment) {
-    const std::string begin = variable.substr(0, variable.find('=') + 1);
-    std::erase_if(*environment, [&](const std::string &one) { return one.starts_with(begin); });
+    RemoveVariable(variable.substr(0, variable.find('=')), environment);
     environment->push_back(variable);
 }
 
@@ -47,7 +50,8 @@ bool NeedsTvhost(const ProgramSettings &settings) {
 }
 
 bool SaysAnything(const ProgramSettings &settings) {
-    return NamesCommand(settings) || NeedsTvhost(settings) || settings.directory || !settings.environment.empty();
+    return NamesCommand(settings) || NeedsTvhost(settings) || settings.directory || !settings.environment.empty() ||
+           !settings.removedEnvironment.empty();
 }
 
 DWORD ApplySettings(const ProgramSettings &settings, HostParameters *parameters, std::string *problem) {
@@ -57,6 +61,9 @@ DWORD ApplySettings(const ProgramSettings &settings, HostParameters *parameters,
         const std::string why = WhyNoProgram(parameters->application);
         *problem = fmt::format("{}: {}", parameters->application, why);
         if (!why.empty()) return ERROR_PATH_NOT_FOUND;
+    }
+    for (const std::string &name : settings.removedEnvironment) {
+        RemoveVariable(name, &parameters->environment);
     }
     for (const std::string &variable : settings.environment) {
         SetVariable(variable, &parameters->environment);

@@ -2,6 +2,7 @@
 // What tvsc finds out and tells, and the commands that change little things; against both daemons and real service
 // processes.
 #include "tests/support/service_world.h"
+#include "tests/support/value_bytes.h"
 #include "tv/winreg.h"
 #include "tv/winsvc.h"
 
@@ -172,7 +173,57 @@ TEST_F(TvscTells, a_dependency_that_is_not_there_is_told_by_whatever_makes_one) 
     EXPECT_EQ(Tvsc({"apply", file}).error, "") << "what stands there already is not told again";
 }
 
+// --- what a service is for ---
+
+TEST_F(TvscTells, a_description_is_given_changed_and_taken_away) {
+    const auto described = [&](const std::string &service) {
+        const Json config = Json::parse(Do({"show", service, "--json"})).at("services").at(0).at("config");
+        return config.value("description", "");
+    };
+    const std::string text = "-Serves \"pages\",\nto every one", file = folder + "/" + name + ".toml";
+    EXPECT_THAT(Do({"--dry-run", "create", name, "--exec", "/bin/true", "--description", text}), HasSubstr("would be"));
+    CreateSample(name, "", {"--description=" + text});
+    EXPECT_EQ(described(name), text);
+    EXPECT_THAT(Do({"show", name}), HasSubstr("about: -Serves"));
+    EXPECT_EQ(ReadValue(servicesKey + "\\" + name, "Description")->data, Sz(text)) << "where other programs look";
+    Do({"clone", name, name + "-2"});
+    EXPECT_EQ(described(name + "-2"), text);
+    WriteFile(file, Do({"export", name}));
+    Do({"--dry-run", "config", name, "--description", "x"});
+    EXPECT_EQ(Do({"apply", file}), name + ": unchanged\n");
+    EXPECT_EQ(Do({"config", name, "--description", "Serves"}), name + ": changed\n");
+    EXPECT_EQ(described(name), "Serves");
+    EXPECT_THAT(Do({"sc", "qdescription", name}), HasSubstr("Serves"));
+    Do({"config", name, "--display", name + " shown"});
+    EXPECT_EQ(described(name), "Serves") << "what is not named stays";
+    Do({"config", name, "--description", ""});
+    EXPECT_FALSE(ReadValue(servicesKey + "\\" + name, "Description"));
+    EXPECT_EQ(Do({"apply", file}), name + ": changed\n");
+    EXPECT_EQ(described(name), text);
+}
+
 // --- what a service runs ---
+
+TEST_F(TvscTells, config_takes_single_variables_away) {
+    const auto environment = [&] {
+        const Json service = Json::parse(Do({"export", "--json", name})).at("services").at(0);
+        return service.at("parameters").value("AppEnvironment", std::vector<std::string>());
+    };
+    using Variables = std::vector<std::string>;
+    (void)Do({"create", name, "--env", "A=1", "--env", "AB=2", "--env", "C=", "--", "/bin/sleep", "1000"});
+    Do({"--dry-run", "config", name, "--unset-env", "A"});
+    EXPECT_EQ(environment(), (Variables{"A=1", "AB=2", "C="}));
+    EXPECT_THAT(Do({"config", name, "--unset-env", "A"}), HasSubstr("changed; holds from its next start on"));
+    EXPECT_EQ(environment(), (Variables{"AB=2", "C="})) << "whole names count";
+    Do({"config", name, "--unset-env", "C", "--unset-env", "NONE", "--env", "D=4", "--unset-env", "D"});
+    EXPECT_EQ(environment(), (Variables{"AB=2", "D=4"})) << "what is set is set";
+    Do({"config", name, "--unset-env", "AB", "--unset-env", "D"});
+    EXPECT_EQ(environment(), Variables());
+    EXPECT_THAT(Fail(2, {"config", name, "--unset-env", "A=1"}), HasSubstr("A=1: not the name of a variable"));
+    EXPECT_THAT(Fail(2, {"config", name, "--unset-env", ""}), HasSubstr("not the name of a variable"));
+    CreateSample(name + "-script");
+    EXPECT_THAT(Fail(1, {"config", name + "-script", "--unset-env", "A"}), HasSubstr("tvhost does not run it"));
+}
 
 TEST_F(TvscTells, show_tells_the_command_and_config_changes_it) {
     const std::string seen = folder + "/" + name + ".seen";
