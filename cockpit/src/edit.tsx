@@ -19,6 +19,7 @@ type What = "exec" | "program" | "image";
 interface Fields {
     name: string;
     display: string;
+    description: string;
     what: What;
     command: string;
     start: string;
@@ -34,7 +35,7 @@ interface Fields {
 }
 
 const empty: Fields = {
-    name: "", display: "", what: "exec", command: "", start: "demand", depends: "", group: "", user: "", cwd: "", environment: "",
+    name: "", display: "", description: "", what: "exec", command: "", start: "demand", depends: "", group: "", user: "", cwd: "", environment: "",
     restart: "", log: "auto", stdout: "", stderr: "",
 };
 
@@ -43,6 +44,7 @@ function fieldsOf(service: Service, config: Config, parameters: NonNullable<Serv
         ...empty,
         name: service.name,
         display: service.display_name,
+        description: config.description ?? empty.description,
         start: config.start,
         depends: [...config.depends_on, ...config.depends_on_groups.map(group => `+${group}`)].join(","),
         group: config.group,
@@ -65,7 +67,7 @@ function fieldsOf(service: Service, config: Config, parameters: NonNullable<Serv
 // The fields that hold bytes which are no text: what is shown of them is not all, and would take its place.
 function bytesIn(service: Service, config: Config): Set<keyof Fields> {
     const found: [keyof Fields, unknown][] = [
-        ["display", service.display_name_bytes], ["depends", config.depends_on_bytes ?? config.depends_on_groups_bytes], ["group", config.group_bytes],
+        ["display", service.display_name_bytes], ["description", config.description_bytes], ["depends", config.depends_on_bytes ?? config.depends_on_groups_bytes], ["group", config.group_bytes],
         ["user", config.account_bytes], ["command", isHosted(config) ? config.command_bytes : config.image_path_bytes],
     ];
     return new Set(found.filter(([, bytes]) => bytes !== undefined).map(([key]) => key));
@@ -88,14 +90,15 @@ async function readFields(service: Service): Promise<Read | Ended<unknown>> {
 // A value that begins with a dash is no option, and an empty one is one all the same.
 const option = (name: string, value: string): string[] => value === "" ? [`--${name}`, ""] : [`--${name}=${value}`];
 
-// Only what differs: a variable that is there stays as it is, whatever it holds; one whose line is gone is taken away.
+// Only what differs: a variable that is there stays as it is, whatever it holds; one whose line is gone is removed.
 function environmentOptions(after: string, before: string): string[] {
     const linesOf = (text: string) => text.split("\n").filter(line => line.trim());
     const nameOf = (line: string) => line.split("=", 1)[0];
     const left = new Set(linesOf(after).map(nameOf));
-    const gone = linesOf(before).filter(line => !left.has(nameOf(line))).map(line => `${nameOf(line)}=`);
+    const gone = linesOf(before).map(nameOf).filter(name => !left.has(name));
     const present = new Set(linesOf(before));
-    return [...linesOf(after), ...gone].filter(line => !present.has(line)).map(line => `--env=${line}`);
+    const set = linesOf(after).filter(line => !present.has(line));
+    return [...set.map(line => `--env=${line}`), ...gone.map(name => `--unset-env=${name}`)];
 }
 
 // What tvsc is to be told: all that is there for a new service, what is different for another.
@@ -103,7 +106,7 @@ function optionsOf(fields: Fields, before: Fields): string[] {
     const words: string[] = [];
     const changed = (key: keyof Fields) => fields[key].trim() !== before[key].trim();
     if (changed("command") || changed("what")) words.push(...option(fields.what, fields.command.trim()));
-    for (const key of ["display", "start", "group", "user"] as const) {
+    for (const key of ["display", "description", "start", "group", "user"] as const) {
         if (changed(key)) words.push(...option(key, fields[key].trim()));
     }
     if (changed("depends")) words.push(...option("depends", fields.depends.split(",").map(part => part.trim()).filter(part => part).join(",")));
@@ -130,6 +133,7 @@ function Entries({ fields, kept, isNew, set }: {
     const hosted = fields.what === "exec";
     const help = (key: keyof Fields, text: string | undefined) => kept.has(key) ? _("Not all of this is text: it stays as it is, and can be changed with tvsc config.") : text;
     const displayHelp = help("display", undefined);
+    const descriptionHelp = help("description", undefined);
     const commandHelp = help("command", hosted ? _("By its whole path; quotes hold words with blanks together. There is no shell in between.") : undefined);
     const groupHelp = help("group", undefined);
     const commandLabel = fields.what === "image" ? _("Path of the script") : _("Program and arguments");
@@ -139,6 +143,9 @@ function Entries({ fields, kept, isNew, set }: {
                 <Field id="tv-name" label={_("Name")} required><TextInput id="tv-name" isRequired value={fields.name} onChange={set("name")} autoFocus /></Field>}
             <Field id="tv-display" label={_("Display name")} help={displayHelp}>
                 <TextInput id="tv-display" aria-describedby={displayHelp && "tv-display-help"} isDisabled={kept.has("display")} value={fields.display} onChange={set("display")} />
+            </Field>
+            <Field id="tv-description" label={_("Description")} help={descriptionHelp}>
+                <TextArea id="tv-description" aria-describedby={descriptionHelp && "tv-description-help"} isDisabled={kept.has("description")} value={fields.description} onChange={set("description")} rows={2} />
             </Field>
             <Field id="tv-what" label={_("What it runs")}>
                 <FormSelect id="tv-what" value={fields.what} isDisabled={kept.has("command")} onChange={set("what")}>

@@ -28,6 +28,7 @@ export interface Config {
     depends_on_groups: string[];
     account: string;
     command?: string;
+    description?: string;
     // Where not all of it is UTF-8:
     image_path_bytes?: string;
     group_bytes?: string;
@@ -35,6 +36,7 @@ export interface Config {
     depends_on_groups_bytes?: string[];
     account_bytes?: string;
     command_bytes?: string;
+    description_bytes?: string;
 }
 
 // Whether nobody can start it, until it is unmasked: it has an account then that no machine has.
