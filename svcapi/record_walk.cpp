@@ -7,6 +7,7 @@
 namespace {
 
 constexpr std::int32_t recordsInStep = 50; // by which the daemon's array grows
+constexpr char nobodysAccount[] = ":";     // no user's name has a colon in it
 
 bool IsPast(DaemonLink &link, std::int32_t index) {
     std::int32_t resume = index, needed = 0;
@@ -17,19 +18,40 @@ bool IsPast(DaemonLink &link, std::int32_t index) {
 
 } // namespace
 
-DWORD WalkRecords(DaemonLink &link, const std::set<std::int32_t> &leftOut, std::vector<WalkedRecord> *records) {
+DWORD WalkStates(DaemonLink &link, const std::set<std::int32_t> &leftOut, std::vector<WalkedRecord> *records) {
     for (std::int32_t index = 0; (index + 1) % recordsInStep != 0 || !IsPast(link, index); ++index) {
         if (leftOut.contains(index)) continue;
         WalkedRecord record = {.index = index, .status = {}, .config = {}};
         const DWORD rc = ControlRecord(link, index, peek, &record.status);
         if (rc == ERROR_INVALID_HANDLE) continue; // a free one
         if (rc != ERROR_SERVICE_NOT_ACTIVE && rc != ERROR_INVALID_SERVICE_CONTROL) return rc;
-        DWORD ignored = 0; // 6 stays in the daemon's answers once it was one
-        const DWORD read = QueryRecordConfig(link, index, &record.config, &ignored);
-        if (read != ERROR_SUCCESS) return read;
         records->push_back(std::move(record));
     }
     return ERROR_SUCCESS;
+}
+
+DWORD ReadWalkedConfigs(DaemonLink &link, std::vector<WalkedRecord> *records) {
+    for (WalkedRecord &record : *records) {
+        DWORD ignored = 0; // 6 stays in the daemon's answers once it was one
+        const DWORD rc = QueryRecordConfig(link, record.index, &record.config, &ignored);
+        if (rc != ERROR_SUCCESS) return rc;
+    }
+    return ERROR_SUCCESS;
+}
+
+DWORD WalkRecords(DaemonLink &link, const std::set<std::int32_t> &leftOut, std::vector<WalkedRecord> *records) {
+    const DWORD rc = WalkStates(link, leftOut, records);
+    return rc != ERROR_SUCCESS ? rc : ReadWalkedConfigs(link, records);
+}
+
+DWORD AskIfRecordMarked(DaemonLink &link, std::int32_t index, bool *marked) {
+    servd_SERV_CHANGE_CONFIG_SERVICE change = {};
+    change.handle = index;
+    change.serviceType = change.startType = change.errorControl = SERVICE_NO_CHANGE;
+    change.account = {sizeof nobodysAccount, Borrowed(nobodysAccount)};
+    const DWORD rc = ChangeRecordConfig(link, change, nullptr);
+    *marked = rc == ERROR_SERVICE_MARKED_FOR_DELETE;
+    return *marked || rc == ERROR_INVALID_SERVICE_ACCOUNT ? ERROR_SUCCESS : rc;
 }
 
 std::optional<std::int32_t> IndexOfOpenable(DaemonLink &link, const std::string &name) {

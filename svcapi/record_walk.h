@@ -21,5 +21,15 @@ struct WalkedRecord {
 [[nodiscard]] DWORD WalkRecords(DaemonLink &link, const std::set<std::int32_t> &leftOut,
                                 std::vector<WalkedRecord> *records);
 
+// The two halves of it: which records are in use, in what state; and their configurations, a dozen reads of the
+// registry for each.
+[[nodiscard]] DWORD WalkStates(DaemonLink &link, const std::set<std::int32_t> &leftOut,
+                               std::vector<WalkedRecord> *records);
+[[nodiscard]] DWORD ReadWalkedConfigs(DaemonLink &link, std::vector<WalkedRecord> *records);
+
+// Whether the service in a record is marked for deletion, which no procedure tells of one without a known name. Asks
+// for a change that is refused in any case: under an account that no machine can have.
+[[nodiscard]] DWORD AskIfRecordMarked(DaemonLink &link, std::int32_t index, bool *marked);
+
 // The number of a record that can be opened by its name; nothing for another one, as one that is marked for deletion.
 [[nodiscard]] std::optional<std::int32_t> IndexOfOpenable(DaemonLink &link, const std::string &name);

@@ -108,6 +108,58 @@ TEST_F(Tvsc, list_all_shows_what_is_marked_for_deletion) {
     KillProcessOf(name);
 }
 
+TEST_F(Tvsc, list_all_tells_marked_services_of_one_display_name_from_those_that_are_never_listed) {
+    const std::string display = name + " shown";
+    CreateSample(name + "-marked");
+    CreateSample(name + "-marked-2", "", {"--display", name + "-marked"});
+    CreateSample(name + "-visible", "", {"--display", display});
+    CreateSample(name + "-marked-3", "", {"--display", display});
+    (void)Do({"sc", "create", name + "-rec", "type=", "rec", "binPath=", folder + "/" + name + "-visible.csh",
+              "DisplayName=", display});
+    for (const std::string marked : {"-marked", "-marked-2", "-marked-3"}) {
+        (void)Do({"start", name + marked});
+        (void)Do({"delete", "--force", name + marked});
+    }
+    std::map<std::string, std::vector<bool>> pending; // by display name
+    const Json listed = Json::parse(Do({"list", "--all", "--json"}));
+    for (const Json &service : listed.at("services")) {
+        const std::string bears = service.at("display_name");
+        if (!bears.starts_with(name) || !service.contains("listed")) continue;
+        EXPECT_NE(service.at("name"), name + "-visible");
+        pending[bears].push_back(service.at("delete_pending"));
+    }
+    EXPECT_EQ(pending[name + "-marked"], (std::vector<bool>{true, true}));
+    EXPECT_EQ(pending[display], (std::vector<bool>{true, false}));
+    EXPECT_THAT(Do({"list", "--all"}), HasSubstr("never listed"));
+    for (const std::string marked : {"-marked", "-marked-2", "-marked-3"}) {
+        KillProcessOf(name + marked);
+    }
+    (void)Do({"sc", "delete", name + "-rec"});
+}
+
+// A handle that its program does not live to close keeps a service from going.
+TEST_F(Tvsc, list_all_opens_no_service_but_one_whose_display_name_does_not_tell_it) {
+    const auto opened = [] {
+        const Ended listed = ServiceWorld::Tvsc({"--trace", "list", "--all", "--brief"});
+        std::size_t count = 0;
+        for (std::size_t at = 0; (at = listed.error.find("OPEN_SERVICE(", at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        EXPECT_THAT(listed.error, HasSubstr("CONTROL_SERVICE("));
+        return count;
+    };
+    CreateSample(name);
+    CreateSample(name + "-2");
+    const std::size_t before = opened();
+    CreateSample(name + "-marked");
+    (void)Do({"start", name + "-marked"});
+    (void)Do({"delete", "--force", name + "-marked"});
+    EXPECT_EQ(opened(), before);
+    CreateSample(name + "-twin", "", {"--display", name + "-marked"});
+    EXPECT_EQ(opened(), before + 1);
+    KillProcessOf(name + "-marked");
+}
+
 TEST_F(Tvsc, show_prints_single_values_for_scripts) {
     CreateSample(name, "", {"--display", "Shown \\x41", "--start", "auto", "--depends", "zero,+none"});
     (void)Do({"sc", "description", name, "What it is for"});
