@@ -11,9 +11,9 @@
 #include "tvreg/value_text.h"
 #include "util/json_text.h"
 #include "util/printable.h"
+#include "util/progress_line.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -162,40 +162,24 @@ void ShowWhatWouldBeWritten(const std::vector<RegFile> &files) {
     }
 }
 
-// A line at a terminal that is written over until all is done.
-struct ProgressLine {
-    std::size_t all;
-    bool isShown = isatty(STDERR_FILENO) == 1;
-    std::size_t before = 0; // in files that are done
-};
-
-void ShowProgress(const ProgressLine &line, std::size_t done) {
-    if (!line.isShown) return;
-    (void)std::fprintf(stderr, "\r%zu of %zu values", line.before + done, line.all);
-}
-
-void EraseProgress(const ProgressLine &line) {
-    if (line.isShown) (void)std::fputs("\r\x1B[K", stderr);
-}
-
 // Returns what was refused; throws where the registry has gone.
 std::vector<Fault> WriteFiles(const std::vector<RegFile> &files, std::size_t values) {
     std::vector<Fault> faults;
-    ProgressLine line = {.all = values};
     Counts counts; // of files that are done
     for (const RegFile &file : files) {
-        const std::vector<Refusal> refusals = WriteKeys(file.keys, [&](std::size_t done) { ShowProgress(line, done); });
+        const std::vector<Refusal> refusals = WriteKeys(file.keys, [&](std::size_t done) {
+            if (CanShowProgress()) ShowProgress(fmt::format("{} of {} values", counts.values + done, values));
+        });
         for (const Refusal &refusal : refusals) {
             faults.push_back(FaultOf(file, refusal));
         }
         CountFile(file, &counts);
-        line.before = counts.values;
         if (!refusals.empty() && refusals.back().code == ERROR_REGISTRY_IO_FAILED) {
-            EraseProgress(line);
+            EraseProgress();
             throw Failure(EXIT_UNREACHABLE, FaultText(faults.back()), ERROR_REGISTRY_IO_FAILED);
         }
     }
-    EraseProgress(line);
+    EraseProgress();
     return faults;
 }
 

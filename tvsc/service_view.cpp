@@ -68,10 +68,7 @@ std::string RemarkOn(const ServiceView &view) {
         return fmt::format("service-specific code {}", status.dwServiceSpecificExitCode);
     }
     if (HasFailed(status)) return CodeText(status.dwWin32ExitCode);
-    if (status.dwWaitHint != 0 || status.dwCheckPoint != 0) {
-        return fmt::format("(check point {}, hint {} ms)", status.dwCheckPoint, status.dwWaitHint);
-    }
-    return "";
+    return StepsText(status);
 }
 
 std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::string &name) {

@@ -7,6 +7,7 @@
 #include "tvsc/report.h"
 #include "tvsc/words.h"
 #include "util/printable.h"
+#include "util/progress_line.h"
 
 #include <fmt/format.h>
 #include <grp.h>
@@ -75,6 +76,7 @@ void WatchForBusyDaemon() {
         while (!IsBusy()) {
             std::this_thread::sleep_for(watchInterval);
         }
+        EraseProgress();
         fmt::print(stderr, "tvsc: the daemon is busy; it serves one request at a time, and a start may take it {} s\n",
                    longestStartSec);
     }).detach();

@@ -5,6 +5,8 @@
 #include "svcapi/pid_file.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
+#include "util/printable.h"
+#include "util/progress_line.h"
 
 #include <fmt/format.h>
 
@@ -35,6 +37,17 @@ bool HasDied(const std::string &name, const PidHint &before, time_t begunAt) {
 
 bool tellsWaits = false;
 
+// What is waited for, to somebody who sits there and waits, too. What takes less than a second is no wait.
+void ShowWait(const Session &session, const std::string &name, const SERVICE_STATUS &status, Clock::duration passed) {
+    const Options &options = session.options;
+    if (tellsWaits || options.trace || options.quiet || options.json || !CanShowProgress()) return;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(passed);
+    if (seconds.count() == 0) return;
+    std::string text = fmt::format("{}: {}, {}", name, StateSummary(status), DurationText(seconds.count() * 1000));
+    if (const std::string steps = StepsText(status); !steps.empty()) text += " " + steps;
+    ShowProgress(Printable(text));
+}
+
 // A state, a check point or a hint that was not told yet.
 void TellState(const Session &session, const std::string &name, const SERVICE_STATUS &status, std::string *told) {
     const std::string state = StateSummary(status);
@@ -42,12 +55,8 @@ void TellState(const Session &session, const std::string &name, const SERVICE_ST
     *told = state;
 }
 
-} // namespace
-
-void TellWaits() { tellsWaits = true; }
-
-WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &name, DWORD wanted, bool stoppedIsEnd,
-                     SERVICE_STATUS *last) {
+WaitEnd LookUntil(Session &session, SC_HANDLE service, const std::string &name, DWORD wanted, bool stoppedIsEnd,
+                  SERVICE_STATUS *last) {
     const auto limit = std::chrono::duration<double>(session.options.waitTimeoutSec);
     const bool hasHints = stoppedIsEnd && IsThisMachine(session.options);
     const PidHint hintBefore = ReadPidHint(name);
@@ -66,6 +75,18 @@ WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &nam
         if (stoppedIsEnd && last->dwCurrentState == SERVICE_STOPPED) return WaitEnd::stopped;
         const Clock::duration passed = Clock::now() - begin;
         if (passed > limit) return WaitEnd::timedOut;
+        ShowWait(session, name, *last, passed);
         std::this_thread::sleep_for(PauseAfter(passed));
     }
+}
+
+} // namespace
+
+void TellWaits() { tellsWaits = true; }
+
+WaitEnd WaitForState(Session &session, SC_HANDLE service, const std::string &name, DWORD wanted, bool stoppedIsEnd,
+                     SERVICE_STATUS *last) {
+    const WaitEnd end = LookUntil(session, service, name, wanted, stoppedIsEnd, last);
+    EraseProgress();
+    return end;
 }

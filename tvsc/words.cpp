@@ -52,6 +52,11 @@ std::string StateSummary(const SERVICE_STATUS &status) {
     return failed ? fmt::format("failed {}", status.dwWin32ExitCode) : StateWord(status.dwCurrentState);
 }
 
+std::string StepsText(const SERVICE_STATUS &status) {
+    if (status.dwWaitHint == 0 && status.dwCheckPoint == 0) return "";
+    return fmt::format("(check point {}, hint {} ms)", status.dwCheckPoint, status.dwWaitHint);
+}
+
 std::string StartWord(DWORD startType) {
     return startType <= SERVICE_DISABLED ? startWords[startType] : fmt::format("unknown {}", startType);
 }

@@ -22,5 +22,7 @@
 [[nodiscard]] std::string StateWord(DWORD state, bool machineReadable = false);
 // One word or two for a listing: the state, or "failed 1067".
 [[nodiscard]] std::string StateSummary(const SERVICE_STATUS &status);
+// "(check point 3, hint 5000 ms)", where a service has announced either; else nothing.
+[[nodiscard]] std::string StepsText(const SERVICE_STATUS &status);
 // "boot", "system", "auto", "demand", "disabled"; "unknown 7".
 [[nodiscard]] std::string StartWord(DWORD startType);

@@ -13,8 +13,10 @@
 
 using testing::AllOf;
 using testing::ContainsRegex;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -131,6 +133,35 @@ TEST_F(TvscWatch, a_name_that_means_nothing_is_not_watched) {
     EXPECT_EQ(Tvsc({"watch", "no-such-service"}).status, 5);
     EXPECT_EQ(Tvsc({"watch", "no-such-*", "--count", "1"}).status, 0) << "one may come";
     EXPECT_EQ(Tvsc({"watch", "--interval", "1ms"}).status, 2);
+}
+
+// --- waits ---
+
+TEST_F(TvscWatch, a_wait_is_shown_at_a_terminal_and_nowhere_else) {
+    CreateSample(name, "--start-ms 1800 --stop-ms 1800 --hint-ms 9000");
+    const auto atTerminal = [](const std::string &words) {
+        const std::string line = ProgramPath("tvsc") + " " + words;
+        return RunAndRead({.command = {"/usr/bin/script", "-qec", line, "/dev/null"}}, 60000).output;
+    };
+    const std::string begin = "\x1B[?7l\r", end = "\x1B[K\x1B[?7h", erased = "\r\x1B[K";
+    const std::string started = atTerminal("start " + name), stopped = atTerminal("stop " + name);
+    EXPECT_THAT(started, StartsWith(begin + name + ": start pending, 1 s (check point "));
+    EXPECT_THAT(started, HasSubstr(", hint 9000 ms)" + end));
+    EXPECT_THAT(started, EndsWith(end + erased + name + ": running\r\n"));
+    EXPECT_THAT(stopped, StartsWith(begin + name + ": stop pending, 1 s ("));
+    EXPECT_THAT(stopped, EndsWith(end + erased + name + ": stopped\r\n"));
+    EXPECT_EQ(Do({"start", name}), name + ": running\n") << "without a word on stderr";
+    EXPECT_EQ(atTerminal("--quiet stop " + name), "");
+    EXPECT_THAT(atTerminal("--json start " + name), AllOf(StartsWith("{"), Not(HasSubstr("pending"))));
+    (void)Do({"stop", name});
+}
+
+TEST_F(TvscWatch, a_wait_that_is_in_vain_is_erased_too) {
+    CreateSample(name, "--start-ms 30000");
+    const std::string line = ProgramPath("tvsc") + " start --timeout 1500ms " + name;
+    const std::string told = RunAndRead({.command = {"/usr/bin/script", "-qec", line, "/dev/null"}}, 60000).output;
+    EXPECT_THAT(told, HasSubstr("\x1B[?7h\r\x1B[Ktvsc: " + name + ": still start pending: 1460"));
+    KillProcessOf(name);
 }
 
 // --- the trace ---
