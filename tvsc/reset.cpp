@@ -83,6 +83,17 @@ std::string TextOf(const std::vector<TreeProcess> &processes) {
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 
+// What a service has left, as --kill would find it, for a person to decide about: it goes on.
+std::string LeftAlone(const Session &session, const std::string &name) {
+    if (!IsThisMachine(session.options)) return "";
+    std::vector<TreeProcess> processes = RootsOf(name);
+    (void)AddDescendants(&processes);
+    if (processes.empty()) return "";
+    const std::string other = SharedWith(session, name, processes);
+    const std::string whose = other.empty() ? "--kill ends that" : fmt::format("that is of {}, too", other);
+    return fmt::format("left alone: {}; {}", TextOf(processes), whose);
+}
+
 // Whether these may be ended; why not was noted.
 bool MayEnd(Session &session, const std::string &name, const ResetOptions &reset,
             const std::vector<TreeProcess> &processes) {
@@ -131,6 +142,21 @@ pid_t StartedSince(const std::string &name, const PidHint &before) {
     return hint.alive && !hint.stopped && !isSame ? hint.pid : 0;
 }
 
+// What became of a service, or would become of it.
+void TellReset(Session &session, const std::string &name, const ResetOptions &reset, bool wasStopped,
+               const std::string &ended) {
+    const bool isDry = session.options.dryRun;
+    std::string text = wasStopped ? "already stopped" : isDry ? "would be stopped, 1067" : "stopped, 1067";
+    if (!ended.empty()) {
+        text = isDry ? fmt::format("{}; would end {}", text, ended) : fmt::format("stopped; ended {}", ended);
+    } else if (const std::string left = reset.kill ? "" : LeftAlone(session, name); !left.empty()) {
+        text += "; " + left;
+    } else if (!wasStopped && !isDry) {
+        text += reset.kill ? "; no process of it is known here" : "; a process that it may still have was left alone";
+    }
+    Done(session, name, action, text);
+}
+
 void Reset(Session &session, const std::string &name, const ResetOptions &reset) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) return Failed(session, name, action, GetLastError());
@@ -138,19 +164,13 @@ void Reset(Session &session, const std::string &name, const ResetOptions &reset)
     std::string ended;
     if (reset.kill && !EndProcesses(session, name, reset, &ended)) return;
     const bool wasStopped = IsStopped(service.get()); // by itself, perhaps, as its process was asked to end
-    if (session.options.dryRun) {
-        const std::string state = wasStopped ? "already stopped" : "would be stopped, 1067";
-        return Done(session, name, action, state + (ended.empty() ? "" : "; would end " + ended));
-    }
+    if (session.options.dryRun) return TellReset(session, name, reset, wasStopped, ended);
     if (const pid_t started = ended.empty() ? 0 : StartedSince(name, before); started != 0) {
         return Failed(session, name, action, ERROR_SERVICE_ALREADY_RUNNING,
                       fmt::format("ended {}; started again since, as process {}", ended, started));
     }
     if (!wasStopped && !tvDeclareServiceDead(service.get())) return Failed(session, name, action, GetLastError());
-    const char *const untouched =
-        reset.kill ? "; no process of it is known here" : "; a process that it may still have was left alone";
-    if (!ended.empty()) return Done(session, name, action, fmt::format("stopped; ended {}", ended));
-    Done(session, name, action, wasStopped ? "already stopped" : fmt::format("stopped, 1067{}", untouched));
+    TellReset(session, name, reset, wasStopped, ended);
 }
 
 } // namespace

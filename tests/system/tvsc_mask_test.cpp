@@ -198,6 +198,31 @@ struct TvscReset : TvscMask {
     }
 };
 
+TEST_F(TvscReset, without_kill_it_tells_what_it_leaves_alone) {
+    CreateSample(name);
+    Do({"create", name + "-hosted", "--", "/bin/sh", "-c", "sleep 1000; :"});
+    Do({"start", name, name + "-hosted"});
+    const std::string what = "left alone: process " + std::to_string(ProcessOf(name)) + " (tvsample); --kill ends that";
+    EXPECT_EQ(Do({"--dry-run", "reset", name}), name + ": would be stopped, 1067; " + what + "\n");
+    EXPECT_EQ(StateOf(name), "running");
+    EXPECT_EQ(Do({"reset", name}), name + ": stopped, 1067; " + what + "\n");
+    EXPECT_EQ(Do({"reset", name}), name + ": already stopped; " + what + "\n");
+    EXPECT_EQ(Json::parse(Do({"reset", name, "--json"})).at("results").at(0).at("text"), "already stopped; " + what);
+    EXPECT_THAT(Do({"reset", name + "-hosted"}), AllOf(HasSubstr(" (tvhost), process "), HasSubstr(" (sh), process "),
+                                                       HasSubstr(" (sleep); --kill ends that")));
+    KillProcessOf(name);
+    EXPECT_EQ(Do({"reset", name}), name + ": already stopped\n");
+}
+
+TEST_F(TvscReset, without_kill_it_tells_whose_else_a_process_is) {
+    CreateSample(name);
+    CreateSample(name + "-other");
+    Do({"start", name + "-other"});
+    WriteFile(HintOf(name), ReadFile(HintOf(name + "-other")));
+    EXPECT_THAT(Do({"reset", name}), HasSubstr(" (tvsample); that is of " + name + "-other, too"));
+    std::filesystem::remove(HintOf(name));
+}
+
 TEST_F(TvscReset, kill_ends_the_process_that_is_left_of_a_service) {
     const pid_t process = StartAndForget();
     const std::string what = "process " + std::to_string(process) + " (tvsample)";
