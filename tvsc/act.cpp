@@ -18,6 +18,7 @@
 #include "tvsc/start_check.h"
 #include "tvsc/waiting.h"
 #include "tvsc/words.h"
+#include "util/shell_quoted.h"
 
 #include <fmt/format.h>
 
@@ -67,7 +68,7 @@ void SettleAfterFailure(Session &session, SC_HANDLE service, const std::string &
     if (!tvQueryServiceStatusPassive(service, &status, nullptr) || status.dwCurrentState == SERVICE_STOPPED) return;
     if (SettleIfGone(session, service, name, &status)) return;
     Note(session, fmt::format("  {} is {} now; when its process is gone for good: tvsc reset {}", name,
-                              StateSummary(status), name));
+                              StateSummary(status), NameArgument(name)));
 }
 
 // Waits and notes what came of it. Returns whether the wanted state was reached.
@@ -114,7 +115,7 @@ void ExplainStartFailure(Session &session, SC_HANDLE service, const std::string 
         for (const ListedService &dependency : stopped) {
             Note(session, fmt::format("  {} is {}", dependency.name, StateSummary(dependency.status)));
         }
-        Note(session, fmt::format("  try: tvsc start {} --with-deps", name));
+        Note(session, fmt::format("  try: tvsc start {} --with-deps", NameArgument(name)));
     } else if (code == ERROR_SERVICE_DATABASE_LOCKED) {
         LockStatus lock;
         if (QueryLock(session.manager.get(), &lock) == ERROR_SUCCESS && lock.locked) {
@@ -157,7 +158,8 @@ bool StartOpened(Session &session, SC_HANDLE service, const std::string &name, c
 bool StartPending(Session &session, SC_HANDLE service, const std::string &name, const StartOptions &start,
                   SERVICE_STATUS status) {
     if (status.dwCurrentState == SERVICE_PAUSED) {
-        Failed(session, name, "start", ERROR_SERVICE_ALREADY_RUNNING, "paused; try: tvsc continue " + name);
+        Failed(session, name, "start", ERROR_SERVICE_ALREADY_RUNNING,
+               "paused; try: tvsc continue " + NameArgument(name));
         return false;
     }
     if (!QueryServiceStatus(service, &status)) {

@@ -18,6 +18,7 @@
 #include "tvsc/report.h"
 #include "tvsc/waiting.h"
 #include "tvsc/words.h"
+#include "util/shell_quoted.h"
 #include "util/string_list.h"
 
 #include <fmt/format.h>
@@ -256,7 +257,8 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
     }
     ServiceConfig present;
     if (config.user && QueryConfig(service.get(), &present) == ERROR_SUCCESS && IsMasked(present.account)) {
-        return Failed(session, name, "config", ERROR_SERVICE_DISABLED, "it is masked; first: tvsc unmask " + name);
+        return Failed(session, name, "config", ERROR_SERVICE_DISABLED,
+                      "it is masked; first: tvsc unmask " + NameArgument(name));
     }
     if (SaysAnything(config.run) && !ChangeProgram(session, service.get(), name, config.run, &config.image)) return;
     if (session.options.dryRun) return TellConfig(session, service.get(), name, config);

@@ -30,7 +30,7 @@ void CheckLock(Session &session, Findings *findings) {
 }
 
 void CheckProcess(const ServiceView &view, Findings *findings) {
-    const std::string name = ShellQuoted(view.service.name);
+    const std::string name = NameArgument(view.service.name);
     if (view.process.isGone) {
         findings->push_back({FindingLevel::warn, "process", view.service.name,
                              fmt::format("is {}", StateText(view.service.status, view.process)),
@@ -61,7 +61,7 @@ void CheckRecords(const std::vector<ServiceView> &views, const BootDatabase &dat
         if (std::any_of(database.services.begin(), database.services.end(), isIt)) continue;
         findings->push_back({FindingLevel::warn, "memory", view.service.name, "has lost its key in the registry",
                              "it is gone when the daemon starts again, and cannot be started properly before",
-                             fmt::format("tvsc delete {}", ShellQuoted(view.service.name))});
+                             fmt::format("tvsc delete {}", NameArgument(view.service.name))});
     }
 }
 
@@ -71,12 +71,12 @@ void CheckDisplayNames(const std::vector<ServiceView> &views, const BootDatabase
         const auto view = std::find_if(views.begin(), views.end(),
                                        [&](const ServiceView &one) { return one.service.name == service.name; });
         if (view == views.end() || view->service.displayName == service.displayName) continue;
-        findings->push_back(
-            {FindingLevel::warn, "memory", service.name,
-             fmt::format("is called \"{}\" in the registry, and \"{}\" by the daemon", service.displayName,
-                         view->service.displayName),
-             "the daemon takes its name from the registry when it starts, not before",
-             fmt::format("tvsc config {} --display {}", ShellQuoted(service.name), ShellQuoted(service.displayName))});
+        findings->push_back({FindingLevel::warn, "memory", service.name,
+                             fmt::format("is called \"{}\" in the registry, and \"{}\" by the daemon",
+                                         service.displayName, view->service.displayName),
+                             "the daemon takes its name from the registry when it starts, not before",
+                             fmt::format("tvsc config {} {}", NameArgument(service.name),
+                                         OptionArgument("--display", service.displayName))});
     }
 }
 
@@ -88,7 +88,7 @@ void CheckNames(const std::vector<ServiceView> &views, Findings *findings) {
         findings->push_back({FindingLevel::warn, "names", view.service.name,
                              fmt::format("has the display name of {}", first->second),
                              "whoever asks by the display name gets the other one",
-                             fmt::format("tvsc config {} --display ...", ShellQuoted(view.service.name))});
+                             fmt::format("tvsc config {} --display ...", NameArgument(view.service.name))});
     }
 }
 

@@ -62,7 +62,7 @@ std::string MeaningOf(const ServiceView &view) {
 }
 
 std::string NextStep(const ServiceView &view) {
-    const std::string name = ShellQuoted(view.service.name);
+    const std::string name = NameArgument(view.service.name);
     const SERVICE_STATUS &status = view.service.status;
     const bool isMasked = view.config && IsMasked(view.config->account);
     if (isMasked && status.dwCurrentState == SERVICE_STOPPED) return "tvsc unmask " + name;
@@ -83,14 +83,14 @@ void CheckNeeds(Session &session, const std::string &name, Findings *findings) {
         service == nullptr ? GetLastError() : EnumerateDependencies(service.get(), SERVICE_STATE_ALL, &needed);
     if (rc != ERROR_SUCCESS) {
         findings->push_back({FindingLevel::fail, "dependencies", name, "its dependencies: " + CodeText(rc),
-                             "it cannot be started", fmt::format("tvsc config {} --depends ...", ShellQuoted(name))});
+                             "it cannot be started", fmt::format("tvsc config {} --depends ...", NameArgument(name))});
     }
     for (const ListedService &one : needed) {
         if (one.status.dwCurrentState != SERVICE_STOPPED) continue;
         findings->push_back({FindingLevel::warn, "dependencies", name,
                              fmt::format("needs {}, which is {}", one.name, StateSummary(one.status)),
                              "its start is refused with 1068",
-                             fmt::format("tvsc start {} --with-deps", ShellQuoted(name))});
+                             fmt::format("tvsc start {} --with-deps", NameArgument(name))});
     }
 }
 
@@ -109,7 +109,7 @@ int ExplainService(Session &session, const std::string &pattern) {
         view.config = ReadConfigByName(session, view.service.name);
         if (view.config && view.config->startType == SERVICE_DISABLED) {
             findings.push_back({FindingLevel::info, "start", view.service.name, "is disabled",
-                                "tvsc refuses to start it (1058)", "tvsc enable " + ShellQuoted(view.service.name)});
+                                "tvsc refuses to start it (1058)", "tvsc enable " + NameArgument(view.service.name)});
         }
         if (session.options.json) {
             PrintFindingsJson(session.options, view.service.name, findings);

@@ -41,9 +41,9 @@ std::string MendingOf(const BootRemark &remark, const std::string &name) {
     switch (remark.kind) {
     case BootRemarkKind::ring:
     case BootRemarkKind::unknownService:
-    case BootRemarkKind::emptyGroup: return fmt::format("tvsc config {} --depends ...", ShellQuoted(name));
-    case BootRemarkKind::noImage: return fmt::format("tvsc config {} --exec ...", ShellQuoted(name));
-    case BootRemarkKind::disabled: return fmt::format("tvsc config {} --start demand", ShellQuoted(name));
+    case BootRemarkKind::emptyGroup: return fmt::format("tvsc config {} --depends ...", NameArgument(name));
+    case BootRemarkKind::noImage: return fmt::format("tvsc config {} --exec ...", NameArgument(name));
+    case BootRemarkKind::disabled: return fmt::format("tvsc config {} --start demand", NameArgument(name));
     default: return "";
     }
 }
@@ -128,7 +128,7 @@ void CheckImage(const BootService &service, Findings *findings) {
         findings->push_back({FindingLevel::fail, "start", service.name,
                              fmt::format("its image {}: {}", service.imagePath, why),
                              "its start fails, with 1053 after a quarter of a minute",
-                             fmt::format("tvsc config {} --exec ...", ShellQuoted(service.name))});
+                             fmt::format("tvsc config {} --exec ...", NameArgument(service.name))});
         return;
     }
     if (!IsTvhostImage(service.imagePath)) return;
@@ -140,7 +140,7 @@ void CheckImage(const BootService &service, Findings *findings) {
     findings->push_back(
         {FindingLevel::fail, "start", service.name,
          rc == ERROR_SUCCESS ? fmt::format("its program {}: {}", parameters.application, problem) : problem,
-         "its start fails", fmt::format("tvsc config {} --exec ...", ShellQuoted(service.name))});
+         "its start fails", fmt::format("tvsc config {} --exec ...", NameArgument(service.name))});
 }
 
 void CheckAccount(const BootService &service, Findings *findings) {
@@ -152,12 +152,12 @@ void CheckAccount(const BootService &service, Findings *findings) {
                              fmt::format("tvreg delete {} -v {}", QuotedServiceKey(service.name), accountValue)});
     } else if (IsMasked(*account)) {
         findings->push_back({FindingLevel::info, "start", service.name, "it is masked", "nobody can start it",
-                             fmt::format("tvsc unmask {}", ShellQuoted(service.name))});
+                             fmt::format("tvsc unmask {}", NameArgument(service.name))});
     } else if (getpwnam(account->c_str()) == nullptr) {
         findings->push_back({FindingLevel::fail, "start", service.name,
                              fmt::format("its account {} is no user of this machine", *account),
                              "its start fails with 3; values of Windows keep dependencies here",
-                             fmt::format("tvsc config {} --user USER", ShellQuoted(service.name))});
+                             fmt::format("tvsc config {} --user USER", NameArgument(service.name))});
     }
 }
 

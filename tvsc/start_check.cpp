@@ -5,6 +5,7 @@
 #include "svcapi/client.h"
 #include "tvsc/mask.h"
 #include "tvsc/report.h"
+#include "util/shell_quoted.h"
 
 #include <fmt/format.h>
 
@@ -15,7 +16,8 @@ bool IsKeptFromStarting(Session &session, SC_HANDLE service, const std::string &
     if (!isMasked && (force || config.startType != SERVICE_DISABLED)) return false;
     Failed(session, name, action, ERROR_SERVICE_DISABLED,
            fmt::format("not {}ed{}", action, isMasked ? ": it is masked" : ""));
-    Note(session, isMasked ? fmt::format("  try: tvsc unmask {}", name)
-                           : fmt::format("  try: tvsc enable {0}, or once only: tvsc {1} --force {0}", name, action));
+    Note(session, isMasked ? fmt::format("  try: tvsc unmask {}", NameArgument(name))
+                           : fmt::format("  try: tvsc enable {0}, or once only: tvsc {1} --force {0}",
+                                         NameArgument(name), action));
     return true;
 }

@@ -52,7 +52,7 @@ void CheckErrorControl(HKEY key, const std::string &name, Findings *findings) {
                          control == SERVICE_NO_CHANGE
                              ? "a program wanted to leave it as it was, and the daemon writes what it is told"
                              : "it is none of ignore, normal, severe and critical",
-                         fmt::format("tvsc config {} --error normal", ShellQuoted(name))});
+                         fmt::format("tvsc config {} --error normal", NameArgument(name))});
 }
 
 // Keys of Windows have the services here that one depends on.
@@ -73,8 +73,9 @@ void CheckAccountValue(HKEY key, const BootDatabase &database, const std::string
         {FindingLevel::fail, "start", name,
          isService ? fmt::format("its DependOnService names the service {}", first) : "its DependOnService is a list",
          "this value holds the Unix user that it runs as; dependencies stand in DependOnGroup",
-         fmt::format("tvreg delete {0} -v {1} && tvsc config {2} --depends {3}", QuotedServiceKey(name), accountValue,
-                     ShellQuoted(name), ShellQuoted(first.empty() ? "..." : fmt::to_string(fmt::join(wanted, ","))))});
+         fmt::format("tvreg delete {0} -v {1} && tvsc config {2} {3}", QuotedServiceKey(name), accountValue,
+                     NameArgument(name),
+                     OptionArgument("--depends", first.empty() ? "..." : fmt::to_string(fmt::join(wanted, ","))))});
 }
 
 // Names of services are compared by their bytes.
@@ -91,8 +92,8 @@ void CheckLetterCase(const BootDatabase &database, const BootService &service, F
         findings->push_back({FindingLevel::warn, "dependencies", service.name,
                              fmt::format("depends on {}, and the service is {}", dependency, meant->name),
                              "letter case counts: the daemon passes it over",
-                             fmt::format("tvsc config {} --depends {}", ShellQuoted(service.name),
-                                         ShellQuoted(fmt::to_string(fmt::join(wanted, ","))))});
+                             fmt::format("tvsc config {} {}", NameArgument(service.name),
+                                         OptionArgument("--depends", fmt::to_string(fmt::join(wanted, ","))))});
     }
 }
 

@@ -11,3 +11,11 @@ std::string ShellQuoted(const std::string &text) {
     }
     return quoted + "'";
 }
+
+std::string NameArgument(const std::string &name) {
+    return name.starts_with('-') ? "--name=" + ShellQuoted(name) : ShellQuoted(name);
+}
+
+std::string OptionArgument(const std::string &option, const std::string &text) {
+    return option + (text.starts_with('-') ? "=" : " ") + ShellQuoted(text);
+}

@@ -173,6 +173,30 @@ TEST_F(TvscTells, a_dependency_that_is_not_there_is_told_by_whatever_makes_one) 
     EXPECT_EQ(Tvsc({"apply", file}).error, "") << "what stands there already is not told again";
 }
 
+// A name that begins with a dash would be an option.
+TEST_F(TvscTells, commands_that_are_told_work_for_a_service_called_like_an_option) {
+    const std::string dash = "--" + name, script = folder + "/" + name + ".csh";
+    CreateSample(name);
+    (void)Do({"create", "--name=" + dash, "--image", script, "--depends", name});
+    const auto run = [](const std::string &command) { // as somebody who pastes it
+        const std::string folderOfTvsc = std::filesystem::path(ProgramPath("tvsc")).parent_path();
+        return RunAndRead({.command = {"/bin/sh", "-c", "PATH=" + folderOfTvsc + ":$PATH; " + command}}, 90000);
+    };
+    const std::string start = "tvsc start --name=" + dash + " --with-deps";
+    EXPECT_THAT(Do({"explain", "?" + dash.substr(1)}), HasSubstr("next: " + start + "\n"));
+    EXPECT_THAT(Fail(153, {"start", "--name=" + dash}), HasSubstr("  try: " + start + "\n"));
+    EXPECT_EQ(run(start).status, 0);
+    EXPECT_EQ(Tvsc({"is-active", "--name=" + dash}).status, 0);
+    (void)Do({"pause", "--name=" + dash});
+    EXPECT_THAT(Fail(1, {"start", "--name=" + dash}), HasSubstr("try: tvsc continue --name=" + dash));
+    (void)Do({"stop", "--name=" + dash});
+    (void)Do({"mask", "--name=" + dash});
+    EXPECT_THAT(Fail(6, {"start", "--name=" + dash}), HasSubstr("try: tvsc unmask --name=" + dash + "\n"));
+    EXPECT_THAT(Tvsc({"doctor"}).output, HasSubstr("tvsc unmask --name=" + dash));
+    EXPECT_EQ(run("tvsc unmask --name=" + dash).status, 0);
+    (void)Do({"delete", "--name=" + dash});
+}
+
 // --- what a service is for ---
 
 TEST_F(TvscTells, a_description_is_given_changed_and_taken_away) {
