@@ -53,26 +53,33 @@ DWORD CheckImage(const Session &session, const std::string &image, std::string *
     return why.empty() ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
-// The image of a service that is being made. Returns 0, or the code of what went wrong and a text in *problem.
-DWORD PrepareImage(const Session &session, const CreateOptions &create, HostParameters *parameters,
-                   std::optional<LaunchedProgram> *program, std::string *image, std::string *problem) {
-    *image = create.image;
+// A service that is being made.
+struct PreparedService {
+    HostParameters parameters;              // of one that tvhost is to run
+    std::optional<LaunchedProgram> program; // of one that gets a launcher of its own
+    std::string image;
+    std::vector<std::string> needed; // its dependencies
+};
+
+// What it is to run. Returns 0, or the code of what went wrong and a text in *problem.
+DWORD PrepareImage(const Session &session, const CreateOptions &create, PreparedService *prepared,
+                   std::string *problem) {
+    prepared->image = create.image;
     if (NamesCommand(create.run)) {
-        const DWORD rc = ApplySettings(create.run, parameters, problem);
+        const DWORD rc = ApplySettings(create.run, &prepared->parameters, problem);
         if (rc != ERROR_SUCCESS) return rc;
         *problem = "the launcher of tvhost is not installed";
-        *image = HostLauncherPath();
-        return image->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
+        prepared->image = HostLauncherPath();
+        return prepared->image.empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
     }
-    if (!create.program.empty()) {
-        *image = LauncherPath(create.name);
-        *program = AsProgram(create.program);
-        *problem = "the command line cannot be split into words";
-        if (*program) (*program)->environment = create.run.environment;
-        if (*program) (*program)->directory = create.run.directory.value_or("");
-        return *program ? PlanLauncher(create.name, **program, problem) : DWORD{ERROR_INVALID_PARAMETER};
-    }
-    return CheckImage(session, create.image, problem);
+    if (create.program.empty()) return CheckImage(session, create.image, problem);
+    prepared->image = LauncherPath(create.name);
+    prepared->program = AsProgram(create.program);
+    *problem = "the command line cannot be split into words";
+    if (!prepared->program) return ERROR_INVALID_PARAMETER;
+    prepared->program->environment = create.run.environment;
+    prepared->program->directory = create.run.directory.value_or("");
+    return PlanLauncher(create.name, *prepared->program, problem);
 }
 
 // What a person may have meant for a shell.
@@ -192,17 +199,40 @@ void NoteUnknownAmong(Session &session, const std::vector<std::string> &dependen
 }
 
 // What would come of a creation. Returns the exit status.
-int TellCreate(Session &session, const CreateOptions &create, const std::vector<std::string> &needed,
-               const std::string &image) {
-    const DWORD refusal =
-        ForeseeCreate(session, {create.name, create.display, image, create.group, create.user, needed});
+int TellCreate(Session &session, const CreateOptions &create, const PreparedService &prepared) {
+    const DWORD refusal = ForeseeCreate(
+        session, {create.name, create.display, prepared.image, create.group, create.user, prepared.needed});
     if (refusal != ERROR_SUCCESS) {
         return Refuse(session, create.name, "create", refusal, RefusalText("not created", refusal));
     }
-    NoteUnknownAmong(session, needed);
+    NoteUnknownAmong(session, prepared.needed);
     NoteMissingShell(session, create);
-    Done(session, create.name, "create", fmt::format("would be created with the image {}", image));
+    Done(session, create.name, "create", fmt::format("would be created with the image {}", prepared.image));
     return Finish(session);
+}
+
+// Null where the daemon refuses, with GetLastError.
+ServiceHandle CreateAtDaemon(Session &session, const CreateOptions &create, const PreparedService &prepared,
+                             DWORD *tag) {
+    const std::string dependencies = JoinMultiString(prepared.needed);
+    return ServiceHandle(CreateServiceA(
+        session.manager.get(), create.name.c_str(), create.display.empty() ? nullptr : create.display.c_str(),
+        SERVICE_ALL_ACCESS, create.type, create.startType, create.errorControl, prepared.image.c_str(),
+        create.group.c_str(), create.tag ? tag : nullptr, prepared.needed.empty() ? nullptr : dependencies.c_str(),
+        create.user.c_str(), nullptr));
+}
+
+// What the daemon does not keep. Only of a service that is there: another one of this name would have lost what it
+// runs. Codes as PrepareImage.
+DWORD WriteWhatItRuns(SC_HANDLE service, const CreateOptions &create, const PreparedService &prepared,
+                      std::string *problem) {
+    DWORD rc = ERROR_SUCCESS;
+    *problem = "its parameters cannot be written";
+    if (NamesCommand(create.run)) rc = WriteHostParameters(create.name, prepared.parameters);
+    if (prepared.program) rc = WriteLauncher(create.name, *prepared.program, problem);
+    if (rc != ERROR_SUCCESS || create.description.empty()) return rc;
+    *problem = "its description cannot be written";
+    return WriteDescription(service, create.description);
 }
 
 // Changes what tvhost runs for a service, and makes it one of tvhost's where a command is named. Returns whether that
@@ -316,43 +346,30 @@ void DeleteNamed(Session &session, const std::string &name, const DeleteOptions 
 }
 
 int RunCreate(Session &session, const CreateOptions &create) {
-    HostParameters parameters;
-    std::optional<LaunchedProgram> program;
-    std::string image, problem;
     if (create.image.empty() && !IsThisMachine(session.options)) {
         return Refuse(session, create.name, "create", ERROR_NOT_SUPPORTED,
                       "programs are for the daemon of this machine; another one takes --image");
     }
-    DWORD prepared = PrepareImage(session, create, &parameters, &program, &image, &problem);
-    if (prepared == ERROR_SUCCESS && program) prepared = CheckSharedLauncher(session, create, &problem);
-    if (prepared != ERROR_SUCCESS) return Refuse(session, create.name, "create", prepared, problem);
-    std::vector<std::string> needed = create.dependencies;
-    std::erase(needed, ""); // which would end the list
-    if (session.options.dryRun) return TellCreate(session, create, needed, image);
+    PreparedService prepared;
+    std::string problem;
+    DWORD rc = PrepareImage(session, create, &prepared, &problem);
+    if (rc == ERROR_SUCCESS && prepared.program) rc = CheckSharedLauncher(session, create, &problem);
+    if (rc != ERROR_SUCCESS) return Refuse(session, create.name, "create", rc, problem);
+    prepared.needed = create.dependencies;
+    std::erase(prepared.needed, ""); // which would end the list
+    if (session.options.dryRun) return TellCreate(session, create, prepared);
     DWORD tag = 0;
-    const std::string dependencies = JoinMultiString(needed);
-    const ServiceHandle service(CreateServiceA(
-        session.manager.get(), create.name.c_str(), create.display.empty() ? nullptr : create.display.c_str(),
-        SERVICE_ALL_ACCESS, create.type, create.startType, create.errorControl, image.c_str(), create.group.c_str(),
-        create.tag ? &tag : nullptr, needed.empty() ? nullptr : dependencies.c_str(), create.user.c_str(), nullptr));
+    const ServiceHandle service = CreateAtDaemon(session, create, prepared, &tag);
     if (service == nullptr) {
         const DWORD code = GetLastError();
         return Refuse(session, create.name, "create", code, RefusalText("not created", code));
     }
-    // Only now: another service of this name would have lost what it runs.
-    DWORD written = ERROR_SUCCESS;
-    problem = "its parameters cannot be written";
-    if (NamesCommand(create.run)) written = WriteHostParameters(create.name, parameters);
-    if (program) written = WriteLauncher(create.name, *program, &problem);
-    if (written == ERROR_SUCCESS && !create.description.empty()) {
-        problem = "its description cannot be written";
-        written = WriteDescription(service.get(), create.description);
-    }
-    if (written != ERROR_SUCCESS) {
+    rc = WriteWhatItRuns(service.get(), create, prepared, &problem);
+    if (rc != ERROR_SUCCESS) {
         (void)WithdrawService(service.get()); // half a service is none
-        return Refuse(session, create.name, "create", written, problem);
+        return Refuse(session, create.name, "create", rc, problem);
     }
-    NoteUnknownAmong(session, needed);
+    NoteUnknownAmong(session, prepared.needed);
     NoteMissingShell(session, create);
     Done(session, create.name, "create", create.tag ? fmt::format("created, tag {}", tag) : "created");
     return Finish(session);
