@@ -44,9 +44,15 @@ std::string ServiceWorld::Do(std::vector<std::string> arguments) {
     return ended.output;
 }
 
+std::string ServiceWorld::Fail(int status, std::vector<std::string> arguments) {
+    const Ended ended = Tvsc(std::move(arguments));
+    EXPECT_EQ(ended.status, status) << ended.output << ended.error;
+    return ended.error;
+}
+
 void ServiceWorld::CreateSample(const std::string &service, const std::string &options,
                                 const std::vector<std::string> &further) {
-    const std::string script = folder + "/" + service + ".csh";
+    const std::string script = ScriptOf(service);
     WriteFile(script,
               "#!/bin/csh -f\nexec '" + ProgramPath("tvsample") + "' --log '" + LogOf(service) + "' " + options + "\n");
     std::vector<std::string> command = {"create", service, "--image", script};

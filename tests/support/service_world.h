@@ -20,6 +20,8 @@ struct ServiceWorld : testing::Test {
     // The name of the present test, as a service name or the beginning of several.
     const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
 
+    static std::string KeyOf(const std::string &service) { return servicesKey + "\\" + service; }
+    static std::string ScriptOf(const std::string &service) { return folder + "/" + service + ".csh"; }
     static std::string LogOf(const std::string &service) { return folder + "/" + service + ".log"; }
     static std::string ReadLog(const std::string &service);
 
@@ -27,6 +29,9 @@ struct ServiceWorld : testing::Test {
     static Ended Tvsc(std::vector<std::string> arguments);
     // Runs tvsc, which must succeed without a word on stderr, but that the daemon is busy. Returns what it prints.
     static std::string Do(std::vector<std::string> arguments);
+
+    // Runs tvsc, which must fail with this status. Returns what it prints on stderr.
+    static std::string Fail(int status, std::vector<std::string> arguments);
 
     // Creates a service that runs tvsample with some options; further are options of tvsc create.
     static void CreateSample(const std::string &service, const std::string &options = "",

@@ -29,13 +29,6 @@ using Json = nlohmann::json;
 constexpr char accountValue[] = "DependOnService";
 
 struct TvscMask : ServiceWorld {
-    std::string KeyOf(const std::string &service) { return servicesKey + "\\" + service; }
-    std::string ScriptOf(const std::string &service) { return folder + "/" + service + ".csh"; }
-    std::string Fail(int status, std::vector<std::string> arguments) {
-        const Ended ended = Tvsc(std::move(arguments));
-        EXPECT_EQ(ended.status, status) << ended.output << ended.error;
-        return ended.error;
-    }
     Json StatusOf(const std::string &service) {
         return Json::parse(Tvsc({"status", service, "--json"}).output).at("services").at(0);
     }

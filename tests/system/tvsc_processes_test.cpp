@@ -23,11 +23,6 @@ struct TvscProcesses : ServiceWorld {
     }
     static std::string StateOf(const std::string &service) { return StatusOf(service).at("state"); }
     static int StatusOfRun(std::vector<std::string> arguments) { return Tvsc(std::move(arguments)).status; }
-    static std::string Fail(int status, std::vector<std::string> arguments) {
-        const Ended ended = Tvsc(std::move(arguments));
-        EXPECT_EQ(ended.status, status) << ended.output << ended.error;
-        return ended.error;
-    }
     // Creates and starts a service and kills its process. Returns the process id.
     pid_t StartAndKill() {
         CreateSample(name);

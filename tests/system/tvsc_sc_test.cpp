@@ -22,8 +22,6 @@ namespace {
 using Json = nlohmann::json;
 
 struct TvscSc : ServiceWorld {
-    std::string KeyOf(const std::string &service) { return servicesKey + "\\" + service; }
-    std::string ScriptOf(const std::string &service) { return folder + "/" + service + ".csh"; }
     std::string Sc(std::vector<std::string> words) {
         words.insert(words.begin(), "sc");
         return Do(std::move(words));

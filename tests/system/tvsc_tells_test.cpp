@@ -21,11 +21,6 @@ namespace {
 using Json = nlohmann::json;
 
 struct TvscTells : ServiceWorld {
-    static std::string Fail(int status, std::vector<std::string> arguments) {
-        const Ended ended = Tvsc(std::move(arguments));
-        EXPECT_EQ(ended.status, status) << ended.output << ended.error;
-        return ended.error;
-    }
     static std::string StateOf(const std::string &service) {
         return Json::parse(Tvsc({"status", service, "--json"}).output).at("services").at(0).at("state");
     }

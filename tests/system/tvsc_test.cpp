@@ -33,12 +33,6 @@ struct Tvsc : ServiceWorld {
         return Json::parse(ended.output).at("services").at(0);
     }
     std::string StateOf(const std::string &service) { return StatusOf(service).at("state"); }
-    // Runs tvsc, which must fail. Returns what it says on stderr.
-    std::string Fail(int status, std::vector<std::string> arguments) {
-        const Ended ended = ServiceWorld::Tvsc(std::move(arguments));
-        EXPECT_EQ(ended.status, status) << ended.output << ended.error;
-        return ended.error;
-    }
     Json Listed(const std::string &service) {
         const Json list = Json::parse(Do({"list", "--json"}));
         for (const Json &one : list.at("services")) {

@@ -23,24 +23,17 @@ namespace {
 using Json = nlohmann::json;
 
 struct TvscText : ServiceWorld {
-    std::string KeyOf(const std::string &service) { return servicesKey + "\\" + service; }
     std::string File(const std::string &text, const std::string &suffix = ".toml") {
         const std::string file = folder + "/" + name + suffix;
         WriteFile(file, text);
         return file;
     }
-    std::string ScriptOf(const std::string &service) { return folder + "/" + service + ".csh"; }
     Json ConfigOf(const std::string &service) {
         return Json::parse(Do({"show", service, "--json"})).at("services").at(0).at("config");
     }
     Ended With(const std::vector<std::string> &environment, std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), ProgramPath("tvsc"));
         return RunAndRead({.command = std::move(arguments), .environment = environment}, 90000);
-    }
-    std::string Fail(int status, std::vector<std::string> arguments) {
-        const Ended ended = Tvsc(std::move(arguments));
-        EXPECT_EQ(ended.status, status) << ended.output << ended.error;
-        return ended.error;
     }
 };
 
