@@ -98,10 +98,15 @@ DWORD ListWanted(DaemonLink &link, const Wanted &wanted, const ServiceSink &sink
     std::set<std::string> names;
     const DWORD rc = wanted.group != nullptr ? NamesOfGroup(link, wanted.group, &names) : ERROR_SUCCESS;
     if (rc != ERROR_SUCCESS) return rc;
-    return ListServicesAndRecordZero(link, wanted.type, wanted.state, [&](ListedView service) {
+    return ListServicesAndRecordZero(link, wanted.type, wanted.state, [&](const ListedView &service) {
         if (wanted.group != nullptr && !names.contains(std::string(service.name))) return;
-        if (wanted.processes) service.processId = ProcessOf(link, std::string(service.name), service.status);
-        sink(service);
+        if (!wanted.processes) {
+            sink(service);
+            return;
+        }
+        ListedView withProcess = service;
+        withProcess.processId = ProcessOf(link, std::string(service.name), service.status);
+        sink(withProcess);
     });
 }
 
