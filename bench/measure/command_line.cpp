@@ -123,20 +123,6 @@ void MeasureGrowthOfImport(Bench &bench) {
     AddGrowth(bench, "tvreg import", small, MeasureImportOf(bench, 10000));
 }
 
-std::int32_t StateOf(CLIENT *client) {
-    const servd_SERV_ENUM_STATUS_SERVICE everything = {0, SERVICE_WIN32, SERVICE_STATE_ALL, 10000};
-    return CallForAnswer(client, everything).record.services->status.dwCurrentState;
-}
-
-void AwaitState(CLIENT *client, std::int32_t state) {
-    const double begin = NowUs();
-    while (StateOf(client) != state) {
-        if (NowUs() - begin > 20e6) throw std::runtime_error("the sample service does not get where it should");
-        const timespec pause = {0, 200'000};
-        (void)nanosleep(&pause, nullptr);
-    }
-}
-
 void Require(std::int32_t status) {
     if (status != 0) throw std::runtime_error(fmt::format("the daemon answers {}", status));
 }
@@ -152,35 +138,67 @@ Figures FiguresOf(const std::vector<double> &times) {
     return {Median(times), Percentile(times, 99), 0, Percentile(times, 10)};
 }
 
-// A start and a stop as tvsc does them, until the service is there, and by a client that is connected already and looks
-// every 0.2 ms.
-void MeasureStartAndStop(Bench &bench) {
-    const std::string folder = MakeScratchFolder();
-    const std::string image = folder + "/sample";
-    WriteFile(image, "exec " + ProgramPath("tvsample") + " --log /dev/null\n", 0755);
-    const pid_t tvregd = StartRegistryDaemon(folder + "/start.db");
-    WriteService("sample", SERVICE_DEMAND_START, image);
-    const pid_t servd = StartServiceDaemon();
-    const RpcClient client = DialServiceDaemon();
-    const auto opened = CallForAnswer(client.get(), servd_SERV_OPEN_SERVICE{Borrowed("sample"), SERVICE_ALL_ACCESS});
+// A service that is started and stopped, and a client that is connected already.
+struct StartedService {
+    CLIENT *client;
+    std::string name;
+    std::int32_t handle;
+};
+
+StartedService OpenService(CLIENT *client, const std::string &name) {
+    const auto opened = CallForAnswer(client, servd_SERV_OPEN_SERVICE{Borrowed(name.c_str()), SERVICE_ALL_ACCESS});
     Require(opened.record.status);
-    const std::int32_t handle = opened.record.handle;
+    return {client, name, opened.record.handle};
+}
+
+// By enumeration, which only looks: a status query before the first report would declare the service failed.
+std::int32_t StateOf(const StartedService &service) {
+    const servd_SERV_ENUM_STATUS_SERVICE everything = {0, SERVICE_WIN32, SERVICE_STATE_ALL, 10000};
+    const auto reply = CallForAnswer(service.client, everything);
+    for (const svd_enum_status_list_t *link = reply.record.services; link != nullptr; link = link->next) {
+        if (link->name == service.name) return link->status.dwCurrentState;
+    }
+    throw std::runtime_error(service.name + " is not listed");
+}
+
+void AwaitState(const StartedService &service, std::int32_t state) {
+    const double begin = NowUs();
+    while (StateOf(service) != state) {
+        if (NowUs() - begin > 20e6) throw std::runtime_error("the sample service does not get where it should");
+        const timespec pause = {0, 200'000};
+        (void)nanosleep(&pause, nullptr);
+    }
+}
+
+// By that client, which looks every 0.2 ms.
+void StartDirectly(const StartedService &service) {
+    Require(CallForAnswer(service.client, servd_SERV_START_SERVICE{service.handle, nullptr, 0}).record.status);
+    AwaitState(service, SERVICE_RUNNING);
+}
+
+void StopDirectly(const StartedService &service) {
+    const servd_SERV_CONTROL_SERVICE stop = {service.handle, SERVICE_CONTROL_STOP};
+    Require(CallForAnswer(service.client, stop).record.status);
+    AwaitState(service, SERVICE_STOPPED);
+}
+
+// What a start and a stop take, as tvsc does them, until the service is there, and beside it as that client does them.
+struct StartAndStop {
+    Comparison start;
+    Comparison stop;
+    Comparison stopAndLaunch; // with an empty program in the floor
+};
+
+StartAndStop CompareStartAndStop(const Bench &bench, const StartedService &service) {
     std::vector<Figures> starts, stops, startFloors, stopFloors, stopFloorsWithLaunch;
     for (int round = 0; round < bench.rounds; ++round) {
         std::vector<double> start, stop, startFloor, stopFloor, stopFloorWithLaunch;
         for (int sample = 0; sample < Samples(bench, 20); ++sample) {
-            startFloor.push_back(TimeOf([&] {
-                Require(CallForAnswer(client.get(), servd_SERV_START_SERVICE{handle, nullptr, 0}).record.status);
-                AwaitState(client.get(), SERVICE_RUNNING);
-            }));
-            stopFloor.push_back(TimeOf([&] {
-                Require(CallForAnswer(client.get(), servd_SERV_CONTROL_SERVICE{handle, SERVICE_CONTROL_STOP})
-                            .record.status);
-                AwaitState(client.get(), SERVICE_STOPPED);
-            }));
+            startFloor.push_back(TimeOf([&] { StartDirectly(service); }));
+            stopFloor.push_back(TimeOf([&] { StopDirectly(service); }));
             stopFloorWithLaunch.push_back(stopFloor.back() + TimeOf([] { Run({ProgramPath("floor_process")}); }));
-            start.push_back(TimeOf([] { Run({ProgramPath("tvsc"), "--quiet", "start", "sample"}); }));
-            stop.push_back(TimeOf([] { Run({ProgramPath("tvsc"), "--quiet", "stop", "sample"}); }));
+            start.push_back(TimeOf([&] { Run({ProgramPath("tvsc"), "--quiet", "start", service.name}); }));
+            stop.push_back(TimeOf([&] { Run({ProgramPath("tvsc"), "--quiet", "stop", service.name}); }));
         }
         starts.push_back(FiguresOf(start));
         stops.push_back(FiguresOf(stop));
@@ -188,24 +206,45 @@ void MeasureStartAndStop(Bench &bench) {
         stopFloors.push_back(FiguresOf(stopFloor));
         stopFloorsWithLaunch.push_back(FiguresOf(stopFloorWithLaunch));
     }
-    const Comparison start = Summarise(starts, startFloors);
-    const Comparison stop = Summarise(stops, stopFloors);
+    return {Summarise(starts, startFloors), Summarise(stops, stopFloors), Summarise(stops, stopFloorsWithLaunch)};
+}
+
+void AddStopRows(Bench &bench, const std::string &setting, const StartAndStop &result, std::optional<double> limit) {
+    const std::string what = "tvsc stop NAME, until stopped";
+    AddRow(bench, {what,
+                   setting,
+                   result.stop.measured,
+                   result.stop.floor,
+                   {"time / daemon and service", result.stop.ratio, limit}});
+    AddRow(bench, {what,
+                   setting,
+                   result.stopAndLaunch.measured,
+                   result.stopAndLaunch.floor,
+                   {"time / these and an empty program", result.stopAndLaunch.ratio}});
+}
+
+void MeasureStartAndStop(Bench &bench) {
+    const std::string folder = MakeScratchFolder();
+    const pid_t tvregd = StartRegistryDaemon(folder + "/start.db");
+    for (const char *name : {"sample", "beside"}) {
+        const std::string image = folder + "/" + name;
+        WriteFile(image, "exec " + ProgramPath("tvsample") + " --log /dev/null\n", 0755);
+        WriteService(name, SERVICE_DEMAND_START, image);
+    }
+    const pid_t servd = StartServiceDaemon();
+    const RpcClient client = DialServiceDaemon();
+    const StartedService sample = OpenService(client.get(), "sample");
+    const StartAndStop alone = CompareStartAndStop(bench, sample);
     AddRow(bench, {"tvsc start NAME, until running",
                    "prompt",
-                   start.measured,
-                   start.floor,
-                   {"time / daemon and service", start.ratio, 1.5}});
-    AddRow(bench, {"tvsc stop NAME, until stopped",
-                   "prompt",
-                   stop.measured,
-                   stop.floor,
-                   {"time / daemon and service", stop.ratio, 2.0}});
-    const Comparison stopAndLaunch = Summarise(stops, stopFloorsWithLaunch);
-    AddRow(bench, {"tvsc stop NAME, until stopped",
-                   "prompt",
-                   stopAndLaunch.measured,
-                   stopAndLaunch.floor,
-                   {"time / these and an empty program", stopAndLaunch.ratio}});
+                   alone.start.measured,
+                   alone.start.floor,
+                   {"time / daemon and service", alone.start.ratio, 1.5}});
+    AddStopRows(bench, "prompt", alone, 2.0);
+    const StartedService beside = OpenService(client.get(), "beside");
+    StartDirectly(beside);
+    AddStopRows(bench, "another running", CompareStartAndStop(bench, sample), {});
+    StopDirectly(beside);
     StopDaemons({tvregd, servd});
 }
 
