@@ -25,12 +25,13 @@ constexpr char validate[] = "import json, sys, jsonschema\n"
 
 } // namespace
 
-Ended HoldAgainstSchemas(const std::string &objects, const std::string &folder, bool isAll) {
-    const std::string answers = folder + "/answers", program = folder + "/validate.py";
+Ended HoldAgainstSchemas(const std::string &program, const std::string &objects, const std::string &folder,
+                         bool isAll) {
+    const std::string answers = folder + "/answers", validator = folder + "/validate.py";
     WriteFile(answers, objects);
-    WriteFile(program, validate);
+    WriteFile(validator, validate);
     const std::string script = "python3 -c 'import jsonschema' 2>/dev/null || exit " + std::to_string(noValidator) +
-                               "; exec python3 " + program + " " + answers +
-                               " \"$TV_SOURCE/docs/schemas/tvsc.schema.json\" " + (isAll ? "all" : "some");
+                               "; exec python3 " + validator + " " + answers + " \"$TV_SOURCE/docs/schemas/" + program +
+                               ".schema.json\" " + (isAll ? "all" : "some");
     return RunAndRead({.command = {"/bin/sh", "-c", script}}, 90000);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The commands of tvreg beyond the plain ones, against a real registry daemon: the verbs of the Win32 tool with their
 // spellings and statuses, and what there is beside them.
+#include "tests/support/json_schema.h"
 #include "tests/support/tvreg_fixture.h"
 #include "tv/winreg.h"
 
@@ -500,27 +501,9 @@ TEST_F(TvregCommands, json_of_every_command_is_as_its_schema_says) {
     kill(watching, SIGTERM);
     (void)WaitForEnd(watching);
     const std::string events = ReadFile(answers);
-    WriteFile(answers, lines + events.substr(0, events.rfind('\n') + 1));
     DeleteKey(servicesKey);
-    const Ended held = Shell("python3 -c 'import jsonschema' 2>/dev/null || exit 77; exec python3 - " + answers +
-                             " $TV_SOURCE/docs/schemas/tvreg.schema.json <<'END'\n"
-                             "import json, sys, jsonschema\n"
-                             "schema = json.load(open(sys.argv[2]))\n"
-                             "jsonschema.Draft7Validator.check_schema(schema)\n"
-                             "known = {part['properties']['schema']['const']: part for part in"
-                             " schema['definitions'].values() if 'schema' in part.get('properties', {})}\n"
-                             "assert len(known) == len(schema['oneOf'])\n"
-                             "met = set()\n"
-                             "for line in open(sys.argv[1]):\n"
-                             "    answer = json.loads(line)\n"
-                             "    met.add(answer['schema'])\n"
-                             "    part = dict(known[answer['schema']], definitions=schema['definitions'])\n"
-                             "    for fault in jsonschema.Draft7Validator(part).iter_errors(answer):\n"
-                             "        sys.exit(line + str(fault))\n"
-                             "    jsonschema.Draft7Validator(schema).validate(answer)\n"
-                             "assert met == set(known), set(known) - met\n"
-                             "END");
-    if (held.status == 77) GTEST_SKIP() << "python3-jsonschema is not installed";
+    const Ended held = HoldAgainstSchemas("tvreg", lines + events.substr(0, events.rfind('\n') + 1), folder, true);
+    if (held.status == noValidator) GTEST_SKIP() << "python3-jsonschema is not installed";
     EXPECT_EQ(held.status, 0) << held.error;
 }
 

@@ -42,7 +42,7 @@ struct TvscChanging : testing::Test {
     }
     void TearDown() override {
         EndAllProcesses();
-        const Ended held = HoldAgainstSchemas(objects, folder, false);
+        const Ended held = HoldAgainstSchemas("tvsc", objects, folder, false);
         if (held.status == noValidator) GTEST_SKIP() << "python3-jsonschema is not installed";
         EXPECT_EQ(held.status, 0) << held.error;
     }

@@ -112,7 +112,7 @@ TEST_F(TvscJson, of_every_command_is_as_its_schema_says) {
     Take({"status", "zero", "--host", "nosuch.invalid"});
     const std::string rows = Do({"--format", "tsv", "daemon", "rpcinfo"});
     EXPECT_NE(rows.find("\nservd\t1073741824\t1\ttcp\t"), std::string::npos) << rows;
-    const Ended held = HoldAgainstSchemas(lines, folder, true);
+    const Ended held = HoldAgainstSchemas("tvsc", lines, folder, true);
     if (held.status == noValidator) GTEST_SKIP() << "python3-jsonschema is not installed";
     EXPECT_EQ(held.status, 0) << held.error;
 }
