@@ -20,17 +20,17 @@ constexpr DWORD valueRoom = 512; // a configuration with a longer value is left 
 
 // What the daemon's own query of a configuration tells; each part is a stretch of it.
 enum Field {
+    accountField,
     startField,
     groupField,
     dependenciesField,
     typeField,
     errorControlField,
     tagField,
-    imagePathField,
-    accountField
+    imagePathField
 };
-constexpr std::array fieldValues = {startTypeValue,    groupValue, dependenciesValue, typeValue,
-                                    errorControlValue, tagValue,   imagePathValue,    accountValue};
+constexpr std::array fieldValues = {accountValue, startTypeValue,    groupValue, dependenciesValue,
+                                    typeValue,    errorControlValue, tagValue,   imagePathValue};
 
 struct Fields {
     std::size_t first;
@@ -39,9 +39,9 @@ struct Fields {
 
 Fields FieldsOf(ConfigPart part) {
     switch (part) {
-    case ConfigPart::startAndGroup: return {startField, dependenciesField};
+    case ConfigPart::accountStartAndGroup: return {accountField, dependenciesField};
     case ConfigPart::groupAndDependencies: return {groupField, typeField};
-    default: return {startField, fieldValues.size()};
+    default: return {accountField, fieldValues.size()};
     }
 }
 

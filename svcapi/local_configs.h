@@ -8,7 +8,7 @@
 #include <optional>
 
 // How much of a configuration is wanted; the rest of it is empty.
-enum class ConfigPart { startAndGroup, groupAndDependencies, all };
+enum class ConfigPart { accountStartAndGroup, groupAndDependencies, all };
 
 // Reads the configurations of services whose daemon is that of this machine (IsThisMachine). Type and tag are those in
 // the registry, which the daemon takes over when it starts. Returns one for each; those that cannot be read so are

@@ -71,9 +71,6 @@ std::optional<std::string> ValueOf(const std::string &service, const char *name)
     return data;
 }
 
-// The Unix user of a service; empty for none.
-std::string AccountOf(const std::string &service) { return ValueOf(service, accountValue).value_or("").c_str(); }
-
 bool IsTagMissing(const std::string &service) { return !ValueOf(service, tagValue); }
 
 // Whether a group's order, as the registry has it, names the tag.
@@ -90,7 +87,7 @@ void LookAtPrograms(const BootDatabase &database, std::vector<Finding> *findings
         if (!why.empty()) {
             findings->push_back({true, service.name, fmt::format("its image {} {}", service.imagePath, why)});
         }
-        const std::string account = AccountOf(service.name);
+        const std::string account = IsMasked(service) ? "" : service.account.value_or("");
         if (!account.empty() && getpwnam(account.c_str()) == nullptr) {
             findings->push_back(
                 {true, service.name, fmt::format("its account {} is no user of this machine", account)});
@@ -146,6 +143,7 @@ std::vector<Finding> FindAll(const Options &options) {
         findings.push_back({true, fault.key, FaultText(fault)});
     }
     for (const BootRemark &remark : RemarksOf(database)) {
+        if (remark.kind == BootRemarkKind::masked) continue; // as somebody wants it
         findings.push_back({false, database.services[remark.service].name, RemarkText(remark)});
     }
     LookAtTags(database, &findings);

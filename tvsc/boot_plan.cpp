@@ -15,6 +15,7 @@
 #include "tvsc/boot_plan.h"
 
 #include "tv/winsvc.h"
+#include "tvsc/account_mask.h"
 
 #include <algorithm>
 #include <bit>
@@ -178,13 +179,15 @@ std::size_t CountTries(const Planner &planner, const std::size_t *roots, std::si
     std::size_t tries = 0;
     for (std::size_t i = 0; i < count; ++i) {
         reachedFrom[roots[i]] |= std::uint64_t{1} << i;
-        if (planner.walked[roots[i]] == Walked::broken) ++tries; // itself; the others are counted with what they reach
+        const bool isCounted = planner.walked[roots[i]] != Walked::broken; // with what it reaches, like the others
+        if (!isCounted && !IsMasked(planner.database->services[roots[i]])) ++tries;
     }
     for (auto node = planner.ended.rbegin(); node != planner.ended.rend(); ++node) {
         const std::uint64_t reached = reachedFrom[*node];
         if (reached == 0) continue;
         const bool isStarted = IsService(planner, *node) && planner.walked[*node] == Walked::whole;
-        if (isStarted) tries += static_cast<std::size_t>(std::popcount(reached));
+        const bool takesTime = isStarted && !IsMasked(planner.database->services[*node]); // or it is refused at once
+        if (takesTime) tries += static_cast<std::size_t>(std::popcount(reached));
         for (const Node target : planner.leadsTo[*node]) {
             reachedFrom[target] |= reached;
         }
@@ -196,6 +199,7 @@ void Start(Planner &planner, const BootStep &step) {
     if (planner.started[step.service] != 0) return;
     planner.started[step.service] = 1;
     const BootService &service = planner.database->services[step.service];
+    if (IsMasked(service)) return Remark(planner, BootRemarkKind::masked, step.service, "");
     if (service.imagePath.empty()) Remark(planner, BootRemarkKind::noImage, step.service, "");
     if (service.start == SERVICE_DISABLED) {
         Remark(planner, BootRemarkKind::disabled, step.service, planner.database->services[*step.neededBy].name);
@@ -228,6 +232,8 @@ void RemarkGroupOrder(Planner &planner) {
 bool IsAutomatic(const BootService &service) { return service.start && *service.start <= SERVICE_AUTO_START; }
 
 } // namespace
+
+bool IsMasked(const BootService &service) { return service.account && IsMasked(*service.account); }
 
 BootPlan PlanBoot(const BootDatabase &database) {
     const std::size_t nodes = database.services.size() + database.groups.size();

@@ -19,7 +19,11 @@ struct BootService {
     DWORD tag = 0;                              // that of the service before, where it has none of its own
     DWORD dependenciesCode = 0;                 // why its dependencies cannot be read; ends every walk that comes by
     std::vector<std::string> dependencies = {}; // services, and groups with a leading +
+    std::optional<std::string> account = {};    // nothing where it has none, or none that can be read
 };
+
+// Whether nobody can start it, the daemon neither.
+[[nodiscard]] bool IsMasked(const BootService &service);
 
 struct BootGroup {
     std::string name;
@@ -53,7 +57,7 @@ struct BootStep {
     const std::string *throughGroup = nullptr; // the group that the service names instead; the database's
 };
 
-enum class BootRemarkKind { disabled, noImage, ring, unknownService, emptyGroup, unreadable, groupOrder };
+enum class BootRemarkKind { disabled, noImage, ring, unknownService, emptyGroup, unreadable, groupOrder, masked };
 
 struct BootRemark {
     BootRemarkKind kind;
@@ -64,7 +68,7 @@ struct BootRemark {
 };
 
 struct BootPlan {
-    std::vector<BootStep> steps; // as if each succeeded
+    std::vector<BootStep> steps; // as if each succeeded; without those of masked services
     std::size_t mostTries = 0;   // of starts: one that fails is tried again for each automatic service that needs it
     std::vector<BootRemark> remarks;
 };

@@ -98,10 +98,11 @@ enum Field {
     groupField,
     imagePathField,
     startField,
-    dependenciesField
+    dependenciesField,
+    accountField
 };
-constexpr std::array fieldValues = {deleteFlagValue, typeValue,      tagValue,       displayNameValue,
-                                    groupValue,      imagePathValue, startTypeValue, dependenciesValue};
+constexpr std::array fieldValues = {deleteFlagValue, typeValue,      tagValue,          displayNameValue, groupValue,
+                                    imagePathValue,  startTypeValue, dependenciesValue, accountValue};
 
 bool IsNumber(std::size_t field) { return field <= tagField || field == startField; }
 
@@ -207,6 +208,8 @@ void TakeLateValues(const ServiceKey &key, BootService *service) {
     const DWORD rc = isLonger ? ReadBytes(key.key, dependenciesValue, &names) : dependencies.code;
     if (!IsOptional(rc)) service->dependenciesCode = rc;
     if (rc == ERROR_SUCCESS) service->dependencies = SplitMultiString(names);
+    const Value &account = key.values[accountField];
+    if (account.code == ERROR_SUCCESS) service->account = account.data;
 }
 
 std::optional<BootFault> TakeService(Load &load, const ServiceKey &key) {

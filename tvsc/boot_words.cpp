@@ -19,6 +19,7 @@ std::string RemarkText(const BootRemark &remark) {
     case BootRemarkKind::groupOrder:
         return fmt::format("comes after {}, whose group is a later one: the order of groups is not followed",
                            remark.text);
+    case BootRemarkKind::masked: return "masked: not started, and nobody can start it";
     }
     return "";
 }

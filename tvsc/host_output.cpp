@@ -69,7 +69,8 @@ void AddService(const std::string &host, const Json &service, HostTable *table) 
     const ProcessView process = {NumberIn<pid_t>(service, "pid_hint"), IsTrueIn(service, "process_gone"),
                                  NumberIn<std::int64_t>(service, "uptime_ms")};
     const bool isAlive = process.process != 0 && !process.isGone;
-    const std::string start = TextIn(ObjectIn(service, "config"), "start");
+    const Json config = ObjectIn(service, "config");
+    const std::string start = IsTrueIn(config, "masked") ? "masked" : TextIn(config, "start");
     RowMark mark = MarkOf(status, process);
     mark.colouredCell = stateCell;
     table->rows.push_back({host, TextIn(service, "name"), StateText(status, process), start.empty() ? "-" : start,

@@ -4,6 +4,7 @@
 
 #include "svcapi/process_stat.h"
 #include "tvhost/log.h"
+#include "tvsc/account_mask.h"
 #include "tvsc/boot_words.h"
 #include "tvsc/json_document.h"
 #include "tvsc/words.h"
@@ -52,6 +53,7 @@ Json ConfigJson(const ServiceConfig &config) {
     SetTexts(object, "depends_on", services);
     SetTexts(object, "depends_on_groups", groups);
     SetText(object, "account", config.account);
+    object["masked"] = IsMasked(config.account);
     return object;
 }
 
@@ -93,9 +95,9 @@ Json ProgramJson(const HostedView &view) {
     return object;
 }
 
-constexpr const char *remarkWords[] = {"disabled",    "no_image",   "ring",       "unknown_service",
-                                       "empty_group", "unreadable", "group_order"};
-static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::groupOrder) + 1);
+constexpr const char *remarkWords[] = {"disabled",    "no_image",   "ring",        "unknown_service",
+                                       "empty_group", "unreadable", "group_order", "masked"};
+static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::masked) + 1);
 
 Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t position) {
     const BootService &service = database.services[step.service];

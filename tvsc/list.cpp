@@ -2,6 +2,7 @@
 // list: all services, or those that are asked for, in columns.
 #include "svcapi/client.h"
 #include "svcapi/local_configs.h"
+#include "tvsc/account_mask.h"
 #include "tvsc/json_output.h"
 #include "tvsc/look.h"
 #include "tvsc/names.h"
@@ -54,6 +55,12 @@ std::string NameShown(const ServiceView &view) {
     return view.service.name.empty() && view.hidden ? "-" : view.service.name;
 }
 
+// A masked service is not started, whatever its start type is.
+std::string StartCell(const ServiceView &view) {
+    if (!view.config) return "-";
+    return IsMasked(view.config->account) ? "masked" : StartWord(view.config->startType);
+}
+
 void PrintColumns(const std::vector<ServiceView> &views) {
     std::vector<std::vector<std::string>> rows = {
         {"NAME", "STATE", "START", "PID", "UPTIME", "GROUP", "DISPLAY NAME", ""}};
@@ -61,8 +68,7 @@ void PrintColumns(const std::vector<ServiceView> &views) {
     for (const ServiceView &view : views) {
         const ProcessView &process = view.process;
         const bool isAlive = process.process != 0 && !process.isGone;
-        rows.push_back({NameShown(view), StateText(view.service.status, process),
-                        view.config ? StartWord(view.config->startType) : "-",
+        rows.push_back({NameShown(view), StateText(view.service.status, process), StartCell(view),
                         isAlive ? std::to_string(process.process) : "-", isAlive ? DurationText(process.uptimeMs) : "-",
                         view.config && !view.config->group.empty() ? view.config->group : "-", view.service.displayName,
                         RemarkOn(view)});
@@ -153,7 +159,7 @@ int RunList(Session &session, const ListFilter &filter) {
     if (filter.type != (SERVICE_WIN32 | SERVICE_DRIVER)) FilterByType(session, filter.type, &views);
     const bool showsConfig = !filter.brief && !filter.namesOnly;
     if (showsConfig || !filter.group.empty()) {
-        AddConfigs(session, session.options.json ? ConfigPart::all : ConfigPart::startAndGroup, &views);
+        AddConfigs(session, session.options.json ? ConfigPart::all : ConfigPart::accountStartAndGroup, &views);
     }
     if (!filter.group.empty()) {
         std::erase_if(views,

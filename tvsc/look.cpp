@@ -3,9 +3,9 @@
 #include "tvsc/look.h"
 
 #include "svcapi/client.h"
+#include "tvsc/account_mask.h"
 #include "tvsc/hosted_settings.h"
 #include "tvsc/json_output.h"
-#include "tvsc/mask.h"
 #include "tvsc/names.h"
 #include "tvsc/report.h"
 #include "tvsc/service_properties.h"
@@ -56,14 +56,15 @@ std::string DependenciesText(const ServiceConfig &config) {
 void PrintConfig(const ServiceConfig &config, const std::string &command, const std::string &description) {
     if (!description.empty()) fmt::print("    about: {}\n", Printable(description));
     fmt::print("     type: {}\n", ServiceTypeText(config.type));
-    fmt::print("    start: {}\n", StartWord(config.startType));
+    fmt::print("    start: {}{}\n", StartWord(config.startType),
+               IsMasked(config.account) ? "; masked, nobody can start it" : "");
     fmt::print("    error: {}\n", ErrorControlWord(config.errorControl));
     if (!command.empty()) fmt::print("  command: {}\n", Printable(command));
     fmt::print("    image: {}\n", Printable(config.imagePath));
     fmt::print("    group: {}\n", Printable(config.group));
     fmt::print("      tag: {}\n", config.tag);
     fmt::print("  depends: {}\n", Printable(DependenciesText(config)));
-    fmt::print("  account: {}\n", Printable(config.account));
+    fmt::print("  account: {}\n", Printable(WithoutMask(config.account)));
 }
 
 std::string DescriptionOf(Session &session, const std::string &name) {

@@ -9,12 +9,9 @@
 #include "tvsc/service_registry.h"
 #include "util/little_endian.h"
 
-#include <algorithm>
 #include <optional>
 
 namespace {
-
-constexpr std::string_view mask = ":masked";
 
 // A service as the registry has it. Returns false, and notes why, where that cannot be read.
 bool ReadNamed(Session &session, const std::string &name, const char *action, ServiceText *service) {
@@ -73,7 +70,7 @@ void Mask(Session &session, const std::string &name) {
         return Failed(session, name, action, ERROR_NOT_SUPPORTED,
                       "of a shared process, which takes its start without the daemon's help; it can be disabled");
     }
-    const std::string masked = std::string(mask) + (account ? ':' + *account : "");
+    const std::string masked = std::string(accountMask) + (account ? ':' + *account : "");
     if (masked.size() > longestTextBytes) {
         return Failed(session, name, action, ERROR_INVALID_PARAMETER, "its account is too long");
     }
@@ -86,19 +83,11 @@ void Unmask(Session &session, const std::string &name) {
     if (!ReadNamed(session, name, action, &service)) return;
     const std::optional<std::string> account = AccountIn(service);
     if (!account || !IsMasked(*account)) return Done(session, name, action, "not masked");
-    const bool hadNone = account->size() == mask.size();
+    const bool hadNone = account->size() == accountMask.size();
     Change(session, service, action, hadNone ? std::nullopt : std::make_optional(WithoutMask(*account)), "unmasked");
 }
 
 } // namespace
-
-bool IsMasked(std::string_view account) {
-    return account.starts_with(mask) && (account.size() == mask.size() || account[mask.size()] == ':');
-}
-
-std::string WithoutMask(const std::string &account) {
-    return !IsMasked(account) ? account : account.substr(std::min(account.size(), mask.size() + 1));
-}
 
 int RunMask(Session &session, const std::vector<std::string> &names) {
     for (const std::string &name : ResolveNames(session, names, "mask")) {

@@ -9,14 +9,8 @@
 // daemon hands its start to a process that is there already.
 #pragma once
 
+#include "tvsc/account_mask.h"
 #include "tvsc/session.h"
-
-#include <string_view>
-
-// Whether an account is that of a masked service.
-[[nodiscard]] bool IsMasked(std::string_view account);
-// The account that a service has, or had before it was masked.
-[[nodiscard]] std::string WithoutMask(const std::string &account);
 
 // Each returns the exit status.
 int RunMask(Session &session, const std::vector<std::string> &names);

@@ -6,7 +6,6 @@
 #include "tvsc/boot_words.h"
 #include "tvsc/findings.h"
 #include "tvsc/hosted_settings.h"
-#include "tvsc/mask.h"
 #include "tvsc/words.h"
 #include "util/shell_quoted.h"
 
@@ -82,7 +81,7 @@ std::vector<BootRemark> RemarksOn(const BootDatabase &database) {
     const auto isAlike = [](const BootRemark &remark) {
         return remark.kind == BootRemarkKind::ring || remark.kind == BootRemarkKind::unknownService ||
                remark.kind == BootRemarkKind::emptyGroup || remark.kind == BootRemarkKind::unreadable ||
-               remark.kind == BootRemarkKind::noImage;
+               remark.kind == BootRemarkKind::noImage || remark.kind == BootRemarkKind::masked;
     };
     for (BootRemark &remark : PlanBoot(database).remarks) {
         if (!isAlike(remark)) remarks.push_back(std::move(remark));
@@ -109,18 +108,6 @@ Finding FindingOf(const BootRemark &remark, const std::string &name) {
             MendingOf(remark, name)};
 }
 
-// The account of a service; nothing where there is none.
-std::optional<std::string> AccountOf(const std::string &service) {
-    char account[1024] = {};
-    DWORD bytes = sizeof account - 1;
-    HKEY key = 0;
-    const std::string path = fmt::format("{}\\{}", servicesKeyPath, service);
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return std::nullopt;
-    const LONG rc = RegQueryValueExA(key, accountValue, nullptr, nullptr, reinterpret_cast<LPBYTE>(account), &bytes);
-    (void)RegCloseKey(key); // read whole
-    return rc == ERROR_SUCCESS ? std::make_optional<std::string>(account) : std::nullopt;
-}
-
 void CheckImage(const BootService &service, Findings *findings) {
     if (service.imagePath.empty()) return; // told by the plan
     const std::string why = WhyNoLauncher(service.imagePath);
@@ -144,15 +131,12 @@ void CheckImage(const BootService &service, Findings *findings) {
 }
 
 void CheckAccount(const BootService &service, Findings *findings) {
-    const std::optional<std::string> account = AccountOf(service.name);
-    if (!account) return;
+    const std::optional<std::string> &account = service.account;
+    if (!account || IsMasked(service)) return;
     if (account->empty()) {
         findings->push_back({FindingLevel::warn, "start", service.name, "its account is empty",
                              "an empty account means user id 0, not the daemon's user",
                              fmt::format("tvreg delete {} -v {}", QuotedServiceKey(service.name), accountValue)});
-    } else if (IsMasked(*account)) {
-        findings->push_back({FindingLevel::info, "start", service.name, "it is masked", "nobody can start it",
-                             fmt::format("tvsc unmask {}", NameArgument(service.name))});
     } else if (getpwnam(account->c_str()) == nullptr) {
         findings->push_back({FindingLevel::fail, "start", service.name,
                              fmt::format("its account {} is no user of this machine", *account),
@@ -179,6 +163,11 @@ bool CheckRegistry(const Options &options, BootDatabase *database, Findings *fin
         findings->push_back(FindingOf(remark, database->services[remark.service].name));
     }
     CheckValues(machine, *database, findings);
+    for (const BootService &service : database->services) {
+        if (!IsMasked(service)) continue;
+        findings->push_back({FindingLevel::info, "start", service.name, "it is masked", "nobody can start it",
+                             fmt::format("tvsc unmask {}", NameArgument(service.name))});
+    }
     for (const std::string &name : database->deleted) {
         findings->push_back({FindingLevel::info, "registry", name, "is marked for deletion",
                              "the daemon deletes its key when it starts", ""});

@@ -2,6 +2,7 @@
 // service_properties: one line for each.
 #include "tvsc/service_properties.h"
 
+#include "tvsc/account_mask.h"
 #include "tvsc/words.h"
 
 #include <fmt/format.h>
@@ -56,7 +57,9 @@ constexpr Property properties[] = {
     {"tag", true, [](const ServiceView &view) { return Text(view.config->tag); }},
     {"depends_on", true,
      [](const ServiceView &view) { return fmt::to_string(fmt::join(view.config->dependencies, ",")); }},
-    {"account", true, [](const ServiceView &view) { return view.config->account; }}};
+    {"account", true, [](const ServiceView &view) { return view.config->account; }},
+    {"masked", true,
+     [](const ServiceView &view) -> std::string { return IsMasked(view.config->account) ? "true" : "false"; }}};
 
 const Property &Find(const std::string &name) {
     return *std::find_if(std::begin(properties), std::end(properties) - 1,

@@ -164,6 +164,51 @@ TEST_F(TvscMask, a_masked_service_is_not_missed_and_explain_tells_how_it_is_star
     EXPECT_THAT(Tvsc({"explain", name}).output, HasSubstr("next: tvsc unmask " + name + "\n"));
 }
 
+TEST_F(TvscMask, what_reads_the_registry_tells_a_mask) {
+    CreateSample(name, "", {"--start", "auto", "--user", "root"});
+    CreateSample(name + "-2");
+    const auto configOf = [&](const std::vector<std::string> &words) {
+        return Json::parse(Do(words)).at("services").at(0).at("config");
+    };
+    EXPECT_THAT(Do({"list", name}), Not(HasSubstr("masked")));
+    EXPECT_THAT(Do({"show", name}), Not(HasSubstr("masked")));
+    EXPECT_EQ(configOf({"--json", "show", name}).at("masked"), false);
+    EXPECT_EQ(Do({"show", "-p", "masked", name}), "false\n");
+    Do({"mask", name});
+    EXPECT_THAT(Do({"list"}), testing::ContainsRegex(name + " +stopped +masked "));
+    EXPECT_THAT(Do({"list", name}), HasSubstr(" masked ")) << "asked of the daemon, too";
+    EXPECT_THAT(Do({"list", name + "-2"}), Not(HasSubstr("masked")));
+    EXPECT_THAT(Do({"--host", "localhost,127.0.0.1", "list", name}), HasSubstr(" masked "));
+    EXPECT_THAT(Do({"show", name}),
+                AllOf(HasSubstr("    start: auto; masked, nobody can start it\n"), HasSubstr("  account: root\n")));
+    EXPECT_EQ(Do({"show", "-p", "masked", name}), "true\n");
+    for (const char *look : {"list", "show"}) {
+        EXPECT_EQ(configOf({"--json", look, name}).at("masked"), true) << look;
+        EXPECT_EQ(configOf({"--json", look, name}).at("start"), "auto") << look;
+        EXPECT_EQ(configOf({"--json", look, name}).at("account"), ":masked:root") << look;
+    }
+    EXPECT_THAT(Do({"explain", name}), HasSubstr(name + ": it is masked\n"));
+    EXPECT_THAT(Tvsc({"doctor"}).output, HasSubstr(name + ": it is masked\n"));
+    EXPECT_THAT(RunAndRead({.command = {ProgramPath("tvreg"), "lint"}}).output, Not(HasSubstr(name + ": its account")));
+}
+
+TEST_F(TvscMask, the_plan_of_the_boot_leaves_a_masked_service_out_and_says_so) {
+    CreateSample(name + "-2");
+    CreateSample(name, "", {"--start", "auto", "--depends", name + "-2"});
+    Do({"mask", name});
+    const Json plan = Json::parse(Do({"--json", "plan", "boot"}));
+    std::vector<std::string> steps, masked;
+    for (const Json &step : plan.at("steps")) {
+        steps.push_back(step.at("name"));
+    }
+    for (const Json &remark : plan.at("remarks")) {
+        if (remark.at("kind") == "masked") masked.push_back(remark.at("name"));
+    }
+    EXPECT_THAT(steps, AllOf(testing::Contains(name + "-2"), Not(testing::Contains(name))));
+    EXPECT_THAT(masked, testing::Contains(name)) << "others may be left of the tests before";
+    EXPECT_THAT(Do({"plan", "boot"}), HasSubstr("\n! " + name + ": masked: not started, and nobody can start it\n"));
+}
+
 // The daemon hands the start of such a service to a process that may run already.
 TEST_F(TvscMask, a_service_of_a_shared_process_cannot_be_masked) {
     CreateSample(name, "", {"--type", "share"});

@@ -66,6 +66,19 @@ TEST_F(PlannedBoot, an_automatic_service_started_as_a_dependency_does_not_come_a
     EXPECT_THAT(Steps(), ElementsAre("Beta<Alpha<-Alpha", "Alpha", "Gamma"));
 }
 
+TEST_F(PlannedBoot, a_masked_service_is_no_step_and_what_it_needs_is_one) {
+    InstallService("Alpha", {.start = automatic, .dependencies = {"Beta"}, .account = ":masked"});
+    InstallService("Beta", {.start = automatic});
+    InstallService("Gamma", {.start = automatic, .dependencies = {"Delta"}});
+    InstallService("Delta", {.start = SERVICE_DISABLED, .account = ":masked:root"});
+    InstallService("Epsilon", {.start = demand, .account = ":masked"});
+    InstallService("Zeta", {.start = automatic, .account = ":maskedroot"});
+    EXPECT_THAT(Steps(), ElementsAre("Beta<Alpha<-Alpha", "Gamma", "Zeta"));
+    EXPECT_THAT(Remarks(BootRemarkKind::masked), ElementsAre("Alpha: ", "Delta: ")) << "those that would be tried";
+    EXPECT_THAT(Remarks(BootRemarkKind::disabled), IsEmpty());
+    EXPECT_EQ(plan.mostTries, 4u) << "Beta for Alpha and for itself: a masked one is refused at once";
+}
+
 TEST_F(PlannedBoot, services_without_a_start_value_never_start_by_themselves) {
     InstallService("Alpha");
     InstallService("Beta", {.start = automatic, .dependencies = {"Alpha"}});
