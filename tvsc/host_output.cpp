@@ -149,7 +149,7 @@ void PrintHostsServices(const std::vector<HostRun> &runs) {
         const bool isMissing = table.rows.size() == before + 1 && table.rows.back()[1] == "-";
         answered += isMissing ? 0u : 1u;
     }
-    PrintTable(std::move(table.rows), table.marks);
+    PrintTable(std::move(table.rows), table.marks, stateCell + 1); // without its state a line would tell nothing
     if (!ShowsLegend()) return;
     fmt::print("{} service{} of {} machine{}{}.\n", table.services, table.services == 1 ? "" : "s", answered,
                answered == 1 ? "" : "s",

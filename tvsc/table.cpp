@@ -77,24 +77,27 @@ void Shrink(std::vector<std::size_t> *widths, std::size_t i, std::size_t floor, 
     width = width > tooMuch + floor ? width - tooMuch : floor;
 }
 
-// Makes columns fit, from the last to the first: all but the first two, which say what a line is about, are cut, then
-// left out; only then these are cut, the wider one first.
-void Fit(std::vector<std::size_t> *widths, std::size_t markWidth, std::size_t available) {
-    constexpr std::size_t kept = 2;
+// Makes columns fit, from the last to the first: all but those that are kept are cut, then left out; only then these
+// are cut, the widest one first.
+void Fit(std::vector<std::size_t> *widths, std::size_t kept, std::size_t markWidth, std::size_t available) {
     for (const std::size_t floor : {leastColumn, std::size_t{0}}) {
         for (std::size_t i = widths->size(); i-- > kept;) {
             Shrink(widths, i, floor, markWidth, available);
         }
     }
-    if (widths->empty()) return;
-    const std::size_t wider = widths->size() > 1 && (*widths)[1] > (*widths)[0] ? 1 : 0;
-    Shrink(widths, wider, leastColumn, markWidth, available);
-    if (widths->size() > 1) Shrink(widths, 1 - wider, leastColumn, markWidth, available);
+    std::vector<std::size_t> widestFirst(std::min(kept, widths->size()));
+    std::iota(widestFirst.begin(), widestFirst.end(), std::size_t{0});
+    std::stable_sort(widestFirst.begin(), widestFirst.end(),
+                     [&](std::size_t a, std::size_t b) { return (*widths)[a] > (*widths)[b]; });
+    for (const std::size_t column : widestFirst) {
+        Shrink(widths, column, leastColumn, markWidth, available);
+    }
 }
 
 } // namespace
 
-std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks) {
+std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows, const std::vector<RowMark> &marks,
+                                    std::size_t kept) {
     std::vector<std::string> lines;
     std::vector<std::size_t> widths;
     for (auto &row : rows) {
@@ -105,7 +108,7 @@ std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows, 
         }
     }
     const std::size_t markWidth = marks.empty() ? 0 : 2;
-    if (const std::optional<std::size_t> available = TerminalWidth()) Fit(&widths, markWidth, *available);
+    if (const std::optional<std::size_t> available = TerminalWidth()) Fit(&widths, kept, markWidth, *available);
     for (std::size_t r = 0; r < rows.size(); ++r) {
         const RowMark mark = marks.empty() ? RowMark() : marks[r];
         std::string line = marks.empty() ? "" : Coloured(mark.colour, mark.mark) + " ";
@@ -128,10 +131,10 @@ std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows, 
     return lines;
 }
 
-void PrintTable(std::vector<std::vector<std::string>> rows, std::vector<RowMark> marks) {
+void PrintTable(std::vector<std::vector<std::string>> rows, std::vector<RowMark> marks, std::size_t kept) {
     if (!ShowsLegend()) rows.erase(rows.begin());
     if (!ShowsLegend() && !marks.empty()) marks.erase(marks.begin());
-    for (const std::string &line : TableLines(std::move(rows), marks)) {
+    for (const std::string &line : TableLines(std::move(rows), marks, kept)) {
         fmt::print("{}\n", line);
     }
 }

@@ -14,10 +14,15 @@ struct RowMark {
     std::size_t colouredCell = 0;
 };
 
+inline constexpr std::size_t columnsKept = 2;
+
 // Columns as wide as their widest cell, but for the last one; with marks, one before each line. Cells need not be
-// printable. At a terminal no line is wider than it: columns from the third on are cut, then left out, the last one
-// first; then the first two are cut. What was cut ends in an ellipsis.
+// printable. At a terminal no line is wider than it: all columns but the first are cut, then left out, the last one
+// first; then these are cut, the widest one first. What was cut ends in an ellipsis.
+//   kept  how many of the first columns are never left out: they say what a line is about
 [[nodiscard]] std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows,
-                                                  const std::vector<RowMark> &marks = {});
+                                                  const std::vector<RowMark> &marks = {},
+                                                  std::size_t kept = columnsKept);
 // Writes them to standard output; the first row, which is the heading, where one is wanted (output_format.h).
-void PrintTable(std::vector<std::vector<std::string>> rows, std::vector<RowMark> marks = {});
+void PrintTable(std::vector<std::vector<std::string>> rows, std::vector<RowMark> marks = {},
+                std::size_t kept = columnsKept);
