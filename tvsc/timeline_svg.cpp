@@ -39,15 +39,14 @@ std::string Escaped(const std::string &text) {
     return escaped;
 }
 
-// A name, printable, or its first characters and an ellipsis.
-std::string Label(const std::string &text) {
-    const std::string shown = Printable(text, Charset::utf8);
+// How many bytes of a printable text have room as a label: all, or the first characters.
+std::size_t LabelBytes(const std::string &shown) {
     std::size_t characters = 0;
     for (std::size_t i = 0; i < shown.size(); ++i) {
         const bool isFirstByte = (static_cast<unsigned char>(shown[i]) & 0xC0u) != 0x80u;
-        if (isFirstByte && ++characters > longestLabel) return shown.substr(0, i) + "…";
+        if (isFirstByte && ++characters > longestLabel) return i;
     }
-    return shown;
+    return shown.size();
 }
 
 // A step between two marks of the axis that makes about eight of them: 1, 2 or 5 times a power of ten, in ms.
@@ -61,10 +60,23 @@ std::int64_t AxisStep(std::int64_t spanMs) {
     }
 }
 
-//   tip  what is shown where the pointer rests; empty: nothing
-std::string Text(int x, int y, const char *further, const std::string &text, const std::string &tip = "") {
-    return fmt::format("  <text x=\"{}\" y=\"{}\"{}>{}{}</text>\n", x, y, further, Escaped(text),
-                       tip.empty() ? "" : "<title>" + Escaped(tip) + "</title>");
+std::string Text(int x, int y, const char *further, const std::string &text) {
+    return fmt::format("  <text x=\"{}\" y=\"{}\"{}>{}</text>\n", x, y, further, Escaped(text));
+}
+
+// A service's name. What has no room is there and takes none, with an ellipsis beside it: who makes links of the names
+// in a picture finds each of them whole.
+std::string Label(const std::string &name, int y) {
+    const std::string shown = Printable(name, Charset::utf8);
+    const std::size_t bytes = LabelBytes(shown);
+    const bool isWhole = bytes == shown.size();
+    std::string label = fmt::format(
+        "  <text x=\"{}\" y=\"{}\">{}{}<title>{}</title></text>\n", margin, y, Escaped(shown.substr(0, bytes)),
+        isWhole ? ""
+                : fmt::format("<tspan font-size=\"0\" fill-opacity=\"0\">{}</tspan>", Escaped(shown.substr(bytes))),
+        Escaped(shown));
+    if (!isWhole) label += Text(labelWidth - margin, y, "", "…");
+    return label;
 }
 
 // Where a moment stands, counted from the daemon's start.
@@ -88,7 +100,7 @@ std::string Bar(const Scale &scale, std::int64_t fromMs, std::int64_t toMs, int 
 }
 
 std::string Row(const Timeline &timeline, const Scale &scale, const TimelineStep &step, int y) {
-    std::string row = Text(margin, y + barHeight - 2, "", Label(step.name), Printable(step.name, Charset::utf8));
+    std::string row = Label(step.name, y + barHeight - 2);
     if (!step.run) {
         const char *why = step.runsAgain ? "started later" : "no record of a start";
         return row + Text(labelWidth + 4, y + barHeight - 2, " fill=\"#888\" font-style=\"italic\"", why);

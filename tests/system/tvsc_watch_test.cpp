@@ -221,9 +221,11 @@ struct TvscZTimeline : TvscWatch {
 
 TEST_F(TvscZTimeline, it_tells_each_automatic_start_in_its_turn) {
     const std::string slow = "slow", odd = "odd <&\">", lost = "lost", hand = "by hand";
+    const std::string isLong = "a service <whose name> goes on & on for longer than a label has room";
     CreateSample(slow, "--start-ms 400", {"--start", "auto"});
     CreateSample(odd, "", {"--start", "auto", "--depends", slow});
     CreateSample(hand);
+    CreateSample(isLong, "", {"--start", "auto"});
     WriteService(lost, SERVICE_AUTO_START, folder + "/" + slow + ".csh",
                  {{"DependOnService", REG_SZ, Sz("no-such-user")}});
     RestartDaemon();
@@ -231,7 +233,7 @@ TEST_F(TvscZTimeline, it_tells_each_automatic_start_in_its_turn) {
     const auto runs = [&](const std::string &service) {
         return StepOf(Json::parse(Do({"timeline", "--json"})), service).at("running_after_ms") != nullptr;
     };
-    EXPECT_TRUE(WaitUntil([&] { return runs(slow) && runs(odd); }));
+    EXPECT_TRUE(WaitUntil([&] { return runs(slow) && runs(odd) && runs(isLong); }));
 
     const Json timeline = Json::parse(Do({"timeline", "--json"}));
     EXPECT_EQ(timeline.at("schema"), "tvsc.timeline/1");
@@ -257,6 +259,25 @@ TEST_F(TvscZTimeline, it_tells_each_automatic_start_in_its_turn) {
     WriteFile(folder + "/timeline.svg", svg);
     const std::string parser = "exec xmllint --noout '" + folder + "/timeline.svg'";
     EXPECT_EQ(RunAndRead({.command = {"/bin/sh", "-c", parser}}).status, 0);
+    // By a parser of XML: the names of services, whole and unescaped, and the bars behind each.
+    const auto countOf = [&](const std::string &what) {
+        const std::string file = folder + "/timeline.svg";
+        const Ended parsed =
+            RunAndRead({.command = {"/usr/bin/env", "xmllint", "--xpath", "count(" + what + ")", file}});
+        return std::atoi(parsed.output.c_str());
+    };
+    const auto labelOf = [](const std::string &service) {
+        const std::string quote = service.find('"') == std::string::npos ? "\"" : "'";
+        return "//*[local-name()='text'][concat(text(), *[local-name()='tspan'])=" + quote + service + quote + "]";
+    };
+    for (const std::string &service : {slow, odd, isLong}) {
+        EXPECT_EQ(countOf(labelOf(service)), 1) << service;
+        EXPECT_EQ(countOf(labelOf(service) + "/following-sibling::*[position()<=3][local-name()='rect']"), 2)
+            << service << ": its launch and its start";
+    }
+    EXPECT_EQ(countOf(labelOf(lost)), 1);
+    EXPECT_EQ(countOf(labelOf(lost) + "/following-sibling::*[1][local-name()='rect']"), 0);
+    EXPECT_EQ(countOf("//*[local-name()='title'][.=\"" + isLong + "\"]"), 1) << "shown where the pointer rests";
 
     // What came after the daemon had begun to answer does not count for its start.
     (void)Do({"restart", odd});
