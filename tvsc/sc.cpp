@@ -136,6 +136,14 @@ bool IsScLock(const std::vector<std::string> &words) {
     return words.size() > (hasHost ? 1U : 0U) && InSmallLetters(words[hasHost ? 1 : 0]) == "lock";
 }
 
+std::vector<ScVerbWords> ScVerbs() {
+    std::vector<ScVerbWords> words;
+    for (const NamedVerb &verb : verbs) {
+        words.push_back({verb.name, OptionsOf(verb)});
+    }
+    return words;
+}
+
 int RunSc(const Options &options, const std::vector<std::string> &words) {
     Session session;
     session.options = options;

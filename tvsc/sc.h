@@ -11,6 +11,13 @@
 // Whether the words are those of the verb that reads standard input.
 [[nodiscard]] bool IsScLock(const std::vector<std::string> &words);
 
+// A verb, and the names of its options, in small letters and without the sign behind them.
+struct ScVerbWords {
+    std::string name;
+    std::vector<std::string> options;
+};
+[[nodiscard]] std::vector<ScVerbWords> ScVerbs();
+
 //   words  the host as \\HOST or nothing, the verb, its arguments
 // Returns the exit status: 0, the Win32 code where it fits into eight bits, else this program's status for the code.
 int RunSc(const Options &options, const std::vector<std::string> &words);

@@ -6,7 +6,8 @@ setup() {
     for shell in bash zsh fish; do
         "$TV_BIN/tvsc" completion "$shell" >"$BATS_TEST_TMPDIR/$shell"
     done
-    printf '#!/bin/sh\n[ "$1" = list ] && printf "web\\nweb cache\\n"\n' >"$BATS_TEST_TMPDIR/bin/tvsc"
+    printf '#!/bin/sh\necho "$@" >>%s/asked\n[ "$1" = list ] && printf "web\\nweb cache\\n"\n' "$BATS_TEST_TMPDIR" \
+        >"$BATS_TEST_TMPDIR/bin/tvsc"
     chmod 755 "$BATS_TEST_TMPDIR/bin/tvsc"
     PATH=$BATS_TEST_TMPDIR/bin:$PATH
 }
@@ -24,9 +25,94 @@ inBash() { # WORD...
     [ "$(inBash tvsc start we | tr '\n' ',')" = 'web,web\ cache,' ]
 }
 
+inFish() { fish -N -c "source $BATS_TEST_TMPDIR/fish; complete -C '$1'" | cut -f 1; }
+
+inZsh() {
+    zsh -f -c 'compdef() { :; }; compadd() { shift; print -l -- "$@"; }; . "$1"; shift; words=("$@"); CURRENT=$#; _tvsc' \
+        zsh "$BATS_TEST_TMPDIR/zsh" "$@"
+}
+
+# What a shell offers behind each of these lines: commands of commands, their options, words of the Win32 tool's verbs,
+# names only where a name comes next, and nothing for an option's value.
+#   FUNCTION  given the words of a line, prints what is offered, as it stands
+nested() {
+    local in=$1
+    has() { grep -qx -- "$1"; }
+    lacks() { ! grep -qx -- "$1"; }
+    "$in" tvsc plan '' | has restart
+    "$in" tvsc plan '' | lacks web
+    "$in" tvsc plan start --n | has --name
+    "$in" tvsc plan start --w | lacks --with-deps
+    "$in" tvsc plan start --js | has --json
+    "$in" tvsc plan start we | has web
+    "$in" tvsc plan start web we | has web
+    "$in" tvsc handles '' | has drain
+    "$in" tvsc handles drain --n | has --name
+    "$in" tvsc handles drain we | has web
+    "$in" tvsc lock '' | has take
+    "$in" tvsc lock release --i | has --id
+    "$in" tvsc lock take --i | lacks --id
+    "$in" tvsc daemon '' | has rpcinfo
+    "$in" tvsc daemon status --j | has --json
+    "$in" tvsc sc '' | has enumdepend
+    "$in" tvsc sc query '' | has 'type='
+    "$in" tvsc sc query '' | has web
+    "$in" tvsc sc qc '' | lacks 'type='
+    "$in" tvsc query --f | has --fresh # another name of status
+    "$in" tvsc help sta | has status
+    "$in" tvsc --host other plan '' | has restart
+    "$in" tvsc --host plan start --with-d | has --with-deps
+    "$in" tvsc --format json lock '' | has take
+    "$in" tvsc plan --timeout 5s start --n | has --name
+    "$in" tvsc start --timeout '' | lacks web
+    "$in" tvsc --host '' | lacks start
+}
+
+# Names come from the first of several hosts: a table of all of them is no list of names.
+severalHosts() { # FUNCTION
+    rm -f "$BATS_TEST_TMPDIR/asked"
+    TVSC_HOST=alpha,beta "$1" tvsc start we | grep -qx web
+    grep -q -- '--host=alpha$' "$BATS_TEST_TMPDIR/asked"
+    rm "$BATS_TEST_TMPDIR/asked"
+    TVSC_HOST= "$1" tvsc start we | grep -qx web
+    ! grep -q -- --host "$BATS_TEST_TMPDIR/asked"
+}
+
+@test "bash completes what is below a command" { nested inBash; }
+@test "bash asks the first of several hosts" { severalHosts inBash; }
+
+@test "zsh completes what is below a command" {
+    command -v zsh >/dev/null || skip "zsh is not installed"
+    nested inZsh
+}
+
+@test "zsh asks the first of several hosts" {
+    command -v zsh >/dev/null || skip "zsh is not installed"
+    severalHosts inZsh
+}
+
+fishWords() { # WORD...: none of them has a blank in it
+    inFish "$*"
+}
+
+@test "fish completes what is below a command" {
+    command -v fish >/dev/null || skip "fish is not installed"
+    nested fishWords
+}
+
+@test "fish asks the first of several hosts" {
+    command -v fish >/dev/null || skip "fish is not installed"
+    severalHosts fishWords
+}
+
+@test "bash finds the value of an option that is written as one word" {
+    inBash tvsc --host = other plan '' | grep -qx restart # as bash takes --host=other apart
+    inBash tvsc --color = never start --with-d | grep -qx -- --with-deps
+    [ -z "$(inBash tvsc --host = oth)" ]
+}
+
 @test "fish completes commands, options and names" {
     command -v fish >/dev/null || skip "fish is not installed"
-    inFish() { fish -N -c "source $BATS_TEST_TMPDIR/fish; complete -C '$1'"; }
     inFish 'tvsc resta' | grep -q '^restart'
     inFish 'tvsc stop --with-d' | grep -q '^--with-dependents'
     inFish 'tvsc start we' | grep -q '^web'
@@ -34,10 +120,6 @@ inBash() { # WORD...
 
 @test "zsh completes commands, options and names" {
     command -v zsh >/dev/null || skip "zsh is not installed"
-    inZsh() {
-        zsh -f -c 'compdef() { :; }; compadd() { shift; print -l -- "$@"; }; . "$1"; shift; words=("$@"); CURRENT=$#; _tvsc' \
-            zsh "$BATS_TEST_TMPDIR/zsh" "$@"
-    }
     inZsh tvsc resta | grep -qx restart
     inZsh tvsc stop --w | grep -qx -- --with-dependents
     inZsh tvsc lock r | grep -qx release
@@ -73,6 +155,21 @@ typed() { # SHELL-COMMAND PREPARATION KEYS... -- EXPECTED
 
 @test "a tab in bash completes an option" {
     typed "bash --norc" ". $BATS_TEST_TMPDIR/bash" "tvsc stop --with-d" "tvsc stop --with-dependents"
+}
+
+@test "a tab in bash completes a command of a command" {
+    typed "bash --norc" ". $BATS_TEST_TMPDIR/bash" "tvsc plan resta" "tvsc plan restart"
+}
+
+@test "a tab in zsh completes an option of a command of a command" {
+    command -v zsh >/dev/null || skip "zsh is not installed"
+    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc lock release --i" \
+        "tvsc lock release --id"
+}
+
+@test "a tab in fish completes a command of a command" {
+    command -v fish >/dev/null || skip "fish is not installed"
+    typed "fish --no-config" "source $BATS_TEST_TMPDIR/fish" "tvsc handles dr" "tvsc handles drain"
 }
 
 @test "a tab in zsh completes a command" {
