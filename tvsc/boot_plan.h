@@ -6,6 +6,7 @@
 #pragma once
 
 #include "tv/winreg.h"
+#include "tv/winsvc.h"
 
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@ struct BootService {
     std::string name;
     std::string displayName = {};
     std::string imagePath = {};
+    DWORD type = SERVICE_WIN32_OWN_PROCESS;
     std::optional<DWORD> start = {};            // without it the service never starts by itself
     DWORD tag = 0;                              // that of the service before, where it has none of its own
     DWORD dependenciesCode = 0;                 // why its dependencies cannot be read; ends every walk that comes by

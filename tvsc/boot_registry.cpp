@@ -225,6 +225,7 @@ std::optional<BootFault> TakeService(Load &load, const ServiceKey &key) {
     };
     const auto isThere = [&](Field field) { return key.values[field].code == ERROR_SUCCESS; };
     if (isMissing(typeField)) return fault;
+    if (isThere(typeField)) service.type = NumberIn(key.values[typeField]);
     if (isMissing(tagField)) return fault;
     if (isThere(tagField)) load.tag = NumberIn(key.values[tagField]);
     service.tag = load.tag;

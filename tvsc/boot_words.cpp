@@ -6,6 +6,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <numeric>
+#include <set>
+
 std::string RemarkText(const BootRemark &remark) {
     switch (remark.kind) {
     case BootRemarkKind::disabled: return fmt::format("disabled, but started, since {} needs it", remark.text);
@@ -24,9 +28,32 @@ std::string RemarkText(const BootRemark &remark) {
     return "";
 }
 
+namespace {
+
+constexpr std::size_t retryPauseSec = retryPauseMs / 1000;
+constexpr std::size_t dialSec = newProcessRetriesAtStartUp * retryPauseSec;
+constexpr std::size_t sharedDialSec = sharedProcessRetries * retryPauseSec;
+
+} // namespace
+
+// Before a service of a shared process gets one of its own, the process that was started for another one of its image
+// is tried.
+std::vector<std::size_t> WorstCasesSec(const BootDatabase &database, const BootPlan &plan) {
+    std::vector<std::size_t> seconds;
+    std::set<std::string_view> images; // of the steps before
+    for (const BootStep &step : plan.steps) {
+        const BootService &service = database.services[step.service];
+        const bool isNew = images.insert(service.imagePath).second;
+        const bool triesAnother = !isNew && (service.type & SERVICE_WIN32_SHARE_PROCESS) != 0;
+        seconds.push_back((triesAnother ? sharedDialSec : 0) + dialSec + serviceCallTimeoutSec);
+    }
+    return seconds;
+}
+
 // A service whose process is not reached stays stopped and is tried again; one whose process is reached and does not
 // answer is start pending from then on.
-std::size_t WorstCaseSec(const BootPlan &plan) {
-    return plan.mostTries * newProcessRetriesAtStartUp * (retryPauseMs / 1000) +
-           plan.steps.size() * serviceCallTimeoutSec;
+std::size_t WorstCaseSec(const BootDatabase &database, const BootPlan &plan) {
+    const std::vector<std::size_t> steps = WorstCasesSec(database, plan);
+    const std::size_t repeated = plan.mostTries - std::min(plan.mostTries, steps.size());
+    return std::accumulate(steps.begin(), steps.end(), repeated * dialSec);
 }

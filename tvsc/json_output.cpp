@@ -99,7 +99,7 @@ constexpr const char *remarkWords[] = {"disabled",    "no_image",   "ring",     
                                        "empty_group", "unreadable", "group_order", "masked"};
 static_assert(std::size(remarkWords) == static_cast<std::size_t>(BootRemarkKind::masked) + 1);
 
-Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t position) {
+Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t position, std::size_t worstSec) {
     const BootService &service = database.services[step.service];
     Json object;
     object["position"] = position;
@@ -112,6 +112,7 @@ Json StepJson(const BootDatabase &database, const BootStep &step, std::size_t po
     if (step.throughGroup != nullptr) SetText(object, "through_group", *step.throughGroup);
     SetText(object, "started_for", database.services[step.startedFor].name);
     SetText(object, "image_path", service.imagePath);
+    object["worst_case_s"] = worstSec;
     return object;
 }
 
@@ -218,8 +219,9 @@ void PrintPlanJson(const Options &options, const BootDatabase &database, const B
     Json object = JsonHeader("tvsc.plan/1", options.host);
     object["plan"] = "boot";
     object["steps"] = Json::array();
-    for (const BootStep &step : plan.steps) {
-        object["steps"].push_back(StepJson(database, step, object["steps"].size() + 1));
+    const std::vector<std::size_t> worstCases = WorstCasesSec(database, plan);
+    for (std::size_t i = 0; i < plan.steps.size(); ++i) {
+        object["steps"].push_back(StepJson(database, plan.steps[i], i + 1, worstCases[i]));
     }
     object["remarks"] = Json::array();
     for (const BootRemark &remark : plan.remarks) {
@@ -231,7 +233,7 @@ void PrintPlanJson(const Options &options, const BootDatabase &database, const B
     }
     SetTexts(object, "deleted", database.deleted);
     object["services"] = database.services.size();
-    object["worst_case_s"] = WorstCaseSec(plan);
+    object["worst_case_s"] = WorstCaseSec(database, plan);
     PrintDocument(object);
 }
 

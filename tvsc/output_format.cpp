@@ -33,7 +33,7 @@ constexpr RowsOfSchema rowsOfSchemas[] = {
      "name state config.start pid_hint uptime_ms exit.win32 exit.service_specific config.group display_name"},
     {"tvsc.action/1", "results", "name action win32 exit_status text"},
     {"tvsc.relation/1", "services", "name state display_name"},
-    {"tvsc.plan/1", "steps", "position name start reason needed_by image_path"},
+    {"tvsc.plan/1", "steps", "position name start reason needed_by image_path worst_case_s"},
     {"tvsc.act_plan/1", "steps", "action name why"},
     {"tvsc.findings/1", "findings", "level area name found why command"},
     {"tvsc.leftovers/1", "processes", "pid"},

@@ -34,11 +34,12 @@ std::string SecondsText(std::size_t seconds) {
 }
 
 void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
-    std::vector<std::vector<std::string>> rows = {{"#", "SERVICE", "START", "WHY", "IMAGE"}};
+    std::vector<std::vector<std::string>> rows = {{"#", "SERVICE", "START", "WHY", "WORST CASE", "LAUNCHER"}};
+    const std::vector<std::size_t> worstCases = WorstCasesSec(database, plan);
     for (const BootStep &step : plan.steps) {
         const BootService &service = database.services[step.service];
         rows.push_back({std::to_string(rows.size()), service.name, service.start ? StartWord(*service.start) : "-",
-                        WhyOf(database, step), service.imagePath});
+                        WhyOf(database, step), SecondsText(worstCases[rows.size() - 1]), service.imagePath});
     }
     if (!plan.steps.empty()) PrintTable(rows);
     for (const BootRemark &remark : plan.remarks) {
@@ -51,7 +52,8 @@ void PrintPlan(const BootDatabase &database, const BootPlan &plan) {
     fmt::print("{} of {} service{} started with the daemon", plan.steps.size(), database.services.size(),
                database.services.size() == 1 ? "" : "s");
     if (!plan.steps.empty()) {
-        fmt::print(", which answers nobody before that is done: about {} at worst", SecondsText(WorstCaseSec(plan)));
+        fmt::print(", which answers nobody before that is done: about {} at worst",
+                   SecondsText(WorstCaseSec(database, plan)));
     }
     fmt::print(".\n");
 }

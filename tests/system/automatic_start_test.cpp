@@ -257,11 +257,11 @@ TEST_F(AutomaticStart, the_order_gives_each_service_its_reason) {
     WriteService("Beta", SERVICE_DISABLED, image.path);
     const Ended ended = Order();
     EXPECT_EQ(ended.status, 0) << ended.error;
-    EXPECT_EQ(ended.output, "#  SERVICE  START     WHY                   IMAGE\n"
-                            "1  Beta     disabled  needed by Alpha       " +
+    EXPECT_EQ(ended.output, "#  SERVICE  START     WHY                   WORST CASE  LAUNCHER\n"
+                            "1  Beta     disabled  needed by Alpha       55 s        " +
                                 image.path +
                                 "\n"
-                                "2  Alpha    auto      automatic (record 1)  " +
+                                "2  Alpha    auto      automatic (record 1)  55 s        " +
                                 image.path +
                                 "\n"
                                 "! Beta: disabled, but started, since Alpha needs it\n"

@@ -3,6 +3,7 @@
 #include "servd/limits.h"
 #include "tests/support/memory_registry.h"
 #include "tvsc/boot_plan.h"
+#include "tvsc/boot_words.h"
 
 #include <gmock/gmock.h>
 
@@ -77,6 +78,17 @@ TEST_F(PlannedBoot, a_masked_service_is_no_step_and_what_it_needs_is_one) {
     EXPECT_THAT(Remarks(BootRemarkKind::masked), ElementsAre("Alpha: ", "Delta: ")) << "those that would be tried";
     EXPECT_THAT(Remarks(BootRemarkKind::disabled), IsEmpty());
     EXPECT_EQ(plan.mostTries, 4u) << "Beta for Alpha and for itself: a masked one is refused at once";
+}
+
+TEST_F(PlannedBoot, a_step_may_take_the_tries_and_the_call_and_those_of_a_process_that_it_shares) {
+    InstallService("Alpha", {.start = automatic, .imagePath = "/shared", .dependencies = {"Delta"}});
+    InstallService("Beta", {.type = SERVICE_WIN32_SHARE_PROCESS, .start = automatic, .imagePath = "/shared"});
+    InstallService("Gamma", {.type = SERVICE_WIN32_SHARE_PROCESS, .start = automatic, .imagePath = "/alone"});
+    InstallService("Delta", {.start = automatic, .imagePath = "/shared"});
+    EXPECT_THAT(Steps(), ElementsAre("Delta<Alpha<-Alpha", "Alpha", "Beta", "Gamma"));
+    EXPECT_THAT(WorstCasesSec(database, plan), ElementsAre(55u, 55u, 60u, 55u)) << "30 tries and a call of 25 s";
+    EXPECT_EQ(plan.mostTries, 5u);
+    EXPECT_EQ(WorstCaseSec(database, plan), 225u + 30u) << "Delta is tried for Alpha and for itself";
 }
 
 TEST_F(PlannedBoot, services_without_a_start_value_never_start_by_themselves) {
