@@ -5,6 +5,7 @@
 // to it succeeds: these commands wait.
 #include "tvsc/daemon.h"
 
+#include "tvsc/daemon_process.h"
 #include "tvsc/json_output.h"
 #include "tvsc/report.h"
 #include "tvsc/words.h"
@@ -83,10 +84,14 @@ int RunDaemonStatus(const Options &options) {
     Session session;
     session.options = options;
     const int opened = OpenSession(session, false);
+    const bool isSeen = opened == EXIT_DONE && IsThisMachine(options);
+    const std::optional<DaemonProcess> process = isSeen ? FindAnsweringDaemon() : std::nullopt;
     if (options.json) {
-        PrintPingJson(options, {opened == EXIT_DONE, session.initCode, {}});
+        PrintPingJson(options, {opened == EXIT_DONE, session.initCode, {}, process});
     } else if (opened == EXIT_DONE) {
-        fmt::print("running, {}\n", session.initCode == 0 ? "database loaded" : CodeText(session.initCode));
+        fmt::print("running, {}{}\n", session.initCode == 0 ? "database loaded" : CodeText(session.initCode),
+                   process ? fmt::format("; process {}, for {}", process->process, DurationText(process->uptimeMs))
+                           : "");
     }
     if (opened != EXIT_DONE) return opened;
     return ExitStatusOf(session.initCode);

@@ -242,6 +242,10 @@ void PrintPingJson(const Options &options, const PingReport &report) {
     object["daemon"]["reachable"] = report.reachable;
     object["daemon"]["initialized"] = report.reachable && report.initCode == ERROR_SUCCESS;
     object["daemon"]["init_code"] = report.initCode;
+    if (report.process) {
+        object["daemon"]["pid"] = report.process->process;
+        object["daemon"]["uptime_ms"] = report.process->uptimeMs;
+    }
     object["round_trips_ms"] = report.roundTripsMs;
     PrintDocument(object);
 }

@@ -4,6 +4,7 @@
 
 #include "svcapi/client.h"
 #include "tvsc/boot_plan.h"
+#include "tvsc/daemon_process.h"
 #include "tvsc/findings.h"
 #include "tvsc/leftovers.h"
 #include "tvsc/port_mapper.h"
@@ -24,6 +25,7 @@ struct PingReport {
     bool reachable = false;
     DWORD initCode = 0;
     std::vector<double> roundTripsMs;
+    std::optional<DaemonProcess> process = {}; // where it was looked for and is known
 };
 void PrintPingJson(const Options &options, const PingReport &report);
 

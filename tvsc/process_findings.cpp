@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // process_findings: the service daemons of this machine and their children, as /proc shows them.
-#include "svcapi/process_stat.h"
 #include "tvhost/process_tree.h"
+#include "tvsc/daemon_process.h"
 #include "tvsc/findings.h"
 #include "tvsc/leftovers.h"
 
@@ -11,32 +11,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 namespace {
 
 constexpr unsigned long manyDescriptors = 65'536;
-
-struct Process {
-    pid_t process;
-    pid_t parent;
-};
-
-// Those that have not ended.
-std::vector<Process> ReadProcesses() {
-    std::vector<Process> processes;
-    std::error_code error; // without /proc there are none
-    for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
-        const std::string name = entry.path().filename();
-        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-        const auto process = static_cast<pid_t>(std::stol(name));
-        ProcessStat stat;
-        if (ReadProcessStat(process, &stat) && stat.state != 'Z') processes.push_back({process, stat.parent});
-    }
-    return processes;
-}
 
 // The soft limit; 0 where it cannot be read.
 unsigned long DescriptorLimitOf(pid_t process) {
@@ -87,11 +67,10 @@ void CheckServiceLimit(pid_t process, const std::string &service, Findings *find
 } // namespace
 
 void CheckDaemonProcess(Findings *findings) {
-    for (const Process &one : ReadProcesses()) {
-        // A fork of it that is not its program yet has the signals of that program already.
-        if (!IsServiceDaemon(one.process) || IsServiceDaemon(one.parent)) continue;
-        if (!WouldEndBy(one.process, SIGPIPE)) continue;
-        findings->push_back({FindingLevel::warn, "process", fmt::format("process {}", one.process),
+    // A fork of one that is not its program yet has the signals of that program already, and is none of them.
+    for (const pid_t daemon : ServiceDaemonsAmong(ReadProcesses())) {
+        if (!WouldEndBy(daemon, SIGPIPE)) continue;
+        findings->push_back({FindingLevel::warn, "process", fmt::format("process {}", daemon),
                              "is a service daemon that neither blocks nor ignores SIGPIPE",
                              "it ends as soon as a client goes away while it is answered",
                              "systemctl edit servd, with IgnoreSIGPIPE=yes"});
@@ -107,7 +86,7 @@ void CheckChildren(const std::vector<ServiceView> &views, Findings *findings) {
     const bool lacksHint = std::any_of(views.begin(), views.end(), [](const ServiceView &view) {
         return view.service.status.dwCurrentState != SERVICE_STOPPED && view.process.process == 0;
     });
-    for (const Process &one : ReadProcesses()) {
+    for (const ProcessAndParent &one : ReadProcesses()) {
         if (one.parent > 1 && !lacksHint && IsServiceDaemon(one.parent) && !isKnown(one.process)) {
             CheckChild(one.process, findings);
         }

@@ -829,7 +829,14 @@ TEST_F(Tvsc, a_lock_that_nobody_holds_is_free_already) {
 TEST_F(Tvsc, ping_measures_round_trips) {
     EXPECT_EQ(Json::parse(Do({"ping", "-c", "2", "--json"})).at("round_trips_ms").size(), 2u);
     EXPECT_THAT(Do({"ping"}), StartsWith("answer after "));
-    EXPECT_EQ(Do({"daemon", "status"}), "running, database loaded\n");
+    EXPECT_THAT(Do({"daemon", "status"}),
+                testing::MatchesRegex("running, database loaded; process " + std::to_string(serviceDaemon) +
+                                      ", for ([0-9]+ min )?[0-9]+ s\n"));
+    const Json status = Json::parse(Do({"--json", "daemon", "status"})).at("daemon");
+    EXPECT_EQ(status.at("pid"), serviceDaemon);
+    EXPECT_GE(int(status.at("uptime_ms")), 0);
+    EXPECT_LE(int(status.at("uptime_ms")),
+              int(Json::parse(Do({"--json", "daemon", "status"})).at("daemon").at("uptime_ms")));
 }
 
 TEST_F(Tvsc, a_host_without_a_daemon_exits_150) {

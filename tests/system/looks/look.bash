@@ -18,7 +18,7 @@ fi
 # What is another one each time: times, process ids, ports, and where this test runs.
 evened() {
     sed -E -e "s|$folder|FOLDER|g" -e 's/[0-9]+\.[0-9]{3} ms/N ms/' -e 's/[0-9]{4}-[0-9-]+T[0-9:.]+Z/TIME/g' \
-        -e 's/pid=[0-9]+ id=[0-9]+/pid=N id=N/' -e 's/for [0-9]+ s/for N s/' -e 's/:[0-9]{2,5}( |$)/:PORT\1/'
+        -e 's/pid=[0-9]+ id=[0-9]+/pid=N id=N/' -e 's/for [0-9]+ s/for N s/' -e 's/; process [0-9]+, for/; process N, for/' -e 's/:[0-9]{2,5}( |$)/:PORT\1/'
 }
 
 run() { # COMMAND...
