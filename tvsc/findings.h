@@ -23,8 +23,8 @@ enum class EntriesMending { none, planned, done };
 
 // What the registry would make a daemon do that starts now. Returns false when the registry daemon does not answer.
 [[nodiscard]] bool CheckRegistry(const Options &options, BootDatabase *database, Findings *findings);
-// The version of the registry daemon, which has just answered.
-void CheckRegistryVersion(Findings *findings);
+// Why nothing can be read of the registry of a host, as CheckRegistry has just found.
+[[nodiscard]] Finding SilentRegistry(const Options &options);
 // Values that are taken and mean something else than they seem to.
 void CheckValues(HKEY machine, const BootDatabase &database, Findings *findings);
 // Images, programs and accounts of the services; of this machine.

@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: MIT
 // registry_findings: what is wrong in the registry and with what it names.
+#include "registry/connection.h"
+#include "registry/parameters.h"
+#include "registry/regd_clnt.h"
+#include "rpc/dial.h"
 #include "servd/service_keys.h"
 #include "svcapi/image_launcher.h"
+#include "tv/tvregistry.h"
 #include "tv/winsvc.h"
 #include "tvsc/boot_words.h"
+#include "tvsc/export.h"
 #include "tvsc/findings.h"
 #include "tvsc/hosted_settings.h"
 #include "tvsc/words.h"
@@ -13,11 +19,10 @@
 #include <pwd.h>
 #include <strings.h>
 
-#include <tuple>
+#include <algorithm>
+#include <sstream>
 
 namespace {
-
-constexpr DWORD leastRegistryMajor = 2, leastRegistryMinor = 3;
 
 std::string MendingOf(const BootFault &fault) {
     if (fault.key == "Services" || fault.value.empty()) return "";
@@ -108,9 +113,30 @@ Finding FindingOf(const BootRemark &remark, const std::string &name) {
             MendingOf(remark, name)};
 }
 
+// Whether a script becomes its program. One that only sources another script leaves that to it.
+bool HasExec(const std::string &script) {
+    std::istringstream lines(script);
+    for (std::string line; std::getline(lines, line);) {
+        std::replace_if(
+            line.begin(), line.end(), [](char c) { return c == ';' || c == '(' || c == ')' || c == '&'; }, ' ');
+        std::istringstream words(line);
+        for (std::string word; words >> word && word.front() != '#';) {
+            if (word == "exec" || word == "source") return true;
+        }
+    }
+    return false;
+}
+
+std::string WhyNotStarted(const std::string &imagePath) {
+    const std::string why = WhyNoLauncher(imagePath);
+    std::string script;
+    if (!why.empty() || !ReadTextFile(imagePath, &script) || HasExec(script)) return why;
+    return "a script without exec; its program would have another process id than the daemon knows";
+}
+
 void CheckImage(const BootService &service, Findings *findings) {
     if (service.imagePath.empty()) return; // told by the plan
-    const std::string why = WhyNoLauncher(service.imagePath);
+    const std::string why = WhyNotStarted(service.imagePath);
     if (!why.empty()) {
         findings->push_back({FindingLevel::fail, "start", service.name,
                              fmt::format("its image {}: {}", service.imagePath, why),
@@ -145,6 +171,22 @@ void CheckAccount(const BootService &service, Findings *findings) {
     }
 }
 
+// What the registry daemon of a host says its version is, asked past the registry's functions: these know no daemon
+// that is too old for them. They have tried before, and left who asks.
+std::optional<regd_REG_QUERY_VERSION_RETURN> ToldVersion(const Options &options) {
+    char host[registryHostBytes] = "";
+    if (options.host != "localhost") CopyHostName(host, options.host.c_str());
+    tvGenRegistryONCAddr(host, nullptr, nullptr, nullptr);
+    const RpcClient client(DialHost(host, REGDAEMONPROG, REGDAEMONVERS));
+    if (client == nullptr || g_userData.name == nullptr) return std::nullopt;
+    regd_REG_QUERY_VERSION argument = {g_userData};
+    regd_REG_QUERY_VERSION_RES *const reply = reg_query_version_2(&argument, client.get());
+    if (reply == nullptr) return std::nullopt;
+    const regd_REG_QUERY_VERSION_RETURN told = reply->body;
+    FreeRecord(reply);
+    return told;
+}
+
 } // namespace
 
 bool CheckRegistry(const Options &options, BootDatabase *database, Findings *findings) {
@@ -168,6 +210,7 @@ bool CheckRegistry(const Options &options, BootDatabase *database, Findings *fin
         findings->push_back({FindingLevel::info, "start", service.name, "it is masked", "nobody can start it",
                              fmt::format("tvsc unmask {}", NameArgument(service.name))});
     }
+    // An automatic one is no exception: its key is gone before anything is started.
     for (const std::string &name : database->deleted) {
         findings->push_back({FindingLevel::info, "registry", name, "is marked for deletion",
                              "the daemon deletes its key when it starts", ""});
@@ -175,19 +218,19 @@ bool CheckRegistry(const Options &options, BootDatabase *database, Findings *fin
     return true;
 }
 
-void CheckRegistryVersion(Findings *findings) {
-    DWORD major = 0, minor = 0, patch = 0;
-    const LONG rc = RegQueryVersionInfo(&major, &minor, &patch);
-    if (rc != ERROR_SUCCESS) {
-        findings->push_back({FindingLevel::warn, "registry", "registry daemon",
-                             "does not tell its version: " + CodeText(static_cast<DWORD>(rc)),
-                             "an old one may lack what the service daemon calls", ""});
-    } else if (std::tie(major, minor) < std::tie(leastRegistryMajor, leastRegistryMinor)) {
-        findings->push_back({FindingLevel::fail, "registry", "registry daemon",
-                             fmt::format("has version {}.{}.{}", major, minor, patch),
-                             fmt::format("the service daemon needs {}.{}", leastRegistryMajor, leastRegistryMinor),
-                             "apt-get install tvregd"});
-    }
+Finding SilentRegistry(const Options &options) {
+    Finding finding = {FindingLevel::fail,
+                       "registry",
+                       "registry daemon",
+                       "does not answer",
+                       "the daemon loads no services and starts none",
+                       "systemctl start tvregd"};
+    const std::optional<regd_REG_QUERY_VERSION_RETURN> told = ToldVersion(options);
+    if (!told || tvVerifyRegistryVersion(told->major, told->minor, told->patch) >= 0) return finding;
+    finding.found = fmt::format("has version {}.{}.{}, and 2.3 is the oldest that is worked with", told->major,
+                                told->minor, told->patch);
+    finding.command = "apt-get install tvregd";
+    return finding;
 }
 
 void CheckPrograms(const BootDatabase &database, Findings *findings) {

@@ -29,6 +29,7 @@ struct Client {
 
 struct ScriptedRegd::State {
     WireHandler handler;
+    Bytes version = Hex(version230);
     int listener = -1;
     int wakeUp = -1;
     mutable std::mutex mutex; // over what follows
@@ -73,7 +74,7 @@ WireAnswer AnswerTo(ScriptedRegd::State &state, const WireCall &call) {
         const std::lock_guard guard(state.mutex);
         state.calls.push_back(call);
     }
-    if (call.procedure == REG_QUERY_VERSION) return {Hex(version230)};
+    if (call.procedure == REG_QUERY_VERSION) return {state.version};
     if (call.procedure == REG_PING_DAEMON) return {Hex(ok)};
     return state.handler(call);
 }
@@ -168,8 +169,9 @@ int Listen(const char *address) {
 extern "C" const char *__lsan_default_suppressions();
 extern "C" const char *__lsan_default_suppressions() { return "leak:TakeSlot\nleak:__rpc_uaddr2taddr_af\n"; }
 
-ScriptedRegd::ScriptedRegd(const char *address, WireHandler handler) : state(std::make_unique<State>()) {
+ScriptedRegd::ScriptedRegd(const char *address, WireHandler handler, Bytes version) : state(std::make_unique<State>()) {
     state->handler = std::move(handler);
+    if (!version.empty()) state->version = std::move(version);
     state->listener = Listen(address);
     state->wakeUp = eventfd(0, EFD_CLOEXEC);
     thread = std::thread(Run, std::ref(*state));

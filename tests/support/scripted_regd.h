@@ -31,7 +31,8 @@ struct WireCall {
 using WireHandler = std::function<WireAnswer(const WireCall &)>;
 
 struct ScriptedRegd {
-    explicit ScriptedRegd(const char *address, WireHandler handler);
+    //   version  what it answers when it is asked for its version
+    explicit ScriptedRegd(const char *address, WireHandler handler, Bytes version = {});
     ~ScriptedRegd(); // closes its sockets
     ScriptedRegd(const ScriptedRegd &) = delete;
     ScriptedRegd &operator=(const ScriptedRegd &) = delete;

@@ -3,6 +3,7 @@
 // it, and with nothing. What /etc, /root or the host's name are is changed for tvsc alone, in namespaces of its own.
 #include "servd/programs.h"
 #include "tests/support/host.h"
+#include "tests/support/scripted_regd.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -179,6 +180,21 @@ TEST_F(DoctorMachine, a_registry_daemon_that_is_silent_is_found) {
     EXPECT_THAT(Found("registry"), AllOf(HasSubstr("does not answer"), HasSubstr("systemctl start tvregd")));
     (void)StartRegistryDaemon(folder + "/registry.db");
     EXPECT_EQ(Found("registry"), "[]") << "and it is new enough";
+}
+
+TEST_F(DoctorMachine, a_registry_daemon_that_is_too_old_is_found) {
+    const auto foundWith = [](const char *version) {
+        const ScriptedRegd daemon(
+            "127.0.0.1", [](const WireCall &) { return WireAnswer{Hex("00000001 00000002 00000000")}; }, // no such key
+            Hex(version));
+        return Found("registry");
+    };
+    RegisterRegistryDaemon();
+    EXPECT_THAT(foundWith("00000001 00000000 00000002 00000002 00000009"),
+                AllOf(HasSubstr("has version 2.2.9, and 2.3 is the oldest"), HasSubstr("apt-get install tvregd")));
+    EXPECT_EQ(foundWith("00000001 00000000 00000002 00000003 00000000"), "[]");
+    EXPECT_EQ(foundWith("00000001 00000000 00000003 00000000 00000000"), "[]");
+    UnregisterRegistryDaemon();
 }
 
 // --- exposure ---

@@ -155,6 +155,11 @@ INSTANTIATE_TEST_SUITE_P(
         Trip{"no image", Complete("x", "\"Start\"=dword:00000002\n"), "x", "no image path", "fail", "--exec"},
         Trip{"an image that is not there", Complete("x", "\"ImagePath\"=\"/no/such.csh\"\n"), "x",
              "its image /no/such.csh", "fail", "--exec"},
+        Trip{"an image without exec", Complete("x", "\"ImagePath\"=\"/etc/hostname\"\n"), "x",
+             "its image /etc/hostname: a script without exec", "fail", "--exec"},
+        Trip{"an automatic service that is marked for deletion",
+             Complete("x", "\"Start\"=dword:00000002\n\"DeleteFlag\"=dword:00000001\n"), "x", "marked for deletion",
+             "info", ""},
         Trip{"an image that is a program", Complete("x", "\"ImagePath\"=\"/bin/true\"\n"), "x", "its image /bin/true",
              "fail", "--exec"},
         Trip{"an account that is not there", Complete("x", "\"DependOnService\"=\"no-such-user\"\n"), "x",
@@ -188,6 +193,22 @@ TEST_F(DoctorFile, nothing_is_found_where_nothing_is_wrong) {
     EXPECT_EQ(ended.status, 0) << ended.output;
     EXPECT_EQ(ended.output, "0 failures, 0 warnings; 2 services looked at.\n");
     EXPECT_EQ(ended.error, "");
+}
+
+// It may be anywhere on a line; what stands in a comment is none.
+TEST_F(DoctorFile, an_image_has_exec_or_leaves_it_to_another_script) {
+    const auto found = [](const std::string &script) {
+        const std::string file = folder + "/exec.csh";
+        WriteFile(file, "#!/bin/csh -f\n" + script + "\n");
+        return !FindingsOn(Web() + Complete("x", "\"ImagePath\"=\"" + file + "\"\n"), "x").empty();
+    };
+    for (const char *good : {"exec /bin/true", "cd /;exec /bin/true", "if (-x /bin/true) exec /bin/true",
+                             "source /etc/csh.login", "set a=1\n  exec \\\n  /bin/true"}) {
+        EXPECT_FALSE(found(good)) << good;
+    }
+    for (const char *bad : {"/bin/true", "# exec /bin/true\n/bin/true", "/bin/execute", "/bin/true # exec", ""}) {
+        EXPECT_TRUE(found(bad)) << bad;
+    }
 }
 
 TEST_F(DoctorFile, a_ring_is_told_once_and_what_leads_to_it_is_none) {
