@@ -168,6 +168,16 @@ TEST_F(TvscDatabases, names_of_other_scripts_and_of_bytes_that_are_no_text) {
     EXPECT_EQ(Tvsc({"watch", "--count", "1", chinese}).status, 0);
 }
 
+// A dependency as REGEDIT4 text.
+std::string NeedsText(const std::string &service) {
+    std::string text = "\"DependOnGroup\"=hex(7):";
+    for (const char c : service) {
+        constexpr char digits[] = "0123456789abcdef";
+        text += {digits[c >> 4], digits[c & 15], ','};
+    }
+    return text + "00,00\n";
+}
+
 TEST_F(TvscDatabases, two_thousand_services) {
     constexpr int many = 2000;
     std::string text = "REGEDIT4\n\n";
@@ -175,7 +185,7 @@ TEST_F(TvscDatabases, two_thousand_services) {
         const std::string service = "service-" + std::to_string(i);
         text += "[HKEY_LOCAL_MACHINE\\" + servicesKey + "\\" + service + "]\n\"Type\"=dword:00000010\n" +
                 "\"Start\"=dword:00000003\n\"DisplayName\"=\"Service " + std::to_string(i) + "\"\n\"ImagePath\"=\"" +
-                image + "\"\n\n";
+                image + "\"\n" + (i == 0 ? "" : NeedsText("service-" + std::to_string(i / 10))) + "\n";
     }
     WriteFile(folder + "/many.reg", text);
     ASSERT_EQ(RunAndRead({.command = {ProgramPath("tvreg"), "import", folder + "/many.reg"}}, 90000).status, 0);
@@ -185,6 +195,17 @@ TEST_F(TvscDatabases, two_thousand_services) {
     EXPECT_THAT(Tvsc({"--host", "localhost,127.0.0.1", "list", "--brief"}).output,
                 HasSubstr("4000 services of 2 machines"));
     EXPECT_EQ(Json::parse(Tvsc({"--json", "list"}).output).at("services").size(), many);
+    const std::string last = "service-" + std::to_string(many - 1);
+    EXPECT_THAT(Tvsc({"list"}).output, HasSubstr("2000 services: 0 running, 2000 stopped"));
+    EXPECT_THAT(Tvsc({"status", last}).output, HasSubstr("○ " + last + " - Service "));
+    EXPECT_EQ(Json::parse(Tvsc({"--json", "status", "*"}).output).at("services").size(), many);
+    EXPECT_THAT(Tvsc({"show", last}).output, HasSubstr("  depends: service-199\n"));
+    EXPECT_EQ(Json::parse(Tvsc({"--json", "graph"}).output).at("services").size(), many);
+    const std::string tree = Tvsc({"tree"}).output;
+    EXPECT_GE(std::count(tree.begin(), tree.end(), '\n'), many);
+    EXPECT_THAT(Tvsc({"plan", "boot"}).output, HasSubstr("0 of 2000 services started"));
+    (void)Tvsc({"config", last, "--start", "auto"});
+    EXPECT_EQ(Json::parse(Tvsc({"--json", "plan", "boot"}).output).at("steps").size(), 5u);
     EXPECT_THAT(Tvsc({"doctor"}).output, HasSubstr("2000 services looked at"));
     EXPECT_THAT(Tvsc({"doctor", "--registry", folder + "/many.reg"}).output, HasSubstr("2000 services looked at"));
     const std::string command =

@@ -9,9 +9,33 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <sstream>
+
 namespace {
 
 using Json = nlohmann::json;
+
+// What they write is a text of its own, or another program's.
+const std::set<std::string> hasNoJson = {"completion", "help", "with-lock"};
+
+// Each command as it is typed, "lock take", as the completion knows them: but for those that others stand below, and
+// the verbs of sc, which has one JSON for what is wrong.
+std::vector<std::string> EveryCommand() {
+    const std::string script = RunAndRead({.command = {ProgramPath("tvsc"), "completion", "bash"}}).output;
+    const std::regex arm("\n    '([^']+)'[^)]*\\) options='[^']*' below='([^']*)'");
+    std::vector<std::string> commands;
+    for (std::sregex_iterator one(script.begin(), script.end(), arm), end; one != end; ++one) {
+        const std::string command = (*one)[1];
+        const bool isParent = (*one)[2].length() != 0 && command != "sc" && command != "help";
+        if (!isParent && !command.starts_with("sc ")) commands.push_back(command);
+    }
+    EXPECT_GT(commands.size(), 50u) << script;
+    return commands;
+}
 
 struct TvscJson : ServiceWorld {
     const std::string odd = name + "-\xFF";
@@ -68,6 +92,14 @@ TEST_F(TvscJson, of_every_command_is_as_its_schema_says) {
                                                             {"order"},
                                                             {"plan", "start", needs},
                                                             {"plan", "stop", odd},
+                                                            {"plan", "restart", odd},
+                                                            {"plan", "boot"},
+                                                            {"create", name + "-3", "--image", "/none"},
+                                                            {"pause", odd},
+                                                            {"continue", odd},
+                                                            {"mask", needs},
+                                                            {"unmask", needs},
+                                                            {"disable", needs},
                                                             {"--dry-run", "restart", odd},
                                                             {"tree"},
                                                             {"graph", needs},
@@ -110,11 +142,63 @@ TEST_F(TvscJson, of_every_command_is_as_its_schema_says) {
         Take(words, {"VISUAL=sed -i s/demand/auto/"});
     }
     Take({"status", "zero", "--host", "nosuch.invalid"});
+    for (const std::string &command : EveryCommand()) {
+        const bool isHeld = std::any_of(commands.begin(), commands.end(), [&](const std::vector<std::string> &words) {
+            std::string line;
+            for (const std::string &word : words) {
+                if (!word.starts_with("--")) line += word + " ";
+            }
+            return line.starts_with(command + " ");
+        });
+        EXPECT_NE(isHeld, hasNoJson.contains(command)) << command;
+    }
     const std::string rows = Do({"--format", "tsv", "daemon", "rpcinfo"});
     EXPECT_NE(rows.find("\nservd\t1073741824\t1\ttcp\t"), std::string::npos) << rows;
     const Ended held = HoldAgainstSchemas("tvsc", lines, folder, true);
     if (held.status == noValidator) GTEST_SKIP() << "python3-jsonschema is not installed";
     EXPECT_EQ(held.status, 0) << held.error;
+}
+
+// A journalctl of this test's own stands before that of the machine, which need not have one.
+TEST_F(TvscJson, of_what_stands_in_the_journal_is_as_its_schema_says) {
+    const std::string socket = "/run/systemd/journal/socket", bin = folder + "/bin";
+    ASSERT_FALSE(std::filesystem::exists(socket)) << "the journal of the machine is seen here";
+    std::filesystem::create_directories("/run/systemd/journal");
+    std::filesystem::create_directory(bin);
+    WriteFile(socket, "");
+    const auto journal = [&](const std::string &body) {
+        WriteFile(bin + "/journalctl", "#!/bin/sh\necho \"$@\" >" + folder + "/asked\n" + body, 0755);
+        return RunAndRead({.command = {ProgramPath("tvsc"), "--json", "logs", "-n", "7", name},
+                           .environment = {"PATH=" + bin + ":/usr/bin:/bin"}});
+    };
+    const Ended told = journal(R"(cat <<'END'
+{"MESSAGE":"first \"line\"","__REALTIME_TIMESTAMP":"1700000000123456"}
+{"MESSAGE":[104,105,255],"__REALTIME_TIMESTAMP":"1700000001000000"}
+no JSON at all
+{"PRIORITY":"6"}
+END
+)");
+    EXPECT_EQ(told.status, 0) << told.error;
+    EXPECT_EQ(ReadFile(folder + "/asked"), "--no-pager -t " + name + " -n7 -o json --output-fields=MESSAGE\n");
+    std::istringstream stream(told.output);
+    std::vector<Json> entries;
+    for (std::string line; std::getline(stream, line);) {
+        entries.push_back(Json::parse(line));
+    }
+    ASSERT_EQ(entries.size(), 3u) << told.output;
+    EXPECT_EQ(entries[0].at("text"), "first \"line\"");
+    EXPECT_EQ(entries[0].at("time"), "2023-11-14T22:13:20.123Z");
+    EXPECT_EQ(entries[0].at("name"), name);
+    EXPECT_EQ(entries[1].at("text_bytes"), "aGn/");
+    EXPECT_EQ(entries[2].at("time"), nullptr);
+    const Ended held = HoldAgainstSchemas("tvsc", told.output, folder, false);
+    EXPECT_TRUE(held.status == 0 || held.status == noValidator) << held.error;
+
+    const Ended failed = journal("exit 3\n");
+    EXPECT_EQ(failed.status, 5); // as for a service that has no log
+    EXPECT_NE(failed.error.find("journalctl: has failed"), std::string::npos) << failed.error;
+    std::filesystem::remove(bin + "/journalctl");
+    std::filesystem::remove(socket);
 }
 
 } // namespace
