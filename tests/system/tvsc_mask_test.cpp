@@ -155,6 +155,13 @@ TEST_F(TvscMask, a_dry_run_refuses_what_the_command_refuses) {
     expectSame(0, {"start", "--force", name + "-1"});
 }
 
+TEST_F(TvscMask, a_plan_shows_a_disabled_dependency_that_a_dry_run_refuses) {
+    CreateSample(name + "-1", "", {"--start", "disabled"});
+    CreateSample(name + "-2", "", {"--depends", name + "-1"});
+    EXPECT_THAT(Do({"plan", "start", name + "-2"}), AllOf(HasSubstr(name + "-1  start"), HasSubstr("2 steps, ")));
+    EXPECT_EQ(Tvsc({"--dry-run", "start", "--with-deps", name + "-2"}).status, 6);
+}
+
 TEST_F(TvscMask, a_masked_service_is_not_missed_and_explain_tells_how_it_is_started) {
     CreateSample(name, "", {"--start", "auto"});
     EXPECT_THAT(Tvsc({"is-healthy"}).error, HasSubstr(name + ": stopped"));
