@@ -235,11 +235,16 @@ DWORD WriteWhatItRuns(SC_HANDLE service, const CreateOptions &create, const Prep
     return WriteDescription(service, create.description);
 }
 
-// Changes what tvhost runs for a service, and makes it one of tvhost's where a command is named. Returns whether that
-// worked; what did not is noted.
+// What tvhost is to run for a service from now on, and what it runs now.
+struct ProgramChange {
+    HostParameters before, after;
+};
+
+// Prepares a change of that, which makes the service one of tvhost's where a command is named; nothing is written.
+// Returns whether it can be made; why it cannot is noted.
 //   image  set where the service gets another one
-bool ChangeProgram(Session &session, SC_HANDLE service, const std::string &name, const ProgramSettings &settings,
-                   std::optional<std::string> *image) {
+bool PrepareProgram(Session &session, SC_HANDLE service, const std::string &name, const ProgramSettings &settings,
+                    ProgramChange *change, std::optional<std::string> *image) {
     const auto refuse = [&](DWORD code, const std::string &why) {
         Failed(session, name, "config", code, why);
         return false;
@@ -253,18 +258,27 @@ bool ChangeProgram(Session &session, SC_HANDLE service, const std::string &name,
     if (!isHosted && !NamesCommand(settings)) {
         return refuse(ERROR_NOT_SUPPORTED, "tvhost does not run it; --exec has it run a program");
     }
-    HostParameters before, after;
     std::string problem;
-    rc = isHosted ? ReadHostParameters(name, &before, &problem) : DWORD{ERROR_SUCCESS};
+    rc = isHosted ? ReadHostParameters(name, &change->before, &problem) : DWORD{ERROR_SUCCESS};
     if (rc != ERROR_SUCCESS && !NamesCommand(settings)) return refuse(rc, problem);
-    after = before;
-    rc = ApplySettings(settings, &after, &problem);
+    change->after = change->before;
+    rc = ApplySettings(settings, &change->after, &problem);
     if (rc != ERROR_SUCCESS) return refuse(rc, problem);
     if (!isHosted) *image = HostLauncherPath();
     if (*image && (*image)->empty()) return refuse(ERROR_FILE_NOT_FOUND, "the launcher of tvhost is not installed");
-    if (session.options.dryRun) return true;
-    rc = WriteHostParameters(name, after, &before);
-    return rc == ERROR_SUCCESS || refuse(rc, "its parameters cannot be written");
+    return true;
+}
+
+// What the daemon does not keep, and so only once it has taken the rest. Returns 0, or the code of what went wrong and
+// a text in *problem.
+DWORD WriteRest(SC_HANDLE service, const std::string &name, const ConfigOptions &config, const ProgramChange &program,
+                std::string *problem) {
+    DWORD rc = ERROR_SUCCESS;
+    *problem = "its parameters cannot be written";
+    if (SaysAnything(config.run)) rc = WriteHostParameters(name, program.after, &program.before);
+    if (rc != ERROR_SUCCESS || !config.description) return rc;
+    *problem = "its description cannot be written";
+    return WriteDescription(service, *config.description);
 }
 
 // What would come of a change.
@@ -290,7 +304,11 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
         return Failed(session, name, "config", ERROR_SERVICE_DISABLED,
                       "it is masked; first: tvsc unmask " + NameArgument(name));
     }
-    if (SaysAnything(config.run) && !ChangeProgram(session, service.get(), name, config.run, &config.image)) return;
+    ProgramChange program;
+    if (SaysAnything(config.run) &&
+        !PrepareProgram(session, service.get(), name, config.run, &program, &config.image)) {
+        return;
+    }
     if (session.options.dryRun) return TellConfig(session, service.get(), name, config);
     DWORD tag = 0;
     const std::string dependencies = JoinMultiString(SplitAtCommas(config.dependencies.value_or("")));
@@ -302,11 +320,9 @@ void ChangeOne(Session &session, const std::string &name, ConfigOptions config) 
         const DWORD code = GetLastError();
         return Failed(session, name, "config", code, RefusalText("not changed", code));
     }
-    const DWORD described =
-        config.description ? WriteDescription(service.get(), *config.description) : DWORD{ERROR_SUCCESS};
-    if (described != ERROR_SUCCESS) {
-        return Failed(session, name, "config", described, "its description cannot be written");
-    }
+    std::string problem;
+    const DWORD rc = WriteRest(service.get(), name, config, program, &problem);
+    if (rc != ERROR_SUCCESS) return Failed(session, name, "config", rc, problem);
     NoteUnknownAmong(session, SplitAtCommas(config.dependencies.value_or("")));
     const std::string since = SaysAnything(config.run) ? "; holds from its next start on" : "";
     Done(session, name, "config", (config.tag ? fmt::format("changed, tag {}", tag) : "changed") + since);

@@ -123,6 +123,21 @@ TEST_F(TvscTells, config_with_dry_run_refuses_what_config_would_refuse) {
                 HasSubstr("would be changed"));
 }
 
+TEST_F(TvscTells, a_change_that_is_refused_leaves_the_program_as_it_was) {
+    CreatePair();
+    const std::string hosted = name + "-hosted";
+    (void)Do({"create", hosted, "--env", "A=old", "--", "/bin/sleep", "1000"});
+    const std::string before = Do({"export", hosted}), ordinary = Do({"export", name + "-1"});
+    ExpectRefusedAlike(6, {"config", hosted, "--env", "A=new", "--user", "nobodyhere"});
+    ExpectRefusedAlike(155, {"config", hosted, "--cwd", "/tmp", "--display", name + "-1"});
+    ExpectRefusedAlike(6, {"config", hosted, "--exec", "/bin/true", "--depends", hosted});
+    EXPECT_EQ(Do({"export", hosted}), before);
+    ExpectRefusedAlike(6, {"config", name + "-1", "--exec", "/bin/true", "--user", "nobodyhere"});
+    EXPECT_EQ(Do({"export", name + "-1"}), ordinary) << "and has no parameters";
+    (void)Do({"config", hosted, "--env", "A=new"});
+    EXPECT_THAT(Do({"export", hosted}), AllOf(HasSubstr("A=new"), Not(HasSubstr("A=old"))));
+}
+
 TEST_F(TvscTells, a_control_with_dry_run_is_refused_where_the_control_would_be) {
     CreateSample(name);
     CreateSample(name + "-deaf", "--controls 0");
