@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// daemon_process: nobody asks the daemon who it is, for it does not tell. Where several run, as in containers of this
-// machine, it is the one that has the socket behind the registered port.
+// daemon_process: nobody asks the daemon who it is, for it does not tell. It is the process of its name that has the
+// socket behind the registered port: others may run in containers of this machine, or be something else.
 #include "tvsc/daemon_process.h"
 
 #include "servd/programs.h"
@@ -49,13 +49,18 @@ std::string SocketListeningAt(unsigned long port) {
     return "";
 }
 
-bool HasSocket(pid_t process, const std::string &socket) {
-    std::error_code error; // another user's are not shown
-    for (const auto &entry : std::filesystem::directory_iterator(fmt::format("/proc/{}/fd", process), error)) {
-        std::error_code gone;
-        if (std::filesystem::read_symlink(entry.path(), gone) == socket) return true;
+// Whether a process has a socket; nothing where this user may not look, or the process has ended meanwhile.
+std::optional<bool> HasSocket(pid_t process, const std::string &socket) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    bool seesAll = true;
+    fs::directory_iterator entry(fmt::format("/proc/{}/fd", process), error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        std::error_code unread; // it may be closed by now
+        if (fs::read_symlink(entry->path(), unread) == socket) return true;
+        seesAll = seesAll && unread != std::errc::permission_denied;
     }
-    return false;
+    return !error && seesAll ? std::make_optional(false) : std::nullopt;
 }
 
 } // namespace
@@ -63,8 +68,9 @@ bool HasSocket(pid_t process, const std::string &socket) {
 std::vector<ProcessAndParent> ReadProcesses() {
     std::vector<ProcessAndParent> processes;
     std::error_code error; // without /proc there are none
-    for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
-        const std::string name = entry.path().filename();
+    std::filesystem::directory_iterator entry("/proc", error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string name = entry->path().filename();
         if (name.find_first_not_of("0123456789") != std::string::npos) continue;
         const auto process = static_cast<pid_t>(std::stol(name));
         ProcessStat stat;
@@ -83,10 +89,12 @@ std::vector<pid_t> ServiceDaemonsAmong(const std::vector<ProcessAndParent> &proc
 
 std::optional<DaemonProcess> FindAnsweringDaemon() {
     std::vector<pid_t> daemons = ServiceDaemonsAmong(ReadProcesses());
-    if (daemons.size() > 1) {
-        const std::string socket = SocketListeningAt(RegisteredPort());
-        std::erase_if(daemons, [&](pid_t process) { return socket.empty() || !HasSocket(process, socket); });
-    }
+    const std::string socket = daemons.empty() ? "" : SocketListeningAt(RegisteredPort());
+    const bool isLone = daemons.size() == 1; // believed where this user cannot find out
+    std::erase_if(daemons, [&](pid_t process) {
+        const std::optional<bool> hasPort = socket.empty() ? std::nullopt : HasSocket(process, socket);
+        return !hasPort.value_or(isLone);
+    });
     const std::uint64_t startTicks = daemons.size() == 1 ? StartOfProcess(daemons.front()) : 0;
     if (startTicks == 0) return std::nullopt;
     return DaemonProcess{daemons.front(), std::max<std::int64_t>(MsSinceBoot() - MsOfTicks(startTicks), 0)};

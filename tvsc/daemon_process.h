@@ -24,6 +24,6 @@ struct DaemonProcess {
     std::int64_t uptimeMs;
 };
 
-// The daemon that answers on this machine. Nothing where none is to be seen, or several are and this user may not look
-// which of them has the port.
+// The daemon that answers on this machine. Nothing where none is to be seen that has its port; where this user may not
+// look who has it, a lone one is believed, and of several none.
 [[nodiscard]] std::optional<DaemonProcess> FindAnsweringDaemon();
