@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <string_view>
 
 namespace {
 
@@ -115,10 +116,11 @@ Finding FindingOf(const BootRemark &remark, const std::string &name) {
 
 // Whether a script becomes its program. One that only sources another script leaves that to it.
 bool HasExec(const std::string &script) {
+    constexpr std::string_view separators = ";()&|`{}";
     std::istringstream lines(script);
     for (std::string line; std::getline(lines, line);) {
         std::replace_if(
-            line.begin(), line.end(), [](char c) { return c == ';' || c == '(' || c == ')' || c == '&'; }, ' ');
+            line.begin(), line.end(), [&](char c) { return separators.find(c) != std::string_view::npos; }, ' ');
         std::istringstream words(line);
         for (std::string word; words >> word && word.front() != '#';) {
             if (word == "exec" || word == "source") return true;

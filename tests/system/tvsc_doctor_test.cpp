@@ -202,11 +202,14 @@ TEST_F(DoctorFile, an_image_has_exec_or_leaves_it_to_another_script) {
         WriteFile(file, "#!/bin/csh -f\n" + script + "\n");
         return !FindingsOn(Web() + Complete("x", "\"ImagePath\"=\"" + file + "\"\n"), "x").empty();
     };
-    for (const char *good : {"exec /bin/true", "cd /;exec /bin/true", "if (-x /bin/true) exec /bin/true",
-                             "source /etc/csh.login", "set a=1\n  exec \\\n  /bin/true"}) {
+    for (const char *good :
+         {"exec /bin/true", "cd /;exec /bin/true", "if (-x /bin/true) exec /bin/true", "source /etc/csh.login",
+          "set a=1\n  exec \\\n  /bin/true", "test -x /bin/true ||exec /bin/true", "test -x /bin/true|| exec /bin/true",
+          "test -x /bin/false&&exec /bin/true", "{exec /bin/true}", "set a=`exec /bin/true`"}) {
         EXPECT_FALSE(found(good)) << good;
     }
-    for (const char *bad : {"/bin/true", "# exec /bin/true\n/bin/true", "/bin/execute", "/bin/true # exec", ""}) {
+    for (const char *bad : {"/bin/true", "# exec /bin/true\n/bin/true", "/bin/execute", "/bin/true # exec",
+                            "/bin/true # ||exec /bin/true", "/bin/{execute,true}", ""}) {
         EXPECT_TRUE(found(bad)) << bad;
     }
 }
