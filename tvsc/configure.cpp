@@ -200,8 +200,14 @@ void NoteUnknownAmong(Session &session, const std::vector<std::string> &dependen
 
 // What would come of a creation. Returns the exit status.
 int TellCreate(Session &session, const CreateOptions &create, const PreparedService &prepared) {
-    const DWORD refusal = ForeseeCreate(
-        session, {create.name, create.display, prepared.image, create.group, create.user, prepared.needed});
+    const RequestedService wanted = {.name = create.name,
+                                     .display = create.display,
+                                     .image = prepared.image,
+                                     .group = create.group,
+                                     .user = create.user,
+                                     .dependencies = prepared.needed,
+                                     .wantsTag = create.tag};
+    const DWORD refusal = ForeseeCreate(session, wanted);
     if (refusal != ERROR_SUCCESS) {
         return Refuse(session, create.name, "create", refusal, RefusalText("not created", refusal));
     }
@@ -285,6 +291,7 @@ DWORD WriteRest(SC_HANDLE service, const std::string &name, const ConfigOptions 
 void TellConfig(Session &session, SC_HANDLE service, const std::string &name, const ConfigOptions &config) {
     RequestedService wanted = {name, config.display, config.image, config.group, config.user};
     if (config.dependencies) wanted.dependencies = SplitAtCommas(*config.dependencies);
+    wanted.hasErrorControl = config.errorControl.has_value();
     const DWORD refusal = ForeseeConfig(session, service, wanted);
     if (refusal != ERROR_SUCCESS) {
         return Failed(session, name, "config", refusal, RefusalText("not changed", refusal));

@@ -5,6 +5,7 @@
 #include "servd/control_rules.h"
 #include "svcapi/client.h"
 #include "svcapi/limits.h"
+#include "svcapi/local_configs.h"
 #include "tvsc/apply.h"
 #include "tvsc/liveness.h"
 #include "tvsc/service_graph.h"
@@ -21,6 +22,11 @@ bool IsShort(const std::optional<std::string> &text) { return CanBeLoaded(text ?
 DWORD CheckTexts(const RequestedService &wanted) {
     if (!IsShort(wanted.image) || !IsShort(wanted.group)) return ERROR_INVALID_PARAMETER;
     return IsShort(wanted.display) ? ERROR_SUCCESS : ERROR_INVALID_NAME;
+}
+
+DWORD CheckTag(const RequestedService &wanted) {
+    const bool lacksGroup = wanted.wantsTag && wanted.group.value_or("").empty();
+    return lacksGroup ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
 }
 
 // Whether the name is free. The registry decides, where also a key without a service has its name.
@@ -87,11 +93,12 @@ DWORD CheckDependencies(Session &session, const RequestedService &wanted) {
     std::vector<ListedService> services;
     const DWORD rc = EnumerateAllServices(session.manager.get(), &services);
     if (rc != ERROR_SUCCESS) return rc;
-    std::vector<ServiceView> views;
-    for (const ListedService &service : services) {
-        views.emplace_back();
-        views.back().service = service;
-        views.back().config = ReadConfigByName(session, service.name);
+    std::vector<std::optional<ServiceConfig>> configs(services.size());
+    if (IsThisMachine(session.options)) configs = ReadLocalConfigs(ConfigPart::groupAndDependencies, services);
+    std::vector<ServiceView> views(services.size());
+    for (std::size_t i = 0; i < services.size(); ++i) {
+        views[i].service = services[i];
+        views[i].config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, services[i].name);
     }
     ServiceView *const view = FindOrAdd(&views, wanted.name);
     if (!view->config) view->config.emplace();
@@ -114,18 +121,20 @@ bool IsAccount(const std::string &account) { return account.empty() || getpwnam(
 
 DWORD ForeseeCreate(Session &session, const RequestedService &wanted) {
     return FirstRefusal(
-        [&] { return CheckTexts(wanted); },
+        [&] { return CheckTag(wanted); }, [&] { return CheckTexts(wanted); },
         [&] { return IsServiceName(wanted.name.c_str()) ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_INVALID_NAME}; },
         [&] { return CheckIsFree(session, wanted.name); }, [&] { return CheckAccount(session, wanted); },
         [&] { return CheckDependencies(session, wanted); });
 }
 
 DWORD ForeseeConfig(Session &session, SC_HANDLE service, const RequestedService &wanted) {
-    ServiceConfig present; // which is read at each change, whatever changes
-    return FirstRefusal([&] { return CheckTexts(wanted); }, [&] { return QueryConfig(service, &present); },
-                        [&] { return CheckDisplayName(session, wanted); },
-                        [&] { return CheckAccount(session, wanted); },
-                        [&] { return CheckDependencies(session, wanted); });
+    const auto checkIsRead = [&]() -> DWORD { // what the change needs of the present configuration
+        ServiceConfig present;
+        return wanted.hasErrorControl && !wanted.image ? ERROR_SUCCESS : QueryConfig(service, &present);
+    };
+    return FirstRefusal(
+        [&] { return CheckTexts(wanted); }, checkIsRead, [&] { return CheckDisplayName(session, wanted); },
+        [&] { return CheckAccount(session, wanted); }, [&] { return CheckDependencies(session, wanted); });
 }
 
 DWORD ForeseeControl(const Options &options, SC_HANDLE service, const std::string &name, DWORD control) {

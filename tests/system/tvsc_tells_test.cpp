@@ -99,6 +99,7 @@ TEST_F(TvscTells, create_with_dry_run_refuses_what_create_would_refuse) {
     ExpectRefusedAlike(1, {"create", "", "--image", script});
     ExpectRefusedAlike(1, {"create", fresh, "--image", script, "--display", long1024});
     ExpectRefusedAlike(1, {"create", fresh, "--image", script, "--group", long1024});
+    ExpectRefusedAlike(1, {"create", fresh, "--image", script, "--group", "", "--tag"});
     ExpectRefusedAlike(6, {"create", fresh, "--image", script, "--group", name, "--depends", "+" + name});
     WriteKey(servicesKey + "\\" + name + "-key", {});
     ExpectRefusedAlike(155, {"create", name + "-KEY", "--image", script}); // a key that no service has

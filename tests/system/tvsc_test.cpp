@@ -1047,6 +1047,11 @@ TEST_F(Tvsc, zz_a_missing_registry_daemon_is_told_where_it_is_missed) {
     EXPECT_THAT(Fail(1, {"start", name}), HasSubstr("its dependencies: 1016 ERROR_REGISTRY_IO_FAILED"));
     EXPECT_THAT(Fail(6, {"create", name + "-2", "--image", folder + "/" + name + ".csh"}),
                 HasSubstr("not created: the registry daemon does not answer, or could not store: 1065"));
+    EXPECT_THAT(Fail(150, {"--dry-run", "config", name, "--start", "auto"}), HasSubstr("not changed: 1016"));
+    EXPECT_THAT(Fail(150, {"config", name, "--start", "auto"}), HasSubstr("not changed: 1016"));
+    // Nothing of what stands there has to be kept.
+    EXPECT_EQ(Do({"--dry-run", "config", name, "--error", "normal"}), name + ": would be changed\n");
+    EXPECT_EQ(Do({"config", name, "--error", "normal"}), name + ": changed\n");
     // It would be back with the daemon's next start.
     EXPECT_THAT(Fail(150, {"delete", name}), HasSubstr("not deleted: 1016"));
     registryDaemon = StartRegistryDaemon(folder + "/registry.db");
