@@ -18,7 +18,7 @@
 struct HiddenService {
     ListedService service; // without a name where another service has its display name
     DWORD record = 0;
-    bool isMarked = false; // for deletion; else its type is none that is enumerated
+    std::optional<bool> deletePending; // if not, its type is none that is enumerated; nothing where it is unknown
 };
 
 // What EnumerateAllServices leaves out; nothing is touched.

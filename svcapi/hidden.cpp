@@ -34,9 +34,9 @@ std::set<std::int32_t> ShownRecords(DaemonLink &link, const std::vector<ListedSe
     return shown;
 }
 
-// What can be told of one. taken: the names that are another one's.
-DWORD DescribeHidden(DaemonLink &link, const WalkedRecord &record, std::set<std::string> *taken,
-                     HiddenService *hidden) {
+// What can be told of one of these records. taken: the names that are another one's.
+DWORD DescribeHidden(DaemonLink &link, const WalkedRecord &record, const std::vector<WalkedRecord> &records,
+                     std::set<std::string> *taken, HiddenService *hidden) {
     hidden->record = static_cast<DWORD>(record.index);
     hidden->service.displayName = record.config.displayName;
     hidden->service.complete = false;
@@ -46,7 +46,7 @@ DWORD DescribeHidden(DaemonLink &link, const WalkedRecord &record, std::set<std:
     const DWORD rc = KeyNameOf(link, record.config.displayName.c_str(), &name);
     if (rc != ERROR_SUCCESS && rc != ERROR_SERVICE_DOES_NOT_EXIST) return rc;
     if (rc == ERROR_SUCCESS && taken->insert(name).second) hidden->service.name = name;
-    return AskIfRecordMarked(link, record.index, &hidden->isMarked);
+    return AskIfRecordMarked(link, record, records, &hidden->deletePending);
 }
 
 } // namespace
@@ -70,7 +70,7 @@ DWORD EnumerateHiddenServices(SC_HANDLE manager, const std::vector<ListedService
     for (const WalkedRecord &record : records) {
         if (shown.contains(record.index)) continue;
         HiddenService found;
-        rc = DescribeHidden(link, record, &taken, &found);
+        rc = DescribeHidden(link, record, records, &taken, &found);
         if (rc == ERROR_INVALID_HANDLE) continue; // gone since
         if (rc != ERROR_SUCCESS) return rc;
         hidden->push_back(std::move(found));

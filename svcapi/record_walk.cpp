@@ -4,16 +4,29 @@
 
 #include "svcapi/calls.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr std::int32_t recordsInStep = 50; // by which the daemon's array grows
-constexpr char nobodysAccount[] = ":";     // no user's name has a colon in it
+constexpr char nobodysAccount[] = ":";     // in a user database of lines no name has a colon in it
 
 bool IsPast(DaemonLink &link, std::int32_t index) {
     std::int32_t resume = index, needed = 0;
     const auto ignored = [](const ListedView & /*service*/) {}; // there is no room for any
     const DWORD rc = EnumerateRecords(link, SERVICE_WIN32, SERVICE_STATE_ALL, 0, &resume, &needed, ignored);
     return rc == ERROR_INVALID_PARAMETER;
+}
+
+// A display name that is taken whatever becomes of this record; null for none. It is another one than the record's own:
+// what was read of a record that went meanwhile may be what was read before it.
+const std::string *DisplayNameOfAnother(const WalkedRecord &record, const std::vector<WalkedRecord> &records) {
+    const auto isTaken = [&](const WalkedRecord &other) {
+        const std::string &name = other.config.displayName;
+        return other.index != record.index && !name.empty() && name != record.config.displayName;
+    };
+    const auto other = std::find_if(records.begin(), records.end(), isTaken);
+    return other != records.end() ? &other->config.displayName : nullptr;
 }
 
 } // namespace
@@ -44,14 +57,22 @@ DWORD WalkRecords(DaemonLink &link, const std::set<std::int32_t> &leftOut, std::
     return rc != ERROR_SUCCESS ? rc : ReadWalkedConfigs(link, records);
 }
 
-DWORD AskIfRecordMarked(DaemonLink &link, std::int32_t index, bool *marked) {
+DWORD AskIfRecordMarked(DaemonLink &link, const WalkedRecord &record, const std::vector<WalkedRecord> &records,
+                        std::optional<bool> *marked) {
+    marked->reset();
+    const std::string *taken = DisplayNameOfAnother(record, records);
+    if (taken == nullptr) return ERROR_SUCCESS;
     servd_SERV_CHANGE_CONFIG_SERVICE change = {};
-    change.handle = index;
-    change.serviceType = change.startType = change.errorControl = SERVICE_NO_CHANGE;
+    change.handle = record.index;
+    change.serviceType = change.startType = SERVICE_NO_CHANGE;
+    change.errorControl = record.config.errorControl; // the one number that the daemon would write in any case
+    change.displayName = {static_cast<std::uint32_t>(taken->size() + 1), Borrowed(taken->c_str())};
     change.account = {sizeof nobodysAccount, Borrowed(nobodysAccount)};
     const DWORD rc = ChangeRecordConfig(link, change, nullptr);
-    *marked = rc == ERROR_SERVICE_MARKED_FOR_DELETE;
-    return *marked || rc == ERROR_INVALID_SERVICE_ACCOUNT ? ERROR_SUCCESS : rc;
+    const bool isRefused = rc == ERROR_DUP_NAME || rc == ERROR_INVALID_SERVICE_ACCOUNT;
+    if (!isRefused && rc != ERROR_SERVICE_MARKED_FOR_DELETE) return rc;
+    *marked = !isRefused;
+    return ERROR_SUCCESS;
 }
 
 std::optional<std::int32_t> IndexOfOpenable(DaemonLink &link, const std::string &name) {

@@ -28,8 +28,13 @@ struct WalkedRecord {
 [[nodiscard]] DWORD ReadWalkedConfigs(DaemonLink &link, std::vector<WalkedRecord> *records);
 
 // Whether the service in a record is marked for deletion, which no procedure tells of one without a known name. Asks
-// for a change that is refused in any case: under an account that no machine can have.
-[[nodiscard]] DWORD AskIfRecordMarked(DaemonLink &link, std::int32_t index, bool *marked);
+// for a change to a display name that another record has: the daemon looks at the mark first (1072), then refuses the
+// name out of its memory (52), before it asks the machine for an account or writes anything. Should the other one have
+// gone meanwhile, the account is refused (1057), except by a machine that has a user of any name.
+//   records  all that are in use, with their configurations
+//   marked   nothing where no other record has a display name of its own: then nothing is asked
+[[nodiscard]] DWORD AskIfRecordMarked(DaemonLink &link, const WalkedRecord &record,
+                                      const std::vector<WalkedRecord> &records, std::optional<bool> *marked);
 
 // The number of a record that can be opened by its name; nothing for another one, as one that is marked for deletion.
 [[nodiscard]] std::optional<std::int32_t> IndexOfOpenable(DaemonLink &link, const std::string &name);

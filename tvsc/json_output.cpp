@@ -132,7 +132,7 @@ void PrintServicesJson(const Session &session, const std::vector<ServiceView> &v
         if (view.hidden) {
             service["listed"] = false;
             service["record"] = view.hidden->record;
-            service["delete_pending"] = view.hidden->isMarked;
+            if (view.hidden->deletePending) service["delete_pending"] = *view.hidden->deletePending;
         }
         if (view.process.process != 0) {
             service["pid_hint"] = view.process.process;

@@ -140,7 +140,7 @@ void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *vie
     }
     for (std::size_t i = 0; i < views->size(); ++i) {
         ServiceView &view = (*views)[i];
-        if (view.hidden && view.hidden->isMarked) continue; // cannot be opened
+        if (view.hidden && view.hidden->deletePending.value_or(true)) continue; // cannot be opened
         view.config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, view.service.name);
     }
 }

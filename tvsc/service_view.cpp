@@ -60,8 +60,9 @@ std::string RemarkOn(const ServiceView &view) {
     const SERVICE_STATUS &status = view.service.status;
     if (view.process.isGone) return "the daemon does not know yet; status --fresh tells it";
     if (view.hidden) {
-        return view.hidden->isMarked ? "marked for deletion"
-                                     : fmt::format("(record {}: never listed)", view.hidden->record);
+        const std::optional<bool> &deletePending = view.hidden->deletePending;
+        if (!deletePending) return fmt::format("(record {}: not listed)", view.hidden->record);
+        return *deletePending ? "marked for deletion" : fmt::format("(record {}: never listed)", view.hidden->record);
     }
     if (!view.service.complete) return "(record 0: not in the daemon's enumeration)";
     if (HasFailed(status) && status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR) {
