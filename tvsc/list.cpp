@@ -126,22 +126,25 @@ void FilterByType(Session &session, DWORD type, std::vector<ServiceView> *views)
     });
 }
 
+// Whether a service can be opened by its name. The key of one without a name would be that of all services.
+bool IsOpenable(const ServiceView &view) {
+    return !view.hidden || (!view.hidden->deletePending.value_or(true) && !view.service.name.empty());
+}
+
 // The configurations of all of them, as far as they can be read.
 void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *views) {
     constexpr std::size_t few = 2; // asked one by one, they take less
-    std::vector<std::optional<ServiceConfig>> configs(views->size());
-    if (IsThisMachine(session.options) && views->size() > few) {
-        std::vector<ListedService> services;
-        services.reserve(views->size());
-        for (const ServiceView &view : *views) {
-            services.push_back(view.service);
-        }
-        configs = ReadLocalConfigs(part, services);
+    std::vector<ServiceView *> openable;
+    std::vector<ListedService> services;
+    for (ServiceView &view : *views) {
+        if (!IsOpenable(view)) continue;
+        openable.push_back(&view);
+        services.push_back(view.service);
     }
-    for (std::size_t i = 0; i < views->size(); ++i) {
-        ServiceView &view = (*views)[i];
-        if (view.hidden && view.hidden->deletePending.value_or(true)) continue; // cannot be opened
-        view.config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, view.service.name);
+    std::vector<std::optional<ServiceConfig>> configs(services.size());
+    if (IsThisMachine(session.options) && services.size() > few) configs = ReadLocalConfigs(part, services);
+    for (std::size_t i = 0; i < openable.size(); ++i) {
+        openable[i]->config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, services[i].name);
     }
 }
 

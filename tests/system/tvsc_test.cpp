@@ -120,6 +120,7 @@ TEST_F(Tvsc, list_all_tells_marked_services_of_one_display_name_from_those_that_
         const std::string bears = service.at("display_name");
         if (!bears.starts_with(name) || !service.contains("listed")) continue;
         EXPECT_NE(service.at("name"), name + "-visible");
+        EXPECT_FALSE(service.contains("config")) << service << ": it has no configuration that can be read";
         pending[bears].push_back(service.at("delete_pending"));
     }
     EXPECT_EQ(pending[name + "-marked"], (std::vector<bool>{true, true}));
