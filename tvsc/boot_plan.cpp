@@ -173,26 +173,24 @@ std::vector<BootStep> Walk(Planner &planner, std::size_t root) {
     return found;
 }
 
-// How many starts the walks of up to 64 automatic services find in all, as if each walked anew.
-std::size_t CountTries(const Planner &planner, const std::size_t *roots, std::size_t count) {
+// Adds to each service how often the walks of up to 64 automatic services find it to start, as if each walked anew.
+void CountTries(const Planner &planner, const std::size_t *roots, std::size_t count, std::vector<std::size_t> *tries) {
     std::vector<std::uint64_t> reachedFrom(planner.leadsTo.size()); // a bit for each root
-    std::size_t tries = 0;
     for (std::size_t i = 0; i < count; ++i) {
         reachedFrom[roots[i]] |= std::uint64_t{1} << i;
         const bool isCounted = planner.walked[roots[i]] != Walked::broken; // with what it reaches, like the others
-        if (!isCounted && !IsMasked(planner.database->services[roots[i]])) ++tries;
+        if (!isCounted && !IsMasked(planner.database->services[roots[i]])) ++(*tries)[roots[i]];
     }
     for (auto node = planner.ended.rbegin(); node != planner.ended.rend(); ++node) {
         const std::uint64_t reached = reachedFrom[*node];
         if (reached == 0) continue;
         const bool isStarted = IsService(planner, *node) && planner.walked[*node] == Walked::whole;
         const bool takesTime = isStarted && !IsMasked(planner.database->services[*node]); // or it is refused at once
-        if (takesTime) tries += static_cast<std::size_t>(std::popcount(reached));
+        if (takesTime) (*tries)[*node] += static_cast<std::size_t>(std::popcount(reached));
         for (const Node target : planner.leadsTo[*node]) {
             reachedFrom[target] |= reached;
         }
     }
-    return tries;
 }
 
 void Start(Planner &planner, const BootStep &step) {
@@ -262,8 +260,13 @@ BootPlan PlanBoot(const BootDatabase &database) {
         Start(planner, {.service = i, .startedFor = i});
     }
     constexpr std::size_t atATime = 64;
+    std::vector<std::size_t> tries(database.services.size());
     for (std::size_t i = 0; i < automatic.size(); i += atATime) {
-        planner.plan.mostTries += CountTries(planner, &automatic[i], std::min(atATime, automatic.size() - i));
+        CountTries(planner, &automatic[i], std::min(atATime, automatic.size() - i), &tries);
+    }
+    for (BootStep &step : planner.plan.steps) {
+        step.mostTries = tries[step.service];
+        planner.plan.mostTries += step.mostTries;
     }
     RemarkGroupOrder(planner);
     return planner.plan;

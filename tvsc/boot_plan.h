@@ -57,6 +57,7 @@ struct BootStep {
     std::size_t startedFor = 0;                // the automatic service that it is started for, or itself
     std::optional<std::size_t> neededBy = {};  // the service through which the walk came to it
     const std::string *throughGroup = nullptr; // the group that the service names instead; the database's
+    std::size_t mostTries = 0;                 // one that fails is tried again for each automatic service that needs it
 };
 
 enum class BootRemarkKind { disabled, noImage, ring, unknownService, emptyGroup, unreadable, groupOrder, masked };
@@ -71,7 +72,7 @@ struct BootRemark {
 
 struct BootPlan {
     std::vector<BootStep> steps; // as if each succeeded; without those of masked services
-    std::size_t mostTries = 0;   // of starts: one that fails is tried again for each automatic service that needs it
+    std::size_t mostTries = 0;   // of all steps
     std::vector<BootRemark> remarks;
 };
 

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <numeric>
 #include <set>
 
@@ -34,6 +35,8 @@ constexpr std::size_t retryPauseSec = retryPauseMs / 1000;
 constexpr std::size_t dialSec = newProcessRetriesAtStartUp * retryPauseSec;
 constexpr std::size_t sharedDialSec = sharedProcessRetries * retryPauseSec;
 
+std::size_t SecondsToReach(bool triesAnother) { return (triesAnother ? sharedDialSec : 0) + dialSec; }
+
 } // namespace
 
 // Before a service of a shared process gets one of its own, the process that was started for another one of its image
@@ -45,15 +48,25 @@ std::vector<std::size_t> WorstCasesSec(const BootDatabase &database, const BootP
         const BootService &service = database.services[step.service];
         const bool isNew = images.insert(service.imagePath).second;
         const bool triesAnother = !isNew && (service.type & SERVICE_WIN32_SHARE_PROCESS) != 0;
-        seconds.push_back((triesAnother ? sharedDialSec : 0) + dialSec + serviceCallTimeoutSec);
+        seconds.push_back(SecondsToReach(triesAnother) + serviceCallTimeoutSec);
     }
     return seconds;
 }
 
 // A service whose process is not reached stays stopped and is tried again; one whose process is reached and does not
-// answer is start pending from then on.
+// answer is start pending from then on. When a shared process is tried again, those of later steps may be there.
 std::size_t WorstCaseSec(const BootDatabase &database, const BootPlan &plan) {
-    const std::vector<std::size_t> steps = WorstCasesSec(database, plan);
-    const std::size_t repeated = plan.mostTries - std::min(plan.mostTries, steps.size());
-    return std::accumulate(steps.begin(), steps.end(), repeated * dialSec);
+    std::map<std::string_view, std::size_t> stepsOfImage;
+    for (const BootStep &step : plan.steps) {
+        ++stepsOfImage[database.services[step.service].imagePath];
+    }
+    const std::vector<std::size_t> once = WorstCasesSec(database, plan);
+    std::size_t seconds = std::accumulate(once.begin(), once.end(), std::size_t{0});
+    for (const BootStep &step : plan.steps) {
+        const BootService &service = database.services[step.service];
+        const bool isShared = (service.type & SERVICE_WIN32_SHARE_PROCESS) != 0;
+        const bool triesAnother = isShared && stepsOfImage[service.imagePath] > 1;
+        seconds += (step.mostTries - std::min<std::size_t>(step.mostTries, 1)) * SecondsToReach(triesAnother);
+    }
+    return seconds;
 }

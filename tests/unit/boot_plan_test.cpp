@@ -91,6 +91,17 @@ TEST_F(PlannedBoot, a_step_may_take_the_tries_and_the_call_and_those_of_a_proces
     EXPECT_EQ(WorstCaseSec(database, plan), 225u + 30u) << "Delta is tried for Alpha and for itself";
 }
 
+TEST_F(PlannedBoot, a_service_of_a_shared_process_tries_that_of_another_one_each_time) {
+    const DWORD shared = SERVICE_WIN32_SHARE_PROCESS;
+    InstallService("Alpha", {.start = automatic, .imagePath = "/a", .dependencies = {"Beta", "Delta"}});
+    InstallService("Beta", {.type = shared, .start = automatic, .imagePath = "/shared"});
+    InstallService("Gamma", {.type = shared, .start = automatic, .imagePath = "/shared"});
+    InstallService("Delta", {.type = shared, .start = automatic, .imagePath = "/alone"});
+    EXPECT_THAT(Steps(), ElementsAre("Beta<Alpha<-Alpha", "Delta<Alpha<-Alpha", "Alpha", "Gamma"));
+    EXPECT_THAT(WorstCasesSec(database, plan), ElementsAre(55u, 55u, 55u, 60u));
+    EXPECT_EQ(WorstCaseSec(database, plan), 225u + 35u + 30u) << "Beta again, after Gamma perhaps, and Delta again";
+}
+
 TEST_F(PlannedBoot, services_without_a_start_value_never_start_by_themselves) {
     InstallService("Alpha");
     InstallService("Beta", {.start = automatic, .dependencies = {"Alpha"}});
