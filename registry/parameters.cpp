@@ -138,10 +138,10 @@ void tvGenRegistryONCAddr(char *host, unsigned *prognum, unsigned *version, char
 void tvGetPartialName(char *host) { host[std::strcspn(host, ".")] = '\0'; }
 
 int tvVerifyRegistryVersion(unsigned major, unsigned minor, unsigned patch) {
-    if (major == 2 && minor == 3 && patch == 0) return 0;
-    if (major >= 3) return 1;
-    if (major < 2) return -1;
-    if (minor >= 4) return 2;
-    if (minor < 3) return -2;
+    if (major > oldestRegistryMajor) return 1;
+    if (major < oldestRegistryMajor) return -1;
+    if (minor > oldestRegistryMinor) return 2;
+    if (minor < oldestRegistryMinor) return -2;
+    if (patch == 0) return 0;
     return 3;
 }

@@ -10,6 +10,10 @@ extern int regdSystemDaemon; // the only daemon option that this client reads; t
 extern int bAllowSystemDaemonConnect;
 extern std::uint32_t tvreg_prognum; // 0 until first computed
 
+// The oldest version of a daemon that tvVerifyRegistryVersion accepts.
+constexpr unsigned oldestRegistryMajor = 2;
+constexpr unsigned oldestRegistryMinor = 3;
+
 constexpr unsigned registryHostBytes = 256; // host name buffers, terminator included
 
 // Copies a host name into a buffer of registryHostBytes; a longer one is cut.

@@ -9,7 +9,9 @@
 
 #include <cstdint>
 
-inline bool IsControlCode(std::int32_t control) {
+// Whether a service may be sent it at all: the four controls of Win32 from stop to interrogate, and those whose meaning
+// is the service's own.
+[[nodiscard]] inline bool IsControlCode(std::int32_t control) {
     return (control >= SERVICE_CONTROL_STOP && control <= SERVICE_CONTROL_INTERROGATE) ||
            (control >= 128 && control <= 255);
 }

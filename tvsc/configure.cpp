@@ -413,12 +413,11 @@ int RunSwitch(Session &session, const std::string &action, const std::vector<std
     for (const std::string &name : ResolveNames(session, names, action)) {
         const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_CHANGE_CONFIG));
         const std::string text = fmt::format("start type {}", StartWord(startType));
-        const DWORD refusal = service != nullptr && session.options.dryRun
-                                  ? ForeseeConfig(session, service.get(), {.name = name})
-                                  : DWORD{ERROR_SUCCESS};
+        const bool isTold = service != nullptr && session.options.dryRun;
+        const DWORD refusal = isTold ? ForeseeConfig(session, service.get(), {.name = name}) : DWORD{ERROR_SUCCESS};
         if (refusal != ERROR_SUCCESS) {
             Failed(session, name, action, refusal, "not changed");
-        } else if (service != nullptr && session.options.dryRun) {
+        } else if (isTold) {
             Done(session, name, action, "would have " + text);
         } else if (service != nullptr &&
                    ChangeServiceConfigA(service.get(), SERVICE_NO_CHANGE, startType, SERVICE_NO_CHANGE, nullptr,

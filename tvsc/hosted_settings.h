@@ -23,8 +23,8 @@ struct ProgramSettings {
 [[nodiscard]] bool SaysAnything(const ProgramSettings &settings);
 
 // Changes parameters as told. A variable of the environment takes the place of the one of its name; one that is to be
-// removed and is not there is no mistake. Returns 0, or 3, 13
-// or 87 and a text: what the program, a setting or the command line lacks.
+// removed and is not there is no mistake. Returns 0, or 3, 13 or 87 and a text: what the program, a setting or the
+// command line lacks.
 [[nodiscard]] DWORD ApplySettings(const ProgramSettings &settings, HostParameters *parameters, std::string *problem);
 
 // Whether an image is the launcher of tvhost, wherever that lies.

@@ -229,8 +229,8 @@ Finding SilentRegistry(const Options &options) {
                        "systemctl start tvregd"};
     const std::optional<regd_REG_QUERY_VERSION_RETURN> told = ToldVersion(options);
     if (!told || tvVerifyRegistryVersion(told->major, told->minor, told->patch) >= 0) return finding;
-    finding.found = fmt::format("has version {}.{}.{}, and 2.3 is the oldest that is worked with", told->major,
-                                told->minor, told->patch);
+    finding.found = fmt::format("has version {}.{}.{}, and {}.{} is the oldest that is worked with", told->major,
+                                told->minor, told->patch, oldestRegistryMajor, oldestRegistryMinor);
     finding.command = "apt-get install tvregd";
     return finding;
 }

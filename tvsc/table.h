@@ -17,9 +17,9 @@ struct RowMark {
 inline constexpr std::size_t columnsKept = 2;
 
 // Columns as wide as their widest cell, but for the last one; with marks, one before each line. Cells need not be
-// printable. At a terminal no line is wider than it: all columns but the first are cut, then left out, the last one
-// first; then these are cut, the widest one first. What was cut ends in an ellipsis.
-//   kept  how many of the first columns are never left out: they say what a line is about
+// printable. At a terminal no line is wider than it: the columns behind the first `kept` are cut, then left out, the
+// last one first; only then the first `kept` are cut, the widest one first. What was cut ends in an ellipsis.
+//   kept  how many columns are never left out: they say what a line is about
 [[nodiscard]] std::vector<std::string> TableLines(std::vector<std::vector<std::string>> rows,
                                                   const std::vector<RowMark> &marks = {},
                                                   std::size_t kept = columnsKept);
