@@ -21,9 +21,15 @@ struct HiddenService {
     std::optional<bool> deletePending; // if not, its type is none that is enumerated; nothing where it is unknown
 };
 
+enum class HiddenLook {
+    marks, // which of them are marked for deletion; where there are as many records as services, there are none
+    names  // no marks, and every record whatever their number: a service may have gone since it was told
+};
+
 // What EnumerateAllServices leaves out; nothing is touched.
 //   visible  what it has told
-[[nodiscard]] DWORD EnumerateHiddenServices(SC_HANDLE manager, const std::vector<ListedService> &visible,
+[[nodiscard]] DWORD EnumerateHiddenServices(SC_HANDLE manager, HiddenLook look,
+                                            const std::vector<ListedService> &visible,
                                             std::vector<HiddenService> *hidden);
 
 // What the enumeration tells of one service, without the others; stays empty where it does not list it, as the one in

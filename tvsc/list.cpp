@@ -86,7 +86,8 @@ bool EveryView(Session &session, const ListFilter &filter, std::vector<ServiceVi
         views->push_back(ViewOf(session, service));
     }
     std::vector<HiddenService> hidden;
-    const DWORD rc = filter.all ? EnumerateHiddenServices(session.manager.get(), services, &hidden) : ERROR_SUCCESS;
+    DWORD rc = ERROR_SUCCESS;
+    if (filter.all) rc = EnumerateHiddenServices(session.manager.get(), HiddenLook::marks, services, &hidden);
     for (const HiddenService &service : hidden) {
         views->push_back(ViewOf(session, service));
     }

@@ -51,7 +51,7 @@ DWORD ListActive(const Session &session, std::vector<std::string> *names) {
     std::vector<ListedService> services;
     DWORD rc = EnumerateAllServices(session.manager.get(), &services);
     std::vector<HiddenService> hidden;
-    if (rc == ERROR_SUCCESS) rc = EnumerateHiddenServices(session.manager.get(), services, &hidden);
+    if (rc == ERROR_SUCCESS) rc = EnumerateHiddenServices(session.manager.get(), HiddenLook::names, services, &hidden);
     for (const HiddenService &one : hidden) {
         services.push_back(one.service);
     }

@@ -13,6 +13,7 @@
 #include <cctype>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <set>
 #include <sstream>
@@ -133,6 +134,34 @@ TEST_F(Tvsc, list_all_tells_marked_services_of_one_display_name_from_those_that_
         KillProcessOf(name + marked);
     }
     (void)Do({"sc", "delete", name + "-rec"});
+}
+
+TEST_F(Tvsc, list_all_shows_what_is_marked_beside_a_service_of_both_classes) {
+    CreateSample(name + "-marked");
+    (void)Do({"start", name + "-marked"});
+    (void)Do({"delete", "--force", name + "-marked"});
+    std::size_t hidden = 0;
+    const auto countHidden = [&hidden] {
+        hidden = 0;
+        const Json listed = Json::parse(Do({"list", "--all", "--json"}));
+        for (const Json &service : listed.at("services")) {
+            hidden += service.contains("listed") ? 1u : 0u;
+        }
+        return hidden;
+    };
+    const std::size_t before = countHidden();
+    // Each is enumerated twice, as a driver and as none: as many as would make up for what is hidden.
+    for (std::size_t i = 0; i < before; ++i) {
+        const std::string both = name + "-both-" + std::to_string(i), file = folder + "/" + both + ".toml";
+        CreateSample(both);
+        std::ofstream(file) << "[services." << both << "]\ntype = 18\n";
+        (void)Do({"apply", file});
+    }
+    EXPECT_EQ(countHidden(), before);
+    for (std::size_t i = 0; i < before; ++i) {
+        (void)Do({"delete", name + "-both-" + std::to_string(i)});
+    }
+    KillProcessOf(name + "-marked");
 }
 
 // A handle that its program does not live to close keeps a service from going.
