@@ -29,9 +29,10 @@ export function safeMend(finding: Pick<Finding, "command" | "command_bytes" | "n
     if (program !== "tvsc" || !form) return null;
     const at = form.indexOf("NAME");
     if (at < 0) return { words };
-    const known = words[at] === finding.name;
+    const name = words[at].replace(/^--name=/, ""); // which stands before names that begin with a dash
+    const known = name === finding.name;
     if (!known && finding.command_bytes !== undefined) return null; // the name of another service, and no text
-    return { words: words.filter((_word, i) => i !== at), named: known ? { name: finding.name, name_bytes: finding.name_bytes } : { name: words[at] } };
+    return { words: words.filter((_word, i) => i !== at), named: known ? { name: finding.name, name_bytes: finding.name_bytes } : { name } };
 }
 
 const levelWord = (level: Finding["level"]) => ({ fail: _("Error"), warn: _("Warning"), info: _("Note") })[level];
