@@ -103,16 +103,20 @@ std::vector<CommandWords> EveryCommand(const CLI::App &app) {
     return commands;
 }
 
-// Of several hosts in TVSC_HOST the first one is asked: all of them would answer with a table. Arguments: the arms of
-// the case, the global options that have a value, all global options, the commands.
-constexpr char bashScript[] = R"--(# bash completion of tvsc; made by: tvsc completion bash
-_tvsc_at() {{
+// What there is to choose from behind some commands, for bash and zsh. Arguments: the arms of the case, all global
+// options, the commands.
+constexpr char choicesFunction[] = R"--(_tvsc_at() {{
     case $1 in
-    '') options='{2}' below='{3}' further= ;;
+    '') options='{1}' below='{2}' further= ;;
 {0}    *) options= below= further= ;;
     esac
 }}
-_tvsc() {{
+)--";
+
+// Of several hosts in TVSC_HOST the first one is asked: all of them would answer with a table. Arguments: that
+// function, and the global options that have a value.
+constexpr char bashScript[] = R"--(# bash completion of tvsc; made by: tvsc completion bash
+{0}_tvsc() {{
     local word=${{COMP_WORDS[COMP_CWORD]}} at= i=1 options= below= further= name
     COMPREPLY=()
     _tvsc_at ''
@@ -151,13 +155,7 @@ complete -F _tvsc tvsc
 
 constexpr char zshScript[] = R"--(#compdef tvsc
 # zsh completion of tvsc; made by: tvsc completion zsh
-_tvsc_at() {{
-    case $1 in
-    '') options='{2}' below='{3}' further= ;;
-{0}    *) options= below= further= ;;
-    esac
-}}
-_tvsc() {{
+{0}_tvsc() {{
     local at= i=2 options= below= further=
     _tvsc_at ''
     while ((i < CURRENT)); do
@@ -298,6 +296,7 @@ std::string CompletionScript(const std::string &shell, const CLI::App &app) {
     const std::vector<CommandWords> commands = EveryCommand(app);
     const std::vector<std::string> global = OptionNames(app, false);
     if (shell == "fish") return FishText(app, commands);
-    return fmt::format(fmt::runtime(shell == "bash" ? bashScript : zshScript), Cases(commands, global),
-                       Joined(OptionNames(app, true)), Joined(global), Joined(NamesBelow(app)));
+    const std::string choices =
+        fmt::format(choicesFunction, Cases(commands, global), Joined(global), Joined(NamesBelow(app)));
+    return fmt::format(fmt::runtime(shell == "bash" ? bashScript : zshScript), choices, Joined(OptionNames(app, true)));
 }

@@ -149,6 +149,11 @@ typed() { # SHELL-COMMAND PREPARATION KEYS... -- EXPECTED
     [[ $screen == *"$expected"* ]] || { echo "$screen"; false; }
 }
 
+typedInZsh() { # KEYS EXPECTED
+    command -v zsh >/dev/null || skip "zsh is not installed"
+    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "$@"
+}
+
 @test "a tab in bash completes a command" {
     typed "bash --norc" ". $BATS_TEST_TMPDIR/bash" "tvsc restar" "tvsc restart"
 }
@@ -162,9 +167,7 @@ typed() { # SHELL-COMMAND PREPARATION KEYS... -- EXPECTED
 }
 
 @test "a tab in zsh completes an option of a command of a command" {
-    command -v zsh >/dev/null || skip "zsh is not installed"
-    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc lock release --i" \
-        "tvsc lock release --id"
+    typedInZsh "tvsc lock release --i" "tvsc lock release --id"
 }
 
 @test "a tab in fish completes a command of a command" {
@@ -173,19 +176,15 @@ typed() { # SHELL-COMMAND PREPARATION KEYS... -- EXPECTED
 }
 
 @test "a tab in zsh completes a command" {
-    command -v zsh >/dev/null || skip "zsh is not installed"
-    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc restar" "tvsc restart"
+    typedInZsh "tvsc restar" "tvsc restart"
 }
 
 @test "a tab in zsh completes an option" {
-    command -v zsh >/dev/null || skip "zsh is not installed"
-    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc stop --with-d" \
-        "tvsc stop --with-dependents"
+    typedInZsh "tvsc stop --with-d" "tvsc stop --with-dependents"
 }
 
 @test "a tab in zsh completes the name of a service" {
-    command -v zsh >/dev/null || skip "zsh is not installed"
-    typed "zsh -f" "autoload -Uz compinit; compinit -u -D; . $BATS_TEST_TMPDIR/zsh" "tvsc start 'web c" "tvsc start 'web cache'"
+    typedInZsh "tvsc start 'web c" "tvsc start 'web cache'"
 }
 
 @test "a tab in fish completes a command" {
