@@ -103,9 +103,8 @@ std::vector<ServiceView> ViewsMeant(Session &session, const ListFilter &filter, 
         services.push_back(view.service);
     }
     std::vector<ServiceView> views;
-    for (const ListedService &service : ResolveAmong(session, filter.patterns, "list", services)) {
-        const auto isIt = [&](const ServiceView &view) { return view.service.name == service.name; };
-        views.push_back(*std::find_if(every.begin(), every.end(), isIt));
+    for (const ListedService *service : ResolveAmong(session, filter.patterns, "list", services)) {
+        views.push_back(every[static_cast<std::size_t>(service - services.data())]);
     }
     return views;
 }

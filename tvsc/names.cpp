@@ -111,18 +111,21 @@ std::vector<ListedService> ResolveServices(Session &session, const std::vector<s
     if (FindAllByName(session, patterns, &resolved, kept)) return resolved;
     std::vector<ListedService> services;
     if (!ListServicesFor(session, action, &services)) return resolved;
-    return ResolveAmong(session, patterns, action, services);
+    for (const ListedService *service : ResolveAmong(session, patterns, action, services)) {
+        resolved.push_back(*service);
+    }
+    return resolved;
 }
 
-std::vector<ListedService> ResolveAmong(Session &session, const std::vector<std::string> &patterns,
-                                        const std::string &action, const std::vector<ListedService> &services) {
-    std::vector<ListedService> resolved;
+MeantServices ResolveAmong(Session &session, const std::vector<std::string> &patterns, const std::string &action,
+                           const std::vector<ListedService> &services) {
+    MeantServices resolved;
     std::set<const ListedService *> taken;
     for (const std::string &pattern : patterns) {
         const MeantServices meant = ServicesMeant(pattern, services);
         if (meant.empty()) TellUnknown(session, pattern, action, services);
         for (const ListedService *service : meant) {
-            if (taken.insert(service).second) resolved.push_back(*service);
+            if (taken.insert(service).second) resolved.push_back(service);
         }
     }
     return resolved;

@@ -20,10 +20,10 @@ using MeantServices = std::vector<const ListedService *>;
 // failed. Services that had to be opened for it are closed again, or stay open in *kept.
 [[nodiscard]] std::vector<ListedService> ResolveServices(Session &session, const std::vector<std::string> &patterns,
                                                          const std::string &action, OpenServices *kept = nullptr);
-// The same of services that are known already.
-[[nodiscard]] std::vector<ListedService> ResolveAmong(Session &session, const std::vector<std::string> &patterns,
-                                                      const std::string &action,
-                                                      const std::vector<ListedService> &services);
+// The same of services that are known already: each that is meant once, borrowed from those given. Hidden ones may look
+// just like another one; only their place tells them apart.
+[[nodiscard]] MeantServices ResolveAmong(Session &session, const std::vector<std::string> &patterns,
+                                         const std::string &action, const std::vector<ListedService> &services);
 [[nodiscard]] std::vector<std::string> NamesOf(const std::vector<ListedService> &services);
 
 // Tells those of a service's dependencies that are nobody's name; groups, with a leading +, are none. The daemon passes

@@ -127,6 +127,15 @@ TEST_F(Tvsc, list_all_tells_marked_services_of_one_display_name_from_those_that_
     EXPECT_EQ(pending[name + "-marked"], (std::vector<bool>{true, true}));
     EXPECT_EQ(pending[display], (std::vector<bool>{true, false}));
     EXPECT_THAT(Do({"list", "--all"}), HasSubstr("never listed"));
+    const auto hiddenRecords = [](const Json &told) {
+        std::vector<DWORD> records;
+        for (const Json &service : told.at("services")) {
+            if (service.contains("listed")) records.push_back(service.at("record"));
+        }
+        return records;
+    };
+    EXPECT_EQ(hiddenRecords(Json::parse(Do({"list", "--all", "*", "--json"}))), hiddenRecords(listed))
+        << "each once, also those without a name";
     // Asked for without the machine's users: some machines know a user of any name.
     const std::string calls = ServiceWorld::Tvsc({"--trace", "list", "--all", "--brief"}).error;
     EXPECT_THAT(calls, AllOf(HasSubstr(") = 52 ERROR_DUP_NAME"), Not(HasSubstr(") = 1057 "))));
