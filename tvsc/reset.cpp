@@ -19,10 +19,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
 constexpr char action[] = "reset";
+
+// One run of the command.
+struct ResetRun {
+    Session &session;
+    const ResetOptions &reset;
+    std::optional<std::vector<std::string>> active = {}; // the daemon's active services; nothing before they are needed
+};
 
 bool IsAmong(const std::vector<TreeProcess> &processes, pid_t process, std::uint64_t startTicks) {
     return std::any_of(processes.begin(), processes.end(),
@@ -61,11 +69,19 @@ DWORD ListActive(const Session &session, std::vector<std::string> *names) {
     return rc;
 }
 
+// Asks for the active services where that has not been done: it takes a call for each record of the daemon.
+DWORD FindActive(ResetRun &run) {
+    if (run.active) return ERROR_SUCCESS;
+    std::vector<std::string> names;
+    const DWORD rc = ListActive(run.session, &names);
+    if (rc == ERROR_SUCCESS) run.active = std::move(names);
+    return rc;
+}
+
 // The other active service that has one of these processes; empty for none.
-std::string SharedWith(const Session &session, const std::string &name, const std::vector<TreeProcess> &processes) {
-    std::vector<std::string> active;
-    if (ListActive(session, &active) != ERROR_SUCCESS) return "another one, perhaps";
-    for (const std::string &other : active) {
+std::string SharedWith(ResetRun &run, const std::string &name, const std::vector<TreeProcess> &processes) {
+    if (FindActive(run) != ERROR_SUCCESS) return "another one, perhaps";
+    for (const std::string &other : *run.active) {
         if (other == name || other.empty()) continue;
         const std::vector<TreeProcess> roots = RootsOf(other);
         const auto isShared = [&](const TreeProcess &one) { return IsAmong(processes, one.process, one.startTicks); };
@@ -84,21 +100,21 @@ std::string TextOf(const std::vector<TreeProcess> &processes) {
 }
 
 // What a service has left, as --kill would find it, for a person to decide about: it goes on.
-std::string LeftAlone(const Session &session, const std::string &name) {
-    if (!IsThisMachine(session.options)) return "";
+std::string LeftAlone(ResetRun &run, const std::string &name) {
+    if (!IsThisMachine(run.session.options)) return "";
     std::vector<TreeProcess> processes = RootsOf(name);
     (void)AddDescendants(&processes);
     if (processes.empty()) return "";
-    const std::string other = SharedWith(session, name, processes);
+    const std::string other = SharedWith(run, name, processes);
     const std::string whose = other.empty() ? "--kill ends that" : fmt::format("that is of {}, too", other);
     return fmt::format("left alone: {}; {}", TextOf(processes), whose);
 }
 
 // Whether these may be ended; why not was noted.
-bool MayEnd(Session &session, const std::string &name, const ResetOptions &reset,
-            const std::vector<TreeProcess> &processes) {
+bool MayEnd(ResetRun &run, const std::string &name, const std::vector<TreeProcess> &processes) {
+    Session &session = run.session;
     const std::string text = TextOf(processes);
-    if (const std::string other = SharedWith(session, name, processes); !other.empty()) {
+    if (const std::string other = SharedWith(run, name, processes); !other.empty()) {
         Failed(session, name, action, ERROR_SERVICE_ALREADY_RUNNING,
                fmt::format("{} is that of {}, too; nothing is ended", text, other));
         return false;
@@ -107,7 +123,7 @@ bool MayEnd(Session &session, const std::string &name, const ResetOptions &reset
         Failed(session, name, action, ERROR_NOT_SUPPORTED, "tvsc has come of it itself; nothing is ended");
         return false;
     }
-    if (session.options.dryRun || reset.yes) return true;
+    if (session.options.dryRun || run.reset.yes) return true;
     Failed(session, name, action, ERROR_INVALID_PARAMETER, fmt::format("would end {}; -y does it", text));
     session.results.back().exitStatus = EXIT_USAGE;
     return false;
@@ -115,15 +131,17 @@ bool MayEnd(Session &session, const std::string &name, const ResetOptions &reset
 
 // Ends what is left of a service. Returns whether nothing is in the way any more; what is was noted.
 //   ended  what there was, for people
-bool EndProcesses(Session &session, const std::string &name, const ResetOptions &reset, std::string *ended) {
+bool EndProcesses(ResetRun &run, const std::string &name, std::string *ended) {
+    Session &session = run.session;
     std::vector<TreeProcess> processes = RootsOf(name);
     (void)AddDescendants(&processes);
     if (processes.empty()) return true;
-    if (!MayEnd(session, name, reset, processes)) return false;
+    if (!MayEnd(run, name, processes)) return false;
     const std::size_t found = processes.size();
     *ended = TextOf(processes);
     if (session.options.dryRun) return true;
     const std::vector<TreeProcess> left = EndTrees(&processes, session.options.waitTimeoutSec);
+    run.active.reset(); // it takes a while: services may have ended with these, and others may share what is ended next
     if (processes.size() > found) *ended += fmt::format(" and {} of them since", processes.size() - found);
     if (left.empty()) return true;
     Failed(session, name, action, ERROR_ACCESS_DENIED, fmt::format("still there: {}", TextOf(left)));
@@ -143,34 +161,37 @@ pid_t StartedSince(const std::string &name, const PidHint &before) {
 }
 
 // What became of a service, or would become of it.
-void TellReset(Session &session, const std::string &name, const ResetOptions &reset, bool wasStopped,
-               const std::string &ended) {
-    const bool isDry = session.options.dryRun;
+void TellReset(ResetRun &run, const std::string &name, bool wasStopped, const std::string &ended) {
+    const bool isDry = run.session.options.dryRun;
     std::string text = wasStopped ? "already stopped" : isDry ? "would be stopped, 1067" : "stopped, 1067";
     if (!ended.empty()) {
         text = isDry ? fmt::format("{}; would end {}", text, ended) : fmt::format("stopped; ended {}", ended);
-    } else if (const std::string left = reset.kill ? "" : LeftAlone(session, name); !left.empty()) {
+    } else if (const std::string left = run.reset.kill ? "" : LeftAlone(run, name); !left.empty()) {
         text += "; " + left;
     } else if (!wasStopped && !isDry) {
-        text += reset.kill ? "; no process of it is known here" : "; a process that it may still have was left alone";
+        text +=
+            run.reset.kill ? "; no process of it is known here" : "; a process that it may still have was left alone";
     }
-    Done(session, name, action, text);
+    Done(run.session, name, action, text);
 }
 
-void Reset(Session &session, const std::string &name, const ResetOptions &reset) {
+void Reset(ResetRun &run, const std::string &name) {
+    Session &session = run.session;
     const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
     if (service == nullptr) return Failed(session, name, action, GetLastError());
     const PidHint before = ReadPidHint(name);
     std::string ended;
-    if (reset.kill && !EndProcesses(session, name, reset, &ended)) return;
+    if (run.reset.kill && !EndProcesses(run, name, &ended)) return;
     const bool wasStopped = IsStopped(service.get()); // by itself, perhaps, as its process was asked to end
-    if (session.options.dryRun) return TellReset(session, name, reset, wasStopped, ended);
-    if (const pid_t started = ended.empty() ? 0 : StartedSince(name, before); started != 0) {
+    const bool isDry = session.options.dryRun;
+    if (const pid_t started = isDry || ended.empty() ? 0 : StartedSince(name, before); started != 0) {
         return Failed(session, name, action, ERROR_SERVICE_ALREADY_RUNNING,
                       fmt::format("ended {}; started again since, as process {}", ended, started));
     }
-    if (!wasStopped && !tvDeclareServiceDead(service.get())) return Failed(session, name, action, GetLastError());
-    TellReset(session, name, reset, wasStopped, ended);
+    const bool isStopped = wasStopped || isDry || tvDeclareServiceDead(service.get());
+    if (!isStopped) return Failed(session, name, action, GetLastError());
+    TellReset(run, name, wasStopped, ended);
+    if (run.active) std::erase(*run.active, name); // it would not stand in the list if that were asked for again
 }
 
 } // namespace
@@ -181,8 +202,9 @@ int RunReset(Session &session, const ResetOptions &reset) {
                "processes of another machine are out of reach");
         return Finish(session);
     }
+    ResetRun run = {.session = session, .reset = reset};
     for (const std::string &name : ResolveNames(session, reset.names, action)) {
-        Reset(session, name, reset);
+        Reset(run, name);
     }
     return Finish(session);
 }

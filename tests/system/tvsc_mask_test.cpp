@@ -379,6 +379,66 @@ TEST_F(TvscReset, kill_waits_once_for_all_processes) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
 }
 
+// Who is active takes a call for each record: configurations are read for nothing else.
+TEST_F(TvscReset, asks_for_the_active_services_once_whatever_the_number_of_names) {
+    const auto readConfigs = [](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "--trace");
+        const Ended reset = Tvsc(arguments);
+        EXPECT_EQ(reset.status, 0) << reset.error;
+        std::size_t count = 0;
+        for (std::size_t at = 0; (at = reset.error.find("QUERY_CONFIG_SERVICE(", at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        return count;
+    };
+    CreateSample(name);
+    CreateSample(name + "-2");
+    CreateSample(name + "-3");
+    Do({"start", name, name + "-2", name + "-3"});
+    const std::size_t once = readConfigs({"--dry-run", "reset", name});
+    EXPECT_GT(once, 0u);
+    EXPECT_EQ(readConfigs({"--dry-run", "reset", "--kill", name, name + "-2", name + "-3"}), once);
+    EXPECT_EQ(readConfigs({"reset", name, name + "-2", name + "-3"}), once);
+}
+
+TEST_F(TvscReset, a_service_that_it_has_declared_stopped_shares_no_process_any_more) {
+    CreateSample(name);
+    CreateSample(name + "-twin");
+    Do({"start", name});
+    WriteFile(HintOf(name + "-twin"), ReadFile(HintOf(name)));
+    const std::string left = "left alone: process " + std::to_string(ProcessOf(name)) + " (tvsample); ";
+    const std::string twin = name + "-twin: already stopped; " + left;
+    EXPECT_EQ(Do({"--dry-run", "reset", name + "-twin"}), twin + "that is of " + name + ", too\n");
+    EXPECT_EQ(Do({"--dry-run", "reset", name, name + "-twin"}),
+              name + ": would be stopped, 1067; " + left + "--kill ends that\n" + twin + "--kill ends that\n");
+    EXPECT_EQ(Do({"reset", name, name + "-twin"}),
+              name + ": stopped, 1067; " + left + "--kill ends that\n" + twin + "--kill ends that\n");
+    std::filesystem::remove(HintOf(name + "-twin"));
+    KillProcessOf(name);
+}
+
+// The first process does not end before the other service has come to share the second one.
+TEST_F(TvscReset, kill_spares_the_process_of_a_service_that_was_started_while_it_waited) {
+    CreateSample(name);
+    CreateSample(name + "-second");
+    CreateSample(name + "-other");
+    Do({"start", name});
+    const pid_t process = ProcessOf(name);
+    kill(process, SIGSTOP);
+    std::thread starter([&] {
+        const std::string status = "/proc/" + std::to_string(process) + "/status";
+        EXPECT_TRUE(WaitUntil([&] { return ReadFile(status).find("ShdPnd:\t0000000000004000") != std::string::npos; }));
+        Do({"start", name + "-other"});
+        WriteFile(HintOf(name + "-second"), ReadFile(HintOf(name + "-other")));
+        kill(process, SIGKILL);
+    });
+    const std::string error = Fail(1, {"reset", "--kill", "-y", name, name + "-second"});
+    starter.join();
+    EXPECT_THAT(error, HasSubstr(" is that of " + name + "-other, too; nothing is ended: 1056"));
+    EXPECT_FALSE(HasEnded(ProcessOf(name + "-other")));
+    std::filesystem::remove(HintOf(name + "-second"));
+}
+
 // The new run is told by its hint alone, as soon as the signal is pending for the former one.
 TEST_F(TvscReset, kill_leaves_a_service_alone_that_is_started_again_meanwhile) {
     CreateSample(name);
