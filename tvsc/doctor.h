@@ -15,3 +15,5 @@ int RunDoctor(const Options &options, const DoctorOptions &doctor);
 
 // A Win32 code by its number or name, else a service.
 int RunExplain(const Options &options, const std::string &what);
+// A service, also one that is called like a code.
+int RunExplainService(const Options &options, const std::string &name);

@@ -129,11 +129,15 @@ int ExplainService(Session &session, const std::string &pattern) {
 } // namespace
 
 int RunExplain(const Options &options, const std::string &what) {
-    if (const std::optional<DWORD> code = CodeNamed(what)) return ExplainCode(options, *code);
+    const std::optional<DWORD> code = CodeNamed(what);
+    return code ? ExplainCode(options, *code) : RunExplainService(options, what);
+}
+
+int RunExplainService(const Options &options, const std::string &name) {
     Session session;
     session.options = options;
     const int opened = OpenSession(session, true);
-    if (opened == EXIT_DONE) return ExplainService(session, what);
+    if (opened == EXIT_DONE) return ExplainService(session, name);
     (void)Finish(session); // for the JSON; the status is that of the connection
     return opened;
 }

@@ -35,14 +35,25 @@ void AddPlanCommands(CLI::App &app, CommandLine &line) {
     }
 }
 
+// A service may be called like a code: what is given as a name is none.
+void AddExplainCommand(CLI::App &app, CommandLine &line) {
+    CLI::App *explain = app.add_subcommand("explain", "Say what a Win32 code means, or why a service is as it is");
+    CLI::Option *what = explain->add_option("what", line.what, "A code's number or name, or a service");
+    CLI::Option *name = explain->add_option("--name", line.name, "A service, whatever it is called")->excludes(what);
+    explain->callback([&line, what, name] {
+        const bool isNamed = name->count() > 0;
+        if (!isNamed && what->count() == 0) throw CLI::RequiredError(what->get_name());
+        line.run = [&line, isNamed] {
+            return isNamed ? RunExplainService(line.options, line.name) : RunExplain(line.options, line.what);
+        };
+    });
+}
+
 } // namespace
 
 void AddTellCommands(CLI::App &app, CommandLine &line) {
     AddPlanCommands(app, line);
-    AddPlainCommand(app, line, "explain", "Say what a Win32 code means, or why a service is as it is",
-                    [&line] { return RunExplain(line.options, line.what); })
-        ->add_option("what", line.what, "A code's number or name, or a service")
-        ->required();
+    AddExplainCommand(app, line);
     CLI::App *doctor = AddPlainCommand(app, line, "doctor", "Check everything that keeps services from running",
                                        [&line] { return RunDoctor(line.options, line.doctor); });
     doctor->add_flag("--strict", line.doctor.isStrict, "Exit with 1 for a warning, too");

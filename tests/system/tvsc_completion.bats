@@ -46,6 +46,8 @@ nested() {
     "$in" tvsc plan start --js | has --json
     "$in" tvsc plan start we | has web
     "$in" tvsc plan start web we | has web
+    "$in" tvsc explain --n | has --name
+    "$in" tvsc explain --name we | has web
     "$in" tvsc handles '' | has drain
     "$in" tvsc handles drain --n | has --name
     "$in" tvsc handles drain we | has web

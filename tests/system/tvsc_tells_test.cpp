@@ -194,7 +194,7 @@ TEST_F(TvscTells, commands_that_are_told_work_for_a_service_called_like_an_optio
         return RunAndRead({.command = {"/bin/sh", "-c", "PATH=" + folderOfTvsc + ":$PATH; " + command}}, 90000);
     };
     const std::string start = "tvsc start --name=" + dash + " --with-deps";
-    EXPECT_THAT(Do({"explain", "?" + dash.substr(1)}), HasSubstr("next: " + start + "\n"));
+    EXPECT_THAT(Do({"explain", "--name=" + dash}), HasSubstr("next: " + start + "\n"));
     EXPECT_THAT(Fail(153, {"start", "--name=" + dash}), HasSubstr("  try: " + start + "\n"));
     EXPECT_EQ(run(start).status, 0);
     EXPECT_EQ(Tvsc({"is-active", "--name=" + dash}).status, 0);
@@ -411,6 +411,21 @@ TEST_F(TvscTells, explain_takes_codes_their_names_and_services) {
                             HasSubstr("tvsc start " + name + "-2 --with-deps")));
     EXPECT_THAT(Fail(5, {"explain", "no-such-service"}), HasSubstr("1060"));
     EXPECT_EQ(Json::parse(Tvsc({"explain", name + "-2", "--json"}).output).at("schema"), "tvsc.findings/1");
+}
+
+TEST_F(TvscTells, explain_takes_a_service_called_like_an_option_or_a_code_by_name) {
+    CreateSample(name);
+    for (const std::string &service : {"--" + name, std::string("1058")}) {
+        (void)Do({"create", "--name=" + service, "--image", folder + "/" + name + ".csh"});
+        const std::string text = Do({"explain", "--name=" + service});
+        EXPECT_THAT(text, HasSubstr(service + ": stopped\n  it is not running"));
+        EXPECT_EQ(Do({"explain", "--name", "?" + service.substr(1)}), text) << "a pattern, as other commands take it";
+        (void)Do({"delete", "--name=" + service});
+    }
+    EXPECT_THAT(Fail(5, {"explain", "--name=1058"}), HasSubstr("1060"));
+    EXPECT_THAT(Fail(2, {"explain"}), HasSubstr("explain: what is required"));
+    EXPECT_THAT(Fail(2, {"explain", "1058", "--name=1058"}), HasSubstr("what excludes --name"));
+    EXPECT_THAT(Do({"explain", "--help"}), HasSubstr("--name"));
 }
 
 TEST_F(TvscTells, explain_of_a_service_whose_process_is_gone_says_so) {
