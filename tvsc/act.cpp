@@ -361,6 +361,7 @@ bool ClearDependents(Session &session, const std::string &name, const std::strin
         return false;
     }
     return std::all_of(dependents.begin(), dependents.end(), [&](const ListedService &dependent) {
+        if (session.options.dryRun) return WouldStop(session, dependent.name);
         if (!StopOne(session, dependent.name, true)) return false;
         if (stopped != nullptr) stopped->push_back(dependent.name);
         return true;

@@ -25,7 +25,7 @@ int RunStop(Session &session, const StopOptions &stop);
 int RunRestart(Session &session, const StopOptions &restart);
 
 // Stops the services that depend on this one, as told; refuses, which is noted, where they run and nothing was told.
-// Returns whether none is in the way any more.
+// Returns whether none is in the way any more. A dry run stops none, and returns whether that would be so.
 //   stopped  takes the names of those that were stopped, in that order; may be null
 [[nodiscard]] bool ClearDependents(Session &session, const std::string &name, const std::string &action,
                                    const StopOptions &stop, std::vector<std::string> *stopped = nullptr);

@@ -131,8 +131,16 @@ std::vector<std::string> SplitAtCommas(const std::string &text) {
 
 const char *OrNull(const std::optional<std::string> &text) { return text ? text->c_str() : nullptr; }
 
-// Stops a service that is to go. Returns whether it is stopped.
+// Whether a service that is to go would take to be stopped.
+bool WouldStopFirst(Session &session, SC_HANDLE service, const std::string &name) {
+    const DWORD refusal = ForeseeStop(session.options, service, name);
+    if (refusal != ERROR_SUCCESS) Failed(session, name, "delete", refusal, "not stopped");
+    return refusal == ERROR_SUCCESS;
+}
+
+// Stops a service that is to go. Returns whether it is stopped; for a dry run, whether it would be.
 bool StopFirst(Session &session, SC_HANDLE service, const std::string &name) {
+    if (session.options.dryRun) return WouldStopFirst(session, service, name);
     SERVICE_STATUS status = {};
     if (!tvQueryServiceStatusPassive(service, &status, nullptr)) {
         Failed(session, name, "delete", GetLastError(), "its state cannot be read");
@@ -154,9 +162,6 @@ bool MayDelete(Session &session, SC_HANDLE service, const std::string &name, con
     StopOptions stop;
     stop.withDependents = options.withDependents;
     stop.force = options.force;
-    if (options.stop && session.options.dryRun) { // what refuses before anything is stopped
-        return options.withDependents || ClearDependents(session, name, "delete", stop);
-    }
     if (options.stop) return ClearDependents(session, name, "delete", stop) && StopFirst(session, service, name);
     SERVICE_STATUS status = {};
     if (options.force || !tvQueryServiceStatusPassive(service, &status, nullptr)) return true;

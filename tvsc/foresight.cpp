@@ -115,6 +115,11 @@ DWORD FirstRefusal(Checks... checks) {
     return rc;
 }
 
+DWORD RefusalIn(const SERVICE_STATUS &status, DWORD control) {
+    return RefusalOfControl(static_cast<std::int32_t>(status.dwCurrentState),
+                            static_cast<std::int32_t>(status.dwControlsAccepted), static_cast<std::int32_t>(control));
+}
+
 } // namespace
 
 bool IsAccount(const std::string &account) { return account.empty() || getpwnam(account.c_str()) != nullptr; }
@@ -140,9 +145,16 @@ DWORD ForeseeConfig(Session &session, SC_HANDLE service, const RequestedService 
 DWORD ForeseeControl(const Options &options, SC_HANDLE service, const std::string &name, DWORD control) {
     SERVICE_STATUS status = {};
     if (!tvQueryServiceStatusPassive(service, &status, nullptr)) return GetLastError();
-    const auto state = static_cast<std::int32_t>(status.dwCurrentState);
-    const DWORD refusal = RefusalOfControl(state, static_cast<std::int32_t>(status.dwControlsAccepted),
-                                           static_cast<std::int32_t>(control));
+    const DWORD refusal = RefusalIn(status, control);
     if (refusal != ERROR_SUCCESS) return refusal;
     return LookAtProcess(options, name, status.dwCurrentState).isGone ? ERROR_SERVICE_NOT_ACTIVE : ERROR_SUCCESS;
+}
+
+DWORD ForeseeStop(const Options &options, SC_HANDLE service, const std::string &name) {
+    SERVICE_STATUS status = {};
+    if (!tvQueryServiceStatusPassive(service, &status, nullptr)) return GetLastError();
+    const DWORD state = status.dwCurrentState;
+    const bool needsNone =
+        state == SERVICE_STOPPED || state == SERVICE_STOP_PENDING || LookAtProcess(options, name, state).isGone;
+    return needsNone ? ERROR_SUCCESS : RefusalIn(status, SERVICE_CONTROL_STOP);
 }

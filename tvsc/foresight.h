@@ -31,3 +31,5 @@ struct RequestedService {
 // The same for a control: 1052 for one that the service does not take, 1061 in a state in which it takes none, 1062
 // when it is stopped, or its process is gone. What it would answer itself is not known.
 [[nodiscard]] DWORD ForeseeControl(const Options &options, SC_HANDLE service, const std::string &name, DWORD control);
+// The same for having a service stopped, which needs no control where it stops already or its process is gone: 0 then.
+[[nodiscard]] DWORD ForeseeStop(const Options &options, SC_HANDLE service, const std::string &name);

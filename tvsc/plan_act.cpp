@@ -3,6 +3,7 @@
 #include "tvsc/plan_act.h"
 
 #include "svcapi/client.h"
+#include "tvsc/foresight.h"
 #include "tvsc/json_output.h"
 #include "tvsc/names.h"
 #include "tvsc/output_format.h"
@@ -42,6 +43,11 @@ bool IsKept(Session &session, const std::string &name, const char *action, bool 
     return service != nullptr && IsKeptFromStarting(session, service.get(), name, action, force);
 }
 
+// A plan shows what is disabled, as a step to be seen to.
+bool IsForced(const Session &session, const ActPlanOptions &options) {
+    return options.force || !session.options.dryRun;
+}
+
 bool PlanStart(Session &session, const ListedService &named, const ActPlanOptions &options, const char *action,
                bool startsNeeded, Steps *steps) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), named.name.c_str(), planRights));
@@ -52,8 +58,7 @@ bool PlanStart(Session &session, const ListedService &named, const ActPlanOption
         Failed(session, named.name, "plan", rc, "its dependencies cannot be listed");
         return false;
     }
-    const bool force =
-        options.force || !session.options.dryRun; // a plan shows what is disabled, as a step to be seen to
+    const bool force = IsForced(session, options);
     if (IsKeptFromStarting(session, service.get(), named.name, action, force)) return false;
     // A lock ends by itself: a plan for later does not mind it.
     if (session.options.dryRun && IsLocked(session, named.name)) return false;
@@ -92,13 +97,27 @@ bool PlanStop(Session &session, const ListedService &named, const ActPlanOptions
     return true;
 }
 
+// Whether a restart would find that it could not start these again, before it stops anything. What cannot was noted.
+bool IsAnyMasked(Session &session, const std::vector<std::string> &names, const char *action) {
+    return std::any_of(names.begin(), names.end(),
+                       [&](const std::string &name) { return IsKept(session, name, action, true); });
+}
+
 void PlanOne(Session &session, PlannedAct act, const ListedService &named, const ActPlanOptions &options,
              Steps *steps) {
     const char *const action = act == PlannedAct::start ? "start" : act == PlannedAct::stop ? "stop" : "restart";
     std::vector<std::string> dependents;
     const bool isActive = named.status.dwCurrentState != SERVICE_STOPPED;
+    const bool isRestart = act == PlannedAct::restart;
+    if (isRestart && IsKept(session, named.name, action, IsForced(session, options))) return;
     if (act != PlannedAct::start) {
         if (!PlanStop(session, named, options, action, steps, &dependents)) return;
+        if (isRestart && IsAnyMasked(session, dependents, action)) return;
+        std::vector<std::string> stopped = dependents;
+        if (isActive) stopped.push_back(named.name);
+        const auto wouldStop = [&](const std::string &one) { return WouldStop(session, one); };
+        // What a service takes may be another thing later, when a plan is carried out.
+        if (session.options.dryRun && !std::all_of(stopped.begin(), stopped.end(), wouldStop)) return;
         if (isActive) AddStep(steps, "stop", named.name, "named");
     }
     if (act == PlannedAct::stop || (act == PlannedAct::start && isActive)) return;
@@ -106,12 +125,18 @@ void PlanOne(Session &session, PlannedAct act, const ListedService &named, const
     if (!PlanStart(session, named, options, action, startsNeeded, steps)) return;
     AddStep(steps, "start", named.name, "named");
     for (auto one = dependents.rbegin(); one != dependents.rend(); ++one) {
-        if (IsKept(session, *one, action, true)) return; // only a masked one
         AddStep(steps, "start", *one, "ran before");
     }
 }
 
 } // namespace
+
+bool WouldStop(Session &session, const std::string &name) {
+    const ServiceHandle service(OpenServiceA(session.manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
+    const DWORD refusal = service == nullptr ? GetLastError() : ForeseeStop(session.options, service.get(), name);
+    if (refusal != ERROR_SUCCESS) Failed(session, name, "stop", refusal);
+    return refusal == ERROR_SUCCESS;
+}
 
 int RunPlanAct(Session &session, PlannedAct act, const ActPlanOptions &options) {
     Steps steps;

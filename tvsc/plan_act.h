@@ -14,3 +14,6 @@ struct ActPlanOptions {
 };
 // Refuses what the command itself would refuse.
 int RunPlanAct(Session &session, PlannedAct act, const ActPlanOptions &options);
+
+// Whether the daemon would hand a stop on to a service that is not stopped yet. Why not was noted.
+[[nodiscard]] bool WouldStop(Session &session, const std::string &name);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // sc_control: the verbs of sc that start and control services, and the lock.
+#include "tvsc/foresight.h"
 #include "tvsc/sc_call.h"
 
 #include <fmt/format.h>
@@ -22,7 +23,11 @@ int Control(ScCall &call, DWORD control) {
     int status = 0;
     const ServiceHandle service = OpenNamed(call, "OpenService", &status);
     if (service == nullptr) return status;
-    if (call.session.options.dryRun) return ScChange(call, "ControlService", nullptr);
+    if (call.session.options.dryRun) {
+        const DWORD refusal = ForeseeControl(call.session.options, service.get(), call.names.front(), control);
+        return refusal != ERROR_SUCCESS ? ScFailed("ControlService", refusal)
+                                        : ScChange(call, "ControlService", nullptr);
+    }
     SERVICE_STATUS told = {};
     if (!ControlService(service.get(), control, &told)) return ScFailed("ControlService", GetLastError());
     PrintStatus(call, told, false);

@@ -139,6 +139,50 @@ TEST_F(TvscTells, a_change_that_is_refused_leaves_the_program_as_it_was) {
     EXPECT_THAT(Do({"export", hosted}), AllOf(HasSubstr("A=new"), Not(HasSubstr("A=old"))));
 }
 
+TEST_F(TvscTells, a_stop_with_dry_run_is_refused_where_a_service_takes_none) {
+    const std::string deaf = name + "-deaf", needs = name + "-needs", deafNeeds = name + "-needs-deaf";
+    CreateSample(deaf, "--controls 2");
+    CreateSample(needs, "", {"--depends", deaf});
+    CreateSample(name);
+    CreateSample(deafNeeds, "--controls 0", {"--depends", name});
+    ExpectRefusedAlike(7, {"control", deaf, "1"});
+    EXPECT_THAT(Do({"--dry-run", "stop", deaf}), HasSubstr("0 steps")) << "stopped already";
+    (void)Do({"start", deaf, name, deafNeeds});
+    for (const std::string verb : {"stop", "restart"}) {
+        ExpectRefusedAlike(3, {verb, deaf});
+        ExpectRefusedAlike(3, {verb, "--force", deaf});
+        ExpectRefusedAlike(3, {verb, "--with-dependents", name});
+        EXPECT_THAT(Tvsc({"--dry-run", verb, deaf}).error, HasSubstr(deaf + ": stop failed: 1052 "));
+        EXPECT_THAT(Tvsc({"--dry-run", verb, "--with-dependents", name}).error, HasSubstr(deafNeeds + ": stop failed"));
+        EXPECT_THAT(Do({"--dry-run", verb, "--force", name}), HasSubstr(" step"));
+        EXPECT_THAT(Do({"plan", verb, deaf}), HasSubstr("named")) << "for when it takes one";
+    }
+    ExpectRefusedAlike(3, {"delete", "--stop", deaf});
+    ExpectRefusedAlike(3, {"delete", "--stop", "--with-dependents", name});
+    ExpectRefusedAlike(3, {"sc", "stop", deaf});
+    ExpectRefusedAlike(3, {"sc", "pause", deafNeeds});
+    EXPECT_THAT(Do({"--dry-run", "sc", "pause", deaf}), HasSubstr("ControlService would be called"));
+    EXPECT_EQ(StateOf(deaf), "running");
+    EXPECT_EQ(StateOf(name), "running");
+    KillProcessOf(deafNeeds);
+    EXPECT_THAT(Do({"--dry-run", "stop", "--with-dependents", name}), HasSubstr("2 steps")) << "it needs no stop";
+    EXPECT_THAT(Do({"--dry-run", "delete", "--stop", "--with-dependents", name}), HasSubstr("would be deleted"));
+    KillProcessOf(deaf);
+}
+
+TEST_F(TvscTells, a_restart_with_dry_run_names_what_is_masked_before_what_takes_no_stop) {
+    CreateSample(name, "--controls 0");
+    CreateSample(name + "-needs", "", {"--depends", name});
+    (void)Do({"start", "--with-deps", name + "-needs"});
+    (void)Do({"mask", name});
+    ExpectRefusedAlike(6, {"restart", name});
+    (void)Do({"unmask", name});
+    (void)Do({"mask", name + "-needs"});
+    ExpectRefusedAlike(6, {"restart", "--with-dependents", name});
+    ExpectRefusedAlike(153, {"restart", name});
+    KillProcessOf(name);
+}
+
 TEST_F(TvscTells, a_control_with_dry_run_is_refused_where_the_control_would_be) {
     CreateSample(name);
     CreateSample(name + "-deaf", "--controls 0");
