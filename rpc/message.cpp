@@ -52,12 +52,6 @@ void Compact(MessageInput *input) {
 
 } // namespace
 
-std::uint32_t WordAt(const char *at) {
-    std::uint32_t word;
-    std::memcpy(&word, at, sizeof word);
-    return ntohl(word);
-}
-
 std::size_t MakeRoom(MessageInput *input) {
     if (input->capacity - input->received >= firstCapacity) return input->capacity - input->received;
     if (input->bytes != nullptr) Compact(input);

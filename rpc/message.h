@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // Bytes received from one peer, and the message that is being assembled from them, in place: payload is moved down
 // over the fragment headers between, each byte at most once. A zeroed record is ready for use.
@@ -44,7 +45,11 @@ void ReleaseIfEmpty(MessageInput *input);
 void ReleaseInput(MessageInput *input);
 
 // The 4-byte word at this place of a message, in the order of this machine.
-[[nodiscard]] std::uint32_t WordAt(const char *at);
+[[nodiscard]] inline std::uint32_t WordAt(const char *at) {
+    std::uint32_t word;
+    std::memcpy(&word, at, sizeof word);
+    return ntohl(word);
+}
 
 // A message being written: an XDR stream that grows, with room for one fragment header in front.
 struct MessageOutput {

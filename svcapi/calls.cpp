@@ -2,6 +2,7 @@
 // calls: one call each, and what its answer means.
 #include "svcapi/calls.h"
 
+#include "rpc/message.h"
 #include "util/string_list.h"
 
 #include <cstring>
@@ -64,57 +65,77 @@ void Append(const svd_enum_status_list_t *records, std::vector<ListedService> *s
     }
 }
 
-// --- an enumeration's answer, handed on as it is decoded: as a list of records it would take some allocations for each
+// --- an enumeration's answer, decoded where it stands: as a list of records it would take some allocations for each
 // service, and as much time as all the rest ---
 
 struct Enumeration {
     servd_SERV_ENUM_STATUS_SERVICE_RETURN words; // its list stays null
-    const ServiceSink *sink;
+    ServiceList *services;
 };
 
-// Takes a service, and the word behind it that says whether there is another.
-bool TakeServiceByField(XDR *xdrs, const ServiceSink *sink, std::uint32_t *more) {
-    svd_enum_status_list_t record = {};
-    const RecordGuard<svd_enum_status_list_t> released(&record);
-    if (!CodeField(xdrs, record) || !CodeField(xdrs, *more)) return false;
-    if (sink != nullptr) (*sink)({record.name, record.displayName, ToWin32(record.status)});
+constexpr std::size_t statusBytes = 7 * BYTES_PER_XDR_UNIT;
+
+std::uint32_t TakeWord(std::string_view *bytes) {
+    const std::uint32_t word = WordAt(bytes->data());
+    bytes->remove_prefix(BYTES_PER_XDR_UNIT);
+    return word;
+}
+
+SERVICE_STATUS TakeStatus(std::string_view *bytes) {
+    const char *const at = bytes->data();
+    bytes->remove_prefix(statusBytes);
+    return {WordAt(at),      WordAt(at + 4),  WordAt(at + 8), WordAt(at + 12),
+            WordAt(at + 16), WordAt(at + 20), WordAt(at + 24)};
+}
+
+// A text up to its first zero, where there is one. False when it has not come whole.
+bool TakeText(std::string_view *bytes, std::string_view *text) {
+    if (bytes->size() < BYTES_PER_XDR_UNIT) return false;
+    const std::uint32_t count = TakeWord(bytes);
+    if (count > bytes->size() || RNDUP(std::size_t{count}) > bytes->size()) return false;
+    *text = {bytes->data(), strnlen(bytes->data(), count)};
+    bytes->remove_prefix(RNDUP(std::size_t{count}));
     return true;
 }
 
-// The next bytes of a stream that has them all in one piece; null behind its end.
-const std::uint32_t *TakeWords(XDR *xdrs, std::uint64_t bytes) {
-    if (bytes > INT32_MAX) return nullptr;
-    return reinterpret_cast<const std::uint32_t *>(XDR_INLINE(xdrs, static_cast<u_int>(bytes)));
+// Takes all services, and the words between them that say there is another. Returns where they end, null where they end
+// too soon.
+const char *TakeServices(std::string_view bytes, ServiceList *services) {
+    MakeRoomForTexts(services, bytes.size()); // each service has more bytes here than texts
+    for (std::uint32_t more = 1; more != 0; more = TakeWord(&bytes)) {
+        std::string_view name, displayName;
+        if (!TakeText(&bytes, &name) || !TakeText(&bytes, &displayName)) return nullptr;
+        if (bytes.size() < statusBytes + BYTES_PER_XDR_UNIT) return nullptr;
+        PutService(services, name, displayName, TakeStatus(&bytes));
+    }
+    return bytes.data();
 }
 
-std::uint64_t Padded(std::uint32_t bytes) {
-    return (std::uint64_t{bytes} + BYTES_PER_XDR_UNIT - 1) / BYTES_PER_XDR_UNIT * BYTES_PER_XDR_UNIT;
+// All that a stream has left, which it has in one piece; how much it is shows in nothing but what is refused.
+std::string_view TakeRest(XDR *xdrs) {
+    const auto *const begin = reinterpret_cast<const char *>(XDR_INLINE(xdrs, 0));
+    std::size_t count = 0;
+    for (u_int bytes = u_int{1} << 31; bytes != 0; bytes /= 2) {
+        if (XDR_INLINE(xdrs, bytes) != nullptr) count += bytes;
+    }
+    return {begin, count};
 }
 
-std::string_view TextAt(const std::uint32_t *at, std::uint32_t count) {
-    const auto *const text = reinterpret_cast<const char *>(at);
-    return {text, strnlen(text, count)};
+bool TakeServicesInPlace(XDR *xdrs, ServiceList *services) {
+    const u_int position = XDR_GETPOS(xdrs);
+    const std::string_view bytes = TakeRest(xdrs);
+    const char *const end = TakeServices(bytes, services);
+    return end != nullptr && XDR_SETPOS(xdrs, position + static_cast<u_int>(end - bytes.data()));
 }
 
-// The same in as few looks at the stream as the lengths in it allow: each text is taken together with the words that
-// follow it.
-bool TakeServiceInPlace(XDR *xdrs, const ServiceSink *sink, std::uint32_t *more) {
-    constexpr std::size_t statusWords = sizeof(SERVICE_STATUS) / sizeof(DWORD);
-    const std::uint32_t *at = TakeWords(xdrs, BYTES_PER_XDR_UNIT);
-    if (at == nullptr) return false;
-    const std::uint32_t nameBytes = ntohl(*at);
-    at = TakeWords(xdrs, Padded(nameBytes) + BYTES_PER_XDR_UNIT);
-    if (at == nullptr) return false;
-    ListedView service;
-    service.name = TextAt(at, nameBytes);
-    const std::uint32_t displayNameBytes = ntohl(at[Padded(nameBytes) / BYTES_PER_XDR_UNIT]);
-    at = TakeWords(xdrs, Padded(displayNameBytes) + (statusWords + 1) * BYTES_PER_XDR_UNIT);
-    if (at == nullptr) return false;
-    service.displayName = TextAt(at, displayNameBytes);
-    at += Padded(displayNameBytes) / BYTES_PER_XDR_UNIT;
-    service.status = {ntohl(at[0]), ntohl(at[1]), ntohl(at[2]), ntohl(at[3]), ntohl(at[4]), ntohl(at[5]), ntohl(at[6])};
-    *more = ntohl(at[statusWords]);
-    if (sink != nullptr) (*sink)(service);
+// The same where the words of the stream stand across those of this machine.
+bool TakeServicesByField(XDR *xdrs, ServiceList *services) {
+    for (std::uint32_t more = 1; more != 0;) {
+        svd_enum_status_list_t record = {};
+        const RecordGuard<svd_enum_status_list_t> released(&record);
+        if (!CodeField(xdrs, record) || !CodeField(xdrs, more)) return false;
+        Append(services, {record.name, record.displayName, ToWin32(record.status)});
+    }
     return true;
 }
 
@@ -125,13 +146,9 @@ bool_t DecodeEnumeration(XDR *xdrs, Enumeration *answer) {
     if (!CodeFields(xdrs, words.status, words.bytesNeeded, words.servicesReturned, words.resumeIndex, more)) {
         return FALSE;
     }
-    // A refused enumeration carries the list of another one.
-    const ServiceSink *const sink = words.status == ERROR_SUCCESS ? answer->sink : nullptr;
-    const bool isInPlace = XDR_INLINE(xdrs, 0) != nullptr; // else its words stand across those of this machine
-    while (more != 0) {
-        if (!(isInPlace ? TakeServiceInPlace : TakeServiceByField)(xdrs, sink, &more)) return FALSE;
-    }
-    return TRUE;
+    if (more == 0) return TRUE;
+    const bool isInPlace = XDR_INLINE(xdrs, 0) != nullptr;
+    return (isInPlace ? TakeServicesInPlace : TakeServicesByField)(xdrs, answer->services) ? TRUE : FALSE;
 }
 
 } // namespace
@@ -205,15 +222,17 @@ DWORD QueryRecordStatus(DaemonLink &link, std::int32_t index, SERVICE_STATUS *st
 }
 
 DWORD EnumerateRecords(DaemonLink &link, std::int32_t type, std::int32_t state, std::int32_t bytes,
-                       std::int32_t *resumeIndex, std::int32_t *bytesNeeded, const ServiceSink &sink) {
+                       std::int32_t *resumeIndex, std::int32_t *bytesNeeded, ServiceList *services) {
     using Argument = servd_SERV_ENUM_STATUS_SERVICE;
     Argument argument = {*resumeIndex, type, state, bytes};
-    Enumeration answer = {.words = {}, .sink = &sink};
+    Enumeration answer = {.words = {}, .services = services};
+    const std::size_t before = services->places.size();
     const DWORD rc = CallTraced(link, argument, answer.words, [&](CLIENT *client, timeval timeout) {
         return clnt_call(client, ProcedureOf<Argument>::number, RoutineOf<Argument>(), &argument,
                          Untyped(DecodeEnumeration), &answer, timeout);
     });
     if (rc != ERROR_SUCCESS || answer.words.status != ERROR_SUCCESS) {
+        Truncate(services, before); // a refused enumeration carries the list of another one
         return rc != ERROR_SUCCESS ? rc : AsCode(answer.words.status);
     }
     *resumeIndex = answer.words.resumeIndex;

@@ -60,9 +60,11 @@ std::size_t FirstUnseen(Dependents *dependents, const std::vector<bool> &seen) {
 
 // Whether any other service is in one of the wanted states.
 DWORD IsAnyOther(DaemonLink &link, const std::string &name, DWORD state, bool *isAny) {
-    *isAny = false;
-    return ListServicesAndRecordZero(link, SERVICE_WIN32 | SERVICE_DRIVER, state,
-                                     [&](const ListedView &service) { *isAny = *isAny || service.name != name; });
+    ServiceList services;
+    const DWORD rc = ListServicesAndRecordZero(link, SERVICE_WIN32 | SERVICE_DRIVER, state, &services);
+    *isAny = std::any_of(services.places.begin(), services.places.end(),
+                         [&](const ServiceList::Place &place) { return NameIn(services, place) != name; });
+    return rc;
 }
 
 DWORD ListDependents(DaemonLink &link, const std::string &name, DWORD state, std::vector<ListedService> *dependents) {

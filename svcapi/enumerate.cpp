@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <set>
-#include <type_traits>
 
 namespace {
 
@@ -31,41 +30,18 @@ bool IsUsable(const ListBuffer<Record> &buffer) {
            (buffer.services != nullptr || buffer.bytes == 0);
 }
 
-// Bytes that services[first] and all behind it take in a caller's buffer.
-template <typename Record, typename List>
-DWORD PackedBytes(const List &services, std::size_t first) {
-    DWORD bytes = 0;
-    DWORD returned = 0;
-    (void)PackServices<Record>(services, first, nullptr, 0, &bytes, &returned);
-    return bytes;
-}
-
-// The same where texts stay as they are: their lengths are enough.
 template <typename Record>
-requires std::is_same_v<decltype(Record::lpServiceName), LPSTR> DWORD PackedBytes(const ServiceList &services,
-                                                                                  std::size_t first) {
-    std::size_t bytes = 0;
-    for (std::size_t i = first; i < services.places.size(); ++i) {
-        const ServiceList::Place &place = services.places[i];
-        bytes += sizeof(Record) + place.nameBytes + 1 + place.displayNameBytes + 1;
-    }
-    return static_cast<DWORD>(bytes);
-}
-
-template <typename Record, typename List>
-DWORD Pack(const List &services, std::size_t first, const ListBuffer<Record> &buffer) {
-    // Nothing is written behind what is needed, however much room there is.
-    const DWORD room = std::min(PackedBytes<Record>(services, first), buffer.bytes);
-    return PackServices(services, first, buffer.services, room, buffer.bytesNeeded, buffer.returned);
+DWORD Pack(const ServiceList &services, std::size_t first, const ListBuffer<Record> &buffer) {
+    return PackServices(services, first, buffer.services, buffer.bytes, buffer.bytesNeeded, buffer.returned);
 }
 
 // The services that `list` tells of a service.
 template <typename Record>
 BOOL Related(decltype(EnumerateDependents) *list, SC_HANDLE service, DWORD state, const ListBuffer<Record> &buffer) {
     if (!IsUsable(buffer)) return Succeeded(ERROR_INVALID_PARAMETER);
-    std::vector<ListedService> services;
-    const DWORD rc = list(service, state, &services);
-    return Succeeded(rc != ERROR_SUCCESS ? rc : Pack(services, 0, buffer));
+    std::vector<ListedService> related;
+    const DWORD rc = list(service, state, &related);
+    return Succeeded(rc != ERROR_SUCCESS ? rc : Pack(ListOf(related), 0, buffer));
 }
 
 // What an enumeration is asked for.
@@ -94,28 +70,26 @@ DWORD NamesOfGroup(DaemonLink &link, const std::string &group, std::set<std::str
     return names->empty() && !group.empty() ? ERROR_SERVICE_DOES_NOT_EXIST : ERROR_SUCCESS;
 }
 
-DWORD ListWanted(DaemonLink &link, const Wanted &wanted, const ServiceSink &sink) {
-    std::set<std::string> names;
-    const DWORD rc = wanted.group != nullptr ? NamesOfGroup(link, wanted.group, &names) : ERROR_SUCCESS;
-    if (rc != ERROR_SUCCESS) return rc;
-    return ListServicesAndRecordZero(link, wanted.type, wanted.state, [&](const ListedView &service) {
-        if (wanted.group != nullptr && !names.contains(std::string(service.name))) return;
-        if (!wanted.processes) {
-            sink(service);
-            return;
-        }
-        ListedView withProcess = service;
-        withProcess.processId = ProcessOf(link, std::string(service.name), service.status);
-        sink(withProcess);
-    });
+// Leaves the services of these names.
+void KeepNamed(const std::set<std::string> &names, ServiceList *services) {
+    ServiceList kept;
+    for (const ServiceList::Place &place : services->places) {
+        if (names.contains(std::string(NameIn(*services, place)))) Append(&kept, ServiceAt(*services, place));
+    }
+    *services = std::move(kept);
 }
 
-// Keeps the memory of a list of usual size for the next enumeration: to get it anew costs as much as to fill it.
-void Empty(ServiceList *list) {
-    constexpr std::size_t mostServices = 4096, mostNameBytes = std::size_t{256} * 1024;
-    if (list->places.capacity() > mostServices || list->names.capacity() > mostNameBytes) *list = {};
-    list->places.clear();
-    list->names.clear();
+DWORD ListWanted(DaemonLink &link, const Wanted &wanted, ServiceList *services) {
+    std::set<std::string> names;
+    DWORD rc = wanted.group != nullptr ? NamesOfGroup(link, wanted.group, &names) : ERROR_SUCCESS;
+    if (rc == ERROR_SUCCESS) rc = ListServicesAndRecordZero(link, wanted.type, wanted.state, services);
+    if (rc != ERROR_SUCCESS) return rc;
+    if (wanted.group != nullptr) KeepNamed(names, services);
+    if (!wanted.processes) return ERROR_SUCCESS;
+    for (ServiceList::Place &place : services->places) {
+        place.processId = ProcessOf(link, std::string(NameIn(*services, place)), place.status);
+    }
+    return ERROR_SUCCESS;
 }
 
 // Packs a list from a resume handle on, which may be null, and moves that on. Returns 0 or 234.
@@ -138,7 +112,7 @@ BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record>
     DWORD rc = BeginManagerCall(manager, &call);
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
     ServiceList &services = call.handle->link->listed;
-    rc = ListWanted(*call.handle->link, wanted, [&](const ListedView &service) { Append(&services, service); });
+    rc = ListWanted(*call.handle->link, wanted, &services);
     if (rc == ERROR_SUCCESS) rc = PackFrom(services, buffer, resumeHandle);
     Empty(&services);
     return Succeeded(rc);
@@ -148,10 +122,12 @@ BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record>
 
 DWORD EnumerateServices(SC_HANDLE manager, DWORD type, DWORD state, std::vector<ListedService> *services) {
     HandleCall call;
-    const DWORD rc = BeginManagerCall(manager, &call);
+    DWORD rc = BeginManagerCall(manager, &call);
     if (rc != ERROR_SUCCESS) return rc;
-    return ListServicesAndRecordZero(*call.handle->link, type, state,
-                                     [&](const ListedView &service) { services->push_back(Kept(service)); });
+    ServiceList listed;
+    rc = ListServicesAndRecordZero(*call.handle->link, type, state, &listed);
+    if (rc == ERROR_SUCCESS) AppendTo(services, listed);
+    return rc;
 }
 
 DWORD EnumerateAllServices(SC_HANDLE manager, std::vector<ListedService> *services) {

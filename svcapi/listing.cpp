@@ -25,15 +25,9 @@ struct Progress {
 
 // What one answer has brought.
 struct Piece {
-    std::int64_t bytes = 0;
+    std::int64_t bytes = 0; // as the daemon counts
     std::size_t services = 0;
 };
-
-void Count(const ListedView &service, Piece *piece) {
-    piece->bytes +=
-        static_cast<std::int64_t>(service.name.size() + 1 + service.displayName.size() + 1) + fixedRecordBytes;
-    ++piece->services;
-}
 
 // Returns false where the enumeration goes on without coming to an end.
 bool HasEndAhead(const Piece &piece, std::int32_t bytesNeeded, Progress *progress) {
@@ -43,21 +37,21 @@ bool HasEndAhead(const Piece &piece, std::int32_t bytesNeeded, Progress *progres
     return bytesNeeded <= 0 || progress->idleAnswers <= mostIdleAnswers;
 }
 
-DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, const ServiceSink &sink) {
+DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, ServiceList *services) {
     std::int32_t resumeIndex = 0;
     std::int32_t bytesNeeded = 0;
     std::int32_t bytes = pieceBytes;
     Progress progress;
     do {
-        Piece piece;
-        const DWORD rc =
-            EnumerateRecords(link, type, state, bytes, &resumeIndex, &bytesNeeded, [&](const ListedView &service) {
-                Count(service, &piece);
-                sink(service);
-            });
+        const std::size_t servicesBefore = services->places.size();
+        const std::size_t textsBefore = services->textBytes;
+        const DWORD rc = EnumerateRecords(link, type, state, bytes, &resumeIndex, &bytesNeeded, services);
         // Place 0 is out of range only where there are no records at all.
         if (rc == ERROR_INVALID_PARAMETER && resumeIndex == 0) return ERROR_DATABASE_DOES_NOT_EXIST;
         if (rc != ERROR_SUCCESS) return rc;
+        Piece piece;
+        piece.services = services->places.size() - servicesBefore;
+        piece.bytes = services->textBytes - textsBefore + piece.services * fixedRecordBytes;
         if (!HasEndAhead(piece, bytesNeeded, &progress)) return ERROR_INVALID_DATA;
         // One service may be larger than a piece.
         bytes = piece.services == 0 ? std::max(bytesNeeded, pieceBytes) : pieceBytes;
@@ -65,22 +59,18 @@ DWORD ListClass(DaemonLink &link, std::int32_t type, std::int32_t state, const S
     return ERROR_SUCCESS;
 }
 
-ServiceSink AppendTo(std::vector<ListedService> *services) {
-    return [services](const ListedView &service) { services->push_back(Kept(service)); };
-}
-
 // One service is looked for among a few: services that were created or deleted have moved it a little.
 constexpr std::int32_t nearBytes = 2 * 1024;
 constexpr std::int32_t nearBefore = 4;
 
 // The service of a name among those that come behind `before` others of their class; *place is set where it is found.
-bool TakeNamed(std::vector<ListedService> &services, const std::string &name, DWORD serviceClass, std::int32_t before,
+bool TakeNamed(const ServiceList &services, const std::string &name, DWORD serviceClass, std::int32_t before,
                ListedPlace *place, std::optional<ListedService> *service) {
-    const auto found = std::find_if(services.begin(), services.end(),
-                                    [&](const ListedService &listed) { return listed.name == name; });
-    if (found == services.end()) return false;
-    *place = {serviceClass, before + static_cast<std::int32_t>(found - services.begin())};
-    *service = std::move(*found);
+    const auto found = std::find_if(services.places.begin(), services.places.end(),
+                                    [&](const ServiceList::Place &listed) { return NameIn(services, listed) == name; });
+    if (found == services.places.end()) return false;
+    *place = {serviceClass, before + static_cast<std::int32_t>(found - services.places.begin())};
+    *service = ServiceAt(services, *found);
     return true;
 }
 
@@ -168,43 +158,42 @@ DWORD ReadConfig(DaemonLink &link, std::int32_t index, const std::string &name, 
     return IsOfNothing(*config) ? WhyOfNothing(link, index) : ERROR_SUCCESS;
 }
 
-DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink) {
+DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, ServiceList *services) {
     const auto stateFilter = static_cast<std::int32_t>(state);
     // Two questions: a filter with bits of both classes means the first class only.
     for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
         if ((type & serviceClass) == 0) continue;
-        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, sink);
+        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), stateFilter, services);
         if (rc != ERROR_SUCCESS) return rc;
     }
     return ERROR_SUCCESS;
 }
 
-DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink) {
-    DWORD rc = ListServices(link, type, state, sink);
+DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, ServiceList *services) {
+    DWORD rc = ListServices(link, type, state, services);
     if (rc != ERROR_SUCCESS) return rc;
     std::optional<ListedService> recordZero;
     rc = ListRecordZero(link, state, &recordZero);
-    if (recordZero && PassesFilters(recordZero->status, type, state)) sink(ViewOf(*recordZero));
+    if (recordZero && PassesFilters(recordZero->status, type, state)) Append(services, *recordZero);
     return rc;
 }
 
 DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *place,
                         std::optional<ListedService> *service) {
     service->reset();
-    std::vector<ListedService> services;
+    ServiceList services;
     if (place->before >= 0) {
         const std::int32_t first = std::max(place->before - nearBefore, 0);
         std::int32_t resumeIndex = first;
         std::int32_t bytesNeeded = 0;
         const DWORD rc = EnumerateRecords(link, static_cast<std::int32_t>(place->serviceClass), SERVICE_STATE_ALL,
-                                          nearBytes, &resumeIndex, &bytesNeeded, AppendTo(&services));
+                                          nearBytes, &resumeIndex, &bytesNeeded, &services);
         if (rc != ERROR_SUCCESS && rc != ERROR_INVALID_PARAMETER) return rc; // 87: the place is beyond the end
         if (TakeNamed(services, name, place->serviceClass, first, place, service)) return ERROR_SUCCESS;
     }
     for (const DWORD serviceClass : {DWORD{SERVICE_WIN32}, DWORD{SERVICE_DRIVER}}) {
-        services.clear();
-        const DWORD rc =
-            ListClass(link, static_cast<std::int32_t>(serviceClass), SERVICE_STATE_ALL, AppendTo(&services));
+        Truncate(&services, 0);
+        const DWORD rc = ListClass(link, static_cast<std::int32_t>(serviceClass), SERVICE_STATE_ALL, &services);
         if (rc != ERROR_SUCCESS) return rc;
         if (TakeNamed(services, name, serviceClass, 0, place, service)) return ERROR_SUCCESS;
     }
@@ -212,8 +201,10 @@ DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *
 }
 
 DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services) {
-    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, AppendTo(services));
+    ServiceList listed;
+    DWORD rc = ListServices(link, SERVICE_WIN32 | SERVICE_DRIVER, SERVICE_STATE_ALL, &listed);
     if (rc != ERROR_SUCCESS) return rc;
+    AppendTo(services, listed);
     std::optional<ListedService> recordZero;
     rc = ListRecordZero(link, SERVICE_STATE_ALL, &recordZero);
     if (recordZero) services->push_back(*std::move(recordZero));

@@ -8,14 +8,14 @@
 
 #include <optional>
 
-// Hands on every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
+// Appends every service that the enumeration tells for a type filter (SERVICE_WIN32, SERVICE_DRIVER or both) and a
 // state filter. Returns 0 or a code of link.h; 1065 ERROR_DATABASE_DOES_NOT_EXIST while the daemon has no database; 13
 // ERROR_INVALID_DATA for an enumeration that does not come to an end.
-[[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink);
+[[nodiscard]] DWORD ListServices(DaemonLink &link, DWORD type, DWORD state, ServiceList *services);
 
 // The same, then the service in record 0 where it passes the filters; the enumeration leaves it out, so that of its
 // status type, state and accepted controls alone are known.
-[[nodiscard]] DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, const ServiceSink &sink);
+[[nodiscard]] DWORD ListServicesAndRecordZero(DaemonLink &link, DWORD type, DWORD state, ServiceList *services);
 
 // Where the enumeration has a service.
 struct ListedPlace {

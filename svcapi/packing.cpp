@@ -5,19 +5,6 @@
 #include "svcapi/text_behind.h"
 #include "util/string_list.h"
 
-namespace {
-
-void PutStatus(const ListedView &service, ENUM_SERVICE_STATUSA *record) { record->ServiceStatus = service.status; }
-void PutStatus(const ListedView &service, ENUM_SERVICE_STATUSW *record) { record->ServiceStatus = service.status; }
-void PutStatus(const ListedView &service, ENUM_SERVICE_STATUS_PROCESSA *record) {
-    record->ServiceStatusProcess = WithProcess(service.status, service.processId);
-}
-void PutStatus(const ListedView &service, ENUM_SERVICE_STATUS_PROCESSW *record) {
-    record->ServiceStatusProcess = WithProcess(service.status, service.processId);
-}
-
-} // namespace
-
 SERVICE_STATUS_PROCESS WithProcess(const SERVICE_STATUS &status, DWORD processId) {
     constexpr DWORD noFlags = 0;
     return {status.dwServiceType,
@@ -33,66 +20,68 @@ SERVICE_STATUS_PROCESS WithProcess(const SERVICE_STATUS &status, DWORD processId
 
 namespace {
 
-// A text of the daemon's in the characters of a record, which may be those that it has.
-template <typename Char>
-auto AsCharacters(std::string_view text) {
-    if constexpr (sizeof(Char) == 1) {
-        return text;
+using Place = ServiceList::Place;
+
+void PutStatus(const Place &place, SERVICE_STATUS *status) { *status = place.status; }
+void PutStatus(const Place &place, SERVICE_STATUS_PROCESS *status) {
+    *status = WithProcess(place.status, place.processId);
+}
+template <typename Record>
+auto *StatusIn(Record *record) {
+    if constexpr (requires { record->ServiceStatusProcess; }) {
+        return &record->ServiceStatusProcess;
     } else {
-        return Widened(text);
+        return &record->ServiceStatus;
     }
 }
 
-// A buffer of an odd size has a byte to spare where the texts are UTF-16.
-template <typename Char, typename Record>
-char *TextEnd(const ServicePacking<Record> &packing) {
-    return reinterpret_cast<char *>(packing.buffer) + packing.bytes / sizeof(Char) * sizeof(Char);
+// Both texts of a service in the characters of a record, which may be those that they have.
+template <typename Char>
+auto TextsAs(const ServiceList &services, const Place &place) {
+    if constexpr (sizeof(Char) == 1) {
+        return TextsIn(services, place);
+    } else {
+        return Widened(TextsIn(services, place));
+    }
 }
+
+std::size_t NameLength(std::string_view /*texts*/, const Place &place) { return place.nameBytes; }
+std::size_t NameLength(std::u16string_view texts, const Place & /*place*/) { return texts.find(u'\0'); }
 
 } // namespace
 
 template <typename Record>
-void PackService(ServicePacking<Record> *packing, const ListedView &service) {
+DWORD PackServices(const ServiceList &services, std::size_t first, Record *buffer, DWORD bytes, DWORD *bytesNeeded,
+                   DWORD *returned) {
     using Char = CharOf<decltype(Record::lpServiceName)>;
-    if (packing->skipped > 0) {
-        --packing->skipped;
-        return;
+    const auto *const begin = services.places.data() + first;
+    const auto *const end = services.places.data() + services.places.size();
+    std::size_t allBytes = 0, fittingBytes = 0;
+    const Place *fittingEnd = begin;
+    for (const Place *place = begin; place != end; ++place) {
+        allBytes += sizeof(Record) + TextsAs<Char>(services, *place).size() * sizeof(Char);
+        if (allBytes > bytes) continue;
+        fittingBytes = allBytes;
+        fittingEnd = place + 1;
     }
-    const auto name = AsCharacters<Char>(service.name);
-    const auto displayName = AsCharacters<Char>(service.displayName);
-    const std::size_t textBytes = (name.size() + 1 + displayName.size() + 1) * sizeof(Char);
-    packing->allBytes += sizeof(Record) + textBytes;
-    packing->isFull = packing->isFull || packing->allBytes > packing->bytes;
-    if (packing->isFull) return;
-    packing->textBytes += textBytes;
-    Record &record = packing->buffer[packing->returned++];
-    Char *strings = reinterpret_cast<Char *>(TextEnd<Char>(*packing) - packing->textBytes);
-    record.lpServiceName = PutCharacters<Char>(name, &strings);
-    record.lpDisplayName = PutCharacters<Char>(displayName, &strings);
-    PutStatus(service, &record);
-}
-
-template <typename Record>
-DWORD FinishPacking(ServicePacking<Record> *packing, DWORD *bytesNeeded, DWORD *returned) {
-    using Char = CharOf<decltype(Record::lpServiceName)>;
-    Record *const end = packing->buffer + packing->returned;
-    char *const from = TextEnd<Char>(*packing) - packing->textBytes;
-    const auto gap = static_cast<std::size_t>(from - reinterpret_cast<char *>(end)) / sizeof(Char);
-    if (gap != 0 && packing->returned != 0) {
-        std::memmove(end, from, packing->textBytes);
-        for (Record *record = packing->buffer; record != end; ++record) {
-            record->lpServiceName -= gap;
-            record->lpDisplayName -= gap;
-        }
+    Char *text = reinterpret_cast<Char *>(reinterpret_cast<char *>(buffer) + fittingBytes);
+    Record *record = buffer;
+    for (const Place *place = begin; place != fittingEnd; ++place, ++record) {
+        const auto texts = TextsAs<Char>(services, *place);
+        text -= texts.size();
+        std::memcpy(text, texts.data(), texts.size() * sizeof(Char));
+        record->lpServiceName = text;
+        record->lpDisplayName = text + NameLength(texts, *place) + 1;
+        PutStatus(*place, StatusIn(record));
     }
-    *returned = packing->returned;
-    *bytesNeeded = packing->isFull ? static_cast<DWORD>(packing->allBytes) : 0;
-    return packing->isFull ? ERROR_MORE_DATA : ERROR_SUCCESS;
+    *returned = static_cast<DWORD>(fittingEnd - begin);
+    const bool isAll = fittingEnd == end;
+    *bytesNeeded = isAll ? 0 : static_cast<DWORD>(allBytes);
+    return isAll ? ERROR_SUCCESS : ERROR_MORE_DATA;
 }
 
 #define INSTANTIATE(Record)                                                                                            \
-    template void PackService(ServicePacking<Record> *, const ListedView &);                                           \
-    template DWORD FinishPacking(ServicePacking<Record> *, DWORD *, DWORD *);
+    template DWORD PackServices(const ServiceList &, std::size_t, Record *, DWORD, DWORD *, DWORD *);
 INSTANTIATE(ENUM_SERVICE_STATUSA)
 INSTANTIATE(ENUM_SERVICE_STATUSW)
 INSTANTIATE(ENUM_SERVICE_STATUS_PROCESSA)

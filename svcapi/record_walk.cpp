@@ -13,8 +13,8 @@ constexpr char nobodysAccount[] = ":";     // in a user database of lines no nam
 
 bool IsPast(DaemonLink &link, std::int32_t index) {
     std::int32_t resume = index, needed = 0;
-    const auto ignored = [](const ListedView & /*service*/) {}; // there is no room for any
-    const DWORD rc = EnumerateRecords(link, SERVICE_WIN32, SERVICE_STATE_ALL, 0, &resume, &needed, ignored);
+    ServiceList none; // there is no room for any
+    const DWORD rc = EnumerateRecords(link, SERVICE_WIN32, SERVICE_STATE_ALL, 0, &resume, &needed, &none);
     return rc == ERROR_INVALID_PARAMETER;
 }
 

@@ -44,25 +44,31 @@ RpcClient MakeClient(Answer *answer) {
 
 } // namespace
 
-TakenAnswer TakenByApi(std::string_view bytes, std::size_t offset) {
+TakenAnswer TakenByApi(std::string_view bytes, std::size_t offset, ServiceList *services) {
     const std::unique_ptr<char[]> room(new char[offset + bytes.size()]); // aligned, and ends where the bytes do
     std::memcpy(room.get() + offset, bytes.data(), bytes.size());
     Answer answer = {room.get() + offset, bytes.size(), 0};
     DaemonLink link;
     link.client = MakeClient(&answer);
     TakenAnswer taken;
-    taken.status = EnumerateRecords(link, 0, 0, 0, &taken.resumeIndex, &taken.bytesNeeded, [&](const ListedView &view) {
-        const SERVICE_STATUS &status = view.status;
+    taken.status = EnumerateRecords(link, 0, 0, 0, &taken.resumeIndex, &taken.bytesNeeded, services);
+    for (const ServiceList::Place &place : services->places) {
+        const SERVICE_STATUS &status = place.status;
         taken.services.push_back(
-            {std::string(view.name),
-             std::string(view.displayName),
+            {std::string(NameIn(*services, place)),
+             std::string(DisplayNameIn(*services, place)),
              {status.dwServiceType, status.dwCurrentState, status.dwControlsAccepted, status.dwWin32ExitCode,
               status.dwServiceSpecificExitCode, status.dwCheckPoint, status.dwWaitHint}});
-    });
+    }
     if (link.client == nullptr) return {}; // a call that fails ends the connection
     taken.isDecoded = true;
     taken.bytesUsed = answer.used;
     return taken;
+}
+
+TakenAnswer TakenByApi(std::string_view bytes, std::size_t offset) {
+    ServiceList services;
+    return TakenByApi(bytes, offset, &services);
 }
 
 TakenAnswer TakenAsRecord(std::string_view bytes) {

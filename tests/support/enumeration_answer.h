@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // enumeration_answer: what the service API takes from the bytes of an enumeration's answer, and what the routine of the
-// whole record takes from them: the one hands services on as they stand in the answer, the other makes records of them.
+// whole record takes from them: the one decodes them where they stand, the other makes records of them.
 #pragma once
+
+#include "svcapi/service_list.h"
 
 #include <cstdint>
 #include <string>
@@ -27,4 +29,6 @@ struct TakenAnswer {
 
 // The bytes stand so many behind a word's boundary; whatever is read behind them is the address checker's to tell.
 [[nodiscard]] TakenAnswer TakenByApi(std::string_view bytes, std::size_t offset);
+// The same behind services that are there already; all of them are told.
+[[nodiscard]] TakenAnswer TakenByApi(std::string_view bytes, std::size_t offset, ServiceList *services);
 [[nodiscard]] TakenAnswer TakenAsRecord(std::string_view bytes);

@@ -124,3 +124,21 @@ TEST(enumeration_answer, a_refusal_hands_no_service_on_but_must_be_whole) {
     EXPECT_THAT(taken.services, IsEmpty());
     EXPECT_FALSE(ExpectBothTake(std::string_view(refusal).substr(0, refusal.size() - 4)).isDecoded);
 }
+
+TEST(enumeration_answer, comes_behind_the_services_that_are_there_which_outlast_a_failure) {
+    const std::string another = Words({0, 0, 1, 0}) + Service("c", "d") + Words({0});
+    const std::string refusal = WithWord(wholeAnswer, 0, 87);
+    for (const std::size_t offset : offsets) {
+        ServiceList services = ListOf({{"a", "b", {}, true}});
+        for (std::size_t size = 0; size < wholeAnswer.size(); size += 4) {
+            EXPECT_FALSE(TakenByApi(wholeAnswer.substr(0, size), offset, &services).isDecoded);
+        }
+        EXPECT_EQ(TakenByApi(refusal, offset, &services).status, 87u);
+        EXPECT_TRUE(TakenByApi(another, offset, &services).isDecoded);
+        ASSERT_EQ(services.places.size(), 2u);
+        EXPECT_EQ(NameIn(services, services.places[0]), "a");
+        EXPECT_EQ(DisplayNameIn(services, services.places[0]), "b");
+        EXPECT_EQ(NameIn(services, services.places[1]), "c");
+        EXPECT_EQ(DisplayNameIn(services, services.places[1]), "d");
+    }
+}

@@ -8,6 +8,7 @@
 
 #include <cstring>
 
+using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -42,8 +43,8 @@ Packed Pack(std::size_t first, DWORD bytes) {
     Packed packed = {};
     packed.buffer.resize(bytes / recordBytes + 1);
     std::memset(packed.buffer.data(), 0x55, packed.buffer.size() * recordBytes);
-    packed.code =
-        PackServices(ThreeServices(), first, packed.buffer.data(), bytes, &packed.bytesNeeded, &packed.returned);
+    packed.code = PackServices(ListOf(ThreeServices()), first, packed.buffer.data(), bytes, &packed.bytesNeeded,
+                               &packed.returned);
     return packed;
 }
 
@@ -80,11 +81,43 @@ TEST(PackServices, going_on_needs_room_for_the_rest_only) {
     EXPECT_STREQ(packed.buffer[0].lpServiceName, "three");
 }
 
+TEST(PackServices, texts_stand_behind_the_records_the_first_service_last_and_nothing_behind_them) {
+    for (const std::size_t count : {3, 2, 1}) {
+        const DWORD bytes = count == 3 ? BytesOf(3) + 50 : BytesOf(count + 1) - 1;
+        const Packed packed = Pack(0, bytes);
+        ASSERT_EQ(packed.returned, count);
+        const std::string texts =
+            std::string(count > 2 ? "three\0Third\0"s : ""s) + (count > 1 ? "two\0Second\0"s : ""s) + "one\0First\0"s;
+        const auto *const behind = reinterpret_cast<const char *>(packed.buffer.data() + count);
+        const auto *const end = reinterpret_cast<const char *>(packed.buffer.data() + packed.buffer.size());
+        EXPECT_EQ(std::string(behind, texts.size()), texts);
+        EXPECT_EQ(std::string(behind + texts.size(), end), std::string(end - behind - texts.size(), '\x55'));
+    }
+}
+
+TEST(PackServices, the_texts_of_wide_records_are_utf_16) {
+    const ServiceList services = ListOf({{"d\xC3\xBC", "\xE2\x82", {}, true}, {"e", "", {}, true}});
+    std::vector<ENUM_SERVICE_STATUS_PROCESSW> buffer(3);
+    const DWORD bytes = 2 * sizeof buffer[0] + (2 + 1 + 2 + 1 + 1 + 1 + 1) * sizeof(WCHAR);
+    DWORD bytesNeeded = 0;
+    DWORD returned = 0;
+    EXPECT_EQ(PackServices(services, 0, buffer.data(), bytes - 1, &bytesNeeded, &returned), ERROR_MORE_DATA);
+    EXPECT_EQ(bytesNeeded, bytes);
+    EXPECT_EQ(returned, 1u);
+    EXPECT_EQ(PackServices(services, 0, buffer.data(), bytes, &bytesNeeded, &returned), ERROR_SUCCESS);
+    EXPECT_EQ(returned, 2u);
+    EXPECT_EQ(buffer[0].lpServiceName, u"d\u00FC"s);
+    EXPECT_EQ(buffer[0].lpDisplayName, u"\uFFFD\uFFFD"s);
+    EXPECT_EQ(buffer[1].lpServiceName, u"e"s);
+    EXPECT_EQ(buffer[1].lpDisplayName, u""s);
+    EXPECT_EQ(reinterpret_cast<const char *>(buffer[0].lpDisplayName + 3),
+              reinterpret_cast<const char *>(buffer.data()) + bytes);
+}
+
 TEST(PackServices, nothing_to_list_needs_nothing) {
     DWORD bytesNeeded = 9;
     DWORD returned = 9;
-    EXPECT_EQ(PackServices<ENUM_SERVICE_STATUSA>(std::vector<ListedService>{}, 0, nullptr, 0, &bytesNeeded, &returned),
-              ERROR_SUCCESS);
+    EXPECT_EQ(PackServices<ENUM_SERVICE_STATUSA>(ServiceList{}, 0, nullptr, 0, &bytesNeeded, &returned), ERROR_SUCCESS);
     EXPECT_EQ(bytesNeeded, 0u);
     EXPECT_EQ(returned, 0u);
 }
