@@ -161,6 +161,76 @@ TEST_F(TvscHosts, a_dead_machine_and_one_that_hangs_keep_nobody_from_the_others)
     EXPECT_EQ(ChildrenOf(getpid(), "tvsc").size(), 0u) << "nothing is left running";
 }
 
+TEST_F(TvscHosts, daemon_status_tells_of_each_daemon_whether_it_runs) {
+    const Ended both = Tvsc({"--host", List({other, good}), "daemon", "status"});
+    EXPECT_EQ(both.status, 0) << both.error;
+    EXPECT_EQ(both.output, "10.77.0.12  running, database loaded\n10.77.0.11  running, database loaded\n")
+        << "no process: it is that of another machine";
+    const std::string none = "localhost"; // has no daemon yet
+    const Ended one = Tvsc({"--host", List({good, none}), "daemon", "status"});
+    EXPECT_EQ(one.status, 150);
+    EXPECT_EQ(one.output, "10.77.0.11  running, database loaded\nlocalhost   (exit status 150)\n");
+    EXPECT_THAT(one.error, HasSubstr("tvsc: localhost: "));
+    const Json json = Json::parse(Tvsc({"--json", "--host", List({none, good}), "daemon", "status"}).output);
+    EXPECT_EQ(json.at("exit_status"), 150);
+    EXPECT_EQ(json.at("hosts").at(0).at("document").at("daemon").at("reachable"), false);
+    EXPECT_EQ(json.at("hosts").at(0).at("exit_status"), 150);
+    EXPECT_EQ(json.at("hosts").at(1).at("document").at("daemon").at("initialized"), true);
+    EXPECT_EQ(json.at("hosts").at(1).at("document").at("host"), good);
+    EXPECT_EQ(json.at("hosts").at(1).at("exit_status"), 0);
+}
+
+TEST_F(TvscHosts, daemon_status_tells_which_daemon_hangs) {
+    const std::string hanging = ProcessIn(NetworkOfMachine(2), "servd");
+    ASSERT_NE(hanging, "");
+    kill(std::stoi(hanging), SIGSTOP);
+    const std::vector<std::string> status = {"--host", List({good, other}), "--host-timeout", "2s", "daemon", "status"};
+    const Ended text = Tvsc(status);
+    std::vector<std::string> asJson = status;
+    asJson.insert(asJson.begin(), "--json");
+    const Ended told = Tvsc(asJson);
+    const Ended limited = Tvsc({"--host", List({good, other}), "--call-timeout", "1s", "daemon", "status"});
+    kill(std::stoi(hanging), SIGCONT);
+    EXPECT_EQ(text.status, 151);
+    EXPECT_EQ(text.output, "10.77.0.11  running, database loaded\n10.77.0.12  (took too long)\n");
+    EXPECT_THAT(text.error, HasSubstr("tvsc: 10.77.0.12: no end within 2 s\n"));
+    const Json json = Json::parse(told.output);
+    EXPECT_EQ(json.at("hosts").at(0).at("document").at("daemon").at("reachable"), true);
+    EXPECT_EQ(json.at("hosts").at(1).at("timed_out"), true);
+    EXPECT_EQ(limited.status, 151);
+    EXPECT_EQ(limited.output, "10.77.0.11  running, database loaded\n10.77.0.12  (exit status 151)\n");
+}
+
+// All the machines' daemons are processes of this one, too: only the one behind its own port is its daemon's.
+TEST_F(TvscHosts, daemon_status_tells_the_process_of_this_machine_alone_whose_daemons_are_several) {
+    const pid_t registry = StartRegistryDaemon(folder + "/own.db");
+    const pid_t daemon = StartServiceDaemon();
+    const std::vector<std::string> status = {"--host", List({good, "localhost", other}), "daemon", "status"};
+    const std::string running = "  running, database loaded";
+    const Ended text = Tvsc(status);
+    EXPECT_EQ(text.status, 0) << text.error;
+    EXPECT_THAT(text.output, AllOf(HasSubstr("localhost " + running + "; process " + std::to_string(daemon) + ", for "),
+                                   HasSubstr(good + running + "\n"), HasSubstr(other + running + "\n")));
+    std::vector<std::string> asJson = status;
+    asJson.insert(asJson.begin(), "--json");
+    const Json hosts = Json::parse(Tvsc(asJson).output).at("hosts");
+    EXPECT_EQ(hosts.at(1).at("document").at("daemon").at("pid"), daemon);
+    for (const std::size_t far : {0u, 2u}) {
+        EXPECT_FALSE(hosts.at(far).at("document").at("daemon").contains("pid"));
+    }
+    EXPECT_EQ(StopDaemon(daemon), 0);
+
+    WriteKey(servicesKey + "\\no-service", {}); // with which none is loaded
+    const pid_t empty = StartServiceDaemon();
+    const Ended unloaded = Tvsc(status);
+    EXPECT_EQ(unloaded.status, 6) << unloaded.error;
+    EXPECT_THAT(unloaded.output,
+                AllOf(HasSubstr("localhost   running, 1065 ERROR_DATABASE_DOES_NOT_EXIST"),
+                      HasSubstr("; process " + std::to_string(empty)), HasSubstr(good + running + "\n")));
+    EXPECT_EQ(StopDaemon(empty), 0);
+    EXPECT_EQ(StopDaemon(registry), 0);
+}
+
 TEST_F(TvscHosts, a_watch_shows_changes_of_all_machines_as_they_come) {
     const std::string seen = folder + "/seen";
     const pid_t watch = StartProgram({.command = {ProgramPath("tvsc"), "--json", "--host", List({good, other}), "watch",
