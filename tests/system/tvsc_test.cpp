@@ -1065,20 +1065,12 @@ TEST_F(Tvsc, a_control_without_a_word_is_named_by_its_number) {
     EXPECT_THAT(Fail(3, {"control", name, "0"}), HasSubstr("control 0 failed: 1052"));
 }
 
-// The last service but one: from now on nothing in record 0 is listed any more.
-TEST_F(Tvsc, zz_a_running_service_in_record_0_that_is_marked_for_deletion_is_hidden_too) {
-    Do({"start", "zero"});
-    EXPECT_THAT(Do({"delete", "zero", "--force"}), HasSubstr("marked for deletion"));
-    EXPECT_TRUE(Listed("zero").is_null());
-    EXPECT_THAT(Fail(154, {"stop", "zero"}), HasSubstr("1072 ERROR_SERVICE_MARKED_FOR_DELETE"));
-    KillProcessOf("zero");
-}
-
 // The daemon keeps its services without the registry, but knows nothing of their configurations.
-TEST_F(Tvsc, zz_a_missing_registry_daemon_is_told_where_it_is_missed) {
+TEST_F(Tvsc, a_missing_registry_daemon_is_told_where_it_is_missed) {
     CreateSample(name, "", {"--start", "disabled"});
     CreateSample(name + "-runs");
-    Do({"start", name + "-runs"});
+    CreateSample(name + "-other"); // without another one that runs nothing has to be known to stop the first
+    Do({"start", name + "-runs", name + "-other"});
     EXPECT_EQ(StopDaemon(registryDaemon), 0);
     const Ended list = ServiceWorld::Tvsc({"list", name});
     EXPECT_EQ(list.error, "tvsc: no configurations: the registry daemon does not answer\n");
@@ -1098,6 +1090,17 @@ TEST_F(Tvsc, zz_a_missing_registry_daemon_is_told_where_it_is_missed) {
     EXPECT_THAT(Fail(150, {"delete", name}), HasSubstr("not deleted: 1016"));
     registryDaemon = StartRegistryDaemon(folder + "/registry.db");
     EXPECT_THAT(Do({"list", name}), HasSubstr("disabled"));
+    EXPECT_EQ(Do({"stop", name + "-other"}), name + "-other: stopped\n");
+    EXPECT_EQ(Do({"config", name, "--start", "demand"}), name + ": changed\n") << "the daemon finds it again by itself";
+}
+
+// The last service but one: from now on nothing in record 0 is listed any more.
+TEST_F(Tvsc, zz_a_running_service_in_record_0_that_is_marked_for_deletion_is_hidden_too) {
+    Do({"start", "zero"});
+    EXPECT_THAT(Do({"delete", "zero", "--force"}), HasSubstr("marked for deletion"));
+    EXPECT_TRUE(Listed("zero").is_null());
+    EXPECT_THAT(Fail(154, {"stop", "zero"}), HasSubstr("1072 ERROR_SERVICE_MARKED_FOR_DELETE"));
+    KillProcessOf("zero");
 }
 
 // A stopped process answers nothing, as one that is starting its automatic services.
