@@ -15,9 +15,11 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <rpc/pmap_prot.h>
+#include <rpc/rpcb_prot.h>
 #include <strings.h>
 #include <sys/random.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -272,9 +274,11 @@ CLIENT *NewHandle(int descriptor, const sockaddr_in &server, std::uint32_t progr
 
 // --- connecting ---
 
+constexpr int streamSocket = SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
+
 // On failure errno tells why.
-bool Connect(int descriptor, const sockaddr_in &server, int timeoutMs) {
-    if (connect(descriptor, reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0) return true;
+bool Connect(int descriptor, const sockaddr *server, socklen_t bytes, int timeoutMs) {
+    if (connect(descriptor, server, bytes) == 0) return true;
     if (errno != EINPROGRESS && errno != EINTR) return false;
     int error = ETIMEDOUT;
     socklen_t length = sizeof error;
@@ -288,6 +292,44 @@ bool Connect(int descriptor, const sockaddr_in &server, int timeoutMs) {
 void SendWithoutDelay(int descriptor) {
     const int on = 1;
     (void)setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // slower without it, but not wrong
+}
+
+// Takes the socket over, -1 for none.
+CLIENT *DialPortFrom(int descriptor, in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version,
+                     int budgetMs) {
+    if (descriptor < 0) return nullptr;
+    DescriptorGuard guard(&descriptor);
+    const int timeoutMs = std::min(budgetMs, connectTimeoutMs);
+    errno = ETIMEDOUT;
+    if (timeoutMs <= 0) return nullptr;
+    sockaddr_in server = {};
+    server.sin_family = AF_INET;
+    server.sin_port = htons(port);
+    server.sin_addr = address;
+    if (!Connect(descriptor, reinterpret_cast<const sockaddr *>(&server), sizeof server, timeoutMs)) return nullptr;
+    SendWithoutDelay(descriptor);
+    CLIENT *client = NewHandle(descriptor, server, program, version);
+    if (client != nullptr) (void)guard.release();
+    return client;
+}
+
+// A listener whose queue is full is not waited for (EAGAIN).
+CLIENT *DialPortMapperLocally(int budgetMs) {
+    int descriptor = socket(AF_UNIX, streamSocket, 0);
+    if (descriptor < 0) return nullptr;
+    DescriptorGuard guard(&descriptor);
+    const sockaddr_un local = {AF_UNIX, _PATH_RPCBINDSOCK};
+    if (!Connect(descriptor, reinterpret_cast<const sockaddr *>(&local), sizeof local, budgetMs)) return nullptr;
+    CLIENT *client = NewHandle(descriptor, {}, RPCBPROG, RPCBVERS);
+    if (client != nullptr) (void)guard.release();
+    return client;
+}
+
+// From a port that only root can have, where the caller can have one.
+CLIENT *DialPortMapperAsRoot(int budgetMs) {
+    const int descriptor = socket(AF_INET, streamSocket, 0);
+    if (descriptor >= 0) (void)bindresvport(descriptor, nullptr);
+    return DialPortFrom(descriptor, {htonl(INADDR_LOOPBACK)}, PMAPPORT, RPCBPROG, RPCBVERS, budgetMs);
 }
 
 } // namespace
@@ -309,25 +351,17 @@ bool ResolveHost(const char *host, in_addr *address) {
 }
 
 CLIENT *DialPort(in_addr address, std::uint16_t port, std::uint32_t program, std::uint32_t version, int budgetMs) {
-    const int timeoutMs = std::min(budgetMs, connectTimeoutMs);
-    errno = ETIMEDOUT;
-    if (timeoutMs <= 0) return nullptr;
-    int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (descriptor < 0) return nullptr;
-    DescriptorGuard guard(&descriptor);
-    sockaddr_in server = {};
-    server.sin_family = AF_INET;
-    server.sin_port = htons(port);
-    server.sin_addr = address;
-    if (!Connect(descriptor, server, timeoutMs)) return nullptr;
-    SendWithoutDelay(descriptor);
-    CLIENT *client = NewHandle(descriptor, server, program, version);
-    if (client != nullptr) (void)guard.release();
-    return client;
+    return DialPortFrom(socket(AF_INET, streamSocket, 0), address, port, program, version, budgetMs);
 }
 
 CLIENT *DialPortMapper(in_addr address, int budgetMs) {
     return WithReplyLimit(DialPort(address, PMAPPORT, PMAPPROG, PMAPVERS, budgetMs), maxShortReplyBytes);
+}
+
+CLIENT *DialOwnPortMapper(int budgetMs) {
+    CLIENT *client = DialPortMapperLocally(budgetMs);
+    if (client == nullptr) client = DialPortMapperAsRoot(budgetMs);
+    return WithReplyLimit(client, maxShortReplyBytes);
 }
 
 std::uint16_t PortOfProgram(CLIENT *portMapper, std::uint32_t program, std::uint32_t version, int budgetMs) {

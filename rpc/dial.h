@@ -20,8 +20,8 @@
 
 #include <cstdint>
 
-// Finds the IPv4 address of a host; that of "localhost" is known without a look. Returns false when the name is unknown.
-// May block for the resolver's time-outs.
+// Finds the IPv4 address of a host; that of "localhost" is known without a look. Returns false when the name is
+// unknown. May block for the resolver's time-outs.
 [[nodiscard]] bool ResolveHost(const char *host, in_addr *address);
 
 // The functions below end after `budgetMs` at the latest, whatever the peers do; within it each wait keeps its own
@@ -34,6 +34,12 @@
 
 // Connects to the port mapper of a host: PortOfProgram asks over the handle. Null when it cannot be reached.
 [[nodiscard]] CLIENT *DialPortMapper(in_addr address, int budgetMs = connectTimeoutMs);
+
+// Connects to the port mapper of this machine such that it knows who asks, for what it lets nobody else do: over its
+// local socket, which tells it the user id, and where that is not to be seen, as in a container, over the loopback
+// interface, from a port that only root can have. The handle is one for RPCBPROG, RPCBVERS (RFC 1833 section 2). Null
+// when it cannot be reached.
+[[nodiscard]] CLIENT *DialOwnPortMapper(int budgetMs = connectTimeoutMs);
 
 // Asks a port mapper for the TCP port of a program. Returns 0 when the program is not registered or no answer came in
 // time.

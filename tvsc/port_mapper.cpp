@@ -6,7 +6,6 @@
 #include "rpc/record.h"
 
 #include <fmt/format.h>
-#include <rpc/rpcb_clnt.h>
 #include <rpc/rpcb_prot.h>
 
 #include <cstdio>
@@ -14,7 +13,7 @@
 namespace {
 
 constexpr std::uint16_t portMapperPort = 111;
-constexpr timeval listTimeout = {5, 0};
+constexpr timeval answerTimeout = {5, 0};
 
 std::string TextOf(const char *text) { return text != nullptr ? text : ""; }
 
@@ -39,7 +38,7 @@ std::optional<std::vector<Registration>> ReadRegistrations(in_addr address) {
     rpcblist_ptr list = nullptr;
     Nothing nothing;
     if (mapper == nullptr || clnt_call(mapper.get(), RPCBPROC_DUMP, RoutineOf<Nothing>(), &nothing,
-                                       Untyped(xdr_rpcblist_ptr), &list, listTimeout) != RPC_SUCCESS) {
+                                       Untyped(xdr_rpcblist_ptr), &list, answerTimeout) != RPC_SUCCESS) {
         return std::nullopt;
     }
     std::vector<Registration> all;
@@ -53,5 +52,16 @@ std::optional<std::vector<Registration>> ReadRegistrations(in_addr address) {
 }
 
 void RemoveRegistration(std::uint32_t program, std::uint32_t version) {
-    (void)rpcb_unset(program, version, nullptr); // true in any case
+    const RpcClient mapper(DialOwnPortMapper());
+    if (mapper == nullptr) return;
+    char every[] = ""; // all transports at once, whatever the address
+    rpcb entry = {};
+    entry.r_prog = program;
+    entry.r_vers = version;
+    entry.r_netid = every;
+    entry.r_addr = every;
+    entry.r_owner = every; // the port mapper sees for itself who asks
+    bool_t removed = FALSE;
+    (void)clnt_call(mapper.get(), RPCBPROC_UNSET, Untyped(xdr_rpcb), &entry, Untyped(xdr_bool), &removed,
+                    answerTimeout); // true in any case
 }

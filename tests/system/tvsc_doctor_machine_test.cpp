@@ -123,6 +123,15 @@ TEST_F(DoctorEntries, one_of_a_process_that_is_gone_is_found_and_removed) {
     (void)pmap_unset(ServiceProgram(alive), serviceProgramVersion);
 }
 
+// In a container, or with a /run of one's own, the port mapper knows root by the port that it asks from.
+TEST_F(DoctorEntries, one_is_removed_where_the_port_mapper_s_local_socket_is_not_to_be_seen) {
+    const std::string mended = Run("exec unshare --mount /bin/bash -c 'mount -t tmpfs hidden /run; "
+                                   "[ ! -e /run/rpcbind.sock ] && exec \"$TV_BIN/tvsc\" doctor --json --fix-rpcbind'")
+                                   .output;
+    EXPECT_THAT(mended, HasSubstr(Process() + "; removed"));
+    EXPECT_FALSE(IsRegistered(ServiceProgram(gone), serviceProgramVersion));
+}
+
 // The port mapper says yes to everybody.
 TEST_F(DoctorEntries, one_that_could_not_be_removed_is_not_told_to_be) {
     std::filesystem::copy_file(ProgramPath("tvsc"), folder + "/tvsc");
