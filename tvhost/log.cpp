@@ -14,7 +14,6 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -114,10 +113,9 @@ void PutWholeLines(Log *log, LogStream *stream) {
 
 // Reads what is there, up to a chunk. Returns false when there is nothing.
 bool ReadStream(Log *log, LogStream *stream) {
-    static thread_local std::array<char, chunkBytes> chunk;
-    const ssize_t bytes = read(stream->readEnd, chunk.data(), chunk.size());
+    const ssize_t bytes = read(stream->readEnd, log->chunk.get(), chunkBytes);
     if (bytes <= 0) return false;
-    stream->partial.append(chunk.data(), static_cast<std::size_t>(bytes));
+    stream->partial.append(log->chunk.get(), static_cast<std::size_t>(bytes));
     PutWholeLines(log, stream);
     return true;
 }
@@ -237,6 +235,7 @@ std::string OpenLog(const std::string &serviceName, const HostParameters &parame
     sigset_t all, before;
     sigfillset(&all);
     (void)pthread_sigmask(SIG_SETMASK, &all, &before);
+    log->chunk = std::make_unique_for_overwrite<char[]>(chunkBytes);
     log->thread = std::thread(RunLog, log);
     (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return why;

@@ -12,6 +12,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -33,6 +34,7 @@ struct Log {
     LogStream output, error;
     int wake = -1; // an eventfd: there is something below
     std::thread thread;
+    std::unique_ptr<char[]> chunk; // the thread's: what a stream is read into
 
     std::mutex guard; // what follows
     std::condition_variable flushed;
