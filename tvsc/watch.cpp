@@ -204,6 +204,7 @@ int RunWatch(Session &session, const WatchOptions &watch) {
         if (look > 0 && !AwaitNextLook(watch.intervalSec)) return 128 + SIGPIPE;
         ViewsByName views;
         const DWORD code = Look(session, watching.watched, &views);
+        if (IsInterrupted()) break; // what a look that ends with its connection has brought is no event
         Take(session, &watching, code, std::move(views), look == 0, !drawsTable, watch.beginsWithAll);
         if (drawsTable) DrawTable(watching, watch, EpochMs());
     }
