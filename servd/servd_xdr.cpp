@@ -12,7 +12,6 @@ namespace {
 using Listed = svd_enum_status_list_t;
 
 constexpr std::size_t longestInPlace = 4096; // of both names together
-constexpr std::size_t linkWords = 1 + 2 + 7; // without the names: there is a link, two lengths, the status
 
 std::size_t WordsOf(std::size_t bytes) { return (bytes + BYTES_PER_XDR_UNIT - 1) / BYTES_PER_XDR_UNIT; }
 
@@ -38,10 +37,11 @@ bool EncodeInPlace(XDR *xdrs, const Listed &link) {
     const std::string_view name = ViewOf(link.name);
     const std::string_view displayName = ViewOf(link.displayName);
     if (name.size() > longestInPlace || displayName.size() > longestInPlace - name.size()) return false;
-    const std::size_t bytes = ListedWords(name.size(), displayName.size()) * BYTES_PER_XDR_UNIT;
+    const std::size_t words = ListedNameWords(name.size(), displayName.size()) + listedStatusWords;
+    const std::size_t bytes = words * BYTES_PER_XDR_UNIT;
     auto *at = reinterpret_cast<std::uint32_t *>(XDR_INLINE(xdrs, static_cast<u_int>(bytes)));
     if (at == nullptr) return false;
-    (void)PutListed(at, name, displayName, link.status);
+    (void)PutListedStatus(PutListedNames(at, name, displayName), link.status);
     return true;
 }
 
@@ -57,18 +57,13 @@ bool_t Encode(XDR *xdrs, Listed *link) {
 
 } // namespace
 
-std::size_t ListedWords(std::size_t nameBytes, std::size_t displayNameBytes) {
-    return linkWords + WordsOf(nameBytes) + WordsOf(displayNameBytes);
+std::size_t ListedNameWords(std::size_t nameBytes, std::size_t displayNameBytes) {
+    constexpr std::size_t otherWords = 1 + 2; // there is a link, two lengths
+    return otherWords + WordsOf(nameBytes) + WordsOf(displayNameBytes);
 }
 
-std::uint32_t *PutListed(std::uint32_t *at, std::string_view name, std::string_view displayName,
-                         const svd_status_t &status) {
-    at = PutWord(at, 1);
-    at = PutText(at, name);
-    at = PutText(at, displayName);
-    std::apply([&at](const auto &...fields) { ((at = PutWord(at, static_cast<std::uint32_t>(fields))), ...); },
-               Fields(status));
-    return at;
+std::uint32_t *PutListedNames(std::uint32_t *at, std::string_view name, std::string_view displayName) {
+    return PutText(PutText(PutWord(at, 1), name), displayName);
 }
 
 bool_t xdr_EncodedEnumeration(XDR *xdrs, EncodedEnumeration *record) {

@@ -259,16 +259,22 @@ constexpr auto Fields(As<servd_SERV_ENUM_STATUS_SERVICE_RETURN> auto &r) {
 // The same answer as the daemon makes it: each service is encoded as it is listed, and no record is made of it.
 struct EncodedEnumeration {
     servd_SERV_ENUM_STATUS_SERVICE_RETURN words; // its list stays null
-    char *services;                              // what PutListed wrote of each; malloc memory
+    char *services;                              // both parts of each (PutListedNames); malloc memory
     std::size_t serviceBytes;
     std::size_t roomBytes; // of services
 };
 
-// Writes a link of an enumeration as it travels, the word before it that says there is one included, and returns what
-// is behind it. There must be room for ListedWords of the lengths of both names.
-std::uint32_t *PutListed(std::uint32_t *at, std::string_view name, std::string_view displayName,
-                         const svd_status_t &status);
-[[nodiscard]] std::size_t ListedWords(std::size_t nameBytes, std::size_t displayNameBytes);
+// Write the two parts of a link of an enumeration as it travels: the word that says there is one, with both names; the
+// status. There must be room for ListedNameWords of the names' lengths, and for listedStatusWords. Both return what is
+// behind.
+std::uint32_t *PutListedNames(std::uint32_t *at, std::string_view name, std::string_view displayName);
+[[nodiscard]] std::size_t ListedNameWords(std::size_t nameBytes, std::size_t displayNameBytes);
+inline constexpr std::size_t listedStatusWords = 7;
+inline std::uint32_t *PutListedStatus(std::uint32_t *at, const svd_status_t &status) {
+    std::apply([&at](const auto &...fields) { ((*at++ = htonl(static_cast<std::uint32_t>(fields))), ...); },
+               Fields(status));
+    return at;
+}
 
 struct servd_SERV_GET_DISPLAY_SERVICE {
     char *name;

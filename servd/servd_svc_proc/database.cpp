@@ -1,19 +1,22 @@
 // SPDX-License-Identifier: MIT
 // database: the array of service records, its growth and its search by name.
 //
-// Owns:    svcdb and the names in it (malloc), and the other state that the whole module shares.
+// Owns:    svcdb, svcnames and the names in them (malloc), and the other state that the whole module shares.
 // Thread:  main thread only; nothing here is locked.
 // Deliberate: the loader fills records from index 1, but the search for a free record begins at 0, so that the first
 // service created after start-up takes record 0.
 #include "servd/servd_svc_proc/database.h"
 
 #include "servd/checked_memory.h"
+#include "servd/limits.h"
 #include "servd/servd_svc_proc/name_index.h"
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 ServiceDatabaseEntry *svcdb;
+ListedNames *svcnames;
 std::int32_t svcdbsize;
 ServiceDatabaseLock svcdblock;
 
@@ -26,10 +29,17 @@ static NameIndex displayNameIndex;
 // No record below it is free; SetServiceName sees to that.
 static std::int32_t firstFree;
 
-void ResizeServiceDatabase() {
+// Gives an array of so many elements as there are records those for new ones, zeroed.
+template <typename Element>
+static void Grow(Element **array) {
     const auto records = static_cast<std::size_t>(svcdbsize);
-    svcdb = static_cast<ServiceDatabaseEntry *>(CheckedRealloc(svcdb, (records + growthRecords) * sizeof *svcdb));
-    std::memset(svcdb + records, 0, growthRecords * sizeof *svcdb);
+    *array = static_cast<Element *>(CheckedRealloc(*array, (records + growthRecords) * sizeof(Element)));
+    std::memset(*array + records, 0, growthRecords * sizeof(Element));
+}
+
+void ResizeServiceDatabase() {
+    Grow(&svcdb);
+    Grow(&svcnames);
     svcdbsize += growthRecords;
 }
 
@@ -42,6 +52,23 @@ std::int32_t GetNextServiceDatabaseEntry() {
     return firstNew;
 }
 
+static void KeepListedNames(std::int32_t index) {
+    ListedNames &kept = svcnames[index];
+    if (svcdb[index].name == nullptr) {
+        std::free(kept.words);
+        kept = {};
+        return;
+    }
+    const std::string_view name = svcdb[index].name;
+    const char *text = svcdb[index].displayName;
+    const std::string_view displayName = text != nullptr ? text : std::string_view();
+    const std::size_t words = ListedNameWords(name.size(), displayName.size());
+    kept.words = static_cast<std::uint32_t *>(CheckedRealloc(kept.words, words * BYTES_PER_XDR_UNIT));
+    (void)PutListedNames(kept.words, name, displayName);
+    kept.wordCount = static_cast<std::uint32_t>(words);
+    kept.recordBytes = static_cast<std::int32_t>(name.size() + 1 + displayName.size() + 1) + fixedRecordBytes;
+}
+
 static void SetName(char *ServiceDatabaseEntry::*kind, NameIndex *names, std::int32_t index, const char *name) {
     char *&place = svcdb[index].*kind;
     std::free(place);
@@ -51,6 +78,7 @@ static void SetName(char *ServiceDatabaseEntry::*kind, NameIndex *names, std::in
     } else {
         RemoveName(names, index);
     }
+    KeepListedNames(index);
 }
 
 void SetServiceName(std::int32_t index, const char *name) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // database: the service records, their names, and the lock that clients take on them.
 //
-// Owns:    svcdb, svcdblock and the strings in them (all malloc memory).
+// Owns:    svcdb, svcnames, svcdblock and the strings in them (all malloc memory).
 // Thread:  main thread only; nothing here is locked.
 #pragma once
 
@@ -34,6 +34,13 @@ struct ServiceDatabaseEntry {
 static_assert(std::is_trivially_copyable_v<ServiceDatabaseEntry>);
 static_assert(sizeof(void *) != 4 || sizeof(ServiceDatabaseEntry) == 20 * sizeof(void *));
 
+// Both names of a record as enumerations list them: to measure and encode them anew takes most of a listing.
+struct ListedNames {
+    std::uint32_t *words; // of PutListedNames; malloc memory, null for a free record
+    std::uint32_t wordCount;
+    std::int32_t recordBytes; // that a Win32 caller needs for one enumeration record with them
+};
+
 // The Win32 service database lock that clients take; not a thread lock.
 struct ServiceDatabaseLock {
     std::int32_t lockId; // 0 when unlocked
@@ -43,6 +50,7 @@ struct ServiceDatabaseLock {
 static_assert(sizeof(void *) != 4 || sizeof(ServiceDatabaseLock) == 3 * sizeof(void *));
 
 extern ServiceDatabaseEntry *svcdb;
+extern ListedNames *svcnames;  // of the records in svcdb
 extern std::int32_t svcdbsize; // records allocated
 extern ServiceDatabaseLock svcdblock;
 

@@ -48,8 +48,6 @@ struct Walk {
     Visit *innermost;
 };
 
-std::size_t TextLength(const char *text) { return text == nullptr ? 0 : std::strlen(text); }
-
 bool IsWantedState(std::int32_t state, std::int32_t stateMask) {
     if ((stateMask & SERVICE_STATE_ALL) == SERVICE_STATE_ALL) return true;
     if ((stateMask & SERVICE_ACTIVE) != 0) return state >= SERVICE_START_PENDING && state <= SERVICE_PAUSED;
@@ -121,7 +119,7 @@ Win32Code Collect(Walk &walk, std::int32_t index) {
     }
     entry.visited = 1;
 
-    const std::int32_t bytes = EnumRecordBytes(entry);
+    const std::int32_t bytes = svcnames[index].recordBytes;
     *walk.bytesNeeded = WordSum(*walk.bytesNeeded, bytes);
     if (bytes > *walk.bytesLeft) {
         *walk.bytesLeft = -1; // no later record fits either
@@ -163,14 +161,6 @@ Win32Code Enter(Walk &walk, std::int32_t index) {
 bool EndsWalk(Win32Code rc) { return rc != ERROR_SUCCESS && rc != ERROR_MORE_DATA; }
 
 } // namespace
-
-std::int32_t EnumRecordBytes(std::size_t nameBytes, std::size_t displayNameBytes) {
-    return static_cast<std::int32_t>(nameBytes + 1 + displayNameBytes + 1) + fixedRecordBytes;
-}
-
-std::int32_t EnumRecordBytes(const ServiceDatabaseEntry &entry) {
-    return EnumRecordBytes(TextLength(entry.name), TextLength(entry.displayName));
-}
 
 svd_enum_status_list_t *NewEnumRecord(const ServiceDatabaseEntry &entry) {
     auto *record = static_cast<svd_enum_status_list_t *>(CheckedCalloc(1, sizeof(svd_enum_status_list_t)));

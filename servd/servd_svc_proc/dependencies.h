@@ -6,9 +6,6 @@
 #include "servd/win32_code.h"
 #include "tv/winreg.h"
 
-// Bytes that a Win32 caller needs for one enumeration record with these names, and with those of a service.
-[[nodiscard]] std::int32_t EnumRecordBytes(std::size_t nameBytes, std::size_t displayNameBytes);
-[[nodiscard]] std::int32_t EnumRecordBytes(const ServiceDatabaseEntry &entry);
 // A new enumeration record with copies of both names and the status; next is null. malloc memory.
 [[nodiscard]] svd_enum_status_list_t *NewEnumRecord(const ServiceDatabaseEntry &entry);
 

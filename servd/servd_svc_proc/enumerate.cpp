@@ -2,7 +2,7 @@
 // enumerate: the procedures that list services and translate between key names and display names.
 //
 // Sizes are counted as a Win32 caller's buffer would fill: both names with their terminators and a fixed part, each
-// service (EnumRecordBytes).
+// service (ListedNames::recordBytes).
 // Owns:    the lists and names in the static results, each until the next call of its handler. The list of the status
 //          enumeration is encoded out of svcdb at once: whatever is made of a service on the way costs as much again.
 // Thread:  main thread only.
@@ -20,7 +20,7 @@
 #include "tv/winsvc.h"
 
 #include <algorithm>
-#include <string_view>
+#include <cstring>
 
 namespace {
 
@@ -42,15 +42,15 @@ bool IsListed(const ServiceDatabaseEntry &entry, const servd_SERV_ENUM_STATUS_SE
 }
 
 // Encodes a service behind those that the answer has.
-void AppendService(std::string_view name, std::string_view displayName, const svd_status_t &status,
-                   EncodedEnumeration *answer) {
-    const std::size_t bytes = ListedWords(name.size(), displayName.size()) * BYTES_PER_XDR_UNIT;
+void AppendService(const ListedNames &names, const svd_status_t &status, EncodedEnumeration *answer) {
+    const std::size_t bytes = (names.wordCount + listedStatusWords) * BYTES_PER_XDR_UNIT;
     if (answer->roomBytes - answer->serviceBytes < bytes) {
         answer->roomBytes = std::max(answer->roomBytes * 2, answer->serviceBytes + bytes);
         answer->services = static_cast<char *>(CheckedRealloc(answer->services, answer->roomBytes));
     }
-    (void)PutListed(reinterpret_cast<std::uint32_t *>(answer->services + answer->serviceBytes), name, displayName,
-                    status);
+    auto *const at = reinterpret_cast<std::uint32_t *>(answer->services + answer->serviceBytes);
+    std::memcpy(at, names.words, names.wordCount * BYTES_PER_XDR_UNIT);
+    (void)PutListedStatus(at + names.wordCount, status);
     answer->serviceBytes += bytes;
 }
 
@@ -67,9 +67,7 @@ void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, EncodedEnumerati
         if (!IsListed(entry, wanted)) continue;
         matched += 1;
         if (matched <= wanted.resumeIndex) continue;
-        const std::string_view name = entry.name;
-        const std::string_view displayName = entry.displayName != nullptr ? entry.displayName : std::string_view();
-        const std::int32_t recordBytes = EnumRecordBytes(name.size(), displayName.size());
+        const std::int32_t recordBytes = svcnames[index].recordBytes;
         if (recordBytes > remaining) {
             if (!overflowed) reply->resumeIndex = matched - 1;
             overflowed = true;
@@ -79,7 +77,7 @@ void ListServices(const servd_SERV_ENUM_STATUS_SERVICE &wanted, EncodedEnumerati
         }
         remaining -= recordBytes;
         reply->servicesReturned += 1;
-        AppendService(name, displayName, entry.status, answer);
+        AppendService(svcnames[index], entry.status, answer);
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The array of service records: growth, free records, search by name.
 #include "tests/support/memory_registry.h"
+#include "tests/support/xdr_bytes.h"
 
 namespace {
 
@@ -155,6 +156,31 @@ TEST_F(Database, a_handle_is_the_index_of_a_used_record) {
     EXPECT_FALSE(IsServiceHandle(-1));
     EXPECT_FALSE(IsServiceHandle(INT32_MIN));
     EXPECT_FALSE(IsServiceHandle(INT32_MAX));
+}
+
+// What svcnames has of a record, as bytes.
+std::string ListedBytes(std::int32_t index) {
+    return {reinterpret_cast<const char *>(svcnames[index].words), svcnames[index].wordCount * 4};
+}
+
+TEST_F(Database, the_names_of_a_record_are_kept_as_a_listing_has_them) {
+    FillRecords(1);
+    EXPECT_EQ(ListedBytes(0), Words({1}) + XdrString("s0") + XdrString(""));
+    EXPECT_EQ(svcnames[0].recordBytes, 3 + 1 + 36);
+    SetServiceDisplayName(0, "Display");
+    EXPECT_EQ(ListedBytes(0), Words({1}) + XdrString("s0") + XdrString("Display"));
+    EXPECT_EQ(svcnames[0].recordBytes, 3 + 8 + 36);
+    SetServiceName(0, "renamed");
+    SetServiceDisplayName(0, "");
+    EXPECT_EQ(ListedBytes(0), Words({1}) + XdrString("renamed") + XdrString(""));
+    ResizeServiceDatabase();
+    EXPECT_EQ(ListedBytes(0), Words({1}) + XdrString("renamed") + XdrString(""));
+    EXPECT_EQ(ListedBytes(50), "");
+    SetServiceName(0, nullptr);
+    EXPECT_EQ(svcnames[0].words, nullptr);
+    EXPECT_EQ(svcnames[0].wordCount, 0u);
+    SetServiceDisplayName(0, nullptr);
+    EXPECT_EQ(svcnames[0].words, nullptr);
 }
 
 } // namespace

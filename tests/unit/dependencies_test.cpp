@@ -321,18 +321,16 @@ TEST_F(Dependencies, a_visited_service_is_not_collected_again) {
 
 TEST_F(Dependencies, a_record_takes_both_names_with_terminators_and_36_bytes) {
     Load({{"a", {"bcd"}}, {"bcd", {}}});
-    Entry("bcd").displayName[2] = '\0'; // "bc"
-    EXPECT_EQ(EnumRecordBytes(Entry("bcd")), 4 + 3 + 36);
+    SetServiceDisplayName(GetServiceIndexFromName("bcd"), "bc");
     const Walked walked = Walk("a");
-    EXPECT_EQ(walked.bytesNeeded, 43);
+    EXPECT_EQ(walked.bytesNeeded, 4 + 3 + 36);
     EXPECT_EQ(walked.bytesLeft, muchRoom - 43);
 }
 
 TEST_F(Dependencies, a_record_without_display_name_counts_it_as_empty) {
-    Load({{"a", {}}});
-    std::free(Entry("a").displayName);
-    Entry("a").displayName = nullptr;
-    EXPECT_EQ(EnumRecordBytes(Entry("a")), 2 + 1 + 36);
+    Load({{"a", {"b"}}, {"b", {}}});
+    SetServiceDisplayName(GetServiceIndexFromName("b"), nullptr);
+    EXPECT_EQ(Walk("a").bytesNeeded, 2 + 1 + 36);
 }
 
 // b, c and d take 2 + 10 + 36 = 48 bytes each, and are found in this order.

@@ -240,10 +240,13 @@ TEST(servd_SERV_ENUM_STATUS_SERVICE_RETURN, no_entry_is_one_marker) {
 }
 
 TEST(EncodedEnumeration, its_bytes_are_those_of_the_answer_with_a_list) {
-    std::vector<std::uint32_t> words(ListedWords(7, 0) + ListedWords(1, 10), 0xFFFFFFFF);
-    std::uint32_t *at = PutListed(words.data(), "Alerter", "", {});
-    EXPECT_EQ(at, words.data() + ListedWords(7, 0));
-    at = PutListed(at, "B", "Second one", status);
+    std::vector<std::uint32_t> words(ListedNameWords(7, 0) + ListedNameWords(1, 10) + 2 * listedStatusWords,
+                                     0xFFFFFFFF);
+    std::uint32_t *at = PutListedNames(words.data(), "Alerter", "");
+    EXPECT_EQ(at, words.data() + ListedNameWords(7, 0));
+    at = PutListedStatus(at, {});
+    EXPECT_EQ(at, words.data() + ListedNameWords(7, 0) + listedStatusWords);
+    at = PutListedStatus(PutListedNames(at, "B", "Second one"), status);
     EXPECT_EQ(at, words.data() + words.size());
     const std::size_t bytes = words.size() * sizeof(std::uint32_t);
     EncodedEnumeration answer = {
