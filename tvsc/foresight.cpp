@@ -71,21 +71,6 @@ ServiceView *FindOrAdd(std::vector<ServiceView> *views, const std::string &name)
     return &views->back();
 }
 
-// Whether a ring can be reached from a service, itself included: the daemon's walk ends there.
-bool LeadsToRing(const ServiceGraph &graph, const std::string &name) {
-    std::vector<bool> seen(graph.nodes.size());
-    std::vector<std::size_t> open = {static_cast<std::size_t>(FindNode(graph, name) - graph.nodes.data())};
-    while (!open.empty()) {
-        const std::size_t node = open.back();
-        open.pop_back();
-        if (graph.nodes[node].isInRing) return true;
-        if (seen[node]) continue;
-        seen[node] = true;
-        open.insert(open.end(), graph.nodes[node].needs.begin(), graph.nodes[node].needs.end());
-    }
-    return false;
-}
-
 // The daemon walks what a service would depend on when its dependencies or its group change.
 DWORD CheckDependencies(Session &session, const RequestedService &wanted) {
     const bool isWalk = wanted.dependencies ? !wanted.dependencies->empty() : wanted.group.has_value();
@@ -104,7 +89,8 @@ DWORD CheckDependencies(Session &session, const RequestedService &wanted) {
     if (!view->config) view->config.emplace();
     if (wanted.dependencies) view->config->dependencies = *wanted.dependencies;
     if (wanted.group) view->config->group = *wanted.group;
-    return LeadsToRing(MakeGraph(std::move(views)), wanted.name) ? ERROR_CIRCULAR_DEPENDENCY : ERROR_SUCCESS;
+    const ServiceGraph graph = MakeGraph(std::move(views));
+    return LeadsToRing(graph, *FindNode(graph, wanted.name)) ? ERROR_CIRCULAR_DEPENDENCY : ERROR_SUCCESS;
 }
 
 // The first code that is none of success.

@@ -17,19 +17,24 @@ void AddNeeds(GraphNode *node, const std::vector<std::size_t> &needed) {
     }
 }
 
-// Whether one node can be reached from another one, by a walk that keeps no stack of calls.
-bool IsReached(const ServiceGraph &graph, std::size_t from, std::size_t to) {
+// Whether one of the nodes that are given, or one that these need, is what is looked for. The walk keeps no stack of
+// calls.
+template <typename Condition>
+bool IsAnyReached(const ServiceGraph &graph, std::vector<std::size_t> open, Condition isIt) {
     std::vector<bool> seen(graph.nodes.size());
-    std::vector<std::size_t> open = graph.nodes[from].needs;
     while (!open.empty()) {
         const std::size_t node = open.back();
         open.pop_back();
-        if (node == to) return true;
+        if (isIt(node)) return true;
         if (seen[node]) continue;
         seen[node] = true;
         open.insert(open.end(), graph.nodes[node].needs.begin(), graph.nodes[node].needs.end());
     }
     return false;
+}
+
+bool IsReached(const ServiceGraph &graph, std::size_t from, std::size_t to) {
+    return IsAnyReached(graph, graph.nodes[from].needs, [to](std::size_t node) { return node == to; });
 }
 
 } // namespace
@@ -82,4 +87,9 @@ bool ReadGraph(Session &session, const std::string &action, ServiceGraph *graph)
 
 bool IsRingEdge(const ServiceGraph &graph, std::size_t from, std::size_t to) {
     return graph.nodes[from].isInRing && graph.nodes[to].isInRing && (from == to || IsReached(graph, to, from));
+}
+
+bool LeadsToRing(const ServiceGraph &graph, const GraphNode &from) {
+    const auto index = static_cast<std::size_t>(&from - graph.nodes.data());
+    return IsAnyReached(graph, {index}, [&](std::size_t node) { return graph.nodes[node].isInRing; });
 }

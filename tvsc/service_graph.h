@@ -29,3 +29,6 @@ struct ServiceGraph {
 
 // Whether the edge closes a ring: both ends are in one.
 [[nodiscard]] bool IsRingEdge(const ServiceGraph &graph, std::size_t from, std::size_t to);
+
+// Whether a ring can be reached from a node of the graph, itself included: the daemon's walk ends there.
+[[nodiscard]] bool LeadsToRing(const ServiceGraph &graph, const GraphNode &from);
