@@ -5,7 +5,6 @@
 #include "servd/control_rules.h"
 #include "svcapi/client.h"
 #include "svcapi/limits.h"
-#include "svcapi/local_configs.h"
 #include "tvsc/apply.h"
 #include "tvsc/liveness.h"
 #include "tvsc/service_graph.h"
@@ -78,12 +77,12 @@ DWORD CheckDependencies(Session &session, const RequestedService &wanted) {
     std::vector<ListedService> services;
     const DWORD rc = EnumerateAllServices(session.manager.get(), &services);
     if (rc != ERROR_SUCCESS) return rc;
-    std::vector<std::optional<ServiceConfig>> configs(services.size());
-    if (IsThisMachine(session.options)) configs = ReadLocalConfigs(ConfigPart::groupAndDependencies, services);
+    std::vector<std::optional<ServiceConfig>> configs =
+        ReadConfigs(session, ConfigPart::groupAndDependencies, services);
     std::vector<ServiceView> views(services.size());
     for (std::size_t i = 0; i < services.size(); ++i) {
         views[i].service = services[i];
-        views[i].config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, services[i].name);
+        views[i].config = std::move(configs[i]);
     }
     ServiceView *const view = FindOrAdd(&views, wanted.name);
     if (!view->config) view->config.emplace();

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // list: all services, or those that are asked for, in columns.
 #include "svcapi/client.h"
-#include "svcapi/local_configs.h"
 #include "tvsc/account_mask.h"
 #include "tvsc/json_output.h"
 #include "tvsc/look.h"
@@ -133,7 +132,6 @@ bool IsOpenable(const ServiceView &view) {
 
 // The configurations of all of them, as far as they can be read.
 void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *views) {
-    constexpr std::size_t few = 2; // asked one by one, they take less
     std::vector<ServiceView *> openable;
     std::vector<ListedService> services;
     for (ServiceView &view : *views) {
@@ -141,10 +139,9 @@ void AddConfigs(Session &session, ConfigPart part, std::vector<ServiceView> *vie
         openable.push_back(&view);
         services.push_back(view.service);
     }
-    std::vector<std::optional<ServiceConfig>> configs(services.size());
-    if (IsThisMachine(session.options) && services.size() > few) configs = ReadLocalConfigs(part, services);
+    std::vector<std::optional<ServiceConfig>> configs = ReadConfigs(session, part, services);
     for (std::size_t i = 0; i < openable.size(); ++i) {
-        openable[i]->config = configs[i] ? std::move(configs[i]) : ReadConfigByName(session, services[i].name);
+        openable[i]->config = std::move(configs[i]);
     }
 }
 

@@ -84,6 +84,17 @@ std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::strin
     return rc == ERROR_SUCCESS ? std::make_optional(config) : std::nullopt;
 }
 
+std::vector<std::optional<ServiceConfig>> ReadConfigs(Session &session, ConfigPart part,
+                                                      const std::vector<ListedService> &services) {
+    constexpr std::size_t few = 2; // asked one by one, they take less
+    std::vector<std::optional<ServiceConfig>> configs(services.size());
+    if (IsThisMachine(session.options) && services.size() > few) configs = ReadLocalConfigs(part, services);
+    for (std::size_t i = 0; i < services.size(); ++i) {
+        if (!configs[i]) configs[i] = ReadConfigByName(session, services[i].name);
+    }
+    return configs;
+}
+
 void LookCloser(Session &session, StatusLook look, ServiceView *view) {
     const ServiceHandle service(OpenServiceA(session.manager.get(), view->service.name.c_str(), SERVICE_QUERY_STATUS));
     if (service == nullptr) return;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "svcapi/client.h"
+#include "svcapi/local_configs.h"
 #include "tvsc/hosted.h"
 #include "tvsc/liveness.h"
 #include "tvsc/table.h"
@@ -36,6 +37,11 @@ struct ServiceView {
 
 // The configuration of a service; nothing where it cannot be read, which is told once where the registry is to blame.
 [[nodiscard]] std::optional<ServiceConfig> ReadConfigByName(Session &session, const std::string &name);
+
+// Those of several services, in their order: of many out of the registry of this machine, whose parts that are not
+// wanted are empty then.
+[[nodiscard]] std::vector<std::optional<ServiceConfig>> ReadConfigs(Session &session, ConfigPart part,
+                                                                    const std::vector<ListedService> &services);
 
 // Stopped with an error code.
 [[nodiscard]] bool HasFailed(const SERVICE_STATUS &status);
