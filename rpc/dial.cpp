@@ -315,6 +315,8 @@ CLIENT *DialPortFrom(int descriptor, in_addr address, std::uint16_t port, std::u
 
 // A listener whose queue is full is not waited for (EAGAIN).
 CLIENT *DialPortMapperLocally(int budgetMs) {
+    errno = ETIMEDOUT;
+    if (budgetMs <= 0) return nullptr;
     int descriptor = socket(AF_UNIX, streamSocket, 0);
     if (descriptor < 0) return nullptr;
     DescriptorGuard guard(&descriptor);

@@ -574,6 +574,7 @@ TEST(DialProgram, a_budget_holds_for_port_mapper_and_program_together) {
     EXPECT_EQ(DialProgram(Loopback(), someProgram, 1, 600), nullptr);
     EXPECT_EQ(PortOfProgram(reached.get(), someProgram, 1, 600), 0);
     EXPECT_EQ(PortOfProgram(reached.get(), someProgram, 1, 0), 0);
+    EXPECT_EQ(DialOwnPortMapper(0), nullptr);
     EXPECT_GT(SecondsSince(start), 1.1);
     EXPECT_LT(SecondsSince(start), 2.5);
     ASSERT_EQ(kill(portMapper, SIGCONT), 0);
