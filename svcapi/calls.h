@@ -36,9 +36,8 @@ DWORD CloseRecord(DaemonLink &link, std::int32_t index);
 [[nodiscard]] DWORD SetRecordStatus(DaemonLink &link, std::int32_t index, const SERVICE_STATUS &status);
 [[nodiscard]] DWORD QueryRecordStatus(DaemonLink &link, std::int32_t index, SERVICE_STATUS *status);
 
-// Appends the next services of an enumeration: those of *resumeIndex and behind it, as
-// many as the daemon counts into so many bytes; both are the daemon's words (it answers 0 also when not all fitted,
-// *bytesNeeded tells).
+// Appends the next services of an enumeration: those of *resumeIndex and behind it, as many as the daemon counts into so
+// many bytes; both are the daemon's words (it answers 0 also when not all fitted, *bytesNeeded tells).
 [[nodiscard]] DWORD EnumerateRecords(DaemonLink &link, std::int32_t type, std::int32_t state, std::int32_t bytes,
                                      std::int32_t *resumeIndex, std::int32_t *bytesNeeded, ServiceList *services);
 

@@ -112,6 +112,7 @@ BOOL Enumerate(SC_HANDLE manager, const Wanted &wanted, const ListBuffer<Record>
     DWORD rc = BeginManagerCall(manager, &call);
     if (rc != ERROR_SUCCESS) return Succeeded(rc);
     ServiceList &services = call.handle->link->listed;
+    Truncate(&services, 0); // a call that an exception ended has left some
     rc = ListWanted(*call.handle->link, wanted, &services);
     if (rc == ERROR_SUCCESS) rc = PackFrom(services, buffer, resumeHandle);
     Empty(&services);

@@ -2,6 +2,8 @@
 // service_list: filling a list, and taking services out of it.
 #include "svcapi/service_list.h"
 
+#include <utility>
+
 void Append(ServiceList *list, const ListedService &service) {
     MakeRoomForTexts(list, service.name.size() + 1 + service.displayName.size() + 1);
     PutService(list, service.name, service.displayName, service.status);
@@ -36,7 +38,10 @@ void Truncate(ServiceList *list, std::size_t count) {
 }
 
 void Empty(ServiceList *list) {
-    constexpr std::size_t mostServices = 4096, mostTextBytes = std::size_t{512} * 1024;
-    if (list->places.capacity() > mostServices || list->texts.capacity() > mostTextBytes) *list = {};
+    constexpr std::size_t mostServices = 4096, mostTextBytes = std::size_t{1} << 20;
+    if (list->places.capacity() > mostServices || list->texts.capacity() > mostTextBytes) {
+        ServiceList none; // assigned, an empty text would leave the room of the other to it
+        std::swap(*list, none);
+    }
     Truncate(list, 0);
 }

@@ -50,6 +50,21 @@ Packed Pack(std::size_t first, DWORD bytes) {
 
 } // namespace
 
+// A process that has listed many services once must not hold their room for good.
+TEST(ServiceLists, an_emptied_list_keeps_room_of_usual_size_only) {
+    ServiceList few = ListOf(ThreeServices());
+    const char *const room = few.texts.data();
+    Empty(&few);
+    EXPECT_THAT(few.places, IsEmpty());
+    EXPECT_EQ(few.textBytes, 0u);
+    EXPECT_EQ(few.texts.data(), room) << "kept for the next time";
+    ServiceList many = ListOf(std::vector<ListedService>(20000, {std::string(100, 'n'), std::string(100, 'd')}));
+    Empty(&many);
+    EXPECT_EQ(many.places.capacity(), 0u);
+    EXPECT_LT(many.texts.capacity(), 100u);
+    EXPECT_EQ(many.textBytes, 0u);
+}
+
 TEST(PackServices, exactly_enough_room_holds_all) {
     const Packed packed = Pack(0, BytesOf(3));
     EXPECT_EQ(packed.code, ERROR_SUCCESS);
