@@ -31,8 +31,6 @@ endif()
 # symbols takes as long as all else that the dynamic linker does at a start, and to load the libraries of Kerberos, which
 # the shared libtirpc brings along and nothing here uses, twice as long. Where there is no libtirpc.a it does without. A
 # sanitizer's runtime wants the shared libraries.
-find_library(TIRPC_ARCHIVE libtirpc.a)
-mark_as_advanced(TIRPC_ARCHIVE)
 function(tv_load_quickly program)
   if(NOT TV_SANITIZE)
     target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc -Wl,--as-needed)
@@ -45,6 +43,8 @@ endfunction()
 # libtirpc, as the linked program wants it: TV_LINK_TIRPC is its archive, or nothing, for the shared library.
 function(tv_add_tirpc)
   pkg_check_modules(TIRPC REQUIRED IMPORTED_TARGET libtirpc)
+  find_library(TIRPC_ARCHIVE libtirpc.a HINTS ${TIRPC_LIBRARY_DIRS} ${TIRPC_LIBDIR})
+  mark_as_advanced(TIRPC_ARCHIVE)
   add_library(tv_tirpc INTERFACE)
   target_include_directories(tv_tirpc SYSTEM INTERFACE ${TIRPC_INCLUDE_DIRS})
   set(archive $<TARGET_PROPERTY:TV_LINK_TIRPC>)
