@@ -32,8 +32,8 @@ enum class HiddenLook {
                                             const std::vector<ListedService> &visible,
                                             std::vector<HiddenService> *hidden);
 
-// What the enumeration tells of one service, without the others; stays empty where it does not list it, as the one in
-// record 0.
+// What EnumerateAllServices tells of one service, without the others; stays empty where it does not list it under the
+// name that it was opened by.
 [[nodiscard]] DWORD QueryListedService(SC_HANDLE service, std::optional<ListedService> *listed);
 
 // The services that this one depends on, nearest first; 1059 on a ring.

@@ -141,7 +141,8 @@ DWORD QueryListedService(SC_HANDLE service, std::optional<ListedService> *listed
     listed->reset();
     HandleCall call;
     const DWORD rc = BeginServiceCall(service, &call);
-    if (rc != ERROR_SUCCESS || call.handle->index == 0) return rc;
+    if (rc != ERROR_SUCCESS) return rc;
+    if (call.handle->index == 0) return FindRecordZero(*call.handle->link, call.handle->name, listed);
     return FindListedService(*call.handle->link, call.handle->name, &call.handle->place, listed);
 }
 

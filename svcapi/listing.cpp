@@ -74,9 +74,9 @@ bool TakeNamed(const ServiceList &services, const std::string &name, DWORD servi
     return true;
 }
 
-// The service in record 0, which the enumeration leaves out; nothing when the record is free or about to be, or not in
-// one of the wanted states.
-DWORD ListRecordZero(DaemonLink &link, DWORD state, std::optional<ListedService> *service) {
+// What the daemon tells of record 0, which the enumeration leaves out; nothing when the record is free or about to be,
+// or not in one of the wanted states. The configuration may be left over from another record.
+DWORD ReadRecordZero(DaemonLink &link, DWORD state, std::optional<ListedService> *service) {
     service->reset();
     ListedService found;
     found.complete = false;
@@ -91,11 +91,19 @@ DWORD ListRecordZero(DaemonLink &link, DWORD state, std::optional<ListedService>
     found.status.dwServiceType = config.type;
     // The lowest record wins, so a display name of record 0 always leads to its own key name.
     rc = KeyNameOf(link, config.displayName.c_str(), &found.name);
-    // One that is marked for deletion cannot be opened, and is not listed in any other record either.
+    if (rc == ERROR_SUCCESS) *service = std::move(found);
+    return rc == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SUCCESS : rc;
+}
+
+// The service in record 0, unless it is marked for deletion: then it cannot be opened, and is not listed in any other
+// record either.
+DWORD ListRecordZero(DaemonLink &link, DWORD state, std::optional<ListedService> *service) {
+    DWORD rc = ReadRecordZero(link, state, service);
+    if (rc != ERROR_SUCCESS || !*service) return rc;
     std::int32_t index = 0;
-    if (rc == ERROR_SUCCESS) rc = OpenRecord(link, found.name.c_str(), &index);
+    rc = OpenRecord(link, (*service)->name.c_str(), &index);
     if (rc == ERROR_SUCCESS) rc = CloseRecord(link, index);
-    if (rc == ERROR_SUCCESS && index == 0) *service = std::move(found); // else the configuration was left over
+    if (rc != ERROR_SUCCESS || index != 0) service->reset(); // another one's configuration was left over
     return rc == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SUCCESS : rc;
 }
 
@@ -198,6 +206,12 @@ DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *
         if (TakeNamed(services, name, serviceClass, 0, place, service)) return ERROR_SUCCESS;
     }
     return ERROR_SUCCESS;
+}
+
+DWORD FindRecordZero(DaemonLink &link, const std::string &name, std::optional<ListedService> *service) {
+    const DWORD rc = ReadRecordZero(link, SERVICE_STATE_ALL, service);
+    if (*service && (*service)->name != name) service->reset();
+    return rc;
 }
 
 DWORD ListAllServices(DaemonLink &link, std::vector<ListedService> *services) {

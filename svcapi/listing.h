@@ -28,6 +28,9 @@ struct ListedPlace {
 [[nodiscard]] DWORD FindListedService(DaemonLink &link, const std::string &name, ListedPlace *place,
                                       std::optional<ListedService> *service);
 
+// Finds the service of a name in record 0, as ListAllServices has it; stays empty where it is another one.
+[[nodiscard]] DWORD FindRecordZero(DaemonLink &link, const std::string &name, std::optional<ListedService> *service);
+
 // SERVICE_INACTIVE or SERVICE_ACTIVE.
 [[nodiscard]] inline DWORD StateClassOf(const SERVICE_STATUS &status) {
     return status.dwCurrentState == SERVICE_STOPPED ? SERVICE_INACTIVE : SERVICE_ACTIVE;

@@ -145,6 +145,11 @@ TEST_F(TvscDatabases, record_0_in_use) {
     EXPECT_THAT(Hosts(0), HasSubstr("zero"));
     EXPECT_EQ(Tvsc({"start", "zero"}).status, 0);
     EXPECT_THAT(Watch(0), HasSubstr("zero: -> running"));
+    const Ended status = Tvsc({"--trace", "status", "zero"});
+    EXPECT_THAT(status.output, AllOf(HasSubstr("state: running"), HasSubstr("(record 0")));
+    EXPECT_THAT(status.error, Not(HasSubstr("ENUM_STATUS_SERVICE"))) << "it is not listed there";
+    EXPECT_EQ(Tvsc({"stop", "zero"}).status, 0);
+    EXPECT_THAT(Watch(0), HasSubstr("zero: -> stopped"));
 }
 
 TEST_F(TvscDatabases, names_of_other_scripts_and_of_bytes_that_are_no_text) {

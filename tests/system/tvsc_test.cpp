@@ -328,7 +328,7 @@ TEST_F(Tvsc, list_tells_the_configurations_that_show_tells) {
     }
 }
 
-// The daemon would read the service in record 0 there, which only a list of everything tells.
+// All but the one in record 0, whose configuration the daemon reads there.
 TEST_F(Tvsc, the_state_of_a_service_is_told_without_the_registry) {
     CreateSample(name);
     kill(registryDaemon, SIGSTOP);
