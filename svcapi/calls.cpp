@@ -73,7 +73,7 @@ struct Enumeration {
     ServiceList *services;
 };
 
-constexpr std::size_t statusBytes = 7 * BYTES_PER_XDR_UNIT;
+constexpr std::size_t statusBytes = std::size_t{7} * BYTES_PER_XDR_UNIT;
 
 std::uint32_t TakeWord(std::string_view *bytes) {
     const std::uint32_t word = WordAt(bytes->data());

@@ -5,6 +5,8 @@
 #include "svcapi/text_behind.h"
 #include "util/string_list.h"
 
+#include <algorithm>
+
 SERVICE_STATUS_PROCESS WithProcess(const SERVICE_STATUS &status, DWORD processId) {
     constexpr DWORD noFlags = 0;
     return {status.dwServiceType,
@@ -69,7 +71,7 @@ DWORD PackServices(const ServiceList &services, std::size_t first, Record *buffe
     for (const Place *place = begin; place != fittingEnd; ++place, ++record) {
         const auto texts = TextsAs<Char>(services, *place);
         text -= texts.size();
-        std::memcpy(text, texts.data(), texts.size() * sizeof(Char));
+        std::copy(texts.begin(), texts.end(), text);
         record->lpServiceName = text;
         record->lpDisplayName = text + NameLength(texts, *place) + 1;
         PutStatus(*place, StatusIn(record));

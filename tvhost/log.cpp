@@ -23,7 +23,7 @@
 namespace {
 
 constexpr int pipeBytes = 1024 * 1024;
-constexpr std::size_t chunkBytes = 256 * 1024;
+constexpr std::size_t chunkBytes = std::size_t{256} * 1024;
 constexpr auto retryPause = std::chrono::seconds(1);
 constexpr auto flushLimit = std::chrono::seconds(5);
 
@@ -225,7 +225,7 @@ std::string OpenLog(const std::string &serviceName, const HostParameters &parame
     log->file.service = serviceName;
     log->file.mostBytes = parameters.rotateBytes;
     log->file.olderFiles = parameters.rotateFiles;
-    const std::string why = OpenPlace(parameters.log, log);
+    std::string why = OpenPlace(parameters.log, log);
     log->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (log->wake < 0 || !OpenStream(&log->output, LOG_INFO) || !OpenStream(&log->error, LOG_WARNING)) {
         log->where = LogWhere::none;

@@ -16,7 +16,7 @@
 #include <mutex>
 #include <thread>
 
-constexpr std::size_t longestLineBytes = 8 * 1024 * 1024;
+constexpr std::size_t longestLineBytes = std::size_t{8} * 1024 * 1024;
 
 struct LogStream {
     int readEnd = -1;

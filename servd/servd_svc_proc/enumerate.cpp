@@ -49,7 +49,7 @@ void AppendService(const ListedNames &names, const svd_status_t &status, Encoded
         answer->services = static_cast<char *>(CheckedRealloc(answer->services, answer->roomBytes));
     }
     auto *const at = reinterpret_cast<std::uint32_t *>(answer->services + answer->serviceBytes);
-    std::memcpy(at, names.words, names.wordCount * BYTES_PER_XDR_UNIT);
+    std::memcpy(at, names.words, std::size_t{names.wordCount} * BYTES_PER_XDR_UNIT);
     (void)PutListedStatus(at + names.wordCount, status);
     answer->serviceBytes += bytes;
 }
