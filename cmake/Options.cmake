@@ -27,10 +27,10 @@ if(TV_BUILD_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# A program that people and scripts run by the dozen has libstdc++ and libtirpc in itself: to load the one and find its
-# symbols takes as long as all else that the dynamic linker does at a start, and to load the libraries of Kerberos, which
-# the shared libtirpc brings along and nothing here uses, twice as long. Where there is no libtirpc.a it does without. A
-# sanitizer's runtime wants the shared libraries.
+# A program that people and scripts run by the dozen has libstdc++ and libtirpc in itself: to find the symbols of the one
+# takes as long as all else that the dynamic linker does at a start, and the other, when shared, brings six libraries of
+# Kerberos along, which nothing here uses. Where there is no libtirpc.a the shared one is taken. A sanitizer's runtime
+# wants the shared ones.
 function(tv_load_quickly program)
   if(NOT TV_SANITIZE)
     target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc -Wl,--as-needed)
